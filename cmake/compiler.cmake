@@ -1,0 +1,32 @@
+# Language level, warnings and the launcher that every target of the tree shares.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+
+option(VELMOX_SANITIZE "AddressSanitizer and UndefinedBehaviorSanitizer (host preset)" OFF)
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM)
+    set(launcher ${CCACHE_PROGRAM} base_dir=${CMAKE_SOURCE_DIR} hash_dir=false)
+    set(CMAKE_C_COMPILER_LAUNCHER ${launcher})
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${launcher})
+endif()
+
+# -Wno-missing-field-initializers: Windows structures are zeroed by `= {}` or by their first field alone.
+set(VELMOX_WARNINGS -Wall -Wextra -Wconversion -Werror -Wno-missing-field-initializers)
+
+add_library(velmox-flags INTERFACE)
+target_compile_options(velmox-flags INTERFACE ${VELMOX_WARNINGS})
+target_include_directories(velmox-flags INTERFACE ${CMAKE_SOURCE_DIR}/src)
+if(WIN32)
+    # Windows 7 is the oldest system served; the C run-time is linked in, so that one file is the whole program.
+    target_compile_definitions(velmox-flags INTERFACE
+        WINVER=0x0601 _WIN32_WINNT=0x0601 UNICODE _UNICODE)
+    target_link_options(velmox-flags INTERFACE -static)
+endif()
+if(VELMOX_SANITIZE)
+    target_compile_options(velmox-flags INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
+        -fno-omit-frame-pointer)
+    target_link_options(velmox-flags INTERFACE -fsanitize=address,undefined)
+endif()

@@ -1,0 +1,39 @@
+# Libraries that are installed and called. The cross-built ones come from the cache that scripts/dependencies fills;
+# the native ones, for the host preset, from the system's packages.
+if(WIN32)
+    if(DEFINED ENV{XDG_CACHE_HOME})
+        set(cache_root $ENV{XDG_CACHE_HOME})
+    else()
+        set(cache_root $ENV{HOME}/.cache)
+    endif()
+    set(VELMOX_DEPENDENCIES ${cache_root}/velmox-deps/windows CACHE PATH "Prefix of the cross-built libraries")
+    if(NOT EXISTS ${VELMOX_DEPENDENCIES}/lib/libpcre.a)
+        message(FATAL_ERROR "No cross-built libraries in ${VELMOX_DEPENDENCIES}: run scripts/dependencies first")
+    endif()
+
+    function(velmox_imported name archive)
+        add_library(${name} STATIC IMPORTED)
+        set_target_properties(${name} PROPERTIES
+            IMPORTED_LOCATION ${VELMOX_DEPENDENCIES}/lib/${archive}
+            INTERFACE_INCLUDE_DIRECTORIES ${VELMOX_DEPENDENCIES}/include)
+    endfunction()
+
+    velmox_imported(velmox::pcre libpcre.a)
+    target_compile_definitions(velmox::pcre INTERFACE PCRE_STATIC)
+    velmox_imported(velmox::crypto libcrypto.a)
+    target_link_libraries(velmox::crypto INTERFACE ws2_32 crypt32)
+    velmox_imported(velmox::xml2 libxml2.a)
+    target_compile_definitions(velmox::xml2 INTERFACE LIBXML_STATIC)
+    set_target_properties(velmox::xml2 PROPERTIES
+        INTERFACE_INCLUDE_DIRECTORIES ${VELMOX_DEPENDENCIES}/include/libxml2)
+    target_link_libraries(velmox::xml2 INTERFACE ws2_32 bcrypt)
+
+    find_package(GTest CONFIG REQUIRED PATHS ${VELMOX_DEPENDENCIES} NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+else()
+    find_package(GTest CONFIG REQUIRED)
+    add_library(velmox::pcre INTERFACE IMPORTED)
+    target_link_libraries(velmox::pcre INTERFACE pcre)
+    add_library(velmox::xml2 INTERFACE IMPORTED)
+    target_include_directories(velmox::xml2 INTERFACE /usr/include/libxml2)
+    target_link_libraries(velmox::xml2 INTERFACE xml2)
+endif()
