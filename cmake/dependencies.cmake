@@ -1,15 +1,24 @@
 # Libraries that are installed and called. The cross-built ones come from the cache that scripts/dependencies fills;
 # the native ones, for the host preset, from the system's packages.
 if(WIN32)
+    # The same name as in scripts/dependencies: another recipe, another directory.
+    set(recipe ${CMAKE_SOURCE_DIR}/scripts/dependencies.recipe)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${recipe})
+    file(SHA256 ${recipe} recipe_hash)
+    string(SUBSTRING ${recipe_hash} 0 12 recipe_hash)
     if(DEFINED ENV{XDG_CACHE_HOME})
         set(cache_root $ENV{XDG_CACHE_HOME})
     else()
         set(cache_root $ENV{HOME}/.cache)
     endif()
-    set(VELMOX_DEPENDENCIES ${cache_root}/velmox-deps/windows CACHE PATH "Prefix of the cross-built libraries")
-    if(NOT EXISTS ${VELMOX_DEPENDENCIES}/lib/libpcre.a)
+    if(NOT VELMOX_DEPENDENCIES)
+        set(VELMOX_DEPENDENCIES ${cache_root}/velmox-deps/windows-${recipe_hash})
+    endif()
+    if(NOT EXISTS ${VELMOX_DEPENDENCIES}/complete)
         message(FATAL_ERROR "No cross-built libraries in ${VELMOX_DEPENDENCIES}: run scripts/dependencies first")
     endif()
+    # Stale results of an earlier configuration must not outlive a change of the recipe.
+    unset(GTest_DIR CACHE)
 
     function(velmox_imported name archive)
         add_library(${name} STATIC IMPORTED)
