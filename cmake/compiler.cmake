@@ -8,7 +8,7 @@ option(VELMOX_SANITIZE "AddressSanitizer and UndefinedBehaviorSanitizer (host pr
 
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM)
-    set(launcher ${CCACHE_PROGRAM} base_dir=${CMAKE_SOURCE_DIR} hash_dir=false)
+    set(launcher ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1 ${CCACHE_PROGRAM})
     set(CMAKE_C_COMPILER_LAUNCHER ${launcher})
     set(CMAKE_CXX_COMPILER_LAUNCHER ${launcher})
 endif()
