@@ -18,11 +18,14 @@ function(velmox_library name)
     target_link_libraries(${name} PUBLIC velmox-flags ${arg_LINK})
 endfunction()
 
-# velmox_tests(name PURE files... BOUND files... LINK targets...)
+# velmox_tests(name PURE files... BOUND files... LINK targets... PREFIX prefix)
 #
-# One GoogleTest program a folder, registered as one CTest test.
+# One GoogleTest program a folder, registered as one CTest test, with its results in results/<name>.xml.
+#
+# PREFIX names a Wine prefix of the program's own (build/wine-<prefix>) that is made anew for each run, with the
+# installation in it. Tests that install services or change what others see need one; the rest share build/wine.
 function(velmox_tests name)
-    cmake_parse_arguments(arg "" "" "PURE;BOUND;LINK;LINK_BOUND" ${ARGN})
+    cmake_parse_arguments(arg "" "PREFIX" "PURE;BOUND;LINK;LINK_BOUND" ${ARGN})
     set(sources ${arg_PURE})
     if(WIN32)
         list(APPEND sources ${arg_BOUND})
@@ -34,10 +37,17 @@ function(velmox_tests name)
     add_executable(${name} ${sources})
     target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
     target_link_libraries(${name} PRIVATE velmox-flags ${arg_LINK} GTest::gtest_main GTest::gmock)
-    if(WIN32)
-        add_test(NAME ${name} COMMAND ${CMAKE_SOURCE_DIR}/scripts/wine $<TARGET_FILE:${name}>)
-    else()
-        add_test(NAME ${name} COMMAND ${name})
+    target_precompile_headers(${name} PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+
+    set(runner)
+    set(environment GTEST_OUTPUT=xml:results/${name}.xml)
+    if(CMAKE_CROSSCOMPILING)
+        set(runner ${CMAKE_SOURCE_DIR}/scripts/wine)
+        if(arg_PREFIX)
+            list(APPEND runner --fresh)
+            list(APPEND environment VELMOX_WINEPREFIX=${CMAKE_SOURCE_DIR}/build/wine-${arg_PREFIX})
+        endif()
     endif()
-    set_tests_properties(${name} PROPERTIES TIMEOUT 300)
+    add_test(NAME ${name} COMMAND ${runner} $<TARGET_FILE:${name}> WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
+    set_tests_properties(${name} PROPERTIES TIMEOUT 300 ENVIRONMENT "${environment}")
 endfunction()
