@@ -1,0 +1,35 @@
+#include "util/string_filters.h"
+
+#include <cstring>
+
+namespace velmox {
+
+RegexStringFilter::RegexStringFilter(const Str &name, const Str &pattern)
+    : StringFilter(name), regex_(pattern, true, 0)
+{
+}
+
+bool RegexStringFilter::matches(const Str &text)
+{
+    return regex_.match(text);
+}
+
+StringPrefixFilter::StringPrefixFilter(const Str &name, const Str &prefix)
+    : StringFilter(name), prefix_(prefix)
+{
+}
+
+bool StringPrefixFilter::matches(const Str &text)
+{
+    return std::strncmp(text.c_str(), prefix_.c_str(), prefix_.size()) == 0;
+}
+
+RegexFilterList::RegexFilterList(StrVector patterns) : SmartFilterList(kResortInterval, true)
+{
+    unsigned long long index = 0;
+    for (const Str &pattern : patterns) {
+        addFilter(new RegexStringFilter(Str::fromFormat("pattern-%llu", index++), pattern), true);
+    }
+}
+
+} // namespace velmox
