@@ -5,6 +5,7 @@
 
 namespace velmox {
 class Str;
+struct StructTm;
 class WideStr;
 } // namespace velmox
 
@@ -26,6 +27,13 @@ bool systemMessage(unsigned error, WideStr &out);
 
 /// UTC in 100-nanosecond units since 1 January 1601.
 std::uint64_t systemTime();
+
+/// Breaks seconds since 1970 down in the process's local zone; false before 1970 and behind the year 3000.
+bool localTime(std::int64_t unixSeconds, StructTm &out);
+/// The way back; fields beyond their range carry over, and a negative daylight flag leaves it to the zone.
+bool localToUnix(const StructTm &tm, std::int64_t &unixSeconds);
+/// Appends the local zone's name in standard or in daylight saving time.
+void localZoneName(bool daylight, Str &out);
 
 /// Writes to standard error, whole or not at all as far as the system allows; a failure is not reported.
 void writeStandardError(const char *bytes, std::size_t length);

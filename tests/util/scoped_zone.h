@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+namespace velmox::test {
+
+/// Makes a zone the process's local one for the life of the object, in the form that every C run-time library
+/// reads: "EST5" is five hours behind UTC. Zones with daylight saving time are for native runs: Wine's
+/// library takes the rules of the first zone that it meets.
+class ScopedZone
+{
+public:
+    explicit ScopedZone(const char *zone)
+    {
+        if (const char *before = std::getenv("TZ")) {
+            before_ = before;
+        }
+        set(zone);
+    }
+    ~ScopedZone() { set(before_.c_str()); }
+    ScopedZone(const ScopedZone &) = delete;
+    ScopedZone &operator=(const ScopedZone &) = delete;
+
+private:
+    static void set(const char *zone)
+    {
+#ifdef _WIN32
+        _putenv_s("TZ", zone);
+        _tzset();
+#else
+        if (*zone == '\0') {
+            unsetenv("TZ");
+        } else {
+            setenv("TZ", zone, 1);
+        }
+        tzset();
+#endif
+    }
+
+    std::string before_;
+};
+
+} // namespace velmox::test

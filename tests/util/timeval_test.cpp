@@ -1,0 +1,237 @@
+#include "tests/util/scoped_zone.h"
+#include "util/struct_tm.h"
+#include "util/timeval.h"
+#include "util/zone_source.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+
+namespace velmox {
+namespace {
+
+using test::ScopedZone;
+
+constexpr std::int64_t kWinter = 1'705'322'096; // Monday 15 January 2024, 12:34:56 UTC
+constexpr std::int64_t kSummer = 1'720'960'496; // Sunday 14 July 2024, 12:34:56 UTC
+
+Timeval at(std::int64_t unixSeconds, std::uint32_t ticks = 0)
+{
+    Timeval stamp;
+    EXPECT_TRUE(stamp.setUnixSeconds(unixSeconds, ticks));
+    return stamp;
+}
+
+/// A zone one hour ahead of UTC that went two hours ahead between two moments.
+class TwoOffsetZone : public ZoneSource
+{
+public:
+    static constexpr std::int64_t kForward = 1'711'846'800; // 31 March 2024, 01:00 UTC
+    static constexpr std::int64_t kBack = 1'729'990'800;    // 27 October 2024, 01:00 UTC
+
+    std::optional<std::int64_t> unixSeconds(const StructTm &tm) const override
+    {
+        return tm.asUtcSeconds() - offsetSeconds(tm);
+    }
+    std::size_t zoneName(const StructTm &tm, char *buffer, std::size_t) const override
+    {
+        std::memcpy(buffer, tm.daylight > 0 ? "TWO" : "ONE", 3);
+        return 3;
+    }
+    std::int32_t offsetSeconds(const StructTm &tm) const override
+    {
+        const std::int64_t wall = tm.asUtcSeconds();
+        const bool ambiguous = wall >= kBack + 3600 && wall < kBack + 7200;
+        const bool summer = ambiguous ? tm.daylight > 0 : wall >= kForward + 7200 && wall < kBack + 7200;
+        return summer ? 7200 : 3600;
+    }
+};
+
+/// A zone that knows nothing.
+class BlankZone : public ZoneSource
+{
+public:
+    std::optional<std::int64_t> unixSeconds(const StructTm &) const override { return std::nullopt; }
+    std::size_t zoneName(const StructTm &, char *, std::size_t) const override { return 0; }
+    std::int32_t offsetSeconds(const StructTm &) const override { return kUnknownOffset; }
+};
+
+void expectFields(const StructTm &tm, const char *expected)
+{
+    EXPECT_EQ(Str::fromFormat("%d-%02d-%02d %02d:%02d:%02d wday %d yday %d dst %d", tm.year + 1900,
+                              tm.month + 1, tm.dayOfMonth, tm.hours, tm.minutes, tm.seconds, tm.weekDay,
+                              tm.yearDay, tm.daylight),
+              expected);
+}
+
+constexpr const char *kLatest = "9999-12-31 23:59:59 wday 5 yday 364 dst -1";
+constexpr const char *kEarliest = "1900-01-01 00:00:00 wday 1 yday 0 dst -1";
+
+TEST(TimevalTest, CountsFromTheUnixEpoch)
+{
+    EXPECT_EQ(Timeval(Timeval::kUnixEpoch - 1).toUnixSeconds(), 0);
+    EXPECT_EQ(Timeval(Timeval::kUnixEpoch + 19'999'999).toUnixSeconds(), 1);
+    EXPECT_EQ(at(-1).ticks(), Timeval::kUnixEpoch - Timeval::kTicksPerSecond);
+    EXPECT_EQ(Timeval::fromHalves(0x89ABCDEF, 0x01234567).ticks(), 0x0123456789ABCDEFu);
+    Timeval stamp;
+    EXPECT_FALSE(stamp.setUnixSeconds(-11'644'473'601));
+    EXPECT_FALSE(stamp.setUnixSeconds(INT64_MAX));
+    EXPECT_GT(Timeval::now().toUnixSeconds(), kSummer);
+}
+
+TEST(TimevalTest, MeasuresSpans)
+{
+    EXPECT_EQ(Timeval(25'000'000).secondsSince(Timeval(0)), 2);
+    EXPECT_EQ(Timeval(0).secondsSince(Timeval(25'000'000)), -2);
+    EXPECT_EQ(Timeval(10'001).millisecondsSince(Timeval(0)), 2);
+    EXPECT_EQ(Timeval(10'000).millisecondsSince(Timeval(0)), 1);
+    EXPECT_EQ(Timeval(0).millisecondsSince(Timeval(0)), 0);
+}
+
+TEST(TimevalTest, WritesUnixTimeWithAFraction)
+{
+    Str text("t=");
+    at(5, 1'234'567).toUnixStr(text, 0);
+    EXPECT_EQ(text, "t=5");
+    const struct
+    {
+        unsigned digits;
+        const char *expected;
+    } cases[] = {{1, "5.0"}, {3, "5.012"}, {7, "5.0123456"}, {9, "5.012345600"}};
+    for (const auto &c : cases) {
+        Str out;
+        at(5, 123'456).toUnixStr(out, c.digits);
+        EXPECT_EQ(out, c.expected);
+    }
+}
+
+TEST(TimevalTest, PrintsLocalTime)
+{
+    const ScopedZone zone("EST5");
+    EXPECT_EQ(at(kWinter).toStr(), "Mon Jan 15 07:34:56 2024");
+    EXPECT_EQ(at(kSummer).toStr(), "Sun Jul 14 07:34:56 2024");
+    EXPECT_EQ(at(1'709'647'200).toStr(), "Tue Mar 05 09:00:00 2024");
+    EXPECT_EQ(Timeval(Timeval::kMin).toStr(), "MIN_TIME");
+    EXPECT_EQ(Timeval(Timeval::kMax).toStr(), "MAX_TIME");
+    EXPECT_EQ(at(32'535'244'800).toStr(), "INVALID_TIME (32535244800)");
+}
+
+TEST(TimevalTest, BreaksDownAndBack)
+{
+    const ScopedZone zone("EST5");
+    GmtStructTm gmt;
+    at(kSummer).toGmt(gmt);
+    expectFields(gmt, "2024-07-14 12:34:56 wday 0 yday 195 dst 0");
+    EXPECT_EQ(gmt.toUnixTime(), at(kSummer));
+
+    LocalStructTm local;
+    at(kSummer).toLocal(local);
+    expectFields(local, "2024-07-14 07:34:56 wday 0 yday 195 dst 0");
+    EXPECT_EQ(local.toUnixTime(), at(kSummer));
+
+    LocalStructTmHires hires;
+    at(kWinter, 9'876'543).toLocalHires(hires);
+    expectFields(hires, "2024-01-15 07:34:56 wday 1 yday 14 dst 0");
+    EXPECT_EQ(hires.toUnixTime(), at(kWinter, 9'876'543));
+}
+
+#ifndef _WIN32
+TEST(TimevalTest, KeepsDaylightSavingTime)
+{
+    const ScopedZone zone("EST5EDT");
+    EXPECT_EQ(at(kWinter).toStr(), "Mon Jan 15 07:34:56 2024");
+    EXPECT_EQ(at(kSummer).toStr(), "Sun Jul 14 08:34:56 2024");
+    LocalStructTm local;
+    at(kSummer).toLocal(local);
+    expectFields(local, "2024-07-14 08:34:56 wday 0 yday 195 dst 1");
+    EXPECT_EQ(local.toUnixTime(), at(kSummer));
+}
+#endif
+
+TEST(TimevalTest, BreaksDownInANamedZone)
+{
+    const TwoOffsetZone zone;
+    for (const std::int64_t edge : {TwoOffsetZone::kForward, TwoOffsetZone::kBack}) {
+        for (const std::int64_t shift : {-7201, -7200, -3601, -3600, -1, 0, 1, 3599, 3600, 7199, 7200}) {
+            StructTmInTimezoneHires tm;
+            at(edge + shift, 42).toZoneHires(zone, tm);
+            EXPECT_EQ(tm.toUnixTime(), at(edge + shift, 42)) << edge << " " << shift;
+        }
+    }
+    StructTmInTimezone tm;
+    at(kSummer).toZone(zone, tm);
+    EXPECT_EQ(tm.hours, 14);
+    EXPECT_EQ(tm.toUnixTime(), at(kSummer));
+}
+
+TEST(TimevalTest, YieldsTheEndsOfTimeOnFailure)
+{
+    LocalStructTmHires local;
+    Timeval(Timeval::kMax).toLocalHires(local);
+    expectFields(local, kLatest);
+    EXPECT_EQ(local.ticks, 9'999'999u);
+    EXPECT_EQ(local.toUnixTime(), Timeval(Timeval::kMax));
+    at(-1, 5).toLocalHires(local);
+    expectFields(local, kEarliest);
+    EXPECT_EQ(local.ticks, 0u);
+    EXPECT_EQ(local.toUnixTime(), Timeval(Timeval::kMin));
+
+    const BlankZone zone;
+    StructTmInTimezone tm;
+    at(kSummer).toZone(zone, tm);
+    expectFields(tm, kLatest);
+    EXPECT_EQ(tm.toUnixTime(), Timeval(Timeval::kMax));
+    StructTmInTimezoneHires hires;
+    at(-1, 5).toZoneHires(zone, hires);
+    expectFields(hires, kEarliest);
+    EXPECT_EQ(hires.toUnixTime(), Timeval(Timeval::kMin));
+}
+
+TEST(TimevalTest, AgreesWithTheCalendarOverCenturies)
+{
+    GmtStructTm last;
+    at(-11'644'473'600).toGmt(last);
+    expectFields(last, "1601-01-01 00:00:00 wday 1 yday 0 dst 0");
+    for (std::int64_t seconds = -11'644'473'600 + 86'400; seconds < 20'000'000'000; seconds += 86'400) {
+        GmtStructTm tm;
+        at(seconds).toGmt(tm);
+        ASSERT_EQ(tm.asUtcSeconds(), seconds);
+        ASSERT_EQ(tm.weekDay, (last.weekDay + 1) % 7);
+        ASSERT_EQ(tm.yearDay, tm.year == last.year ? last.yearDay + 1 : 0);
+        last = tm;
+    }
+    GmtStructTm leapDay;
+    at(951'782'400).toGmt(leapDay);
+    expectFields(leapDay, "2000-02-29 00:00:00 wday 2 yday 59 dst 0");
+}
+
+TEST(TimevalTest, FormatsDurations)
+{
+    const struct
+    {
+        std::int64_t microseconds;
+        const char *expected;
+    } cases[] = {
+        {0, "0 microseconds"},
+        {1, "1 microsecond"},
+        {2, "2 microseconds"},
+        {3'000, "3000 microseconds"},
+        {3'001, "3.001 milliseconds"},
+        {5'000, "5.000 milliseconds"},
+        {9'950, " 9.95 milliseconds"},
+        {99'500, " 99.5 milliseconds"},
+        {3'000'000, "3000.0 milliseconds"},
+        {3'000'001, "3.000 seconds"},
+        {8'000'000'000, "8000.0 seconds"},
+        {9'000'000'000, "2.500 hours"},
+        {-1, "-1 microsecond"},
+        {-5'000, "-5.000 milliseconds"},
+    };
+    for (const auto &c : cases) {
+        const Timeval from(Timeval::kUnixEpoch);
+        const Timeval to(Timeval::kUnixEpoch + static_cast<std::uint64_t>(c.microseconds * 10));
+        EXPECT_EQ(formatDuration(from, to), c.expected);
+    }
+}
+
+} // namespace
+} // namespace velmox
