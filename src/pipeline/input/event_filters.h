@@ -30,13 +30,15 @@ public:
     bool matches(const SysMonFilterableEvent &event) override;
 
 private:
-    bool matchesHive(const Str &keyPath) const;
-
     Regex procRegex_;
+    /// The process pattern finds something in any text.
+    bool anyProcess_;
     Regex hiveRegex_;
     Regex typeRegex_;
     /// The folded hive pattern.
     Str hiveText_;
+    /// What a key path must begin with for the hive pattern to match.
+    Str hivePrefix_;
 };
 
 /// The filters of one group, tried at first in the order of their stanzas.
