@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+/// The wire format between the program and its kernel driver. All integers are little-endian.
+namespace velmox {
+
+/// The device's name for CreateFileW.
+inline constexpr char16_t kDeviceName[] = u"\\\\.\\VelmoxTrace";
+
+/// FILE_DEVICE_UNKNOWN, function 0x801, METHOD_NEITHER, FILE_ANY_ACCESS.
+inline constexpr std::uint32_t IOCTL_READ_EVENTS = 0x222007;
+/// FILE_DEVICE_UNKNOWN, function 0x803, METHOD_BUFFERED, FILE_ANY_ACCESS.
+inline constexpr std::uint32_t IOCTL_SET_FILTER = 0x22200C;
+
+/// Bits of `MonitorFilterConfig::hives`.
+inline constexpr std::uint32_t kUserHives = 1;
+inline constexpr std::uint32_t kMachineHives = 2;
+
+/// What the driver is asked to report: the input of IOCTL_SET_FILTER.
+struct MonitorFilterConfig
+{
+    std::uint32_t events;
+    std::uint32_t status;
+    std::uint32_t ops;
+    std::uint32_t hives;
+};
+static_assert(sizeof(MonitorFilterConfig) == 16);
+static_assert(offsetof(MonitorFilterConfig, status) == 4);
+static_assert(offsetof(MonitorFilterConfig, ops) == 8);
+static_assert(offsetof(MonitorFilterConfig, hives) == 12);
+
+/// All record classes: registry operations, processes and images.
+inline constexpr std::uint32_t kAllEvents = 7;
+/// A word of the driver's own; it is always sent as it stands here.
+inline constexpr std::uint32_t kStatusMask = 0x17;
+
+inline constexpr std::uint32_t kRegistryRecord = 1;
+inline constexpr std::uint32_t kProcessRecord = 2;
+inline constexpr std::uint32_t kImageRecord = 4;
+
+/// `operation` of a process record that reports a creation; any other value reports an exit.
+inline constexpr std::uint32_t kProcessCreated = 1;
+
+/// One event record, read in place at any alignment. The view owns nothing, and trusts the sizes that the
+/// driver wrote.
+///
+/// Layout: eleven 32-bit words, of which words 7 and 8 are one 64-bit time; the name in UTF-16; a 16-bit
+/// zero; the data.
+class MonitorRecord
+{
+public:
+    static constexpr std::uint32_t kNameOffset = 44;
+    static constexpr std::uint32_t kFixedBytes = 46;
+
+    explicit MonitorRecord(const unsigned char *start) : start_(start) {}
+
+    std::uint32_t recordClass() const { return read<std::uint32_t>(0); }
+    std::uint32_t operation() const { return read<std::uint32_t>(8); }
+    /// The kernel status of a registry operation; for an image, non-zero when the driver cut the path short.
+    std::uint32_t status() const { return read<std::uint32_t>(12); }
+    std::uint32_t pid() const { return read<std::uint32_t>(16); }
+    std::uint32_t parentPid() const { return read<std::uint32_t>(20); }
+    std::uint32_t dataType() const { return read<std::uint32_t>(24); }
+    /// UTC in 100-nanosecond units since 1 January 1601.
+    std::uint64_t timestamp() const { return read<std::uint64_t>(28); }
+    std::uint32_t nameBytes() const { return read<std::uint32_t>(36); }
+    std::uint32_t dataBytes() const { return read<std::uint32_t>(40); }
+
+    /// The name is a counted string with a 16-bit length in bytes, so only the low half of `nameBytes` counts
+    /// for its text, while all of it counts for the step to the next record.
+    const char16_t *name() const { return reinterpret_cast<const char16_t *>(start_ + kNameOffset); }
+    std::size_t nameUnits() const { return (nameBytes() & 0xFFFF) / sizeof(char16_t); }
+
+    const unsigned char *data() const { return start_ + kFixedBytes + nameBytes(); }
+
+    /// Bytes from this record to the next, in 32-bit arithmetic.
+    std::uint32_t length() const { return kFixedBytes + nameBytes() + dataBytes(); }
+
+private:
+    template <class Word>
+    Word read(std::size_t offset) const
+    {
+        Word word;
+        std::memcpy(&word, start_ + offset, sizeof word);
+        return word;
+    }
+
+    const unsigned char *start_;
+};
+
+} // namespace velmox

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "pipeline/input/buffer_queue.h"
+#include "pipeline/input/device_channel.h"
+#include "pipeline/input/stop_flag.h"
+
+namespace velmox {
+
+/// Buffers that held at least one byte when they came from the driver: reads, not records, despite the name.
+/// Atomic increments, plain reads.
+extern volatile LONG registry_evt_total;
+/// Registry events written to the stream.
+extern volatile LONG registry_evt_accepted;
+
+/// The worker's loop: pulls raw buffers out of the driver and queues them, at one system call, one memory
+/// query and one queue entry each, and does nothing else.
+///
+/// It polls: a read with records is followed by the next at once, one without by a sleep of 500 ms. When the
+/// working set has reached its limit, what was read is dropped without a word: the only brake on the rate.
+class DriverReader
+{
+public:
+    DriverReader(const DeviceChannel &device, BufferQueue &queue, const StopFlag &stop)
+        : device_(device), queue_(queue), stop_(stop)
+    {
+    }
+
+    /// Returns when the flag is set, or after an error that cannot be retried.
+    void run();
+
+private:
+    // What follows a pass: counting or sleeping, or the next read at once.
+    enum class Next
+    {
+        Settle,
+        ReadAgain
+    };
+
+    Next pass();
+    bool allocate();
+    Next growBuffer(const DWORD &error);
+    Next handOver();
+    void post();
+    bool settle();
+    void countRead() const;
+
+    const DeviceChannel &device_;
+    BufferQueue &queue_;
+    const StopFlag &stop_;
+    EventBuffer buffer_;
+    DWORD size_ = 8192;
+    HRESULT result_ = 0;
+};
+
+} // namespace velmox
