@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+
+namespace velmox {
+
+class Str;
+
+/// How a registry operation is called: in the event's text, and in the filters.
+struct RegistryOperation
+{
+    const char *name;
+    const char *word;
+};
+
+/// Names of a kernel notification code (REG_NOTIFY_CLASS). Codes without a name are "UNKNOWN" in both.
+RegistryOperation registryOperation(std::uint32_t code);
+
+/// The name of a registry value type, but "REG_SD" for the two operations that carry a security descriptor.
+/// The text is static.
+const char *dataTypeName(std::uint32_t operation, std::uint32_t dataType);
+
+/// The filter words and the driver's mask bit for each.
+std::map<Str, std::uint32_t> registryOperationMasks();
+
+} // namespace velmox

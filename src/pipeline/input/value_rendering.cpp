@@ -1,0 +1,125 @@
+#include "pipeline/input/value_rendering.h"
+
+#include "pipeline/input/monitor_log.h"
+#include "util/regex.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace velmox {
+
+namespace {
+
+constexpr std::uint32_t kNone = 0;
+constexpr std::uint32_t kString = 1;
+constexpr std::uint32_t kExpandString = 2;
+constexpr std::uint32_t kDword = 4;
+constexpr std::uint32_t kStringList = 7;
+constexpr std::uint32_t kQword = 11;
+
+constexpr std::string_view STREAM_MARK = "***VELMOX***";
+const Regex STREAM_MARK_PATTERN(R"(\s-{3}velmox-regmon-end-of-event-{3}\s+\*{3}VELMOX\*{3}.+)", true, 0);
+
+// A value of `dataBytes` read as 16-bit text at any alignment.
+class WideData
+{
+public:
+    WideData(const unsigned char *data, std::uint32_t dataBytes)
+        : bytes_(data), units_(dataBytes / sizeof(char16_t))
+    {
+    }
+
+    std::size_t units() const { return units_; }
+
+    // Length of the string at `from`: up to its NUL, or to the end of the data where it has none.
+    std::size_t lengthAt(std::size_t from) const
+    {
+        std::size_t at = from;
+        while (at < units_ && (bytes_[2 * at] != 0 || bytes_[2 * at + 1] != 0)) {
+            ++at;
+        }
+        return at - from;
+    }
+
+    void appendTo(Str &out, std::size_t from, std::size_t length) const
+    {
+        out.appendUtf16(reinterpret_cast<const char16_t *>(bytes_) + from, length);
+    }
+
+private:
+    const unsigned char *bytes_;
+    std::size_t units_;
+};
+
+template <class Word>
+Word readWord(const unsigned char *data, std::uint32_t dataBytes)
+{
+    Word word = 0;
+    std::memcpy(&word, data, std::min<std::size_t>(sizeof word, dataBytes));
+    return word;
+}
+
+void renderStringList(const WideData &list, Str &out)
+{
+    std::size_t from = 0;
+    std::size_t length = list.lengthAt(0);
+    std::size_t used = length + 1;
+    // The last string counts only when a further NUL closes the list.
+    while (used < list.units()) {
+        list.appendTo(out, from, length);
+        from = used;
+        length = list.lengthAt(from);
+        used += length + 1;
+        out.push_back('\n');
+    }
+    if (!out.empty()) {
+        out.pop_back();
+    }
+}
+
+void dropForgery(Str &text)
+{
+    if (hasStreamMark(text)) {
+        text.clear();
+    }
+}
+
+} // namespace
+
+bool hasStreamMark(const Str &text)
+{
+    if (text.size() < STREAM_MARK.size() || !text.contains(STREAM_MARK)) {
+        return false;
+    }
+    if (!STREAM_MARK_PATTERN.match(text)) {
+        return false;
+    }
+    monitorLog.error("Found pattern - \\n***VELMOX*** in data %s. This data will not be printed.",
+                     text.c_str());
+    return true;
+}
+
+void renderValueData(std::uint32_t /*operation*/, std::uint32_t dataType, const unsigned char *data,
+                     std::uint32_t dataBytes, Str &out)
+{
+    out.clear();
+    if (data == nullptr || dataBytes == 0 || dataType == kNone) {
+        return;
+    }
+    if (dataType == kString || dataType == kExpandString) {
+        const WideData text(data, dataBytes);
+        text.appendTo(out, 0, text.units());
+        dropForgery(out);
+    } else if (dataType == kDword) {
+        const auto word = readWord<std::uint32_t>(data, dataBytes);
+        out.format("0x%08x(%u)", word, word);
+    } else if (dataType == kStringList) {
+        renderStringList(WideData(data, dataBytes), out);
+        dropForgery(out);
+    } else if (dataType == kQword) {
+        const auto word = readWord<std::uint64_t>(data, dataBytes);
+        out.format("0x%016llx(%lld)", static_cast<unsigned long long>(word), static_cast<long long>(word));
+    }
+}
+
+} // namespace velmox
