@@ -1,0 +1,34 @@
+#include "util/thread_exception.h"
+
+#include "util/logger.h"
+
+namespace velmox {
+
+namespace {
+
+Logger threadLogger("Thread");
+
+/// Ends the list also when the exception leaves the function.
+struct ArgumentListEnd
+{
+    std::va_list &args;
+    ~ArgumentListEnd() { va_end(args); }
+};
+
+} // namespace
+
+ThreadException::ThreadException(unsigned error, const char *fmt, std::va_list args)
+    : BaseException(error, fmt, args)
+{
+    threadLogger.warn("%s", what());
+}
+
+void throwThreadException(unsigned error, const char *fmt, ...)
+{
+    std::va_list args;
+    va_start(args, fmt);
+    const ArgumentListEnd end{args};
+    throw ThreadException(error, fmt, args);
+}
+
+} // namespace velmox
