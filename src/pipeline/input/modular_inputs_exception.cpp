@@ -1,0 +1,26 @@
+#include "pipeline/input/modular_inputs_exception.h"
+
+#include "util/logger.h"
+#include "util/platform.h"
+
+namespace velmox {
+
+namespace {
+
+Logger modularInputsLog("ModularInputs");
+
+} // namespace
+
+void ModularInputsException::raise(const char *fmt, ...)
+{
+    const unsigned error = platform::lastError();
+    Str message;
+    std::va_list args;
+    va_start(args, fmt);
+    message.vformatWithError(error, fmt, args);
+    va_end(args);
+    modularInputsLog.error("%s", message.c_str());
+    throw ModularInputsException(std::move(message));
+}
+
+} // namespace velmox

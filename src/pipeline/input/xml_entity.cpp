@@ -1,0 +1,116 @@
+#include "pipeline/input/xml_entity.h"
+
+#include "util/char_set.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+
+namespace velmox {
+
+namespace {
+
+constexpr std::size_t kLongestName = 16;
+constexpr char32_t kLastCodePoint = 0x10FFFF;
+constexpr XmlEntity kPlainAmpersand{U'&', 1};
+constexpr XmlEntity kCutEntity{0, 0};
+
+/// The bytes that the names of the known forms are made of.
+constexpr CharSet kNameBytes("abcdefglmopqstuABCDEFGLMOPQSTU#xX0123456789");
+
+struct NamedEntity
+{
+    std::string_view name;
+    char32_t codePoint;
+};
+
+constexpr NamedEntity kNamedEntities[] = {
+    {"lt", U'<'}, {"gt", U'>'}, {"amp", U'&'}, {"quot", U'"'}, {"apos", U'\''},
+};
+
+char lowerAscii(char byte)
+{
+    return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + ('a' - 'A')) : byte;
+}
+
+bool equalsInLowerCase(std::string_view text, std::string_view lowered)
+{
+    return std::equal(text.begin(), text.end(), lowered.begin(), lowered.end(),
+                      [](char a, char b) { return lowerAscii(a) == b; });
+}
+
+/// False unless the whole of `digits` is a code point in that base. The longest name leaves no room for an
+/// overflow.
+bool parseCodePoint(std::string_view digits, int base, char32_t &out)
+{
+    std::uint64_t value = 0;
+    const char *end = digits.data() + digits.size();
+    const auto [stop, error] = std::from_chars(digits.data(), end, value, base);
+    if (error != std::errc() || stop != end || value > kLastCodePoint) {
+        return false;
+    }
+    out = static_cast<char32_t>(value);
+    return true;
+}
+
+bool parseReference(std::string_view name, char32_t &out)
+{
+    if (name.size() < 2 || name[0] != '#') {
+        return false;
+    }
+    const bool hexadecimal = lowerAscii(name[1]) == 'x';
+    return parseCodePoint(name.substr(hexadecimal ? 2 : 1), hexadecimal ? 16 : 10, out);
+}
+
+XmlEntity resolve(std::string_view name)
+{
+    const std::size_t length = name.size() + 2;
+    for (const NamedEntity &entity : kNamedEntities) {
+        if (equalsInLowerCase(name, entity.name)) {
+            return {entity.codePoint, length};
+        }
+    }
+    char32_t codePoint = 0;
+    return parseReference(name, codePoint) ? XmlEntity{codePoint, length} : kPlainAmpersand;
+}
+
+} // namespace
+
+XmlEntity readXmlEntity(std::string_view bytes, bool complete)
+{
+    constexpr std::size_t kBytesThatDecide = 1 + kLongestName + 1;
+    const std::size_t end = std::min(bytes.size(), kBytesThatDecide);
+    for (std::size_t at = 1; at < end; ++at) {
+        if (bytes[at] == ';') {
+            return resolve(bytes.substr(1, at - 1));
+        }
+        if (!kNameBytes.contains(bytes[at])) {
+            return kPlainAmpersand;
+        }
+    }
+    return complete || end == kBytesThatDecide ? kPlainAmpersand : kCutEntity;
+}
+
+void appendCodePoint(char32_t codePoint, Str &out)
+{
+    const auto continuation = [codePoint](int shift) {
+        return static_cast<char>(0x80 | (codePoint >> shift & 0x3F));
+    };
+    if (codePoint < 0x80) {
+        out.push_back(static_cast<char>(codePoint));
+    } else if (codePoint < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | codePoint >> 6));
+        out.push_back(continuation(0));
+    } else if (codePoint < 0x10000) {
+        out.push_back(static_cast<char>(0xE0 | codePoint >> 12));
+        out.push_back(continuation(6));
+        out.push_back(continuation(0));
+    } else {
+        out.push_back(static_cast<char>(0xF0 | codePoint >> 18));
+        out.push_back(continuation(12));
+        out.push_back(continuation(6));
+        out.push_back(continuation(0));
+    }
+}
+
+} // namespace velmox
