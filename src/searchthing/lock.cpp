@@ -1,0 +1,127 @@
+#include "searchthing/lock.h"
+
+#include "searchthing/osfile.h"
+#include "util/file_descriptor.h"
+#include "util/file_system.h"
+#include "util/random_hex.h"
+
+#include <cstdint>
+
+namespace velmox {
+
+namespace {
+
+constexpr std::size_t kLongestName = MAX_PATH - 1;
+constexpr DWORD kTryIntervalMs = 10;
+
+constexpr int kCanCreate = 0;
+constexpr int kEmptyName = 2;
+constexpr int kCannotCreate = 8; ///< with the value of the handle added
+constexpr int kCannotLock = 9;
+
+/// Forms the name of the lock; false when it is too long.
+bool lockNameOf(const Pathname &path, Pathname &name)
+{
+    name = path.concat(".lock");
+    if (name.size() > kLongestName) {
+        SetLastError(ERROR_FILENAME_EXCED_RANGE);
+        return false;
+    }
+    return true;
+}
+
+bool isAbsence(DWORD error)
+{
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+}
+
+} // namespace
+
+LockTry lockFileTry(const Pathname &path)
+{
+    Pathname name;
+    if (!lockNameOf(path, name)) {
+        return LockTry::Failed;
+    }
+    if (createWithContent(name, ownerText())) {
+        return LockTry::Taken;
+    }
+    switch (GetLastError()) {
+    case ERROR_FILE_EXISTS:
+    case ERROR_ALREADY_EXISTS:
+        return LockTry::Exists;
+    case ERROR_ACCESS_DENIED:
+        return LockTry::AccessDenied;
+    default:
+        return LockTry::Failed;
+    }
+}
+
+LockWait lockFileWait(const Pathname &path, int seconds)
+{
+    const ULONGLONG start = GetTickCount64();
+    const ULONGLONG limit = seconds > 0 ? static_cast<ULONGLONG>(seconds) * 1000 : 0;
+    for (;;) {
+        const LockTry result = lockFileTry(path);
+        if (result == LockTry::Taken || result == LockTry::Failed) {
+            return result == LockTry::Taken ? LockWait::Taken : LockWait::Failed;
+        }
+        if (GetTickCount64() - start >= limit) {
+            return LockWait::TimedOut;
+        }
+        Sleep(kTryIntervalMs);
+    }
+}
+
+LockRelease lockFileRelease(const Pathname &path)
+{
+    Pathname name;
+    if (!lockNameOf(path, name)) {
+        return LockRelease::Failed;
+    }
+    if (removeFile(name)) {
+        return LockRelease::Done;
+    }
+    const DWORD error = GetLastError();
+    if (isAbsence(error)) {
+        return LockRelease::Done;
+    }
+    return error == ERROR_NOT_ENOUGH_MEMORY ? LockRelease::NotEnoughMemory : LockRelease::Failed;
+}
+
+LockState lockFileExists(const Pathname &path)
+{
+    Pathname name;
+    if (!lockNameOf(path, name)) {
+        return LockState::Unknown;
+    }
+    if (pathKind(name) != PathKind::Nothing) {
+        return LockState::Exists;
+    }
+    return isAbsence(GetLastError()) ? LockState::Absent : LockState::Unknown;
+}
+
+int lockFileCanCreateIn(const Pathname &folder)
+{
+    if (folder.empty()) {
+        return kEmptyName;
+    }
+    Str name("lock_test_");
+    appendRandomHex(name, 8);
+    const Pathname probe = folder.join(name);
+    FileDescriptor file;
+    if (!file.openWrite(probe, FilePermissions::Private)) {
+        return kCannotCreate + static_cast<int>(reinterpret_cast<std::intptr_t>(file.get()));
+    }
+    file.close();
+    const bool locked = lockFileTry(probe) == LockTry::Taken;
+    const DWORD error = GetLastError();
+    if (locked) {
+        lockFileRelease(probe);
+    }
+    removeFile(probe);
+    SetLastError(error);
+    return locked ? kCanCreate : kCannotLock;
+}
+
+} // namespace velmox
