@@ -101,7 +101,8 @@ bool FileStar::readLine(Str &out)
 std::ptrdiff_t FileStar::read(void *buffer, std::size_t length)
 {
     const std::size_t count = std::fread(buffer, 1, length, file_);
-    return count == 0 && std::ferror(file_) != 0 ? -1 : static_cast<std::ptrdiff_t>(count);
+    const bool failed = count == 0 && length != 0 && std::feof(file_) == 0;
+    return failed ? -1 : static_cast<std::ptrdiff_t>(count);
 }
 
 std::ptrdiff_t FileStar::write(const void *bytes, std::size_t length)

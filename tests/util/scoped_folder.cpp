@@ -1,0 +1,90 @@
+#include "tests/util/scoped_folder.h"
+
+#include "util/open_file.h"
+#include "util/owned_handle.h"
+
+#include <gtest/gtest.h>
+
+namespace velmox::test {
+
+namespace {
+
+/// Calls `visit(path, isFolder)` for each entry of a folder.
+template <class Visit>
+void forEachEntry(const Pathname &folder, Visit visit)
+{
+    WIN32_FIND_DATAW data;
+    const HANDLE search = FindFirstFileW(asWide(folder.join("*")), &data);
+    if (search == INVALID_HANDLE_VALUE) {
+        return;
+    }
+    do {
+        const Pathname name(asUtf16(data.cFileName));
+        if (name != u"." && name != u"..") {
+            visit(folder.join(name), (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0);
+        }
+    } while (FindNextFileW(search, &data));
+    FindClose(search);
+}
+
+void removeTree(const Pathname &folder)
+{
+    forEachEntry(folder, [](const Pathname &path, bool isFolder) {
+        SetFileAttributesW(asWide(path), FILE_ATTRIBUTE_NORMAL);
+        if (isFolder) {
+            removeTree(path);
+        } else {
+            DeleteFileW(asWide(path));
+        }
+    });
+    RemoveDirectoryW(asWide(folder));
+}
+
+} // namespace
+
+ScopedFolder::ScopedFolder()
+{
+    static unsigned number = 0;
+    wchar_t temp[MAX_PATH + 1];
+    EXPECT_NE(GetTempPathW(MAX_PATH + 1, temp), 0u);
+    path_ = Pathname(asUtf16(temp));
+    path_.append(Str::fromFormat("velmox-test-%lu-%u", GetCurrentProcessId(), ++number));
+    removeTree(path_);
+    EXPECT_TRUE(CreateDirectoryW(asWide(path_), nullptr));
+}
+
+ScopedFolder::~ScopedFolder()
+{
+    removeTree(path_);
+}
+
+unsigned ScopedFolder::count() const
+{
+    unsigned entries = 0;
+    forEachEntry(path_, [&entries](const Pathname &, bool) { ++entries; });
+    return entries;
+}
+
+void writeWhole(const Pathname &path, std::string_view content)
+{
+    FileStar file = openFile(path, "wb");
+    ASSERT_TRUE(file.isOpen()) << path.toStr().c_str();
+    ASSERT_EQ(file.write(content.data(), content.size()), static_cast<std::ptrdiff_t>(content.size()));
+    ASSERT_TRUE(file.close());
+}
+
+Str readWhole(const Pathname &path)
+{
+    FileStar file = openFile(path, "rb");
+    if (!file.isOpen()) {
+        return "<unreadable>";
+    }
+    Str content;
+    char piece[4096];
+    for (std::ptrdiff_t count = 0; (count = file.read(piece, sizeof piece)) > 0;) {
+        content.append(piece, static_cast<std::size_t>(count));
+    }
+    return content;
+}
+
+} // namespace velmox::test
