@@ -2,15 +2,43 @@
 
 #include "util/str.h"
 
+#include <vector>
+
 namespace velmox {
 
-/// Translation between drive letters and device paths, such as `c:` and `\device\harddiskvolume2`. The map is
-/// read from the system on first use and kept for the life of the process. Main thread only.
+/// A drive and the device behind it, both lower case: `c:` and `\device\harddiskvolume2`.
+struct DriveMapping
+{
+    Str drive;
+    Str device;
+};
 
-/// A process pattern's leading drive as the device path, ready to stand in a regular expression.
+using DriveMappings = std::vector<DriveMapping>;
+
+/// Carries paths between drives and devices. Prefixes are compared without case and need not end at a
+/// backslash.
+class DriveMap
+{
+public:
+    using Fill = void (*)(DriveMappings &out);
+
+    /// `fill` is called on first use, and again as long as it finds nothing.
+    explicit DriveMap(Fill fill) : fill_(fill) {}
+
+    /// Replaces a leading drive of a pattern by the device path, as a regular expression.
+    Str translateProcessDrive(const Str &proc);
+    /// Replaces a leading device of a path by its drive.
+    Str deviceToDrive(const Str &path);
+
+private:
+    const DriveMappings &mappings();
+
+    Fill fill_;
+    DriveMappings mappings_;
+};
+
+/// The same by the system's own drives, which are asked for once; the thread that processes events only.
 Str translateProcessDrive(const Str &proc);
-
-/// A path's leading device as its drive, for display.
 Str deviceToDrive(const Str &path);
 
 } // namespace velmox

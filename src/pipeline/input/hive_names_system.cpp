@@ -1,6 +1,6 @@
 #include "pipeline/input/hive_names.h"
 #include "pipeline/input/monitor_log.h"
-#include "util/windows_api.h"
+#include "pipeline/input/registry_key_handle.h"
 
 #include <memory>
 
@@ -56,18 +56,16 @@ bool queryName(NtQueryObject query, HANDLE key, WideStr &name)
 // 1 when the system does not say.
 DWORD activeControlSet()
 {
-    DWORD current = 1;
-    HKEY key = nullptr;
-    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SYSTEM\\Select", 0, KEY_QUERY_VALUE, &key) == ERROR_SUCCESS) {
-        DWORD value = 1;
-        DWORD size = sizeof value;
-        if (RegQueryValueExA(key, "Current", nullptr, nullptr, reinterpret_cast<BYTE *>(&value), &size) ==
-            ERROR_SUCCESS) {
-            current = value;
-        }
-        RegCloseKey(key);
+    HKEY opened = nullptr;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SYSTEM\\Select", 0, KEY_QUERY_VALUE, &opened) != ERROR_SUCCESS) {
+        return 1;
     }
-    return current;
+    const RegistryKeyHandle select(opened);
+    DWORD current = 1;
+    DWORD size = sizeof current;
+    const LSTATUS result = RegQueryValueExA(select.get(), "Current", nullptr, nullptr,
+                                            reinterpret_cast<BYTE *>(&current), &size);
+    return result == ERROR_SUCCESS ? current : 1;
 }
 
 } // namespace

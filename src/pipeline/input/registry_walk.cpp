@@ -1,0 +1,117 @@
+#include "pipeline/input/registry_walk.h"
+
+#include "pipeline/input/registry_key_handle.h"
+
+#include <algorithm>
+
+namespace velmox {
+
+namespace {
+
+struct LocalMemoryTraits
+{
+    using Type = void *;
+    static Type invalid() { return nullptr; }
+    static void close(Type memory) { LocalFree(memory); }
+};
+
+struct KeyInfo
+{
+    DWORD subKeys = 0;
+    DWORD longestSubKeyName = 0;
+    DWORD values = 0;
+    DWORD longestValueName = 0;
+    DWORD longestData = 0;
+    FILETIME lastWriteTime = {};
+
+    LSTATUS read(HKEY key)
+    {
+        return RegQueryInfoKeyA(key, nullptr, nullptr, nullptr, &subKeys, &longestSubKeyName, nullptr,
+                                &values, &longestValueName, &longestData, nullptr, &lastWriteTime);
+    }
+};
+
+/// Room for what is read of one key: a value's data, and the path of a value or sub key, whose name is read
+/// in place behind the key's own path and a backslash.
+class KeyBuffer
+{
+public:
+    KeyBuffer(std::u16string_view keyPath, const KeyInfo &info)
+        : nameRoom_(std::max(info.longestSubKeyName, info.longestValueName) + 1), dataRoom_(info.longestData),
+          keyUnits_(keyPath.size())
+    {
+        // One unit more than the registry hears of, so that whatever it leaves there ends in a NUL.
+        const std::size_t pathUnits = keyUnits_ + 1 + nameRoom_ + 1;
+        memory_.reset(LocalAlloc(LPTR, pathOffset() + pathUnits * sizeof(char16_t)));
+        if (memory_.isValid()) {
+            std::copy(keyPath.begin(), keyPath.end(), path());
+            path()[keyUnits_] = u'\\';
+        }
+    }
+
+    bool isValid() const { return memory_.isValid(); }
+    /// Comes first, so that it is aligned for numbers of any width.
+    BYTE *data() const { return static_cast<BYTE *>(memory_.get()); }
+    DWORD dataRoom() const { return dataRoom_; }
+    char16_t *path() const { return reinterpret_cast<char16_t *>(data() + pathOffset()); }
+    wchar_t *name() const { return reinterpret_cast<wchar_t *>(path() + keyUnits_ + 1); }
+    DWORD nameRoom() const { return nameRoom_; }
+
+private:
+    std::size_t pathOffset() const { return (std::size_t{dataRoom_} + 1) / 2 * 2; }
+
+    DWORD nameRoom_;
+    DWORD dataRoom_;
+    std::size_t keyUnits_;
+    OwnedHandle<LocalMemoryTraits> memory_;
+};
+
+void reportValues(const RegistryWalk &walk, HKEY key, const KeyInfo &info, const KeyBuffer &buffer)
+{
+    for (DWORD index = 0; index < info.values; ++index) {
+        DWORD nameLength = buffer.nameRoom();
+        DWORD dataLength = buffer.dataRoom();
+        DWORD type = 0;
+        if (RegEnumValueW(key, index, buffer.name(), &nameLength, nullptr, &type, buffer.data(),
+                          &dataLength) == ERROR_SUCCESS) {
+            walk.valueCallback(buffer.path(), asUtf16(buffer.name()), nameLength, type, buffer.data(),
+                               dataLength, info.lastWriteTime, walk.context);
+        }
+    }
+}
+
+} // namespace
+
+std::uint32_t RegistryWalk::visit(HKEY key, std::u16string_view path) const
+{
+    if (*stop != 0) {
+        return ERROR_SUCCESS;
+    }
+    KeyInfo info;
+    if (const LSTATUS result = info.read(key); result != ERROR_SUCCESS) {
+        return static_cast<std::uint32_t>(result);
+    }
+    const KeyBuffer buffer(path, info);
+    if (!buffer.isValid()) {
+        return ERROR_NOT_ENOUGH_MEMORY;
+    }
+    reportValues(*this, key, info, buffer);
+
+    LSTATUS status = ERROR_SUCCESS;
+    for (DWORD index = 0; index < info.subKeys; ++index) {
+        DWORD nameLength = buffer.nameRoom();
+        RegEnumKeyExW(key, index, buffer.name(), &nameLength, nullptr, nullptr, nullptr, nullptr);
+        RegistryKeyHandle child;
+        status = openForReading(key, buffer.name(), child);
+        if (status == ERROR_SUCCESS &&
+            (keyCallback == nullptr || keyCallback(buffer.path(), info.lastWriteTime, context) == 1)) {
+            visit(child.get(), buffer.path());
+        }
+        if (*stop != 0) {
+            break;
+        }
+    }
+    return static_cast<std::uint32_t>(status);
+}
+
+} // namespace velmox

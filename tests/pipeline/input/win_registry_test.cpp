@@ -1,0 +1,215 @@
+#include "pipeline/input/win_registry.h"
+#include "tests/pipeline/input/registry_test_key.h"
+
+#include <gmock/gmock.h>
+
+using namespace velmox;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+/// What a walk reported, and what to make of it on the way.
+struct Walk
+{
+    std::vector<std::string> seen;
+    std::vector<std::string> data;
+    std::string veto;
+    std::string stopAt;
+    FILETIME lastWriteTime = {};
+    volatile LONG stop = 0;
+
+    void see(const char *mark, const Str &path)
+    {
+        seen.emplace_back(std::string(mark) + path.c_str());
+        if (seen.back() == stopAt) {
+            stop = 1;
+        }
+    }
+
+    static BYTE onKey(const char16_t *path, const FILETIME &, void *context)
+    {
+        Walk &walk = *static_cast<Walk *>(context);
+        walk.see("key ", Str::fromUtf16(path));
+        return walk.seen.back() != walk.veto;
+    }
+
+    static void onValue(const char16_t *path, const char16_t *name, DWORD nameLength, DWORD type,
+                        const BYTE *data, DWORD dataLength, const FILETIME &lastWriteTime, void *context)
+    {
+        Walk &walk = *static_cast<Walk *>(context);
+        EXPECT_TRUE(WideStr(path).endsWith(WideStr(u"\\").append(name, nameLength)));
+        walk.see("", Str::fromUtf16(path));
+        const Str text = Str::fromFormat("%u/%u/%02x", static_cast<unsigned>(type),
+                                         static_cast<unsigned>(dataLength), dataLength != 0 ? data[0] : 0u);
+        walk.data.emplace_back(text.c_str());
+        walk.lastWriteTime = lastWriteTime;
+    }
+
+    std::uint32_t run(const WideStr &path, bool withKeys = false)
+    {
+        return WinRegistry().walk(HKEY_CURRENT_USER, path.c_str(), withKeys ? onKey : nullptr, onValue, this,
+                                  &stop);
+    }
+};
+
+class WinRegistryWalk : public testing::Test
+{
+protected:
+    std::string at(const char *rest) const { return std::string(Str::fromUtf16(key_.path()).c_str()) + rest; }
+
+    RegistryTestKey key_;
+    Walk walk_;
+};
+
+TEST_F(WinRegistryWalk, ReportsValuesBeforeSubKeysDepthFirst)
+{
+    key_.setNumber(u"", u"top", 7);
+    key_.setValue(u"", u"", REG_SZ, u"x", 4);
+    key_.setNumber(u"a\\deep", u"v", 1);
+    key_.setValue(u"b", u"none", REG_NONE, nullptr, 0);
+    WideStr slashed(u"\\\\\\");
+    slashed.append(key_.path());
+
+    EXPECT_EQ(walk_.run(slashed, true), 0u);
+    ASSERT_EQ(walk_.seen.size(), 7u);
+    // The order of values is the registry's own.
+    EXPECT_THAT(std::vector(walk_.seen.begin(), walk_.seen.begin() + 2),
+                testing::UnorderedElementsAre(at("\\top"), at("\\")));
+    EXPECT_THAT(std::vector(walk_.seen.begin() + 2, walk_.seen.end()),
+                ElementsAre("key " + at("\\a"), "key " + at("\\a\\deep"), at("\\a\\deep\\v"),
+                            "key " + at("\\b"), at("\\b\\none")));
+    EXPECT_THAT(walk_.data, testing::UnorderedElementsAre("4/4/07", "1/4/78", "4/4/01", "0/0/00"));
+
+    FILETIME written = {};
+    RegQueryInfoKeyW(key_.create(u"b").get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                     nullptr, nullptr, nullptr, &written);
+    EXPECT_EQ(CompareFileTime(&walk_.lastWriteTime, &written), 0);
+}
+
+TEST_F(WinRegistryWalk, StaysOutOfVetoedKeys)
+{
+    key_.setNumber(u"a\\deep", u"v", 1);
+    key_.setNumber(u"b", u"v", 1);
+    walk_.veto = "key " + at("\\a");
+    EXPECT_EQ(walk_.run(key_.path(), true), 0u);
+    EXPECT_THAT(walk_.seen, ElementsAre("key " + at("\\a"), "key " + at("\\b"), at("\\b\\v")));
+}
+
+TEST_F(WinRegistryWalk, StopsBeforeTheNextKeyButFinishesTheValues)
+{
+    key_.setNumber(u"", u"1", 1);
+    key_.setNumber(u"", u"2", 1);
+    key_.setNumber(u"a", u"v", 1);
+    key_.setNumber(u"b", u"v", 1);
+    walk_.stopAt = at("\\1");
+    EXPECT_EQ(walk_.run(key_.path()), 0u);
+    EXPECT_THAT(walk_.seen, testing::UnorderedElementsAre(at("\\1"), at("\\2")));
+
+    Walk later;
+    later.stopAt = at("\\a\\v");
+    EXPECT_EQ(later.run(key_.path()), 0u);
+    EXPECT_THAT(later.seen, testing::UnorderedElementsAre(at("\\1"), at("\\2"), at("\\a\\v")));
+
+    Walk never;
+    never.stop = 1;
+    EXPECT_EQ(never.run(key_.path()), 0u);
+    EXPECT_THAT(never.seen, IsEmpty());
+}
+
+TEST_F(WinRegistryWalk, FitsLongNamesAndData)
+{
+    const WideStr longKey(std::size_t{250}, u'k');
+    const WideStr longValue(std::size_t{600}, u'\u00E9');
+    std::vector<BYTE> data(20001, 0xAB);
+    key_.setValue(longKey.c_str(), longValue.c_str(), REG_BINARY, data.data(), data.size());
+    EXPECT_EQ(walk_.run(key_.path()), 0u);
+    WideStr path = key_.below(longKey.c_str());
+    path.append(u"\\").append(longValue);
+    EXPECT_THAT(walk_.seen, ElementsAre(Str::fromUtf16(path).c_str()));
+    EXPECT_THAT(walk_.data, ElementsAre("3/20001/ab"));
+}
+
+TEST_F(WinRegistryWalk, GivesTheCodeOfTheKeyItself)
+{
+    EXPECT_EQ(WinRegistry().walk(HKEY_CURRENT_USER, nullptr, nullptr, Walk::onValue, &walk_, &walk_.stop),
+              87u);
+    EXPECT_EQ(walk_.run(key_.below(u"missing")), 2u);
+}
+
+TEST_F(WinRegistryWalk, BeginsPathsWithABackslashUnderARootItself)
+{
+    key_.setNumber(u"", u"v", 1);
+    const RegistryKeyHandle top = key_.create(u"");
+    ASSERT_EQ(WinRegistry().walk(top.get(), u"", nullptr, Walk::onValue, &walk_, &walk_.stop), 0u);
+    EXPECT_THAT(walk_.seen, ElementsAre("\\v"));
+}
+
+/// A symbolic link to nowhere: a key that is listed and cannot be opened.
+class DanglingLink
+{
+public:
+    DanglingLink(const RegistryTestKey &parent, const char16_t *name)
+        : key_(parent.create(name, REG_OPTION_CREATE_LINK))
+    {
+        const WideStr target(u"\\Registry\\User\\VelmoxNowhere");
+        RegSetValueExW(key_.get(), L"SymbolicLinkValue", 0, REG_LINK,
+                       reinterpret_cast<const BYTE *>(target.data()), static_cast<DWORD>(target.size() * 2));
+    }
+    ~DanglingLink()
+    {
+        // The calls that delete by name would follow the link.
+        const auto ntDeleteKey = reinterpret_cast<LONG(NTAPI *)(HANDLE)>(
+            reinterpret_cast<void *>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtDeleteKey")));
+        EXPECT_EQ(ntDeleteKey(key_.get()), 0);
+    }
+
+private:
+    RegistryKeyHandle key_;
+};
+
+TEST_F(WinRegistryWalk, ReturnsTheFailureOfTheLastSubKeyAlone)
+{
+    key_.setNumber(u"b", u"v", 1);
+    {
+        const DanglingLink first(key_, u"a");
+        const DanglingLink deeper(key_, u"b\\z");
+        EXPECT_EQ(walk_.run(key_.path()), 0u);
+        EXPECT_THAT(walk_.seen, ElementsAre(at("\\b\\v")));
+    }
+    const DanglingLink last(key_, u"z");
+    Walk second;
+    EXPECT_EQ(second.run(key_.path()), 2u);
+    EXPECT_THAT(second.seen, ElementsAre(at("\\b\\v")));
+}
+
+TEST(WinRegistry, ListsSubKeysAndSkipsNamesThatAreTooLong)
+{
+    RegistryTestKey key;
+    const RegistryKeyHandle top = key.create(u"");
+    WideStrVector names = {u"kept"};
+    EXPECT_TRUE(WinRegistry().getSubKeys(top.get(), names));
+    EXPECT_EQ(names.size(), 1u);
+
+    const WideStr longest(std::size_t{254}, u'b');
+    const WideStr tooLong(std::size_t{255}, u'b');
+    for (const char16_t *name : {u"a", longest.c_str(), tooLong.c_str(), u"c\\d"}) {
+        key.create(name);
+    }
+    EXPECT_TRUE(WinRegistry().getSubKeys(top.get(), names));
+    EXPECT_THAT(names, ElementsAre(u"kept", u"a", longest, u"c"));
+    EXPECT_FALSE(WinRegistry().getSubKeys(nullptr, names));
+}
+
+TEST(WinRegistry, KnowsTheRoots)
+{
+    StrVector names = {"kept"};
+    EXPECT_TRUE(WinRegistry().listRootNames(names));
+    EXPECT_THAT(names, ElementsAre("kept", "HKEY_LOCAL_MACHINE", "HKEY_USERS", "HKEY_CURRENT_USER",
+                                   "HKEY_CURRENT_CONFIG"));
+    EXPECT_EQ(WinRegistry().rootKey("HKU"), HKEY_USERS);
+    EXPECT_EQ(WinRegistry().rootKey("HKEY_CURRENT_CONFIG"), HKEY_CURRENT_CONFIG);
+    EXPECT_EQ(WinRegistry().rootKey("HKCR"), nullptr);
+}
+
+} // namespace
