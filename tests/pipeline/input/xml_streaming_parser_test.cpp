@@ -1,6 +1,8 @@
 #include "pipeline/input/xml_streaming_parser.h"
 
 #include <gtest/gtest.h>
+#include <iterator>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -157,6 +159,33 @@ TEST(XmlStreamingParser, AnySplitGivesTheSameCalls)
             ASSERT_EQ(recorder.calls, whole) << document << " in pieces of " << size;
             ASSERT_EQ(recorder.position(), document.size());
         }
+    }
+}
+
+/// Bits of markup in random order, and a tail that ends whatever stands open.
+std::string randomDocument(std::mt19937 &random)
+{
+    static constexpr std::string_view kBits[] = {
+        "<",         ">",   "/", "=",   "'", "\"",   " ",   "\n",   "\0"sv, "<!--",  "-->", "-",
+        "<![CDATA[", "]]>", "]", "a",   "&", ";",    "&am", "p;",   "&#",   "x4",    "1;",  "<a",
+        "</",        "?",   "!", "b=c", "é", "</a>", "/>",  "&lt;", "&#0",  "&quot;"};
+    std::string document;
+    for (auto count = random() % 40; count > 0; --count) {
+        document += kBits[random() % std::size(kBits)];
+    }
+    return document + "|'>|\">|-->|]]>|'>|\">|<z>";
+}
+
+TEST(XmlStreamingParser, RandomMarkupGivesTheSameCallsByTheByte)
+{
+    std::mt19937 random(20);
+    for (int i = 0; i < 5000; ++i) {
+        const std::string document = randomDocument(random);
+        Recorder recorder("^");
+        for (const char &byte : document) {
+            recorder.feed(&byte, 1);
+        }
+        ASSERT_EQ(recorder.calls, parse(document, "^")) << document;
     }
 }
 
