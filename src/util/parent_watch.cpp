@@ -2,10 +2,10 @@
 
 #include "util/windows_api.h"
 
-#include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
 #include <process.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
 
 namespace velmox {
 
@@ -40,11 +40,11 @@ HANDLE serverProcess = nullptr;
 
 [[noreturn]] __attribute__((format(gnu_printf, 1, 2))) void fail(const char *fmt, ...)
 {
-    std::va_list args;
+    va_list args;
     va_start(args, fmt);
-    std::vfprintf(stderr, fmt, args);
+    vfprintf(stderr, fmt, args);
     va_end(args);
-    std::exit(kSetUpFailed);
+    exit(kSetUpFailed);
 }
 
 unsigned lastError()
@@ -105,7 +105,7 @@ DWORD WINAPI watchDuringShutdown(void *)
     case WaitEnd::Failure:
         fail("Error in WaitForMultipleObjects: %u\n", lastError());
     case WaitEnd::Process:
-        std::exit(kWatchedProcessDied);
+        exit(kWatchedProcessDied);
     case WaitEnd::Event:
         break;
     }
@@ -148,7 +148,7 @@ void watchProcess()
         return;
     }
     if (end == WaitEnd::Process) {
-        std::exit(kWatchedProcessDied);
+        exit(kWatchedProcessDied);
     }
     startSecondWatch(process);
 }
@@ -174,7 +174,7 @@ unsigned __stdcall watchServer(void *)
 void watchServerByEnvironment()
 {
     wchar_t text[50] = {};
-    std::size_t needed = 0;
+    size_t needed = 0;
     _wgetenv_s(&needed, text, sizeof(text) / sizeof(text[0]), L"VELMOXD_PROCESSID");
     if (text[0] == L'\0') {
         return;
@@ -201,7 +201,7 @@ void makeLockOnce()
     if (stateLock != nullptr) {
         return;
     }
-    auto *lock = static_cast<CRITICAL_SECTION *>(std::malloc(sizeof(CRITICAL_SECTION)));
+    auto *lock = static_cast<CRITICAL_SECTION *>(malloc(sizeof(CRITICAL_SECTION)));
     if (lock == nullptr) {
         fail("Memory error: malloc: %u\n", lastError());
     }
@@ -211,7 +211,7 @@ void makeLockOnce()
 
 void makeState()
 {
-    state = static_cast<ParentWatchState *>(std::calloc(1, sizeof(ParentWatchState)));
+    state = static_cast<ParentWatchState *>(calloc(1, sizeof(ParentWatchState)));
     if (state == nullptr) {
         fail("Memory error: calloc: %u\n", lastError());
     }
@@ -306,7 +306,7 @@ void stopParentWatch()
     endSecondWatch();
     EnterCriticalSection(stateLock);
     CloseHandle(state->stopEvent);
-    std::free(state);
+    free(state);
     state = nullptr;
     LeaveCriticalSection(stateLock);
 }
