@@ -36,7 +36,8 @@ const Str &StatusTexts::text(std::uint32_t status)
         return unknown_;
     }
     const auto signedStatus = static_cast<std::int32_t>(status);
-    return texts_.emplace(status, statusText(mapping_(signedStatus), signedStatus)).first->second;
+    const auto error = static_cast<unsigned>(mapping_(signedStatus));
+    return texts_.emplace(status, statusText(error, signedStatus)).first->second;
 }
 
 } // namespace velmox
