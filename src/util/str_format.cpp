@@ -1,3 +1,4 @@
+#include "util/error_text.h"
 #include "util/platform.h"
 #include "util/str.h"
 
@@ -54,25 +55,6 @@ private:
 bool hasErrorConversion(const char *fmt)
 {
     return std::strstr(fmt, "%m") != nullptr;
-}
-
-/// The format with each `%m` replaced by the error's text. A `%%` pair is copied whole, so `%%m` stays.
-Str expandErrorConversions(unsigned error, const char *fmt)
-{
-    Str expanded;
-    for (const char *at = fmt; *at != '\0'; ++at) {
-        if (at[0] != '%' || (at[1] != '%' && at[1] != 'm')) {
-            expanded += *at;
-            continue;
-        }
-        ++at;
-        if (*at == 'm') {
-            expanded.appendErrorText(error);
-        } else {
-            expanded.append("%%");
-        }
-    }
-    return expanded;
 }
 
 } // namespace
@@ -132,11 +114,13 @@ Str Str::fromFormat(const char *fmt, ...)
 
 void Str::vformatWithError(unsigned error, const char *fmt, std::va_list args)
 {
-    if (hasErrorConversion(fmt)) {
-        vformat(expandErrorConversions(error, fmt).c_str(), args);
-    } else {
+    if (!hasErrorConversion(fmt)) {
         vformat(fmt, args);
+        return;
     }
+    Str errorText;
+    errorText.appendErrorText(error);
+    vformat(expandErrorText(fmt, errorText).c_str(), args);
 }
 
 void Str::formatWithError(unsigned error, const char *fmt, ...)
