@@ -7,15 +7,10 @@ namespace velmox {
 
 namespace {
 
-bool isSlash(char16_t unit)
-{
-    return unit == u'\\' || unit == u'/';
-}
-
 /// Where the part of the path begins that names folders: behind the drive and one backslash.
 std::size_t rootLength(const Pathname &path)
 {
-    const std::size_t drive = path.size() >= 2 && path[1] == u':' ? 2 : 0;
+    const std::size_t drive = driveLength(path.view());
     return drive + (path.size() > drive && path[drive] == Pathname::kSeparator ? 1 : 0);
 }
 

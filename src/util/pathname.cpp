@@ -7,21 +7,6 @@ namespace velmox {
 
 namespace {
 
-constexpr bool isSlash(char16_t unit)
-{
-    return unit == u'\\' || unit == u'/';
-}
-
-constexpr bool isLetter(char16_t unit)
-{
-    return (unit >= u'A' && unit <= u'Z') || (unit >= u'a' && unit <= u'z');
-}
-
-constexpr std::size_t driveLength(std::u16string_view path)
-{
-    return path.size() >= 2 && isLetter(path[0]) && path[1] == u':' ? 2 : 0;
-}
-
 bool startsWithDrive(std::string_view utf8)
 {
     return utf8.size() >= 2 && std::isalpha(static_cast<unsigned char>(utf8[0])) != 0 && utf8[1] == ':';

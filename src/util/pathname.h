@@ -8,6 +8,19 @@
 
 namespace velmox {
 
+constexpr bool isSlash(char16_t unit)
+{
+    return unit == u'\\' || unit == u'/';
+}
+
+/// Length of the drive in front of a path, a letter and a colon; 0 when there is none.
+constexpr std::size_t driveLength(std::u16string_view path)
+{
+    const bool letter =
+        !path.empty() && ((path[0] >= u'A' && path[0] <= u'Z') || (path[0] >= u'a' && path[0] <= u'z'));
+    return letter && path.size() >= 2 && path[1] == u':' ? 2 : 0;
+}
+
 /// A path as 16-bit text, handed to the system's wide interfaces as it stands: the separator is the
 /// backslash, and no long-path prefix is ever added.
 ///
