@@ -24,7 +24,7 @@ bool StringPrefixFilter::matches(const Str &text)
     return std::strncmp(text.c_str(), prefix_.c_str(), prefix_.size()) == 0;
 }
 
-RegexFilterList::RegexFilterList(StrVector patterns) : SmartFilterList(kResortInterval, true)
+RegexFilterList::RegexFilterList(const StrVector &patterns) : SmartFilterList(kResortInterval, true)
 {
     unsigned long long index = 0;
     for (const Str &pattern : patterns) {

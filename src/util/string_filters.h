@@ -35,7 +35,7 @@ class RegexFilterList : public SmartFilterList<Str>
 {
 public:
     /// Names the filters `pattern-0`, `pattern-1` and so on. Throws RegexException.
-    explicit RegexFilterList(StrVector patterns);
+    explicit RegexFilterList(const StrVector &patterns);
 };
 
 } // namespace velmox
