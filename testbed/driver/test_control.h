@@ -11,9 +11,10 @@
 #define VELMOX_TEST_FAULT VELMOX_TEST_CODE(1) /* in: VelmoxTestFault */
 #define VELMOX_TEST_GATE VELMOX_TEST_CODE(2)  /* in: uint32_t, 0 opens the gate, anything else closes it */
 #define VELMOX_TEST_GET_STATE VELMOX_TEST_CODE(3) /* out: VelmoxTestState */
-#define VELMOX_TEST_RESET VELMOX_TEST_CODE(4) /* back to the state after a start; live mode stays as it is   \
-                                               */
-#define VELMOX_TEST_LIVE VELMOX_TEST_CODE(5)  /* in: VelmoxTestLive */
+#define VELMOX_TEST_RESET                                                                                    \
+    VELMOX_TEST_CODE(4)                      /* back to the state after a start; live mode stays as it is    \
+                                              */
+#define VELMOX_TEST_LIVE VELMOX_TEST_CODE(5) /* in: VelmoxTestLive */
 
 /* Bytes of records that may wait. A push beyond that fails with STATUS_INSUFFICIENT_RESOURCES (error 1450),
    and a live record beyond it is dropped; both count in recordsDropped. */
@@ -34,8 +35,9 @@ struct VelmoxTestPush
 };
 VELMOX_STATIC_ASSERT(sizeof(struct VelmoxTestPush) == 16);
 
-#define VELMOX_TEST_FAULT_READ 0u /* the next `count` reads end with `status` and no bytes; nothing is lost  \
-                                   */
+#define VELMOX_TEST_FAULT_READ                                                                               \
+    0u /* the next `count` reads end with `status` and no bytes; nothing is lost                             \
+        */
 #define VELMOX_TEST_FAULT_FILTER 1u /* the same for setting the filter, which then keeps its old block */
 
 /* Up to 16 of them wait in line, each for its own kind of call. With status 0 a read answers with zero bytes;
