@@ -1,5 +1,7 @@
 #include "util/time_format_compiler.h"
 
+#include "util/time_format_letters.h"
+
 #include <algorithm>
 #include <iterator>
 #include <optional>
@@ -9,124 +11,12 @@ namespace velmox {
 namespace {
 
 using Atom = TimeFormatAtom;
-using Kind = Atom::Kind;
-using Padding = Atom::Padding;
 using Case = Atom::Case;
-
-/// What a conversion letter stands for.
-enum class Sort : std::uint8_t
-{
-    Number,
-    Name,
-    Fraction,
-    Blank, ///< a newline or a tab
-};
-
-struct Letter
-{
-    char letter;
-    Kind kind;
-    Sort sort;
-    Padding padding;
-    std::uint16_t width;
-};
-
-constexpr Letter kLetters[] = {
-    {'Y', Kind::Year, Sort::Number, Padding::Zeros, 4},
-    {'o', Kind::Year, Sort::Number, Padding::Zeros, 4},
-    {'C', Kind::Century, Sort::Number, Padding::Zeros, 2},
-    {'y', Kind::YearOfCentury, Sort::Number, Padding::Zeros, 2},
-    {'G', Kind::IsoYear, Sort::Number, Padding::Zeros, 4},
-    {'g', Kind::IsoYearOfCentury, Sort::Number, Padding::Zeros, 2},
-    {'m', Kind::Month, Sort::Number, Padding::Zeros, 2},
-    {'d', Kind::DayOfMonth, Sort::Number, Padding::Zeros, 2},
-    {'e', Kind::DayOfMonth, Sort::Number, Padding::Spaces, 2},
-    {'H', Kind::Hour24, Sort::Number, Padding::Zeros, 2},
-    {'k', Kind::Hour24, Sort::Number, Padding::Spaces, 2},
-    {'I', Kind::Hour12, Sort::Number, Padding::Zeros, 2},
-    {'l', Kind::Hour12, Sort::Number, Padding::Spaces, 2},
-    {'M', Kind::Minute, Sort::Number, Padding::Zeros, 2},
-    {'S', Kind::Second, Sort::Number, Padding::Zeros, 2},
-    {'j', Kind::DayOfYear, Sort::Number, Padding::Zeros, 3},
-    {'u', Kind::WeekDayFromMonday, Sort::Number, Padding::None, 1},
-    {'w', Kind::WeekDayFromSunday, Sort::Number, Padding::None, 1},
-    {'U', Kind::WeekFromSunday, Sort::Number, Padding::Zeros, 2},
-    {'W', Kind::WeekFromMonday, Sort::Number, Padding::Zeros, 2},
-    {'V', Kind::IsoWeek, Sort::Number, Padding::Zeros, 2},
-    {'s', Kind::UnixSeconds, Sort::Number, Padding::None, 0},
-    {'z', Kind::Offset, Sort::Number, Padding::Zeros, 5},
-    {'a', Kind::WeekDayShort, Sort::Name, Padding::Spaces, 0},
-    {'A', Kind::WeekDayFull, Sort::Name, Padding::Spaces, 0},
-    {'b', Kind::MonthShort, Sort::Name, Padding::Spaces, 0},
-    {'h', Kind::MonthShort, Sort::Name, Padding::Spaces, 0},
-    {'B', Kind::MonthFull, Sort::Name, Padding::Spaces, 0},
-    {'p', Kind::AmPmUpper, Sort::Name, Padding::Spaces, 0},
-    {'P', Kind::AmPm, Sort::Name, Padding::Spaces, 0},
-    {'Z', Kind::ZoneName, Sort::Name, Padding::Spaces, 0},
-    {'Q', Kind::Fraction, Sort::Fraction, Padding::Zeros, 3},
-    {'f', Kind::Fraction, Sort::Fraction, Padding::Zeros, 6},
-    {'q', Kind::Fraction, Sort::Fraction, Padding::Zeros, 6},
-    {'N', Kind::Fraction, Sort::Fraction, Padding::Zeros, 9},
-    {'n', Kind::Separator, Sort::Blank, Padding::Spaces, 0},
-    {'t', Kind::Separator, Sort::Blank, Padding::Spaces, 0},
-};
-
-constexpr Letter kOffsetMinutes = {'z', Kind::OffsetMinutes, Sort::Number, Padding::Zeros, 4};
-constexpr Letter kMilliseconds = {'l', Kind::Fraction, Sort::Fraction, Padding::Zeros, 3};
-
-/// The offsets with one, two and three colons.
-constexpr Letter kColonOffsets[] = {
-    {'z', Kind::OffsetToMinutes, Sort::Number, Padding::Zeros, 0},
-    {'z', Kind::OffsetToSeconds, Sort::Number, Padding::Zeros, 0},
-    {'z', Kind::OffsetShortest, Sort::Number, Padding::Zeros, 0},
-};
-
-struct Composite
-{
-    char letter;
-    bool swapped; ///< the form with the flag `#`
-    std::string_view expansion;
-};
-
-// All text between the conversions is found in Atom::kSeparators.
-constexpr Composite kComposites[] = {
-    {'D', false, "%m/%d/%y"},
-    {'x', false, "%m/%d/%y"},
-    {'F', false, "%Y-%m-%d"},
-    {'R', false, "%H:%M"},
-    {'T', false, "%H:%M:%S"},
-    {'X', false, "%H:%M:%S"},
-    {'r', false, "%I:%M:%S %p"},
-    {'v', false, "%e-%b-%Y"},
-    {'c', false, "%a %b %e %H:%M:%S %Y"},
-    {'+', false, "%a %b %e %H:%M:%S %Z %Y"},
-    {'c', true, "%A, %B %-d, %Y, %-H:%M:%S"},
-    {'x', true, "%A, %B %-d, %Y"},
-};
-
-constexpr std::string_view kLettersOfE = "YCyz";
-constexpr std::string_view kCompositesOfE = "cxX";
-constexpr std::string_view kLettersOfO = "ymUWVdwuHIMS";
-
-const Letter *findLetter(char letter)
-{
-    const auto *found = std::ranges::find(kLetters, letter, &Letter::letter);
-    return found == std::end(kLetters) ? nullptr : found;
-}
-
-const Composite *findComposite(char letter, bool swapped)
-{
-    const Composite *plain = nullptr;
-    for (const Composite &composite : kComposites) {
-        if (composite.letter == letter && composite.swapped == swapped) {
-            return &composite;
-        }
-        if (composite.letter == letter && !composite.swapped) {
-            plain = &composite;
-        }
-    }
-    return plain;
-}
+using time_format::Composite;
+using time_format::Kind;
+using time_format::Letter;
+using time_format::Padding;
+using time_format::Sort;
 
 /// What stands between the percent sign and the letter.
 struct Modifiers
@@ -292,17 +182,21 @@ private:
     bool addConversion(char letter, const Modifiers &modifiers)
     {
         if (modifiers.colons != 0) {
-            return letter == 'z' && modifiers.colons <= std::size(kColonOffsets) &&
-                   modifiers.alternative == 0 && addField(kColonOffsets[modifiers.colons - 1], modifiers);
+            return letter == 'z' && modifiers.colons <= std::size(time_format::kColonOffsets) &&
+                   modifiers.alternative == 0 &&
+                   addField(time_format::kColonOffsets[modifiers.colons - 1], modifiers);
         }
-        if (const Composite *composite = findComposite(letter, modifiers.letterCase == Case::Swapped)) {
+        if (const Composite *composite =
+                time_format::findComposite(letter, modifiers.letterCase == Case::Swapped)) {
             return addComposite(*composite, modifiers);
         }
-        const Letter *field = findLetter(letter);
-        if (!field || !mayAlter(modifiers.alternative, letter, kLettersOfE, kLettersOfO)) {
+        const Letter *field = time_format::findLetter(letter);
+        if (!field ||
+            !mayAlter(modifiers.alternative, letter, time_format::kLettersOfE, time_format::kLettersOfO)) {
             return false;
         }
-        return addField(letter == 'z' && modifiers.alternative == 'E' ? kOffsetMinutes : *field, modifiers);
+        return addField(letter == 'z' && modifiers.alternative == 'E' ? time_format::kOffsetMinutes : *field,
+                        modifiers);
     }
 
     static bool mayAlter(char alternative, char letter, std::string_view ofE, std::string_view ofO)
@@ -313,7 +207,7 @@ private:
     bool addComposite(const Composite &composite, const Modifiers &modifiers)
     {
         if (modifiers.width || modifiers.padding != Padding::Default ||
-            !mayAlter(modifiers.alternative, composite.letter, kCompositesOfE, "")) {
+            !mayAlter(modifiers.alternative, composite.letter, time_format::kCompositesOfE, "")) {
             return false;
         }
         const Case inner = composite.swapped ? Case::AsIs : modifiers.letterCase;
@@ -400,9 +294,9 @@ void decideHoursOrMilliseconds(std::vector<Atom> &atoms, const Str &literals)
         }
     }
     for (const std::size_t at : milliseconds) {
-        atoms[at].kind = kMilliseconds.kind;
-        atoms[at].padding = kMilliseconds.padding;
-        atoms[at].width = kMilliseconds.width;
+        atoms[at].kind = time_format::kMilliseconds.kind;
+        atoms[at].padding = time_format::kMilliseconds.padding;
+        atoms[at].width = time_format::kMilliseconds.width;
     }
     for (Atom &atom : atoms) {
         if (atom.kind == Kind::HourOrMilliseconds) {
