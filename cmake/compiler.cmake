@@ -25,7 +25,9 @@ if(WIN32)
     # Windows 7 is the oldest system served; the C run-time is linked in, so that one file is the whole program.
     target_compile_definitions(velmox-flags INTERFACE
         WINVER=0x0601 _WIN32_WINNT=0x0601 UNICODE _UNICODE)
-    target_link_options(velmox-flags INTERFACE -static)
+    # PCRE recurses on the stack, some 2 KiB for each turn of a repeated group, and key paths reach 32,767
+    # characters. The room is address space; only what is touched costs memory.
+    target_link_options(velmox-flags INTERFACE -static -Wl,--stack,134217728)
 endif()
 if(VELMOX_SANITIZE)
     target_compile_options(velmox-flags INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
