@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 
 namespace velmox {
 
@@ -43,7 +44,9 @@ public:
 
     void appendTo(Str &out, std::size_t from, std::size_t length) const
     {
-        out.appendUtf16(reinterpret_cast<const char16_t *>(bytes_) + from, length);
+        std::u16string text(length, u'\0');
+        std::memcpy(text.data(), bytes_ + from * sizeof(char16_t), length * sizeof(char16_t));
+        out.appendUtf16(text.data(), length);
     }
 
 private:
