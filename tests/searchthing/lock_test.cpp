@@ -1,7 +1,7 @@
 #include "searchthing/lock.h"
 #include "searchthing/osfile.h"
-#include "tests/util/child_test.h"
-#include "tests/util/scoped_folder.h"
+#include "tests/support/child_test.h"
+#include "tests/support/scoped_folder.h"
 #include "util/file_system.h"
 #include "util/windows_api.h"
 
@@ -11,10 +11,10 @@
 namespace velmox {
 namespace {
 
-using test::ChildTest;
-using test::readWhole;
-using test::ScopedFolder;
-using test::writeWhole;
+using testing::ChildTest;
+using testing::readWhole;
+using testing::ScopedFolder;
+using testing::writeWhole;
 
 TEST(LockTest, TakesHoldsAndReleases)
 {

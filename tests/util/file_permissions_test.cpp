@@ -1,4 +1,4 @@
-#include "tests/util/scoped_folder.h"
+#include "tests/support/scoped_folder.h"
 #include "util/file_descriptor.h"
 #include "util/file_system.h"
 
@@ -95,7 +95,7 @@ std::vector<std::string> storedEntries(const Pathname &path)
 
 TEST(FilePermissionsTest, ReachTheFileSystem)
 {
-    const test::ScopedFolder folder;
+    const testing::ScopedFolder folder;
     const auto create = [&folder](const char *name, FilePermissions permissions) {
         FileDescriptor file;
         EXPECT_TRUE(file.openWrite(folder / name, permissions));

@@ -1,5 +1,5 @@
-#include "tests/util/child_test.h"
-#include "tests/util/scoped_folder.h"
+#include "tests/support/child_test.h"
+#include "tests/support/scoped_folder.h"
 #include "util/file_copy.h"
 #include "util/file_rename.h"
 #include "util/file_replace.h"
@@ -12,10 +12,10 @@
 namespace velmox {
 namespace {
 
-using test::ChildTest;
-using test::readWhole;
-using test::ScopedFolder;
-using test::writeWhole;
+using testing::ChildTest;
+using testing::readWhole;
+using testing::ScopedFolder;
+using testing::writeWhole;
 
 /// Holds a file open so that nobody can replace or delete it.
 FileHandle lockOpen(const Pathname &path)

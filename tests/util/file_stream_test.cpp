@@ -1,4 +1,4 @@
-#include "tests/util/scoped_folder.h"
+#include "tests/support/scoped_folder.h"
 #include "util/file_descriptor.h"
 #include "util/open_file.h"
 #include "util/readable_unicode_file_star.h"
@@ -11,9 +11,9 @@
 namespace velmox {
 namespace {
 
-using test::readWhole;
-using test::ScopedFolder;
-using test::writeWhole;
+using testing::readWhole;
+using testing::ScopedFolder;
+using testing::writeWhole;
 
 constexpr DWORD kMarker = 0x20001234;
 

@@ -1,5 +1,5 @@
-#include "tests/util/child_test.h"
-#include "tests/util/scoped_folder.h"
+#include "tests/support/child_test.h"
+#include "tests/support/scoped_folder.h"
 #include "util/file_system.h"
 
 #include <gtest/gtest.h>
@@ -9,9 +9,9 @@
 namespace velmox {
 namespace {
 
-using test::ChildTest;
-using test::ScopedFolder;
-using test::writeWhole;
+using testing::ChildTest;
+using testing::ScopedFolder;
+using testing::writeWhole;
 
 TEST(FileSystemTest, TellsKindsAndSizes)
 {
@@ -33,7 +33,7 @@ TEST(FileSystemTest, MovesAndRemoves)
     writeWhole(folder / "a", "new");
     writeWhole(folder / "b", "old");
     EXPECT_TRUE(moveFile(folder / "a", folder / "b"));
-    EXPECT_EQ(test::readWhole(folder / "b"), "new");
+    EXPECT_EQ(testing::readWhole(folder / "b"), "new");
     EXPECT_TRUE(removeFile(folder / "b"));
     EXPECT_FALSE(removeFile(folder / "b"));
     EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND + 0u);

@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-namespace velmox::test {
+namespace velmox::testing {
 
 /// A new empty folder below the one for temporary files; it vanishes with all that is in it.
 class ScopedFolder
@@ -29,4 +29,4 @@ void writeWhole(const Pathname &path, std::string_view content);
 /// The content, or "<unreadable>".
 Str readWhole(const Pathname &path);
 
-} // namespace velmox::test
+} // namespace velmox::testing

@@ -1,11 +1,11 @@
-#include "tests/util/scoped_folder.h"
+#include "tests/support/scoped_folder.h"
 
 #include "util/open_file.h"
 #include "util/owned_handle.h"
 
 #include <gtest/gtest.h>
 
-namespace velmox::test {
+namespace velmox::testing {
 
 namespace {
 
@@ -87,4 +87,4 @@ Str readWhole(const Pathname &path)
     return content;
 }
 
-} // namespace velmox::test
+} // namespace velmox::testing
