@@ -3,10 +3,21 @@
 #include "kernel.h"
 
 /* Live mode: a thread of the driver watches the registry and the processes and puts a record into the queue
-   for each change. All calls come from the driver's entry, dispatch and unload routines, which the system
-   runs one at a time. */
+   for each difference between two looks, some 100 ms apart.
 
-/* Starts the thread, or gives a running one another writer; returns when it has its first picture. */
+   Wine tells a driver neither of registry calls (CmRegisterCallback is not implemented) nor of processes
+   (PsSetCreateProcessNotifyRoutine takes the routine and never calls it). What a comparison cannot show:
+   - who wrote: the records bear the number given to liveStart;
+   - reading, opening and closing, failed operations, a value written with the data it had, and of several
+   changes of one key or value between two looks all but their sum;
+   - the exact time: a change has its key's last write time, a deletion that of the surviving parent key.
+   A renamed key is known by its contents if nothing else happened under its parent after it. The record of a
+   value names it behind its key's path, and the record of a renaming has the new name as its data.
+
+   All calls come from the driver's entry, dispatch and unload routines, which Wine runs one at a time. */
+
+/* Starts the thread, or gives the records of a running one another writer; returns when the first picture is
+ * taken. */
 NTSTATUS liveStart(ULONG writerPid);
 
 /* Ends the thread and waits for it. */

@@ -24,5 +24,5 @@ NTSTATUS queueSetFilter(const struct VelmoxFilterBlock *filter);
 NTSTATUS queueAddFault(const struct VelmoxTestFault *fault);
 void queueSetGate(BOOLEAN closed);
 
-/* Fills what the queue knows; the live* members are left alone, but for liveScans of none. */
+/* Fills what the queue knows; the live* members are left alone. */
 void queueGetState(struct VelmoxTestState *state);
