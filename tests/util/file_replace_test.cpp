@@ -215,7 +215,7 @@ TEST(FileReplaceTest, LeavesOldOrNewContentWhenKilled)
         for (unsigned candidate = 0; candidate < 8; ++candidate) {
             number = after == contentOf(candidate) ? candidate : number;
         }
-        ASSERT_NE(number, 9u) << "torn after round " << round << ", " << after.size() << " bytes"
+        ASSERT_NE(number, 9u) << "torn after round " << round << ", " << after.size() << " bytes, error "
                               << GetLastError();
         changes += after == before ? 0 : 1;
     }
