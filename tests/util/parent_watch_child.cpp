@@ -95,6 +95,10 @@ void follow(const char *step)
         await(pressed);
     } else if (strcmp(step, "input") == 0) {
         awaitLine();
+    } else if (strcmp(step, "event") == 0) {
+        SetEvent(OpenEventW(EVENT_MODIFY_STATE, FALSE, L"velmox-test-step"));
+    } else if (strcmp(step, "idle") == 0) {
+        Sleep(kLimit);
     } else if (strcmp(step, "settle") == 0) {
         Sleep(200);
     } else {

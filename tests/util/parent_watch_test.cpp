@@ -1,4 +1,5 @@
 #include "tests/support/child_process.h"
+#include "tests/support/pseudo_console.h"
 
 #include <gtest/gtest.h>
 
@@ -126,6 +127,39 @@ TEST(ParentWatch, DiesWithTheServerAtOnce)
     EXPECT_TRUE(child.waitForOutput("armed"));
     server.kill(0);
     EXPECT_EQ(child.exitCode(), 99u);
+}
+
+/// What the helper sets when its script comes to the step "event".
+class HelperEvent
+{
+public:
+    bool wait() { return WaitForSingleObject(event_.get(), 30'000) == WAIT_OBJECT_0; }
+
+private:
+    KernelHandle event_{CreateEventW(nullptr, FALSE, FALSE, L"velmox-test-step")};
+};
+
+TEST(ParentWatch, CallsBackOnceForTwoPressesOfCtrlC)
+{
+    HelperEvent step;
+    testing::PseudoConsole console(childCommand(0, 0, "event pressed called event pressed settle"));
+    ASSERT_TRUE(step.wait());
+    console.pressCtrlC();
+    ASSERT_TRUE(step.wait());
+    console.pressCtrlC();
+    EXPECT_EQ(console.exitCode(), kScriptDone + 1);
+}
+
+TEST(ParentWatch, SeesAProcessDieDuringAShutdownByCtrlC)
+{
+    HelperEvent step;
+    Watched watched;
+    testing::PseudoConsole console(childCommand(2, watched.pid(), "event called event idle"));
+    ASSERT_TRUE(step.wait());
+    console.pressCtrlC();
+    ASSERT_TRUE(step.wait());
+    watched.kill(0);
+    EXPECT_EQ(console.exitCode(), 2u);
 }
 
 TEST(ParentWatch, EndsTheProcessWhenItCannotBeSetUp)
