@@ -1,0 +1,22 @@
+#include "util/environment.h"
+
+#include "util/windows_api.h"
+
+#include <cstdlib>
+
+namespace velmox {
+
+// The C run-time library's copy of the environment is read, the one that _wputenv_s changes. Its _wdupenv_s
+// is not among what MinGW links; a copy of what _wgetenv finds is the same.
+WideStr environmentVariable(const char16_t *name)
+{
+    const wchar_t *text = _wgetenv(asWide(name));
+    return text != nullptr ? WideStr(asUtf16(text)) : WideStr();
+}
+
+void setEnvironmentVariable(const char16_t *name, const WideStr &value)
+{
+    _wputenv_s(asWide(name), asWide(value));
+}
+
+} // namespace velmox
