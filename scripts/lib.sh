@@ -3,8 +3,10 @@ set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=$root/build
+# Some runners of continuous integration set no home directory, and CMake asks for it too.
+export HOME=${HOME:-$(getent passwd "$EUID" | cut -d: -f6)}
 # Everything that is fetched or cross-built, outside the tree, so that every checkout shares it.
-deps_cache=${XDG_CACHE_HOME:-${HOME:-/root}/.cache}/velmox-deps
+deps_cache=${XDG_CACHE_HOME:-$HOME/.cache}/velmox-deps
 
 # All messages go to standard error: the standard output of a script belongs to what it runs.
 say() { printf '%s\n' "$*" >&2; }
@@ -22,7 +24,8 @@ step() {
     mkdir -p "$(dirname "$log")"
     : >"$log"
     say "$text"
-    while sleep 10; do
+    # It ends with the script however that ends, and its sleep must not keep anyone's pipe open.
+    while sleep 10 >/dev/null 2>&1 && kill -0 $$ 2>/dev/null; do
         say "  $((SECONDS - started)) s  $(tail -n 1 "$log" | cut -c 1-90)"
     done >/dev/null &
     ticker=$!
