@@ -19,7 +19,7 @@ die() {
 # Runs a command that may take long: its output goes to LOG, and every ten seconds a line tells the time taken and the
 # last line of LOG. A command that fails has the end of LOG shown, and ends the script.
 step() {
-    local text=$1 log=$2 started=$SECONDS result=0 ticker
+    local text=$1 log=$2 started=$SECONDS result ticker
     shift 2
     mkdir -p "$(dirname "$log")"
     : >"$log"
@@ -29,7 +29,11 @@ step() {
         say "  $((SECONDS - started)) s  $(tail -n 1 "$log" | cut -c 1-90)"
     done >/dev/null &
     ticker=$!
-    "$@" >>"$log" 2>&1 </dev/null || result=$?
+    # In a shell of its own, outside any condition: there alone does the first failing command of a function end it.
+    set +e
+    (set -e && "$@") >>"$log" 2>&1 </dev/null
+    result=$?
+    set -e
     kill "$ticker" 2>/dev/null || true
     wait "$ticker" 2>/dev/null || true
     if ((result != 0)); then
