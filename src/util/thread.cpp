@@ -1,5 +1,6 @@
 #include "util/thread.h"
 
+#include "util/crash_log.h"
 #include "util/crash_sink.h"
 #include "util/thread_debugger_name.h"
 #include "util/thread_exception.h"
@@ -19,6 +20,7 @@ constinit CountedTlsSlot threadSlot(releaseThread);
 
 unsigned mainThreadId = 0;
 bool mainThreadExists = false;
+Thread *mainThread = nullptr;
 std::atomic<bool> threadsCreated = false;
 Thread::Entry threadEntryWrapper = nullptr;
 
@@ -64,6 +66,8 @@ Thread::Thread()
     tellDebuggerThreadName(threadId_, name_.c_str());
     mainThreadId = threadId_;
     mainThreadExists = true;
+    mainThread = this;
+    installCrashHandlers();
 }
 
 void Thread::create(std::size_t stackSize, const char *fmt, std::va_list args)
@@ -85,6 +89,9 @@ void Thread::create(std::size_t stackSize, const char *fmt, std::va_list args)
 
 Thread::~Thread() noexcept(false)
 {
+    if (mainThread == this) {
+        mainThread = nullptr;
+    }
     if (handle_.isValid() && thread_primitives::errorsThrow()) {
         stopBeforeDestruction();
     }
@@ -155,6 +162,7 @@ unsigned __stdcall Thread::threadEntry(void *thread)
 void Thread::run()
 {
     tellDebuggerThreadName(GetCurrentThreadId(), name_.c_str());
+    reserveStackForCrash();
     threadSlot.set(this);
     if (!waitForStart()) {
         return;
@@ -182,6 +190,12 @@ void Thread::dump(CrashSink &sink) const
 Thread *Thread::current()
 {
     return static_cast<Thread *>(threadSlot.get());
+}
+
+Thread *Thread::currentOrMain()
+{
+    Thread *thread = current();
+    return thread == nullptr && mainThreadId == GetCurrentThreadId() ? mainThread : thread;
 }
 
 Str Thread::currentName() noexcept

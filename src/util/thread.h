@@ -2,6 +2,7 @@
 
 #include "util/condition.h"
 #include "util/counted_tls_slot.h"
+#include "util/crash_notes.h"
 #include "util/in_thread_actor.h"
 #include "util/str.h"
 
@@ -9,8 +10,6 @@
 #include <optional>
 
 namespace velmox {
-
-class CrashSink;
 
 /// Base of every worker, and the object that stands for the main thread.
 ///
@@ -50,9 +49,13 @@ public:
     const Str &xmlErrors() const { return xmlErrors_; }
     /// Lets the event loop of another thread reap this one, which must have been made by `new`.
     InThreadActor &reaper() { return joinHelper_; }
+    /// Only for the thread itself.
+    CrashNotes &crashNotes() { return crashNotes_; }
 
     /// The calling thread's object, null for the main thread and for threads that no object stands for.
     static Thread *current();
+    /// The same, with the main thread's object for the main thread.
+    static Thread *currentOrMain();
     /// The calling thread's name for log lines: never fails, takes no lock and keeps the last error.
     static Str currentName() noexcept;
     /// True on every thread before the object of the main thread exists.
@@ -113,6 +116,7 @@ private:
     Str xmlErrors_;
     JoinHelper joinHelper_{*this};
     bool isMainThread_ = false;
+    CrashNotes crashNotes_{*this};
 };
 
 /// The main thread's object, for the entry function's stack: from early in start-up to the end.

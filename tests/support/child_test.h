@@ -15,6 +15,9 @@ public:
     /// Whether the child ended by itself, and well.
     bool succeeds();
 
+    /// All it wrote; after `succeeds`.
+    Str output() { return process_.output(); }
+
     static Pathname argument();
 
 private:

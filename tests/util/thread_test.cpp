@@ -1,3 +1,4 @@
+#include "tests/support/child_test.h"
 #include "tests/support/function_thread.h"
 #include "util/thread.h"
 #include "util/thread_exception.h"
@@ -96,6 +97,53 @@ TEST(Thread, CountsItsObjectsAndGivesTheSlotBack)
     }
     EXPECT_EQ(Thread::activeCount(), before);
     EXPECT_TRUE(Thread::anyCreated());
+}
+
+// The tests below that are disabled run in processes of their own: what they need is there once a process.
+
+TEST(Thread, DISABLED_MadeBeforeTheMainThread)
+{
+    EXPECT_STREQ(Thread::currentName().c_str(), "Main Thread");
+    bool mainOnAnotherThread = false;
+    std::thread([&] { mainOnAnotherThread = Thread::isMainThreadNow(); }).join();
+    EXPECT_TRUE(mainOnAnotherThread);
+    struct Worker : Thread
+    {
+        Worker() : Thread("worker") {}
+        void main() override {}
+    };
+    try {
+        const Worker worker;
+        FAIL() << "a thread was made before the main thread";
+    } catch (const ThreadException &exception) {
+        EXPECT_STREQ(exception.what(), "Thread created before main thread!");
+    }
+    EXPECT_EQ(Thread::activeCount(), 1u);
+    EXPECT_FALSE(Thread::anyCreated());
+}
+
+TEST(Thread, DISABLED_PassingCaring)
+{
+    ensureMainThread();
+    thread_primitives::CheckedHandle closedTwice(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+    CloseHandle(closedTwice.get());
+    EXPECT_THROW(closedTwice.reset(), ThreadException);
+
+    closedTwice.reset(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+    CloseHandle(closedTwice.get());
+    Mutex mutex;
+    Thread::ignoreErrorsFromNowOn();
+    closedTwice.reset();
+    mutex.unlock();
+    EXPECT_TRUE(mutex.tryLock());
+}
+
+TEST(Thread, KnowsTheFirstAndTheLastMomentsOfAProcess)
+{
+    testing::ChildTest first("Thread.DISABLED_MadeBeforeTheMainThread", Pathname());
+    EXPECT_TRUE(first.succeeds());
+    EXPECT_NE(first.output().find("Thread created before main thread!\n"), Str::npos) << "no line in the log";
+    EXPECT_TRUE(testing::ChildTest("Thread.DISABLED_PassingCaring", Pathname()).succeeds());
 }
 
 TEST(Thread, RefusesASecondMainThread)
