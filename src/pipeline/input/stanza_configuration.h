@@ -1,0 +1,24 @@
+#pragma once
+
+#include "conf/properties_map.h"
+#include "pipeline/input/hive_names.h"
+#include "pipeline/input/monitor_rules.h"
+
+namespace velmox {
+
+/// What stanzas get that say nothing of their own.
+struct StanzaDefaults
+{
+    Str index;
+    bool inclusive = true;
+};
+
+/// Turns the enabled `WinRegMon:` stanzas, in the order of the map, into one filter group; null when there is
+/// none.
+///
+/// A stanza without the prefix is logged and skipped. Throws RegexException on a pattern that does not
+/// compile. The control set of `hiveNames` is detected on the way.
+std::unique_ptr<MonitorFilterGroup> makeFilterGroup(const std::map<Str, PropertiesMap> &stanzas,
+                                                    const StanzaDefaults &defaults, HiveNames &hiveNames);
+
+} // namespace velmox

@@ -1,0 +1,287 @@
+#include "pipeline/input/win_registry_monitor.h"
+
+#include "pipeline/input/driver_reader.h"
+#include "pipeline/input/driver_service.h"
+#include "pipeline/input/filter_block.h"
+#include "pipeline/input/monitor_log.h"
+#include "pipeline/input/process_enumeration.h"
+#include "pipeline/input/registry_operations.h"
+#include "pipeline/input/trace.h"
+#include "pipeline/input/xml_stdin.h"
+
+#include <new>
+#include <utility>
+
+namespace velmox {
+
+namespace {
+
+using trace::Kind;
+
+constexpr DWORD kQueueMilliseconds = 500;
+
+} // namespace
+
+void WinRegistryMonitorThread::main()
+{
+    monitor_.MonitorWorker();
+}
+
+WinRegistryMonitor::WinRegistryMonitor(Str index, bool inclusive)
+    : driverName_(chooseDriverName()),
+      driverImagePath_(driverPath(driverName_)), defaults_{index.empty() ? Str("default") : std::move(index),
+                                                           inclusive},
+      emitter_([this](const Str &text) { eventWritten(text); }),
+      records_(rules_, hiveNames_, statusTexts_, emitter_)
+{
+    trace::monitor(Kind::Entry, 10, "WinRegistryMonitor::WinRegistryMonitor");
+}
+
+WinRegistryMonitor::~WinRegistryMonitor()
+{
+    trace::monitor(Kind::Entry, 11, "WinRegistryMonitor::~WinRegistryMonitor");
+}
+
+bool WinRegistryMonitor::isSafeMode() const
+{
+    return velmox::isSafeMode();
+}
+
+const std::map<Str, PropertiesMap> &WinRegistryMonitor::readInputStanzas(ConfigXmlStreamingParser &parser)
+{
+    readXmlFromStdin(parser);
+    return parser.stanzas();
+}
+
+void WinRegistryMonitor::eventWritten(const Str &) {}
+
+bool WinRegistryMonitor::init()
+{
+    constexpr char kFunction[] = "WinRegistryMonitor::init";
+    trace::monitor(Kind::Entry, 25, kFunction);
+    if (!loadSystemRoutines() || !readConfiguration()) {
+        return false;
+    }
+    if (!StartDriver()) {
+        trace::monitor(Kind::Error, 29, kFunction);
+        return false;
+    }
+    eventTypeMasks_ = registryOperationMasks();
+    if (!setRegEvtTypesToMonitor()) {
+        trace::monitor(Kind::Error, 30, kFunction);
+        monitorLog.error("%s: Failed to set event type class configuration to monitor", kFunction);
+        return false;
+    }
+    return true;
+}
+
+bool WinRegistryMonitor::loadSystemRoutines()
+{
+    constexpr char kFunction[] = "WinRegistryMonitor::init";
+    const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+    if (ntdll == nullptr) {
+        monitorLog.error("%s: Failed to load ntdll.dll: '%m'", kFunction);
+        return false;
+    }
+    const FARPROC routine = GetProcAddress(ntdll, "RtlNtStatusToDosError");
+    if (routine == nullptr) {
+        monitorLog.error("%s: Failed to get RtlNtStatusToDosError function pointer from ntdll.dll: '%m'",
+                         kFunction);
+    }
+    statusTexts_.setMapping(reinterpret_cast<StatusTexts::StatusToError>(reinterpret_cast<void *>(routine)));
+    return true;
+}
+
+bool WinRegistryMonitor::readConfiguration()
+{
+    if (!configure(kRegmonFilters)) {
+        monitorLog.debug("No enabled entries were found for procmon or regmon.");
+        return false;
+    }
+    return true;
+}
+
+bool WinRegistryMonitor::configure(const char *filterFileName)
+{
+    constexpr char kFunction[] = "WinRegistryMonitor::configure";
+    try {
+        hiveNames_.initHiveNameKeyMap();
+        ConfigXmlStreamingParser parser;
+        const auto &stanzas = readInputStanzas(parser);
+        checkpointDir_ = parser.checkpointDirectory();
+        std::unique_ptr<MonitorFilterGroup> group = makeFilterGroup(stanzas, defaults_, hiveNames_);
+        if (!group) {
+            return false;
+        }
+        if (!rules_.insert(filterFileName, std::move(group))) {
+            monitorLog.error("%s: failed to insert config='%s' into map", kFunction, filterFileName);
+            return false;
+        }
+        return true;
+    } catch (const std::exception &exception) {
+        monitorLog.error("%s: Failed to get configuration settings: '%s'", kFunction, exception.what());
+        return false;
+    }
+}
+
+bool WinRegistryMonitor::StartDriver()
+{
+    constexpr char kFunction[] = "WinRegistryMonitor::StartDriver";
+    if (!device_.open()) {
+        const DWORD error = GetLastError();
+        if (error != ERROR_FILE_NOT_FOUND) {
+            monitorLog.error("%s: CreateFile failed ! error: '(%d)%m'", kFunction, static_cast<int>(error));
+            return false;
+        }
+        if (!manageDriver(driverName_, driverImagePath_.c_str(), kInstallAndStart)) {
+            monitorLog.error("%s: Unable to install driver.", kFunction);
+            manageDriver(driverName_, driverImagePath_.c_str(), kStopAndRemove);
+            return false;
+        }
+        if (!device_.open()) {
+            monitorLog.error("%s: CreateFile failed: '%m'", kFunction);
+            return false;
+        }
+    }
+    trace::monitor(Kind::Information, 79, kFunction);
+    return true;
+}
+
+bool WinRegistryMonitor::setRegEvtTypesToMonitor()
+{
+    constexpr char kFunction[] = "WinRegistryMonitor::setRegEvtTypesToMonitor";
+    trace::monitor(Kind::Entry, 80, kFunction);
+    const MonitorFilterGroup *group = rules_.group(kRegmonFilters);
+    if (group == nullptr) {
+        trace::monitor(Kind::Error, 81, kFunction);
+        return false;
+    }
+    const MonitorFilterConfig block = makeFilterBlock(*group, hiveNames_, eventTypeMasks_);
+    if (!device_.setFilter(block)) {
+        const DWORD error = GetLastError();
+        trace::monitor(Kind::Error, 84, kFunction);
+        monitorLog.error("%s: Unable to set driver configuration: '(%d)%m'", kFunction,
+                         static_cast<int>(error));
+        return false;
+    }
+    monitorLog.info(
+        "%s: Driver filter configured successfully: masks values are events=0x%x status=0x%x ops=0x%x",
+        kFunction, block.events, block.status, block.ops);
+    trace::monitor(Kind::Information, 85, kFunction);
+    return true;
+}
+
+bool WinRegistryMonitor::run()
+{
+    constexpr char kFunction[] = "WinRegistryMonitor::run";
+    trace::monitor(Kind::Entry, 31, kFunction);
+    bool processTableReady = false;
+    bool started = false;
+    if (openQueue()) {
+        ProcessImageTable::instance().init();
+        processTableReady = true;
+        ProcessEnumeration();
+        started = StartMonitorWorker();
+        if (started) {
+            serveQueue();
+        } else {
+            trace::monitor(Kind::Error, 34, kFunction);
+            monitorLog.error("%s: Failed to start Registry Monitor: device driver has not been installed",
+                             kFunction);
+        }
+    }
+    tearDown(processTableReady);
+    return started;
+}
+
+bool WinRegistryMonitor::openQueue()
+{
+    constexpr char kFunction[] = "WinRegistryMonitor::run";
+    if (!queue_.create()) {
+        trace::monitor(Kind::Error, 32, kFunction);
+        return false;
+    }
+    workerDone_.reset(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    if (!workerDone_.isValid()) {
+        trace::monitor(Kind::Error, 33, kFunction);
+        return false;
+    }
+    return true;
+}
+
+void WinRegistryMonitor::ProcessEnumeration()
+{
+    enumerateProcesses(ProcessImageTable::instance());
+}
+
+bool WinRegistryMonitor::StartMonitorWorker()
+{
+    constexpr char kFunction[] = "WinRegistryMonitor::StartMonitorWorker";
+    trace::monitor(Kind::Entry, 54, kFunction);
+    if (rules_.group(kRegmonFilters) == nullptr) {
+        trace::monitor(Kind::Error, 55, kFunction);
+        return false;
+    }
+    trace::monitor(Kind::Information, 58, kFunction);
+    workerThread_ = new (std::nothrow) WinRegistryMonitorThread(*this);
+    if (workerThread_ == nullptr) {
+        const DWORD error = GetLastError();
+        trace::monitor(Kind::Error, 59, kFunction);
+        monitorLog.error("%s: Failed to create the Registry monitor worker thread: '(%d)%m'", kFunction,
+                         static_cast<int>(error));
+        return false;
+    }
+    workerThread_->start();
+    trace::monitor(Kind::Information, 60, kFunction);
+    return true;
+}
+
+void WinRegistryMonitor::serveQueue()
+{
+    constexpr char kFunction[] = "WinRegistryMonitor::run";
+    trace::monitor(Kind::Information, 35, kFunction);
+    while (!stopFlag_.isSet()) {
+        EventBuffer buffer;
+        if (!queue_.get(buffer, kQueueMilliseconds)) {
+            continue;
+        }
+        if (buffer.bytes == 0) {
+            trace::monitor(Kind::Information, 36, kFunction);
+        } else {
+            records_.processData(buffer.data.get(), buffer.bytes);
+        }
+    }
+    trace::monitor(Kind::Information, 37, kFunction);
+}
+
+void WinRegistryMonitor::tearDown(bool processTableReady)
+{
+    stopFlag_.set();
+    if (processTableReady) {
+        ProcessImageTable::instance().destroy();
+    }
+    if (workerDone_.isValid()) {
+        // Without a worker nobody ever sets the event: the process then stays, silent, until its parent ends
+        // it, and the reason stands in the log.
+        WaitForSingleObject(workerDone_.get(), INFINITE);
+        workerDone_.reset();
+    }
+    trace::monitor(Kind::Information, 38, "WinRegistryMonitor::run");
+    queue_.close();
+    if (device_.isOpen()) {
+        device_.close();
+        manageDriver(driverName_, driverImagePath_.c_str(), kStopAndRemove);
+    }
+}
+
+void WinRegistryMonitor::MonitorWorker()
+{
+    constexpr char kFunction[] = "WinRegistryMonitor::MonitorWorker";
+    DriverReader(device_, queue_, stopFlag_).run();
+    monitorLog.info("%s: Monitor Worker Exiting...", kFunction);
+    trace::monitor(Kind::Information, 74, kFunction);
+    stopFlag_.set();
+    SetEvent(workerDone_.get());
+}
+
+} // namespace velmox
