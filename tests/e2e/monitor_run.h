@@ -1,0 +1,72 @@
+#pragma once
+
+#include "tests/e2e/child_process.h"
+#include "tests/e2e/input_document.h"
+
+namespace velmox::e2e {
+
+/// Where the tests' prefix has the installation.
+inline constexpr char kHome[] = "C:\\velmox";
+
+/// How one run of the installed program differs from the usual.
+struct RunOptions
+{
+    /// Behind the options that every run has.
+    Str arguments;
+    StrVector environment;
+    /// Whether the run ends when the watched process does; otherwise `arguments` must see to its end.
+    bool watched = true;
+};
+
+/// One run of the installed program, as a server starts it: the document goes to its standard input, which is
+/// then closed, and it runs until the process that it watches ends. The time zone is UTC.
+class MonitorRun
+{
+public:
+    explicit MonitorRun(std::string_view document, const RunOptions &options = {});
+
+    ChildProcess &process() { return process_; }
+    Str output() const { return process_.output(); }
+    Str errors() const { return process_.errors(); }
+
+    /// Ends the watched process.
+    void requestStop() { watched_.end(); }
+    /// Ends the watched process and waits for the program; returns its exit code, 32 bits, or fails the test.
+    DWORD stop();
+    /// Waits for a program that ends by itself.
+    DWORD waitForEnd();
+
+private:
+    IdleProcess watched_;
+    ChildProcess process_;
+};
+
+/// What an event of the stream consists of, as the tests write it down; texts are not yet escaped.
+struct ExpectedEvent
+{
+    Str stanza = "all";
+    Str index = "default";
+    /// Seconds since 1970.
+    Str time = "1600000000";
+    Str localTime = "09/13/2020 12:26:40.000";
+    Str body;
+};
+
+/// The body of a registry event.
+struct ExpectedBody
+{
+    Str status;
+    unsigned pid = 0;
+    Str image = "N/A";
+    Str operation = "SetValue";
+    Str keyPath;
+    Str dataType = "REG_NONE";
+    Str data;
+
+    Str text() const;
+};
+
+/// The whole stream of these events with its closing tag, to the byte, and nothing for no events.
+Str expectedStream(const std::vector<ExpectedEvent> &events);
+
+} // namespace velmox::e2e
