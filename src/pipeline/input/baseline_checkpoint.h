@@ -28,7 +28,9 @@ private:
 /// Seconds since 1970; 0 before that.
 long long secondsSinceEpoch();
 
-/// The name of the file that holds the time of the last run, in seconds since 1970.
+/// The file that holds the time of the last run, in seconds since 1970.
 inline constexpr char kLastTimeRun[] = "last_time_run";
+/// The file that says that a walk was completed; spelt so on every disk that has one.
+inline constexpr char kCompleted[] = "comleted";
 
 } // namespace velmox

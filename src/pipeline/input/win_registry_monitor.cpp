@@ -1,5 +1,6 @@
 #include "pipeline/input/win_registry_monitor.h"
 
+#include "pipeline/input/baseline_scan.h"
 #include "pipeline/input/driver_reader.h"
 #include "pipeline/input/driver_service.h"
 #include "pipeline/input/filter_block.h"
@@ -62,6 +63,7 @@ bool WinRegistryMonitor::init()
     if (!loadSystemRoutines() || !readConfiguration()) {
         return false;
     }
+    checkpoint_.setDirectory(checkpointDir_.concat("\\"));
     if (!StartDriver()) {
         trace::monitor(Kind::Error, 29, kFunction);
         return false;
@@ -222,6 +224,13 @@ bool WinRegistryMonitor::StartMonitorWorker()
         trace::monitor(Kind::Error, 55, kFunction);
         return false;
     }
+    trace::monitor(Kind::Information, 56, kFunction);
+    if (!establishBaseline()) {
+        trace::monitor(Kind::Error, 57, kFunction);
+        monitorLog.error("%s: Unable to establish baseline for the registry keys that are being monitored",
+                         kFunction);
+        return false;
+    }
     trace::monitor(Kind::Information, 58, kFunction);
     workerThread_ = new (std::nothrow) WinRegistryMonitorThread(*this);
     if (workerThread_ == nullptr) {
@@ -234,6 +243,11 @@ bool WinRegistryMonitor::StartMonitorWorker()
     workerThread_->start();
     trace::monitor(Kind::Information, 60, kFunction);
     return true;
+}
+
+bool WinRegistryMonitor::establishBaseline()
+{
+    return BaselineScan(rules_, hiveNames_, checkpoint_, emitter_, stopFlag_).establishBaseline();
 }
 
 void WinRegistryMonitor::serveQueue()
@@ -274,9 +288,21 @@ void WinRegistryMonitor::tearDown(bool processTableReady)
     }
 }
 
+// Once per run: the interval between baselines counts from the last start, whether or not that start walked
+// anything.
+void WinRegistryMonitor::recordStart() const
+{
+    constexpr char kFunction[] = "WinRegistryMonitor::MonitorWorker";
+    if (!checkpoint_.setCheckpoint(kLastTimeRun, Str::fromFormat("%lld", secondsSinceEpoch()))) {
+        monitorLog.error("%s: Failed to set checkpoint '%s'", kFunction, kLastTimeRun);
+        trace::monitor(Kind::Error, 62, kFunction);
+    }
+}
+
 void WinRegistryMonitor::MonitorWorker()
 {
     constexpr char kFunction[] = "WinRegistryMonitor::MonitorWorker";
+    recordStart();
     DriverReader(device_, queue_, stopFlag_).run();
     monitorLog.info("%s: Monitor Worker Exiting...", kFunction);
     trace::monitor(Kind::Information, 74, kFunction);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "pipeline/input/baseline_checkpoint.h"
 #include "pipeline/input/buffer_queue.h"
 #include "pipeline/input/config_xml_streaming_parser.h"
 #include "pipeline/input/device_channel.h"
@@ -82,7 +83,9 @@ private:
     bool openQueue();
     void ProcessEnumeration();
     bool StartMonitorWorker();
+    bool establishBaseline();
     void serveQueue();
+    void recordStart() const;
     void tearDown(bool processTableReady);
 
     DeviceChannel device_;
@@ -90,6 +93,7 @@ private:
     const Pathname driverImagePath_;
     StanzaDefaults defaults_;
     Pathname checkpointDir_;
+    BaselineCheckPoint checkpoint_;
     WinRegistryMonitorThread *workerThread_ = nullptr;
     BufferQueue queue_;
     StopFlag stopFlag_;

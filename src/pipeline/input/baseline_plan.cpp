@@ -1,0 +1,74 @@
+#include "pipeline/input/baseline_scan.h"
+#include "pipeline/input/monitor_log.h"
+
+#include <iterator>
+
+namespace velmox {
+
+namespace {
+
+constexpr char kFunction[] = "WinRegistryMonitor::processHivePaths";
+
+} // namespace
+
+bool BaselineScan::processHivePaths(BaselinePlan &plan)
+{
+    const MonitorFilterGroup *group = rules_.group(kRegmonFilters);
+    if (group == nullptr) {
+        monitorLog.info("%s: %s has been turned off, or no configuration file was found", kFunction,
+                        kRegmonFilters);
+        return false;
+    }
+    try {
+        std::vector<StartPath> paths;
+        for (const SystemMonitoringConfig &config : group->configs) {
+            if (!config.baseline || !isDue(config)) {
+                continue;
+            }
+            // A pattern without a literal beginning starts no walk, but counts for what other walks meet.
+            if (StartPath components = literalComponents(config.hive.pattern()); !components.empty()) {
+                paths.push_back(std::move(components));
+            }
+            plan.regexes.push_back(Str::concat("(?i)", config.hive.pattern()));
+        }
+        plan.startPaths = withoutCovered(std::move(paths));
+        return true;
+    } catch (const std::exception &exception) {
+        monitorLog.error("%s: Failed to process filter hive paths: '%s'", kFunction, exception.what());
+        return false;
+    }
+}
+
+bool BaselineScan::isDue(const SystemMonitoringConfig &config) const
+{
+    const Str name = Str::concat("filter_", config.name);
+    const Str &pattern = config.hive.pattern();
+    Str stored;
+    if (!checkpoint_.gotCheckpoint(name, stored)) {
+        if (!checkpoint_.setCheckpoint(name, pattern)) {
+            monitorLog.error("%s: Failed to set checkpoint for Registry Monitor filter '%s'", kFunction,
+                             config.name.c_str());
+        }
+        return true;
+    }
+    // The file keeps the first pattern: a changed one is walked at every start until an operator removes the
+    // file.
+    return stored != pattern || !hasRun(config);
+}
+
+// Whether a walk was completed, and the interval since the last run has not passed yet.
+bool BaselineScan::hasRun(const SystemMonitoringConfig &config) const
+{
+    const long long now = secondsSinceEpoch();
+    Str completed;
+    if (!checkpoint_.gotCheckpoint(kCompleted, completed) || !completed.toBool(false, true)) {
+        return false;
+    }
+    Str lastRun;
+    if (!checkpoint_.gotCheckpoint(kLastTimeRun, lastRun)) {
+        return false;
+    }
+    return now - lastRun.toInt64(0, 10) < config.baselineInterval.toInt64(0, 10);
+}
+
+} // namespace velmox
