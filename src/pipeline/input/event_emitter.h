@@ -11,8 +11,11 @@ namespace velmox {
 class EventEmitter
 {
 public:
-    /// `written` is called with the body text after each event has been written.
-    explicit EventEmitter(std::function<void(const Str &)> written) : written_(std::move(written)) {}
+    /// `written` is called with the body text after each event has been written. The stream is not closed.
+    explicit EventEmitter(std::function<void(const Str &)> written, std::FILE *out = stdout)
+        : eventWriter_(out), written_(std::move(written))
+    {
+    }
 
     /// `time` is UTC; the text's first line becomes the machine's local time. An empty index or stanza is
     /// left out.
