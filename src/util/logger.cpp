@@ -1,79 +1,313 @@
 #include "util/logger.h"
 
+#include "util/log_message.h"
+#include "util/log_suppressor.h"
+#include "util/log_system.h"
 #include "util/platform.h"
+#include "util/structured_exception.h"
 
 namespace velmox {
 
 namespace {
 
-constexpr LogLevel kThreshold = LogLevel::Info;
+constexpr int kEverything = 0;
+
+class LastErrorKeeper
+{
+public:
+    LastErrorKeeper() : error_(platform::lastError()) {}
+    ~LastErrorKeeper() { platform::setLastError(error_); }
+    LastErrorKeeper(const LastErrorKeeper &) = delete;
+    LastErrorKeeper &operator=(const LastErrorKeeper &) = delete;
+
+    unsigned error() const { return error_; }
+
+private:
+    const unsigned error_;
+};
+
+void formatMessage(Str &out, unsigned error, LogFormatCallback *callback, const char *fmt, std::va_list args)
+{
+    if (!callback) {
+        out.vformatWithError(error, fmt, args);
+        return;
+    }
+    Str body;
+    out.clear();
+    callback->before(out);
+    body.vformatWithError(error, fmt, args);
+    out.append(body);
+    callback->after(out);
+}
+
+void reportStructuredException() noexcept
+{
+    try {
+        guarded([] {
+            LogSystem::instance().report({LogLevel::Fatal, "caught SEH exception while trying to log!"});
+        });
+    } catch (...) {
+        // The logging system itself is broken; the caller must not feel it.
+    }
+}
 
 } // namespace
 
-Logger::Logger(const char *name, bool, unsigned, unsigned) : name_(name) {}
-
-Logger::~Logger() = default;
-
-bool Logger::debugEnabled() const
+Logger::Logger(const char *name, bool suppressRepeats, unsigned windowSeconds, unsigned repeatThreshold)
+    : name_(name), threshold_(static_cast<int>(LogLevel::Info))
 {
-    return LogLevel::Debug >= kThreshold;
+    const LastErrorKeeper keeper;
+    if (suppressRepeats) {
+        suppressor_ = std::make_unique<LogSuppressor>(windowSeconds, repeatThreshold);
+    }
+    LogSystem::instance().enter(*this);
+}
+
+Logger::Logger(const char *name, Unlisted) : name_(name), threshold_(kEverything) {}
+
+Logger::~Logger()
+{
+    if (isListed_) {
+        const LastErrorKeeper keeper;
+        LogSystem::instance().leave(*this);
+    }
+}
+
+void Logger::bindTo(LogCategory *category)
+{
+    category_.store(category, std::memory_order_release);
+    const LogLevel threshold = category ? category->threshold : LogLevel::Info;
+    threshold_.store(static_cast<int>(threshold), std::memory_order_relaxed);
+}
+
+void Logger::bindAll()
+{
+    LogSystem::instance().bindAll();
+}
+
+/// Whether the message goes to standard error as it is: nobody has read a configuration, and the logger is
+/// not among those that wait for one.
+bool Logger::passesUnconfigured() const
+{
+    return !LogSystem::isConfigured() && !isListed_;
+}
+
+void Logger::write(LogLevel level, LogFormatCallback *callback, const char *fmt, std::va_list args)
+{
+    const LastErrorKeeper keeper;
+    try {
+        guarded([&] { writeGuarded(keeper.error(), level, callback, fmt, args); });
+    } catch (const StructuredException &) {
+        reportStructuredException();
+    } catch (...) {
+        // The message is lost; the caller must not feel it.
+    }
+}
+
+void Logger::writeGuarded(unsigned error, LogLevel level, LogFormatCallback *callback, const char *fmt,
+                          std::va_list args)
+{
+    Str message;
+    try {
+        if (passesUnconfigured()) {
+            formatMessage(message, error, callback, fmt, args);
+            writeFallback(level, message);
+            return;
+        }
+        if (!isListed_ && level < LogLevel::Info) {
+            bindTo(nullptr);
+            return;
+        }
+        if (suppressor_) {
+            writeSuppressed(error, level, callback, fmt, args);
+            return;
+        }
+        formatMessage(message, error, callback, fmt, args);
+        deliver(level, message);
+    } catch (const StructuredException &) {
+        throw;
+    } catch (...) {
+        writeFallback(level, message);
+    }
+}
+
+void Logger::writeSuppressed(unsigned error, LogLevel level, LogFormatCallback *callback, const char *fmt,
+                             std::va_list args)
+{
+    const auto make = [&] {
+        Str message;
+        formatMessage(message, error, callback, fmt, args);
+        return message;
+    };
+    suppressor_->pass(fmt, level, make, [this](LogLevel entryLevel, const Str &text) {
+        if (isEnabled(entryLevel)) {
+            deliver(entryLevel, text);
+        }
+    });
+}
+
+/// Writes the message to the appenders of the category, or to the root appender when it has none. True when
+/// one of them took it.
+bool Logger::deliver(LogLevel level, const Str &message, const LogCulprits *culprits)
+{
+    LogSystem &system = LogSystem::instance();
+    LogRecord record{platform::systemTime(),  system.startTime(), name_, level,
+                     truncatesLongMessages(), system.threadName()};
+    Str escaped;
+    const bool escapes = escapesLineEnds() && message.findFirst(CharSet::lineEnds(), 0, true) >= 0;
+    if (escapes) {
+        escaped = withVisibleLineEnds(message);
+    }
+    const LogCategory *category = category_.load(std::memory_order_acquire);
+    LogAppender *root = &system.appenders().root();
+    const bool hasAppenders = category && !category->appenders.empty();
+    LogAppender *const *appenders = hasAppenders ? category->appenders.data() : &root;
+    const std::size_t count = hasAppenders ? category->appenders.size() : 1;
+
+    bool written = false;
+    for (std::size_t index = 0; index < count; ++index) {
+        if (!culprits || !culprits->contains(appenders[index])) {
+            LogReports reports;
+            written |= appenders[index]->append(record, escapes ? escaped : message, reports);
+            const LogCulprits culprit{appenders[index], culprits};
+            system.report(reports, &culprit);
+        }
+    }
+    return written;
+}
+
+void Logger::writeFallback(LogLevel level, const Str &message)
+{
+    if (LogSystem::instance().isFallbackSilenced()) {
+        return;
+    }
+    Str line;
+    line << logLevelName(level) << " - " << message << "\r\n";
+    platform::writeStandardError(line.data(), line.size());
 }
 
 void Logger::vlog(LogLevel level, const char *fmt, std::va_list args)
 {
-    if (level < kThreshold) {
-        return;
+    if (isEnabled(level)) {
+        write(level, nullptr, fmt, args);
     }
-    const unsigned error = platform::lastError();
-    try {
-        Str line;
-        line.vformatWithError(error, fmt, args);
-        line.append("\r\n");
-        platform::writeStandardError(line.data(), line.size());
-    } catch (...) {
-        // A message that cannot be built is lost; the caller must not feel it.
+}
+
+void Logger::log(LogLevel level, LogFormatCallback *callback, const char *fmt, std::va_list args)
+{
+    if (isEnabled(level)) {
+        write(level, callback, fmt, args);
     }
-    platform::setLastError(error);
 }
 
 void Logger::log(LogLevel level, const char *fmt, ...)
 {
-    std::va_list args;
-    va_start(args, fmt);
-    vlog(level, fmt, args);
-    va_end(args);
+    if (isEnabled(level)) {
+        std::va_list args;
+        va_start(args, fmt);
+        write(level, nullptr, fmt, args);
+        va_end(args);
+    }
 }
 
 void Logger::debug(const char *fmt, ...)
 {
-    std::va_list args;
-    va_start(args, fmt);
-    vlog(LogLevel::Debug, fmt, args);
-    va_end(args);
+    if (isEnabled(LogLevel::Debug)) {
+        std::va_list args;
+        va_start(args, fmt);
+        write(LogLevel::Debug, nullptr, fmt, args);
+        va_end(args);
+    }
 }
 
 void Logger::info(const char *fmt, ...)
 {
-    std::va_list args;
-    va_start(args, fmt);
-    vlog(LogLevel::Info, fmt, args);
-    va_end(args);
+    if (isEnabled(LogLevel::Info)) {
+        std::va_list args;
+        va_start(args, fmt);
+        write(LogLevel::Info, nullptr, fmt, args);
+        va_end(args);
+    }
 }
 
 void Logger::warn(const char *fmt, ...)
 {
-    std::va_list args;
-    va_start(args, fmt);
-    vlog(LogLevel::Warn, fmt, args);
-    va_end(args);
+    if (isEnabled(LogLevel::Warn)) {
+        std::va_list args;
+        va_start(args, fmt);
+        write(LogLevel::Warn, nullptr, fmt, args);
+        va_end(args);
+    }
 }
 
 void Logger::error(const char *fmt, ...)
 {
-    std::va_list args;
-    va_start(args, fmt);
-    vlog(LogLevel::Error, fmt, args);
-    va_end(args);
+    if (isEnabled(LogLevel::Error)) {
+        std::va_list args;
+        va_start(args, fmt);
+        write(LogLevel::Error, nullptr, fmt, args);
+        va_end(args);
+    }
+}
+
+void Logger::info(const std::exception &exception)
+{
+    log(LogLevel::Info, "%s", exception.what());
+}
+
+void Logger::warn(const std::exception &exception)
+{
+    log(LogLevel::Warn, "%s", exception.what());
+}
+
+void Logger::error(const std::exception &exception)
+{
+    log(LogLevel::Error, "%s", exception.what());
+}
+
+LogStream Logger::debug()
+{
+    return LogStream(*this, LogLevel::Debug);
+}
+
+LogStream Logger::info()
+{
+    return LogStream(*this, LogLevel::Info);
+}
+
+LogStream Logger::warn()
+{
+    return LogStream(*this, LogLevel::Warn);
+}
+
+LogStream Logger::error()
+{
+    return LogStream(*this, LogLevel::Error);
+}
+
+LogStream::~LogStream()
+{
+    if (logger_ && !text_.empty()) {
+        logger_->log(level_, "%s", text_.c_str());
+    }
+}
+
+LogStream &LogStream::operator<<(const char16_t *text)
+{
+    if (logger_) {
+        append([](Str &out, const void *from) { out << static_cast<const char16_t *>(from); }, text);
+    }
+    return *this;
+}
+
+void LogStream::append(void (*put)(Str &, const void *), const void *value) noexcept
+{
+    const LastErrorKeeper keeper;
+    try {
+        put(text_, value);
+    } catch (...) {
+        // What cannot be appended is lost; the caller must not feel it.
+    }
 }
 
 } // namespace velmox
