@@ -70,10 +70,10 @@ protected:
         MonitorRun run(InputDocument().checkpointDir(directory).stanza("WinRegMon://base", all).text());
         EXPECT_TRUE(driver.waitFor([](const VelmoxTestState &state) { return state.reads > 0; },
                                    std::chrono::seconds(30)))
-            << run.errors().c_str();
+            << run.log().c_str();
         EXPECT_EQ(run.stop(), 0u);
         output_ = run.output();
-        errors_ = run.errors();
+        log_ = run.log();
         int events = 0;
         for (std::size_t at = output_.find("<event"); at != Str::npos; at = output_.find("<event", at + 1)) {
             ++events;
@@ -83,7 +83,7 @@ protected:
 
     const Pathname directory_ = Pathname::fromUtf8("C:\\baseline-checkpoints");
     Str output_;
-    Str errors_;
+    Str log_;
 };
 
 TEST_F(BaselineTest, TheFirstStartReportsEveryValueAndRemembersIt)
@@ -138,14 +138,14 @@ TEST_F(BaselineTest, AChangedPatternIsWalkedAtEveryStart)
 TEST_F(BaselineTest, FailuresAreLoggedAndCostNoMoreThanTheirPart)
 {
     EXPECT_EQ(eventsOfAStart({}, "C:\\no-such-directory"), 2);
-    EXPECT_TRUE(errors_.contains("BaselineCheckPoint::gotCheckpoint: Unable to open checkpoint file="
-                                 "'C:\\no-such-directory\\filter_base': '"));
-    EXPECT_TRUE(errors_.contains("Failed to set checkpoint for Registry Monitor filter 'base'"));
-    EXPECT_TRUE(errors_.contains("Failed to set checkpoint 'last_time_completed' for baseline key path="
-                                 "'\\REGISTRY\\MACHINE\\SOFTWARE\\VELMOXBASELINE'"));
+    EXPECT_TRUE(log_.contains("BaselineCheckPoint::gotCheckpoint: Unable to open checkpoint file="
+                              "'C:\\no-such-directory\\filter_base': '"));
+    EXPECT_TRUE(log_.contains("Failed to set checkpoint for Registry Monitor filter 'base'"));
+    EXPECT_TRUE(log_.contains("Failed to set checkpoint 'last_time_completed' for baseline key path="
+                              "'\\REGISTRY\\MACHINE\\SOFTWARE\\VELMOXBASELINE'"));
     EXPECT_EQ(eventsOfAStart({{"hive", "HKLM\\\\Software\\\\VelmoxNowhere\\\\.*"}}), 0);
-    EXPECT_TRUE(errors_.contains("Failed to enumerate registry for baselining: hkey='\\REGISTRY\\MACHINE' "
-                                 "start_point='\\SOFTWARE\\VELMOXNOWHERE': '"));
+    EXPECT_TRUE(log_.contains("Failed to enumerate registry for baselining: hkey='\\REGISTRY\\MACHINE' "
+                              "start_point='\\SOFTWARE\\VELMOXNOWHERE': '"));
 }
 
 } // namespace

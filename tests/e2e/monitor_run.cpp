@@ -1,5 +1,7 @@
 #include "tests/e2e/monitor_run.h"
 
+#include "util/open_file.h"
+
 #include <gtest/gtest.h>
 
 namespace velmox::e2e {
@@ -20,6 +22,17 @@ StrVector environment(const RunOptions &options)
     StrVector rows = {Str::fromFormat("VELMOX_HOME=%s", kHome), "TZ=UTC", "VELMOXD_PROCESSID="};
     rows.insert(rows.end(), options.environment.begin(), options.environment.end());
     return rows;
+}
+
+Str logFile()
+{
+    FileStar file = openFile(Pathname::fromUtf8(kHome).join("var\\log\\velmox\\velmox-regmon.log"), "rb");
+    Str text;
+    char piece[4096];
+    for (std::ptrdiff_t count = 0; file.isOpen() && (count = file.read(piece, sizeof piece)) > 0;) {
+        text.append(piece, static_cast<std::size_t>(count));
+    }
+    return text;
 }
 
 Str escaped(const Str &text)
@@ -67,10 +80,15 @@ Str eventText(const ExpectedEvent &event)
 } // namespace
 
 MonitorRun::MonitorRun(std::string_view document, const RunOptions &options)
-    : process_(commandLine(watched_.pid(), options), environment(options))
+    : logStart_(logFile().size()), process_(commandLine(watched_.pid(), options), environment(options))
 {
     process_.writeInput(document);
     process_.closeInput();
+}
+
+Str MonitorRun::log() const
+{
+    return errors().append(logFile().substr(logStart_));
 }
 
 DWORD MonitorRun::stop()
@@ -81,7 +99,7 @@ DWORD MonitorRun::stop()
 
 DWORD MonitorRun::waitForEnd()
 {
-    EXPECT_TRUE(process_.waitForExit()) << "still running; standard error: " << errors().c_str();
+    EXPECT_TRUE(process_.waitForExit()) << "still running; log: " << log().c_str();
     return process_.exitCode();
 }
 

@@ -28,6 +28,9 @@ public:
     ChildProcess &process() { return process_; }
     Str output() const { return process_.output(); }
     Str errors() const { return process_.errors(); }
+    /// What the program logged so far, into its file and, before it had read its log configuration, on
+    /// standard error.
+    Str log() const;
 
     /// Ends the watched process.
     void requestStop() { watched_.end(); }
@@ -38,6 +41,8 @@ public:
 
 private:
     IdleProcess watched_;
+    // Behind what earlier runs left in the log file.
+    std::size_t logStart_;
     ChildProcess process_;
 };
 

@@ -88,6 +88,8 @@ int runInstalled(const wchar_t *const *arguments)
         std::fputs("VELMOX_HOME must be set. Stopping.\n", stderr);
         return kFailure;
     }
+    Logger::loadConfig(home.join("etc").join("log-cmdline.cfg"), nullptr, {{"VELMOX_HOME", home.toStr()}},
+                       true);
     armCrashLog(home.join("var").join("log").join("velmox"));
     const EmptyMainThread mainThread;
     CommandLine options;
