@@ -302,6 +302,7 @@ TEST(LoggerChild, SpeaksBeforeConfiguration)
     const Str output = child.output();
     for (const char *line :
          {"DEBUG - spoken early\n", "\nplain two\\nlines\n", "\nDEBUG - simple two\nlines\n",
+          "\nERROR - Error opening \"C:\\none\\a.log\": ", "\nERROR - Error opening \"C:\\none\\b.log\": ",
           "\nCouldn't open log file configuration \"C:\\none\\log.cfg\": "}) {
         EXPECT_TRUE(output.contains(line)) << line << " in " << output.c_str();
     }
@@ -316,6 +317,14 @@ TEST(LoggerChild, DISABLED_Unconfigured)
     logger.info("plain two\nlines");
     logger.debug("hidden");
     simple.debug("simple two\nlines");
+    {
+        // Each of two files that fail is the only other place for what is told about the other.
+        const ScopedFolder folder;
+        writeWhole(folder / "log.cfg", "rootCategory=INFO,A,B\nappender.A.fileName=C:\\none\\a.log\n"
+                                       "appender.B.fileName=C:\\none\\b.log\n");
+        EXPECT_TRUE(Logger::loadConfig(folder / "log.cfg", nullptr, {}, true));
+        logger.info("lost");
+    }
     EXPECT_FALSE(Logger::loadConfig(Pathname(u"C:\\none\\log.cfg"), nullptr, {}, false));
     simple.debug("hidden");
 }
