@@ -9,7 +9,7 @@ namespace velmox {
 
 namespace {
 
-constexpr RegistryOperation kUnknown{"UNKNOWN", "UNKNOWN"};
+constexpr RegistryOperation kUnknown{"UNKNOWN", "unknown"};
 constexpr RegistryOperation kDelete{"DeleteKey", "delete"};
 constexpr RegistryOperation kSet{"SetValue", "set"};
 constexpr RegistryOperation kRename{"RenameKey", "rename"};

@@ -14,7 +14,8 @@ struct RegistryOperation
     const char *word;
 };
 
-/// Names of a kernel notification code (REG_NOTIFY_CLASS). Codes without a name are "UNKNOWN" in both.
+/// Names of a kernel notification code (REG_NOTIFY_CLASS). Codes without a name are "UNKNOWN",
+/// and "unknown" to the filters, which see lower case alone.
 RegistryOperation registryOperation(std::uint32_t code);
 
 /// The name of a registry value type, but "REG_SD" for the two operations that carry a security descriptor.

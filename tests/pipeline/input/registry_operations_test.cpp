@@ -19,7 +19,7 @@ TEST(RegistryOperations, CodesGroupAsReadersOfTheStreamKnowThem)
         {"CreateKey/create", {10, 11, 26, 27}},
         {"OpenKey/open", {12, 13, 28, 29}},
         {"CloseKey/close", {14, 25}},
-        {"UNKNOWN/UNKNOWN", {18, 20, 21, 22, 24, 30, 37, 39, 0xffffffff}},
+        {"UNKNOWN/unknown", {18, 20, 21, 22, 24, 30, 37, 39, 0xffffffff}},
     };
     unsigned codes = 0;
     for (const auto &[names, members] : groups) {
