@@ -7,7 +7,7 @@ namespace velmox::e2e {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+constexpr std::chrono::seconds kLimit(20);
 
 struct Pipe
 {
@@ -72,17 +72,6 @@ PROCESS_INFORMATION createProcess(const Str &commandLine, DWORD flags, STARTUPIN
     return process;
 }
 
-bool waitForText(const PipeReader &reader, HANDLE process, std::string_view text, std::chrono::seconds limit)
-{
-    const auto deadline = Clock::now() + limit;
-    while (!reader.text().contains(text)) {
-        if (Clock::now() > deadline || WaitForSingleObject(process, 10) == WAIT_OBJECT_0) {
-            return reader.text().contains(text);
-        }
-    }
-    return true;
-}
-
 } // namespace
 
 PipeReader::PipeReader(KernelHandle pipe) : pipe_(std::move(pipe)), thread_([this] { collect(); }) {}
@@ -99,16 +88,24 @@ void PipeReader::collect()
     while (ReadFile(pipe_.get(), piece, sizeof piece, &count, nullptr) && count != 0) {
         const std::lock_guard guard(lock_);
         text_.append(piece, count);
+        grown_.notify_all();
     }
     const std::lock_guard guard(lock_);
     atEnd_ = true;
-    ended_.notify_all();
+    grown_.notify_all();
 }
 
 bool PipeReader::waitForEnd(std::chrono::seconds limit)
 {
     std::unique_lock guard(lock_);
-    return ended_.wait_for(guard, limit, [this] { return atEnd_; });
+    return grown_.wait_for(guard, limit, [this] { return atEnd_; });
+}
+
+bool PipeReader::waitFor(const TextCondition &condition, std::chrono::seconds limit)
+{
+    std::unique_lock guard(lock_);
+    grown_.wait_for(guard, limit, [&] { return atEnd_ || condition(text_); });
+    return condition(text_);
 }
 
 Str PipeReader::text() const
@@ -156,14 +153,9 @@ void ChildProcess::writeInput(std::string_view bytes)
     }
 }
 
-bool ChildProcess::waitForOutput(std::string_view text, std::chrono::seconds limit) const
+bool ChildProcess::waitForOutput(const TextCondition &condition) const
 {
-    return waitForText(*output_, process_.get(), text, limit);
-}
-
-bool ChildProcess::waitForErrors(std::string_view text, std::chrono::seconds limit) const
-{
-    return waitForText(*errors_, process_.get(), text, limit);
+    return output_->waitFor(condition, kLimit);
 }
 
 bool ChildProcess::waitForExit(std::chrono::seconds limit)

@@ -5,11 +5,14 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
 
 namespace velmox::e2e {
+
+using TextCondition = std::function<bool(const Str &)>;
 
 /// Collects what comes out of a pipe, on a thread of its own.
 class PipeReader
@@ -23,13 +26,15 @@ public:
     Str text() const;
     /// Waits until every writer has closed the pipe; false when the limit comes first.
     bool waitForEnd(std::chrono::seconds limit);
+    /// Waits until the text meets the condition, the pipe ends or the limit comes.
+    bool waitFor(const TextCondition &condition, std::chrono::seconds limit);
 
 private:
     void collect();
 
     KernelHandle pipe_;
     mutable std::mutex lock_;
-    std::condition_variable ended_;
+    std::condition_variable grown_;
     // Both guarded by lock_.
     Str text_;
     bool atEnd_ = false;
@@ -56,9 +61,8 @@ public:
 
     Str output() const { return output_->text(); }
     Str errors() const { return errors_->text(); }
-    /// Waits until the text stands in what came out so far.
-    bool waitForOutput(std::string_view text, std::chrono::seconds limit = std::chrono::seconds(20)) const;
-    bool waitForErrors(std::string_view text, std::chrono::seconds limit = std::chrono::seconds(20)) const;
+    /// Waits until what came out so far meets the condition, or can no longer change.
+    bool waitForOutput(const TextCondition &condition) const;
     /// False when the process still runs after the limit. On success the output is complete.
     bool waitForExit(std::chrono::seconds limit = std::chrono::seconds(20));
     /// All 32 bits; after `waitForExit`.

@@ -62,6 +62,15 @@ Str escaped(const Str &text)
     return out;
 }
 
+std::size_t occurrences(std::string_view text, std::string_view part)
+{
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != text.npos; at = text.find(part, at + part.size())) {
+        ++count;
+    }
+    return count;
+}
+
 Str eventText(const ExpectedEvent &event)
 {
     Str text = "<event";
@@ -80,7 +89,8 @@ Str eventText(const ExpectedEvent &event)
 } // namespace
 
 MonitorRun::MonitorRun(std::string_view document, const RunOptions &options)
-    : logStart_(logFile().size()), process_(commandLine(watched_.pid(), options), environment(options))
+    : logStart_(logFile().size()),
+      process_(commandLine(watched_.pid(), options), environment(options), options.withInput)
 {
     process_.writeInput(document);
     process_.closeInput();
@@ -89,6 +99,12 @@ MonitorRun::MonitorRun(std::string_view document, const RunOptions &options)
 Str MonitorRun::log() const
 {
     return errors().append(logFile().substr(logStart_));
+}
+
+bool MonitorRun::waitForEvents(std::size_t count)
+{
+    const auto arrived = [count](const Str &output) { return occurrences(output, "</event>") >= count; };
+    return process_.waitForOutput(arrived);
 }
 
 DWORD MonitorRun::stop()

@@ -16,6 +16,7 @@ struct RunOptions
     StrVector environment;
     /// Whether the run ends when the watched process does; otherwise `arguments` must see to its end.
     bool watched = true;
+    bool withInput = true;
 };
 
 /// One run of the installed program, as a server starts it: the document goes to its standard input, which is
@@ -31,6 +32,8 @@ public:
     /// What the program logged so far, into its file and, before it had read its log configuration, on
     /// standard error.
     Str log() const;
+    /// Waits until so many events have come.
+    bool waitForEvents(std::size_t count);
 
     /// Ends the watched process.
     void requestStop() { watched_.end(); }
@@ -52,8 +55,8 @@ struct ExpectedEvent
     Str stanza = "all";
     Str index = "default";
     /// Seconds since 1970.
-    Str time = "1600000000";
-    Str localTime = "09/13/2020 12:26:40.000";
+    Str time = "1577836800";
+    Str localTime = "01/01/2020 00:00:00.000";
     Str body;
 };
 
