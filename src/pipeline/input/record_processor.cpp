@@ -38,7 +38,7 @@ void RecordProcessor::processData(const unsigned char *buffer, std::uint32_t byt
 // What every record needs, whatever its class.
 void RecordProcessor::prepare(const MonitorRecord &record)
 {
-    trace::monitor(trace::Kind::Entry, 40, kFunction, {record.name(), record.nameUnits()});
+    trace::monitor(trace::Kind::Entry, 40, kFunction, {record.name(), record.nameUnits() + 1});
     rawPath_.clear();
     rawPath_.appendUtf16(record.name(), record.nameUnits());
     keyPath_ = rawPath_;

@@ -25,12 +25,15 @@ enum class Kind : std::uint32_t
 struct Argument
 {
     Argument() = default;
-    Argument(const char *text);
+    Argument(const char *text) : data(text ? text : "NULL"), bytes(kTextEndsInNul) {}
     Argument(const Str &text) : data(text.c_str()), bytes(text.size() + 1) {}
     Argument(const std::uint32_t &number) : data(&number), bytes(sizeof number) {}
     Argument(const unsigned long &number) : data(&number), bytes(sizeof number) {}
     /// Counted UTF-16 text, which need not end in a NUL.
     Argument(const char16_t *text, std::size_t units) : data(text), bytes(units * sizeof *text) {}
+
+    /// Stands for a length that is found only when the message is sent.
+    static constexpr std::size_t kTextEndsInNul = static_cast<std::size_t>(-1);
 
     const void *data = nullptr;
     std::size_t bytes = 0;

@@ -40,6 +40,11 @@ WinRegistryMonitor::WinRegistryMonitor(Str index, bool inclusive)
 
 WinRegistryMonitor::~WinRegistryMonitor()
 {
+    stopFlag_.set();
+    // After an exception out of `run` the worker still reads into what is freed here.
+    if (workerThread_ != nullptr && workerDone_.isValid()) {
+        WaitForSingleObject(workerDone_.get(), INFINITE);
+    }
     trace::monitor(Kind::Entry, 11, "WinRegistryMonitor::~WinRegistryMonitor");
 }
 
@@ -232,15 +237,17 @@ bool WinRegistryMonitor::StartMonitorWorker()
         return false;
     }
     trace::monitor(Kind::Information, 58, kFunction);
-    workerThread_ = new (std::nothrow) WinRegistryMonitorThread(*this);
-    if (workerThread_ == nullptr) {
+    auto *thread = new (std::nothrow) WinRegistryMonitorThread(*this);
+    if (thread == nullptr) {
         const DWORD error = GetLastError();
         trace::monitor(Kind::Error, 59, kFunction);
         monitorLog.error("%s: Failed to create the Registry monitor worker thread: '(%d)%m'", kFunction,
                          static_cast<int>(error));
         return false;
     }
-    workerThread_->start();
+    thread->start();
+    // From here on there is an end to wait for.
+    workerThread_ = thread;
     trace::monitor(Kind::Information, 60, kFunction);
     return true;
 }

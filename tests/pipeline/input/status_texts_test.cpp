@@ -14,12 +14,6 @@ unsigned long mapToAccessDenied(long)
     return ERROR_ACCESS_DENIED;
 }
 
-// The system's text of this error holds a "%1".
-unsigned long mapToBadProgram(long)
-{
-    return ERROR_BAD_EXE_FORMAT;
-}
-
 TEST(StatusTexts, WithoutAMappingNothingIsKnownNorKept)
 {
     StatusTexts texts;
@@ -40,13 +34,6 @@ TEST(StatusTexts, TheNumberIsSignedAndEachStatusIsMappedOnce)
     EXPECT_EQ(mapped, 1);
     EXPECT_TRUE(texts.text(0).startsWith("(0)"));
     EXPECT_EQ(mapped, 2);
-}
-
-TEST(StatusTexts, AMessageWithConversionsOfItsOwnDoesNoHarm)
-{
-    StatusTexts texts;
-    texts.setMapping(mapToBadProgram);
-    EXPECT_TRUE(texts.text(0xC000007B).startsWith("(-1073741701)"));
 }
 
 } // namespace
