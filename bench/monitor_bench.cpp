@@ -75,7 +75,7 @@ double monitorSeconds(unsigned stanzas, unsigned thousands, double &workingSetMi
     driver.openGate();
     driver.waitFor([](const VelmoxTestState &state) { return state.recordsDelivered > 0; });
     const auto start = Clock::now();
-    run.process().waitForOutput("Sentinel", std::chrono::seconds(120));
+    run.process().waitForOutput([](const Str &text) { return text.contains("Sentinel"); });
     const double seconds = secondsSince(start);
     PROCESS_MEMORY_COUNTERS memory = {};
     GetProcessMemoryInfo(run.process().handle(), &memory, sizeof memory);

@@ -98,7 +98,7 @@ TEST_F(ExitCodesTest, RunUntilEndsInOrderWheneverTheProcessDied)
     TestDriver driver;
     pushRecord(driver);
     MonitorRun during(everythingDocument());
-    EXPECT_TRUE(during.process().waitForOutput("</event>"));
+    EXPECT_TRUE(during.process().waitForOutput([](const Str &text) { return text.contains("</event>"); }));
     EXPECT_EQ(during.stop(), 0u);
     EXPECT_TRUE(during.output().endsWith("</stream>\r\n"));
     testbed::startDriverService();
@@ -113,7 +113,7 @@ TEST_F(ExitCodesTest, DieWhenEndsAtOnceWithTwo)
     pushRecord(driver);
     MonitorRun run(everythingDocument(),
                    withOptions(Str::fromFormat("-die-when-pid-dies %lu", server.pid())));
-    EXPECT_TRUE(run.process().waitForOutput("</event>"));
+    EXPECT_TRUE(run.process().waitForOutput([](const Str &text) { return text.contains("</event>"); }));
     server.end();
     EXPECT_EQ(run.waitForEnd(), 2u);
     EXPECT_FALSE(run.output().contains("</stream>"));
