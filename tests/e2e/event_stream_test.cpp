@@ -200,13 +200,13 @@ TEST_F(EventStreamTest, TakesTheTimeOfTheRecordAtMostOnceAMillisecond)
         const char *local;
     };
     const Time times[] = {
-        {1, "0", "01/01/1601 00:00:00.000"},
-        {kStart, "1577836800", "01/01/2020 00:00:00.000"},
-        {kStart + kMillisecond / 2, "1577836800", "01/01/2020 00:00:00.000"},
-        {kStart + kMillisecond, "1577836800", "01/01/2020 00:00:00.000"},
-        {kStart + kMillisecond + 1, "1577836800", "01/01/2020 00:00:00.001"},
-        {kStart - 5000 * kMillisecond, "1577836800", "01/01/2020 00:00:00.001"},
-        {kStart + 1999 * kMillisecond, "1577836801", "01/01/2020 00:00:01.999"},
+        {1, "0", "01/01/1601 09:00:00.000"},
+        {kStart, "1577836800", "01/01/2020 09:00:00.000"},
+        {kStart + kMillisecond / 2, "1577836800", "01/01/2020 09:00:00.000"},
+        {kStart + kMillisecond, "1577836800", "01/01/2020 09:00:00.000"},
+        {kStart + kMillisecond + 1, "1577836800", "01/01/2020 09:00:00.001"},
+        {kStart - 5000 * kMillisecond, "1577836800", "01/01/2020 09:00:00.001"},
+        {kStart + 1999 * kMillisecond, "1577836801", "01/01/2020 09:00:01.999"},
     };
     std::vector<Case> cases;
     for (const Time &one : times) {

@@ -19,7 +19,7 @@ Str commandLine(DWORD watchedPid, const RunOptions &options)
 
 StrVector environment(const RunOptions &options)
 {
-    StrVector rows = {Str::fromFormat("VELMOX_HOME=%s", kHome), "TZ=UTC", "VELMOXD_PROCESSID="};
+    StrVector rows = {Str::fromFormat("VELMOX_HOME=%s", kHome), "VELMOXD_PROCESSID="};
     rows.insert(rows.end(), options.environment.begin(), options.environment.end());
     return rows;
 }

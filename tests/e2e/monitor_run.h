@@ -20,7 +20,7 @@ struct RunOptions
 };
 
 /// One run of the installed program, as a server starts it: the document goes to its standard input, which is
-/// then closed, and it runs until the process that it watches ends. The time zone is UTC.
+/// then closed, and it runs until the process that it watches ends.
 class MonitorRun
 {
 public:
@@ -56,7 +56,8 @@ struct ExpectedEvent
     Str index = "default";
     /// Seconds since 1970.
     Str time = "1577836800";
-    Str localTime = "01/01/2020 00:00:00.000";
+    // Nine hours ahead of UTC, by the zone that the tests run in.
+    Str localTime = "01/01/2020 09:00:00.000";
     Str body;
 };
 
