@@ -63,6 +63,15 @@ static UCHAR *listProcesses(void)
     return NULL;
 }
 
+/* A process that is only just being made has no time of its own yet, but whatever stood in its place; a
+   record from the future would hold up the reader's clock. */
+static LONGLONG timeUntilNow(LONGLONG time)
+{
+    LARGE_INTEGER now;
+    KeQuerySystemTime(&now);
+    return time > 0 && time <= now.QuadPart ? time : now.QuadPart;
+}
+
 static struct VelmoxRecordHeader headerOf(ULONG recordClass, const struct Process *process, LONGLONG time)
 {
     struct VelmoxRecordHeader header;
@@ -70,7 +79,7 @@ static struct VelmoxRecordHeader headerOf(ULONG recordClass, const struct Proces
     header.recordClass = recordClass;
     header.pid = process->pid;
     header.parentPid = process->parentPid;
-    header.timestamp = (ULONG64)time;
+    header.timestamp = (ULONG64)timeUntilNow(time);
     return header;
 }
 
