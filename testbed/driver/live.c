@@ -6,7 +6,7 @@
 
 static UNICODE_STRING rootPaths[] = {
     RTL_CONSTANT_STRING(L"\\REGISTRY\\MACHINE"),
-    RTL_CONSTANT_STRING(L"\\REGISTRY\\USER"),
+    RTL_CONSTANT_STRING(L"\\REGISTRY\\User"),
 };
 
 static HANDLE thread; /* NULL while live mode is off */

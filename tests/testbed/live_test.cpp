@@ -161,7 +161,7 @@ TEST_F(LiveTest, seesTheExercisersRound)
                                            "15 VelmoxExercise\\Renamed",
                                            "15 VelmoxExercise",
                                        }));
-    EXPECT_TRUE(records[0].name.starts_with(u"\\REGISTRY\\USER\\S-1-5-21-"));
+    EXPECT_TRUE(records[0].name.starts_with(u"\\REGISTRY\\User\\S-1-5-21-"));
     EXPECT_EQ(records[16].data, textData(u"Renamed"));
 }
 
