@@ -54,7 +54,7 @@ void writeCrashReport(CrashSink &sink, const SYSTEMTIME &localTime, const CrashF
     writeNotes(sink, facts.notes);
     writeCommandLine(sink);
     sink.format(" Last error: %lu\r\n", facts.lastError);
-    sink.format(" Threads running: %u\r\n", Thread::activeCount());
+    sink.format("Threads running: %u\r\n", Thread::activeCount());
     writeCpuIdentification(sink);
     sink.print("terminating...\r\n");
 }

@@ -21,12 +21,14 @@ FileHandle openForWriting(const Pathname &path, FilePermissions permissions, DWO
 
 bool FileDescriptor::openWrite(const Pathname &path, FilePermissions permissions)
 {
+    close();
     handle_ = openForWriting(path, permissions, CREATE_NEW);
     return isOpen();
 }
 
 bool FileDescriptor::openAppend(const Pathname &path, FilePermissions permissions)
 {
+    close();
     handle_ = openForWriting(path, permissions, OPEN_ALWAYS);
     if (isOpen() && !SetFilePointerEx(get(), {}, nullptr, FILE_END)) {
         close();

@@ -58,9 +58,10 @@ HexDumper::~HexDumper() = default;
 void HexDumper::dump(const void *start, std::size_t length, const char *label)
 {
     const std::size_t readable = readableLength(start, length);
-    char intro[256];
-    _snprintf(intro, sizeof(intro), "First %u bytes of %s @%p:", static_cast<unsigned>(readable), label,
-              start);
+    // A long label is cut, so that the address behind it stands.
+    char intro[256] = {};
+    _snprintf(intro, sizeof(intro) - 1, "First %u bytes of %.200s @%p:", static_cast<unsigned>(readable),
+              label, start);
     writeLine(intro);
     const auto *bytes = static_cast<const unsigned char *>(start);
     for (std::size_t offset = 0; offset < readable; offset += kBytesPerLine) {

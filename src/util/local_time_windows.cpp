@@ -45,7 +45,10 @@ bool localToUnix(const StructTm &tm, std::int64_t &unixSeconds)
 
 void localZoneName(bool daylight, Str &out)
 {
-    // The run-time library keeps the name in the system's code page.
+    // Until it is told to look, the run-time library has the names of a built-in zone.
+    static const bool looked = (_tzset(), true);
+    static_cast<void>(looked);
+    // It keeps them in the system's code page.
     const char *name = _tzname[daylight ? 1 : 0];
     wchar_t wide[128];
     const int units = MultiByteToWideChar(CP_ACP, 0, name, -1, wide, static_cast<int>(std::size(wide)));

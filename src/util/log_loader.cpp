@@ -143,7 +143,7 @@ bool LogConfigLoader::reportErrors()
 
 Pathname logCompanionPath(const Pathname &path)
 {
-    const std::size_t separator = path.rfind(std::u16string_view(u"\\"));
+    const std::size_t separator = path.view().find_last_of(u"\\/");
     const std::size_t nameStart = separator == WideStr::npos ? 0 : separator + 1;
     const std::size_t point = path.rfind(u'.');
     Pathname companion = path;

@@ -247,7 +247,8 @@ char32_t ReadableUnicodeStream::nextUnit(unsigned bytes, bool bigEndian)
         }
         unit |= static_cast<char32_t>(byte) << 8 * (bigEndian ? bytes - 1 - i : i);
     }
-    return unit;
+    // Kept apart from the marks above, which are numbers that a damaged file may hold.
+    return unit == kEnd ? kInvalid : unit;
 }
 
 } // namespace velmox

@@ -213,6 +213,7 @@ TEST(UnicodeStreamTest, DropsOrReplacesBadInput)
         {kUtf16Be, "\0\x41\x20"s, "[A]", "[A?]"},
         {kUtf16Le, "\x41\0\x00\xD8\n\0\x42\0"s, "[A][B]", "[A?][B]"},
         {kUtf32Be, "\0\0\0\x41\0\x11\0\0\0\0\xD8\0\0\0\0\x42\0\0"s, "[AB]", "[A??B?]"},
+        {kUtf32Be, "\0\0\0\x41\xFF\xFF\xFF\xFF\0\0\0\x42"s, "[AB]", "[A?B]"},
     };
     for (const auto &c : cases) {
         std::string replaced;

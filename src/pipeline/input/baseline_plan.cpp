@@ -59,7 +59,8 @@ bool BaselineScan::isDue(const SystemMonitoringConfig &config) const
 // Whether a walk was completed, and the interval since the last run has not passed yet.
 bool BaselineScan::hasRun(const SystemMonitoringConfig &config) const
 {
-    const long long now = secondsSinceEpoch();
+    // Unsigned, as a damaged file may hold any number.
+    const auto now = static_cast<unsigned long long>(secondsSinceEpoch());
     Str completed;
     if (!checkpoint_.gotCheckpoint(kCompleted, completed) || !completed.toBool(false, true)) {
         return false;
@@ -68,7 +69,9 @@ bool BaselineScan::hasRun(const SystemMonitoringConfig &config) const
     if (!checkpoint_.gotCheckpoint(kLastTimeRun, lastRun)) {
         return false;
     }
-    return now - lastRun.toInt64(0, 10) < config.baselineInterval.toInt64(0, 10);
+    const auto elapsed =
+        static_cast<long long>(now - static_cast<unsigned long long>(lastRun.toInt64(0, 10)));
+    return elapsed < config.baselineInterval.toInt64(0, 10);
 }
 
 } // namespace velmox
