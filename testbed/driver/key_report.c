@@ -2,15 +2,6 @@
 
 #include "change_list.h"
 
-/* Wine 8 at times gives bytes that were never set, 0x5555555555555555, as the time of a key's last write. A
-   time that lies ahead, or is none, is replaced by the present; the clock is coarse, hence the second. */
-static LONGLONG credible(LONGLONG time)
-{
-    LARGE_INTEGER now;
-    KeQuerySystemTime(&now);
-    return time > 0 && time <= now.QuadPart + 10000000 ? time : now.QuadPart;
-}
-
 void reportData(const struct KeyTree *tree, ULONG operation, LONGLONG time, const UNICODE_STRING *leaf,
                 ULONG type, const void *data, ULONG dataBytes)
 {
@@ -22,7 +13,7 @@ void reportData(const struct KeyTree *tree, ULONG operation, LONGLONG time, cons
     header.operation = operation;
     header.pid = tree->writerPid;
     header.dataType = type;
-    header.timestamp = (ULONG64)credible(time);
+    header.timestamp = (ULONG64)time;
     header.dataBytes = dataBytes;
     changesAdd(&header, &tree->path, leaf && leaf->Length ? leaf : NULL, data);
 }
