@@ -67,8 +67,9 @@ bool LogSuppressor::release(Entry &entry, const Str &text, const Write &write) c
                 << " similar messages suppressed.  First occurred at: " << entry.firstSuppressed.toStr();
         entry.count = 0;
     }
-    write(entry.level, message);
+    // Ahead of the write, which may fail: the entry must not look expired then.
     entry.firstSuppressed.setMax();
+    write(entry.level, message);
     return suppressedSome;
 }
 
