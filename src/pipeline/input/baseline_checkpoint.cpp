@@ -3,17 +3,9 @@
 #include "pipeline/input/monitor_log.h"
 #include "util/open_file.h"
 #include "util/owned_handle.h"
-#include "util/platform.h"
+#include "util/timeval.h"
 
 namespace velmox {
-
-namespace {
-
-// 1 January 1970 and one second, in 100-nanosecond units since 1601.
-constexpr std::uint64_t kUnixEpoch = 116444736000000000;
-constexpr std::uint64_t kTicksPerSecond = 10000000;
-
-} // namespace
 
 bool BaselineCheckPoint::gotCheckpoint(const Str &name, Str &value) const
 {
@@ -55,8 +47,7 @@ bool BaselineCheckPoint::setCheckpoint(const Str &name, const Str &value) const
 
 long long secondsSinceEpoch()
 {
-    const std::uint64_t now = platform::systemTime();
-    return now < kUnixEpoch ? 0 : static_cast<long long>((now - kUnixEpoch) / kTicksPerSecond);
+    return Timeval::now().toUnixSeconds();
 }
 
 } // namespace velmox

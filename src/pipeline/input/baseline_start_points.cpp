@@ -1,5 +1,7 @@
 #include "pipeline/input/baseline_start_points.h"
 
+#include "pipeline/input/pattern_characters.h"
+
 #include <algorithm>
 
 namespace velmox {
@@ -7,8 +9,6 @@ namespace velmox {
 namespace {
 
 constexpr std::string_view kSeparator = "\\\\";
-constexpr CharSet kPatternCharacters("*.+?|(){}[]^$");
-
 bool isLiteral(const Str &text)
 {
     return text.findFirst(kPatternCharacters, 0, true) == -1;

@@ -1,5 +1,7 @@
 #include "pipeline/input/event_emitter.h"
 
+#include "util/timeval.h"
+
 namespace velmox {
 
 namespace {
@@ -7,16 +9,11 @@ namespace {
 constexpr char kSource[] = "WinRegistry";
 constexpr CharSet kWhiteSpace("\t\n\v\f\r ");
 
-// 1 January 1970 and one second, in 100-nanosecond units since 1601.
-constexpr std::uint64_t kUnixEpoch = 0x19DB1DED53E8000;
-constexpr std::uint64_t kTicksPerSecond = 10000000;
-
 long long unixSeconds(const SYSTEMTIME &time)
 {
     FILETIME fileTime = {};
     SystemTimeToFileTime(&time, &fileTime);
-    const std::uint64_t ticks = std::uint64_t{fileTime.dwHighDateTime} << 32 | fileTime.dwLowDateTime;
-    return ticks < kUnixEpoch ? 0 : static_cast<long long>((ticks - kUnixEpoch) / kTicksPerSecond);
+    return Timeval::fromHalves(fileTime.dwLowDateTime, fileTime.dwHighDateTime).toUnixSeconds();
 }
 
 Str localTimeText(const SYSTEMTIME &time)

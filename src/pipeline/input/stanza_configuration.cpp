@@ -2,6 +2,7 @@
 
 #include "pipeline/input/drive_map.h"
 #include "pipeline/input/monitor_log.h"
+#include "pipeline/input/pattern_characters.h"
 #include "util/str_segment.h"
 
 #include <new>
@@ -14,8 +15,6 @@ constexpr std::string_view kPrefix = "winregmon:";
 constexpr char kAnything[] = ".*";
 constexpr char kDefaultTypes[] = "rename|set|delete|create";
 constexpr char kDefaultInterval[] = "86400";
-
-constexpr CharSet kPatternCharacters("*.+?|(){}[]^$");
 
 // Lets a plain path admit one further component: the values and sub keys right under it.
 constexpr std::string_view kPlainPathSuffix = "\\\\?([^\\\\\r\n]+){0,1}";
