@@ -35,9 +35,10 @@ public:
 
     /// Replaces the destination by the image: a reader or a crash sees the old file or the new one, whole.
     bool flush();
-    /// Writes to a file as it stands there, and flushes it. An image of unknown encoding becomes UTF-8.
+    /// Writes to a file as it stands there, and flushes it.
     bool writeTo(const Pathname &path);
-    void write(WritableUnicodeStream &out) const;
+    /// An image of unknown encoding becomes UTF-8, and stays so.
+    void write(WritableUnicodeStream &out);
 
     /// Empties the image of stanzas and comments; destination and encoding stay.
     void clear();
