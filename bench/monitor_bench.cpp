@@ -1,133 +1,103 @@
-// How fast the installed program takes records off the stand-in driver, beside a bare loop of reads in the
-// same run.
+// How fast the installed program is, beside references that are measured in the same run.
 //
-//     monitor_bench [THOUSANDS_OF_RECORDS [ROUNDS]]
+//     monitor_bench [--rounds N] [--records THOUSANDS] [--events THOUSANDS] [SUBJECT...]
+//
+// Prints one table of all subjects, or of those that are named.
 
-#include "testbed/driver_control.h"
+#include "bench/baseline.h"
+#include "bench/events.h"
+#include "bench/flood.h"
 #include "testbed/driver_service.h"
-#include "tests/e2e/monitor_run.h"
+#include "util/windows_api.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <psapi.h>
+#include <exception>
+#include <string_view>
 
-namespace velmox {
+namespace velmox::bench {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using testbed::Bytes;
-using testbed::RecordFields;
-using testbed::TestDriver;
-
-constexpr DWORD kReadSize = 8192;
-constexpr unsigned kThousand = 1000;
-
-double secondsSince(Clock::time_point start)
+struct Subject
 {
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
+    std::string_view name;
+    Figures (*measure)(const Options &options);
+};
 
-RecordFields record(const char16_t *key)
-{
-    RecordFields fields;
-    fields.name = std::u16string(u"\\REGISTRY\\MACHINE\\SOFTWARE\\") + key + u"\\Settings\\Value";
-    fields.data = testbed::stringData(u"some text");
-    return fields;
-}
+constexpr Subject kSubjects[] = {
+    {"flood", measureFlood}, {"events", measureEvents}, {"baseline", measureBaseline},
+    {"start", measureStart}, {"growth", measureGrowth},
+};
 
-// A thousand records of which the last one is accepted.
-Bytes thousandRecords()
+struct Number
 {
-    Bytes buffer;
-    for (unsigned i = 1; i < kThousand; ++i) {
-        testbed::appendRecord(buffer, record(u"NobodyWatchesThis"));
+    std::string_view option;
+    unsigned Options::*member;
+};
+
+constexpr Number kNumbers[] = {
+    {"--rounds", &Options::rounds},
+    {"--records", &Options::thousandRecords},
+    {"--events", &Options::thousandEvents},
+};
+
+struct CommandLine
+{
+    Options options;
+    std::vector<Subject> subjects;
+};
+
+// False for an argument that is not known.
+bool scan(const std::vector<std::string_view> &arguments, CommandLine &out)
+{
+    for (auto at = arguments.begin(); at != arguments.end(); ++at) {
+        const auto *subject = std::ranges::find(kSubjects, *at, &Subject::name);
+        const auto *number = std::ranges::find(kNumbers, *at, &Number::option);
+        if (subject != std::end(kSubjects)) {
+            out.subjects.push_back(*subject);
+        } else if (number != std::end(kNumbers) && at + 1 != arguments.end()) {
+            out.options.*number->member = static_cast<unsigned>(std::max(1, std::atoi((++at)->data())));
+        } else {
+            return false;
+        }
     }
-    testbed::appendRecord(buffer, record(u"Watched0"));
-    return buffer;
-}
-
-void fill(TestDriver &driver, unsigned thousands)
-{
-    driver.reset();
-    driver.closeGate();
-    driver.push(thousandRecords(), thousands);
-    driver.push(testbed::recordBuffer({record(u"Watched0\\Sentinel")}));
-}
-
-Str document(unsigned stanzas)
-{
-    e2e::InputDocument input;
-    for (unsigned i = 0; i < stanzas; ++i) {
-        input.stanza(Str::fromFormat("WinRegMon://bench%u", i),
-                     {{"hive", Str::fromFormat("HKLM\\\\Software\\\\Watched%u\\\\.*", i)}, {"type", "set"}});
+    if (out.subjects.empty()) {
+        out.subjects.assign(std::begin(kSubjects), std::end(kSubjects));
     }
-    return input.checkpointDir("C:\\velmox").text();
+    return true;
 }
 
-// The seconds from the first read that finds something to the sentinel's event.
-double monitorSeconds(unsigned stanzas, unsigned thousands, double &workingSetMiB)
+void measure(const CommandLine &commandLine)
 {
-    TestDriver driver;
-    fill(driver, thousands);
-    e2e::MonitorRun run(document(stanzas));
-    driver.waitFor([](const VelmoxTestState &state) { return state.reads > 0; });
-    driver.openGate();
-    driver.waitFor([](const VelmoxTestState &state) { return state.recordsDelivered > 0; });
-    const auto start = Clock::now();
-    run.process().waitForOutput([](const Str &text) { return text.contains("Sentinel"); });
-    const double seconds = secondsSince(start);
-    PROCESS_MEMORY_COUNTERS memory = {};
-    GetProcessMemoryInfo(run.process().handle(), &memory, sizeof memory);
-    workingSetMiB = static_cast<double>(memory.WorkingSetSize) / (1 << 20);
-    run.stop();
-    return seconds;
-}
-
-double bareSeconds(unsigned thousands)
-{
-    TestDriver driver;
-    fill(driver, thousands);
-    driver.setFilter(testbed::everything());
-    driver.openGate();
-    const auto start = Clock::now();
-    while (!driver.read(kReadSize).bytes.empty()) {
+    SetEnvironmentVariableW(L"VELMOX_HOME", L"C:\\velmox");
+    SetEnvironmentVariableW(L"VELMOXD_PROCESSID", nullptr);
+    testbed::startDriverService();
+    testbed::keepDriverService();
+    Figures figures;
+    for (const Subject &subject : commandLine.subjects) {
+        const Figures more = subject.measure(commandLine.options);
+        figures.insert(figures.end(), more.begin(), more.end());
     }
-    return secondsSince(start);
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
-
-void measure(unsigned stanzas, unsigned thousands, unsigned rounds)
-{
-    std::vector<double> monitor;
-    std::vector<double> ratios;
-    double workingSetMiB = 0;
-    for (unsigned round = 0; round < rounds; ++round) {
-        const double bare = bareSeconds(thousands);
-        monitor.push_back(monitorSeconds(stanzas, thousands, workingSetMiB));
-        ratios.push_back(bare / monitor.back());
-    }
-    std::printf("| %3u stanzas | %6.2f us a record | %.2f of the bare loop | %.0f MiB |\n", stanzas,
-                median(monitor) / thousands / kThousand * 1e6, median(ratios), workingSetMiB);
-    std::fflush(stdout);
+    testbed::removeDriverService();
+    printTable(figures);
 }
 
 } // namespace
-} // namespace velmox
+} // namespace velmox::bench
 
 int main(int count, char **arguments)
 {
-    const unsigned thousands = count > 1 ? static_cast<unsigned>(std::atoi(arguments[1])) : 200;
-    const unsigned rounds = count > 2 ? static_cast<unsigned>(std::atoi(arguments[2])) : 5;
-    velmox::testbed::startDriverService();
-    velmox::testbed::keepDriverService();
-    for (const unsigned stanzas : {1u, 20u, 200u}) {
-        velmox::measure(stanzas, thousands, rounds);
+    velmox::bench::CommandLine commandLine;
+    if (!velmox::bench::scan({arguments + 1, arguments + count}, commandLine)) {
+        std::fprintf(stderr, "usage: monitor_bench [--rounds N] [--records THOUSANDS] [--events THOUSANDS] "
+                             "[flood] [events] [baseline] [start] [growth]\n");
+        return 2;
     }
-    velmox::testbed::removeDriverService();
+    try {
+        velmox::bench::measure(commandLine);
+    } catch (const std::exception &exception) {
+        std::fprintf(stderr, "monitor_bench: %s\n", exception.what());
+        return 1;
+    }
 }

@@ -205,12 +205,20 @@ static NTSTATUS answerRead(UCHAR *buffer, ULONG capacity, ULONG *taken)
     return status;
 }
 
+static void noteFirst(uint64_t *ticks, BOOLEAN happened)
+{
+    if (happened && *ticks == 0)
+        *ticks = (uint64_t)KeQueryPerformanceCounter(NULL).QuadPart;
+}
+
 NTSTATUS queueRead(UCHAR *buffer, ULONG capacity, ULONG *taken)
 {
     *taken = 0;
     ExAcquireFastMutex(&lock);
     ++counters.reads;
+    noteFirst(&counters.firstReadTicks, TRUE);
     const NTSTATUS status = answerRead(buffer, capacity, taken);
+    noteFirst(&counters.firstDeliveryTicks, *taken != 0);
     counters.readsEmpty += status == STATUS_SUCCESS && *taken == 0;
     ExReleaseFastMutex(&lock);
     return status;

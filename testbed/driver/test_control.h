@@ -82,5 +82,7 @@ struct VelmoxTestState
     uint32_t faultsWaiting;
     uint32_t live;
     uint32_t gateClosed;
+    uint64_t firstReadTicks;     /* QueryPerformanceCounter at the first read since the reset, 0 before it */
+    uint64_t firstDeliveryTicks; /* the same for the first read that found records */
 };
-VELMOX_STATIC_ASSERT(sizeof(struct VelmoxTestState) == 136);
+VELMOX_STATIC_ASSERT(sizeof(struct VelmoxTestState) == 152);

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "bench/flood.h"
+
+namespace velmox::bench {
+
+/// How fast a baseline of HKLM is taken when every value is accepted, and when 1 in 1000 is.
+Figures measureBaseline(const Options &options);
+
+/// How long the program takes to its first poll of the device without a baseline.
+Figures measureStart(const Options &options);
+
+} // namespace velmox::bench

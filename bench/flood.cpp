@@ -1,0 +1,172 @@
+#include "bench/flood.h"
+
+#include "bench/program.h"
+#include "tests/e2e/input_document.h"
+
+#include <memory>
+#include <stdexcept>
+
+namespace velmox::bench {
+
+namespace {
+
+using testbed::Bytes;
+using testbed::RecordFields;
+using testbed::TestDriver;
+
+constexpr DWORD kReadSize = 8192;
+constexpr unsigned kThousand = 1000;
+constexpr unsigned kFirstPid = 400'000;
+
+struct Flood
+{
+    unsigned thousands;
+    unsigned stanzas = 20;
+    unsigned processes = 10;
+
+    double records() const { return thousands * double{kThousand}; }
+};
+
+unsigned pidOf(unsigned process)
+{
+    return kFirstPid + 4 * process;
+}
+
+// What makes the monitor know the processes.
+Bytes imageRecords(unsigned processes)
+{
+    Bytes buffer;
+    for (unsigned i = 0; i < processes; ++i) {
+        const std::u16string path = u"\\Device\\HarddiskVolume1\\Program Files\\Some Product\\program.exe";
+        testbed::appendRecord(buffer, testbed::imageLoaded(pidOf(i), path));
+    }
+    return buffer;
+}
+
+// A thousand records of all the processes in turn, of which the last one is accepted.
+Bytes thousandRecords(unsigned processes)
+{
+    Bytes buffer;
+    for (unsigned i = 1; i < kThousand; ++i) {
+        testbed::appendRecord(buffer, record(u"NobodyWatchesThis", pidOf(i % processes)));
+    }
+    testbed::appendRecord(buffer, record(u"Watched0", pidOf(0)));
+    return buffer;
+}
+
+void fill(TestDriver &driver, const Flood &flood)
+{
+    driver.reset();
+    driver.closeGate();
+    driver.push(imageRecords(flood.processes));
+    driver.push(thousandRecords(flood.processes), flood.thousands);
+    driver.push(testbed::recordBuffer({record(kSentinelKey)}));
+}
+
+struct MonitorResult
+{
+    double seconds;
+    double workingSetMiB;
+};
+
+// From the first read that finds something to the sentinel's event.
+MonitorResult runMonitor(const Flood &flood)
+{
+    TestDriver driver;
+    fill(driver, flood);
+    OutputPipe pipe;
+    const Program monitor(monitorCommand(), pipe.writeEnd(), watchedKeys(flood.stanzas));
+    pipe.closeWriteEnd();
+    waitForPoll(driver);
+    driver.openGate();
+    pipe.readUntil(kSentinelMark);
+    return {secondsBetween(driver.state().firstDeliveryTicks, pipe.markTicks()), monitor.workingSetMiB()};
+}
+
+// A loop of the monitor's own call, on a device that is opened as the monitor opens it.
+double bareSeconds(const Flood &flood)
+{
+    TestDriver driver;
+    fill(driver, flood);
+    driver.setFilter(testbed::everything());
+    driver.openGate();
+    const FileHandle device(
+        CreateFileW(L"\\\\.\\VelmoxTrace", 0, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
+    const std::uint64_t start = ticksNow();
+    for (DWORD bytes = 1; bytes != 0;) {
+        const std::unique_ptr<unsigned char[]> buffer(new unsigned char[kReadSize]);
+        if (!DeviceIoControl(device.get(), VELMOX_IOCTL_READ_EVENTS, nullptr, 0, buffer.get(), kReadSize,
+                             &bytes, nullptr)) {
+            throw std::runtime_error("the bare loop cannot read the device");
+        }
+    }
+    return secondsBetween(start, ticksNow());
+}
+
+void compare(Figure &figure, const Flood &small, const Flood &large)
+{
+    const double reference = runMonitor(small).seconds;
+    const double seconds = runMonitor(large).seconds;
+    figure.add(seconds / reference, seconds / large.records() * 1e6);
+}
+
+Figure growth(const char *what, const char *reference, double factor)
+{
+    return Figure(what, reference, {factor, factor, true}, "us a record");
+}
+
+} // namespace
+
+RecordFields record(const std::u16string &key, unsigned pid)
+{
+    RecordFields fields;
+    fields.pid = pid;
+    fields.name = u"\\REGISTRY\\MACHINE\\SOFTWARE\\" + key + u"\\Settings\\Value";
+    fields.data = testbed::stringData(u"some text");
+    return fields;
+}
+
+Str watchedKeys(unsigned stanzas)
+{
+    e2e::InputDocument input;
+    for (unsigned i = 0; i < stanzas; ++i) {
+        input.stanza(Str::fromFormat("WinRegMon://bench%u", i),
+                     {{"hive", Str::fromFormat("HKLM\\\\Software\\\\Watched%u\\\\.*", i)}, {"type", "set"}});
+    }
+    return input.checkpointDir("C:\\velmox").text();
+}
+
+Figures measureFlood(const Options &options)
+{
+    const Flood flood{options.thousandRecords};
+    Figure rate("records per second, 1 in 1000 accepted, 20 stanzas", "bare loop of reads", {0.6, 0.95},
+                "million a second");
+    Figure memory("working set after the flood, MiB", "", {48, 24, true}, "MiB");
+    for (unsigned round = 0; round < options.rounds; ++round) {
+        const double bare = bareSeconds(flood);
+        const MonitorResult monitor = runMonitor(flood);
+        rate.add(bare / monitor.seconds, flood.records() / monitor.seconds / 1e6);
+        memory.add(monitor.workingSetMiB, monitor.workingSetMiB);
+    }
+    return {rate, memory};
+}
+
+Figures measureGrowth(const Options &options)
+{
+    const unsigned quarter = std::max(1u, options.thousandRecords / 4);
+    Figures figures = {
+        growth("time of 4 times the records", "once the records", 4),
+        growth("time with 20 stanzas", "with 1", 20),
+        growth("time with 200 stanzas", "with 1", 200),
+        growth("time with records of 1000 processes", "of 10", 100),
+    };
+    for (unsigned round = 0; round < options.rounds; ++round) {
+        compare(figures[0], {quarter}, {4 * quarter});
+        compare(figures[1], {quarter, 1}, {quarter, 20});
+        compare(figures[2], {quarter, 1}, {quarter, 200});
+        compare(figures[3], {quarter, 20, 10}, {quarter, 20, 1000});
+    }
+    return figures;
+}
+
+} // namespace velmox::bench

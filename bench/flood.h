@@ -1,0 +1,29 @@
+#pragma once
+
+#include "bench/figures.h"
+#include "testbed/record_builder.h"
+
+namespace velmox::bench {
+
+struct Options
+{
+    unsigned rounds = 5;
+    unsigned thousandRecords = 2000;
+    unsigned thousandEvents = 50;
+};
+
+/// A registry record of 180 bytes or so on a key below HKLM\Software.
+testbed::RecordFields record(const std::u16string &key, unsigned pid = 4);
+/// The name of the last record of any flood.
+inline constexpr char16_t kSentinelKey[] = u"Watched0\\Sentinel";
+inline constexpr char kSentinelMark[] = "\\Sentinel\\";
+
+/// The input document with so many stanzas, each for a key of its own: Watched0, Watched1 and so on.
+Str watchedKeys(unsigned stanzas);
+
+/// How fast records are taken off the driver when 1 in 1000 is accepted, and the memory in use afterwards.
+Figures measureFlood(const Options &options);
+/// How the time of a flood grows with its size, with the stanzas and with the processes.
+Figures measureGrowth(const Options &options);
+
+} // namespace velmox::bench

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "testbed/driver_control.h"
+#include "util/owned_handle.h"
+#include "util/str.h"
+
+#include <cstdint>
+
+namespace velmox::bench {
+
+/// Ticks of QueryPerformanceCounter, the clock of the stand-in driver's state.
+std::uint64_t ticksNow();
+double secondsBetween(std::uint64_t from, std::uint64_t to);
+
+/// A pipe whose read end stays here.
+class OutputPipe
+{
+public:
+    OutputPipe();
+
+    /// For a child's standard output.
+    HANDLE writeEnd() const { return writeEnd_.get(); }
+    /// To be called once the child has started, so that the pipe ends with it.
+    void closeWriteEnd() { writeEnd_.reset(); }
+
+    /// Reads until `mark` has come. Throws std::runtime_error when the pipe ends before it.
+    void readUntil(std::string_view mark);
+
+    /// When the first bytes came, and when the mark.
+    std::uint64_t firstTicks() const { return firstTicks_; }
+    std::uint64_t markTicks() const { return markTicks_; }
+    const Str &text() const { return text_; }
+
+private:
+    KernelHandle readEnd_;
+    KernelHandle writeEnd_;
+    Str text_;
+    std::uint64_t firstTicks_ = 0;
+    std::uint64_t markTicks_ = 0;
+};
+
+/// A child process, ended by the destructor at the latest. Failures throw std::runtime_error.
+class Program
+{
+public:
+    /// `output` becomes the standard output, `input` what can be read from the standard input; the handle
+    /// stays the caller's.
+    Program(const Str &commandLine, HANDLE output, std::string_view input = {});
+    ~Program();
+    Program(const Program &) = delete;
+    Program &operator=(const Program &) = delete;
+
+    std::uint64_t startTicks() const { return startTicks_; }
+    void waitForEnd() const;
+    double workingSetMiB() const;
+
+private:
+    std::uint64_t startTicks_ = 0;
+    KernelHandle process_;
+};
+
+/// A file of drive C for a child to write into.
+FileHandle createOutputFile(const Str &path);
+
+/// The command line of the installed program, which watches this process.
+Str monitorCommand();
+/// The command line of a program that was built beside this one.
+Str neighbourCommand(const char *name, const Str &arguments = {});
+
+/// Waits for the monitor's first poll of the device since the driver was reset; returns its time.
+std::uint64_t waitForPoll(const testbed::TestDriver &driver);
+
+} // namespace velmox::bench
