@@ -1,5 +1,6 @@
 #pragma once
 
+#include "util/owned_handle.h"
 #include "util/pathname.h"
 
 #include <string_view>
@@ -28,5 +29,11 @@ private:
 void writeWhole(const Pathname &path, std::string_view content);
 /// The content, or "<unreadable>".
 Str readWhole(const Pathname &path);
+
+/// Holds a file open so that nobody can replace or delete it.
+FileHandle lockOpen(const Pathname &path);
+/// What a file holds once no live process uses it: for a moment the system may still be closing the handles
+/// of one that was killed.
+Str readLeftBehind(const Pathname &path);
 
 } // namespace velmox::testing

@@ -13,16 +13,11 @@ namespace velmox {
 namespace {
 
 using testing::ChildTest;
+using testing::lockOpen;
+using testing::readLeftBehind;
 using testing::readWhole;
 using testing::ScopedFolder;
 using testing::writeWhole;
-
-/// Holds a file open so that nobody can replace or delete it.
-FileHandle lockOpen(const Pathname &path)
-{
-    return FileHandle(
-        CreateFileW(asWide(path), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-}
 
 TEST(FileCopyTest, CopiesOverWhatStands)
 {
@@ -182,17 +177,6 @@ TEST(FileReplaceChild, DISABLED_ReplacesForever)
             Sleep(0);
         }
     }
-}
-
-/// What a file holds once no live process uses it: for a moment the system may still be closing the handles
-/// of one that was killed.
-Str readLeftBehind(const Pathname &path)
-{
-    for (int wait = 0; wait < 500 && !lockOpen(path).isValid() && GetLastError() == ERROR_SHARING_VIOLATION;
-         ++wait) {
-        Sleep(10);
-    }
-    return readWhole(path);
 }
 
 TEST(FileReplaceTest, LeavesOldOrNewContentWhenKilled)

@@ -1,5 +1,4 @@
-#include "util/readable_unicode_stream.h"
-#include "util/writable_unicode_stream.h"
+#include "tests/support/memory_stream.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
@@ -9,6 +8,8 @@
 namespace velmox {
 namespace {
 
+using testing::MemoryReader;
+using testing::MemoryWriter;
 using namespace std::string_literals;
 using namespace std::string_view_literals;
 
@@ -19,32 +20,6 @@ constexpr TextEncodingWord kUtf32Le = 5;
 constexpr TextEncodingWord kUtf32Be = 6;
 constexpr TextEncodingWord kMark = 0x8000;
 constexpr TextEncodingWord kCrLf = 0x4000;
-
-class MemoryReader : public ReadableUnicodeStream
-{
-public:
-    explicit MemoryReader(std::string bytes) : bytes_(std::move(bytes)) {}
-
-private:
-    int readByte() override
-    {
-        return position_ < bytes_.size() ? static_cast<unsigned char>(bytes_[position_++]) : -1;
-    }
-
-    std::string bytes_;
-    std::size_t position_ = 0;
-};
-
-class MemoryWriter : public WritableUnicodeStream
-{
-public:
-    explicit MemoryWriter(TextEncodingWord encoding) { setEncoding(encoding); }
-    using WritableUnicodeStream::finishCharacter;
-    std::string bytes;
-
-private:
-    void writeByte(unsigned char byte) override { bytes.push_back(static_cast<char>(byte)); }
-};
 
 std::string linesOf(ReadableUnicodeStream &reader)
 {
