@@ -1,5 +1,6 @@
 #pragma once
 
+#include "util/init_settings.h"
 #include "util/pathname.h"
 #include "util/server_identity.h"
 
@@ -37,6 +38,8 @@ public:
     /// Whether the installation comes without a Python interpreter.
     bool isNoPython() const { return noPython_; }
     const ServerIdentity &serverIdentity() const { return serverIdentity_; }
+    InitSettings &initSettings() { return initSettings_; }
+    const InitSettings &initSettings() const { return initSettings_; }
 
     // What other programs of the framework set and read; this program leaves the defaults.
     bool flagA() const { return flagA_; }
@@ -78,6 +81,7 @@ private:
     std::uintptr_t value_ = 0;
     WideStr serverName_;
     std::uintptr_t value2_ = 0;
+    InitSettings initSettings_;
 };
 
 } // namespace velmox

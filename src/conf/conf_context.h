@@ -1,0 +1,21 @@
+#pragma once
+
+#include "conf/bundles_setup.h"
+#include "util/str.h"
+
+namespace velmox {
+
+/// Who reads: in which root, as which user, in which app. Empty texts stand for none.
+struct ConfContext
+{
+    BundlesSetup setup;
+    Str user;
+    Str app;
+
+    bool isPlain() const { return user.empty() && app.empty(); }
+    /// "(user: alice, app: search, root: $VELMOX_HOME\etc)".
+    Str toStr() const;
+    auto operator<=>(const ConfContext &) const = default;
+};
+
+} // namespace velmox
