@@ -1,0 +1,31 @@
+#pragma once
+
+#include "conf/properties_map.h"
+#include "util/pathname.h"
+
+#include <map>
+
+namespace velmox {
+
+using InputStanzas = std::map<Str, PropertiesMap>;
+
+/// How a script reaches the server.
+struct ServerConnection
+{
+    Str server_host;
+    Str server_uri;
+    Str session_key;
+};
+
+/// What a script gets on standard input. ConfigXmlStreamingParser reads it.
+struct InputDocument
+{
+    ServerConnection server;
+    Pathname checkpoint_dir;
+    InputStanzas stanzas;
+
+    /// The XML document, in UTF-8, with a line an element.
+    Str toXml() const;
+};
+
+} // namespace velmox

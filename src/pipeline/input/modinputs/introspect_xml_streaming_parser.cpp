@@ -1,0 +1,81 @@
+#include "pipeline/input/modinputs/introspect_xml_streaming_parser.h"
+
+#include "pipeline/input/modinputs/modular_inputs_log.h"
+
+namespace velmox {
+
+namespace {
+
+constexpr char kScheme[] = "scheme";
+constexpr char kEndpoint[] = "scheme/endpoint";
+constexpr char kArg[] = "scheme/endpoint/args/arg";
+
+} // namespace
+
+void ModularInputs::IntrospectXmlStreamingParser::startElement(const Str &name)
+{
+    if (!path_.enter(name)) {
+        return;
+    }
+    text_.clear();
+    isLeaf_ = true;
+    const Str path = path_.str();
+    if (path == kScheme) {
+        result_.found = true;
+    } else if (path == kArg) {
+        argName_.clear();
+        arg_.clear();
+    }
+}
+
+void ModularInputs::IntrospectXmlStreamingParser::attributeValue(const Str &value)
+{
+    if (isNameAttribute_ && path_.str() == kArg) {
+        argName_ = value;
+    }
+}
+
+void ModularInputs::IntrospectXmlStreamingParser::endElement()
+{
+    if (path_.empty()) {
+        return;
+    }
+    if (path_.str() == kArg) {
+        endArgument();
+    } else if (isLeaf_ && !text_.empty()) {
+        store(path_.parent());
+    }
+    isLeaf_ = false;
+    path_.leave();
+}
+
+void ModularInputs::IntrospectXmlStreamingParser::endArgument()
+{
+    if (argName_.empty()) {
+        modularInputsLog.warn(
+            "Specification at path=\"%s\" will be ignored, because the arg name has not been specified.",
+            kArg);
+        return;
+    }
+    result_.args[argName_] = std::move(arg_);
+    arg_.clear();
+}
+
+void ModularInputs::IntrospectXmlStreamingParser::store(const Str &path)
+{
+    const Str &name = path_.name();
+    if (path == kScheme) {
+        modularInputsLog.debug("XML scheme path \"%s\": \"%s\" -> \"%s\"", kScheme, name.c_str(),
+                               text_.c_str());
+        result_.scheme[name] = text_;
+    } else if (path == kEndpoint) {
+        modularInputsLog.debug("XML endpoint path \"%s\": \"%s\" -> \"%s\"", kEndpoint, name.c_str(),
+                               text_.c_str());
+        result_.endpoint[name] = text_;
+    } else if (path == kArg) {
+        modularInputsLog.debug("XML arg path  \"%s\": \"%s\" -> \"%s\"", kArg, name.c_str(), text_.c_str());
+        arg_[name] = text_;
+    }
+}
+
+} // namespace velmox

@@ -1,0 +1,214 @@
+#include "pipeline/input/modinputs/modular_inputs.h"
+
+#include "pipeline/input/modinputs/checkpoint_folder.h"
+#include "pipeline/input/modinputs/introspect_xml_streaming_parser.h"
+#include "pipeline/input/modinputs/modular_inputs_log.h"
+#include "pipeline/input/modinputs/scheme_merge.h"
+#include "pipeline/input/modinputs/scheme_specs.h"
+#include "pipeline/input/modinputs/script_validation_xml_streaming_parser.h"
+#include "pipeline/input/modular_inputs_exception.h"
+
+namespace velmox {
+
+namespace {
+
+/// What is left of the parameters when those are checked that mean something special.
+void checkParameters(const SchemeSpec &spec)
+{
+    for (const Str &parameter : spec.parameters) {
+        if (isInternalArgument(parameter)) {
+            modularInputsLog.debug("Ignoring parameter \"%s\" from the "
+                                   "spec file: it is an internal arg that gets handled in a special way.",
+                                   parameter.c_str());
+        } else if (parameter == "name") {
+            ModularInputsException::raise(
+                "Parameter \"name\" serves a special purpose, and it should not be specified in the "
+                "spec file.  Please choose a different parameter name.");
+        }
+    }
+}
+
+Str commandLine(const ScriptCommand &script, const char *request)
+{
+    return Str::concat(script.commandLine(), request);
+}
+
+/// Runs the script and returns its exit status.
+int validateBy(const Scheme &scheme, const InputDocument &document, const ScriptLimits &limits,
+               ScriptValidationXmlStreamingParser &answer)
+{
+    const Str label = Str::concat("Argument validation for scheme=", scheme.name);
+    try {
+        return runScript(
+            label, commandLine(scheme.script, " --validate-arguments"), document.toXml(),
+            [&answer](std::string_view piece) { answer.feed(piece.data(), piece.size()); }, limits);
+    } catch (const ModularInputsException &) {
+        ModularInputsException::raise("Unable to run external validation for scheme=\"%s\".  Please see "
+                                      "velmoxd.log for more details.",
+                                      scheme.name.c_str());
+    }
+}
+
+} // namespace
+
+void ModularInputs::initializeSchemes()
+{
+    if (!isAllowedHere()) {
+        modularInputsLog.info("Not running in velmoxd or REST context: Will not initialize modular inputs.");
+        return;
+    }
+    schemes_.clear();
+    seen_.clear();
+    for (const AppFolder &app : appFolders(host_.confDir)) {
+        for (const SchemeSpec &spec : readSchemeSpecs(app)) {
+            initializeUnlessKnown(spec);
+        }
+    }
+}
+
+bool ModularInputs::isAllowedHere() const
+{
+    return host_.context == ProcessContext::Server || host_.context == ProcessContext::Rest;
+}
+
+void ModularInputs::initializeUnlessKnown(const SchemeSpec &spec)
+{
+    modularInputsLog.debug("===================================================");
+    modularInputsLog.debug("Found scheme=\"%s\".", spec.name.c_str());
+    if (!seen_.insert(spec.name).second) {
+        modularInputsLog.debug("Scheme \"%s\" already defined.  Skipping.", spec.name.c_str());
+        return;
+    }
+    try {
+        if (std::optional<Scheme> scheme = initialize(spec)) {
+            schemes_.emplace(spec.name, std::move(*scheme));
+        }
+    } catch (const std::exception &exception) {
+        reportFailure(spec, exception);
+    }
+}
+
+void ModularInputs::reportFailure(const SchemeSpec &spec, const std::exception &exception) const
+{
+    Str text = Str::fromFormat("Unable to initialize modular input \"%s\" ", spec.name.c_str());
+    if (spec.app.isSystem()) {
+        text << " defined in the system context: ";
+    } else {
+        text << " defined inside the app \"" << spec.app.name << "\": ";
+    }
+    text << exception.what();
+    modularInputsLog.error("%s", text.c_str());
+    host_.showMessage(kInitFailureKey, text);
+}
+
+std::optional<Scheme> ModularInputs::initialize(const SchemeSpec &spec) const
+{
+    checkParameters(spec);
+    Scheme scheme;
+    scheme.name = spec.name;
+    scheme.script = locateScript(spec.app, spec.name, ScriptCandidates(spec.name));
+    if (scheme.script.empty()) {
+        if (!spec.app.isSystem()) {
+            ModularInputsException::raise("Unable to locate suitable script for introspection.");
+        }
+        modularInputsLog.debug("Unable to find suitable script for scheme \"%s\" defined in the system "
+                               "context.  This scheme will not be initialized.",
+                               spec.name.c_str());
+        return std::nullopt;
+    }
+    const auto findScript = [&](const Str &script) {
+        return locateScript(spec.app, spec.name, ScriptCandidates(script));
+    };
+    mergeIntrospection(introspect(spec.name, scheme.script), spec, findScript, scheme);
+    return scheme;
+}
+
+const Scheme *ModularInputs::find(const Str &name) const
+{
+    const auto found = schemes_.find(name);
+    return found == schemes_.end() ? nullptr : &found->second;
+}
+
+ScriptCommand ModularInputs::locateScript(const AppFolder &app, const Str &scheme,
+                                          const ScriptCandidates &candidates) const
+{
+    return velmox::locateScript(app, scheme, candidates, host_.home);
+}
+
+Introspection ModularInputs::introspect(const Str &scheme, const ScriptCommand &script) const
+{
+    const Str label = Str::concat("Introspecting scheme=", scheme);
+    IntrospectXmlStreamingParser parser;
+    const int status = runScript(
+        label, commandLine(script, " --scheme"), {},
+        [&parser](std::string_view piece) { parser.feed(piece.data(), piece.size()); }, host_.limits);
+    if (status != 0) {
+        raiseScriptFailed(label, Str::fromFormat("exited with status %d", status));
+    }
+    if (!parser.result().found) {
+        modularInputsLog.warn("%s: the script printed no <scheme> element, so all its settings are defaults.",
+                              label.c_str());
+    }
+    return parser.result();
+}
+
+void ModularInputs::validate(const Scheme &scheme, const InputStanzas &stanzaConfiguration) const
+{
+    if (!scheme.useExternalValidation) {
+        return;
+    }
+    ScriptValidationXmlStreamingParser answer;
+    const int status = validateBy(scheme, document(scheme.name, stanzaConfiguration), host_.limits, answer);
+    if (status == 0) {
+        return;
+    }
+    const Str reason = answer.message().empty()
+                           ? Str::fromFormat("The script returned with exit status %d.", status)
+                           : answer.message();
+    const Str text =
+        Str::fromFormat("Validation for scheme=%s failed: %s", scheme.name.c_str(), reason.c_str());
+    modularInputsLog.warn("%s", text.c_str());
+    throw ModularInputsException(text);
+}
+
+std::optional<InputDocument> ModularInputs::gatherConfiguration(const Scheme &scheme,
+                                                                const std::optional<Str> &stanza) const
+{
+    try {
+        return gather(scheme, stanza);
+    } catch (const std::exception &exception) {
+        modularInputsLog.error("Error generating configuration arguments for scheme \"%s\"",
+                               scheme.name.c_str());
+        modularInputsLog.error(exception);
+        return std::nullopt;
+    }
+}
+
+std::optional<InputDocument> ModularInputs::gather(const Scheme &scheme,
+                                                   const std::optional<Str> &stanza) const
+{
+    InputStanzas stanzas = host_.enabledStanzas(stanzaPrefix(scheme.name));
+    if (stanzas.empty()) {
+        modularInputsLog.info("No stanzas found for scheme \"%s\" in inputs.conf at script (re)start.",
+                              scheme.name.c_str());
+        return std::nullopt;
+    }
+    if (stanza) {
+        const auto found = stanzas.find(*stanza);
+        if (found == stanzas.end()) {
+            modularInputsLog.debug("Unable to find stanza \"%s\" in inputs.conf.  This is normal for "
+                                   "use_single_instance=true modular inputs.",
+                                   stanza->c_str());
+            return std::nullopt;
+        }
+        stanzas = InputStanzas{*found};
+    }
+    return document(scheme.name, std::move(stanzas));
+}
+
+InputDocument ModularInputs::document(const Str &scheme, InputStanzas stanzas) const
+{
+    return {host_.server, checkpointFolder(host_.db, scheme), std::move(stanzas)};
+}
+
+} // namespace velmox

@@ -1,0 +1,83 @@
+#pragma once
+
+#include "pipeline/input/modinputs/input_document.h"
+#include "pipeline/input/modinputs/introspection.h"
+#include "pipeline/input/modinputs/scheme.h"
+#include "pipeline/input/modinputs/script_locator.h"
+#include "pipeline/input/modinputs/script_run.h"
+
+#include <functional>
+#include <optional>
+
+namespace velmox {
+
+/// What kind of process this is. Only the server, or what serves its REST requests, runs input programs.
+enum class ProcessContext
+{
+    Server,
+    Rest,
+    Other
+};
+
+/// What ModularInputs needs of the process around it.
+struct ModularInputsHost
+{
+    ProcessContext context = ProcessContext::Other;
+    Pathname home;
+    Pathname confDir;
+    Pathname db;
+    ServerConnection server;
+    /// The enabled stanzas of inputs.conf whose names begin with a prefix. May throw.
+    std::function<InputStanzas(const Str &prefix)> enabledStanzas;
+    /// Shows the user a message; `key` says what kind it is.
+    std::function<void(const char *key, const Str &text)> showMessage;
+    ScriptLimits limits;
+};
+
+/// The server's side of input programs: finds the schemes that are installed, learns from their scripts what
+/// they are, has proposed configurations judged, and puts together what a script gets when it is started.
+///
+/// For one thread at a time.
+class ModularInputs
+{
+public:
+    class IntrospectXmlStreamingParser;
+
+    static constexpr char kInitFailureKey[] = "MessageHandler:MOD_INPUT_INIT";
+
+    explicit ModularInputs(ModularInputsHost host) : host_(std::move(host)) {}
+
+    /// Replaces the known schemes by those that can be initialised. What fails is logged and shown to the
+    /// user, and the others go on.
+    void initializeSchemes();
+    /// Null if there is no such scheme.
+    const Scheme *find(const Str &name) const;
+
+    ScriptCommand locateScript(const AppFolder &app, const Str &scheme,
+                               const ScriptCandidates &candidates) const;
+    /// Asks the script what it is. Throws ModularInputsException.
+    Introspection introspect(const Str &scheme, const ScriptCommand &script) const;
+    /// Has the script judge stanzas, if its scheme says that it does so. Throws ModularInputsException when
+    /// it refuses them, with its reason, or cannot be run.
+    void validate(const Scheme &scheme, const InputStanzas &stanzaConfiguration) const;
+
+    /// What the scheme's script gets when it is started: all enabled stanzas, or the one that is named in
+    /// full. Nothing, with the reason in the log, when there is no such stanza or the gathering failed.
+    std::optional<InputDocument> gatherConfiguration(const Scheme &scheme,
+                                                     const std::optional<Str> &stanza) const;
+
+private:
+    bool isAllowedHere() const;
+    void initializeUnlessKnown(const SchemeSpec &spec);
+    void reportFailure(const SchemeSpec &spec, const std::exception &exception) const;
+    std::optional<Scheme> initialize(const SchemeSpec &spec) const;
+    std::optional<InputDocument> gather(const Scheme &scheme, const std::optional<Str> &stanza) const;
+    InputDocument document(const Str &scheme, InputStanzas stanzas) const;
+
+    ModularInputsHost host_;
+    std::map<Str, Scheme> schemes_;
+    /// Also of those that failed.
+    std::set<Str> seen_;
+};
+
+} // namespace velmox

@@ -1,0 +1,7 @@
+#include "pipeline/input/modinputs/modular_inputs_log.h"
+
+namespace velmox {
+
+Logger modularInputsLog("ModularInputs");
+
+} // namespace velmox

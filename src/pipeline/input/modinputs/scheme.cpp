@@ -1,0 +1,60 @@
+#include "pipeline/input/modinputs/scheme.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+
+namespace velmox {
+
+namespace {
+
+// Whether a stanza is in force, when its script runs, and what the server puts beside an event's text.
+constexpr std::string_view kInternalArguments[] = {
+    "disabled", "host", "index", "interval", "source", "sourcetype",
+};
+
+constexpr char kPython[] = "python";
+constexpr char kPythonExtension[] = "py";
+
+Str quoted(const Str &path)
+{
+    const bool hasBlank = path.findFirst(CharSet::blanks(), 0, true) != -1;
+    return hasBlank ? Str::fromFormat("\"%s\"", path.c_str()) : path;
+}
+
+} // namespace
+
+Str ScriptCommand::text() const
+{
+    Str text = file.toStr();
+    if (!arguments.empty()) {
+        text << ' ' << arguments;
+    }
+    return text;
+}
+
+Str ScriptCommand::commandLine() const
+{
+    Str line;
+    if (file.extension().lowered() == kPythonExtension) {
+        line << kPython << ' ';
+    }
+    line << quoted(file.toStr());
+    if (!arguments.empty()) {
+        line << ' ' << arguments;
+    }
+    return line;
+}
+
+Str stanzaPrefix(const Str &scheme)
+{
+    return Str::concat(scheme, "://");
+}
+
+bool isInternalArgument(const Str &name)
+{
+    return std::find(std::begin(kInternalArguments), std::end(kInternalArguments), name.view()) !=
+           std::end(kInternalArguments);
+}
+
+} // namespace velmox

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "pipeline/input/modinputs/scheme.h"
+
+#include <vector>
+
+namespace velmox {
+
+/// The folders below the configuration folder that may define schemes: the system's first, then the apps' by
+/// the byte order of their names.
+std::vector<AppFolder> appFolders(const Pathname &confDir);
+
+/// The schemes that a folder's README\inputs.conf.spec defines, in the order of the file; none without it.
+///
+/// A scheme is what stands before `://` in the name of a stanza, and its parameters are the stanza's keys.
+/// Lines of description, which begin with an asterisk, are no keys.
+std::vector<SchemeSpec> readSchemeSpecs(const AppFolder &app);
+
+} // namespace velmox

@@ -1,0 +1,170 @@
+#include "pipeline/input/modinputs/script_run.h"
+
+#include "pipeline/input/modinputs/line_splitter.h"
+#include "pipeline/input/modinputs/modular_inputs_log.h"
+#include "pipeline/input/modinputs/script_process.h"
+#include "pipeline/input/modular_inputs_exception.h"
+#include "util/thread.h"
+
+#include <algorithm>
+#include <exception>
+#include <iterator>
+
+namespace velmox {
+
+namespace {
+
+constexpr DWORD kPieceBytes = 8192;
+
+using Sink = std::function<void(std::string_view)>;
+
+/// Serves one stream of a script. The body must not throw. The script ends before the thread is joined: it,
+/// or what it leaves running, may hold the pipe open.
+class StreamThread : public Thread
+{
+public:
+    StreamThread(const char *name, ScriptProcess &process, std::function<void()> body)
+        : Thread("%s", name), process_(process), body_(std::move(body))
+    {
+        start();
+    }
+    ~StreamThread() noexcept(false) override
+    {
+        process_.end();
+        joinOrCancel();
+    }
+
+private:
+    void main() override { body_(); }
+
+    ScriptProcess &process_;
+    std::function<void()> body_;
+};
+
+/// Reads up to the moment when all writers have closed the pipe; false, with the reason in the last error, if
+/// something else ended it.
+bool readPipe(HANDLE pipe, const Sink &sink)
+{
+    char piece[kPieceBytes];
+    DWORD count = 0;
+    while (ReadFile(pipe, piece, sizeof piece, &count, nullptr)) {
+        sink({piece, count});
+    }
+    return GetLastError() == ERROR_BROKEN_PIPE;
+}
+
+/// Writes as much as the script takes; one that ends or closes its input early has all it wants.
+void writePipe(KernelHandle pipe, std::string_view text)
+{
+    while (!text.empty()) {
+        DWORD written = 0;
+        const DWORD length = static_cast<DWORD>(std::min<std::size_t>(text.size(), kPieceBytes));
+        if (!WriteFile(pipe.get(), text.data(), length, &written, nullptr)) {
+            return;
+        }
+        text.remove_prefix(written);
+    }
+}
+
+/// One run: the process and the three threads around it.
+class ScriptRun
+{
+public:
+    ScriptRun(const Str &label, const Str &commandLine, const ScriptLimits &limits)
+        : label_(label), limits_(limits), process_(label, commandLine),
+          stop_(CreateEventW(nullptr, TRUE, FALSE, nullptr))
+    {
+    }
+
+    int run(std::string_view input, const Sink &onOutput);
+
+private:
+    void serveStreams(std::string_view input, const Sink &onOutput);
+    void waitForEnd();
+    void readOutput(const Sink &onOutput);
+    void logErrors();
+
+    const Str &label_;
+    const ScriptLimits &limits_;
+    ScriptProcess process_;
+    KernelHandle stop_;
+    bool outOfTime_ = false;
+    /// Of the output thread, until it has been joined.
+    std::exception_ptr outputFailure_;
+};
+
+int ScriptRun::run(std::string_view input, const Sink &onOutput)
+{
+    serveStreams(input, onOutput);
+    if (outputFailure_) {
+        std::rethrow_exception(outputFailure_);
+    }
+    if (outOfTime_) {
+        raiseScriptFailed(label_, Str::fromFormat("ended after %lld ms without an end of its own",
+                                                  static_cast<long long>(limits_.time.count())));
+    }
+    return process_.exitStatus();
+}
+
+void ScriptRun::serveStreams(std::string_view input, const Sink &onOutput)
+{
+    const StreamThread writer("ScriptInput", process_,
+                              [&] { writePipe(std::move(process_.input()), input); });
+    const StreamThread reader("ScriptOutput", process_, [&] { readOutput(onOutput); });
+    const StreamThread logger("ScriptErrors", process_, [&] { logErrors(); });
+    waitForEnd();
+}
+
+void ScriptRun::waitForEnd()
+{
+    const HANDLE either[] = {process_.handle(), stop_.get()};
+    const DWORD result = WaitForMultipleObjects(static_cast<DWORD>(std::size(either)), either, FALSE,
+                                                static_cast<DWORD>(limits_.time.count()));
+    outOfTime_ = result == WAIT_TIMEOUT;
+}
+
+void ScriptRun::readOutput(const Sink &onOutput)
+{
+    std::uint64_t total = 0;
+    const auto take = [&](std::string_view piece) {
+        total += piece.size();
+        if (total > limits_.outputBytes) {
+            raiseScriptFailed(label_, Str::fromFormat("wrote more than %llu bytes",
+                                                      static_cast<unsigned long long>(limits_.outputBytes)));
+        }
+        onOutput(piece);
+    };
+    try {
+        if (!readPipe(process_.output(), take)) {
+            ModularInputsException::raise("%s: error reading from pipe: %m", label_.c_str());
+        }
+    } catch (...) {
+        outputFailure_ = std::current_exception();
+        SetEvent(stop_.get());
+    }
+}
+
+void ScriptRun::logErrors()
+{
+    LineSplitter lines(
+        [this](const Str &line) { modularInputsLog.warn("<stderr> %s: %s", label_.c_str(), line.c_str()); });
+    if (!readPipe(process_.errors(), [&lines](std::string_view piece) { lines.feed(piece); })) {
+        modularInputsLog.warn("%s: error reading from pipe: %m", label_.c_str());
+    }
+    lines.finish();
+}
+
+} // namespace
+
+int runScript(const Str &label, const Str &commandLine, std::string_view input,
+              const std::function<void(std::string_view)> &onOutput, const ScriptLimits &limits)
+{
+    return ScriptRun(label, commandLine, limits).run(input, onOutput);
+}
+
+void raiseScriptFailed(const Str &label, const Str &reason)
+{
+    ModularInputsException::raise("%s: script running failed (%s).", label.c_str(), reason.c_str());
+}
+
+} // namespace velmox

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "util/str.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string_view>
+
+namespace velmox {
+
+/// How long a script may take, and how much it may write to standard output. Standard error is not limited:
+/// what a script writes there never fails a run.
+struct ScriptLimits
+{
+    static constexpr std::chrono::seconds kTime{60};
+    static constexpr std::uint64_t kOutputBytes = 16u << 20;
+
+    std::chrono::milliseconds time = kTime;
+    std::uint64_t outputBytes = kOutputBytes;
+};
+
+/// Runs a script to its end: `input` goes to its standard input, what comes out goes to `onOutput` in pieces,
+/// and each line of standard error to the log, with `label` in front. Returns the exit status.
+///
+/// The three streams are served by threads of their own, so neither side can block the other; `onOutput` is
+/// called on one of them, and what it throws ends the script and is thrown here. A script that exceeds a
+/// limit is ended, with all that it started. Throws ModularInputsException if it cannot be run to its end.
+int runScript(const Str &label, const Str &commandLine, std::string_view input,
+              const std::function<void(std::string_view)> &onOutput, const ScriptLimits &limits);
+
+/// Reports that a script ran but did not do what it should.
+[[noreturn]] void raiseScriptFailed(const Str &label, const Str &reason);
+
+} // namespace velmox
