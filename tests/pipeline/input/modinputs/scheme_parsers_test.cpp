@@ -1,0 +1,90 @@
+#include "pipeline/input/modinputs/introspect_xml_streaming_parser.h"
+#include "pipeline/input/modinputs/line_splitter.h"
+#include "pipeline/input/modinputs/script_validation_xml_streaming_parser.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace velmox {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Pair;
+using IntrospectParser = ModularInputs::IntrospectXmlStreamingParser;
+
+template <class Parser>
+void feedByteByByte(Parser &parser, std::string_view xml)
+{
+    for (const char &byte : xml) {
+        parser.feed(&byte, 1);
+    }
+}
+
+TEST(IntrospectXmlStreamingParser, TakesTextsAtTheThreePaths)
+{
+    IntrospectParser parser;
+    feedByteByByte(parser, R"(<?xml version="1.0"?><!DOCTYPE scheme>
+<scheme>
+  <title>A &amp; B</title><description><![CDATA[<raw>]]></description><script/>
+  <endpoint> <mode>x</mode>
+    <args>
+      <arg name="one" title="an attribute"><title>One</title><data_type>number</data_type></arg>
+      <arg><title>nameless</title></arg>
+      <other name="no"><title>not an arg</title></other>
+      <arg name="two"><deep><title>too deep</title></deep></arg>
+    </args>
+  </endpoint>
+</scheme></scheme>)");
+    const Introspection &result = parser.result();
+    EXPECT_TRUE(result.found);
+    EXPECT_THAT(result.scheme, ElementsAre(Pair("description", "<raw>"), Pair("title", "A & B")));
+    EXPECT_THAT(result.endpoint, ElementsAre(Pair("mode", "x")));
+    ASSERT_THAT(result.args, ElementsAre(Pair("one", ::testing::_), Pair("two", IsEmpty())));
+    EXPECT_THAT(result.args.at("one"), ElementsAre(Pair("data_type", "number"), Pair("title", "One")));
+}
+
+TEST(IntrospectXmlStreamingParser, OtherTextIsNoScheme)
+{
+    for (const char *text : {"", "usage: me [options]\n", "<html><scheme><title>x</title></scheme></html>",
+                             "</></scheme></args>", "<schemes><title>x</title></schemes>"}) {
+        IntrospectParser parser;
+        feedByteByByte(parser, text);
+        EXPECT_FALSE(parser.result().found) << text;
+        EXPECT_THAT(parser.result().scheme, IsEmpty()) << text;
+    }
+}
+
+TEST(ScriptValidationXmlStreamingParser, TakesTheFirstMessage)
+{
+    const std::pair<const char *, const char *> rows[] = {
+        {"<?xml version=\"1.0\"?>\n<error>\n <message> no &lt;host&gt;\n</message>\n</error>", "no <host>"},
+        {"<error><code>3</code><message>a</message><message>b</message></error>", "a"},
+        {"<error><message/><message>b</message></error>", "b"},
+        {"<message>not in an error</message>", ""},
+        {"plain text", ""},
+    };
+    for (const auto &[answer, message] : rows) {
+        ScriptValidationXmlStreamingParser parser;
+        feedByteByByte(parser, answer);
+        EXPECT_EQ(parser.message(), message) << answer;
+    }
+}
+
+TEST(LineSplitter, HandsOnLinesWhateverThePieces)
+{
+    const Str longLine(LineSplitter::kLongestLine, 'x');
+    const Str text = Str::fromFormat("one\r\n\n%s\n%s%stwo", longLine.c_str(), longLine.c_str(), "y\n");
+    for (const std::size_t pieceSize : {1, 7, 100000}) {
+        StrVector lines;
+        LineSplitter splitter([&lines](const Str &line) { lines.push_back(line); });
+        for (std::size_t at = 0; at < text.size(); at += pieceSize) {
+            splitter.feed(text.view().substr(at, pieceSize));
+        }
+        splitter.finish();
+        EXPECT_THAT(lines, ElementsAre("one", "", longLine, longLine, "y", "two")) << pieceSize;
+    }
+}
+
+} // namespace
+} // namespace velmox
