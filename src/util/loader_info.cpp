@@ -83,6 +83,12 @@ LoaderInfo *LoaderInfo::instance()
     return loaderInfo;
 }
 
+const ServerIdentity &LoaderInfo::serverIdentity() const
+{
+    static const ServerIdentity *const identity = new ServerIdentity;
+    return *identity;
+}
+
 void LoaderInfo::readEnvironment()
 {
     readPath(u"VELMOX_HOME", home_);

@@ -37,7 +37,8 @@ public:
     const Str &getDefaultPortText() const { return defaultPortText_; }
     /// Whether the installation comes without a Python interpreter.
     bool isNoPython() const { return noPython_; }
-    const ServerIdentity &serverIdentity() const { return serverIdentity_; }
+    /// Made on first use, for its random digits make the system load a cryptographic provider. Any thread.
+    const ServerIdentity &serverIdentity() const;
     InitSettings &initSettings() { return initSettings_; }
     const InitSettings &initSettings() const { return initSettings_; }
 
@@ -75,7 +76,6 @@ private:
     bool noPython_ = false;
     bool flagD_ = true;
     bool flagE_ = false;
-    ServerIdentity serverIdentity_;
     WideStr pathA_;
     WideStr pathB_;
     std::uintptr_t value_ = 0;
