@@ -24,7 +24,8 @@ struct ApplicationInfo
     /// The record of an app from its node in the tree: metadata, and the type "app" below it. The node may be
     /// null.
     static ApplicationInfo from(const Str &name, const ConfPathTrie *appNode);
-    bool operator==(const ApplicationInfo &) const = default;
+    /// Whether the two tell the same of an app; where the id comes from does not count.
+    bool operator==(const ApplicationInfo &other) const;
 };
 
 enum class ApplicationChange

@@ -22,7 +22,6 @@ public:
 
     /// Throws ApplicationDoesNotExistException. "system" always exists.
     void getInfo(const Str &name, ApplicationInfo &info) const;
-    bool isKnown(const Str &name) const;
     /// Whether the app is known and enabled.
     bool isUsable(const Str &name) const;
 
@@ -43,11 +42,14 @@ private:
         ApplicationChange change = ApplicationChange::None;
     };
 
+    // To be called with the lock held.
+    const Record &recordOf(const Str &name) const;
+    void expand(ImportGenerations &generations) const;
+    StrVector importsOf(const Str &app) const;
     void scanDirectory(const Pathname &directory, const ConfPathTrie &settings, bool detectChanges);
     void enter(const Str &name, ApplicationInfo info);
     void detectChange(const Str &name, ApplicationInfo info);
     void collectIds();
-    StrVector importsOf(const Str &app) const;
 
     mutable ConfLock lock_{ConfLockRank::Applications};
     const BundlesSetup setup_;
