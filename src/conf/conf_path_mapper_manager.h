@@ -48,7 +48,7 @@ private:
     mutable ConfLock lock_{ConfLockRank::MapperManager};
     const BundlesSetup setup_;
     UsernameMapper users_;
-    InsertionOrderedMap<Pathname, PathMappers> patterns_;
+    InsertionOrderedMap<PathMappers> patterns_;
     std::map<Pathname, std::unique_ptr<IConfPathMapper>> all_;
 };
 

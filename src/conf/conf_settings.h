@@ -31,6 +31,7 @@ public:
     std::uint64_t rebuildPollMs() const { return rebuildPollMs_; }
     /// How often the file watcher looks at a file.
     std::uint64_t checkPollMs() const { return checkPollMs_; }
+    /// Whether the whole path matches one of the patterns of what is not to be watched.
     bool isBlacklisted(const Pathname &path) const;
     Str appUpdateTriggers() const;
     /// Whether metadata of this app may stand without data.
@@ -38,6 +39,13 @@ public:
     bool searchUsesAllApps() const;
 
 private:
+    void loadImage();
+    void readBlacklist();
+    void readStorage();
+    void readTimes();
+    /// The empty text when it is not there.
+    Str setting(const char *stanzaName, const Str &key) const;
+
     const BundlesSetup setup_;
     IniFile image_;
     std::vector<std::unique_ptr<Regex>> blacklist_;
