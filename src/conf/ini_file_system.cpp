@@ -28,7 +28,7 @@ IniFile::IniFile(FileStar stream, const Pathname &path) : destination_(path)
 void IniFile::load(const Pathname &path)
 {
     destination_ = path;
-    loadFrom(openFile(path, "r"));
+    loadFrom(openFile(destination_, "r"));
 }
 
 void IniFile::loadFrom(FileStar stream)

@@ -24,7 +24,7 @@ const IniEntry *IniStanza::findKey(std::string_view key) const
 
 bool IniStanza::insertKey(const Str &key, const Str &value, StrVector comments)
 {
-    return keys_.insert(key, IniEntry(value, std::move(comments))).second;
+    return keys_.insert(key, value, std::move(comments)).second;
 }
 
 void IniStanza::merge(const IniStanza &other)

@@ -36,6 +36,7 @@ public:
     InsertionOrderedMap() = default;
     InsertionOrderedMap(const InsertionOrderedMap &other)
     {
+        index_.reserve(other.size());
         for (const auto &[key, value] : other) {
             insert(key, value);
         }
@@ -65,14 +66,16 @@ public:
         return const_cast<InsertionOrderedMap *>(this)->find(key);
     }
 
-    /// Adds an item at the end unless the key is there; true when it was added.
-    std::pair<iterator, bool> insert(Str key, Value value = Value())
+    /// Adds an item at the end unless the key is there; true when it was added. The value is made of what is
+    /// given, which stays untouched otherwise.
+    template <class... Given>
+    std::pair<iterator, bool> insert(std::string_view key, Given &&...given)
     {
         const iterator found = find(key);
         if (found != items_.end()) {
             return {found, false};
         }
-        items_.push_back({std::move(key), std::move(value)});
+        items_.push_back({Str(key), Value(std::forward<Given>(given)...)});
         const iterator added = std::prev(items_.end());
         index_.emplace(LookUp::of(added->key), added);
         return {added, true};

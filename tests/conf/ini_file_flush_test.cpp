@@ -73,7 +73,7 @@ TEST_F(IniFileFlush, RestoresTheFileByteForByte)
 
 TEST_F(IniFileFlush, WhatCannotBeOpenedIsAnEmptyImage)
 {
-    writeWhole(path, "k=v\n");
+    writeWhole(path, "#h\nk=v\n#t\n");
     IniFile file(path);
     const auto errorText = [](unsigned error) {
         Str text;

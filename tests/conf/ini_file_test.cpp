@@ -104,14 +104,16 @@ TEST(IniFile, EncodingMarkAndLineEndsComeBack)
     EXPECT_EQ(written(loaded("[a]\r\n\r\n#b\n")), "[a]\r\n\r\n#b\r\n");
     EXPECT_EQ(written(loaded("[a]\r\n#b\n")), "[a]\r\n#b\r\n");
     EXPECT_EQ(written(loaded("[a]\n#b\r\n")), "[a]\n#b\n");
-    IniFile made;
-    EXPECT_EQ(made.encoding(), 0x4000u);
-    EXPECT_FALSE(made.loaded());
-    made.stanza("s");
-    MemoryWriter out;
-    made.write(out);
-    EXPECT_EQ(out.bytes, "[s]\r\n");
-    EXPECT_EQ(made.encoding(), 0x4002u);
+    EXPECT_FALSE(IniFile().loaded());
+    for (auto &[file, word] : {std::pair{IniFile(), 0x4000u}, {loaded(""), 0x4001u}}) {
+        EXPECT_EQ(file.encoding(), word);
+        IniFile changed = file;
+        changed.stanza("s");
+        MemoryWriter out;
+        changed.write(out);
+        EXPECT_EQ(out.bytes, "[s]\r\n");
+        EXPECT_EQ(changed.encoding(), 0x4002u);
+    }
 }
 
 TEST(IniFile, TheFirstOfTwoKeysCountsAndTheOtherIsReported)
@@ -132,7 +134,7 @@ TEST(IniFile, Edits)
     EXPECT_EQ(file.findStanza("T"), nullptr);
     EXPECT_FALSE(t.insertKey("a\t", "no"));
     EXPECT_TRUE(t.insertKey("=c", "\r\nx\\", {"#c"}));
-    t.findKey("b")->setValue("two\rlines\n ");
+    t.findKey("b")->setValue("\ntwo\rlines\n ");
     EXPECT_TRUE(t.removeKey("a "));
     EXPECT_FALSE(t.removeKey("a"));
     EXPECT_TRUE(t.insertKey("a", "last"));
@@ -144,7 +146,7 @@ TEST(IniFile, Edits)
     file.merge(file);
     EXPECT_EQ(other.stanzaCount(), 0u);
 
-    const char rest[] = "[t]\nb = two\\\rlines\\\n\n#c\n\\=c = \\\r\nx\\ \na = last\nd = 4\n"
+    const char rest[] = "[t]\nb = \\\ntwo\\\rlines\\\n\n#c\n\\=c = \\\r\nx\\ \na = last\nd = 4\n"
                         "\n[new\\\r\n[s]]\n#u\n[u]\nk = 5\n";
     EXPECT_EQ(written(file), "#head\n[s]\nk = v\n\n\n#t\n\n"s + rest);
     EXPECT_FALSE(file.removeStanza("absent"));
@@ -154,6 +156,12 @@ TEST(IniFile, Edits)
     EXPECT_TRUE(file.removeStanza("new\r\n[s]"));
     EXPECT_TRUE(file.removeStanza("t"));
     EXPECT_EQ(written(file), "#head\n");
+
+    IniFile blanks = loaded("[a]\n[b]\n\n[c]\n");
+    EXPECT_TRUE(blanks.removeStanza("b"));
+    EXPECT_EQ(written(blanks), "[a]\n\n[c]\n");
+    EXPECT_TRUE(blanks.removeStanza("a"));
+    EXPECT_EQ(written(blanks), "[c]\n");
 }
 
 std::string soup(std::mt19937 &random)
