@@ -157,11 +157,11 @@ TEST(IniFile, Edits)
     EXPECT_TRUE(file.removeStanza("t"));
     EXPECT_EQ(written(file), "#head\n");
 
-    IniFile blanks = loaded("[a]\n[b]\n\n[c]\n");
+    IniFile blanks = loaded("[a]\n[b]\n\n#c\n[c]\n");
     EXPECT_TRUE(blanks.removeStanza("b"));
-    EXPECT_EQ(written(blanks), "[a]\n\n[c]\n");
+    EXPECT_EQ(written(blanks), "[a]\n\n#c\n[c]\n");
     EXPECT_TRUE(blanks.removeStanza("a"));
-    EXPECT_EQ(written(blanks), "[c]\n");
+    EXPECT_EQ(written(blanks), "#c\n[c]\n");
 }
 
 std::string soup(std::mt19937 &random)
