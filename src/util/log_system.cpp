@@ -58,6 +58,20 @@ void LogSystem::bindAll()
     configured_.store(true, std::memory_order_release);
 }
 
+bool LogSystem::setThreshold(const Str &name, LogLevel level)
+{
+    const std::lock_guard held(loggersLock_);
+    bool found = false;
+    for (Logger *logger = loggers_; logger && isConfigured(); logger = logger->next_) {
+        if (name == logger->name()) {
+            categories_.named(name).threshold = level;
+            bind(*logger);
+            found = true;
+        }
+    }
+    return found;
+}
+
 void LogSystem::reset(LogFileSystem *files)
 {
     const std::lock_guard held(loggersLock_);

@@ -39,6 +39,8 @@ public:
     /// Drops every category and named appender. Loggers go back to the root category until `bindAll`.
     void reset(LogFileSystem *files);
     void bindAll();
+    /// False when nothing is bound yet or no logger has the name.
+    bool setThreshold(const Str &name, LogLevel level);
 
     /// Loggers enter at the head, bound at once if that has been done for the others.
     void enter(Logger &logger);

@@ -85,6 +85,11 @@ void Logger::bindAll()
     LogSystem::instance().bindAll();
 }
 
+bool Logger::setThreshold(const char *name, LogLevel level)
+{
+    return LogSystem::instance().setThreshold(name, level);
+}
+
 /// Whether the message goes to standard error as it is: nobody has read a configuration, and the logger is
 /// not among those that wait for one.
 bool Logger::passesUnconfigured() const

@@ -81,6 +81,9 @@ public:
                            bool mayUseStderr);
     /// Binds every logger to the category of its name.
     static void bindAll();
+    /// Changes the threshold of one component until the next configuration; false when logging is not
+    /// configured or no logger has the name. For the main thread, before there are others.
+    static bool setThreshold(const char *name, LogLevel level);
 
 protected:
     struct Unlisted

@@ -82,6 +82,19 @@ TEST_F(LoggerTest, BindsEachLoggerToItsCategory)
                      "CRIT Other Main Thread: and this\r\n");
 }
 
+TEST_F(LoggerTest, ThresholdOfOneComponentCanBeChanged)
+{
+    ASSERT_TRUE(load(Str("rootCategory=WARN,F\n").append(kFile)));
+    Logger other("Other");
+    EXPECT_FALSE(Logger::setThreshold("Nobody", LogLevel::Debug));
+    EXPECT_TRUE(Logger::setThreshold("Test", LogLevel::Debug));
+    logger.debug("this");
+    other.info("not this");
+    Logger later("Test");
+    later.debug("and this");
+    EXPECT_EQ(log(), "this\r\nand this\r\n");
+}
+
 TEST_F(LoggerTest, EveryFormKeepsTheLastErrorAndFillsIn)
 {
     ASSERT_TRUE(load(Str("rootCategory=DEBUG,F\n").append(kFile)));
