@@ -4,15 +4,11 @@
 
 #include <cstddef>
 #include <iterator>
-#include <memory>
 #include <vector>
 
 namespace velmox {
 
 namespace {
-
-// What a job's processes are told to exit with when they are ended from outside.
-constexpr UINT kEndedFromOutside = 1;
 
 struct Pipe
 {
@@ -48,14 +44,17 @@ public:
         SIZE_T size = 0;
         InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
         storage_.resize(size);
-        isValid_ = InitializeProcThreadAttributeList(list(), 1, 0, &size) != FALSE &&
-                   UpdateProcThreadAttribute(list(), 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, handles,
-                                             count * sizeof(HANDLE), nullptr, nullptr) != FALSE;
+        isInitialized_ = InitializeProcThreadAttributeList(list(), 1, 0, &size) != FALSE;
+        isValid_ =
+            isInitialized_ && UpdateProcThreadAttribute(list(), 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, handles,
+                                                        count * sizeof(HANDLE), nullptr, nullptr) != FALSE;
     }
     ~InheritedHandles()
     {
         const DWORD error = GetLastError();
-        DeleteProcThreadAttributeList(list());
+        if (isInitialized_) {
+            DeleteProcThreadAttributeList(list());
+        }
         SetLastError(error);
     }
     InheritedHandles(const InheritedHandles &) = delete;
@@ -69,21 +68,9 @@ public:
 
 private:
     std::vector<std::byte> storage_;
+    bool isInitialized_ = false;
     bool isValid_ = false;
 };
-
-/// A job that ends its processes when its last handle is closed.
-KernelHandle makeJob()
-{
-    KernelHandle job(CreateJobObjectW(nullptr, nullptr));
-    JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
-    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
-    if (job.isValid() &&
-        !SetInformationJobObject(job.get(), JobObjectExtendedLimitInformation, &limits, sizeof limits)) {
-        job.reset();
-    }
-    return job;
-}
 
 [[noreturn]] void raiseUnableToRun(const Str &commandLine)
 {
@@ -107,13 +94,11 @@ ScriptProcess::ScriptProcess(const Str &label, const Str &commandLine)
     start(commandLine, input.reader.get(), output.writer.get(), errors.writer.get());
 }
 
-/// The process begins to run only when it is in the job, so that it can start nothing outside.
 void ScriptProcess::start(const Str &commandLine, HANDLE input, HANDLE output, HANDLE errors)
 {
     HANDLE inherited[] = {input, output, errors};
     InheritedHandles attributes(inherited, std::size(inherited));
-    job_ = makeJob();
-    if (!attributes.isValid() || !job_.isValid()) {
+    if (!attributes.isValid()) {
         raiseUnableToRun(commandLine);
     }
     STARTUPINFOEXW startup = {};
@@ -123,37 +108,10 @@ void ScriptProcess::start(const Str &commandLine, HANDLE input, HANDLE output, H
     startup.StartupInfo.hStdOutput = output;
     startup.StartupInfo.hStdError = errors;
     startup.lpAttributeList = attributes.list();
-    WideStr writableCommand = WideStr::fromUtf8(commandLine);
-    PROCESS_INFORMATION process = {};
-    if (!CreateProcessW(nullptr, reinterpret_cast<wchar_t *>(writableCommand.data()), nullptr, nullptr, TRUE,
-                        CREATE_SUSPENDED | CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT, nullptr, nullptr,
-                        &startup.StartupInfo, &process)) {
+    if (!process_.start(WideStr::fromUtf8(commandLine), CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT,
+                        startup.StartupInfo)) {
         raiseUnableToRun(commandLine);
     }
-    process_.reset(process.hProcess);
-    const KernelHandle thread(process.hThread);
-    if (!AssignProcessToJobObject(job_.get(), process_.get()) ||
-        ResumeThread(thread.get()) == static_cast<DWORD>(-1)) {
-        const DWORD error = GetLastError();
-        TerminateProcess(process_.get(), kEndedFromOutside);
-        SetLastError(error);
-        raiseUnableToRun(commandLine);
-    }
-}
-
-void ScriptProcess::end()
-{
-    if (process_.isValid()) {
-        TerminateJobObject(job_.get(), kEndedFromOutside);
-        WaitForSingleObject(process_.get(), INFINITE);
-    }
-}
-
-int ScriptProcess::exitStatus() const
-{
-    DWORD status = 0;
-    GetExitCodeProcess(process_.get(), &status);
-    return static_cast<int>(status);
 }
 
 } // namespace velmox

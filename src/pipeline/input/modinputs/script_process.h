@@ -1,12 +1,12 @@
 #pragma once
 
-#include "util/owned_handle.h"
+#include "util/job_process.h"
 #include "util/str.h"
 
 namespace velmox {
 
-/// A running script with pipes on its three standard streams, alone in a job: whatever it starts ends with
-/// it, at the latest with this object.
+/// A running script with pipes on its three standard streams. It ends with this object at the latest, and
+/// whatever it started ends with it.
 ///
 /// The script inherits its ends of the pipes and no other handle, so that scripts can be started from any
 /// number of threads. It has no window.
@@ -15,16 +15,13 @@ class ScriptProcess
 public:
     /// Throws ModularInputsException, with `label` in front of what says that the pipes could not be made.
     ScriptProcess(const Str &label, const Str &commandLine);
-    ~ScriptProcess() { end(); }
-    ScriptProcess(const ScriptProcess &) = delete;
-    ScriptProcess &operator=(const ScriptProcess &) = delete;
 
     /// Signalled when the script itself has ended.
-    HANDLE handle() const { return process_.get(); }
+    HANDLE handle() const { return process_.handle(); }
     /// Ends the script if it still runs, and everything that it started.
-    void end();
+    void end() { process_.end(); }
     /// After the end.
-    int exitStatus() const;
+    int exitStatus() const { return static_cast<int>(process_.exitStatus()); }
 
     /// This side's ends of the pipes.
     KernelHandle &input() { return input_; }
@@ -34,11 +31,10 @@ public:
 private:
     void start(const Str &commandLine, HANDLE input, HANDLE output, HANDLE errors);
 
-    KernelHandle job_;
-    KernelHandle process_;
     KernelHandle input_;
     KernelHandle output_;
     KernelHandle errors_;
+    JobProcess process_;
 };
 
 } // namespace velmox
