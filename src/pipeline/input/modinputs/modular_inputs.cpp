@@ -60,8 +60,10 @@ void ModularInputs::initializeSchemes()
     schemes_.clear();
     seen_.clear();
     for (const AppFolder &app : appFolders(host_.confDir)) {
-        for (const SchemeSpec &spec : readSchemeSpecs(app)) {
-            initializeUnlessKnown(spec);
+        if (host_.isAppUsable(app.name)) {
+            for (const SchemeSpec &spec : readSchemeSpecs(app)) {
+                initializeUnlessKnown(spec);
+            }
         }
     }
 }

@@ -27,6 +27,8 @@ struct ModularInputsHost
     Pathname confDir;
     Pathname db;
     ServerConnection server;
+    /// Whether an app is there and enabled. Schemes of others are passed over.
+    std::function<bool(const Str &app)> isAppUsable;
     /// The enabled stanzas of inputs.conf whose names begin with a prefix. May throw.
     std::function<InputStanzas(const Str &prefix)> enabledStanzas;
     /// Shows the user a message; `key` says what kind it is.

@@ -1,8 +1,7 @@
 #include "pipeline/input/modinputs/scheme_specs.h"
 
 #include "conf/ini_file.h"
-#include "util/file_system.h"
-#include "util/owned_handle.h"
+#include "util/directory_listing.h"
 
 #include <algorithm>
 
@@ -10,30 +9,18 @@ namespace velmox {
 
 namespace {
 
-struct FileSearchTraits
-{
-    using Type = HANDLE;
-    static Type invalid() { return INVALID_HANDLE_VALUE; }
-    static void close(Type handle) { FindClose(handle); }
-};
-using FileSearch = OwnedHandle<FileSearchTraits>;
-
-/// Names that begin with a point are no apps.
+/// In byte order. Names that begin with a point are no apps.
 StrVector namesOfFolders(const Pathname &parent)
 {
+    std::vector<DirectoryEntry> entries;
+    listDirectory(parent, entries);
     StrVector names;
-    WIN32_FIND_DATAW entry;
-    const FileSearch search(FindFirstFileW(asWide(parent.join("*")), &entry));
-    if (!search.isValid()) {
-        return names;
-    }
-    do {
-        const Str name = Str::fromUtf16(asUtf16(entry.cFileName));
-        const bool isFolder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-        if (isFolder && !name.startsWith(".")) {
+    for (const DirectoryEntry &entry : entries) {
+        const Str name = Str::fromUtf16(entry.name);
+        if (entry.isFolder && !name.startsWith(".")) {
             names.push_back(name);
         }
-    } while (FindNextFileW(search.get(), &entry));
+    }
     std::sort(names.begin(), names.end());
     return names;
 }

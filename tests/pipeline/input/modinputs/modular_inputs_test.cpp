@@ -5,6 +5,7 @@
 #include "tests/pipeline/input/modinputs/scheme_home.h"
 #include "util/environment.h"
 #include "util/file_system.h"
+#include "util/owned_handle.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -74,6 +75,8 @@ TEST_F(ModularInputsTest, FindsSchemesOfTheSystemAndOfApps)
                                   "[absent://x]\n[://nameless]\n");
     home_.defineSchemes("b", "[one://again]\n[two://x]\nindex = <name>\nproc =\n[two://y]\n");
     home_.defineSchemes("a", "[broken://x]\n[named://x]\nname = <string>\n[lost://x]\n");
+    home_.defineSchemes("disabled", "[off://x]\n");
+    home_.addScript("bin\\scripts\\off.exe", "--scheme print <scheme/>");
     home_.addScript("etc\\system\\bin\\one.exe", "--scheme print <scheme><title>1</title></scheme>");
     home_.addScript("etc\\apps\\b\\bin\\two.exe",
                     "--scheme print <scheme><endpoint><args><arg name=\"proc\"/></args></endpoint></scheme>");
@@ -84,7 +87,7 @@ TEST_F(ModularInputsTest, FindsSchemesOfTheSystemAndOfApps)
     EXPECT_EQ(inputs.find("one")->title, "1");
     ASSERT_NE(inputs.find("two"), nullptr);
     EXPECT_TRUE(inputs.find("two")->args.contains("proc"));
-    for (const char *name : {"absent", "broken", "named", "lost", "default", ""}) {
+    for (const char *name : {"absent", "broken", "named", "lost", "default", "off", ""}) {
         EXPECT_EQ(inputs.find(name), nullptr) << name;
     }
     EXPECT_THAT(
@@ -230,6 +233,13 @@ TEST_F(ModularInputsTest, MakesCheckpointFolders)
     testing::writeWhole(file, "");
     EXPECT_EQ(message("file"),
               Str::fromFormat("Existing path \"%s\" is expected to be a directory.", file.toStr().c_str()));
+    const Pathname own = db.join("modinputs\\mine");
+    {
+        const FileHandle held(CreateFileW(asWide(own), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                          OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+        EXPECT_EQ(message("mine"),
+                  Str::fromFormat("No read-write access on directory \"%s\".", own.toStr().c_str()));
+    }
     const Pathname bad = db.join("modinputs\\a?b");
     EXPECT_THAT(
         message("a?b").c_str(),

@@ -57,6 +57,7 @@ ModularInputsHost SchemeHome::host()
     host.confDir = path("etc");
     host.db = path("db");
     host.server = {"here", "https://127.0.0.1:8089", "key"};
+    host.isAppUsable = [](const Str &name) { return name != "disabled"; };
     host.enabledStanzas = [this](const Str &prefix) {
         InputStanzas found;
         for (const auto &[name, stanza] : stanzas) {

@@ -20,7 +20,7 @@ public:
     /// Puts a script that carries out a plan at a path below the installation, and gives its path.
     Pathname addScript(const char *relative, const Str &plan);
 
-    /// A server with this installation that knows `stanzas` and collects messages.
+    /// A server with this installation that knows `stanzas` and collects messages; its app "disabled" is so.
     ModularInputsHost host();
     InputStanzas stanzas;
     StrVector messages;
