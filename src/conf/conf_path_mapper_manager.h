@@ -4,6 +4,8 @@
 #include "conf/conf_lock.h"
 #include "conf/i_conf_path_mapper.h"
 #include "conf/insertion_ordered_map.h"
+#include "conf/path_owner.h"
+#include "conf/placeholders.h"
 #include "conf/username_mapper.h"
 
 #include <map>
@@ -12,7 +14,6 @@
 
 namespace velmox {
 
-class ConfPath;
 class ConfPathBase;
 
 /// Finds and makes the mappers of a root, as its bootstrap file says: the order of its patterns is the order
@@ -43,12 +44,39 @@ public:
     UsernameMapper &users() { return users_; }
 
 private:
+    /// Null for a path that is known by its place alone.
     using PathMappers = std::map<Pathname, IConfPathMapper *>;
+
+    /// A key of the bootstrap file, expanded.
+    struct Pattern
+    {
+        Pathname path;
+        Str handler;
+    };
+
+    PlaceholderVariables variables() const;
+    PlaceholderVariables variablesFor(const ConfPathBase &path) const;
+    Pathname expandToPath(const Str &text, const PlaceholderVariables &variables) const;
+    bool expandBootstrap(std::vector<Pattern> &out) const;
+
+    bool addPath(const Pathname &path, const Pattern &pattern, PathMappers &mappers);
+    bool isSkipped(const Pathname &path, const Str &handler, const PathOwner &owner) const;
+    bool isOmitted(const Pathname &path, const PathOwner &owner) const;
+    bool isOverriddenBundle(const Pathname &path) const;
+    bool isBeyondMinimum(const Pathname &path, const Str &handler, const PathOwner &owner) const;
+    bool addMapper(const Pathname &path, const Str &handler, const PathOwner &owner, PathMappers &mappers);
+
+    const IniEntry *findWriteRule(const ConfPathBase &path, const Str &writeKey) const;
+    Pathname findWriteDirectory(const ConfPathBase &path, const Str &writeKey);
+    IConfPathMapper *mapperAt(const Pathname &path) const;
+    IConfPathMapper *findByFile(const Pathname &file) const;
 
     mutable ConfLock lock_{ConfLockRank::MapperManager};
     const BundlesSetup setup_;
     UsernameMapper users_;
+    /// By expanded pattern.
     InsertionOrderedMap<PathMappers> patterns_;
+    /// By folded path.
     std::map<Pathname, std::unique_ptr<IConfPathMapper>> all_;
 };
 
