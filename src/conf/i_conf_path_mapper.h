@@ -2,8 +2,7 @@
 
 #include "conf/conf_path_trie.h"
 #include "conf/conf_search.h"
-#include "util/pathname.h"
-#include "util/timeval.h"
+#include "searchthing/file_status.h"
 
 #include <cstdint>
 #include <set>
@@ -13,17 +12,7 @@ namespace velmox {
 class ConfPath;
 class WatchedFileState;
 
-/// A file as it was when it was looked at. A size and time of zero without `exists` mean no file.
-struct ConfFileStatus
-{
-    bool exists = false;
-    std::uint64_t size = 0; ///< bytes
-    Timeval modtime;
-
-    static ConfFileStatus of(const Pathname &path);
-    bool operator==(const ConfFileStatus &) const = default;
-    Str toStr() const;
-};
+using ConfFileStatus = FileStatus;
 
 /// What a mapper had of one type at some moment. The generation rises with each change.
 struct ConfTypeState

@@ -1,0 +1,52 @@
+#include "conf/conf_file_reader.h"
+
+#include "conf/conf_line_reader.h"
+#include "conf/ini_stanza.h"
+
+namespace velmox {
+
+Str stanzaExpansion(const Str &name, const Pathname &rootDirectory);
+
+namespace {
+
+ConfPathTrie &addStanza(const Str &name, const Pathname &rootDirectory, const ConfPathMetadata &metadata,
+                        ConfPathTrie &typeNode)
+{
+    ConfPathTrie &stanza = typeNode.child(name, stanzaExpansion(name, rootDirectory));
+    stanza.setData(Str());
+    stanza.setMetadata(metadata);
+    return stanza;
+}
+
+} // namespace
+
+void readConfText(ConfLineReader &reader, const Pathname &rootDirectory, const ConfPathMetadata &metadata,
+                  ConfPathTrie &typeNode)
+{
+    Str line;
+    Str name;
+    Str value;
+    ConfPathTrie *stanza = nullptr;
+    for (;;) {
+        switch (parseLine(reader, line, name, value)) {
+        case ConfLine::End:
+            return;
+        case ConfLine::Blank:
+        case ConfLine::Comment:
+            break;
+        case ConfLine::StanzaHeader:
+            stanza = &addStanza(name, rootDirectory, metadata, typeNode);
+            break;
+        case ConfLine::KeyValue:
+            if (!stanza) {
+                stanza = &addStanza(kDefaultStanza, rootDirectory, metadata, typeNode);
+            }
+            ConfPathTrie &key = stanza->child(trimmedView(name));
+            key.setData(trimmedView(value));
+            key.setMetadata(metadata);
+            break;
+        }
+    }
+}
+
+} // namespace velmox

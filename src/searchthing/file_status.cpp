@@ -1,0 +1,28 @@
+#include "searchthing/file_status.h"
+
+#include "util/windows_api.h"
+
+namespace velmox {
+
+FileStatus FileStatus::of(const Pathname &path)
+{
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    if (!GetFileAttributesExW(asWide(path), GetFileExInfoStandard, &data) ||
+        (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+        return {};
+    }
+    return {true, std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow,
+            Timeval::fromHalves(data.ftLastWriteTime.dwLowDateTime, data.ftLastWriteTime.dwHighDateTime)};
+}
+
+Str FileStatus::toStr() const
+{
+    if (!exists) {
+        return "no file";
+    }
+    Str text("modtime ");
+    modtime.toUnixStr(text, 3);
+    return text << ", " << static_cast<unsigned long long>(size) << " bytes";
+}
+
+} // namespace velmox
