@@ -1,6 +1,7 @@
 #pragma once
 
 #include "util/str.h"
+#include "util/timeval.h"
 
 #include <cstdint>
 #include <map>
@@ -22,6 +23,9 @@ struct PropertyValue
     Str originStanza;
     std::uint64_t generation = 0;
     bool removable = false;
+    Str version;
+    /// Of the file that supplied the value; zero when that is not known.
+    Timeval modtime;
     /// May be null.
     std::shared_ptr<const ConfAcl> metadata;
 };

@@ -10,6 +10,10 @@
 
 namespace velmox {
 
+class ConfPath;
+class ConfPathTrie;
+class PropertyPagesRegistry;
+
 /// Which stanzas a reader wants.
 enum class DisabledMode
 {
@@ -26,7 +30,7 @@ using Stanzas = std::map<Str, PropertiesMap>;
 class PropertyPages
 {
 public:
-    virtual ~PropertyPages();
+    virtual ~PropertyPages() = default;
 
     static PropertyPages *get(const Str &typeName);
     /// Throws the exceptions of property_pages_exceptions.h.
@@ -39,15 +43,23 @@ public:
                                     DisabledMode mode = DisabledMode::OnlyEnabled);
 
     /// Writes what of `properties` differs from what is read now to the one file that the write rules name;
-    /// with `overwriteAll` the stanza is removed from that file before. Throws ConfPathWriteException.
+    /// with `overwriteAll` the stanza is removed from that file before. An empty `app` stands for that of the
+    /// context. Throws ConfPathWriteException.
+    ///
+    /// A value that the caller read without a context and hands on unchanged is no difference, whatever
+    /// layer it comes from: it would become a copy of a default.
     void write(const Str &app, const Str &stanza, const PropertiesMap &properties, bool overwriteAll);
 
     const Str &typeName() const { return typeName_; }
     const ConfContext &context() const { return context_; }
     const Str &actingUser() const { return actingUser_; }
+    /// For messages.
+    Str toStr() const;
 
 protected:
     PropertyPages(const Str &typeName, const ConfContext &context, const Str &actingUser);
+
+    IConfCache &cache() { return *cache_; }
 
 private:
     friend class PropertyPagesRegistry;
@@ -55,6 +67,18 @@ private:
     virtual std::unique_ptr<IConfCache> createCache() const = 0;
     /// Whether the acting user's rights are not those of the last request.
     virtual bool haveRightsChanged() = 0;
+
+    PropertyPagesRegistry &registry() const;
+    /// Leaves `out` untouched when there is no such stanza.
+    void readStanza(const Str &name, PropertiesMap &out);
+    ConfPath writeTarget(const Str &app, const Str &stanza) const;
+    /// What a stanza is as the caller of a write sees it.
+    PropertiesMap readExisting(const Str &stanza, const PropertiesMap &desired);
+    /// Makes the tree to be written; false when there is nothing to write.
+    bool putDifference(const ConfPath &target, const PropertiesMap &desired, bool overwriteAll,
+                       ConfPathTrie &tree);
+    /// Marks stale what a write of this object can have changed.
+    void invalidateReaders();
 
     const Str typeName_;
     const ConfContext context_;

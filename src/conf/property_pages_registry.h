@@ -29,9 +29,8 @@ private:
     using Reader = std::pair<ConfContext, Str>;
     using Readers = std::map<Reader, std::unique_ptr<PropertyPages>>;
 
-    std::unique_ptr<PropertyPages> make(const Str &typeName, const Reader &reader) const;
+    static std::unique_ptr<PropertyPages> make(const Str &typeName, const Reader &reader);
 
-    const BundlesSetup setup_;
     ConfLock lock_{ConfLockRank::Pages};
     std::map<Str, Readers> pages_;
 };
