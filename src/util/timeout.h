@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <utility>
+
+namespace velmox {
+
+class Clock;
+class TimeoutQueue;
+
+/// Something that is to happen at a moment. Belongs to one queue, which must outlive it, and to its thread.
+class Timeout
+{
+public:
+    explicit Timeout(TimeoutQueue &queue) : queue_(queue) {}
+    Timeout(const Timeout &) = delete;
+    Timeout &operator=(const Timeout &) = delete;
+    virtual ~Timeout() { cancel(); }
+
+    /// Sets the moment, in place of one that was set before.
+    void scheduleIn(std::uint64_t milliseconds);
+    void cancel();
+
+private:
+    friend class TimeoutQueue;
+    /// The moment has come, or passed. May schedule anew.
+    virtual void expire() = 0;
+
+    TimeoutQueue &queue_;
+    std::uint64_t due_ = 0;
+    bool scheduled_ = false;
+};
+
+/// The timeouts of an event loop, which calls `runDue` and sleeps as long as that says.
+class TimeoutQueue
+{
+public:
+    static constexpr std::uint64_t kNothingDue = ~std::uint64_t{0};
+
+    explicit TimeoutQueue(Clock &clock) : clock_(clock) {}
+
+    /// Expires what is due. Returns the milliseconds to the next moment.
+    std::uint64_t runDue();
+
+private:
+    friend class Timeout;
+
+    Clock &clock_;
+    std::set<std::pair<std::uint64_t, Timeout *>> pending_;
+};
+
+} // namespace velmox
