@@ -2,16 +2,16 @@
 
 #include "conf/conf_file_reader.h"
 #include "conf/conf_path.h"
+#include "conf/conf_path_mapper_log.h"
 #include "util/directory_listing.h"
-#include "util/logger.h"
 
 #include <mutex>
 
 namespace velmox {
 
-namespace {
+Logger confPathMapperLog("ConfPathMapper");
 
-Logger log("ConfPathMapper");
+namespace {
 
 constexpr char kExtension[] = "conf";
 
@@ -54,6 +54,12 @@ ConfPathMetadata ConfPathMapper::fileMetadata(const ConfFileStatus &status) cons
 bool ConfPathMapper::isOwn(const ConfPathBase &path) const
 {
     return path.app() == app_ && path.user().compareCaseless(user_) == 0;
+}
+
+/// Whether the file of a type lies in the directory.
+bool ConfPathMapper::isFileName(const Str &type)
+{
+    return !type.empty() && type.view().find_first_of("/\\") == std::string_view::npos;
 }
 
 bool ConfPathMapper::belongs(const ConfPathBase &path) const
@@ -132,7 +138,7 @@ bool ConfPathMapper::readFile(const Str &type, const ConfFileStatus &status, Con
     const Pathname file = fileOf(type);
     const Str name = setup_.text(file);
     if (!readConfFile(file, rootDirectory_, fileMetadata(status), content)) {
-        log.warn("Failed to open: %s: %m", name.c_str());
+        confPathMapperLog.warn("Failed to open: %s: %m", name.c_str());
         return false;
     }
     return true;
@@ -146,8 +152,8 @@ bool ConfPathMapper::hasChangedSince(const Str &type, ConfTypeState &state)
     if (current.generation == state.generation) {
         return false;
     }
-    log.debug("%s: Changed since: %s -> %s", directoryText().c_str(), state.toStr().c_str(),
-              current.toStr().c_str());
+    confPathMapperLog.debug("%s: Changed since: %s -> %s", directoryText().c_str(), state.toStr().c_str(),
+                            current.toStr().c_str());
     state = current;
     return true;
 }

@@ -4,6 +4,7 @@
 #include "conf/conf_lock.h"
 #include "conf/i_conf_path_mapper.h"
 #include "conf/ini_file.h"
+#include "util/log_level.h"
 
 #include <map>
 
@@ -39,21 +40,42 @@ private:
     };
     using Types = std::map<Str, Type>;
 
-    // All but the first group are called with the lock held.
+    /// The image in which a type is edited. It lives from the first change to the flush.
+    struct Edit
+    {
+        IniFile image;
+        bool changed = false;
+    };
+
     Str directoryText() const { return setup_.text(directory_); }
     Pathname fileOf(const Str &type) const;
     ConfPathMetadata fileMetadata(const ConfFileStatus &status) const;
+    bool isOwn(const ConfPathBase &path) const;
+    static bool isFileName(const Str &type);
+
+    // All below are called with the lock held.
+    bool belongs(const ConfPathBase &path) const;
+    ConfPathTrie &appNode() { return master_.node(ConfPathBase(user_, app_)); }
+    bool copyOut(const ConfPathBase &path, ConfPathTrie &out, unsigned levels);
 
     void listTypes();
-    bool isOwn(const ConfPathBase &path) const;
-    bool belongs(const ConfPathBase &path) const;
-    bool copyOut(const ConfPathBase &path, ConfPathTrie &out, unsigned levels);
-    void load(const Str &type, Type &record);
     void loadFor(const ConfPathBase &path);
+    void load(const Str &type, Type &record);
     bool readFile(const Str &type, const ConfFileStatus &status, ConfPathTrie &content) const;
 
-    ConfPathTrie &appNode() { return master_.node(ConfPathBase(user_, app_)); }
-    const ConfPathTrie *typeNode(const Str &type) const;
+    Edit *editOf(const Str &type, bool create);
+    void knowType(const Str &type);
+    void change(Edit &edit, const ConfPathBase &path, const Str &value);
+    void setPending(const ConfPathBase &path, const Str &value);
+    bool removeFromImage(const ConfPathBase &path);
+    void restamp(const Str &type);
+    void logWrite(LogLevel level, const ConfPathBase &path, const Str &value, const char *what) const;
+
+    FileChangeAnswer takeFileChange(const Pathname &file, bool &appChanged);
+    FileChangeAnswer takeContent(const Str &type, Type &record, const ConfFileStatus &status);
+    FileChangeAnswer takeDeletion(const Str &type, Type &record);
+    bool reloadType(const Str &type);
+    bool reloadAll();
 
     const BundlesSetup setup_;
     const Pathname directory_;
@@ -66,6 +88,8 @@ private:
     ConfLock lock_{ConfLockRank::Mapper};
     Types types_;
     ConfPathTrie master_; ///< what is loaded
+    std::map<Str, Edit> edits_;
+    ConfPathTrie pending_; ///< what was written and not flushed
 };
 
 } // namespace velmox
