@@ -30,6 +30,7 @@ struct ConfPathMetadata
     std::optional<Timeval> modtime;
     std::shared_ptr<const Str> version;
 
+    /// The empty text leaves the owner unset.
     void setOwner(const Str &name);
     void setImports(StrVector apps);
 
@@ -37,6 +38,8 @@ struct ConfPathMetadata
     bool empty() const;
     /// Whether all fields are equal by content.
     bool operator==(const ConfPathMetadata &other) const;
+    /// The same without the modification time, which every write to a file changes.
+    bool equalsButTime(const ConfPathMetadata &other) const;
 
     /// Takes over what a deeper node sets: access, export, owner and imports only where set there, the rest
     /// as it is there.

@@ -74,13 +74,21 @@ public:
     /// Copies another tree over this one: its data and metadata replace what stands here.
     void overwrite(const ConfPathTrie &other);
     /// Puts the nodes in which `a` and `b` differ into `out`, those of `b` where both have one; false, with
-    /// nothing put in, when the trees are equal.
+    /// nothing put in, when the trees are equal. Modification times don't count: a file that was rewritten
+    /// with what it held already has not changed.
     static bool diff(ConfPathTrie &out, const ConfPathTrie &a, const ConfPathTrie &b);
 
     /// Appends the tree as indented text, for logs.
     void dump(Str *out) const;
 
 private:
+    bool sameNode(const ConfPathTrie &other) const;
+    void fillNodeFrom(const ConfPathTrie &other);
+    void dumpLevel(Str &out, unsigned level) const;
+    template <class Trie>
+    static Trie *findIn(Trie *node, const ConfPathBase &path);
+    void walkBelow(ConfPathTriePruner &pruner, StrVector &segments);
+
     Children children_;
     std::optional<Str> data_;
     std::unique_ptr<ConfPathMetadata> metadata_;

@@ -14,6 +14,9 @@ struct ConfUserContext
     Str name;
     std::set<Str> roles;
     bool privileged = false;
+
+    /// Whether nothing is refused, whatever the permissions say.
+    bool isUnrestricted() const;
 };
 
 /// Tells the current identity, and the roles of others, to the store. A program that has users installs one;

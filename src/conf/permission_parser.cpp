@@ -1,0 +1,156 @@
+#include "conf/permission_parser.h"
+
+#include "util/logger.h"
+
+namespace velmox {
+
+namespace {
+
+Logger log("ConfAcl");
+
+/// Bytes with a meaning of their own in a permission text.
+constexpr CharSet kReserved(":,[]%");
+
+/// A machine that is fed the text byte by byte.
+class PermissionParser
+{
+public:
+    explicit PermissionParser(ConfAcl::Capabilities &out) : out_(out) {}
+
+    /// False when the byte cannot stand here.
+    bool take(char byte)
+    {
+        switch (state_) {
+        case State::Name:
+            return takeInName(byte);
+        case State::BeforeList:
+            return takeBeforeList(byte);
+        case State::Role:
+            return takeInRole(byte);
+        default:
+            return takeAfterList(byte);
+        }
+    }
+
+    bool finish(const Str &text) const
+    {
+        if (state_ == State::BeforeList || state_ == State::Role) {
+            log.warn("Parsing found an incomplete permission string [%d]: %s", static_cast<int>(state_),
+                     text.c_str());
+            return false;
+        }
+        if (!buffer_.trimmed().empty()) {
+            log.warn("Unparsed terminating characters '%s' in: %s", buffer_.c_str(), text.c_str());
+            return false;
+        }
+        return true;
+    }
+
+private:
+    enum class State
+    {
+        Name = 0,
+        BeforeList = 1,
+        Role = 2,
+        AfterList = 3,
+    };
+
+    bool takeInName(char byte)
+    {
+        if (byte != ':') {
+            buffer_ += byte;
+            return true;
+        }
+        roles_ = &out_[buffer_.trimmed()];
+        buffer_.clear();
+        state_ = State::BeforeList;
+        return true;
+    }
+
+    bool takeBeforeList(char byte)
+    {
+        if (byte == '[') {
+            state_ = State::Role;
+            return true;
+        }
+        return CharSet::blanks().contains(byte);
+    }
+
+    bool takeInRole(char byte)
+    {
+        if (byte != ',' && byte != ']') {
+            buffer_ += byte;
+            return true;
+        }
+        addRole(buffer_.trimmed());
+        buffer_.clear();
+        state_ = byte == ']' ? State::AfterList : State::Role;
+        return true;
+    }
+
+    bool takeAfterList(char byte)
+    {
+        if (byte == ',') {
+            state_ = State::Name;
+            return true;
+        }
+        return CharSet::blanks().contains(byte);
+    }
+
+    void addRole(Str role)
+    {
+        if (!role.urlDecode()) {
+            log.error("Cannot decode role: %s", role.c_str());
+            return;
+        }
+        roles_->insert(role.lowered());
+    }
+
+    ConfAcl::Capabilities &out_;
+    State state_ = State::Name;
+    Str buffer_;
+    std::set<Str> *roles_ = nullptr;
+};
+
+void appendRole(Str &out, const Str &role)
+{
+    for (const char byte : role) {
+        if (kReserved.contains(byte)) {
+            out.appendFormat("%%%02X", static_cast<unsigned>(static_cast<unsigned char>(byte)));
+        } else {
+            out += byte;
+        }
+    }
+}
+
+} // namespace
+
+bool parsePermissions(const Str &text, ConfAcl::Capabilities &out)
+{
+    PermissionParser parser(out);
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (!parser.take(text[at])) {
+            log.warn("Permission parsing failed at %zu in string: %s", at, text.c_str());
+            return false;
+        }
+    }
+    return parser.finish(text);
+}
+
+Str permissionText(const ConfAcl::Capabilities &capabilities)
+{
+    Str text;
+    for (const auto &[name, roles] : capabilities) {
+        text << (text.empty() ? "" : ", ") << name << " : [ ";
+        const char *separator = "";
+        for (const Str &role : roles) {
+            text << separator;
+            appendRole(text, role);
+            separator = ", ";
+        }
+        text << " ]";
+    }
+    return text;
+}
+
+} // namespace velmox
