@@ -46,7 +46,7 @@ private:
     Type handle_ = Traits::invalid();
 };
 
-/// Handles whose invalid value is null: events, threads, processes, completion ports.
+/// Handles whose invalid value is null: events, threads, processes.
 struct KernelHandleTraits
 {
     using Type = HANDLE;

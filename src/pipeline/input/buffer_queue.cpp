@@ -1,32 +1,60 @@
 #include "pipeline/input/buffer_queue.h"
 
+#include <new>
+
 namespace velmox {
 
-bool BufferQueue::create()
+namespace {
+
+constexpr std::size_t kWorthWaking = 8;
+
+class Guard
 {
-    port_.reset(CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 0));
-    return port_.isValid();
-}
+public:
+    explicit Guard(SRWLOCK &lock) : lock_(lock) { AcquireSRWLockExclusive(&lock_); }
+    ~Guard() { ReleaseSRWLockExclusive(&lock_); }
+    Guard(const Guard &) = delete;
+    Guard &operator=(const Guard &) = delete;
+
+private:
+    SRWLOCK &lock_;
+};
+
+} // namespace
 
 bool BufferQueue::put(EventBuffer &buffer)
 {
-    // The packet's overlapped pointer carries the buffer; the system passes it on without looking behind it.
-    auto *pointer = reinterpret_cast<OVERLAPPED *>(buffer.data.get());
-    if (!PostQueuedCompletionStatus(port_.get(), buffer.bytes, 0, pointer)) {
+    bool isWorthWaking = false;
+    try {
+        const Guard guard(lock_);
+        buffers_.push_back(std::move(buffer));
+        isWorthWaking = buffers_.size() >= kWorthWaking;
+    } catch (const std::bad_alloc &) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return false;
     }
-    buffer.data.release();
+    if (isWorthWaking) {
+        wakeTaker();
+    }
     return true;
+}
+
+void BufferQueue::wakeTaker()
+{
+    WakeConditionVariable(&filled_);
 }
 
 bool BufferQueue::get(EventBuffer &buffer, DWORD milliseconds)
 {
-    OVERLAPPED *pointer = nullptr;
-    ULONG_PTR key = 0;
-    if (!GetQueuedCompletionStatus(port_.get(), &buffer.bytes, &key, &pointer, milliseconds)) {
+    const Guard guard(lock_);
+    if (buffers_.empty()) {
+        SleepConditionVariableSRW(&filled_, &lock_, milliseconds, 0);
+    }
+    if (buffers_.empty()) {
         return false;
     }
-    buffer.data.reset(reinterpret_cast<unsigned char *>(pointer));
+    buffer = std::move(buffers_.front());
+    buffers_.pop_front();
     return true;
 }
 

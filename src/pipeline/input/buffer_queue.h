@@ -1,7 +1,8 @@
 #pragma once
 
-#include "util/owned_handle.h"
+#include "util/windows_api.h"
 
+#include <deque>
 #include <memory>
 
 namespace velmox {
@@ -13,22 +14,28 @@ struct EventBuffer
     DWORD bytes = 0;
 };
 
-/// Hands whole buffers from the worker to the main thread through a completion port; a buffer belongs to
-/// whoever holds it. Buffers still queued when the queue goes are not freed: the process ends then.
+/// Hands whole buffers from the worker to the main thread, first in, first out; a buffer belongs to whoever
+/// holds it.
+///
+/// A taker that is faster than the giver would be put to sleep and woken for each buffer, which costs more
+/// than its work. So it is woken when a few buffers wait, or when the giver says that it has no more; one
+/// that is not woken finds what waits when its time is out.
 class BufferQueue
 {
 public:
-    bool create();
-    void close() { port_.reset(); }
-    bool isOpen() const { return port_.isValid(); }
-
-    /// Takes the buffer over on success; on failure the caller keeps it, with the reason in the last error.
+    /// Takes the buffer over on success; on failure, for want of memory, the caller keeps it, with the reason
+    /// in the last error.
     bool put(EventBuffer &buffer);
-    /// False when nothing came within `milliseconds`.
+    /// Wakes the taker for whatever waits.
+    void wakeTaker();
+
+    /// False when nothing waits after `milliseconds` at the latest.
     bool get(EventBuffer &buffer, DWORD milliseconds);
 
 private:
-    KernelHandle port_;
+    SRWLOCK lock_ = SRWLOCK_INIT;
+    CONDITION_VARIABLE filled_ = CONDITION_VARIABLE_INIT;
+    std::deque<EventBuffer> buffers_; // under lock_
 };
 
 } // namespace velmox

@@ -127,6 +127,7 @@ bool DriverReader::settle()
         countRead();
     } else {
         trace::monitor(trace::Kind::Information, 73, kFunction);
+        queue_.wakeTaker();
         Sleep(kIdleMilliseconds);
     }
     return true;

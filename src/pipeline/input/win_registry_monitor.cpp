@@ -184,7 +184,7 @@ bool WinRegistryMonitor::run()
     trace::monitor(Kind::Entry, 31, kFunction);
     bool processTableReady = false;
     bool started = false;
-    if (openQueue()) {
+    if (createWorkerDone()) {
         ProcessImageTable::instance().init();
         processTableReady = true;
         ProcessEnumeration();
@@ -201,13 +201,9 @@ bool WinRegistryMonitor::run()
     return started;
 }
 
-bool WinRegistryMonitor::openQueue()
+bool WinRegistryMonitor::createWorkerDone()
 {
     constexpr char kFunction[] = "WinRegistryMonitor::run";
-    if (!queue_.create()) {
-        trace::monitor(Kind::Error, 32, kFunction);
-        return false;
-    }
     workerDone_.reset(CreateEventA(nullptr, TRUE, FALSE, nullptr));
     if (!workerDone_.isValid()) {
         trace::monitor(Kind::Error, 33, kFunction);
@@ -288,7 +284,6 @@ void WinRegistryMonitor::tearDown(bool processTableReady)
         workerDone_.reset();
     }
     trace::monitor(Kind::Information, 38, "WinRegistryMonitor::run");
-    queue_.close();
     if (device_.isOpen()) {
         device_.close();
         manageDriver(driverName_, driverImagePath_.c_str(), kStopAndRemove);

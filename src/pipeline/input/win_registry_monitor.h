@@ -80,7 +80,7 @@ private:
     bool StartDriver();
     bool setRegEvtTypesToMonitor();
 
-    bool openQueue();
+    bool createWorkerDone();
     void ProcessEnumeration();
     bool StartMonitorWorker();
     bool establishBaseline();
