@@ -1,11 +1,10 @@
 #pragma once
 
+#include "conf/bootstrap_rules.h"
 #include "conf/bundles_setup.h"
 #include "conf/conf_lock.h"
 #include "conf/i_conf_path_mapper.h"
 #include "conf/insertion_ordered_map.h"
-#include "conf/path_owner.h"
-#include "conf/placeholders.h"
 #include "conf/username_mapper.h"
 
 #include <map>
@@ -15,6 +14,7 @@
 namespace velmox {
 
 class ConfPathBase;
+struct PathOwner;
 
 /// Finds and makes the mappers of a root, as its bootstrap file says: the order of its patterns is the order
 /// in which layers are read. Any thread.
@@ -47,32 +47,15 @@ private:
     /// Null for a path that is known by its place alone.
     using PathMappers = std::map<Pathname, IConfPathMapper *>;
 
-    /// A key of the bootstrap file, expanded.
-    struct Pattern
-    {
-        Pathname path;
-        Str handler;
-    };
-
-    PlaceholderVariables variables() const;
-    PlaceholderVariables variablesFor(const ConfPathBase &path) const;
-    Pathname expandToPath(const Str &text, const PlaceholderVariables &variables) const;
-    bool expandBootstrap(std::vector<Pattern> &out) const;
-
-    bool addPath(const Pathname &path, const Pattern &pattern, PathMappers &mappers);
-    bool isSkipped(const Pathname &path, const Str &handler, const PathOwner &owner) const;
-    bool isOmitted(const Pathname &path, const PathOwner &owner) const;
-    bool isOverriddenBundle(const Pathname &path) const;
-    bool isBeyondMinimum(const Pathname &path, const Str &handler, const PathOwner &owner) const;
+    bool addPath(const Pathname &path, const Str &handler, PathMappers &mappers);
     bool addMapper(const Pathname &path, const Str &handler, const PathOwner &owner, PathMappers &mappers);
-
-    const IniEntry *findWriteRule(const ConfPathBase &path, const Str &writeKey) const;
     Pathname findWriteDirectory(const ConfPathBase &path, const Str &writeKey);
-    IConfPathMapper *mapperAt(const Pathname &path) const;
     IConfPathMapper *findByFile(const Pathname &file) const;
+    IConfPathMapper *mapperAt(const Pathname &path) const;
 
     mutable ConfLock lock_{ConfLockRank::MapperManager};
     const BundlesSetup setup_;
+    const BootstrapRules rules_;
     UsernameMapper users_;
     /// By expanded pattern.
     InsertionOrderedMap<PathMappers> patterns_;
