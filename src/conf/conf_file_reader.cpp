@@ -2,10 +2,9 @@
 
 #include "conf/conf_line_reader.h"
 #include "conf/ini_stanza.h"
+#include "conf/stanza_expansion.h"
 
 namespace velmox {
-
-Str stanzaExpansion(const Str &name, const Pathname &rootDirectory);
 
 namespace {
 

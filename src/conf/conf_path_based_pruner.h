@@ -21,7 +21,7 @@ protected:
 private:
     /// Called from the app's level on; `path` has no parts there. The metadata of `path` is that of the node
     /// and of those above it. True removes the node.
-    virtual bool visitPath(ConfPathCached &path, ConfPathTrie &node) = 0;
+    virtual bool visitPath(const ConfPathCached &path, ConfPathTrie &node) = 0;
 
     bool shouldPrune(const StrVector &segments, ConfPathTrie &node) final;
     void enter(const StrVector &segments, const ConfPathTrie &node);

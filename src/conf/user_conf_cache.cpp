@@ -2,6 +2,7 @@
 
 #include "conf/base_conf_cache_builder.h"
 #include "conf/context_pruners.h"
+#include "conf/permission_pruner.h"
 #include "conf/shared_conf_services.h"
 #include "conf/shared_conf_state.h"
 

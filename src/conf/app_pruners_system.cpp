@@ -1,0 +1,51 @@
+#include "conf/application_manager.h"
+#include "conf/conf_context.h"
+#include "conf/conf_path_pruners.h"
+#include "conf/conf_settings.h"
+#include "conf/context_pruners.h"
+#include "conf/shared_conf_services.h"
+
+namespace velmox {
+
+namespace {
+
+bool isInstalled(const BundlesSetup &setup, const Str &app)
+{
+    try {
+        ApplicationInfo info;
+        setup.shared().applications().getInfo(app, info);
+        return true;
+    } catch (const ApplicationDoesNotExistException &) {
+        return false;
+    }
+}
+
+std::set<Str> importsOf(const ConfContext &reader)
+{
+    std::set<Str> apps = {reader.app};
+    reader.setup.shared().applications().expandImports(apps);
+    return apps;
+}
+
+} // namespace
+
+DisabledApplicationPruner::DisabledApplicationPruner(const BundlesSetup &setup)
+    : DisabledApplicationPruner(
+          [setup](const Str &app) { return setup.shared().applications().isUsable(app); })
+{
+}
+
+DanglingDataPruner::DanglingDataPruner(const BundlesSetup &setup)
+    : DanglingDataPruner(
+          setup.shared().settings().isSharedStorageMode(),
+          [setup](const Str &app) { return isInstalled(setup, app); },
+          [setup](const Str &app) { return setup.shared().settings().allowsDangling(app); })
+{
+}
+
+SingleUserAppContextPruner::SingleUserAppContextPruner(const ConfContext &reader)
+    : SingleUserAppContextPruner(reader.user, reader.app, importsOf(reader))
+{
+}
+
+} // namespace velmox
