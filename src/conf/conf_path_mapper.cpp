@@ -21,7 +21,7 @@ void ConfPathMapper::listTypes()
     listDirectory(path_, entries);
     for (const DirectoryEntry &entry : entries) {
         const Pathname name(entry.name);
-        if (!entry.isFolder && name.extension() == "conf") {
+        if (!entry.isFolder && name.extension() == kExtension) {
             types_[name.stem()].state.status = {true, entry.size, entry.modtime};
         }
     }

@@ -27,6 +27,8 @@ private:
         bool changed = false;
     };
 
+    static constexpr char kExtension[] = "conf";
+
     Pathname fileOf(const Str &type) const;
     void logWrite(LogLevel level, const ConfPathBase &path, const Str &value, const char *what) const;
 

@@ -36,9 +36,12 @@ FileChangeAnswer ConfPathMapper::takeFileChange(const Pathname &file, bool &appC
     const std::lock_guard guard(lock_);
     const Str type = file.stem();
     const Str name = text(file);
-    if (fileOf(type).toStr().compareCaseless(file.toStr()) != 0) {
+    if (file.dirname().toStr().compareCaseless(path_.toStr()) != 0) {
         log_.error("%s: Received change notification for unrelated file: %s", pathText().c_str(),
                    name.c_str());
+        return FileChangeAnswer::Settled;
+    }
+    if (file.extension() != kExtension) {
         return FileChangeAnswer::Settled;
     }
     if (edits_.contains(type)) {
