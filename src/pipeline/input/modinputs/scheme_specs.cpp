@@ -41,9 +41,11 @@ SchemeSpec makeSpec(const Str &name, const AppFolder &app, const IniStanza &stan
 std::vector<AppFolder> appFolders(const Pathname &confDir)
 {
     std::vector<AppFolder> folders = {{AppFolder::kSystem, confDir.join(AppFolder::kSystem)}};
-    const Pathname apps = confDir.join("apps");
-    for (const Str &name : namesOfFolders(apps)) {
-        folders.push_back({name, apps.join(name)});
+    for (const char *parent : {"apps", "slave-apps"}) {
+        const Pathname apps = confDir.join(parent);
+        for (const Str &name : namesOfFolders(apps)) {
+            folders.push_back({name, apps.join(name)});
+        }
     }
     return folders;
 }

@@ -7,7 +7,7 @@
 namespace velmox {
 
 /// The folders below the configuration folder that may define schemes: the system's first, then the apps' by
-/// the byte order of their names.
+/// the byte order of their names, those of `apps` before those of `slave-apps`.
 std::vector<AppFolder> appFolders(const Pathname &confDir);
 
 /// The schemes that a folder's README\inputs.conf.spec defines, in the order of the file; none without it.

@@ -16,6 +16,7 @@ public:
     Pathname path(const char *relative) const { return folder_ / relative; }
     /// `app` is a name; the system's folder for "system".
     AppFolder app(const char *name) const;
+    void writeFile(const char *relative, std::string_view text) { write(path(relative), text); }
     void defineSchemes(const char *app, std::string_view spec);
     /// Puts a script that carries out a plan at a path below the installation, and gives its path.
     Pathname addScript(const char *relative, const Str &plan);

@@ -1,0 +1,121 @@
+#include "tests/pipeline/input/modinputs/scheme_home.h"
+#include "util/environment.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace velmox {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+constexpr char kAll[] = R"([default]
+index = main
+[all://b]
+key = 1 < 2
+[all://a]
+index =
+[all://off]
+disabled = 1
+[other://x]
+key = no
+)";
+
+/// Runs the program with an installation of the test's own.
+class VelmoxdTest : public ::testing::Test
+{
+public:
+    VelmoxdTest()
+    {
+        setEnvironmentVariable(u"VELMOX_HOME", home_.path("").view());
+        setEnvironmentVariable(u"VELMOX_DB", home_.path("db"));
+        home_.writeFile("etc\\system\\default\\conf.conf", shipped("system/default/conf.conf"));
+        home_.writeFile("etc\\log-velmoxd.cfg", shipped("log-velmoxd.cfg"));
+        home_.writeFile("etc\\system\\local\\inputs.conf", kAll);
+        home_.writeFile("var\\log\\velmox\\velmoxd.log", "");
+        home_.defineSchemes("system", "[all://x]\n[broken://x]\n");
+        home_.addScript("bin\\scripts\\all.exe",
+                        "--scheme print <scheme><use_single_instance>true</use_single_instance></scheme>");
+    }
+    ~VelmoxdTest() override
+    {
+        setEnvironmentVariable(u"VELMOX_HOME", {});
+        setEnvironmentVariable(u"VELMOX_DB", {});
+    }
+
+    static Str shipped(const char *file)
+    {
+        return testing::readWhole(Pathname::fromUtf8(VELMOX_SHIPPED_ETC).join(file));
+    }
+
+    /// The exit status; what comes out is kept.
+    int run(const char *arguments)
+    {
+        output_.clear();
+        const Str command = Str::fromFormat("\"%s\" %s", VELMOX_VELMOXD, arguments);
+        const auto keep = [this](std::string_view piece) { output_.append(piece); };
+        return runScript("velmoxd", command, {}, keep, {});
+    }
+
+    bool complained(const char *line) const
+    {
+        return home_.logged(Str::fromFormat("<stderr> velmoxd: %s\n", line));
+    }
+
+    testing::SchemeHome home_;
+    Str output_;
+};
+
+TEST_F(VelmoxdTest, PrintsTheInputDocument)
+{
+    EXPECT_EQ(run("print-modinput-config all"), 0) << home_.log().c_str();
+    const Str checkpoints = home_.path("db\\modinputs\\all").toStr();
+    EXPECT_THAT(output_.c_str(), StartsWith("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<input>\n"));
+    const Str rest = output_.substr(output_.find("  <server_uri>"));
+    EXPECT_EQ(rest, Str::fromFormat(R"(  <server_uri>https://127.0.0.1:8089</server_uri>
+  <session_key></session_key>
+  <checkpoint_dir>%s</checkpoint_dir>
+  <configuration>
+    <stanza name="all://a">
+      <param name="index"></param>
+    </stanza>
+    <stanza name="all://b">
+      <param name="index">main</param>
+      <param name="key">1 &lt; 2</param>
+    </stanza>
+  </configuration>
+</input>
+)",
+                                    checkpoints.c_str()));
+    EXPECT_FALSE(home_.logged("<stderr>")) << home_.log().c_str();
+}
+
+TEST_F(VelmoxdTest, TellsErrorsOnStandardErrorAlone)
+{
+    EXPECT_EQ(run("print-modinput-config broken"), 1);
+    EXPECT_TRUE(complained("Scheme \"broken\" is not initialized."));
+    EXPECT_FALSE(home_.logged("velmoxd: DEBUG"));
+    EXPECT_EQ(output_, "");
+
+    home_.addScript("bin\\scripts\\broken.exe", "--scheme exit 9");
+    EXPECT_EQ(run("--debug print-modinput-config broken"), 1);
+    EXPECT_TRUE(complained("DEBUG ModularInputs - Found scheme=\"all\"."));
+    EXPECT_TRUE(
+        complained("MessageHandler:MOD_INPUT_INIT: Unable to initialize modular input \"broken\"  defined "
+                   "in the system context: Introspecting scheme=broken: script running failed (exited "
+                   "with status 9)."));
+    EXPECT_EQ(output_, "");
+    EXPECT_THAT(testing::readWhole(home_.path("var\\log\\velmox\\velmoxd.log")).c_str(),
+                HasSubstr("ERROR ModularInputs - Introspecting scheme=broken: script running failed"));
+
+    EXPECT_EQ(run("--help"), 1);
+    EXPECT_TRUE(complained("Usage:"));
+    setEnvironmentVariable(u"VELMOX_HOME", {});
+    EXPECT_EQ(run("print-modinput-config all"), 1);
+    EXPECT_TRUE(complained("VELMOX_HOME must be set. Stopping."));
+    EXPECT_EQ(output_, "");
+}
+
+} // namespace
+} // namespace velmox
