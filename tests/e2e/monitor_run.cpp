@@ -10,7 +10,7 @@ namespace {
 
 Str commandLine(DWORD watchedPid, const RunOptions &options)
 {
-    Str line = Str::fromFormat("\"%s\\bin\\velmox-regmon.exe\" -disableSysmonMigrate", kHome);
+    Str line = Str::fromFormat("\"%s\\bin\\%s\" -disableSysmonMigrate", kHome, options.program.c_str());
     if (options.watched) {
         line.appendFormat(" -run-until-pid-dies %lu", watchedPid);
     }

@@ -11,6 +11,8 @@ inline constexpr char kHome[] = "C:\\velmox";
 /// How one run of the installed program differs from the usual.
 struct RunOptions
 {
+    /// In the folder of the installation's programs.
+    Str program = "velmox-regmon.exe";
     /// Behind the options that every run has.
     Str arguments;
     StrVector environment;
