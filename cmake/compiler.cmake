@@ -5,6 +5,7 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_C_STANDARD 11)
 
 option(VELMOX_SANITIZE "AddressSanitizer and UndefinedBehaviorSanitizer (host preset)" OFF)
+option(VELMOX_FUZZ "Instrumentation for libFuzzer, and its programs alone (fuzz preset; clang)" OFF)
 
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM)
@@ -33,4 +34,9 @@ if(VELMOX_SANITIZE)
     target_compile_options(velmox-flags INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
         -fno-omit-frame-pointer)
     target_link_options(velmox-flags INTERFACE -fsanitize=address,undefined)
+endif()
+if(VELMOX_FUZZ)
+    # The warnings are those of GCC in the other presets: clang knows no gnu_printf.
+    target_compile_options(velmox-flags INTERFACE -w -fsanitize=fuzzer-no-link)
+    target_link_options(velmox-flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()
