@@ -119,22 +119,40 @@ TEST_F(ModularInputsTest, FindsSchemesOfTheSystemAndOfApps)
 
 TEST_F(ModularInputsTest, OddScripts)
 {
-    home_.defineSchemes("app", "[mute://x]\n[hangs://x]\n[talks://x]\n[usage://x]\n[system://x]\n");
+    home_.defineSchemes("app", "[mute://x]\n[talks://x]\n[usage://x]\n[binary://x]\n");
     home_.addScript("bin\\scripts\\mute.exe", "--scheme exit 0");
-    home_.addScript("bin\\scripts\\hangs.exe", "--scheme print <scheme>\n--scheme hang -");
     home_.addScript("bin\\scripts\\talks.exe", "--scheme complain 1048576\n--scheme print <scheme/>");
     home_.addScript("bin\\scripts\\usage.exe", "--scheme print usage: me|\n--scheme exit 0");
-    ModularInputsHost host = home_.host();
-    host.limits.time = std::chrono::seconds(3);
-    ModularInputs inputs(host);
-    inputs.initializeSchemes();
+    home_.defineSchemes("floods", "[floods://x]\n");
+    home_.addScript("bin\\scripts\\floods.exe", "--scheme flood -");
+    // It has the name of a program and is none.
+    home_.writeFile("bin\\scripts\\binary.exe", "no program");
+    const ModularInputs inputs = initialized();
     EXPECT_NE(inputs.find("mute"), nullptr);
     EXPECT_NE(inputs.find("talks"), nullptr);
     EXPECT_NE(inputs.find("usage"), nullptr);
-    EXPECT_EQ(inputs.find("hangs"), nullptr);
+    EXPECT_EQ(inputs.find("floods"), nullptr);
+    EXPECT_EQ(inputs.find("binary"), nullptr);
     expectLogged(
         {"WARN Introspecting scheme=mute: the script printed no <scheme> element, so all its settings "
          "are defaults."});
+    EXPECT_TRUE(home_.logged("ERROR Unable to run \""));
+}
+
+TEST_F(ModularInputsTest, AHangingScriptLeavesItsSchemeOut)
+{
+    home_.defineSchemes("system", "[hangs://x]\n");
+    home_.addScript("bin\\scripts\\hangs.exe", "--scheme print <scheme>\n--scheme hang -");
+    ModularInputsHost host = home_.host();
+    host.limits.time = std::chrono::milliseconds(500);
+    ModularInputs inputs(host);
+    inputs.initializeSchemes();
+    EXPECT_EQ(inputs.find("hangs"), nullptr);
+    EXPECT_THAT(
+        home_.messages,
+        ElementsAre("MessageHandler:MOD_INPUT_INIT Unable to initialize modular input \"hangs\"  defined in "
+                    "the system context: Introspecting scheme=hangs: script running failed (ended after "
+                    "500 ms without an end of its own)."));
 }
 
 TEST_F(ModularInputsTest, LocatesScriptsInTheirOrder)

@@ -57,9 +57,8 @@ TEST_F(ScriptRunTest, AScriptBeyondItsLimitsIsEnded)
 {
     ScriptLimits limits;
     limits.time = std::chrono::milliseconds(1500);
-    EXPECT_EQ(run("--scheme print so far\n--scheme hang -", Str(1u << 20, 'i'), limits),
+    EXPECT_EQ(run("--scheme hang -", Str(1u << 20, 'i'), limits),
               "Label: script running failed (ended after 1500 ms without an end of its own).");
-    EXPECT_EQ(output_, "so far");
     limits = {};
     limits.outputBytes = 1u << 20;
     EXPECT_EQ(run("--scheme flood -", {}, limits),
