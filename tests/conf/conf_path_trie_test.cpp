@@ -189,7 +189,7 @@ TEST(ConfPathTrie, DiffersByContentButNotByTime)
 Values randomValues(std::mt19937 &random)
 {
     Values values;
-    for (unsigned count = random() % 12; count != 0; --count) {
+    for (auto count = random() % 12; count != 0; --count) {
         StrVector segments(1 + random() % 5);
         for (Str &segment : segments) {
             segment = Str(1, static_cast<char>('a' + random() % 2));
