@@ -1,27 +1,20 @@
 #include "conf/conf_file_creation.h"
 #include "conf/conf_path.h"
 #include "conf/conf_path_mapper.h"
-#include "conf/conf_path_mapper_log.h"
 #include "conf/conf_read_counters.h"
+#include "conf/stanza_expansion.h"
 #include "util/file_system.h"
-#include "util/loader_info.h"
+#include "util/logger.h"
 
 #include <mutex>
 
 namespace velmox {
-
-Str stanzaExpansion(const Str &name, const Pathname &rootDirectory);
 
 namespace {
 
 constexpr std::size_t kTypeParts = 1;
 constexpr std::size_t kStanzaParts = 2;
 constexpr std::size_t kKeyParts = 3;
-
-bool isInMemoryOnly()
-{
-    return LoaderInfo::instance()->initSettings().inMemoryOnly;
-}
 
 bool canHold(const StrVector &parts, const Str &value)
 {
@@ -59,9 +52,8 @@ bool ConfPathMapper::writeData(const ConfPath &path, const Str &value)
         knowType(parts[0]);
         change(*edit, path, value);
     } else {
-        confPathMapperLog.info(
-            "%s: Skipping on-disk modification, keeping changes in memory only for write of: %s = %s",
-            directoryText().c_str(), path.toStr().c_str(), value.c_str());
+        log_.info("%s: Skipping on-disk modification, keeping changes in memory only for write of: %s = %s",
+                  pathText().c_str(), path.toStr().c_str(), value.c_str());
         knowType(parts[0]);
     }
     setPending(path, value);
@@ -71,9 +63,9 @@ bool ConfPathMapper::writeData(const ConfPath &path, const Str &value)
 void ConfPathMapper::logWrite(LogLevel level, const ConfPathBase &path, const Str &value,
                               const char *what) const
 {
-    if (confPathMapperLog.isEnabled(level)) {
-        confPathMapperLog.log(level, "%s: Setting %s = %s: %s", directoryText().c_str(), path.toStr().c_str(),
-                              value.c_str(), what);
+    if (log_.isEnabled(level)) {
+        log_.log(level, "%s: Setting %s = %s: %s", pathText().c_str(), path.toStr().c_str(), value.c_str(),
+                 what);
     }
 }
 
@@ -97,10 +89,10 @@ ConfPathMapper::Edit *ConfPathMapper::editOf(const Str &type, bool create)
         return &found->second;
     }
     const Pathname file = fileOf(type);
-    const Str name = setup_.text(file);
+    const Str name = text(file);
     if (create ? !createConfFile(setup_, file) : pathKind(file) == PathKind::Nothing) {
         if (create) {
-            confPathMapperLog.error("Cannot create or open conf file: %s: %m", name.c_str());
+            log_.error("Cannot create or open conf file: %s: %m", name.c_str());
         }
         return nullptr;
     }
@@ -140,7 +132,7 @@ void ConfPathMapper::setPending(const ConfPathBase &path, const Str &value)
     if (parts.size() == kTypeParts) {
         return;
     }
-    const ConfPathMetadata metadata = fileMetadata(types_[parts[0]].state.status);
+    const ConfPathMetadata metadata = metadataOf(types_[parts[0]].state.status);
     ConfPathTrie &type = pending_.node(ConfPathBase(user_, app_, {parts[0]}));
     ConfPathTrie &stanza = type.child(parts[1], stanzaExpansion(parts[1], rootDirectory_));
     stanza.setData(Str());
@@ -161,9 +153,8 @@ bool ConfPathMapper::remove(const ConfPath &path)
     }
     loadFor(path);
     if (isInMemoryOnly()) {
-        confPathMapperLog.info(
-            "%s: Skipping on-disk modification, keeping changes in memory only for removal of: %s",
-            directoryText().c_str(), path.toStr().c_str());
+        log_.info("%s: Skipping on-disk modification, keeping changes in memory only for removal of: %s",
+                  pathText().c_str(), path.toStr().c_str());
     } else if (!removeFromImage(path)) {
         return false;
     }
@@ -181,8 +172,7 @@ bool ConfPathMapper::removeFromImage(const ConfPathBase &path)
 {
     Edit *const edit = editOf(path.type(), false);
     if (!edit) {
-        confPathMapperLog.debug("%s: No ini file to modify for removal of: %s", directoryText().c_str(),
-                                path.toStr().c_str());
+        log_.debug("%s: No ini file to modify for removal of: %s", pathText().c_str(), path.toStr().c_str());
         return false;
     }
     const StrVector &parts = path.parts();
@@ -190,8 +180,7 @@ bool ConfPathMapper::removeFromImage(const ConfPathBase &path)
         edit->image.clear();
     } else if (parts.size() == kStanzaParts) {
         if (!edit->image.removeStanza(parts[1])) {
-            confPathMapperLog.debug("%s: No stanza to remove: %s", directoryText().c_str(),
-                                    path.toStr().c_str());
+            log_.debug("%s: No stanza to remove: %s", pathText().c_str(), path.toStr().c_str());
             return true;
         }
     } else {
@@ -201,7 +190,7 @@ bool ConfPathMapper::removeFromImage(const ConfPathBase &path)
         }
     }
     edit->changed = true;
-    confPathMapperLog.debug("%s: Removed: %s", directoryText().c_str(), path.toStr().c_str());
+    log_.debug("%s: Removed: %s", pathText().c_str(), path.toStr().c_str());
     return true;
 }
 
@@ -227,9 +216,7 @@ void ConfPathMapper::restamp(const Str &type)
 {
     ConfFileStatus &status = types_[type].state.status;
     status = ConfFileStatus::of(fileOf(type));
-    if (ConfPathTrie *const node = appNode().findChild(type)) {
-        stamp(*node, fileMetadata(status));
-    }
+    stamp(typeNode(type), metadataOf(status));
 }
 
 } // namespace velmox

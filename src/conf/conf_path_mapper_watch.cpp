@@ -1,8 +1,8 @@
 #include "conf/application_manager.h"
 #include "conf/conf_path_mapper.h"
-#include "conf/conf_path_mapper_log.h"
 #include "conf/shared_conf_services.h"
 #include "searchthing/watched_file_state.h"
+#include "util/logger.h"
 
 #include <mutex>
 
@@ -25,7 +25,7 @@ FileChangeAnswer ConfPathMapper::onFileChange(WatchedFileState &state)
     const FileChangeAnswer answer = takeFileChange(state.path(), appChanged);
     // Outside the lock: the manager of applications asks all mappers, this one too.
     if (appChanged) {
-        confPathMapperLog.info("App modification, creation, or update: %s", app_.c_str());
+        log_.info("App modification, creation, or update: %s", app_.c_str());
         setup_.shared().applications().rescan(true);
     }
     return answer;
@@ -35,15 +35,18 @@ FileChangeAnswer ConfPathMapper::takeFileChange(const Pathname &file, bool &appC
 {
     const std::lock_guard guard(lock_);
     const Str type = file.stem();
-    const Str name = setup_.text(file);
-    if (fileOf(type).toStr().compareCaseless(file.toStr()) != 0) {
-        confPathMapperLog.error("%s: Received change notification for unrelated file: %s",
-                                directoryText().c_str(), name.c_str());
+    const Str name = text(file);
+    if (file.dirname().toStr().compareCaseless(path_.toStr()) != 0) {
+        log_.error("%s: Received change notification for unrelated file: %s", pathText().c_str(),
+                   name.c_str());
+        return FileChangeAnswer::Settled;
+    }
+    if (file.extension() != kExtension) {
         return FileChangeAnswer::Settled;
     }
     if (edits_.contains(type)) {
-        confPathMapperLog.debug("%s: Deferred change notification on %s: outstanding write",
-                                directoryText().c_str(), name.c_str());
+        log_.debug("%s: Deferred change notification on %s: outstanding write", pathText().c_str(),
+                   name.c_str());
         return FileChangeAnswer::NoChange;
     }
     Type &record = types_[type];
@@ -55,36 +58,31 @@ FileChangeAnswer ConfPathMapper::takeFileChange(const Pathname &file, bool &appC
     return answer;
 }
 
-/// The tree that is compared carries the time of the one that it may replace, so that only what the file says
-/// counts.
 FileChangeAnswer ConfPathMapper::takeContent(const Str &type, Type &record, const ConfFileStatus &status)
 {
-    const Str name = setup_.text(fileOf(type));
+    const Str name = text(fileOf(type));
     ConfPathTrie content;
-    if (!readFile(type, record.state.status, content)) {
+    if (!readFile(type, status, content)) {
         return FileChangeAnswer::Unsettled;
     }
     record.loaded = true;
-    ConfPathTrie &known = appNode().child(type);
+    ConfPathTrie &known = typeNode(type);
     ConfPathTrie difference;
     if (!ConfPathTrie::diff(difference, known, content)) {
-        confPathMapperLog.info("%s: Ignored change notification for %s: self-generated",
-                               directoryText().c_str(), name.c_str());
+        log_.info("%s: Ignored change notification for %s: self-generated", pathText().c_str(), name.c_str());
         return FileChangeAnswer::NoChange;
     }
-    if (confPathMapperLog.debugEnabled()) {
-        confPathMapperLog.debug("Previous conf:\n%s", dumped(known).c_str());
-        confPathMapperLog.debug("New conf:\n%s", dumped(content).c_str());
-        confPathMapperLog.debug("Conf diff:\n%s", dumped(difference).c_str());
+    if (log_.debugEnabled()) {
+        log_.debug("Previous conf:\n%s", dumped(known).c_str());
+        log_.debug("New conf:\n%s", dumped(content).c_str());
+        log_.debug("Conf diff:\n%s", dumped(difference).c_str());
     }
     known = std::move(content);
     record.state.status = status;
     ++record.state.generation;
-    restamp(type);
     Str modtime;
     status.modtime.toUnixStr(modtime, 3);
-    confPathMapperLog.info("%s: Detected change to %s with modtime %s", directoryText().c_str(), name.c_str(),
-                           modtime.c_str());
+    log_.info("%s: Detected change to %s with modtime %s", pathText().c_str(), name.c_str(), modtime.c_str());
     return FileChangeAnswer::Settled;
 }
 
@@ -94,8 +92,7 @@ FileChangeAnswer ConfPathMapper::takeDeletion(const Str &type, Type &record)
     record.loaded = true;
     record.state.status = {};
     ++record.state.generation;
-    confPathMapperLog.info("%s: Detected deletion: %s", directoryText().c_str(),
-                           setup_.text(fileOf(type)).c_str());
+    log_.info("%s: Detected deletion: %s", pathText().c_str(), text(fileOf(type)).c_str());
     return FileChangeAnswer::Settled;
 }
 
@@ -103,9 +100,8 @@ bool ConfPathMapper::reload(const Str &type)
 {
     const std::lock_guard guard(lock_);
     if (type.empty() ? !edits_.empty() : edits_.contains(type)) {
-        confPathMapperLog.error("%s: Refused forced reload of %s%s: outstanding write",
-                                directoryText().c_str(), type.empty() ? "all types" : type.c_str(),
-                                type.empty() ? "" : ".conf");
+        log_.error("%s: Refused forced reload of %s%s: outstanding write", pathText().c_str(),
+                   type.empty() ? "all types" : type.c_str(), type.empty() ? "" : ".conf");
         return false;
     }
     return type.empty() ? reloadAll() : reloadType(type);

@@ -1,0 +1,29 @@
+#include "conf/conf_path_traversal.h"
+
+#include "conf/conf_path_base.h"
+#include "conf/conf_path_exceptions.h"
+
+namespace velmox {
+
+namespace {
+
+constexpr CharSet kSlashes("/\\");
+
+void refuseSlashes(const ConfPathBase &path, const Str &part)
+{
+    if (part.findFirst(kSlashes, 0, true) >= 0) {
+        throw ConfPathDirectoryTraversalException(Str::fromFormat(
+            "Directory traversal risk in %s at segment \"%s\"", path.toStr().c_str(), part.c_str()));
+    }
+}
+
+} // namespace
+
+void refuseTraversal(const ConfPathBase &path)
+{
+    refuseSlashes(path, path.user());
+    refuseSlashes(path, path.app());
+    refuseSlashes(path, path.type());
+}
+
+} // namespace velmox
