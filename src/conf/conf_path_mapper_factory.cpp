@@ -1,6 +1,8 @@
 #include "conf/conf_path_mapper_factory.h"
 
 #include "conf/conf_path_mapper.h"
+#include "conf/lookup_table_conf_path_mapper.h"
+#include "conf/text_object_conf_path_mappers.h"
 
 namespace velmox {
 
@@ -8,9 +10,15 @@ namespace {
 
 using MakeMapper = std::unique_ptr<IConfPathMapper> (*)(const Str &handler, const BundleHandlerData &data);
 
-std::unique_ptr<IConfPathMapper> makeConf(const Str &, const BundleHandlerData &data)
+template <class Mapper>
+std::unique_ptr<IConfPathMapper> make(const Str &, const BundleHandlerData &data)
 {
-    return std::make_unique<ConfPathMapper>(data);
+    return std::make_unique<Mapper>(data);
+}
+
+std::unique_ptr<IConfPathMapper> makeLookupTable(const Str &handler, const BundleHandlerData &data)
+{
+    return std::make_unique<LookupTableConfPathMapper>(data, handler);
 }
 
 std::unique_ptr<IConfPathMapper> makeNone(const Str &, const BundleHandlerData &)
@@ -26,11 +34,15 @@ struct Handler
 };
 
 constexpr Handler kHandlers[] = {
-    {"default", ConfHandler::IterateOnly, makeNone}, {"ignore", ConfHandler::Ignore, makeNone},
-    {"conf", ConfHandler::Mapper, makeConf},         {"confdb", ConfHandler::Mapper, makeNone},
-    {"xml", ConfHandler::Mapper, makeNone},          {"models", ConfHandler::Mapper, makeNone},
-    {"lookups", ConfHandler::Mapper, makeNone},      {"searchscripts", ConfHandler::Mapper, makeNone},
-    {"history", ConfHandler::Mapper, makeNone},
+    {"default", ConfHandler::IterateOnly, makeNone},
+    {"ignore", ConfHandler::Ignore, makeNone},
+    {"conf", ConfHandler::Mapper, make<ConfPathMapper>},
+    {"confdb", ConfHandler::Mapper, makeNone},
+    {"xml", ConfHandler::Mapper, make<DirectFileConfPathMapper>},
+    {"models", ConfHandler::Mapper, make<ModelConfPathMapper>},
+    {"lookups", ConfHandler::Mapper, makeLookupTable},
+    {"searchscripts", ConfHandler::Mapper, makeLookupTable},
+    {"history", ConfHandler::Mapper, makeLookupTable},
 };
 
 constexpr Handler kUnrecognized{"", ConfHandler::Unrecognized, makeNone};

@@ -9,7 +9,9 @@ namespace {
 
 constexpr CharSet kSlashes("/\\");
 
-void refuseSlashes(const ConfPathBase &path, const Str &part)
+} // namespace
+
+void refuseTraversal(const ConfPathBase &path, const Str &part)
 {
     if (part.findFirst(kSlashes, 0, true) >= 0) {
         throw ConfPathDirectoryTraversalException(Str::fromFormat(
@@ -17,13 +19,11 @@ void refuseSlashes(const ConfPathBase &path, const Str &part)
     }
 }
 
-} // namespace
-
 void refuseTraversal(const ConfPathBase &path)
 {
-    refuseSlashes(path, path.user());
-    refuseSlashes(path, path.app());
-    refuseSlashes(path, path.type());
+    refuseTraversal(path, path.user());
+    refuseTraversal(path, path.app());
+    refuseTraversal(path, path.type());
 }
 
 } // namespace velmox
