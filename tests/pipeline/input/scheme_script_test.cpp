@@ -41,10 +41,5 @@ TEST(SchemeScript, FindsTheFirstFault)
     }
 }
 
-TEST(SchemeScript, TellsFaultsInXml)
-{
-    EXPECT_EQ(faultDocument("a<b & \"c\""), "<error><message>a&lt;b &amp; &quot;c&quot;</message></error>\n");
-}
-
 } // namespace
 } // namespace velmox

@@ -109,12 +109,22 @@ TEST_F(VelmoxdTest, TellsErrorsOnStandardErrorAlone)
     EXPECT_THAT(testing::readWhole(home_.path("var\\log\\velmox\\velmoxd.log")).c_str(),
                 HasSubstr("ERROR ModularInputs - Introspecting scheme=broken: script running failed"));
 
-    EXPECT_EQ(run("--help"), 1);
-    EXPECT_TRUE(complained("Usage:"));
     setEnvironmentVariable(u"VELMOX_HOME", {});
     EXPECT_EQ(run("print-modinput-config all"), 1);
     EXPECT_TRUE(complained("VELMOX_HOME must be set. Stopping."));
     EXPECT_EQ(output_, "");
+}
+
+TEST_F(VelmoxdTest, TellsItsUseForWhatItDoesNotKnow)
+{
+    for (const char *arguments :
+         {"", "--help", "--debug", "print-modinput-config", "print-modinput-config all x y",
+          "--debug --debug print-modinput-config all", "Print-Modinput-Config all"}) {
+        const testing::SchemeHome fresh;
+        EXPECT_EQ(run(arguments), 1) << arguments;
+        EXPECT_TRUE(fresh.logged("<stderr> velmoxd: Usage:\n")) << arguments;
+        EXPECT_EQ(output_, "") << arguments;
+    }
 }
 
 } // namespace
