@@ -1,12 +1,16 @@
 #include "conf/conf_path_mapper_factory.h"
 
+#include "conf/conf_object_manager.h"
 #include "conf/conf_path_mapper.h"
 #include "conf/lookup_table_conf_path_mapper.h"
 #include "conf/text_object_conf_path_mappers.h"
+#include "util/logger.h"
 
 namespace velmox {
 
 namespace {
+
+Logger log("ConfPathMapperFactory");
 
 using MakeMapper = std::unique_ptr<IConfPathMapper> (*)(const Str &handler, const BundleHandlerData &data);
 
@@ -19,6 +23,15 @@ std::unique_ptr<IConfPathMapper> make(const Str &, const BundleHandlerData &data
 std::unique_ptr<IConfPathMapper> makeLookupTable(const Str &handler, const BundleHandlerData &data)
 {
     return std::make_unique<LookupTableConfPathMapper>(data, handler);
+}
+
+std::unique_ptr<IConfPathMapper> makeMeta(const Str &, const BundleHandlerData &data)
+{
+    if (data.path.extension() != "meta") {
+        log.debug("Skipping non-meta file: %s", data.setup.text(data.path).c_str());
+        return nullptr;
+    }
+    return std::make_unique<ConfObjectManager>(data);
 }
 
 std::unique_ptr<IConfPathMapper> makeNone(const Str &, const BundleHandlerData &)
@@ -37,7 +50,7 @@ constexpr Handler kHandlers[] = {
     {"default", ConfHandler::IterateOnly, makeNone},
     {"ignore", ConfHandler::Ignore, makeNone},
     {"conf", ConfHandler::Mapper, make<ConfPathMapper>},
-    {"confdb", ConfHandler::Mapper, makeNone},
+    {"confdb", ConfHandler::Mapper, makeMeta},
     {"xml", ConfHandler::Mapper, make<DirectFileConfPathMapper>},
     {"models", ConfHandler::Mapper, make<ModelConfPathMapper>},
     {"lookups", ConfHandler::Mapper, makeLookupTable},

@@ -38,6 +38,16 @@ std::unique_ptr<PropertyPages> PropertyPagesRegistry::make(const Str &typeName, 
     return pages;
 }
 
+void PropertyPagesRegistry::invalidateAll()
+{
+    const std::lock_guard guard(lock_);
+    for (const auto &[typeName, readers] : pages_) {
+        for (const auto &[reader, pages] : readers) {
+            pages->cache_->invalidate();
+        }
+    }
+}
+
 void PropertyPagesRegistry::invalidateType(const Str &typeName)
 {
     const std::lock_guard guard(lock_);

@@ -20,7 +20,8 @@ public:
     /// exceptions of property_pages_exceptions.h.
     PropertyPages *get(const Str &typeName, const ConfContext &context, const Str &actingUser);
 
-    /// Mark views stale: those of one type, those of one acting user, or one alone.
+    /// Mark views stale: all, those of one type, those of one acting user, or one alone.
+    void invalidateAll();
     void invalidateType(const Str &typeName);
     void invalidateActingUser(const Str &actingUser);
     void invalidate(PropertyPages &pages);

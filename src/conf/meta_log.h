@@ -1,0 +1,10 @@
+#pragma once
+
+#include "util/logger.h"
+
+namespace velmox {
+
+/// `ConfObjectManagerDB`, the logger of all who read and write metadata files.
+extern Logger metaLog;
+
+} // namespace velmox

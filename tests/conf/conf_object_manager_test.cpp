@@ -1,0 +1,199 @@
+#include "conf/application_manager.h"
+#include "conf/conf_object_manager.h"
+#include "conf/conf_path.h"
+#include "conf/conf_path_exceptions.h"
+#include "conf/conf_path_mapper_manager.h"
+#include "conf/property_pages.h"
+#include "conf/shared_conf_services.h"
+#include "searchthing/filesystem_change_watcher.h"
+#include "tests/conf/conf_root.h"
+#include "tests/support/captured_log.h"
+
+namespace velmox {
+namespace {
+
+using testing::CapturedLog;
+using testing::ConfRoot;
+using testing::readWhole;
+using testing::ScopedFolder;
+using testing::ScopedInitSettings;
+using testing::writeWhole;
+
+constexpr char kLocal[] = "apps\\search\\metadata\\local.meta";
+constexpr char kDefault[] = "apps\\search\\metadata\\default.meta";
+
+class ConfObjectManagerTest : public ::testing::Test
+{
+protected:
+    BundlesSetup setup() const { return root.setup(); }
+    ConfPath path(StrVector parts) const
+    {
+        return ConfPath(setup(), ConfPathBase("nobody", "search", std::move(parts)));
+    }
+    ConfObjectManager &mapper(const char *name) const
+    {
+        IConfPathMapper *const found = setup().shared().mappers().mapperFor(root / name);
+        EXPECT_TRUE(found) << name;
+        return dynamic_cast<ConfObjectManager &>(*found);
+    }
+    Str metadataAt(StrVector parts) const
+    {
+        try {
+            return path(std::move(parts)).readMetadata().toStr();
+        } catch (const ConfPathException &exception) {
+            return exception.what();
+        }
+    }
+
+    ConfRoot root;
+};
+
+ConfPathMetadata owned(const char *name)
+{
+    ConfPathMetadata metadata;
+    metadata.setOwner(name);
+    return metadata;
+}
+
+TEST_F(ConfObjectManagerTest, CompletesLocalMetadataByThatOfTheDefaultLayer)
+{
+    root.write(kLocal, "[inputs]\nowner = anna\n[/bert/other/inputs]\nexport = none\n");
+    root.write(kDefault, "[]\nexport = system\n[inputs]\nowner = system\naccess = read : [ * ]\n");
+    EXPECT_EQ(metadataAt({"inputs"}), "{ read : [ * ] }, owner: anna");
+    EXPECT_EQ(metadataAt({}), "{  }, export: global");
+    EXPECT_EQ(metadataAt({"outputs"}), "Does not exist: /nobody/search/outputs");
+    EXPECT_EQ(path({"inputs", "x"}).effectiveMetadata().toStr(),
+              "{ read : [ * ] }, export: global, owner: anna");
+    ConfPathTrie other;
+    ConfPath(setup(), ConfPathBase("Bert", "other")).read(other);
+    EXPECT_TRUE(other.find(ConfPathBase("bert", "other", {"inputs"})));
+
+    ConfSearch search;
+    search.constrain(ConfSearch::User, "Nobody");
+    search.constrain(ConfSearch::Type, "inputs");
+    search.setMaxLevel(ConfPathTrie::kAppLevel);
+    ConfPathTrie found;
+    EXPECT_FALSE(mapper(kLocal).search(search, found));
+    EXPECT_TRUE(found.empty());
+    EXPECT_TRUE(mapper(kDefault).search(search, found));
+    search.setMaxLevel(ConfPathTrie::kAllLevels);
+    EXPECT_TRUE(mapper(kLocal).search(search, found));
+    Str text;
+    found.dump(&text);
+    EXPECT_EQ(text, "nobody\n  search {  }, export: global\n    inputs {  }, owner: anna\n");
+}
+
+TEST_F(ConfObjectManagerTest, WritesOnlyWhatDiffersAndKeepsTheRestOfTheFile)
+{
+    const char before[] =
+        "# head\n\n[inputs]\n# who\nowner = anna\nversion = 7\n\n[inputs/a%2Fb]\nexport = app\n# tail\n";
+    root.write(kLocal, before);
+    ConfPathTrie tree;
+    path({"inputs"}).write(tree);
+    tree.setMetadata(owned("Anna"));
+    path({"inputs"}).write(tree);
+    mapper(kLocal).remove(path({"absent"}));
+    EXPECT_TRUE(mapper(kLocal).flush());
+    EXPECT_EQ(readWhole(root / kLocal), before);
+
+    tree.setMetadata(owned("Bert"));
+    path({"inputs"}).write(tree);
+    ConfPathMetadata metadata;
+    metadata.access = ConfAcl::parse("read : [ * ]");
+    metadata.exported = ConfExport::System;
+    tree.setMetadata(metadata);
+    path({"inputs", "a/b"}).write(tree);
+    EXPECT_EQ(readWhole(root / kLocal),
+              "# head\n\n[inputs]\n# who\nowner = bert\nversion = 7\n\n[inputs/a%2Fb]\nexport = system\n"
+              "access = read : [ * ]\n# tail\n");
+    EXPECT_EQ(metadataAt({"inputs", "a/b"}), "{ read : [ * ] }, export: global");
+
+    EXPECT_TRUE(mapper(kLocal).writeData(path({"inputs", "new", "key"}), "value"));
+    EXPECT_THROW(path({"inputs", "new", "key"}).readData(), ConfPathDoesNotExistException);
+    EXPECT_TRUE(mapper(kLocal).flush());
+    EXPECT_EQ(path({"inputs", "new", "key"}).readData(), "value");
+    EXPECT_TRUE(mapper(kLocal).remove(path({"inputs", "a/b"})));
+    EXPECT_TRUE(mapper(kLocal).writeData(path({"inputs", "new", "key"}), ""));
+    EXPECT_TRUE(mapper(kLocal).flush());
+    EXPECT_EQ(readWhole(root / kLocal),
+              "# head\n\n[inputs]\n# who\nowner = bert\nversion = 7\n\n[inputs/new/key]\n# tail\n");
+    EXPECT_TRUE(mapper(kLocal).remove(path({"inputs"})));
+    EXPECT_TRUE(mapper(kLocal).flush());
+    EXPECT_EQ(metadataAt({"inputs"}), "Does not exist: /nobody/search/inputs");
+}
+
+TEST_F(ConfObjectManagerTest, MakesAFileForTheFirstMetadataAndNotBefore)
+{
+    ConfPathTrie tree;
+    path({"inputs", "x"}).write(tree);
+    EXPECT_TRUE(mapper(kLocal).remove(path({"inputs", "x"})));
+    EXPECT_TRUE(mapper(kLocal).flush());
+    EXPECT_EQ(pathKind(root / "apps"), PathKind::Nothing);
+    ConfPathMetadata metadata = owned("anna");
+    metadata.removable = true;
+    tree.setMetadata(metadata);
+    path({"inputs", "x y"}).write(tree);
+    EXPECT_EQ(readWhole(root / kLocal), "[inputs/x%20y]\r\nowner = anna\r\n");
+}
+
+TEST_F(ConfObjectManagerTest, TakesUpWhatAnotherProcessWrote)
+{
+    root.write(kLocal, "[a]\nowner = anna\n");
+    EXPECT_EQ(metadataAt({"a"}), "{  }, owner: anna");
+    root.write(kLocal, "[a]\nowner = somebody else\n[b]\nowner = bert\n");
+    EXPECT_EQ(metadataAt({"a"}), "{  }, owner: anna");
+    ConfPathTrie tree;
+    tree.setMetadata(owned("anna"));
+    path({"a"}).write(tree);
+    EXPECT_EQ(readWhole(root / kLocal), "[a]\nowner = anna\n\n[b]\nowner = bert\n");
+    EXPECT_EQ(metadataAt({"b"}), "{  }, owner: bert");
+}
+
+TEST_F(ConfObjectManagerTest, ReportsAFileThatCannotBeOpened)
+{
+    root.write(kLocal, "[a]\nowner = anna\n");
+    {
+        const FileHandle held(
+            CreateFileW(asWide(root / kLocal), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        CapturedLog log;
+        EXPECT_EQ(metadataAt({"a"}), "Does not exist: /nobody/search/a");
+        EXPECT_TRUE(log.text().contains(Str("ERROR ConfObjectManagerDB: Cannot initialize: ")
+                                        << (root / kLocal).toStr() << ": "))
+            << log.text().view();
+        ConfPathTrie tree;
+        tree.setMetadata(owned("bert"));
+        EXPECT_THROW(path({"a"}).write(tree), ConfPathFlushException);
+        EXPECT_TRUE(log.text().contains("local.meta: Failed to load from disk and cannot flush\n"));
+    }
+    EXPECT_TRUE(mapper(kLocal).flush());
+    EXPECT_EQ(metadataAt({"a"}), "{  }, owner: anna");
+}
+
+TEST_F(ConfObjectManagerTest, KeepsChangesInMemoryWhenNothingMayBeWritten)
+{
+    root.write(kLocal, "[a]\nowner = anna\n");
+    InitSettings settings;
+    settings.inMemoryOnly = true;
+    const ScopedInitSettings inMemoryOnly(settings);
+    ConfPathTrie tree;
+    tree.setMetadata(owned("bert"));
+    CapturedLog log;
+    path({"a"}).write(tree);
+    path({"a"}).write(tree);
+    tree.setMetadata(owned("chris"));
+    path({"b"}).write(tree);
+    ConfObjectManager &manager = mapper(kLocal);
+    EXPECT_TRUE(manager.writeData(path({"b", "x"}), "value"));
+    EXPECT_TRUE(manager.remove(path({"a"})));
+    EXPECT_EQ(metadataAt({"a"}), "{  }, owner: bert");
+    EXPECT_TRUE(manager.flush());
+    EXPECT_EQ(log.text().find("Skipping flush, keeping changes in memory only"),
+              log.text().find("ConfObjectManagerDB") + 23 + (root / kLocal).toStr().size());
+    EXPECT_EQ(metadataAt({"a"}), "Does not exist: /nobody/search/a");
+    EXPECT_EQ(metadataAt({"b"}), "{  }, owner: chris");
+    EXPECT_EQ(path({"b", "x"}).readData(), "value");
+    EXPECT_EQ(readWhole(root / kLocal), "[a]\nowner = anna\n");
+}
+
+} // namespace
+} // namespace velmox
