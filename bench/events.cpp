@@ -9,6 +9,8 @@ namespace velmox::bench {
 namespace {
 
 constexpr unsigned kThousand = 1000;
+// 20 microseconds from record to record.
+constexpr std::uint64_t kTicksBetween = 200;
 constexpr char kEventsFile[] = "C:\\bench-events.txt";
 
 testbed::Bytes thousandAcceptedRecords()
@@ -39,7 +41,7 @@ Stream runMonitor(unsigned thousands)
     testbed::TestDriver driver;
     driver.reset();
     driver.closeGate();
-    driver.push(thousandAcceptedRecords(), thousands);
+    driver.push(thousandAcceptedRecords(), thousands, kTicksBetween);
     driver.push(testbed::recordBuffer({record(kSentinelKey)}));
     OutputPipe pipe;
     const Program monitor(monitorCommand(), pipe.writeEnd(), watchedKeys(20));

@@ -16,6 +16,8 @@ using testbed::TestDriver;
 
 constexpr DWORD kReadSize = 8192;
 constexpr unsigned kThousand = 1000;
+// 2 microseconds from record to record.
+constexpr std::uint64_t kTicksBetween = 20;
 constexpr unsigned kFirstPid = 400'000;
 
 struct Flood
@@ -59,7 +61,7 @@ void fill(TestDriver &driver, const Flood &flood)
     driver.reset();
     driver.closeGate();
     driver.push(imageRecords(flood.processes));
-    driver.push(thousandRecords(flood.processes), flood.thousands);
+    driver.push(thousandRecords(flood.processes), flood.thousands, kTicksBetween);
     driver.push(testbed::recordBuffer({record(kSentinelKey)}));
 }
 

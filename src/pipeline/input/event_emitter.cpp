@@ -16,15 +16,28 @@ long long unixSeconds(const SYSTEMTIME &time)
     return Timeval::fromHalves(fileTime.dwLowDateTime, fileTime.dwHighDateTime).toUnixSeconds();
 }
 
-Str localTimeText(const SYSTEMTIME &time)
+bool isSameSecond(const SYSTEMTIME &a, const SYSTEMTIME &b)
 {
-    SYSTEMTIME local = {};
-    SystemTimeToTzSpecificLocalTime(nullptr, &time, &local);
-    return Str::fromFormat("%02d/%02d/%d %02d:%02d:%02d.%03d", local.wMonth, local.wDay, local.wYear,
-                           local.wHour, local.wMinute, local.wSecond, local.wMilliseconds);
+    return a.wSecond == b.wSecond && a.wMinute == b.wMinute && a.wHour == b.wHour && a.wDay == b.wDay &&
+           a.wMonth == b.wMonth && a.wYear == b.wYear;
 }
 
 } // namespace
+
+// Within a second of event time only the milliseconds change, and they pass through the conversion.
+Str EventEmitter::localTimeText(const SYSTEMTIME &time)
+{
+    if (isSameSecond(time, lastTime_)) {
+        lastLocal_.wMilliseconds = time.wMilliseconds;
+    } else {
+        lastLocal_ = {};
+        const bool isConverted = SystemTimeToTzSpecificLocalTime(nullptr, &time, &lastLocal_) != FALSE;
+        lastTime_ = isConverted ? time : SYSTEMTIME{};
+    }
+    return Str::fromFormat("%02d/%02d/%d %02d:%02d:%02d.%03d", lastLocal_.wMonth, lastLocal_.wDay,
+                           lastLocal_.wYear, lastLocal_.wHour, lastLocal_.wMinute, lastLocal_.wSecond,
+                           lastLocal_.wMilliseconds);
+}
 
 void EventEmitter::emitEvent(const Str &text, const Str &index, const Str &stanza, const SYSTEMTIME &time)
 {

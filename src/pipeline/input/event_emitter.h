@@ -22,8 +22,13 @@ public:
     void emitEvent(const Str &text, const Str &index, const Str &stanza, const SYSTEMTIME &time);
 
 private:
+    Str localTimeText(const SYSTEMTIME &time);
+
     EventStreamWriter eventWriter_;
     std::function<void(const Str &)> written_;
+    // The time converted last, in UTC and local.
+    SYSTEMTIME lastTime_ = {};
+    SYSTEMTIME lastLocal_ = {};
 };
 
 } // namespace velmox
