@@ -26,7 +26,7 @@ Str MonitorRules::getIndexAndStanzaForRegmon(const Str &keyPath, Str &stanza)
     const SystemMonitoringConfig *best = nullptr;
     for (const SystemMonitoringConfig &config : found->configs) {
         const bool longer = best == nullptr || config.hive.pattern().size() > best->hive.pattern().size();
-        if (longer && config.hive.match(path)) {
+        if (longer && path.contains(config.hivePrefix) && config.hive.match(path)) {
             best = &config;
         }
     }

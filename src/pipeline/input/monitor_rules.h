@@ -19,6 +19,8 @@ struct SystemMonitoringConfig
     Str index;
     /// The hive pattern in its final form, lower case, for lower-case key paths.
     Regex hive;
+    /// What `hive` finds begins with this, so that a path without it needs no regular expression.
+    Str hivePrefix;
     /// The stanza's `type`, split at "|".
     StrVector types;
     bool baseline = false;

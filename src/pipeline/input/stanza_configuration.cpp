@@ -3,6 +3,7 @@
 #include "pipeline/input/drive_map.h"
 #include "pipeline/input/monitor_log.h"
 #include "pipeline/input/pattern_characters.h"
+#include "util/literal_prefix.h"
 #include "util/str_segment.h"
 
 #include <new>
@@ -73,6 +74,7 @@ void addStanza(const Str &stanzaName, const PropertiesMap &stanza, const StanzaD
     SystemMonitoringConfig config;
     config.proc.compile(proc.lowered(), true, 0);
     config.hive.compile(finalHive.lowered(), true, 0);
+    config.hivePrefix = literalPrefix(config.hive.pattern());
     config.index = valueOr(stanza, "index", defaults.index);
     config.baselineInterval = valueOr(stanza, "baseline_interval", kDefaultInterval);
     StrSegment(type).splitInto(config.types, "|");
