@@ -1,6 +1,7 @@
 #include "pipeline/input/sysmon_migrator.h"
 
 #include "pipeline/input/monitor_log.h"
+#include "pipeline/input/monitor_rules.h"
 
 #include <algorithm>
 
@@ -10,8 +11,6 @@ namespace {
 
 constexpr char kSysmon[] = "sysmon";
 constexpr char kInputs[] = "inputs";
-constexpr char kRegmonFilters[] = "regmon-filters";
-constexpr char kProcmonFilters[] = "procmon-filters";
 constexpr char kDefault[] = "default";
 constexpr char kSystem[] = "system";
 
