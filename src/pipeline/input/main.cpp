@@ -1,5 +1,6 @@
 #include "pipeline/input/command_line.h"
 #include "pipeline/input/monitor_log.h"
+#include "pipeline/input/sysmon_migrator.h"
 #include "pipeline/input/trace.h"
 #include "pipeline/input/win_registry_monitor.h"
 #include "util/base_exception.h"
@@ -95,6 +96,13 @@ int runInstalled(const wchar_t *const *arguments)
     CommandLine options;
     if (!scanCommandLine(arguments, options)) {
         return 1;
+    }
+    if (options.migrateSysmon) {
+        SysmonMigrator().migrate();
+        if (options.migrateOnly) {
+            std::fputs("sysmon migration complete.", stdout);
+            return 0;
+        }
     }
     return monitorUntilStopped(options);
 }

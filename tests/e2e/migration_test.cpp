@@ -1,0 +1,252 @@
+#include "tests/e2e/child_process.h"
+#include "tests/e2e/monitor_run.h"
+#include "tests/support/file_tree.h"
+#include "tests/support/scoped_folder.h"
+
+#include <gtest/gtest.h>
+
+namespace velmox::e2e {
+namespace {
+
+using velmox::testing::FileTree;
+using velmox::testing::readTree;
+using velmox::testing::ScopedFolder;
+using velmox::testing::writeTree;
+
+// What a conf file made by the store begins with: a byte-order mark and an empty line.
+constexpr char kNew[] = "\xEF\xBB\xBF\r\n";
+constexpr char kMigratedMark[] = "[default]\r\nmigrated = 1\r\n";
+
+Str shipped(const char *name)
+{
+    return velmox::testing::readWhole(Pathname::fromUtf8(kHome).join("etc\\system\\default").join(name));
+}
+
+Str newFile(std::string_view text)
+{
+    return Str(kNew).append(text);
+}
+
+// An installation of its own with the shipped bootstrap file, in which the program carries old settings over.
+class MigrationTest : public ::testing::Test
+{
+protected:
+    MigrationTest() { add({{"system\\default\\conf.conf", shipped("conf.conf")}}); }
+
+    void add(const FileTree &files)
+    {
+        writeTree(home_.path().join("etc"), files);
+        for (const auto &[name, bytes] : files) {
+            expected_[name] = bytes;
+        }
+    }
+
+    // Runs the program to its end, and compares every file of the store with what is expected of it: what was
+    // there before, and these. Returns the log.
+    Str migrate(const FileTree &changes, const Str &arguments = "-migrateOnly")
+    {
+        ChildProcess process(
+            Str::fromFormat("\"%s\\bin\\velmox-regmon.exe\" %s", kHome, arguments.c_str()),
+            {Str::fromFormat("VELMOX_HOME=%s", home_.path().toStr().c_str()), "VELMOXD_PROCESSID="}, false);
+        EXPECT_TRUE(process.waitForExit());
+        EXPECT_EQ(process.exitCode(), 0u) << process.errors().c_str();
+        EXPECT_EQ(process.output(), "sysmon migration complete.");
+        for (const auto &[name, bytes] : changes) {
+            expected_[name] = bytes;
+        }
+        velmox::testing::expectTree(readTree(home_.path().join("etc")), expected_);
+        return process.errors();
+    }
+
+    const ScopedFolder home_;
+
+private:
+    FileTree expected_;
+};
+
+void expectLine(const Str &log, const char *line)
+{
+    EXPECT_TRUE(log.contains(Str(line).append("\r\n"))) << line << "\nis not in\n" << log.c_str();
+}
+
+TEST_F(MigrationTest, NothingToDoWritesNothing)
+{
+    add({{"system\\default\\regmon-filters.conf", shipped("regmon-filters.conf")},
+         {"system\\default\\procmon-filters.conf", shipped("procmon-filters.conf")},
+         {"system\\default\\inputs.conf", shipped("inputs.conf")}});
+    expectLine(migrate({}), "SysmonMigrator::read - 'sysmon.conf' was not found, no migration is required.");
+
+    // Filters that are disabled, or that no setting concerns; the mark is all that is new.
+    add({{"system\\local\\sysmon.conf",
+          "[default]\nmigrated = 2\n\n[regmon]\n"
+          "filter_file_name = regmon-filters\ndisabled = 1\nindex = Default\n"}});
+    const Str marked = "[default]\nmigrated = 1\n\n[regmon]\n"
+                       "filter_file_name = regmon-filters\ndisabled = 1\nindex = Default\n";
+    migrate({{"system\\local\\sysmon.conf", marked}});
+    expectLine(migrate({}),
+               "SysmonMigrator::read -'sysmon.conf' - 'migrated' found!!! - no migration will be done.");
+}
+
+TEST_F(MigrationTest, SettingsComeToRestInTheAppThatProvidedThem)
+{
+    add({
+        {"system\\default\\inputs.conf", "[default]\nindex = main\n"},
+        {"system\\default\\sysmon.conf", "[default]\n[regmon]\nfilter_file_name = regmon-filters\n"
+                                         "inclusive = 0\ndisabled = 1\nindex = registry\n"
+                                         "[procmon]\nfilter_file_name = procmon-filters\ndisabled = 0\n"},
+        {"apps\\watch\\default\\inputs.conf",
+         "[script://$VELMOX_HOME\\bin\\scripts\\velmox-regmon.path]\ninterval = 60\n"
+         "[script://another]\ninterval = 5\n"},
+        {"apps\\watch\\default\\regmon-filters.conf", "[default]\nindex = default\n"
+                                                      "[a]\nhive = HKLM\n[b]\nhive = HKU\ndisabled = true\n"
+                                                      "[c]\nhive = HKCR\ndisabled = 0\n"},
+        {"apps\\other\\local\\regmon-filters.conf", "# of this app\r\n[d]\r\nhive = HKLM\r\n"},
+        {"apps\\other\\local\\procmon-filters.conf", "[p]\nproc = .*\n"},
+    });
+    const Str log = migrate({
+        {"system\\local\\sysmon.conf", newFile(kMigratedMark)},
+        {"apps\\watch\\local\\inputs.conf",
+         newFile("[script://$VELMOX_HOME\\bin\\scripts\\velmox-regmon.path]\r\ninclusive = 0\r\n")},
+        {"apps\\watch\\local\\regmon-filters.conf",
+         newFile("[a]\r\ndisabled = 1\r\n\r\n[c]\r\ndisabled = 1\r\n\r\n[default]\r\nindex = registry\r\n")},
+        {"apps\\other\\local\\regmon-filters.conf",
+         "# of this app\r\n[d]\r\nhive = HKLM\r\ndisabled = 1\r\n"},
+    });
+    expectLine(
+        log, "SysmonMigrator::writeToInputs - The settings for 'inclusive' have been added to inputs.conf.");
+    expectLine(log,
+               "SysmonMigrator::saveToConfFile - Saved the settings in file - regmon-filters, for [default] "
+               "during regmon migration.");
+    expectLine(log,
+               "SysmonMigrator::markAsMigrated - The contents of sysmon have been successfully migrated!, "
+               "Adding 'migrated=1' to sysmon.conf.");
+    migrate({});
+}
+
+TEST_F(MigrationTest, AnUnmarkableFileMigratesAgainAndChangesNothingMore)
+{
+    add({{"system\\default\\sysmon.conf", "[foo]\ndisabled = 1\n[regmon-filters]\ndisabled = 1\n"},
+         {"apps\\a\\local\\regmon-filters.conf", "[x]\nhive = HKLM\n"}});
+    for (int run = 0; run < 2; ++run) {
+        const Str log =
+            migrate({{"apps\\a\\local\\regmon-filters.conf", "[x]\nhive = HKLM\ndisabled = 1\n"}});
+        expectLine(
+            log, "SysmonMigrator::migrate - Found filters in sysmon.conf, which are not regmon or procmon.");
+        expectLine(
+            log, "SysmonMigrator::read - 'sysmon.conf' - filter_file_name missing, assuming regmon-filters.");
+    }
+}
+
+// The text of a file in an encoding, with its mark.
+Str utf16Le(const char16_t *text)
+{
+    Str bytes("\xFF\xFE", 2);
+    for (; *text != 0; ++text) {
+        bytes += static_cast<char>(*text & 0xFF);
+        bytes += static_cast<char>(*text >> 8);
+    }
+    return bytes;
+}
+
+TEST_F(MigrationTest, FilesKeepTheirFormAroundTheChange)
+{
+    add({
+        {"system\\default\\sysmon.conf",
+         "[regmon]\nfilter_file_name = regmon-filters\ndisabled = 1\nindex = r\n"},
+        {"apps\\a\\local\\regmon-filters.conf", "\xEF\xBB\xBF; head\r\n\r\n# of x\r\n[x]\r\n\r\n  # of "
+                                                "hive\r\nhive=HKLM\r\nhive = HKU\r\nbroken line\r\n"
+                                                "text = one\\\r\n two\r\npath = C:\\\\ \r\n\\[odd\\=key = "
+                                                "v\r\n\r\n[y] trailing\r\n[x]\r\nlate = 1\r\n# tail\r\n"},
+        {"apps\\b\\local\\regmon-filters.conf", utf16Le(u"[z]\nhive = HKLM\n")},
+        {"apps\\c\\local\\regmon-filters.conf", Str("[n]\nhive = a\0b\n", 15)},
+    });
+    migrate({
+        {"apps\\a\\local\\regmon-filters.conf",
+         "\xEF\xBB\xBF; head\r\n\r\n# of x\r\n[x]\r\n\r\n  # of hive\r\nhive = HKLM\r\nbroken line\r\n"
+         "text = one\\\r\n two\r\npath = C:\\\\ \r\n\\[odd\\=key = v\r\nlate = 1\r\ndisabled = 1\r\n"
+         "\r\n[y]\r\ndisabled = 1\r\n# tail\r\n"},
+        {"apps\\b\\local\\regmon-filters.conf", utf16Le(u"[z]\nhive = HKLM\ndisabled = 1\n")},
+        {"apps\\c\\local\\regmon-filters.conf", "[n]\nhive = ab\ndisabled = 1\n"},
+    });
+}
+
+TEST_F(MigrationTest, AppsThatAreOffOrUnknownTakeNoPart)
+{
+    add({
+        {"system\\default\\sysmon.conf", "[regmon]\nfilter_file_name = regmon-filters\ndisabled = 1\n"},
+        {"apps\\off\\default\\app.conf", "[install]\nstate = disabled\n"},
+        {"apps\\off\\local\\regmon-filters.conf", "[x]\nhive = HKLM\n"},
+        {"apps\\.hidden\\local\\regmon-filters.conf", "[y]\nhive = HKLM\n"},
+        {"apps\\on\\local\\regmon-filters.conf", "[z]\nhive = HKLM\n"},
+        {"users\\alice\\on\\local\\regmon-filters.conf", "[u]\nhive = HKLM\n"},
+    });
+    migrate({{"apps\\on\\local\\regmon-filters.conf", "[z]\nhive = HKLM\ndisabled = 1\n"}});
+}
+
+TEST_F(MigrationTest, WhatIsKeptToAnAppSpeaksForAStanzaBeforeWhatIsExported)
+{
+    add({
+        {"system\\default\\sysmon.conf", "[regmon]\nfilter_file_name = regmon-filters\ndisabled = 1\n"},
+        {"apps\\alpha\\default\\regmon-filters.conf", "[x]\nhive = HKLM\n[y]\nhive = HKLM\n"},
+        {"apps\\alpha\\metadata\\default.meta", "[]\nexport = system\nimport = beta, gone\n"},
+        {"apps\\beta\\local\\regmon-filters.conf", "[x]\nproc = .*\n"},
+    });
+    migrate({{"apps\\alpha\\local\\regmon-filters.conf", newFile("[y]\r\ndisabled = 1\r\n")},
+             {"apps\\beta\\local\\regmon-filters.conf", "[x]\nproc = .*\ndisabled = 1\n"}});
+    migrate({});
+}
+
+TEST_F(MigrationTest, DamagedFilesAreReportedAndTheRestIsRead)
+{
+    add({
+        {"system\\default\\sysmon.conf", "[regmon]\nfilter_file_name = regmon-filters\ndisabled = 1\n"},
+        {"apps\\a\\default\\regmon-filters.conf", "[open\nhive = 1\nno pair\n[x/y\\z]\nhive = 2\\"},
+        {"apps\\b\\default\\regmon-filters.conf\\in.txt", "the conf file is a folder"},
+        {"apps\\c\\default\\regmon-filters.conf", "[last]\nhive = 3\n"},
+    });
+    const Str log = migrate({
+        {"apps\\a\\local\\regmon-filters.conf",
+         newFile("[open]\r\ndisabled = 1\r\n\r\n[x/y\\z]\r\ndisabled = 1\r\n")},
+        {"apps\\c\\local\\regmon-filters.conf", newFile("[last]\r\ndisabled = 1\r\n")},
+    });
+    const Str file = home_.path().join("etc\\apps\\a\\default\\regmon-filters.conf").toStr();
+    expectLine(log, Str::concat(file, ", line 1: Stanza header is missing terminator: [open").c_str());
+    expectLine(log, Str::concat(file, ", line 3: Cannot parse into key-value pair: no pair").c_str());
+}
+
+TEST_F(MigrationTest, ALockedFileIsLeftWholeAndEndsTheProgram)
+{
+    add({{"system\\default\\sysmon.conf",
+          "[default]\n[regmon]\nfilter_file_name = regmon-filters\ndisabled = 1\n"},
+         {"apps\\a\\local\\regmon-filters.conf", "[x]\nhive = HKLM\n"}});
+    const Pathname file = home_.path().join("etc\\apps\\a\\local\\regmon-filters.conf");
+    // It can be read and written, but nothing can take its place.
+    const FileHandle held(CreateFileW(asWide(file), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                      OPEN_EXISTING, 0, nullptr));
+    ASSERT_TRUE(held.isValid());
+    ChildProcess process(Str::fromFormat("\"%s\\bin\\velmox-regmon.exe\" -migrateOnly", kHome),
+                         {Str::fromFormat("VELMOX_HOME=%s", home_.path().toStr().c_str())}, false);
+    ASSERT_TRUE(process.waitForExit());
+    EXPECT_EQ(process.exitCode(), 0xFFFFFFFF);
+    EXPECT_EQ(process.output(), "");
+    EXPECT_EQ(velmox::testing::readWhole(file), "[x]\nhive = HKLM\n");
+    EXPECT_TRUE(process.errors().contains("run_regmon: Fail to run Registry Monitor: "
+                                          "'Could not flush changes to disk: /nobody/a/regmon-filters/x: "))
+        << process.errors().c_str();
+}
+
+TEST_F(MigrationTest, TheSwitchAgainstMigrationWins)
+{
+    add({{"system\\local\\sysmon.conf", "[default]\n"}});
+    // Neither migrates nor stops: the monitor starts, and ends as it has no input.
+    ChildProcess process(
+        Str::fromFormat("\"%s\\bin\\velmox-regmon.exe\" -migrateOnly -disableSysmonMigrate", kHome),
+        {Str::fromFormat("VELMOX_HOME=%s", home_.path().toStr().c_str())}, false);
+    ASSERT_TRUE(process.waitForExit());
+    EXPECT_EQ(process.output(), "");
+    EXPECT_EQ(velmox::testing::readWhole(home_.path().join("etc\\system\\local\\sysmon.conf")),
+              "[default]\n");
+}
+
+} // namespace
+} // namespace velmox::e2e
