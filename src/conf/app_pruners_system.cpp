@@ -9,17 +9,6 @@ namespace velmox {
 
 namespace {
 
-bool isInstalled(const BundlesSetup &setup, const Str &app)
-{
-    try {
-        ApplicationInfo info;
-        setup.shared().applications().getInfo(app, info);
-        return true;
-    } catch (const ApplicationDoesNotExistException &) {
-        return false;
-    }
-}
-
 std::set<Str> importsOf(const ConfContext &reader)
 {
     std::set<Str> apps = {reader.app};
@@ -38,7 +27,7 @@ DisabledApplicationPruner::DisabledApplicationPruner(const BundlesSetup &setup)
 DanglingDataPruner::DanglingDataPruner(const BundlesSetup &setup)
     : DanglingDataPruner(
           setup.shared().settings().isSharedStorageMode(),
-          [setup](const Str &app) { return isInstalled(setup, app); },
+          [setup](const Str &app) { return setup.shared().applications().isKnown(app); },
           [setup](const Str &app) { return setup.shared().settings().allowsDangling(app); })
 {
 }

@@ -60,6 +60,12 @@ void ApplicationManager::getInfo(const Str &name, ApplicationInfo &info) const
     info = recordOf(name).info;
 }
 
+bool ApplicationManager::isKnown(const Str &name) const
+{
+    const std::lock_guard guard(lock_);
+    return apps_.contains(name);
+}
+
 bool ApplicationManager::isUsable(const Str &name) const
 {
     const std::lock_guard guard(lock_);

@@ -22,6 +22,7 @@ public:
 
     /// Throws ApplicationDoesNotExistException. "system" always exists.
     void getInfo(const Str &name, ApplicationInfo &info) const;
+    bool isKnown(const Str &name) const;
     /// Whether the app is known and enabled.
     bool isUsable(const Str &name) const;
 

@@ -30,15 +30,10 @@ Str actingUserOf(const ConfContext &context)
     return identity.name;
 }
 
+/// An app that does not exist has no settings, but is not disabled.
 bool isDisabled(const ApplicationManager &applications, const Str &app)
 {
-    ApplicationInfo info;
-    try {
-        applications.getInfo(app, info);
-    } catch (const ApplicationDoesNotExistException &) {
-        return false;
-    }
-    return !info.enabled;
+    return applications.isKnown(app) && !applications.isUsable(app);
 }
 
 bool isWanted(const PropertiesMap &stanza, DisabledMode mode)
