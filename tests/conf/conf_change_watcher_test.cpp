@@ -1,4 +1,5 @@
 #include "conf/conf_change_watcher.h"
+#include "conf/application_manager.h"
 #include "conf/conf_path.h"
 #include "conf/conf_path_mapper_manager.h"
 #include "conf/shared_conf_services.h"
@@ -81,8 +82,10 @@ protected:
     {
         makeDirs(root / "system\\default", true);
         makeDirs(root / "system\\local", true);
+        makeDirs(root / "apps\\search\\local", true);
         writeWhole(root / "system\\default\\conf.conf",
-                   "[bootstrap]\nsystem/local = conf\n[relative_depth_to_regular_files]\nconf = 1\n");
+                   "[bootstrap]\nsystem/local = conf\napps/*/local = "
+                   "conf\n[relative_depth_to_regular_files]\nconf = 1\n");
         writeWhole(root / "system\\default\\server.conf",
                    "[pooling]\npoll.interval.check = 10s\npoll.blacklist.a = ...skipped.conf\n");
         writeWhole(file, "[s]\nk = 1\n");
@@ -164,13 +167,15 @@ TEST_F(ConfChangeWatcherTest, BringsChangesToTheMapper)
 TEST_F(ConfChangeWatcherTest, TellsTheManagerOfApplicationsAfterTheMapperIsFree)
 {
     ConfChangeWatcher watcher(BundlesSetup(root.path()), clock);
-    writeWhole(root / "system\\local\\app.conf", "[install]\nstate = disabled\n");
+    EXPECT_TRUE(BundlesSetup(root.path()).shared().applications().isUsable("search"));
+    writeWhole(root / "apps\\search\\local\\app.conf", "[install]\nstate = disabled\n");
     const unsigned violations = ConfLock::orderViolations();
     testing::CapturedLog log;
     clock.now += 30000;
     watcher.runDue();
-    EXPECT_TRUE(log.text().contains("INFO ConfPathMapper: App modification, creation, or update: system\n"))
+    EXPECT_TRUE(log.text().contains("INFO ConfPathMapper: App modification, creation, or update: search\n"))
         << log.text().view();
+    EXPECT_FALSE(BundlesSetup(root.path()).shared().applications().isUsable("search"));
     EXPECT_EQ(ConfLock::orderViolations(), violations);
 }
 

@@ -1,29 +1,20 @@
 #include "conf/conf_path.h"
 #include "conf/conf_path_mapper.h"
-#include "conf/conf_path_mapper_factory.h"
 #include "conf/conf_read_counters.h"
-#include "searchthing/filesystem_change_watcher.h"
+#include "tests/conf/file_notices.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/scoped_folder.h"
-#include "util/clock.h"
 #include "util/file_system.h"
 #include "util/loader_info.h"
-#include "util/open_file.h"
 
 namespace velmox {
 namespace {
 
 using testing::CapturedLog;
+using testing::FileNotices;
 using testing::readWhole;
 using testing::ScopedFolder;
 using testing::writeWhole;
-
-/// Makes notices of changed files.
-struct Notices : FilesystemChangeWatcher
-{
-    Notices() : FilesystemChangeWatcher(Clock::system()) {}
-    bool handleChange(WatchedFileState &) override { return true; }
-};
 
 /// A root with an app "search" whose local directory the mapper serves.
 class ConfPathMapperTest : public ::testing::Test
@@ -65,11 +56,7 @@ protected:
         return text;
     }
     bool write(StrVector parts, const Str &value = Str()) { return mapper().writeData(at(parts), value); }
-    FileChangeAnswer notice(const Pathname &path)
-    {
-        WatchedFileState state(notices, path, {}, WatchedFileState::kPollMs);
-        return mapper().onFileChange(state);
-    }
+    FileChangeAnswer notice(const Pathname &path) { return notices.tell(mapper(), path); }
     bool changedSince(const Str &type) { return mapper().hasChangedSince(type, state); }
     Str line(const char *level, const Str &message) const
     {
@@ -94,7 +81,7 @@ protected:
     const Pathname file = directory.join("inputs.conf");
     const Str where = setup().text(directory);
     const Str name = setup().text(file);
-    Notices notices;
+    FileNotices notices;
     ConfTypeState state;
 
 private:
@@ -239,6 +226,17 @@ TEST_F(ConfPathMapperTest, EditsInPlaceAndRemoves)
     EXPECT_TRUE(mapper().remove(at({"inputs", "n"})));
     EXPECT_TRUE(mapper().flush());
     EXPECT_EQ(read("inputs"), ";s k=9;t m=3");
+
+    const Pathname unread = directory.join("unread.conf");
+    writeWhole(unread, "[s]\nk = 1\n[t]\n");
+    EXPECT_TRUE(mapper().reload(""));
+    EXPECT_TRUE(write({"unread", "s", "k"}, "2"));
+    EXPECT_TRUE(mapper().flush());
+    EXPECT_EQ(notice(unread), FileChangeAnswer::NoChange);
+    ConfPathTrie out;
+    EXPECT_TRUE(mapper().read(at({"unread", "t"}), out, 0));
+    EXPECT_EQ(out.find(at({"unread", "t"}))->metadata().modtime, ConfFileStatus::of(unread).modtime);
+
     EXPECT_TRUE(mapper().remove(at({"inputs"})));
     EXPECT_TRUE(mapper().flush());
     EXPECT_EQ(readWhole(file), "");
@@ -451,17 +449,6 @@ TEST_F(ConfPathMapperTest, LosesNoChangeToAFailedRewriteOfAnotherFile)
     EXPECT_FALSE(mapper().flush());
     EXPECT_EQ(readWhole(file), "[s]\nk = 1\n");
     EXPECT_EQ(readWhole(directory.join("zlast.conf")), "\xEF\xBB\xBF\r\n[s]\r\nk = 3\r\n");
-}
-
-TEST(ConfPathMapperFactory, KnowsTheHandlers)
-{
-    EXPECT_EQ(confHandler("default"), ConfHandler::IterateOnly);
-    EXPECT_EQ(confHandler("ignore"), ConfHandler::Ignore);
-    for (const char *name : {"conf", "confdb", "xml", "models", "lookups", "searchscripts", "history"}) {
-        EXPECT_EQ(confHandler(name), ConfHandler::Mapper);
-    }
-    EXPECT_EQ(confHandler("Conf"), ConfHandler::Unrecognized);
-    EXPECT_EQ(confHandler(""), ConfHandler::Unrecognized);
 }
 
 } // namespace

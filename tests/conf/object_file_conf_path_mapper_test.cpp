@@ -3,10 +3,9 @@
 #include "conf/conf_path_mapper_factory.h"
 #include "conf/object_file_conf_path_mapper.h"
 #include "conf/text_object_conf_path_mappers.h"
-#include "searchthing/filesystem_change_watcher.h"
+#include "tests/conf/file_notices.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/scoped_folder.h"
-#include "util/clock.h"
 #include "util/file_system.h"
 #include "util/loader_info.h"
 
@@ -14,15 +13,10 @@ namespace velmox {
 namespace {
 
 using testing::CapturedLog;
+using testing::FileNotices;
 using testing::readWhole;
 using testing::ScopedFolder;
 using testing::writeWhole;
-
-struct Notices : FilesystemChangeWatcher
-{
-    Notices() : FilesystemChangeWatcher(Clock::system()) {}
-    bool handleChange(WatchedFileState &) override { return true; }
-};
 
 /// An app "search" below whose local directory the objects stand.
 class ObjectFileMapperTest : public ::testing::Test
@@ -51,18 +45,14 @@ protected:
         }
         return text;
     }
-    FileChangeAnswer notice(const Pathname &path)
-    {
-        WatchedFileState file(notices, path, {}, WatchedFileState::kPollMs);
-        return mapper->onFileChange(file);
-    }
+    FileChangeAnswer notice(const Pathname &path) { return notices.tell(*mapper, path); }
 
     ScopedFolder root;
     const BundlesSetup setup{root.path()};
     const Pathname directory = root / "app\\local\\data";
     const Str where = setup.text(directory);
     std::unique_ptr<IConfPathMapper> mapper;
-    Notices notices;
+    FileNotices notices;
     ConfTypeState state;
 };
 
@@ -179,6 +169,9 @@ TEST_F(ObjectFileMapperTest, MovesLookupTablesInFromTheRunDirectoryAlone)
     EXPECT_EQ(read("lookups"), Str("t.csv=") << target.toStr() << ";");
     EXPECT_FALSE(write({"views", "t.csv"}, staged.toStr()));
     EXPECT_EQ(notice(target), FileChangeAnswer::NoChange);
+    writeWhole(target, "c,d\n");
+    EXPECT_EQ(notice(target), FileChangeAnswer::Settled);
+    EXPECT_TRUE(mapper->hasChangedSince("lookups", state));
 
     const Pathname outside = root / "outside.csv";
     writeWhole(outside, "secret");
