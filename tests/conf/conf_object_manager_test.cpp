@@ -1,4 +1,5 @@
 #include "conf/application_manager.h"
+#include "conf/conf_lock.h"
 #include "conf/conf_object_manager.h"
 #include "conf/conf_path.h"
 #include "conf/conf_path_exceptions.h"
@@ -8,6 +9,7 @@
 #include "searchthing/filesystem_change_watcher.h"
 #include "tests/conf/conf_root.h"
 #include "tests/support/captured_log.h"
+#include "util/clock.h"
 
 namespace velmox {
 namespace {
@@ -46,6 +48,13 @@ protected:
     }
 
     ConfRoot root;
+};
+
+/// Makes notices of changed files.
+struct Notices : FilesystemChangeWatcher
+{
+    Notices() : FilesystemChangeWatcher(Clock::system()) {}
+    bool handleChange(WatchedFileState &) override { return true; }
 };
 
 ConfPathMetadata owned(const char *name)
@@ -193,6 +202,147 @@ TEST_F(ConfObjectManagerTest, KeepsChangesInMemoryWhenNothingMayBeWritten)
     EXPECT_EQ(metadataAt({"b"}), "{  }, owner: chris");
     EXPECT_EQ(path({"b", "x"}).readData(), "value");
     EXPECT_EQ(readWhole(root / kLocal), "[a]\nowner = anna\n");
+}
+
+/// "LEVEL ConfObjectManagerDB: ", the text, and LF.
+Str line(const char *level, const Str &text)
+{
+    return Str(level) << " ConfObjectManagerDB: " << text << "\n";
+}
+
+TEST_F(ConfObjectManagerTest, FollowsNoticesOfChanges)
+{
+    root.write(kLocal, "[a]\nowner = anna\n[b]\nowner = anna\n");
+    ConfObjectManager &manager = mapper(kLocal);
+    Notices notices;
+    const Str file = (root / kLocal).toStr();
+    const auto notice = [&](const Pathname &path, Str &log) {
+        WatchedFileState state(notices, path, {}, WatchedFileState::kPollMs);
+        const CapturedLog captured;
+        const FileChangeAnswer answer = manager.onFileChange(state);
+        log = captured.text();
+        return answer;
+    };
+    const auto typesChanged = [&, a = manager.newState(), b = manager.newState()] {
+        return std::pair(manager.hasChangedSince("a", *a), manager.hasChangedSince("b", *b));
+    };
+    Str log;
+    EXPECT_EQ(notice(root / kDefault, log), FileChangeAnswer::Settled);
+    EXPECT_EQ(log, line("ERROR", Str(file) << ": Received change notification for unrelated file: "
+                                           << (root / kDefault).toStr()));
+
+    root.write(kLocal, "# only a comment\n[b]\nowner = Anna\nmodtime = 9\n[a]\nowner = anna\n");
+    EXPECT_EQ(notice(root / kLocal, log), FileChangeAnswer::NoChange);
+    EXPECT_EQ(log,
+              line("INFO", Str(file) << ": Ignored change notification for " << file << ": self-generated"));
+    EXPECT_EQ(typesChanged(), std::pair(false, false));
+
+    root.write(kLocal, "[a]\nowner = bert\n[b]\nowner = anna\n");
+    EXPECT_EQ(notice(root / kLocal, log), FileChangeAnswer::Settled);
+    EXPECT_TRUE(log.startsWith(Str("INFO ConfObjectManagerDB: ")
+                               << file << ": Detected change to " << file << " with modtime "))
+        << log.view();
+    EXPECT_EQ(typesChanged(), std::pair(true, false));
+    EXPECT_EQ(typesChanged(), std::pair(false, false));
+
+    EXPECT_TRUE(manager.writeMetadata(path({"b"}), owned("chris")));
+    removeFile(root / kLocal);
+    EXPECT_EQ(notice(root / kLocal, log), FileChangeAnswer::NoChange);
+    {
+        CapturedLog refused;
+        EXPECT_FALSE(manager.reload(Str()));
+        EXPECT_EQ(refused.text(), line("ERROR", Str(file) << ": Refused forced reload: outstanding write"));
+    }
+    EXPECT_TRUE(manager.flush());
+    EXPECT_EQ(typesChanged(), std::pair(false, true));
+    EXPECT_EQ(notice(root / kLocal, log), FileChangeAnswer::NoChange);
+
+    removeFile(root / kLocal);
+    EXPECT_EQ(notice(root / kLocal, log), FileChangeAnswer::Settled);
+    EXPECT_EQ(log, line("INFO", Str(file) << ": Detected deletion: " << file));
+    EXPECT_EQ(typesChanged(), std::pair(true, true));
+    root.write(kLocal, "[]\nowner = anna\n");
+    EXPECT_EQ(metadataAt({}), "Does not exist: /nobody/search");
+    EXPECT_TRUE(manager.reload("a"));
+    EXPECT_EQ(metadataAt({}), "{  }, owner: anna");
+    EXPECT_EQ(typesChanged(), std::pair(true, true));
+}
+
+TEST_F(ConfObjectManagerTest, TellsOthersWhatMattersToThem)
+{
+    root.write("apps\\other\\local\\x.conf", "[o]\nk = 1\n");
+    root.write("apps\\other\\metadata\\local.meta", "[x]\nexport = none\n");
+    root.write(kLocal, "");
+    const auto seen = [this] {
+        Stanzas stanzas;
+        PropertyPages::get("x", {setup(), "anna", "search"})->enumerateStanzasWithPrefix("", stanzas);
+        return stanzas.contains("o");
+    };
+    const auto importsOther = [this] {
+        return setup().shared().applications().importGenerations("search").contains("other");
+    };
+    EXPECT_FALSE(seen());
+
+    ConfPathTrie tree;
+    ConfPathMetadata metadata;
+    metadata.exported = ConfExport::System;
+    tree.setMetadata(metadata);
+    ConfPath(setup(), ConfPathBase("nobody", "other", {"x"})).write(tree);
+    EXPECT_TRUE(setup().shared().applications().hasGlobalExports("other"));
+    EXPECT_TRUE(seen());
+    root.write("apps\\other\\metadata\\local.meta", "[x]\nexport = none\n");
+    EXPECT_TRUE(seen());
+    mapper("apps\\other\\metadata\\local.meta").reload(Str());
+    EXPECT_FALSE(seen());
+    EXPECT_FALSE(setup().shared().applications().hasGlobalExports("other"));
+
+    EXPECT_FALSE(importsOther());
+    metadata = {};
+    metadata.setImports({"other"});
+    tree.setMetadata(metadata);
+    CapturedLog log;
+    path({}).write(tree);
+    EXPECT_TRUE(log.text().contains(
+        line("INFO", (root / kLocal).toStr()
+                         << ": Detected change to app-level metadata: {  } -> {  }, imports: { other }")))
+        << log.text().view();
+    EXPECT_TRUE(importsOther());
+    EXPECT_TRUE(seen());
+    EXPECT_EQ(ConfLock::orderViolations(), 0u);
+}
+
+TEST_F(ConfObjectManagerTest, FiltersOutWhatIsGone)
+{
+    root.write("apps\\search\\local\\x.conf", "[kept]\nk = 1\n");
+    const char kept[] = "[]\nowner = anna\n\n[x]\nowner = anna\n\n[x/kept]\nmodtime = 1000000000\n\n"
+                        "[x/kept/k]\nmodtime = 1000000001.5\n\n[y/own]\ndata = value\n";
+    root.write(kLocal, Str(kept) << "\n[x/gone]\nmodtime = 1200000000\n\n[y/gone/k]\nowner = anna\n");
+    const Str before = readWhole(root / kLocal);
+    const ScopedFolder target;
+    Pathname copy;
+    ASSERT_TRUE(mapper(kLocal).filter(target.path(), copy));
+    EXPECT_EQ(readWhole(copy), kept);
+    EXPECT_EQ(copy.dirname(), target.path());
+    Str modtime;
+    FileStatus::of(copy).modtime.toUnixStr(modtime, 1);
+    EXPECT_EQ(modtime, "1000000001.5");
+    EXPECT_EQ(readWhole(root / kLocal), before);
+
+    root.write(kLocal, kept);
+    ASSERT_TRUE(mapper(kLocal).filter(target.path(), copy));
+    EXPECT_EQ(FileStatus::of(copy), FileStatus::of(root / kLocal));
+    EXPECT_EQ(target.count(), 2u);
+
+    CapturedLog log;
+    EXPECT_FALSE(mapper(kLocal).filter(target / "absent", copy));
+    EXPECT_TRUE(
+        log.text().startsWith(Str("ERROR ConfObjectManagerDB: Cannot create temporary for filtering, in dir=")
+                              << (target / "absent").toStr() << ": "));
+    removeFile(root / kLocal);
+    EXPECT_FALSE(mapper(kLocal).filter(target.path(), copy));
+    EXPECT_TRUE(log.text().contains(Str("ERROR ConfObjectManagerDB: Cannot stat() for filtering: ")
+                                    << (root / kLocal).toStr() << ": "));
+    EXPECT_EQ(target.count(), 2u);
 }
 
 } // namespace
