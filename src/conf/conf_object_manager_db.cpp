@@ -149,10 +149,11 @@ bool ConfObjectManagerDB::ensureLoaded()
 /// Takes over what the file holds. A missing file is an empty one; one that cannot be opened changes nothing.
 std::optional<bool> ConfObjectManagerDB::refresh()
 {
+    const Str name = text();
     const ConfFileStatus status = ConfFileStatus::of(file_);
     ConfPathTrie tree;
     if (status.exists && !readMetaFile(file_, owner_, tree)) {
-        metaLog.error("Cannot initialize: %s: %m", text().c_str());
+        metaLog.error("Cannot initialize: %s: %m", name.c_str());
         return std::nullopt;
     }
     return takeOver(std::move(tree), status);

@@ -18,8 +18,10 @@ bool isInMemoryOnly()
 
 bool makeParent(const Pathname &file)
 {
-    if (!makeDirs(file.dirname(), true)) {
-        metaLog.error("Cannot create parent directory: %s: %m", file.dirname().toStr().c_str());
+    const Pathname parent = file.dirname();
+    const Str name = parent.toStr();
+    if (!makeDirs(parent, true)) {
+        metaLog.error("Cannot create parent directory: %s: %m", name.c_str());
         return false;
     }
     return true;

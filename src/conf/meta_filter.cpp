@@ -77,8 +77,9 @@ void stampCopy(const Pathname &copy, const ConfPathBase &app, bool filtered, con
     if (filtered && readMetaFile(copy, app, kept)) {
         findLatest(kept, latest);
     }
+    const Str name = copy.toStr();
     if (!stamp(copy, latest.value_or(original))) {
-        metaLog.warn("Cannot set the time of: %s: %m", copy.toStr().c_str());
+        metaLog.warn("Cannot set the time of: %s: %m", name.c_str());
     }
 }
 
@@ -112,6 +113,7 @@ bool filterMetaFile(const BundlesSetup &setup, const Pathname &file, const ConfP
                     Pathname &copy)
 {
     const Str text = setup.text(file);
+    const Str directoryText = setup.text(directory);
     const FileStatus original = FileStatus::of(file);
     if (!original.exists) {
         metaLog.error("Cannot stat() for filtering: %s: %m", text.c_str());
@@ -119,7 +121,7 @@ bool filterMetaFile(const BundlesSetup &setup, const Pathname &file, const ConfP
     }
     Pathname temporary;
     if (!createTemporary(file, directory, temporary)) {
-        metaLog.error("Cannot create temporary for filtering, in dir=%s: %m", setup.text(directory).c_str());
+        metaLog.error("Cannot create temporary for filtering, in dir=%s: %m", directoryText.c_str());
         return false;
     }
     IniFile image(file);

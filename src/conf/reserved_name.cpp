@@ -26,8 +26,11 @@ bool isPort(std::string_view name)
 
 } // namespace
 
-bool isDeviceName(std::string_view name)
+bool isReservedName(std::string_view name)
 {
+    if (name == "." || name == "..") {
+        return true;
+    }
     const Str base = Str(name.substr(0, name.find('.'))).trimmed(CharSet(" "), false, true).lowered();
     const auto isBase = [&base](const char *device) { return base == device; };
     return std::any_of(std::begin(kDevices), std::end(kDevices), isBase) || isPort(base);

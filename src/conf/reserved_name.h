@@ -9,11 +9,12 @@ namespace velmox {
 /// The bytes that no name of a file may hold on Windows, of those that can be typed.
 inline constexpr CharSet kUnsafeInNames("<>:\"/\\|?*");
 
-/// Whether Windows takes the name for a device, in whatever directory it stands.
+/// Whether Windows takes the name for a device, in whatever directory it stands, or for the directory itself
+/// or the one above it.
 ///
-/// The names are those that Microsoft's "Naming Files, Paths, and Namespaces" lists, and the two of the
-/// console, which the system's own check for devices knows as well. Case does not count, nor does what
+/// The names of devices are those that Microsoft's "Naming Files, Paths, and Namespaces" lists, and the two
+/// of the console, which the system's own check for devices knows as well. Case does not count, nor does what
 /// follows a point, nor do blanks before it: "nul .txt" is the null device.
-bool isDeviceName(std::string_view name);
+bool isReservedName(std::string_view name);
 
 } // namespace velmox

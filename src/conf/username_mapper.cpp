@@ -46,12 +46,14 @@ bool ensureExists(const Pathname &file)
         return true;
     }
     const Pathname directory = file.dirname();
+    const Str directoryName = directory.toStr();
+    const Str name = file.toStr();
     if (!makeDirs(directory, true)) {
-        log.error("Cannot create directory: %s: %m", directory.toStr().c_str());
+        log.error("Cannot create directory: %s: %m", directoryName.c_str());
         return false;
     }
     if (!openFile(file, "a").isOpen()) {
-        log.error("Cannot create username mapping file: %s: %m", file.toStr().c_str());
+        log.error("Cannot create username mapping file: %s: %m", name.c_str());
         return false;
     }
     return true;
@@ -63,14 +65,14 @@ UsernameMapper::UsernameMapper(const BundlesSetup &setup) : setup_(setup) {}
 
 bool UsernameMapper::needsMapping(const Str &name)
 {
-    return name.findFirst(kUnsafeInNames, 0, true) >= 0 || isDeviceName(name);
+    return name.findFirst(kUnsafeInNames, 0, true) >= 0 || isReservedName(name);
 }
 
 Str UsernameMapper::makeSafeName(const Str &name)
 {
     Str safe = name;
     safe.replaceChars(kUnsafeInNames, '_');
-    if (isDeviceName(safe)) {
+    if (isReservedName(safe)) {
         safe = Str::concat("_", safe);
     }
     safe << '.';

@@ -22,9 +22,17 @@ TEST(UsernameMapper, MakesSafeNames)
         const char *name;
         const char *safe; ///< up to the digest; null when the name is safe as it is
     } kCases[] = {
-        {"anna", nullptr}, {"Anna B", nullptr},           {"a.b", nullptr}, {"DOM\\Anna", "dom_anna."},
-        {"a/b", "a_b."},   {"<>:\"/\\|?*", "_________."}, {"con", "_con."}, {"NUL.x", "_nul.x."},
-        {"con:", "con_."}, {"\xC3\x84:", "\xC3\xA4_."},
+        {"anna", nullptr},
+        {"Anna B", nullptr},
+        {"a.b", nullptr},
+        {"DOM\\Anna", "dom_anna."},
+        {"a/b", "a_b."},
+        {"<>:\"/\\|?*", "_________."},
+        {"con", "_con."},
+        {"NUL.x", "_nul.x."},
+        {"con:", "con_."},
+        {"..", "_..."},
+        {"\xC3\x84:", "\xC3\xA4_."},
     };
     for (const auto &[name, safe] : kCases) {
         EXPECT_EQ(UsernameMapper::needsMapping(name), safe != nullptr) << name;
