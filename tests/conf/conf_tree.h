@@ -9,33 +9,14 @@
 
 namespace velmox::testing {
 
-/// A configuration root of its own on disk, with a bootstrap file of the usual order.
+/// A configuration root of its own on disk, with the bootstrap file that ships.
 class ConfTree
 {
 public:
     ConfTree()
     {
-        put("system/default/conf.conf", "[bootstrap]\n"
-                                        "system/local = conf\n"
-                                        "system/metadata/local.meta = confdb\n"
-                                        "$users-base$/*/*/local = conf\n"
-                                        "$users-base$/*/*/metadata/local.meta = confdb\n"
-                                        "$apps-base$/*/local = conf\n"
-                                        "$apps-base$/*/metadata/local.meta = confdb\n"
-                                        "$apps-base$/*/default = conf\n"
-                                        "$apps-base$/*/metadata/default.meta = confdb\n"
-                                        "system/default = conf\n"
-                                        "[relative_depth_to_regular_files]\n"
-                                        "conf = 1\n"
-                                        "confdb = 0\n"
-                                        "[writes]\n"
-                                        "data:nobody:system:$type$ = system/local\n"
-                                        "data:nobody:$app$:$type$ = $apps-base$/$app$/local\n"
-                                        "data:$user$:$app$:$type$ = $users-base$/$user$/$app$/local\n"
-                                        "meta:nobody:system:$type$ = system/metadata/local.meta\n"
-                                        "meta:nobody:$app$:$type$ = $apps-base$/$app$/metadata/local.meta\n"
-                                        "meta:$user$:$app$:$type$ = "
-                                        "$users-base$/$user$/$app$/metadata/local.meta\n");
+        const Pathname shipped = Pathname::fromUtf8(VELMOX_SHIPPED_ETC "/system/default/conf.conf");
+        put("system/default/conf.conf", readWhole(shipped));
     }
 
     /// Replaces a file; the folders are made. `path` has slashes.

@@ -1,6 +1,7 @@
 #include "conf/conf_acl.h"
 #include "conf/conf_user_context.h"
 #include "conf/property_pages_exceptions.h"
+#include "conf/user_conf_cache.h"
 #include "tests/conf/conf_tree.h"
 #include "tests/support/function_thread.h"
 
@@ -231,6 +232,24 @@ TEST(PropertyPagesRead, AViewFollowsTheRightsOfTheActingUser)
     EXPECT_EQ(names(tree.read("t", "a", "ann")), "open shut ");
     OneIdentity::roles.clear();
     EXPECT_EQ(names(tree.read("t", "a", "ann")), "open ");
+}
+
+TEST(PropertyPagesRead, TellsWhatTheUserMayDelete)
+{
+    ConfTree tree;
+    tree.put("apps/a/default/t.conf", "[open]\nk=1\n[shut]\nk=1\n");
+    tree.put("apps/a/metadata/default.meta",
+             "[t]\naccess = read : [ * ], write : [ * ]\n[t/shut]\naccess = read : [ r ]\n");
+    OneIdentity::roles.clear();
+    const AsIdentity ann({"ann", {}, false});
+    UserConfCache cache("t", {tree.setup(), "ann", "a"}, "ann");
+    ConfPathTrie deletable;
+    cache.collectDeletable(ConfPathTrie::kStanzaLevel, deletable);
+    const ConfPathTrie *const type = deletable.find(ConfPathBase("nobody", "a", {"t"}));
+    ASSERT_NE(type, nullptr);
+    ASSERT_EQ(type->children().size(), 1u);
+    EXPECT_EQ(type->children().begin()->first, "open");
+    EXPECT_TRUE(type->children().begin()->second->children().empty());
 }
 
 TEST(PropertyPagesRead, EqualRequestsShareOneObject)
