@@ -25,6 +25,9 @@ void Figure::add(double ratio, double absolute)
 
 Str Figure::limit(double value) const
 {
+    if (value == 0) {
+        return {};
+    }
     return Str::fromFormat(goal_.atMost ? "%g at most" : "%g", value);
 }
 

@@ -6,11 +6,11 @@
 
 namespace velmox::bench {
 
-/// What a figure has to come to, and where it is meant to go.
+/// What a figure has to come to, and where it is meant to go; zeros for one that has no goal.
 struct Goal
 {
-    double must;
-    double aim;
+    double must = 0;
+    double aim = 0;
     bool atMost = false;
 };
 

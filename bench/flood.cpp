@@ -20,15 +20,6 @@ constexpr unsigned kThousand = 1000;
 constexpr std::uint64_t kTicksBetween = 20;
 constexpr unsigned kFirstPid = 400'000;
 
-struct Flood
-{
-    unsigned thousands;
-    unsigned stanzas = 20;
-    unsigned processes = 10;
-
-    double records() const { return thousands * double{kThousand}; }
-};
-
 unsigned pidOf(unsigned process)
 {
     return kFirstPid + 4 * process;
@@ -85,26 +76,6 @@ MonitorResult runMonitor(const Flood &flood)
     return {secondsBetween(driver.state().firstDeliveryTicks, pipe.markTicks()), monitor.workingSetMiB()};
 }
 
-// A loop of the monitor's own call, on a device that is opened as the monitor opens it.
-double bareSeconds(const Flood &flood)
-{
-    TestDriver driver;
-    fill(driver, flood);
-    driver.setFilter(testbed::everything());
-    driver.openGate();
-    const FileHandle device(
-        CreateFileW(L"\\\\.\\VelmoxTrace", 0, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
-    const std::uint64_t start = ticksNow();
-    for (DWORD bytes = 1; bytes != 0;) {
-        const std::unique_ptr<unsigned char[]> buffer(new unsigned char[kReadSize]);
-        if (!DeviceIoControl(device.get(), VELMOX_IOCTL_READ_EVENTS, nullptr, 0, buffer.get(), kReadSize,
-                             &bytes, nullptr)) {
-            throw std::runtime_error("the bare loop cannot read the device");
-        }
-    }
-    return secondsBetween(start, ticksNow());
-}
-
 void compare(Figure &figure, const Flood &small, const Flood &large)
 {
     const double reference = runMonitor(small).seconds;
@@ -136,6 +107,28 @@ Str watchedKeys(unsigned stanzas)
                      {{"hive", Str::fromFormat("HKLM\\\\Software\\\\Watched%u\\\\.*", i)}, {"type", "set"}});
     }
     return input.checkpointDir("C:\\velmox").text();
+}
+
+double bareSeconds(const Flood &flood, AfterRead afterRead)
+{
+    TestDriver driver;
+    fill(driver, flood);
+    driver.setFilter(testbed::everything());
+    driver.openGate();
+    const FileHandle device(
+        CreateFileW(L"\\\\.\\VelmoxTrace", 0, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
+    const std::uint64_t start = ticksNow();
+    for (DWORD bytes = 1; bytes != 0;) {
+        const std::unique_ptr<unsigned char[]> buffer(new unsigned char[kReadSize]);
+        if (!DeviceIoControl(device.get(), VELMOX_IOCTL_READ_EVENTS, nullptr, 0, buffer.get(), kReadSize,
+                             &bytes, nullptr)) {
+            throw std::runtime_error("the bare loop cannot read the device");
+        }
+        if (afterRead != nullptr) {
+            afterRead();
+        }
+    }
+    return secondsBetween(start, ticksNow());
 }
 
 Figures measureFlood(const Options &options)

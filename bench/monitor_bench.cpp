@@ -5,6 +5,7 @@
 // Prints one table of all subjects, or of those that are named.
 
 #include "bench/baseline.h"
+#include "bench/bounds.h"
 #include "bench/events.h"
 #include "bench/flood.h"
 #include "testbed/driver_service.h"
@@ -27,7 +28,7 @@ struct Subject
 
 constexpr Subject kSubjects[] = {
     {"flood", measureFlood}, {"events", measureEvents}, {"baseline", measureBaseline},
-    {"start", measureStart}, {"growth", measureGrowth},
+    {"start", measureStart}, {"growth", measureGrowth}, {"bounds", measureBounds},
 };
 
 struct Number
@@ -91,7 +92,7 @@ int main(int count, char **arguments)
     velmox::bench::CommandLine commandLine;
     if (!velmox::bench::scan({arguments + 1, arguments + count}, commandLine)) {
         std::fprintf(stderr, "usage: monitor_bench [--rounds N] [--records THOUSANDS] [--events THOUSANDS] "
-                             "[flood] [events] [baseline] [start] [growth]\n");
+                             "[flood] [events] [baseline] [start] [growth] [bounds]\n");
         return 2;
     }
     try {

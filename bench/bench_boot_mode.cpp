@@ -1,0 +1,7 @@
+// The start of a program that asks for the boot mode, as the monitor has to.
+#include "util/windows_api.h"
+
+int main()
+{
+    return GetSystemMetrics(SM_CLEANBOOT);
+}
