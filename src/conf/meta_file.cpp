@@ -8,8 +8,6 @@
 
 namespace velmox {
 
-Logger metaLog("ConfObjectManagerDB");
-
 namespace {
 
 constexpr char kExportSystem[] = "system";
