@@ -17,6 +17,8 @@ public:
     ConfPathBase(const Str &user, const Str &app, StrVector parts = {});
     ConfPathBase(const ConfPathBase &) = default;
     ConfPathBase &operator=(const ConfPathBase &) = default;
+    ConfPathBase(ConfPathBase &&) = default;
+    ConfPathBase &operator=(ConfPathBase &&) = default;
     virtual ~ConfPathBase() = default;
 
     const Str &user() const { return user_; }

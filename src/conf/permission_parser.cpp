@@ -61,7 +61,8 @@ private:
             buffer_ += byte;
             return true;
         }
-        roles_ = &out_[buffer_.trimmed()];
+        name_ = buffer_.trimmed();
+        out_.try_emplace(name_);
         buffer_.clear();
         state_ = State::BeforeList;
         return true;
@@ -103,13 +104,13 @@ private:
             log.error("Cannot decode role: %s", role.c_str());
             return;
         }
-        roles_->insert(role.lowered());
+        out_[name_].insert(role.lowered());
     }
 
     ConfAcl::Capabilities &out_;
     State state_ = State::Name;
     Str buffer_;
-    std::set<Str> *roles_ = nullptr;
+    Str name_;
 };
 
 void appendRole(Str &out, const Str &role)
