@@ -34,7 +34,7 @@ void ConfLock::lock()
     if (!again && !held.empty() && held.back()->rank() >= rank_) {
         reportBrokenOrder(*this, *held.back());
     }
-    section_.lock();
+    mutex_.lock();
     held.push_back(this);
 }
 
@@ -43,7 +43,7 @@ void ConfLock::unlock()
     const auto last = std::find(held.rbegin(), held.rend(), this);
     assert(last != held.rend());
     held.erase(std::next(last).base());
-    section_.unlock();
+    mutex_.unlock();
 }
 
 unsigned ConfLock::orderViolations()

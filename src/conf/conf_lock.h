@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/critical_section.h"
+#include <mutex>
 
 namespace velmox {
 
@@ -36,7 +36,7 @@ public:
     static unsigned orderViolations();
 
 private:
-    CriticalSection section_;
+    std::recursive_mutex mutex_;
     const ConfLockRank rank_;
 };
 
