@@ -8,6 +8,7 @@
 #include "bench/bounds.h"
 #include "bench/events.h"
 #include "bench/flood.h"
+#include "bench/process_table.h"
 #include "testbed/driver_service.h"
 #include "util/windows_api.h"
 
@@ -27,8 +28,9 @@ struct Subject
 };
 
 constexpr Subject kSubjects[] = {
-    {"flood", measureFlood}, {"events", measureEvents}, {"baseline", measureBaseline},
-    {"start", measureStart}, {"growth", measureGrowth}, {"bounds", measureBounds},
+    {"flood", measureFlood},   {"events", measureEvents}, {"baseline", measureBaseline},
+    {"start", measureStart},   {"growth", measureGrowth}, {"processes", measureProcessTable},
+    {"bounds", measureBounds},
 };
 
 struct Number
@@ -92,7 +94,7 @@ int main(int count, char **arguments)
     velmox::bench::CommandLine commandLine;
     if (!velmox::bench::scan({arguments + 1, arguments + count}, commandLine)) {
         std::fprintf(stderr, "usage: monitor_bench [--rounds N] [--records THOUSANDS] [--events THOUSANDS] "
-                             "[flood] [events] [baseline] [start] [growth] [bounds]\n");
+                             "[flood] [events] [baseline] [start] [growth] [processes] [bounds]\n");
         return 2;
     }
     try {
