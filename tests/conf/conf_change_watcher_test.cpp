@@ -1,5 +1,5 @@
-#include "conf/conf_change_watcher.h"
 #include "conf/application_manager.h"
+#include "conf/conf_change_watcher.h"
 #include "conf/conf_path.h"
 #include "conf/conf_path_mapper_manager.h"
 #include "conf/shared_conf_services.h"
