@@ -1,3 +1,5 @@
+#include "conf/conf_path.h"
+#include "conf/shared_conf_services.h"
 #include "conf/username_mapper.h"
 #include "tests/conf/conf_root.h"
 #include "tests/support/captured_log.h"
@@ -142,6 +144,20 @@ TEST_F(UsernameMapperFile, StaysInMemoryWhenNothingMayBeWritten)
     EXPECT_TRUE(mapper.trueName(kCon, user));
     EXPECT_EQ(user, "con");
     EXPECT_EQ(pathKind(root / "users"), PathKind::Nothing);
+}
+
+TEST(UsernameMapperStore, LeadsToTheUsersFilesAndBack)
+{
+    const ConfRoot root;
+    const ConfPath path(root.setup(), ConfPathBase("con", "search", {"x", "s", "k"}));
+    ConfPathTrie tree;
+    tree.setData("v");
+    path.write(tree);
+    const Str file = Str("users\\_reserved\\") << kCon << "\\search\\local\\x.conf";
+    EXPECT_TRUE(readWhole(root / file.c_str()).contains("[s]\r\nk = v\r\n"));
+    // What was in memory is gone with the services.
+    root.setup().shared().recreate();
+    EXPECT_EQ(path.readData(), "v");
 }
 
 } // namespace
