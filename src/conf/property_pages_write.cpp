@@ -164,8 +164,10 @@ bool PropertyPages::putDifference(const ConfPath &target, const PropertiesMap &d
 {
     const PropertiesMap existing = readExisting(target.parts().back(), desired);
     const PropertiesMap difference = differenceOf(desired, existing);
-    log.debug("Saving settings: %s\nExisting:\n%sDesired:\n%sDiff:\n%s", target.toStr().c_str(),
-              textOf(existing).c_str(), textOf(desired).c_str(), textOf(difference).c_str());
+    if (log.debugEnabled()) {
+        log.debug("Saving settings: %s\nExisting:\n%sDesired:\n%sDiff:\n%s", target.toStr().c_str(),
+                  textOf(existing).c_str(), textOf(desired).c_str(), textOf(difference).c_str());
+    }
     for (const auto &[key, property] : difference.properties) {
         tree.child(key).setData(property.value);
     }

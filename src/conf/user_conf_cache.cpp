@@ -101,7 +101,7 @@ void UserConfCache::pruneForUser(ConfPathTrie &tree) const
 {
     SingleUserAppContextPruner foreign(context());
     tree.walk(foreign);
-    PermissionPruner unreadable(rights_.get());
+    PermissionPruner unreadable(UserContextStore::rightsOf(actingUser_));
     tree.walk(unreadable);
 }
 
@@ -109,7 +109,7 @@ void UserConfCache::collectDeletable(unsigned levels, ConfPathTrie &out)
 {
     ConfPathTrie tree;
     copyVisible(tree);
-    DeletablePruner undeletable(rights_.get());
+    DeletablePruner undeletable(UserContextStore::rightsOf(actingUser_));
     tree.walk(undeletable);
     out.merge(tree, levels);
 }

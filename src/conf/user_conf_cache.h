@@ -18,7 +18,6 @@ public:
 
     /// Asks anew; true when the answer differs from the last.
     bool update();
-    ConfUserContext get() const { return *context_.load(); }
 
     /// What the process's factory says of a user. In a process without users everyone may do everything.
     static ConfUserContext rightsOf(const Str &user);

@@ -59,7 +59,7 @@ public:
         for (const char *const app : kApps) {
             makeMetadata(app);
         }
-        isDisabled_ = oneIn(3);
+        isDisabled_ = oneIn(4);
     }
 
     void put(ConfTree &tree) const
@@ -145,7 +145,7 @@ private:
         Str text;
         Str imports;
         for (const char *const other : kApps) {
-            if (app != "c" && oneIn(3)) {
+            if (app != "c" && !oneIn(3)) {
                 imports << (imports.empty() ? "" : ", ") << other;
                 imports_[app].push_back(other);
             }
@@ -165,7 +165,7 @@ private:
         if (!imports.empty()) {
             text << "import = " << imports << "\n";
         }
-        if (oneIn(3)) {
+        if (oneIn(5)) {
             const bool exported = oneIn(2);
             text << "export = " << (exported ? "system\n" : "none\n");
             exports_[app][header] = exported;
