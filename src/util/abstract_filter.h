@@ -20,8 +20,8 @@ public:
 
     /// Unique inside a list.
     const Str name;
-    /// How often `matches` gave true, and how often it was called. Written by who calls it, a list or a reader
-    /// of stanzas.
+    /// How often `matches` gave true, and how often it was called. Written by who calls it, a list or a
+    /// reader of stanzas.
     std::uint64_t hits = 0;
     std::uint64_t checks = 0;
 };
