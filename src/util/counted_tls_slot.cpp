@@ -95,7 +95,9 @@ bool CountedTlsSlot::tryGet(void *&value)
         return true;
     }
     const bool read = readSlot(slotOf(state_.load()), value);
+    const DWORD error = GetLastError();
     leave();
+    SetLastError(error);
     return read;
 }
 

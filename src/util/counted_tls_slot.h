@@ -23,24 +23,36 @@ public:
     CountedTlsSlot(const CountedTlsSlot &) = delete;
     CountedTlsSlot &operator=(const CountedTlsSlot &) = delete;
 
-    /// Takes part in the slot for a scope.
+    /// Takes part in a slot from `enter` to its end, which raises what `TlsFree` says.
     class User
     {
     public:
-        explicit User(CountedTlsSlot &slot) : slot_(slot) { slot_.enter(); }
+        User() = default;
         User(const User &) = delete;
         User &operator=(const User &) = delete;
-        ~User() noexcept(false) { slot_.leave(); }
+        ~User() noexcept(false)
+        {
+            if (slot_ != nullptr) {
+                slot_->leave();
+            }
+        }
+
+        /// To be called once at most.
+        void enter(CountedTlsSlot &slot)
+        {
+            slot.enter();
+            slot_ = &slot;
+        }
 
     private:
-        CountedTlsSlot &slot_;
+        CountedTlsSlot *slot_ = nullptr;
     };
 
     unsigned userCount() const { return countOf(state_.load()); }
 
     /// The calling thread's value, null when there is none. Keeps the last error.
     void *get();
-    /// The same for code that may not raise: false when the system call failed.
+    /// The same, but false with the reason in the last error when the system call failed.
     bool tryGet(void *&value);
     /// Only for a thread that knows a user to stay for the time of the call.
     void set(void *value);

@@ -4,6 +4,7 @@
 #include "util/crash_report.h"
 #include "util/dbg_help.h"
 #include "util/environment.h"
+#include "util/exception_text.h"
 #include "util/invalid_parameter.h"
 #include "util/mini_dump.h"
 #include "util/thread.h"
@@ -15,8 +16,6 @@ namespace velmox {
 
 namespace {
 
-/// STATUS_GCC_THROW of GCC's run-time library, which raises it for each C++ exception.
-constexpr DWORD kCxxException = 0x20474343;
 constexpr UINT kUncaughtException = 3; // the code of abort()
 constexpr ULONG kReservedStack = 32 * 1024;
 constexpr DWORD kReportLimit = 60'000;
@@ -90,9 +89,8 @@ void report(EXCEPTION_POINTERS *exception, DWORD lastError)
         return;
     }
     breakIntoDebugger();
-    const Str threadName = Thread::currentName();
     Thread *thread = Thread::currentOrMain();
-    CrashFacts facts{exception, GetCurrentThreadId(), threadName.c_str(),
+    CrashFacts facts{exception, GetCurrentThreadId(), Thread::currentNameText(),
                      thread != nullptr ? &thread->crashNotes() : nullptr, lastError};
     if (code == static_cast<DWORD>(EXCEPTION_STACK_OVERFLOW)) {
         writeOnAnotherThread(facts);

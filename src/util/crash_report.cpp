@@ -47,7 +47,10 @@ void writeCrashReport(CrashSink &sink, const SYSTEMTIME &localTime, const CrashF
 {
     writeHeader(sink, localTime);
     writeExceptionRecord(sink, *facts.exception->ExceptionRecord);
-    writeExceptionInFlight(sink);
+    // A fault inside a handler is not the fault of the exception that is being handled.
+    if (facts.exception->ExceptionRecord->ExceptionCode == kCxxException) {
+        writeExceptionInFlight(sink);
+    }
     sink.format(" Crashing thread: %s\r\n", facts.threadName);
     writeRegisters(sink, *facts.exception->ContextRecord);
     writeBacktrace(sink, facts);

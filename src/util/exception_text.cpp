@@ -36,7 +36,7 @@ constexpr CodeName kCodeNames[] = {
     {EXCEPTION_SINGLE_STEP, "Single step"},
     {EXCEPTION_STACK_OVERFLOW, "Stack overflow"},
     {STATUS_HEAP_CORRUPTION, "Heap corruption"},
-    {0x20474343, "C++ exception"}, // STATUS_GCC_THROW of GCC's run-time library
+    {kCxxException, "C++ exception"},
 };
 
 const char *nameOf(DWORD code)

@@ -12,6 +12,9 @@ namespace velmox {
 
 namespace {
 
+/// Short enough for a text that takes nothing from the heap.
+constexpr char kNamelessThread[] = "???";
+
 /// The slot does not own the threads in it.
 void releaseThread(void *) {}
 
@@ -72,7 +75,7 @@ Thread::Thread()
 
 void Thread::create(std::size_t stackSize, const char *fmt, std::va_list args)
 {
-    slotUser_.emplace(threadSlot);
+    slotUser_.enter(threadSlot);
     if (!mainThreadExists) {
         throwThreadException(GetLastError(), "Thread created before main thread!");
     }
@@ -201,16 +204,25 @@ Thread *Thread::currentOrMain()
 Str Thread::currentName() noexcept
 {
     try {
+        return currentNameText();
+    } catch (...) {
+        return kNamelessThread;
+    }
+}
+
+const char *Thread::currentNameText() noexcept
+{
+    try {
         void *thread = nullptr;
         if (!threadSlot.tryGet(thread)) {
-            return "???";
+            return kNamelessThread;
         }
         if (thread != nullptr) {
-            return static_cast<const Thread *>(thread)->name_;
+            return static_cast<const Thread *>(thread)->name_.c_str();
         }
         return isMainThreadNow() ? "Main Thread" : "Unknown Thread";
     } catch (...) {
-        return "???";
+        return kNamelessThread;
     }
 }
 

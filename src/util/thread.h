@@ -7,7 +7,6 @@
 #include "util/str.h"
 
 #include <cstddef>
-#include <optional>
 
 namespace velmox {
 
@@ -58,6 +57,8 @@ public:
     static Thread *currentOrMain();
     /// The calling thread's name for log lines: never fails, takes no lock and keeps the last error.
     static Str currentName() noexcept;
+    /// The same without a copy, for the last moments of the process; good as long as the thread's object.
+    static const char *currentNameText() noexcept;
     /// True on every thread before the object of the main thread exists.
     static bool isMainThreadNow();
     /// Whether a thread besides the main one was ever made.
@@ -111,7 +112,7 @@ private:
     unsigned threadId_ = 0;
     Str name_;
     bool readyToRun_ = false; // under allThreadsLock
-    std::optional<CountedTlsSlot::User> slotUser_;
+    CountedTlsSlot::User slotUser_;
     Condition startCondition_;
     Str xmlErrors_;
     JoinHelper joinHelper_{*this};

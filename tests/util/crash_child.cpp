@@ -30,6 +30,15 @@ void throwSomething()
     velmox::throwThreadException(ERROR_ACCESS_DENIED, "thrown on purpose: %s", "text");
 }
 
+void violateInHandler()
+{
+    try {
+        throwSomething();
+    } catch (const std::exception &) {
+        violate();
+    }
+}
+
 int overflow(int depth)
 {
     volatile char block[4096];
@@ -53,10 +62,8 @@ struct Way
 };
 
 constexpr Way kWays[] = {
-    {"violation", violate},
-    {"exception", throwSomething},
-    {"overflow", [] { overflow(0); }},
-    {"badargument", passBadArgument},
+    {"violation", violate},           {"exception", throwSomething}, {"overflow", [] { overflow(0); }},
+    {"badargument", passBadArgument}, {"handler", violateInHandler},
 };
 
 void die(const char *name)

@@ -146,6 +146,15 @@ TEST(CrashLog, TellsAnExceptionThatNobodyCatches)
     }
 }
 
+TEST(CrashLog, BlamesNoExceptionForAFaultInItsHandler)
+{
+    const Death death("handler");
+    EXPECT_EQ(death.exitCode, static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION));
+    ASSERT_EQ(death.files.size(), 2u) << death.output.c_str();
+    expectInOrder(death.log(), {"Access violation (0xC0000005)"});
+    EXPECT_EQ(death.log().find("thrown on purpose"), Str::npos);
+}
+
 TEST(CrashLog, TellsAUsedUpStack)
 {
     const Death death("overflow");

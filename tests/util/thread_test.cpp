@@ -4,6 +4,7 @@
 #include "util/thread_exception.h"
 
 #include <atomic>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <libxml/parser.h>
 #include <thread>
@@ -97,6 +98,21 @@ TEST(Thread, CountsItsObjectsAndGivesTheSlotBack)
     }
     EXPECT_EQ(Thread::activeCount(), before);
     EXPECT_TRUE(Thread::anyCreated());
+}
+
+TEST(Thread, RaisesWhenItsSlotCannotBeFreed)
+{
+    // The slot that the next taker gets.
+    const DWORD slot = TlsAlloc();
+    TlsFree(slot);
+    auto *worker = new FunctionThread([] {});
+    TlsFree(slot);
+    try {
+        delete worker;
+        FAIL() << "no failure was raised";
+    } catch (const ThreadException &exception) {
+        EXPECT_THAT(exception.what(), ::testing::HasSubstr("about to throw a ThreadException: TlsFree: "));
+    }
 }
 
 // The tests below that are disabled run in processes of their own: what they need is there once a process.
