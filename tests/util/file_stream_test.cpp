@@ -143,6 +143,18 @@ TEST(FileStarTest, MakesTemporaryFilesThatVanish)
     SetEnvironmentVariableW(L"TMP", before);
 }
 
+TEST(FileStarTest, TellsWhyThereIsNoFurtherStream)
+{
+    const ScopedFolder folder;
+    testing::writeWhole(folder / "file", "x");
+    std::vector<FileStar> files;
+    do {
+        SetLastError(kMarker);
+        files.push_back(openFile(folder / "file", "rb"));
+    } while (files.back().isOpen() && files.size() < 100'000);
+    EXPECT_EQ(GetLastError(), ERROR_TOO_MANY_OPEN_FILES + 0u);
+}
+
 TEST(FileStarTest, KeepsTheLastErrorWhenClosing)
 {
     const ScopedFolder folder;
