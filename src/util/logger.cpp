@@ -40,6 +40,18 @@ void formatMessage(Str &out, unsigned error, LogFormatCallback *callback, const 
     callback->after(out);
 }
 
+/// Text that goes out whole, where a format would end it at a NUL.
+class WholeText : public LogFormatCallback
+{
+public:
+    explicit WholeText(const Str &text) : text_(text) {}
+    void before(Str &out) override { out.append(text_); }
+    void after(Str &) override {}
+
+private:
+    const Str &text_;
+};
+
 void reportStructuredException() noexcept
 {
     try {
@@ -124,7 +136,7 @@ void Logger::writeGuarded(unsigned error, LogLevel level, LogFormatCallback *cal
             return;
         }
         if (suppressor_) {
-            writeSuppressed(error, level, callback, fmt, args);
+            writeSuppressed(message, error, level, callback, fmt, args);
             return;
         }
         formatMessage(message, error, callback, fmt, args);
@@ -132,15 +144,15 @@ void Logger::writeGuarded(unsigned error, LogLevel level, LogFormatCallback *cal
     } catch (const StructuredException &) {
         throw;
     } catch (...) {
-        writeFallback(level, message);
+        // What could not be formatted is told by its format.
+        writeFallback(level, message.empty() ? Str(fmt) : message);
     }
 }
 
-void Logger::writeSuppressed(unsigned error, LogLevel level, LogFormatCallback *callback, const char *fmt,
-                             std::va_list args)
+void Logger::writeSuppressed(Str &message, unsigned error, LogLevel level, LogFormatCallback *callback,
+                             const char *fmt, std::va_list args)
 {
     const auto make = [&] {
-        Str message;
         formatMessage(message, error, callback, fmt, args);
         return message;
     };
@@ -290,10 +302,19 @@ LogStream Logger::error()
     return LogStream(*this, LogLevel::Error);
 }
 
+void Logger::logThrough(LogFormatCallback &callback, LogLevel level, const char *fmt, ...)
+{
+    std::va_list args;
+    va_start(args, fmt);
+    log(level, &callback, fmt, args);
+    va_end(args);
+}
+
 LogStream::~LogStream()
 {
     if (logger_ && !text_.empty()) {
-        logger_->log(level_, "%s", text_.c_str());
+        WholeText text(text_);
+        logger_->logThrough(text, level_, "");
     }
 }
 

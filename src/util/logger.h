@@ -105,8 +105,10 @@ private:
     void write(LogLevel level, LogFormatCallback *callback, const char *fmt, std::va_list args);
     void writeGuarded(unsigned error, LogLevel level, LogFormatCallback *callback, const char *fmt,
                       std::va_list args);
-    void writeSuppressed(unsigned error, LogLevel level, LogFormatCallback *callback, const char *fmt,
-                         std::va_list args);
+    /// Leaves the formatted text in `message`.
+    void writeSuppressed(Str &message, unsigned error, LogLevel level, LogFormatCallback *callback,
+                         const char *fmt, std::va_list args);
+    void logThrough(LogFormatCallback &callback, LogLevel level, const char *fmt, ...);
     bool deliver(LogLevel level, const Str &message, const LogCulprits *culprits = nullptr);
 
     // A static logger that is used before its constructor ran consists of zeros: its threshold lets

@@ -119,6 +119,7 @@ TEST_F(LoggerTest, EveryFormKeepsTheLastErrorAndFillsIn)
         [&] { logger.info(exception); },
         [&] { logger.error() << "n=" << 5 << ' ' << u"\u00e4" << exception; },
         [&] { logger.debug() << ""; },
+        [&] { logger.debug() << Str("nul\0%s", 6); },
         [&] { wrapped("%m"); },
         [&] { simple.error("to stderr"); },
         [&] { logger.log(LogLevel::Fatal, "f"); },
@@ -131,7 +132,8 @@ TEST_F(LoggerTest, EveryFormKeepsTheLastErrorAndFillsIn)
     const Str denied = errorText(ERROR_ACCESS_DENIED);
     Str expected;
     expected << denied << "\r\na%m\r\nw\r\ntwo\\r\\nlines\r\n100%s\r\nn=5 \xC3\xA4"
-             << "100%s\r\n<" << denied << ">\r\nf\r\n";
+             << "100%s\r\n"
+             << Str("nul\0%s", 6) << "\r\n<" << denied << ">\r\nf\r\n";
     EXPECT_EQ(log(), expected);
 }
 
@@ -316,7 +318,7 @@ TEST(LoggerChild, SpeaksBeforeConfiguration)
     for (const char *line :
          {"DEBUG - spoken early\n", "\nplain two\\nlines\n", "\nDEBUG - simple two\nlines\n",
           "\nERROR - Error opening \"C:\\none\\a.log\": ", "\nERROR - Error opening \"C:\\none\\b.log\": ",
-          "\nCouldn't open log file configuration \"C:\\none\\log.cfg\": "}) {
+          "\nWARN - cannot be made %s\n", "\nCouldn't open log file configuration \"C:\\none\\log.cfg\": "}) {
         EXPECT_TRUE(output.contains(line)) << line << " in " << output.c_str();
     }
     EXPECT_FALSE(output.contains("hidden")) << output.c_str();
@@ -338,6 +340,14 @@ TEST(LoggerChild, DISABLED_Unconfigured)
         EXPECT_TRUE(Logger::loadConfig(folder / "log.cfg", nullptr, {}, true));
         logger.info("lost");
     }
+    struct Refuse : LogFormatCallback
+    {
+        void before(Str &) override { throw std::runtime_error("refused"); }
+        void after(Str &) override {}
+    } refuse;
+    Logger repeating("Repeating", true);
+    std::va_list none{};
+    repeating.log(LogLevel::Warn, &refuse, "cannot be made %s", none);
     EXPECT_FALSE(Logger::loadConfig(Pathname(u"C:\\none\\log.cfg"), nullptr, {}, false));
     simple.debug("hidden");
 }
