@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <compare>
 #include <cstddef>
 #include <stdexcept>
@@ -29,9 +30,9 @@ public:
 
     BasicText() = default;
     BasicText(const Unit *cstr) : units_(cstr) {}
-    BasicText(const Unit *text, std::size_t length) : units_(text, length) {}
-    BasicText(std::size_t count, Unit unit) : units_(count, unit) {}
-    BasicText(View view) : units_(view) {}
+    BasicText(const Unit *text, std::size_t length) : units_(text, checkedLength(length)) {}
+    BasicText(std::size_t count, Unit unit) : units_(checkedLength(count), unit) {}
+    BasicText(View view) : BasicText(view.data(), view.size()) {}
     BasicText(Storage storage) : units_(std::move(storage)) {}
 
     std::size_t size() const { return units_.size(); }
@@ -97,6 +98,7 @@ public:
     }
     Derived &assign(View text)
     {
+        checkLength(text.size());
         units_.assign(text);
         return self();
     }
@@ -116,6 +118,7 @@ public:
     Derived &replace(std::size_t position, std::size_t count, View text)
     {
         checkPosition(position);
+        checkLength(text.size(), size() - std::min(count, size() - position));
         units_.replace(position, count, text);
         return self();
     }
@@ -151,11 +154,16 @@ private:
             throwPosition();
         }
     }
-    void checkLength(std::size_t added, std::size_t standing = 0) const
+    static void checkLength(std::size_t added, std::size_t standing = 0)
     {
-        if (added > units_.max_size() - standing) {
+        if (added > Storage().max_size() - standing) {
             throw std::length_error("string too long");
         }
+    }
+    static std::size_t checkedLength(std::size_t length)
+    {
+        checkLength(length);
+        return length;
     }
 
     Storage units_;

@@ -4,7 +4,8 @@
 
 namespace velmox {
 
-/// A variable of this process's environment, empty when it is not set. Throws std::bad_alloc.
+/// A variable of this process's environment, empty when it is not set. Throws std::bad_alloc
+/// "bad allocation".
 WideStr environmentVariable(const char16_t *name);
 
 /// Sets a variable for this process and its children; a failure leaves what stood.

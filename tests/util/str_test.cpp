@@ -41,6 +41,11 @@ TEST(Str, refusesPositionsPastTheEndAndImpossibleLengths)
     EXPECT_EQ(message([&] { (void)text.at(past); }), "invalid string position");
     EXPECT_EQ(message([&] { text.reserve(tooLong); }), "string too long");
     EXPECT_EQ(message([&] { text.append(tooLong, 'x'); }), "string too long");
+    EXPECT_EQ(message([&] { text.replace(past, 0, "x"); }), "invalid string position");
+    EXPECT_EQ(message([&] { Str(tooLong, 'x'); }), "string too long");
+    EXPECT_EQ(message([&] { Str("x", tooLong); }), "string too long");
+    EXPECT_EQ(message([&] { text.assign(std::string_view("x", tooLong)); }), "string too long");
+    EXPECT_EQ(message([&] { text.replace(0, 1, std::string_view("x", tooLong)); }), "string too long");
     EXPECT_EQ(text, "abc");
 }
 
