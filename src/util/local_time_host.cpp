@@ -1,8 +1,6 @@
+#include "util/c_time_fields.h"
 #include "util/platform.h"
 #include "util/str.h"
-#include "util/struct_tm.h"
-
-#include <ctime>
 
 namespace velmox::platform {
 
@@ -20,28 +18,13 @@ bool localTime(std::int64_t unixSeconds, StructTm &out)
     if (unixSeconds < 0 || unixSeconds > kLastLocalTime || !localtime_r(&seconds, &tm)) {
         return false;
     }
-    out = {.seconds = tm.tm_sec,
-           .minutes = tm.tm_min,
-           .hours = tm.tm_hour,
-           .dayOfMonth = tm.tm_mday,
-           .month = tm.tm_mon,
-           .year = tm.tm_year,
-           .weekDay = tm.tm_wday,
-           .yearDay = tm.tm_yday,
-           .daylight = tm.tm_isdst};
+    out = fromCTime(tm);
     return true;
 }
 
 bool localToUnix(const StructTm &tm, std::int64_t &unixSeconds)
 {
-    std::tm fields = {};
-    fields.tm_sec = tm.seconds;
-    fields.tm_min = tm.minutes;
-    fields.tm_hour = tm.hours;
-    fields.tm_mday = tm.dayOfMonth;
-    fields.tm_mon = tm.month;
-    fields.tm_year = tm.year;
-    fields.tm_isdst = tm.daylight;
+    std::tm fields = toCTime(tm);
     const std::time_t seconds = std::mktime(&fields);
     if (seconds < 0 || seconds > kLastLocalTime) {
         return false;
