@@ -107,7 +107,9 @@ int lockFileCanCreateIn(const Pathname &folder)
         return kEmptyName;
     }
     Str name("lock_test_");
-    appendRandomHex(name, 8);
+    if (!appendRandomHex(name, 8)) {
+        return kCannotCreate - 1; // as for a handle that is invalid
+    }
     const Pathname probe = folder.join(name);
     FileDescriptor file;
     if (!file.openWrite(probe, FilePermissions::Private)) {
