@@ -102,9 +102,12 @@ void checkNumbers(const Str &text)
 {
     const long long value = text.toInt64(7);
     require(Str::fromFormat("%lld", value).toInt64(7) == value, "a number comes back");
-    const Str decimal = text.trimmed();
     std::int64_t strict = 0;
-    if (StrSegment(decimal).parseSigned(strict)) {
+    if (StrSegment(text).parseSigned(strict)) {
+        Str decimal = text.trimmed();
+        if (decimal.startsWith("-")) { // blanks behind the sign are allowed here alone
+            decimal = Str("-") << decimal.substr(1).trimmed();
+        }
         errno = 0;
         char *end = nullptr;
         const long long expected = std::strtoll(decimal.c_str(), &end, 10);

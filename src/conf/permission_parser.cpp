@@ -9,7 +9,7 @@ namespace {
 Logger log("ConfAcl");
 
 /// Bytes with a meaning of their own in a permission text.
-constexpr CharSet kReserved(":,[]%");
+constexpr CharSet kReserved(":,[]%+");
 
 /// A machine that is fed the text byte by byte.
 class PermissionParser
@@ -113,13 +113,20 @@ private:
     Str name_;
 };
 
+/// Blanks at the ends of a role would pass for those around it.
+bool needsCode(const Str &role, std::size_t at)
+{
+    const bool atEnd = at == 0 || at + 1 == role.size();
+    return kReserved.contains(role[at]) || (atEnd && CharSet::blanks().contains(role[at]));
+}
+
 void appendRole(Str &out, const Str &role)
 {
-    for (const char byte : role) {
-        if (kReserved.contains(byte)) {
-            out.appendFormat("%%%02X", static_cast<unsigned>(static_cast<unsigned char>(byte)));
+    for (std::size_t at = 0; at < role.size(); ++at) {
+        if (needsCode(role, at)) {
+            out.appendFormat("%%%02X", static_cast<unsigned>(static_cast<unsigned char>(role[at])));
         } else {
-            out += byte;
+            out += role[at];
         }
     }
 }
