@@ -71,7 +71,7 @@ public:
 
     /// The name is a counted string with a 16-bit length in bytes, so only the low half of `nameBytes` counts
     /// for its text, while all of it counts for the step to the next record.
-    const char16_t *name() const { return reinterpret_cast<const char16_t *>(start_ + kNameOffset); }
+    const unsigned char *name() const { return start_ + kNameOffset; }
     std::size_t nameUnits() const { return (nameBytes() & 0xFFFF) / sizeof(char16_t); }
 
     const unsigned char *data() const { return start_ + kFixedBytes + nameBytes(); }

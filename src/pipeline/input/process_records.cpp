@@ -13,10 +13,11 @@ constexpr char kFunction[] = "WinRegistryMonitor::processData";
 const Str kGroup = kProcmonFilters;
 const Str kNoKey;
 
-bool namesProgram(const char16_t *path, std::size_t units)
+bool namesProgram(std::u16string_view path)
 {
     constexpr std::size_t kEnding = 4;
-    return units > kEnding && _wcsnicmp(asWide(path + units - kEnding), L".exe", kEnding) == 0;
+    return path.size() > kEnding &&
+           _wcsnicmp(asWide(path.data() + path.size() - kEnding), L".exe", kEnding) == 0;
 }
 
 } // namespace
@@ -45,11 +46,10 @@ void RecordProcessor::onImageRecord(const MonitorRecord &record)
 // first program mapped into it.
 void RecordProcessor::learnImage(const MonitorRecord &record)
 {
-    if (imageKnown_ || !namesProgram(record.name(), record.nameUnits())) {
+    if (imageKnown_ || !namesProgram(name_)) {
         return;
     }
-    const std::size_t units = std::min<std::size_t>(record.nameUnits(), kImageUnits - 1);
-    std::memcpy(imageBuffer_, record.name(), units * sizeof(char16_t));
+    const std::size_t units = name_.copy(imageBuffer_, kImageUnits - 1);
     imageBuffer_[units] = u'\0';
     ProcessImageTable::instance().add(record.pid(), imageBuffer_);
 }

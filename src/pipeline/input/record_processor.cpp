@@ -38,9 +38,10 @@ void RecordProcessor::processData(const unsigned char *buffer, std::uint32_t byt
 // What every record needs, whatever its class.
 void RecordProcessor::prepare(const MonitorRecord &record)
 {
-    trace::monitor(trace::Kind::Entry, 40, kFunction, {record.name(), record.nameUnits() + 1});
+    name_ = nameOf(record);
+    trace::monitor(trace::Kind::Entry, 40, kFunction, {name_.data(), name_.size() + 1});
     rawPath_.clear();
-    rawPath_.appendUtf16(record.name(), record.nameUnits());
+    rawPath_.appendUtf16(name_.data(), name_.size());
     keyPath_ = rawPath_;
     mapControlSet();
     imageKnown_ = ProcessImageTable::instance().lookup(record.pid(), imageBuffer_, kImageUnits);
@@ -49,6 +50,19 @@ void RecordProcessor::prepare(const MonitorRecord &record)
         processImage_.appendUtf16(imageBuffer_);
     }
     eventTime_ = clock_.timeOf(record.timestamp());
+}
+
+// Behind data of odd length a record's name stands at an odd address, where 16-bit text must not be read.
+std::u16string_view RecordProcessor::nameOf(const MonitorRecord &record)
+{
+    const unsigned char *name = record.name();
+    const std::size_t units = record.nameUnits();
+    if (reinterpret_cast<std::uintptr_t>(name) % alignof(char16_t) == 0) {
+        return {reinterpret_cast<const char16_t *>(name), units};
+    }
+    evenName_.resize(units);
+    std::memcpy(evenName_.data(), name, units * sizeof(char16_t));
+    return evenName_;
 }
 
 // Lets a pattern that names the current control set meet the numbered one that the kernel reports.

@@ -30,6 +30,7 @@ public:
 
 private:
     void prepare(const MonitorRecord &record);
+    std::u16string_view nameOf(const MonitorRecord &record);
     void mapControlSet();
     bool passes(const Str &groupName, const Str &process, const Str &keyPath, std::string_view type);
 
@@ -51,6 +52,8 @@ private:
     RecordClock clock_;
 
     // The record at hand; the strings keep their room from record to record.
+    std::u16string_view name_;
+    std::u16string evenName_;
     Str rawPath_;
     Str keyPath_;
     char16_t imageBuffer_[kImageUnits];

@@ -4,6 +4,8 @@
 #include "util/file_star.h"
 
 #include <gtest/gtest.h>
+#include <map>
+#include <random>
 
 namespace velmox {
 namespace {
@@ -151,6 +153,64 @@ TEST_F(RecordProcessorTest, OtherClassesAreSkippedAndTheRecordBehindThemIsFound)
     EXPECT_EQ(bodies_.size(), 1u);
     records_.processData(nullptr, 0);
     EXPECT_EQ(bodies_.size(), 1u);
+}
+
+// 16-bit text of odd and even bytes, half surrogates and markup.
+RecordFields randomRecord(std::mt19937 &random)
+{
+    const auto pick = [&](unsigned count) { return static_cast<unsigned>(random()) % count; };
+    constexpr std::u16string_view kPieces[] = {
+        u"\\",         u"a",      u"\n</event>\n<event stanza=\"x\">\n",
+        u"]]>",        u"&#10;",  u"\xD800",
+        u"\xDC00",     u"\x0001", u".exe",
+        u"\"\n<data>", u"\x0000"};
+    RecordFields record;
+    constexpr std::uint32_t kClasses[] = {kRegistryRecord, kProcessRecord, kImageRecord, 3};
+    record.recordClass = kClasses[pick(4)];
+    record.operation = pick(50);
+    record.status = static_cast<std::uint32_t>(random());
+    record.pid = kPid + pick(3);
+    record.dataType = pick(13);
+    record.timestamp += random();
+    record.name.clear();
+    for (unsigned count = pick(300) == 0 ? 20'000 : pick(12); count > 0; --count) {
+        record.name += kPieces[pick(std::size(kPieces))];
+    }
+    for (unsigned count = pick(8); count > 0; --count) {
+        const Bytes piece = testbed::textData(kPieces[pick(std::size(kPieces))]);
+        record.data.insert(record.data.end(), piece.begin(), piece.end());
+    }
+    record.data.resize(record.data.size() + pick(2));
+    return record;
+}
+
+TEST_F(RecordProcessorTest, NoRecordAddsALineOfMarkup)
+{
+    std::mt19937 random(8);
+    std::size_t registryRecords = 0;
+    for (int round = 0; round < 300; ++round) {
+        Bytes buffer;
+        for (int count = 0; count < 10; ++count) {
+            const RecordFields record = randomRecord(random);
+            registryRecords += record.recordClass == kRegistryRecord;
+            testbed::appendRecord(buffer, record);
+        }
+        records_.processData(buffer.data(), static_cast<std::uint32_t>(buffer.size()));
+    }
+    EXPECT_GT(bodies_.size(), registryRecords);
+
+    std::map<std::string, std::size_t> tags;
+    std::rewind(out_.get());
+    for (Str line; out_.readLine(line);) {
+        if (line.startsWith("<")) {
+            ++tags[std::string(line.view().substr(0, line.find('>')))];
+        }
+    }
+    const std::size_t events = bodies_.size();
+    const std::map<std::string, std::size_t> expected = {
+        {"<stream", 1},      {"<event stanza=\"all\"", events}, {"<time", events},  {"<data", events},
+        {"<source", events}, {"<sourcetype", events},           {"<index", events}, {"</event", events}};
+    EXPECT_EQ(tags, expected);
 }
 
 } // namespace
