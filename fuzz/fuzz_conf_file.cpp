@@ -1,4 +1,4 @@
-#include "conf/ini_file.h"
+#include "conf/file/ini_file.h"
 #include "fuzz/fuzz_target.h"
 #include "tests/support/memory_stream.h"
 

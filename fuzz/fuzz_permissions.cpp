@@ -1,5 +1,5 @@
-#include "conf/meta_header.h"
-#include "conf/permission_parser.h"
+#include "conf/mapper/meta_header.h"
+#include "conf/tree/permission_parser.h"
 #include "fuzz/fuzz_target.h"
 
 namespace velmox::fuzz {

@@ -1,4 +1,4 @@
-#include "conf/time_with_unit.h"
+#include "conf/setup/time_with_unit.h"
 #include "fuzz/fuzz_target.h"
 #include "util/time_formatter.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "conf/bundles_setup.h"
+#include "conf/setup/bundles_setup.h"
 #include "util/str.h"
 
 namespace velmox {

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "conf/bundles_setup.h"
-#include "conf/conf_path_trie.h"
-#include "conf/conf_path_with_acl.h"
+#include "conf/setup/bundles_setup.h"
+#include "conf/tree/conf_path_trie.h"
+#include "conf/tree/conf_path_with_acl.h"
 
 namespace velmox {
 

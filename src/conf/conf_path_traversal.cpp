@@ -1,7 +1,7 @@
 #include "conf/conf_path_traversal.h"
 
-#include "conf/conf_path_base.h"
 #include "conf/conf_path_exceptions.h"
+#include "conf/tree/conf_path_base.h"
 
 namespace velmox {
 

@@ -1,9 +1,9 @@
 #include "conf/conf_path.h"
 #include "conf/conf_path_exceptions.h"
-#include "conf/conf_path_mapper_manager.h"
 #include "conf/conf_path_traversal.h"
-#include "conf/sentinel_scope.h"
-#include "conf/shared_conf_services.h"
+#include "conf/setup/conf_path_mapper_manager.h"
+#include "conf/setup/sentinel_scope.h"
+#include "conf/setup/shared_conf_services.h"
 #include "conf/touched_mappers.h"
 
 namespace velmox {

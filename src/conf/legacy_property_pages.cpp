@@ -1,6 +1,6 @@
 #include "conf/legacy_property_pages.h"
 
-#include "conf/legacy_conf_cache.h"
+#include "conf/cache/legacy_conf_cache.h"
 
 namespace velmox {
 

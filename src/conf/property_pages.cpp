@@ -1,11 +1,11 @@
 #include "conf/property_pages.h"
 
-#include "conf/application_manager.h"
-#include "conf/conf_path_base.h"
-#include "conf/conf_user_context.h"
 #include "conf/property_pages_exceptions.h"
 #include "conf/property_pages_registry.h"
-#include "conf/shared_conf_services.h"
+#include "conf/setup/application_manager.h"
+#include "conf/setup/shared_conf_services.h"
+#include "conf/tree/conf_path_base.h"
+#include "conf/tree/conf_user_context.h"
 
 #include <mutex>
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "conf/cache/i_conf_cache.h"
 #include "conf/conf_context.h"
-#include "conf/i_conf_cache.h"
 #include "conf/properties_map.h"
 #include "util/string_filters.h"
 

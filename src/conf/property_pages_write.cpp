@@ -1,12 +1,12 @@
+#include "conf/cache/user_conf_cache.h"
 #include "conf/conf_path.h"
 #include "conf/conf_path_exceptions.h"
-#include "conf/conf_path_mapper_manager.h"
 #include "conf/property_pages.h"
 #include "conf/property_pages_exceptions.h"
 #include "conf/property_pages_registry.h"
-#include "conf/sentinel_scope.h"
-#include "conf/shared_conf_services.h"
-#include "conf/user_conf_cache.h"
+#include "conf/setup/conf_path_mapper_manager.h"
+#include "conf/setup/sentinel_scope.h"
+#include "conf/setup/shared_conf_services.h"
 #include "util/logger.h"
 
 #include <mutex>

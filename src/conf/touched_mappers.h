@@ -1,6 +1,6 @@
 #pragma once
 
-#include "conf/i_conf_path_mapper.h"
+#include "conf/mapper/i_conf_path_mapper.h"
 
 #include <algorithm>
 #include <vector>

@@ -1,6 +1,6 @@
 #include "conf/user_property_pages.h"
 
-#include "conf/user_conf_cache.h"
+#include "conf/cache/user_conf_cache.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "conf/bundles_setup.h"
+#include "conf/setup/bundles_setup.h"
 #include "tests/support/scoped_folder.h"
 #include "util/environment.h"
 #include "util/file_system.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "conf/ini_file.h"
+#include "conf/file/ini_file.h"
 #include "conf/property_pages.h"
 #include "tests/support/scoped_folder.h"
 #include "util/file_system.h"

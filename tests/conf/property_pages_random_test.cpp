@@ -1,4 +1,4 @@
-#include "conf/ini_file.h"
+#include "conf/file/ini_file.h"
 #include "tests/conf/conf_tree.h"
 #include "tests/support/captured_log.h"
 

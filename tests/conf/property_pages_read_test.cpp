@@ -1,7 +1,7 @@
-#include "conf/conf_acl.h"
-#include "conf/conf_user_context.h"
+#include "conf/cache/user_conf_cache.h"
 #include "conf/property_pages_exceptions.h"
-#include "conf/user_conf_cache.h"
+#include "conf/tree/conf_acl.h"
+#include "conf/tree/conf_user_context.h"
 #include "tests/conf/conf_tree.h"
 #include "tests/support/function_thread.h"
 

@@ -1,6 +1,6 @@
 #include "pipeline/input/modinputs/scheme_specs.h"
 
-#include "conf/ini_file.h"
+#include "conf/file/ini_file.h"
 #include "util/directory_listing.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
-#include "conf/application_manager.h"
 #include "conf/property_pages.h"
-#include "conf/shared_conf_services.h"
+#include "conf/setup/application_manager.h"
+#include "conf/setup/shared_conf_services.h"
 #include "pipeline/input/modinputs/modinputs_helper_thread.h"
 #include "pipeline/input/modinputs/velmoxd_command_line.h"
 #include "util/crash_log.h"

@@ -1,0 +1,120 @@
+#include "conf/cache/base_conf_cache.h"
+
+#include "conf/setup/conf_path_mapper_manager.h"
+#include "conf/setup/conf_settings.h"
+#include "conf/setup/shared_conf_services.h"
+#include "util/logger.h"
+
+namespace velmox {
+
+namespace {
+
+Logger log("BaseConfCache");
+
+constexpr std::uint64_t kTicksPerMillisecond = Timeval::kTicksPerSecond / 1000;
+
+class StanzaIterator : public IConfCacheIteratorImpl
+{
+public:
+    using Stanzas = std::map<Str, PropertiesMap>;
+
+    StanzaIterator(Stanzas::const_iterator at, const Stanzas &stanzas) : at_(at), stanzas_(stanzas) {}
+
+    IConfCache::Iterator clone() const override { return std::make_unique<StanzaIterator>(*this); }
+    const Str &name() const override { return at_->first; }
+    const Str &expansion() const override { return at_->second.expansion; }
+    bool atEnd() const override { return at_ == stanzas_.end(); }
+    void step() override { ++at_; }
+    void copyTo(PropertiesMap &out, bool direct) const override;
+
+private:
+    Stanzas::const_iterator at_;
+    const Stanzas &stanzas_;
+};
+
+void StanzaIterator::copyTo(PropertiesMap &out, bool direct) const
+{
+    const PropertiesMap &stanza = at_->second;
+    if (out.properties.empty()) {
+        out.properties = stanza.properties;
+    } else {
+        out.properties.insert(stanza.properties.begin(), stanza.properties.end());
+    }
+    if (direct && out.self.originStanza.empty()) {
+        out.self = stanza.self;
+        out.metadata = stanza.metadata;
+        out.expansion = stanza.expansion;
+    }
+}
+
+} // namespace
+
+BaseConfCache::BaseConfCache(const Str &typeName, const ConfContext &context)
+    : typeName_(typeName), context_(context), pollMs_(context.setup.shared().settings().rebuildPollMs())
+{
+}
+
+IConfCache::Iterator BaseConfCache::begin()
+{
+    return std::make_unique<StanzaIterator>(stanzas_.cbegin(), stanzas_);
+}
+
+IConfCache::Iterator BaseConfCache::find(const Str &name)
+{
+    return std::make_unique<StanzaIterator>(stanzas_.find(name), stanzas_);
+}
+
+void BaseConfCache::refresh()
+{
+    if (haveLayersChanged()) {
+        invalidate();
+    }
+    // Cleared first: what makes the view stale while it is being built counts for the next read.
+    if (!dirty_.exchange(false)) {
+        return;
+    }
+    try {
+        rebuild();
+    } catch (...) {
+        dirty_.store(true);
+        throw;
+    }
+}
+
+std::vector<IConfPathMapper *> BaseConfCache::mappers() const
+{
+    return context_.setup.shared().mappers().mappers();
+}
+
+bool BaseConfCache::haveLayersChanged()
+{
+    if (!isPollDue()) {
+        return false;
+    }
+    states_.follow(mappers());
+    const bool changed = states_.haveChanged(typeName_, context_);
+    scheduleNextPoll(now());
+    return changed;
+}
+
+bool BaseConfCache::isPollDue()
+{
+    if (pollMs_ == 0) {
+        return false;
+    }
+    const Timeval time = now();
+    if (time < lastPoll_) {
+        log.warn("Current time (%s) precedes previous poll time (%s).", time.toStr().c_str(),
+                 lastPoll_.toStr().c_str());
+        return true;
+    }
+    return time >= nextPoll_;
+}
+
+void BaseConfCache::scheduleNextPoll(const Timeval &time)
+{
+    lastPoll_ = time;
+    nextPoll_ = Timeval(time.ticks() + pollMs_ * kTicksPerMillisecond);
+}
+
+} // namespace velmox

@@ -1,0 +1,78 @@
+#pragma once
+
+#include "conf/cache/i_conf_cache.h"
+#include "conf/conf_context.h"
+#include "conf/mapper/i_conf_path_mapper.h"
+
+#include <atomic>
+#include <list>
+#include <map>
+#include <vector>
+
+namespace velmox {
+
+/// What all caches have in common: the view, and when it is stale.
+class BaseConfCache : public IConfCache
+{
+public:
+    ConfLock &lock() override { return lock_; }
+    Iterator begin() override;
+    Iterator find(const Str &name) override;
+    void invalidate() override { dirty_.store(true); }
+    void refresh() override;
+
+    const Str &typeName() const { return typeName_; }
+    const ConfContext &context() const { return context_; }
+
+protected:
+    BaseConfCache(const Str &typeName, const ConfContext &context);
+
+    /// The layers of the root, in reading order.
+    std::vector<IConfPathMapper *> mappers() const;
+    void clear() { stanzas_.clear(); }
+
+private:
+    friend class BaseConfCacheBuilder;
+
+    /// What each mapper had of the type when this cache last looked, in reading order.
+    class StateList
+    {
+    public:
+        /// Takes in the mappers that are not in the list yet, each at its place in `mappers`.
+        void follow(const std::vector<IConfPathMapper *> &mappers);
+        /// Asks every mapper, so that all states catch up. True when one has changed.
+        bool haveChanged(const Str &typeName, const ConfContext &context);
+
+    private:
+        struct Entry
+        {
+            IConfPathMapper *mapper;
+            std::unique_ptr<ConfTypeState> state;
+        };
+        using Entries = std::list<Entry>;
+
+        void splice(Entries::iterator at, Entries &added);
+        Str textOfPlace(Entries::iterator at) const;
+        static void logEntries(const char *title, const Entries &entries);
+
+        Entries entries_;
+    };
+
+    virtual Timeval now() const { return Timeval::now(); }
+    bool isPollDue();
+    void scheduleNextPoll(const Timeval &time);
+    bool haveLayersChanged();
+
+    // All but `dirty_` under the lock.
+    std::map<Str, PropertiesMap> stanzas_;
+    const Str typeName_;
+    const ConfContext context_;
+    ConfLock lock_{ConfLockRank::Cache};
+    std::atomic<bool> dirty_{true};
+    const std::uint64_t pollMs_;
+    Timeval lastPoll_;
+    Timeval nextPoll_;
+    StateList states_;
+};
+
+} // namespace velmox

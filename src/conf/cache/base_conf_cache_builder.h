@@ -1,0 +1,52 @@
+#pragma once
+
+#include "conf/cache/base_conf_cache.h"
+#include "conf/setup/application_manager.h"
+#include "conf/tree/conf_path_based_pruner.h"
+
+#include <array>
+
+namespace velmox {
+
+/// Fills a cache from one walk over a tree of layers, of which nothing is pruned.
+class BaseConfCacheBuilder : public ConfPathBasedPruner
+{
+public:
+    /// With `override` a later value of at least the same level replaces an earlier one; without, the first
+    /// stays. The cache's lock is held, and the cache outlives the builder.
+    BaseConfCacheBuilder(BaseConfCache &cache, bool override);
+
+private:
+    /// Precedence of the layers; the higher wins.
+    enum Level : std::int32_t
+    {
+        Unknown = 0, ///< metadata that inherits from a parent without a level
+        SystemApp = 1,
+        Exported = 2,
+        NotExported = 3, ///< of another app than the reader's, seen by an import
+        OwnExported = 4,
+        Own = 5,
+        OwnUser = 6,
+    };
+
+    bool visitPath(const ConfPathCached &path, ConfPathTrie &node) override;
+    void enterApp(const ConfPathCached &path);
+    void enterStanza(const ConfPathCached &path, const ConfPathTrie &node);
+    void takeExpansion(const ConfPathTrie &node);
+    PropertyValue &enterKey(const ConfPathCached &path);
+    Level levelOf(const ConfPathCached &path, ConfExport exported, Level parent) const;
+    bool keepsOldValue(const PropertyValue &target, Level level) const;
+    void set(PropertyValue &target, const ConfPathCached &path, const ConfPathTrie &node, Level level) const;
+
+    BaseConfCache &cache_;
+    const bool override_;
+    ImportGenerations imports_;
+    // Where the walk stands.
+    std::array<Level, 4> levels_{}; ///< of the app's, the type's, the stanza's and the key's node
+    std::uint64_t generation_ = 0;
+    const Str *stanzaName_ = nullptr;
+    PropertiesMap *stanza_ = nullptr;
+    bool existed_ = false;
+};
+
+} // namespace velmox

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "conf/cache/base_conf_cache.h"
+
+namespace velmox {
+
+/// The view of a reader with neither user nor app: of the layers in their order, the first to set a key wins.
+class LegacyConfCache : public BaseConfCache
+{
+public:
+    LegacyConfCache(const Str &typeName, const ConfContext &context) : BaseConfCache(typeName, context) {}
+
+    void collectDeletable(unsigned, ConfPathTrie &) override {}
+    void rebuild() override;
+
+private:
+    void addLayer(ConfPathTrie &layer);
+};
+
+} // namespace velmox

@@ -1,0 +1,78 @@
+#include "conf/cache/shared_conf_state.h"
+
+#include "conf/setup/conf_path_mapper_manager.h"
+#include "conf/setup/shared_conf_services.h"
+#include "conf/tree/conf_path_pruners.h"
+#include "util/logger.h"
+
+namespace velmox {
+
+namespace {
+
+Logger log("SharedConfState");
+
+void prune(ConfPathTrie &tree, const BundlesSetup &setup)
+{
+    tree.pruneDepth(ConfPathTrie::kKeyLevel);
+    DanglingMetadataPruner danglingMetadata;
+    tree.walk(danglingMetadata);
+    DanglingDataPruner danglingData(setup);
+    tree.walk(danglingData);
+    DisabledApplicationPruner disabled(setup);
+    tree.walk(disabled);
+}
+
+} // namespace
+
+SharedConfState::SharedConfState(const BundlesSetup &setup, const Str &typeName)
+    : typeName_(typeName), setup_(setup)
+{
+}
+
+void SharedConfState::invalidate()
+{
+    const std::lock_guard guard(lock_);
+    dirty_ = true;
+}
+
+void SharedConfState::populate()
+{
+    if (!dirty_) {
+        return;
+    }
+    trie_.clear();
+    readLayers();
+    prune(trie_, setup_);
+    dirty_ = false;
+}
+
+void SharedConfState::readLayers()
+{
+    ConfSearch search;
+    search.constrain(ConfSearch::Type, typeName_);
+    for (IConfPathMapper *const mapper : setup_.shared().mappers().mappers()) {
+        try {
+            ConfPathTrie layer;
+            if (mapper->search(search, layer)) {
+                trie_.merge(layer);
+            }
+        } catch (const BaseException &exception) {
+            log.warn("Error populating shared UserConfCache state: %s %s", typeName_.c_str(),
+                     exception.what());
+        }
+    }
+}
+
+SharedConfStates::SharedConfStates(const BundlesSetup &setup) : setup_(setup) {}
+
+SharedConfState &SharedConfStates::of(const Str &typeName)
+{
+    const std::lock_guard guard(lock_);
+    std::unique_ptr<SharedConfState> &state = states_[typeName];
+    if (!state) {
+        state = std::make_unique<SharedConfState>(setup_, typeName);
+    }
+    return *state;
+}
+
+} // namespace velmox

@@ -1,0 +1,117 @@
+#include "conf/cache/user_conf_cache.h"
+
+#include "conf/cache/base_conf_cache_builder.h"
+#include "conf/cache/shared_conf_state.h"
+#include "conf/setup/shared_conf_services.h"
+#include "conf/tree/context_pruners.h"
+#include "conf/tree/permission_pruner.h"
+
+namespace velmox {
+
+namespace {
+
+bool operator==(const ConfUserContext &a, const ConfUserContext &b)
+{
+    return a.name == b.name && a.roles == b.roles && a.privileged == b.privileged;
+}
+
+/// Copies the part of a tree that lies at a path.
+void copyAt(const ConfPathBase &path, const ConfPathTrie &from, ConfPathTrie &out)
+{
+    if (const ConfPathTrie *const found = from.find(path)) {
+        out.node(path).merge(*found);
+    }
+}
+
+void copyUser(const Str &user, const ConfPathTrie &from, ConfPathTrie &out)
+{
+    const Str name = user.lowered();
+    if (const ConfPathTrie *const found = from.findChild(name)) {
+        out.child(name).merge(*found);
+    }
+}
+
+} // namespace
+
+UserContextStore::UserContextStore(const Str &user)
+    : user_(user), context_(std::make_shared<const ConfUserContext>(rightsOf(user)))
+{
+}
+
+bool UserContextStore::update()
+{
+    auto fresh = std::make_shared<const ConfUserContext>(rightsOf(user_));
+    const auto last = context_.exchange(fresh);
+    return !(*last == *fresh);
+}
+
+ConfUserContext UserContextStore::rightsOf(const Str &user)
+{
+    IConfUserContextFactory *const factory = ConfUserContextFactory::instance();
+    if (user.empty()) {
+        return {};
+    }
+    if (factory == nullptr) {
+        return {user, {}, true};
+    }
+    return factory->named(user);
+}
+
+UserConfCache::UserConfCache(const Str &typeName, const ConfContext &context, const Str &actingUser)
+    : BaseConfCache(typeName, context), actingUser_(actingUser),
+      shared_(context.setup.shared().states().of(typeName)), rights_(actingUser)
+{
+}
+
+void UserConfCache::invalidate()
+{
+    // The layers first: a view that is built in between is stale by its own mark.
+    shared_.invalidate();
+    BaseConfCache::invalidate();
+}
+
+void UserConfCache::rebuild()
+{
+    clear();
+    ConfPathTrie visible;
+    copyVisible(visible);
+    BaseConfCacheBuilder builder(*this, true);
+    visible.walk(builder);
+}
+
+void UserConfCache::copyVisible(ConfPathTrie &out)
+{
+    const Str &user = context().user;
+    shared_.withTree([&](const ConfPathTrie &layers) {
+        if (user.empty()) {
+            copyAt(ConfPathBase(kSharedUser, context().app), layers, out);
+            return;
+        }
+        copyUser(kSharedUser, layers, out);
+        if (user.compareCaseless(kSharedUser) != 0) {
+            copyUser(user, layers, out);
+        }
+    });
+    if (!user.empty()) {
+        pruneForUser(out);
+    }
+}
+
+void UserConfCache::pruneForUser(ConfPathTrie &tree) const
+{
+    SingleUserAppContextPruner foreign(context());
+    tree.walk(foreign);
+    PermissionPruner unreadable(UserContextStore::rightsOf(actingUser_));
+    tree.walk(unreadable);
+}
+
+void UserConfCache::collectDeletable(unsigned levels, ConfPathTrie &out)
+{
+    ConfPathTrie tree;
+    copyVisible(tree);
+    DeletablePruner undeletable(UserContextStore::rightsOf(actingUser_));
+    tree.walk(undeletable);
+    out.merge(tree, levels);
+}
+
+} // namespace velmox

@@ -1,0 +1,101 @@
+#include "conf/file/ini_file.h"
+#include "conf/file/ini_log.h"
+#include "util/file_rename.h"
+#include "util/open_file.h"
+#include "util/readable_unicode_file_star.h"
+#include "util/windows_api.h"
+#include "util/writable_unicode_file_star.h"
+
+namespace velmox {
+
+namespace {
+
+constexpr unsigned kRenameAttempts = 20;
+constexpr unsigned kRenameSleepMs = 100;
+
+} // namespace
+
+IniFile::IniFile(const Pathname &path)
+{
+    load(path);
+}
+
+IniFile::IniFile(FileStar stream, const Pathname &path) : destination_(path)
+{
+    loadFrom(std::move(stream));
+}
+
+void IniFile::load(const Pathname &path)
+{
+    destination_ = path;
+    loadFrom(openFile(destination_, "r"));
+}
+
+void IniFile::loadFrom(FileStar stream)
+{
+    if (!stream.isOpen()) {
+        iniLog.error("Cannot open file=%s for parsing: %m", destination_.toStr().c_str());
+        clear();
+        loaded_ = false;
+        return;
+    }
+    // The decoder sees to line ends itself, and counts them.
+    stream.setBinary();
+    ReadableUnicodeFileStar text(stream.get());
+    read(text, destination_);
+}
+
+bool IniFile::writeTo(const Pathname &path)
+{
+    const Str name = path.toStr();
+    FileStar file = openFile(path, "w");
+    if (!file.isOpen()) {
+        iniLog.error("Cannot open tmpfile=%s: %m", name.c_str());
+        return false;
+    }
+    if (!file.setBinary()) {
+        iniLog.error("Cannot open unicode-translated tmpfile=%s: %m", name.c_str());
+        return false;
+    }
+    WritableUnicodeFileStar out(file.get());
+    write(out);
+    if (!out.flush()) {
+        iniLog.error("Cannot flush tmpfile=%s: %m", name.c_str());
+        return false;
+    }
+    return true;
+}
+
+bool IniFile::flush()
+{
+    if (destination_.empty()) {
+        iniLog.error("No destination set for IniFile flush");
+        return false;
+    }
+    // The process number keeps writers of one file apart.
+    const Pathname temporary = destination_.concat(Str::fromFormat(".%lu.tmp", GetCurrentProcessId()));
+    if (!writeTo(temporary)) {
+        iniLog.error("Error while writing to: %s", temporary.toStr().c_str());
+        return false;
+    }
+    return renameToDestination(temporary);
+}
+
+/// The temporary file stays behind when it cannot be renamed.
+bool IniFile::renameToDestination(const Pathname &temporary) const
+{
+    RetryResult result;
+    const bool renamed = renameWithRetries(temporary, result, destination_, kRenameAttempts, kRenameSleepMs);
+    const Str from = temporary.toStr();
+    const Str to = destination_.toStr();
+    const Str report = result.toStr();
+    if (renamed) {
+        const LogLevel level = result.attempts == 1 ? LogLevel::Info : LogLevel::Warn;
+        iniLog.log(level, "Renamed %s to %s: %s", from.c_str(), to.c_str(), report.c_str());
+    } else {
+        iniLog.error("Cannot rename %s to %s: %s", from.c_str(), to.c_str(), report.c_str());
+    }
+    return renamed;
+}
+
+} // namespace velmox

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "conf/tree/conf_path_trie.h"
+#include "util/pathname.h"
+
+namespace velmox {
+
+/// Puts the stanzas and keys of a conf file below the node of their type, with the metadata of the file at
+/// each. Of a key that stands twice the last value counts. `rootDirectory` is that of the app to which names
+/// of stanzas are relative. False, with the reason in the last error and nothing changed, when the file
+/// cannot be opened.
+bool readConfFile(const Pathname &file, const Pathname &rootDirectory, const ConfPathMetadata &metadata,
+                  ConfPathTrie &typeNode);
+
+} // namespace velmox

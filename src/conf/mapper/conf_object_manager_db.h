@@ -1,0 +1,96 @@
+#pragma once
+
+#include "conf/conf_lock.h"
+#include "conf/file/ini_file.h"
+#include "conf/mapper/i_conf_path_mapper.h"
+#include "conf/mapper/meta_image.h"
+#include "conf/setup/bundle_handler_data.h"
+#include "conf/tree/conf_path_base.h"
+
+#include <map>
+#include <memory>
+#include <optional>
+
+namespace velmox {
+
+/// Keeps one metadata file, which says who may see and change what of an app, and what other apps it imports:
+/// its tree, read when it is first asked for, and the changes that are to be written. Any thread.
+///
+/// What a write leaves as it is does not touch the file, and a file that is missing is not made for it.
+class ConfObjectManagerDB : public IConfPathMapper
+{
+public:
+    explicit ConfObjectManagerDB(const BundleHandlerData &data);
+
+    bool read(const ConfPath &path, ConfPathTrie &out, unsigned levels) override;
+    bool collectGlobalExporters(std::set<Str> &apps) override;
+    bool writeData(const ConfPath &path, const Str &value) override;
+    /// Sets what is set in `metadata` and leaves the rest as it is.
+    bool writeMetadata(const ConfPath &path, const ConfPathMetadata &metadata) override;
+    bool remove(const ConfPath &path) override;
+    bool search(const ConfSearch &search, ConfPathTrie &out) override;
+    bool flush() override;
+    /// A file that was read is read anew at once, whatever the type, so that others can be told of changes.
+    bool reload(const Str &type) override;
+    FileChangeAnswer onFileChange(WatchedFileState &state) override;
+    std::unique_ptr<ConfTypeState> newState() override { return std::make_unique<ConfTypeState>(); }
+    bool hasChangedSince(const Str &type, ConfTypeState &state) override;
+    Str describe() const override;
+
+    const BundlesSetup &setup() const { return setup_; }
+    const Pathname &file() const { return file_; }
+    /// Whose metadata this is: a path without parts.
+    const ConfPathBase &owner() const { return owner_; }
+
+protected:
+    /// What others must be told of once no lock is held.
+    struct News
+    {
+        bool ofApp = false;     ///< the metadata of the app itself changed
+        bool ofExports = false; ///< what readers of other apps see may have changed
+    };
+    /// What happened since the last call.
+    News takeNews();
+
+private:
+    /// Changes under way. On disk they go through the image, in memory alone through the tree.
+    struct Edit
+    {
+        IniFile image;
+        ConfPathTrie tree;
+        bool changed = false;
+        bool isUnreadable = false;
+    };
+
+    Str text() const { return setup_.text(file_); }
+
+    // To be called with the lock held.
+    bool ensureLoaded();
+    /// Reads the file; tells whether that changed anything, or nothing when it cannot be opened.
+    std::optional<bool> refresh();
+    bool takeOver(ConfPathTrie &&tree, const ConfFileStatus &status);
+    void noteChanges(const ConfPathTrie &tree, const ConfPathTrie &difference);
+    void noteAppLevel(const ConfPathTrie &tree);
+    std::uint64_t generationOf(const Str &type) const;
+    Edit &edit();
+    bool note(MetaEdit result);
+    bool setInTree(const ConfPathBase &path, const ConfPathMetadata &metadata);
+    FileChangeAnswer takeFileChange();
+
+    const BundlesSetup setup_;
+    const Pathname file_;
+    const ConfPathBase owner_;
+
+    ConfLock lock_{ConfLockRank::Mapper};
+    bool loaded_ = false;
+    ConfPathTrie tree_;
+    ConfFileStatus status_;
+    std::set<Str> exporters_; ///< apps of which something is exported to everyone
+    std::unique_ptr<Edit> edit_;
+    News news_;
+    /// Changes that concern all types, and those of one.
+    std::uint64_t generation_ = 0;
+    std::map<Str, std::uint64_t> typeGenerations_;
+};
+
+} // namespace velmox

@@ -1,0 +1,139 @@
+#include "conf/conf_path.h"
+#include "conf/mapper/conf_object_manager_db.h"
+#include "conf/mapper/meta_file.h"
+#include "conf/mapper/meta_log.h"
+#include "util/file_system.h"
+#include "util/loader_info.h"
+
+#include <mutex>
+
+namespace velmox {
+
+namespace {
+
+bool isInMemoryOnly()
+{
+    return LoaderInfo::instance()->initSettings().inMemoryOnly;
+}
+
+bool makeParent(const Pathname &file)
+{
+    const Pathname parent = file.dirname();
+    const Str name = parent.toStr();
+    if (!makeDirs(parent, true)) {
+        metaLog.error("Cannot create parent directory: %s: %m", name.c_str());
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+/// Begins with what stands on disk at this moment, which another process may have written. What is kept in
+/// memory alone would be lost by that.
+ConfObjectManagerDB::Edit &ConfObjectManagerDB::edit()
+{
+    if (edit_) {
+        return *edit_;
+    }
+    if (!loaded_ || (!isInMemoryOnly() && ConfFileStatus::of(file_) != status_)) {
+        refresh();
+    }
+    edit_ = std::make_unique<Edit>();
+    if (isInMemoryOnly()) {
+        edit_->tree.merge(tree_);
+    } else if (pathKind(file_) == PathKind::Nothing) {
+        edit_->image.setDestination(file_);
+    } else {
+        edit_->image.load(file_);
+        edit_->isUnreadable = !edit_->image.loaded();
+    }
+    return *edit_;
+}
+
+bool ConfObjectManagerDB::note(MetaEdit result)
+{
+    edit_->changed = edit_->changed || result == MetaEdit::Changed;
+    return result != MetaEdit::Refused;
+}
+
+bool ConfObjectManagerDB::writeData(const ConfPath &path, const Str &value)
+{
+    const std::lock_guard guard(lock_);
+    Edit &current = edit();
+    if (!isInMemoryOnly()) {
+        return note(setMetaSetting(current.image, owner_, path, kMetaDataKey, value));
+    }
+    const ConfPathTrie *const known = current.tree.find(path);
+    if (known && known->hasData() ? known->data() != value : !value.empty()) {
+        current.tree.node(path).setData(value);
+        current.changed = true;
+    }
+    return true;
+}
+
+bool ConfObjectManagerDB::writeMetadata(const ConfPath &path, const ConfPathMetadata &metadata)
+{
+    const std::lock_guard guard(lock_);
+    if (isInMemoryOnly()) {
+        return setInTree(path, metadata);
+    }
+    for (const auto &[key, value] : metaSettings(metadata)) {
+        if (!note(setMetaSetting(edit().image, owner_, path, key, value))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool ConfObjectManagerDB::setInTree(const ConfPathBase &path, const ConfPathMetadata &metadata)
+{
+    ConfPathMetadata merged = metadata;
+    // Of the place on disk, and of nobody's interest.
+    merged.removable.reset();
+    merged.version.reset();
+    if (merged.empty()) {
+        return true;
+    }
+    ConfPathTrie &node = edit().tree.node(path);
+    const ConfPathMetadata known = node.hasMetadata() ? node.metadata() : ConfPathMetadata();
+    merged.fillFrom(known);
+    edit_->changed = edit_->changed || merged != known;
+    node.setMetadata(merged);
+    return true;
+}
+
+/// What is not there needs no removal.
+bool ConfObjectManagerDB::remove(const ConfPath &path)
+{
+    const std::lock_guard guard(lock_);
+    Edit &current = edit();
+    if (isInMemoryOnly()) {
+        current.changed = current.tree.remove(path) || current.changed;
+        return true;
+    }
+    return note(removeMetaStanzas(current.image, owner_, path));
+}
+
+/// Changes that cannot be written are lost, and the caller is told.
+bool ConfObjectManagerDB::flush()
+{
+    const std::lock_guard guard(lock_);
+    const std::unique_ptr<Edit> done = std::move(edit_);
+    if (done && done->isUnreadable) {
+        metaLog.error("%s: Failed to load from disk and cannot flush", text().c_str());
+        return false;
+    }
+    if (!done || !done->changed) {
+        metaLog.debug("%s: Nothing to flush", text().c_str());
+        return true;
+    }
+    if (isInMemoryOnly()) {
+        metaLog.info("%s: Skipping flush, keeping changes in memory only", text().c_str());
+        takeOver(std::move(done->tree), status_);
+        return true;
+    }
+    return makeParent(file_) && done->image.flush() && refresh().has_value();
+}
+
+} // namespace velmox

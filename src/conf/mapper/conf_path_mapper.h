@@ -1,0 +1,57 @@
+#pragma once
+
+#include "conf/file/ini_file.h"
+#include "conf/mapper/lazy_conf_path_mapper.h"
+#include "util/log_level.h"
+
+namespace velmox {
+
+/// Serves a directory of `.conf` files, one for each type, such as the `default` or `local` directory of an
+/// app. A type is edited in an image of its own that keeps the file's comments and order.
+class ConfPathMapper : public LazyConfPathMapper
+{
+public:
+    explicit ConfPathMapper(const BundleHandlerData &data);
+
+    bool writeData(const ConfPath &path, const Str &value) override;
+    bool remove(const ConfPath &path) override;
+    bool flush() override;
+    bool reload(const Str &type) override;
+    FileChangeAnswer onFileChange(WatchedFileState &state) override;
+
+private:
+    /// The image in which a type is edited. It lives from the first change to the flush.
+    struct Edit
+    {
+        IniFile image;
+        bool changed = false;
+    };
+
+    static constexpr char kExtension[] = "conf";
+
+    Pathname fileOf(const Str &type) const;
+    void logWrite(LogLevel level, const ConfPathBase &path, const Str &value, const char *what) const;
+
+    // All below are called with the lock held.
+    void listTypes();
+    bool readType(const Str &type, Type &record, ConfPathTrie &content) override;
+    bool readFile(const Str &type, const ConfFileStatus &status, ConfPathTrie &content) const;
+
+    Edit *editOf(const Str &type, bool create);
+    void knowType(const Str &type);
+    void change(Edit &edit, const ConfPathBase &path, const Str &value);
+    void setPending(const ConfPathBase &path, const Str &value);
+    bool removeFromImage(const ConfPathBase &path);
+    void restamp(const Str &type);
+
+    FileChangeAnswer takeFileChange(const Pathname &file, bool &appChanged);
+    FileChangeAnswer takeContent(const Str &type, Type &record, const ConfFileStatus &status);
+    FileChangeAnswer takeDeletion(const Str &type, Type &record);
+    bool reloadType(const Str &type);
+    bool reloadAll();
+
+    std::map<Str, Edit> edits_;
+    ConfPathTrie pending_; ///< what was written and not flushed
+};
+
+} // namespace velmox

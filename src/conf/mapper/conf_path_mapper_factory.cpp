@@ -1,0 +1,85 @@
+#include "conf/mapper/conf_path_mapper_factory.h"
+
+#include "conf/mapper/conf_object_manager.h"
+#include "conf/mapper/conf_path_mapper.h"
+#include "conf/mapper/lookup_table_conf_path_mapper.h"
+#include "conf/mapper/text_object_conf_path_mappers.h"
+#include "util/logger.h"
+
+namespace velmox {
+
+namespace {
+
+Logger log("ConfPathMapperFactory");
+
+using MakeMapper = std::unique_ptr<IConfPathMapper> (*)(const Str &handler, const BundleHandlerData &data);
+
+template <class Mapper>
+std::unique_ptr<IConfPathMapper> make(const Str &, const BundleHandlerData &data)
+{
+    return std::make_unique<Mapper>(data);
+}
+
+std::unique_ptr<IConfPathMapper> makeLookupTable(const Str &handler, const BundleHandlerData &data)
+{
+    return std::make_unique<LookupTableConfPathMapper>(data, handler);
+}
+
+std::unique_ptr<IConfPathMapper> makeMeta(const Str &, const BundleHandlerData &data)
+{
+    if (data.path.extension() != "meta") {
+        log.debug("Skipping non-meta file: %s", data.setup.text(data.path).c_str());
+        return nullptr;
+    }
+    return std::make_unique<ConfObjectManager>(data);
+}
+
+std::unique_ptr<IConfPathMapper> makeNone(const Str &, const BundleHandlerData &)
+{
+    return nullptr;
+}
+
+struct Handler
+{
+    const char *name;
+    ConfHandler kind;
+    MakeMapper make;
+};
+
+constexpr Handler kHandlers[] = {
+    {"default", ConfHandler::IterateOnly, makeNone},
+    {"ignore", ConfHandler::Ignore, makeNone},
+    {"conf", ConfHandler::Mapper, make<ConfPathMapper>},
+    {"confdb", ConfHandler::Mapper, makeMeta},
+    {"xml", ConfHandler::Mapper, make<DirectFileConfPathMapper>},
+    {"models", ConfHandler::Mapper, make<ModelConfPathMapper>},
+    {"lookups", ConfHandler::Mapper, makeLookupTable},
+    {"searchscripts", ConfHandler::Mapper, makeLookupTable},
+    {"history", ConfHandler::Mapper, makeLookupTable},
+};
+
+constexpr Handler kUnrecognized{"", ConfHandler::Unrecognized, makeNone};
+
+const Handler &handlerNamed(const Str &name)
+{
+    for (const Handler &handler : kHandlers) {
+        if (name == handler.name) {
+            return handler;
+        }
+    }
+    return kUnrecognized;
+}
+
+} // namespace
+
+ConfHandler confHandler(const Str &name)
+{
+    return handlerNamed(name).kind;
+}
+
+std::unique_ptr<IConfPathMapper> makeConfPathMapper(const Str &handler, const BundleHandlerData &data)
+{
+    return handlerNamed(handler).make(handler, data);
+}
+
+} // namespace velmox

@@ -1,0 +1,137 @@
+#include "conf/mapper/conf_path_mapper.h"
+#include "conf/setup/application_manager.h"
+#include "conf/setup/shared_conf_services.h"
+#include "searchthing/watched_file_state.h"
+#include "util/logger.h"
+
+#include <mutex>
+
+namespace velmox {
+
+namespace {
+
+Str dumped(const ConfPathTrie &trie)
+{
+    Str text;
+    trie.dump(&text);
+    return text;
+}
+
+} // namespace
+
+FileChangeAnswer ConfPathMapper::onFileChange(WatchedFileState &state)
+{
+    bool appChanged = false;
+    const FileChangeAnswer answer = takeFileChange(state.path(), appChanged);
+    // Outside the lock: the manager of applications asks all mappers, this one too.
+    if (appChanged) {
+        log_.info("App modification, creation, or update: %s", app_.c_str());
+        setup_.shared().applications().rescan(true);
+    }
+    return answer;
+}
+
+FileChangeAnswer ConfPathMapper::takeFileChange(const Pathname &file, bool &appChanged)
+{
+    const std::lock_guard guard(lock_);
+    const Str type = file.stem();
+    const Str name = text(file);
+    if (file.dirname().toStr().compareCaseless(path_.toStr()) != 0) {
+        log_.error("%s: Received change notification for unrelated file: %s", pathText().c_str(),
+                   name.c_str());
+        return FileChangeAnswer::Settled;
+    }
+    if (file.extension() != kExtension) {
+        return FileChangeAnswer::Settled;
+    }
+    if (edits_.contains(type)) {
+        log_.debug("%s: Deferred change notification on %s: outstanding write", pathText().c_str(),
+                   name.c_str());
+        return FileChangeAnswer::NoChange;
+    }
+    Type &record = types_[type];
+    const std::uint64_t generation = record.state.generation;
+    const ConfFileStatus status = ConfFileStatus::of(file);
+    const FileChangeAnswer answer =
+        status.exists ? takeContent(type, record, status) : takeDeletion(type, record);
+    appChanged = type == kAppType && record.state.generation != generation;
+    return answer;
+}
+
+FileChangeAnswer ConfPathMapper::takeContent(const Str &type, Type &record, const ConfFileStatus &status)
+{
+    const Str name = text(fileOf(type));
+    ConfPathTrie content;
+    if (!readFile(type, status, content)) {
+        return FileChangeAnswer::Unsettled;
+    }
+    record.loaded = true;
+    ConfPathTrie &known = typeNode(type);
+    ConfPathTrie difference;
+    if (!ConfPathTrie::diff(difference, known, content)) {
+        log_.info("%s: Ignored change notification for %s: self-generated", pathText().c_str(), name.c_str());
+        return FileChangeAnswer::NoChange;
+    }
+    if (log_.debugEnabled()) {
+        log_.debug("Previous conf:\n%s", dumped(known).c_str());
+        log_.debug("New conf:\n%s", dumped(content).c_str());
+        log_.debug("Conf diff:\n%s", dumped(difference).c_str());
+    }
+    known = std::move(content);
+    record.state.status = status;
+    ++record.state.generation;
+    Str modtime;
+    status.modtime.toUnixStr(modtime, 3);
+    log_.info("%s: Detected change to %s with modtime %s", pathText().c_str(), name.c_str(), modtime.c_str());
+    return FileChangeAnswer::Settled;
+}
+
+FileChangeAnswer ConfPathMapper::takeDeletion(const Str &type, Type &record)
+{
+    appNode().removeChild(type);
+    record.loaded = true;
+    record.state.status = {};
+    ++record.state.generation;
+    log_.info("%s: Detected deletion: %s", pathText().c_str(), text(fileOf(type)).c_str());
+    return FileChangeAnswer::Settled;
+}
+
+bool ConfPathMapper::reload(const Str &type)
+{
+    const std::lock_guard guard(lock_);
+    if (type.empty() ? !edits_.empty() : edits_.contains(type)) {
+        log_.error("%s: Refused forced reload of %s%s: outstanding write", pathText().c_str(),
+                   type.empty() ? "all types" : type.c_str(), type.empty() ? "" : ".conf");
+        return false;
+    }
+    return type.empty() ? reloadAll() : reloadType(type);
+}
+
+bool ConfPathMapper::reloadType(const Str &type)
+{
+    appNode().removeChild(type);
+    const ConfFileStatus status = isFileName(type) ? ConfFileStatus::of(fileOf(type)) : ConfFileStatus();
+    const auto found = types_.find(type);
+    if (found == types_.end()) {
+        if (status.exists) {
+            types_[type].state.status = status;
+        }
+        return false;
+    }
+    found->second.state.status = status;
+    return std::exchange(found->second.loaded, false);
+}
+
+bool ConfPathMapper::reloadAll()
+{
+    master_.clear();
+    bool wasLoaded = false;
+    for (auto &[type, record] : types_) {
+        wasLoaded = std::exchange(record.loaded, false) || wasLoaded;
+        record.state.status = {};
+    }
+    listTypes();
+    return wasLoaded;
+}
+
+} // namespace velmox

@@ -1,0 +1,147 @@
+#include "conf/mapper/lazy_conf_path_mapper.h"
+
+#include "conf/conf_path.h"
+#include "util/loader_info.h"
+#include "util/logger.h"
+
+#include <algorithm>
+#include <mutex>
+
+namespace velmox {
+
+namespace {
+
+/// Whether a directory below the app's is named "local".
+bool liesInLocal(const Pathname &path, const Pathname &rootDirectory)
+{
+    std::vector<Pathname> below;
+    Pathname(path.substr(std::min(path.size(), rootDirectory.size()))).split(below);
+    return std::find(below.begin(), below.end(), u"local") != below.end();
+}
+
+} // namespace
+
+LazyConfPathMapper::LazyConfPathMapper(const BundleHandlerData &data, Logger &log, const char *className)
+    : setup_(data.setup), path_(data.path), rootDirectory_(data.rootDirectory), user_(data.user.lowered()),
+      app_(data.app), log_(log), className_(className), isLocal_(liesInLocal(data.path, data.rootDirectory))
+{
+}
+
+bool LazyConfPathMapper::isFileName(const Str &part)
+{
+    return !part.empty() && part.view().find_first_of("/\\") == std::string_view::npos;
+}
+
+bool LazyConfPathMapper::isInMemoryOnly()
+{
+    return LoaderInfo::instance()->initSettings().inMemoryOnly;
+}
+
+/// A value of a local directory can be removed: what it covers comes to light then.
+ConfPathMetadata LazyConfPathMapper::metadataOf(const ConfFileStatus &status) const
+{
+    ConfPathMetadata metadata;
+    metadata.removable = isLocal_;
+    metadata.modtime = status.modtime;
+    return metadata;
+}
+
+bool LazyConfPathMapper::isOwn(const ConfPathBase &path) const
+{
+    return path.app() == app_ && path.user().compareCaseless(user_) == 0;
+}
+
+bool LazyConfPathMapper::belongs(const ConfPathBase &path) const
+{
+    return isOwn(path) && (path.parts().empty() || types_.contains(path.type()));
+}
+
+ConfPathTrie &LazyConfPathMapper::typeNode(const Str &type)
+{
+    return appNode().child(type);
+}
+
+bool LazyConfPathMapper::read(const ConfPath &path, ConfPathTrie &out, unsigned levels)
+{
+    const std::lock_guard guard(lock_);
+    if (!belongs(path) || (path.parts().empty() && levels == 0)) {
+        return false;
+    }
+    loadFor(path);
+    return copyOut(path, out, levels);
+}
+
+/// The path holds all constraints, so that whatever stands at it fits the search.
+bool LazyConfPathMapper::search(const ConfSearch &search, ConfPathTrie &out)
+{
+    ConfPathBase path(search.constraint(ConfSearch::User).value_or(user_).lowered(),
+                      search.constraint(ConfSearch::App).value_or(app_));
+    if (const auto &type = search.constraint(ConfSearch::Type)) {
+        path.addPart(*type);
+    }
+    const std::lock_guard guard(lock_);
+    if (!belongs(path)) {
+        return false;
+    }
+    if (search.maxLevel() >= ConfPathTrie::kTypeLevel) {
+        loadFor(path);
+        const auto level = static_cast<unsigned>(ConfPathTrie::kAppLevel + path.parts().size());
+        copyOut(path, out, search.maxLevel() - level);
+    }
+    return true;
+}
+
+/// What holds nothing leaves no node behind.
+bool LazyConfPathMapper::copyOut(const ConfPathBase &path, ConfPathTrie &out, unsigned levels)
+{
+    const ConfPathTrie *const from = master_.find(path);
+    if (!from || from->empty()) {
+        return false;
+    }
+    out.node(path).merge(*from, levels);
+    return true;
+}
+
+void LazyConfPathMapper::loadFor(const ConfPathBase &path)
+{
+    if (!path.parts().empty()) {
+        load(path.type(), types_[path.type()]);
+        return;
+    }
+    for (auto &[type, record] : types_) {
+        load(type, record);
+    }
+}
+
+void LazyConfPathMapper::load(const Str &type, Type &record)
+{
+    if (record.loaded) {
+        return;
+    }
+    ConfPathTrie content;
+    record.loaded = readType(type, record, content);
+    if (!content.empty()) {
+        typeNode(type) = std::move(content);
+    }
+}
+
+bool LazyConfPathMapper::hasChangedSince(const Str &type, ConfTypeState &state)
+{
+    const std::lock_guard guard(lock_);
+    const auto found = types_.find(type);
+    const ConfTypeState current = found == types_.end() ? ConfTypeState() : found->second.state;
+    if (current.generation == state.generation) {
+        return false;
+    }
+    log_.debug("%s: Changed since: %s -> %s", pathText().c_str(), state.toStr().c_str(),
+               current.toStr().c_str());
+    state = current;
+    return true;
+}
+
+Str LazyConfPathMapper::describe() const
+{
+    return Str(className_) << ": " << pathText();
+}
+
+} // namespace velmox

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "conf/conf_lock.h"
+#include "conf/mapper/i_conf_path_mapper.h"
+#include "conf/setup/bundle_handler_data.h"
+
+#include <map>
+
+namespace velmox {
+
+class Logger;
+
+/// What the mappers have in common that serve one user and one app and read a type when it is first asked
+/// for: what they know, and how it is read and searched. Names of paths in the log are the setup's texts.
+class LazyConfPathMapper : public IConfPathMapper
+{
+public:
+    bool read(const ConfPath &path, ConfPathTrie &out, unsigned levels) override;
+    bool collectGlobalExporters(std::set<Str> &) override { return false; }
+    /// Refused: metadata has files of its own.
+    bool writeMetadata(const ConfPath &, const ConfPathMetadata &) override { return false; }
+    bool search(const ConfSearch &search, ConfPathTrie &out) override;
+    std::unique_ptr<ConfTypeState> newState() override { return std::make_unique<ConfTypeState>(); }
+    bool hasChangedSince(const Str &type, ConfTypeState &state) override;
+    Str describe() const override;
+
+protected:
+    struct Type
+    {
+        bool loaded = false;
+        ConfTypeState state;
+    };
+
+    /// `className` names the mapper and must outlive it.
+    LazyConfPathMapper(const BundleHandlerData &data, Logger &log, const char *className);
+
+    /// Whether a part can name a file or directory: it stays where it is put.
+    static bool isFileName(const Str &part);
+    static bool isInMemoryOnly();
+    /// Whether the path is of this mapper's user and app.
+    bool isOwn(const ConfPathBase &path) const;
+    Str text(const Pathname &path) const { return setup_.text(path); }
+    Str pathText() const { return setup_.text(path_); }
+    /// What each node of a file's content says of the file.
+    ConfPathMetadata metadataOf(const ConfFileStatus &status) const;
+
+    // These are called with the lock held.
+
+    /// Whether what the path names can be here.
+    bool belongs(const ConfPathBase &path) const;
+    ConfPathTrie &typeNode(const Str &type);
+    ConfPathTrie &appNode() { return master_.node(ConfPathBase(user_, app_)); }
+    /// Loads the type of the path, or all if it has none. The types must be known.
+    void loadFor(const ConfPathBase &path);
+    void load(const Str &type, Type &record);
+
+    const BundlesSetup setup_;
+    const Pathname path_;
+    const Pathname rootDirectory_;
+    const Str user_; ///< in lower case
+    const Str app_;
+    Logger &log_;
+
+    ConfLock lock_{ConfLockRank::Mapper};
+    std::map<Str, Type> types_;
+    ConfPathTrie master_; ///< what is loaded
+
+private:
+    /// Puts what the files of a type say into `content`; false when that is to be tried again with the next
+    /// read.
+    virtual bool readType(const Str &type, Type &record, ConfPathTrie &content) = 0;
+
+    bool copyOut(const ConfPathBase &path, ConfPathTrie &out, unsigned levels);
+
+    const char *const className_;
+    const bool isLocal_;
+};
+
+} // namespace velmox

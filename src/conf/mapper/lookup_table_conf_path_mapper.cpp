@@ -1,0 +1,60 @@
+#include "conf/mapper/lookup_table_conf_path_mapper.h"
+
+#include "conf/mapper/object_file_io.h"
+#include "util/logger.h"
+
+namespace velmox {
+
+namespace {
+
+Logger log("LookupTableConfPathMapper");
+
+/// Whether the file lies in the directory or below it, wherever the path winds.
+bool liesBelow(const Pathname &file, const Pathname &directory)
+{
+    Pathname fullFile;
+    Pathname fullDirectory;
+    if (!file.toFull(fullFile) || !directory.toFull(fullDirectory)) {
+        return false;
+    }
+    fullDirectory.ensureTrailingSlash();
+    return fullFile.toStr().lowered().startsWith(fullDirectory.toStr().lowered());
+}
+
+} // namespace
+
+LookupTableConfPathMapper::LookupTableConfPathMapper(const BundleHandlerData &data, const Str &handler)
+    : ObjectFileConfPathMapper(data, log, {"LookupTableConfPathMapper", {}, handler}), type_(handler)
+{
+}
+
+Str LookupTableConfPathMapper::describe() const
+{
+    return ObjectFileConfPathMapper::describe() << " (" << type_ << ")";
+}
+
+bool LookupTableConfPathMapper::readObject(const Pathname &file, Str &value) const
+{
+    value = file.toStr();
+    return true;
+}
+
+/// The value stays when the content changes, and the file's time tells.
+bool LookupTableConfPathMapper::isUnchanged(const ConfPathTrie &known, const Str &,
+                                            const ConfFileStatus &status) const
+{
+    return known.metadata().modtime == status.modtime;
+}
+
+bool LookupTableConfPathMapper::writeObject(const Pathname &file, Str &value) const
+{
+    const Pathname from = Pathname::fromUtf8(value);
+    const Str name = text(from);
+    if (!liesBelow(from, setup_.runDir())) {
+        log_.error("Refuse to copy file from unsafe location: %s", name.c_str());
+        return false;
+    }
+    return moveFileInto(from, file, name, text(file), log_) && readObject(file, value);
+}
+
+} // namespace velmox

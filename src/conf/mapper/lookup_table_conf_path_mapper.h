@@ -1,0 +1,26 @@
+#pragma once
+
+#include "conf/mapper/object_file_conf_path_mapper.h"
+
+namespace velmox {
+
+/// Serves the files of one directory, whatever they hold. The value of an object is the path of its file;
+/// what is written is the path of a file in the run directory, which is moved in.
+class LookupTableConfPathMapper : public ObjectFileConfPathMapper
+{
+public:
+    /// All objects are of the type that bears the handler's name.
+    LookupTableConfPathMapper(const BundleHandlerData &data, const Str &handler);
+
+    Str describe() const override;
+
+private:
+    bool readObject(const Pathname &file, Str &value) const override;
+    bool isUnchanged(const ConfPathTrie &known, const Str &value,
+                     const ConfFileStatus &status) const override;
+    bool writeObject(const Pathname &file, Str &value) const override;
+
+    const Str type_;
+};
+
+} // namespace velmox

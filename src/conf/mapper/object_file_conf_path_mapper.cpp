@@ -1,0 +1,292 @@
+#include "conf/mapper/object_file_conf_path_mapper.h"
+
+#include "conf/conf_path.h"
+#include "conf/conf_path_traversal.h"
+#include "conf/mapper/object_file_io.h"
+#include "searchthing/watched_file_state.h"
+#include "util/directory_listing.h"
+#include "util/file_system.h"
+#include "util/logger.h"
+
+#include <algorithm>
+#include <mutex>
+
+namespace velmox {
+
+namespace {
+
+constexpr std::size_t kObjectParts = 2;
+
+} // namespace
+
+ObjectFileConfPathMapper::ObjectFileConfPathMapper(const BundleHandlerData &data, Logger &log,
+                                                   const Form &form)
+    : LazyConfPathMapper(data, log, form.className), form_(form)
+{
+    for (const Str &type : listTypes()) {
+        types_.try_emplace(type);
+    }
+}
+
+StrVector ObjectFileConfPathMapper::listTypes() const
+{
+    if (!form_.onlyType.empty()) {
+        return {form_.onlyType};
+    }
+    std::vector<DirectoryEntry> entries;
+    listDirectory(path_, entries);
+    StrVector types;
+    for (const DirectoryEntry &entry : entries) {
+        if (entry.isFolder) {
+            types.push_back(Pathname(entry.name).toStr());
+        }
+    }
+    return types;
+}
+
+bool ObjectFileConfPathMapper::isType(const Str &type) const
+{
+    return form_.onlyType.empty() ? pathKind(path_.join(type)) == PathKind::Folder : type == form_.onlyType;
+}
+
+Pathname ObjectFileConfPathMapper::directoryOf(const Str &type) const
+{
+    return form_.onlyType.empty() ? path_.join(type) : path_;
+}
+
+Str ObjectFileConfPathMapper::stanzaOf(const Pathname &name) const
+{
+    const StrVector &extensions = form_.extensions;
+    if (extensions.empty()) {
+        return name.toStr();
+    }
+    const bool fits = std::find(extensions.begin(), extensions.end(), name.extension()) != extensions.end();
+    return fits ? name.stem() : Str();
+}
+
+Pathname ObjectFileConfPathMapper::fileOf(const ConfPathBase &path) const
+{
+    const Pathname file = directoryOf(path.type()).join(path.parts()[1]);
+    return form_.extensions.empty() ? file : file.concat(Str(".") << form_.extensions.front());
+}
+
+bool ObjectFileConfPathMapper::readObject(const Pathname &file, Str &value) const
+{
+    return readTextFile(file, text(file), log_, value);
+}
+
+bool ObjectFileConfPathMapper::isUnchanged(const ConfPathTrie &known, const Str &value,
+                                           const ConfFileStatus &) const
+{
+    return known.data() == value;
+}
+
+bool ObjectFileConfPathMapper::writeObject(const Pathname &file, Str &value) const
+{
+    return replaceTextFile(file, text(file), log_, value);
+}
+
+/// Of two files of one stanza the first in the order of names counts.
+bool ObjectFileConfPathMapper::readType(const Str &type, Type &, ConfPathTrie &content)
+{
+    const Pathname directory = directoryOf(type);
+    std::vector<DirectoryEntry> entries;
+    listDirectory(directory, entries);
+    for (const DirectoryEntry &entry : entries) {
+        const Str stanza = entry.isFolder ? Str() : stanzaOf(Pathname(entry.name));
+        if (stanza.empty() || content.findChild(stanza)) {
+            continue;
+        }
+        Str value;
+        if (readObject(directory.join(Pathname(entry.name)), value)) {
+            take(content.child(stanza), value, {true, entry.size, entry.modtime});
+        }
+    }
+    return true;
+}
+
+void ObjectFileConfPathMapper::take(ConfPathTrie &node, const Str &value, const ConfFileStatus &status) const
+{
+    node.setData(value);
+    node.setMetadata(metadataOf(status));
+}
+
+bool ObjectFileConfPathMapper::canChange(const ConfPath &path) const
+{
+    const StrVector &parts = path.parts();
+    const bool isOfType = form_.onlyType.empty() || path.type() == form_.onlyType;
+    if (!isOwn(path) || parts.size() != kObjectParts || parts[0].empty() || parts[1].empty() || !isOfType ||
+        isReadOnly()) {
+        log_.error("%s: Unsupported path: %s", pathText().c_str(), path.toStr().c_str());
+        return false;
+    }
+    refuseTraversal(path);
+    refuseTraversal(path, parts[1]);
+    return true;
+}
+
+bool ObjectFileConfPathMapper::writeData(const ConfPath &path, const Str &value)
+{
+    const std::lock_guard guard(lock_);
+    if (!canChange(path)) {
+        return false;
+    }
+    const Pathname file = fileOf(path);
+    const Str name = text(file);
+    if (isInMemoryOnly()) {
+        log_.warn("%s: Only in-memory changes may be made; refusing request to write to file: %s",
+                  pathText().c_str(), name.c_str());
+        return false;
+    }
+    Type &record = types_[path.type()];
+    load(path.type(), record);
+    const ConfPathTrie *const known = master_.find(path);
+    if (known && known->data() == value && pathKind(file) == PathKind::File) {
+        log_.debug("Skipping unnecessary write: %s", name.c_str());
+        return true;
+    }
+    if (!makeDirs(file.dirname(), true)) {
+        log_.error("Cannot create or open configuration file: %s: %m", name.c_str());
+        return false;
+    }
+    Str written = value;
+    if (!writeObject(file, written)) {
+        return false;
+    }
+    take(master_.node(path), written, ConfFileStatus::of(file));
+    return true;
+}
+
+bool ObjectFileConfPathMapper::remove(const ConfPath &path)
+{
+    const std::lock_guard guard(lock_);
+    if (!canChange(path)) {
+        return false;
+    }
+    const Pathname file = fileOf(path);
+    const Str name = text(file);
+    if (isInMemoryOnly()) {
+        log_.warn("%s: Only in-memory changes may be made; refusing request to remove file: %s",
+                  pathText().c_str(), name.c_str());
+        return false;
+    }
+    if (!removeFile(file)) {
+        log_.error("Failed to remove: %s: %m", name.c_str());
+        return false;
+    }
+    master_.remove(path);
+    return true;
+}
+
+bool ObjectFileConfPathMapper::isObject(const Pathname &file, Object &object) const
+{
+    object.stanza = stanzaOf(file.basename());
+    for (const Str &type : listTypes()) {
+        if (directoryOf(type).toStr().compareCaseless(file.dirname().toStr()) == 0) {
+            object.type = type;
+            return !object.stanza.empty();
+        }
+    }
+    return false;
+}
+
+FileChangeAnswer ObjectFileConfPathMapper::onFileChange(WatchedFileState &state)
+{
+    const std::lock_guard guard(lock_);
+    const Pathname &file = state.path();
+    Object object;
+    if (!isObject(file, object)) {
+        log_.error("%s: Received change notification for unrelated file: %s", pathText().c_str(),
+                   text(file).c_str());
+        return FileChangeAnswer::Settled;
+    }
+    types_.try_emplace(object.type);
+    return pathKind(file) == PathKind::File ? takeContent(file, object) : takeDeletion(file, object);
+}
+
+/// A type that nobody has read yet is not looked at: only its generation rises.
+FileChangeAnswer ObjectFileConfPathMapper::takeContent(const Pathname &file, const Object &object)
+{
+    Type &record = types_[object.type];
+    const Str name = text(file);
+    const ConfFileStatus status = ConfFileStatus::of(file);
+    if (record.loaded) {
+        Str value;
+        if (!readObject(file, value)) {
+            return FileChangeAnswer::Unsettled;
+        }
+        const ConfPathTrie *const known = typeNode(object.type).findChild(object.stanza);
+        if (known && isUnchanged(*known, value, status)) {
+            log_.info("%s: Ignored self-generated change notification: %s", pathText().c_str(), name.c_str());
+            return FileChangeAnswer::NoChange;
+        }
+        take(typeNode(object.type).child(object.stanza), value, status);
+    }
+    record.state.status = status;
+    ++record.state.generation;
+    Str modtime;
+    status.modtime.toUnixStr(modtime, 3);
+    log_.info("%s: Detected change to %s with modtime %s", pathText().c_str(), name.c_str(), modtime.c_str());
+    return FileChangeAnswer::Settled;
+}
+
+FileChangeAnswer ObjectFileConfPathMapper::takeDeletion(const Pathname &file, const Object &object)
+{
+    Type &record = types_[object.type];
+    const Str name = text(file);
+    if (!typeNode(object.type).removeChild(object.stanza) && record.loaded) {
+        log_.info("%s: Ignored self-generated delete notification: %s", pathText().c_str(), name.c_str());
+        return FileChangeAnswer::NoChange;
+    }
+    record.state.status = {};
+    ++record.state.generation;
+    log_.info("%s: Detected deletion %s", pathText().c_str(), name.c_str());
+    return FileChangeAnswer::Settled;
+}
+
+bool ObjectFileConfPathMapper::reload(const Str &type)
+{
+    if (!type.empty() && !isFileName(type)) {
+        log_.warn("%s: Ignoring reload - directory traversal risk: %s", pathText().c_str(), type.c_str());
+        return false;
+    }
+    const std::lock_guard guard(lock_);
+    return type.empty() ? reloadAll() : reloadType(type);
+}
+
+bool ObjectFileConfPathMapper::reloadType(const Str &type)
+{
+    appNode().removeChild(type);
+    const auto [record, added] = types_.try_emplace(type);
+    if (!added) {
+        return std::exchange(record->second.loaded, false);
+    }
+    if (isType(type)) {
+        log_.info("%s: Found type '%s' on reload", pathText().c_str(), type.c_str());
+    } else {
+        types_.erase(record);
+    }
+    return false;
+}
+
+bool ObjectFileConfPathMapper::reloadAll()
+{
+    master_.clear();
+    bool wasLoaded = false;
+    for (auto &[type, record] : types_) {
+        wasLoaded = std::exchange(record.loaded, false) || wasLoaded;
+    }
+    const std::size_t known = types_.size();
+    for (const Str &type : listTypes()) {
+        if (types_.try_emplace(type).second) {
+            log_.info("%s: Found type '%s' on reload", pathText().c_str(), type.c_str());
+        }
+    }
+    if (types_.size() > known) {
+        log_.info("%s: Found %llu new types on reload", pathText().c_str(),
+                  static_cast<unsigned long long>(types_.size() - known));
+    }
+    return wasLoaded;
+}
+
+} // namespace velmox

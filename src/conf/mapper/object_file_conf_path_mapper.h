@@ -1,0 +1,68 @@
+#pragma once
+
+#include "conf/mapper/lazy_conf_path_mapper.h"
+
+namespace velmox {
+
+/// What the mappers have in common that keep one file for each object: the path's type names the directory
+/// and its stanza the file. A file has one value and no keys. Changes reach the disk at once.
+class ObjectFileConfPathMapper : public LazyConfPathMapper
+{
+public:
+    /// Throws ConfPathDirectoryTraversalException for a stanza that would lead out of its directory.
+    bool writeData(const ConfPath &path, const Str &value) override;
+    /// Throws as `writeData` does.
+    bool remove(const ConfPath &path) override;
+    bool flush() override { return true; }
+    bool reload(const Str &type) override;
+    FileChangeAnswer onFileChange(WatchedFileState &state) override;
+
+protected:
+    /// Which files are objects.
+    struct Form
+    {
+        const char *className;
+        /// Their extensions, the first that of new files. None when any file is one, by its whole name.
+        StrVector extensions;
+        /// The type of all files of the path. Empty where each directory in it is a type.
+        Str onlyType = Str();
+    };
+
+    ObjectFileConfPathMapper(const BundleHandlerData &data, Logger &log, const Form &form);
+
+private:
+    struct Object
+    {
+        Str type;
+        Str stanza;
+    };
+
+    virtual bool isReadOnly() const { return false; }
+    /// The value of a file. False, logged, when there is none to be had.
+    virtual bool readObject(const Pathname &file, Str &value) const;
+    /// Whether `value` is what the file held when `known` was read.
+    virtual bool isUnchanged(const ConfPathTrie &known, const Str &value, const ConfFileStatus &status) const;
+    /// Gives the file a value, which becomes that by which it is read. False, logged, on failure.
+    virtual bool writeObject(const Pathname &file, Str &value) const;
+
+    StrVector listTypes() const;
+    bool isType(const Str &type) const;
+    Pathname directoryOf(const Str &type) const;
+    /// Empty for the name of a file that is no object.
+    Str stanzaOf(const Pathname &name) const;
+    Pathname fileOf(const ConfPathBase &path) const;
+    bool canChange(const ConfPath &path) const;
+    bool isObject(const Pathname &file, Object &object) const;
+
+    // Called with the lock held.
+    bool readType(const Str &type, Type &record, ConfPathTrie &content) override;
+    void take(ConfPathTrie &node, const Str &value, const ConfFileStatus &status) const;
+    FileChangeAnswer takeContent(const Pathname &file, const Object &object);
+    FileChangeAnswer takeDeletion(const Pathname &file, const Object &object);
+    bool reloadType(const Str &type);
+    bool reloadAll();
+
+    const Form form_;
+};
+
+} // namespace velmox

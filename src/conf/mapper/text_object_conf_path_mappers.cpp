@@ -1,0 +1,33 @@
+#include "conf/mapper/text_object_conf_path_mappers.h"
+
+#include "util/logger.h"
+
+namespace velmox {
+
+namespace {
+
+Logger jsonLog("JSONConfPathMapper");
+Logger directLog("DirectFileConfPathMapper");
+Logger modelLog("ModelConfPathMapper");
+
+} // namespace
+
+JSONConfPathMapper::JSONConfPathMapper(const BundleHandlerData &data)
+    : ObjectFileConfPathMapper(data, jsonLog, {"JSONConfPathMapper", {"json"}})
+{
+}
+
+DirectFileConfPathMapper::DirectFileConfPathMapper(const BundleHandlerData &data)
+    : ObjectFileConfPathMapper(data, directLog, {"DirectFileConfPathMapper", {"xml", "html"}})
+{
+    for (const auto &[type, record] : types_) {
+        log_.debug("%s: Detected initial type '%s'", pathText().c_str(), type.c_str());
+    }
+}
+
+ModelConfPathMapper::ModelConfPathMapper(const BundleHandlerData &data)
+    : ObjectFileConfPathMapper(data, modelLog, {"ModelConfPathMapper", {"model"}, "models"})
+{
+}
+
+} // namespace velmox

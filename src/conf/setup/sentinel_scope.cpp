@@ -1,0 +1,87 @@
+#include "conf/setup/sentinel_scope.h"
+
+#include "conf/conf_path_exceptions.h"
+#include "conf/setup/conf_settings.h"
+#include "conf/setup/shared_conf_services.h"
+#include "searchthing/lock.h"
+#include "searchthing/osfile.h"
+#include "util/logger.h"
+#include "util/open_file.h"
+#include "util/timeval.h"
+#include "util/windows_api.h"
+
+#include <algorithm>
+#include <limits>
+#include <vector>
+
+namespace velmox {
+
+namespace {
+
+Logger log("SentinelScope");
+
+/// The sentinels that this thread holds; a scope inside another of the same root has nothing to do.
+thread_local std::vector<Pathname> held;
+
+int wholeSeconds(std::uint64_t milliseconds)
+{
+    constexpr std::uint64_t kLongest = std::numeric_limits<int>::max();
+    return static_cast<int>(std::min(milliseconds / 1000 + (milliseconds % 1000 != 0), kLongest));
+}
+
+void lock(const BundlesSetup &setup, const Pathname &sentinel, std::uint64_t timeoutMs)
+{
+    const LockWait result = lockFileWait(sentinel, wholeSeconds(timeoutMs));
+    const unsigned error = GetLastError();
+    if (result != LockWait::Taken) {
+        throw ConfPathException(Str::fromErrorFormat(error,
+                                                     "Failed to lock %s with code %d, possible reason: %m",
+                                                     setup.text(sentinel).c_str(), static_cast<int>(result)));
+    }
+}
+
+/// Adds a line for whoever wonders which host wrote when.
+void note(const Pathname &sentinel, const Str &purpose)
+{
+    Str line =
+        Str::fromFormat("%s %s: %s", Timeval::now().toStr().c_str(), ownerText().c_str(), purpose.c_str());
+    line.replaceAll("\n", " ");
+    line << '\n';
+    FileStar file = openFile(sentinel, "a");
+    if (!file.isOpen() || file.write(line.data(), line.size()) < 0 || !file.flush()) {
+        log.warn("Cannot note a write in %s: %m", sentinel.toStr().c_str());
+    }
+}
+
+} // namespace
+
+SentinelScope::SentinelScope(const BundlesSetup &setup, const Str &purpose)
+{
+    const ConfSettings &settings = setup.shared().settings();
+    if (!settings.isSharedStorageMode()) {
+        return;
+    }
+    const Pathname sentinel = setup.sentinelFile();
+    if (std::find(held.begin(), held.end(), sentinel) != held.end()) {
+        return;
+    }
+    lock(setup, sentinel, settings.lockTimeoutMs());
+    locked_ = sentinel;
+    held.push_back(sentinel);
+    if (settings.lockLogging()) {
+        note(sentinel, purpose);
+    }
+}
+
+SentinelScope::~SentinelScope()
+{
+    if (locked_.empty()) {
+        return;
+    }
+    std::erase(held, locked_);
+    if (lockFileRelease(locked_) != LockRelease::Done) {
+        log.warn("Cannot release the lock of %s: %m", locked_.toStr().c_str());
+    }
+}
+
+} // namespace velmox

@@ -1,0 +1,60 @@
+#include "conf/tree/conf_path_base.h"
+
+namespace velmox {
+
+ConfPathBase::ConfPathBase(const Str &user, const Str &app, StrVector parts)
+    : parts_(std::move(parts)), expansions_(parts_.size())
+{
+    setUser(user);
+    setApp(app);
+}
+
+const Str &ConfPathBase::type() const
+{
+    static const Str none;
+    return parts_.empty() ? none : parts_.front();
+}
+
+void ConfPathBase::setUser(const Str &user)
+{
+    user_ = user.empty() ? Str(kSharedUser) : user;
+}
+
+void ConfPathBase::setApp(const Str &app)
+{
+    app_ = app.empty() ? Str(kSystemApp) : app;
+}
+
+void ConfPathBase::addPart(const Str &part, const Str &expansion)
+{
+    parts_.push_back(part);
+    expansions_.push_back(expansion);
+}
+
+void ConfPathBase::removeLastPart()
+{
+    parts_.pop_back();
+    expansions_.pop_back();
+}
+
+bool ConfPathBase::isSystemApp() const
+{
+    return app_ == kSystemApp;
+}
+
+bool ConfPathBase::isShared() const
+{
+    return user_.compareCaseless(kSharedUser) == 0;
+}
+
+Str ConfPathBase::toStr() const
+{
+    Str text;
+    text << "/" << user_ << "/" << app_;
+    for (const Str &part : parts_) {
+        text << "/" << part;
+    }
+    return text;
+}
+
+} // namespace velmox

@@ -1,0 +1,101 @@
+#include "conf/tree/conf_path_metadata.h"
+
+namespace velmox {
+
+namespace {
+
+template <class Value>
+bool sameContent(const std::shared_ptr<const Value> &a, const std::shared_ptr<const Value> &b)
+{
+    return a == b || (a && b && *a == *b);
+}
+
+template <class Field>
+void fill(Field &field, const Field &from)
+{
+    if (!field) {
+        field = from;
+    }
+}
+
+} // namespace
+
+void ConfPathMetadata::setOwner(const Str &name)
+{
+    owner = name.empty() ? nullptr : std::make_shared<const Str>(name.lowered());
+}
+
+void ConfPathMetadata::setImports(StrVector apps)
+{
+    imports = std::make_shared<const StrVector>(std::move(apps));
+}
+
+bool ConfPathMetadata::empty() const
+{
+    return *this == ConfPathMetadata();
+}
+
+bool ConfPathMetadata::operator==(const ConfPathMetadata &other) const
+{
+    return modtime == other.modtime && equalsButTime(other);
+}
+
+bool ConfPathMetadata::equalsButTime(const ConfPathMetadata &other) const
+{
+    return access == other.access && exported == other.exported && sameContent(owner, other.owner) &&
+           sameContent(imports, other.imports) && removable == other.removable &&
+           sameContent(version, other.version);
+}
+
+void ConfPathMetadata::overlay(const ConfPathMetadata &deeper)
+{
+    ConfPathMetadata merged = deeper;
+    fill(merged.access, access);
+    fill(merged.owner, owner);
+    fill(merged.imports, imports);
+    if (merged.exported == ConfExport::NotSet) {
+        merged.exported = exported;
+    }
+    *this = std::move(merged);
+}
+
+void ConfPathMetadata::fillFrom(const ConfPathMetadata &other)
+{
+    fill(access, other.access);
+    fill(owner, other.owner);
+    fill(imports, other.imports);
+    fill(removable, other.removable);
+    fill(modtime, other.modtime);
+    fill(version, other.version);
+    if (exported == ConfExport::NotSet) {
+        exported = other.exported;
+    }
+}
+
+Str ConfPathMetadata::toStr() const
+{
+    Str text = "{ ";
+    text << (access ? access->toStr() : Str()) << " }";
+    if (exported != ConfExport::NotSet) {
+        text << ", export: " << (exported == ConfExport::System ? "global" : "app");
+    }
+    if (imports) {
+        text << ", imports: {";
+        for (const Str &app : *imports) {
+            text << " " << app;
+        }
+        text << " }";
+    }
+    if (owner) {
+        text << ", owner: " << *owner;
+    }
+    if (removable) {
+        text << ", removable: " << (*removable ? "yes" : "no");
+    }
+    if (modtime) {
+        text << ", modtime: " << modtime->toStr();
+    }
+    return text;
+}
+
+} // namespace velmox

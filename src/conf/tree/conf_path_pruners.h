@@ -1,0 +1,142 @@
+#pragma once
+
+#include "conf/tree/conf_path_trie_pruner.h"
+#include "conf/tree/conf_search.h"
+
+#include <functional>
+#include <set>
+
+namespace velmox {
+
+class BundlesSetup;
+
+class DoNothingPruner : public SimpleConfPathTriePruner
+{
+    bool shouldPrune(const StrVector &, ConfPathTrie &) override { return false; }
+};
+
+/// Removes what lies deeper than a level, counted from the root of the tree.
+class MaxDepthPruner : public SimpleConfPathTriePruner
+{
+public:
+    explicit MaxDepthPruner(unsigned maxLevel) : maxLevel_(maxLevel) {}
+
+private:
+    bool shouldPrune(const StrVector &segments, ConfPathTrie &) override
+    {
+        return segments.size() > maxLevel_;
+    }
+
+    const unsigned maxLevel_;
+};
+
+/// Keeps the node of a path, what leads to it, and up to `levels` below it.
+class SubtriePruner : public SimpleConfPathTriePruner
+{
+public:
+    explicit SubtriePruner(const ConfPathBase &path, unsigned levels = ConfPathTrie::kAllLevels);
+
+private:
+    bool shouldPrune(const StrVector &segments, ConfPathTrie &) override;
+
+    StrVector path_;
+    const unsigned levels_;
+};
+
+/// Keeps only one type, or removes only that one.
+class OneClassPruner : public SimpleConfPathTriePruner
+{
+public:
+    enum class Mode
+    {
+        KeepOnly,
+        RemoveOnly,
+    };
+
+    explicit OneClassPruner(const Str &type, Mode mode = Mode::KeepOnly) : type_(type), mode_(mode) {}
+
+private:
+    bool shouldPrune(const StrVector &segments, ConfPathTrie &) override;
+
+    const Str type_;
+    const Mode mode_;
+};
+
+/// Keeps what fits a search, as far as another pruner keeps it too.
+class MatchSearchPruner : public ConfPathTriePruner
+{
+public:
+    /// Both must outlive this object.
+    MatchSearchPruner(const ConfSearch &search, ConfPathTriePruner &wrapped)
+        : search_(search), wrapped_(wrapped)
+    {
+    }
+    PruneAnswer visit(const StrVector &segments, ConfPathTrie &node) override;
+
+private:
+    const ConfSearch &search_;
+    ConfPathTriePruner &wrapped_;
+};
+
+/// Removes the stanzas and keys of which only metadata is left.
+class DanglingMetadataPruner : public ConfPathTriePruner
+{
+public:
+    PruneAnswer visit(const StrVector &segments, ConfPathTrie &node) override;
+};
+
+/// What is asked about an app, by its name.
+using AppPredicate = std::function<bool(const Str &app)>;
+
+/// Removes all types but "app" of apps that are not to be used: a disabled app can still be looked at.
+class DisabledApplicationPruner : public SimpleConfPathTriePruner
+{
+public:
+    explicit DisabledApplicationPruner(const BundlesSetup &setup);
+    /// `isUsable` says whether an app is known and enabled.
+    explicit DisabledApplicationPruner(AppPredicate isUsable) : isUsable_(std::move(isUsable)) {}
+
+private:
+    bool shouldPrune(const StrVector &segments, ConfPathTrie &) override;
+
+    const AppPredicate isUsable_;
+};
+
+/// Removes what users have for apps that are gone, the type "app" too.
+///
+/// Where hosts share their storage, an app taken off it leaves the directories behind in which users kept
+/// settings for it. They must not come to life again on the host that still has a directory by that name
+/// alone. Shared settings vanish with the app's own directory, so only private ones can be left over.
+class DanglingDataPruner : public ConfPathTriePruner
+{
+public:
+    explicit DanglingDataPruner(const BundlesSetup &setup);
+    /// Does nothing unless storage is shared. `isKnown` says whether an app is installed, `mayDangle` whether
+    /// the settings allow data without an app.
+    DanglingDataPruner(bool isSharedStorage, AppPredicate isKnown, AppPredicate mayDangle)
+        : isSharedStorage_(isSharedStorage), isKnown_(std::move(isKnown)), mayDangle_(std::move(mayDangle))
+    {
+    }
+    PruneAnswer visit(const StrVector &segments, ConfPathTrie &node) override;
+
+private:
+    const bool isSharedStorage_;
+    const AppPredicate isKnown_;
+    const AppPredicate mayDangle_;
+};
+
+/// Removes what users keep for themselves, but for some users: whoever lists the settings of a few users
+/// sees theirs and the shared ones, and with no user named the shared ones alone.
+class UsersPruner : public SimpleConfPathTriePruner
+{
+public:
+    /// Names in lower case.
+    explicit UsersPruner(std::set<Str> kept = {}) : kept_(std::move(kept)) {}
+
+private:
+    bool shouldPrune(const StrVector &segments, ConfPathTrie &) override;
+
+    const std::set<Str> kept_;
+};
+
+} // namespace velmox

@@ -1,0 +1,175 @@
+#include "conf/tree/conf_path_trie.h"
+
+#include "conf/tree/conf_path_trie_pruner.h"
+
+namespace velmox {
+
+std::unique_ptr<ConfPathTrie> ConfPathTrie::makeEmpty() const
+{
+    return std::make_unique<ConfPathTrie>();
+}
+
+ConfPathTrie &ConfPathTrie::node(const ConfPathBase &path)
+{
+    ConfPathTrie *node = &child(path.user().lowered()).child(path.app());
+    for (std::size_t at = 0; at < path.parts().size(); ++at) {
+        node = &node->child(path.parts()[at], path.expansions()[at]);
+    }
+    return *node;
+}
+
+template <class Trie>
+Trie *ConfPathTrie::findIn(Trie *node, const ConfPathBase &path)
+{
+    node = node->findChild(path.user().lowered());
+    node = node ? node->findChild(path.app()) : nullptr;
+    for (auto part = path.parts().begin(); node && part != path.parts().end(); ++part) {
+        node = node->findChild(*part);
+    }
+    return node;
+}
+
+const ConfPathTrie *ConfPathTrie::find(const ConfPathBase &path) const
+{
+    return findIn(this, path);
+}
+
+ConfPathTrie *ConfPathTrie::find(const ConfPathBase &path)
+{
+    return findIn(this, path);
+}
+
+const ConfPathTrie *ConfPathTrie::findChild(const Str &part) const
+{
+    const auto found = children_.find(part);
+    return found == children_.end() ? nullptr : found->second.get();
+}
+
+ConfPathTrie *ConfPathTrie::findChild(const Str &part)
+{
+    return const_cast<ConfPathTrie *>(std::as_const(*this).findChild(part));
+}
+
+ConfPathTrie &ConfPathTrie::child(const Str &part)
+{
+    std::unique_ptr<ConfPathTrie> &slot = children_[part];
+    if (!slot) {
+        slot = makeEmpty();
+    }
+    return *slot;
+}
+
+ConfPathTrie &ConfPathTrie::child(const Str &part, const Str &expansion)
+{
+    ConfPathTrie &found = child(part);
+    if (found.expansion_.empty()) {
+        found.expansion_ = expansion;
+    }
+    return found;
+}
+
+bool ConfPathTrie::removeChild(const Str &part)
+{
+    return children_.erase(part) != 0;
+}
+
+bool ConfPathTrie::remove(const ConfPathBase &path)
+{
+    StrVector segments = {path.user().lowered(), path.app()};
+    segments.insert(segments.end(), path.parts().begin(), path.parts().end());
+    ConfPathTrie *parent = this;
+    for (std::size_t at = 0; parent && at + 1 < segments.size(); ++at) {
+        parent = parent->findChild(segments[at]);
+    }
+    return parent && parent->removeChild(segments.back());
+}
+
+void ConfPathTrie::clear()
+{
+    children_.clear();
+    data_.reset();
+    metadata_.reset();
+    expansion_.clear();
+}
+
+void ConfPathTrie::setMetadata(const ConfPathMetadata &metadata)
+{
+    metadata_ = std::make_unique<ConfPathMetadata>(metadata);
+}
+
+void ConfPathTrie::walk(ConfPathTriePruner &pruner)
+{
+    StrVector segments;
+    walkBelow(pruner, segments);
+}
+
+void ConfPathTrie::walkBelow(ConfPathTriePruner &pruner, StrVector &segments)
+{
+    for (auto at = children_.begin(); at != children_.end();) {
+        ConfPathTrie &node = *at->second;
+        segments.push_back(at->first);
+        const PruneAnswer answer = pruner.visit(segments, node);
+        if (answer != PruneAnswer::Remove) {
+            node.walkBelow(pruner, segments);
+        }
+        segments.pop_back();
+        const bool emptied =
+            answer == PruneAnswer::KeepIfNotEmptied && node.children_.empty() && !node.hasData();
+        at = answer == PruneAnswer::Remove || emptied ? children_.erase(at) : std::next(at);
+    }
+}
+
+void ConfPathTrie::pruneDepth(unsigned levels)
+{
+    if (levels == 0) {
+        children_.clear();
+        return;
+    }
+    for (const auto &[part, node] : children_) {
+        node->pruneDepth(levels - 1);
+    }
+}
+
+void ConfPathTrie::merge(const ConfPathTrie &other, unsigned levels)
+{
+    fillNodeFrom(other);
+    if (levels == 0) {
+        return;
+    }
+    for (const auto &[part, node] : other.children_) {
+        child(part).merge(*node, levels - 1);
+    }
+}
+
+void ConfPathTrie::fillNodeFrom(const ConfPathTrie &other)
+{
+    if (!data_) {
+        data_ = other.data_;
+    }
+    if (other.metadata_ && metadata_) {
+        metadata_->fillFrom(*other.metadata_);
+    } else if (other.metadata_) {
+        setMetadata(*other.metadata_);
+    }
+    if (expansion_.empty()) {
+        expansion_ = other.expansion_;
+    }
+}
+
+void ConfPathTrie::overwrite(const ConfPathTrie &other)
+{
+    if (other.data_) {
+        data_ = other.data_;
+    }
+    if (other.metadata_) {
+        setMetadata(*other.metadata_);
+    }
+    if (!other.expansion_.empty()) {
+        expansion_ = other.expansion_;
+    }
+    for (const auto &[part, node] : other.children_) {
+        child(part).overwrite(*node);
+    }
+}
+
+} // namespace velmox

@@ -1,0 +1,98 @@
+#pragma once
+
+#include "conf/tree/conf_path_base.h"
+#include "conf/tree/conf_path_metadata.h"
+
+#include <map>
+#include <memory>
+#include <optional>
+
+namespace velmox {
+
+class ConfPathTriePruner;
+
+/// A tree of configuration items, by user, app, type, stanza and key: the form in which layers travel. A
+/// plain value of one thread; a node owns what is below it.
+class ConfPathTrie
+{
+public:
+    using Children = std::map<Str, std::unique_ptr<ConfPathTrie>>;
+
+    static constexpr unsigned kAllLevels = ~0u;
+    // Levels of nodes below the root.
+    static constexpr unsigned kUserLevel = 1;
+    static constexpr unsigned kAppLevel = 2;
+    static constexpr unsigned kTypeLevel = 3;
+    static constexpr unsigned kStanzaLevel = 4;
+    static constexpr unsigned kKeyLevel = 5;
+
+    ConfPathTrie() = default;
+    ConfPathTrie(ConfPathTrie &&) = default;
+    ConfPathTrie &operator=(ConfPathTrie &&) = default;
+    virtual ~ConfPathTrie() = default;
+
+    /// The node of a path, made with those above it when it is not there. The user counts in lower case.
+    virtual ConfPathTrie &node(const ConfPathBase &path);
+    virtual std::unique_ptr<ConfPathTrie> makeEmpty() const;
+
+    /// Null when it is not there.
+    const ConfPathTrie *find(const ConfPathBase &path) const;
+    ConfPathTrie *find(const ConfPathBase &path);
+    const ConfPathTrie *findChild(const Str &part) const;
+    ConfPathTrie *findChild(const Str &part);
+    /// The child, made when it is not there. The second form sets its expansion if it has none.
+    ConfPathTrie &child(const Str &part);
+    ConfPathTrie &child(const Str &part, const Str &expansion);
+    bool removeChild(const Str &part);
+    /// Removes the node of a path and all below it; the nodes above it stay. False when it is not there.
+    bool remove(const ConfPathBase &path);
+    const Children &children() const { return children_; }
+    /// Whether there is nothing at this node or below it.
+    bool empty() const { return children_.empty() && !hasData() && !hasMetadata(); }
+    void clear();
+
+    void setData(const Str &data) { data_ = data; }
+    void setMetadata(const ConfPathMetadata &metadata);
+    void clearMetadata() { metadata_.reset(); }
+    /// An empty text is a value too.
+    bool hasData() const { return data_.has_value(); }
+    bool hasMetadata() const { return metadata_ != nullptr; }
+    /// Only of a node that has it.
+    const Str &data() const { return *data_; }
+    const ConfPathMetadata &metadata() const { return *metadata_; }
+    const Str &expansion() const { return expansion_; }
+    void setExpansion(const Str &expansion) { expansion_ = expansion; }
+
+    /// Visits all nodes below this one, depth first, in byte order, and does what the answers say.
+    void walk(ConfPathTriePruner &pruner);
+    /// Removes what lies more than `levels` below this node.
+    void pruneDepth(unsigned levels);
+
+    /// Copies another tree into this one, as deep as `levels` below the top. What stands here stays: data
+    /// goes only to nodes without any, metadata is completed.
+    void merge(const ConfPathTrie &other, unsigned levels = kAllLevels);
+    /// Copies another tree over this one: its data and metadata replace what stands here.
+    void overwrite(const ConfPathTrie &other);
+    /// Puts the nodes in which `a` and `b` differ into `out`, those of `b` where both have one; false, with
+    /// nothing put in, when the trees are equal. Modification times don't count: a file that was rewritten
+    /// with what it held already has not changed.
+    static bool diff(ConfPathTrie &out, const ConfPathTrie &a, const ConfPathTrie &b);
+
+    /// Appends the tree as indented text, for logs.
+    void dump(Str *out) const;
+
+private:
+    bool sameNode(const ConfPathTrie &other) const;
+    void fillNodeFrom(const ConfPathTrie &other);
+    void dumpLevel(Str &out, unsigned level) const;
+    template <class Trie>
+    static Trie *findIn(Trie *node, const ConfPathBase &path);
+    void walkBelow(ConfPathTriePruner &pruner, StrVector &segments);
+
+    Children children_;
+    std::optional<Str> data_;
+    std::unique_ptr<ConfPathMetadata> metadata_;
+    Str expansion_;
+};
+
+} // namespace velmox

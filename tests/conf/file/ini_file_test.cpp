@@ -1,0 +1,231 @@
+#include "conf/file/ini_file.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/memory_stream.h"
+
+#include <random>
+
+namespace velmox {
+namespace {
+
+using testing::CapturedLog;
+using testing::MemoryReader;
+using testing::MemoryWriter;
+using namespace std::string_literals;
+
+IniFile loaded(std::string bytes)
+{
+    MemoryReader stream(std::move(bytes));
+    IniFile file;
+    file.read(stream, u"x.conf");
+    return file;
+}
+
+std::string written(IniFile file)
+{
+    MemoryWriter out;
+    file.write(out);
+    return out.bytes;
+}
+
+/// "[stanza]key=value;key=value;" with what callers read.
+Str settings(const IniFile &file)
+{
+    Str out;
+    for (const auto &[name, stanza] : file) {
+        out << "[" << name << "]";
+        for (const auto &[key, value, entry] : stanza) {
+            out << key << "=" << value << ";";
+        }
+    }
+    return out;
+}
+
+TEST(IniFile, RewritesWhatItRead)
+{
+    struct Case
+    {
+        std::string text;
+        const char *settings;
+        std::string rewritten;
+    };
+    const Case cases[] = {
+        {"", "", ""},
+        {"\xEF\xBB\xBF", "", ""},
+        {"# only\n\n", "", "# only\n\n"},
+        {"; c\nkey=value\n", "[default]key=value;", "; c\n[default]\nkey = value\n"},
+        {"k =\t\n\t j\t = \t v \n", "[default]k=;j=v;", "[default]\nk = \nj = v\n"},
+        {"[b]\nz=1\na=2\n# of s\n\n[ s ] x\n#k\nk=v\n[t]\n#end\n", "[b]z=1;a=2;[ s ]k=v;[t]",
+         "[b]\nz = 1\na = 2\n# of s\n\n[ s ]\n#k\nk = v\n\n[t]\n#end\n"},
+        {"[x]\na=1\n#lost\n[y]\n[x]\nb=2\n", "[x]a=1;b=2;[y]", "[x]\na = 1\nb = 2\n#lost\n[y]\n"},
+        {"[x]\n[y]\n#lost\n[x]\n#kept\nb=2\n", "[x]b=2;[y]", "[x]\n#kept\nb = 2\n\n[y]\n"},
+        {"k=1\n[x]\nk=2\n[default]\nj=3\n", "[default]k=1;j=3;[x]k=2;",
+         "[default]\nk = 1\nj = 3\n\n[x]\nk = 2\n"},
+        {R"(\=a=b)"
+         "\n"
+         R"(\[x=C:\temp\ )"
+         "\n"
+         R"(a\\b=\\=[)"
+         "\n",
+         R"([default]=a=b;[x=C:\temp\;a\b=\\=[;)",
+         "[default]\n\\=a = b\n\\[x = C:\\temp\\ \na\\\\b = \\\\=[\n"},
+        {"path = a\\\n  b\\\n", "[default]path=a\n  b\n;", "[default]\npath = a\\\n  b\\\n\n"},
+        {"[a\\\nb]\nk=v\n", "[a\nb]k=v;", "[a\\\nb]\nk = v\n"},
+        {"[x]\n#c\\\njust text\n  k=v", "[x]k=v;", "[x]\n#c\\\njust text\nk = v\n"},
+    };
+    for (const Case &c : cases) {
+        CapturedLog log;
+        const IniFile file = loaded(c.text);
+        EXPECT_TRUE(file.loaded());
+        EXPECT_EQ(settings(file), c.settings) << c.text;
+        IniFile lineFeeds = file;
+        lineFeeds.setEncoding(2);
+        EXPECT_EQ(written(lineFeeds), c.rewritten) << c.text;
+        EXPECT_EQ(settings(loaded(c.rewritten)), c.settings) << c.text;
+    }
+}
+
+TEST(IniFile, EncodingMarkAndLineEndsComeBack)
+{
+    const char16_t text[] = u"# \u00e4\U0001F600\n[s]\nk = \u20ac\n\n[t]\n";
+    for (const TextEncodingWord flags : {0u, 0x4000u, 0x8000u, 0xC000u}) {
+        for (const TextEncodingWord encoding : {2u, 3u, 4u, 5u, 6u}) {
+            if (encoding != 2 && (flags & kByteOrderMarkFlag) == 0) {
+                continue;
+            }
+            MemoryWriter in(flags | encoding);
+            in.write(text, std::size(text) - 1);
+            const IniFile file = loaded(in.bytes);
+            EXPECT_EQ(file.encoding(), flags | encoding);
+            EXPECT_EQ(file.findStanza("s")->findKey("k")->value(), "\xE2\x82\xAC");
+            EXPECT_EQ(written(file), in.bytes) << flags << " " << encoding;
+        }
+    }
+    // Line ends of the one kind that prevails; on a tie those that prevailed before.
+    EXPECT_EQ(written(loaded("[a]\r\n\r\n#b\n")), "[a]\r\n\r\n#b\r\n");
+    EXPECT_EQ(written(loaded("[a]\r\n#b\n")), "[a]\r\n#b\r\n");
+    EXPECT_EQ(written(loaded("[a]\n#b\r\n")), "[a]\n#b\n");
+    EXPECT_FALSE(IniFile().loaded());
+    for (auto &[file, word] : {std::pair{IniFile(), 0x4000u}, {loaded(""), 0x4001u}}) {
+        EXPECT_EQ(file.encoding(), word);
+        IniFile changed = file;
+        changed.stanza("s");
+        MemoryWriter out;
+        changed.write(out);
+        EXPECT_EQ(out.bytes, "[s]\r\n");
+        EXPECT_EQ(changed.encoding(), 0x4002u);
+    }
+}
+
+TEST(IniFile, TheFirstOfTwoKeysCountsAndTheOtherIsReported)
+{
+    CapturedLog log;
+    const IniFile file = loaded("[s]\n#one\na = 1\n#two\n a\t=2\n[t]\na=3\n");
+    EXPECT_EQ(settings(file), "[s]a=1;[t]a=3;");
+    EXPECT_EQ(file.findStanza("s")->findKey(" a ")->comments(), StrVector{"#one"});
+    EXPECT_EQ(log.text(),
+              "WARN IniFile: x.conf, line 5: Key used more than once in the same stanza:  a\t:  a\t=2\n");
+}
+
+TEST(IniFile, Edits)
+{
+    IniFile file = loaded("#head\n[s]\nk=v\n\n\n#t\n\n[t]\n a =1\nb=2\n");
+    file.setEncoding(2);
+    IniStanza &t = file.stanza("t");
+    EXPECT_EQ(file.findStanza("T"), nullptr);
+    EXPECT_FALSE(t.insertKey("a\t", "no"));
+    EXPECT_TRUE(t.insertKey("=c", "\r\nx\\", {"#c"}));
+    t.findKey("b")->setValue("\ntwo\rlines\n ");
+    EXPECT_TRUE(t.removeKey("a "));
+    EXPECT_FALSE(t.removeKey("a"));
+    EXPECT_TRUE(t.insertKey("a", "last"));
+    file.stanza("new\r\n[s]");
+
+    IniFile other = loaded("[t]\nb=x\nd=4\n#u\n[u]\nk=5\n");
+    file.merge(other);
+    other.clear();
+    file.merge(file);
+    EXPECT_EQ(other.stanzaCount(), 0u);
+
+    const char rest[] = "[t]\nb = \\\ntwo\\\rlines\\\n\n#c\n\\=c = \\\r\nx\\ \na = last\nd = 4\n"
+                        "\n[new\\\r\n[s]]\n#u\n[u]\nk = 5\n";
+    EXPECT_EQ(written(file), "#head\n[s]\nk = v\n\n\n#t\n\n"s + rest);
+    EXPECT_FALSE(file.removeStanza("absent"));
+    EXPECT_TRUE(file.removeStanza("s"));
+    EXPECT_EQ(written(file), "#head\n#t\n"s + rest);
+    EXPECT_TRUE(file.removeStanza("u"));
+    EXPECT_TRUE(file.removeStanza("new\r\n[s]"));
+    EXPECT_TRUE(file.removeStanza("t"));
+    EXPECT_EQ(written(file), "#head\n");
+
+    IniFile blanks = loaded("[a]\n[b]\n\n#c\n[c]\n");
+    EXPECT_TRUE(blanks.removeStanza("b"));
+    EXPECT_EQ(written(blanks), "[a]\n\n#c\n[c]\n");
+    EXPECT_TRUE(blanks.removeStanza("a"));
+    EXPECT_EQ(written(blanks), "#c\n[c]\n");
+}
+
+std::string soup(std::mt19937 &random)
+{
+    const auto pick = [&](std::initializer_list<const char *> pieces) {
+        return std::string(pieces.begin()[random() % pieces.size()]);
+    };
+    std::string text;
+    for (auto lines = random() % 12; lines > 0; --lines) {
+        switch (random() % 6) {
+        case 0:
+            text += pick({"#", "; =\\", "", " \t", "just text", "  # [x]"});
+            break;
+        case 1:
+            text += pick({"[a]", "[b] x", " [c", "[", "[d\\\ne]", "[\\]", "[]]", "\t[ a ]", "[default]"});
+            break;
+        default:
+            text += pick({"k", " k", "\\[", "\\=", "\\\\", "a\\\nb", "\xC3\xA4"});
+            text += pick({"", " ", "\t", "k", "\\\\", "# "}) + "=";
+            for (auto pieces = random() % 4; pieces > 0; --pieces) {
+                text += pick({"v", " ", "\t", "\\", "\\\n", "=", "[", "]", "\xF0\x9F\x98\x80", "#"});
+            }
+        }
+        text += pick({"\n", "\r\n"});
+    }
+    return text;
+}
+
+TEST(IniFile, RewritingChangesNoSettingAndSettlesAtOnce)
+{
+    CapturedLog log;
+    std::mt19937 random(20);
+    for (int round = 0; round < 4'000; ++round) {
+        const std::string text = soup(random);
+        const IniFile first = loaded(text);
+        const std::string once = written(first);
+        const IniFile second = loaded(once);
+        ASSERT_EQ(settings(second), settings(first)) << text;
+        ASSERT_EQ(written(second), once) << text;
+    }
+}
+
+TEST(IniFile, SizeHasNoLimit)
+{
+    CapturedLog log;
+    constexpr std::size_t kLength = 10'000'000;
+    const IniFile longLines = loaded("k=" + std::string(kLength, 'v') + "\n" + std::string(kLength, '\\') +
+                                     "=x\n" + std::string(kLength, '\0') + "n=" + std::string(kLength, '\0') +
+                                     "\n" + std::string(kLength, ' '));
+    const IniStanza &stanza = *longLines.findStanza("default");
+    EXPECT_EQ(stanza.findKey("k")->value().size(), kLength);
+    EXPECT_EQ((*++stanza.begin()).key, std::string(kLength / 2, '\\'));
+    EXPECT_EQ(longLines.tailComments().back().size(), kLength);
+
+    std::string text;
+    for (int number = 0; number < 100'000; ++number) {
+        text += "[stanza " + std::to_string(number) + "]\nkey = " + std::to_string(number) + "\n\n";
+    }
+    text.pop_back();
+    IniFile many = loaded(text);
+    EXPECT_EQ(many.stanzaCount(), 100'000u);
+    EXPECT_EQ(many.findStanza("stanza 77777")->findKey("key")->value(), "77777");
+    EXPECT_EQ(written(many), text);
+}
+
+} // namespace
+} // namespace velmox

@@ -1,0 +1,45 @@
+#include "conf/tree/conf_path_metadata.h"
+
+#include <gtest/gtest.h>
+
+namespace velmox {
+namespace {
+
+TEST(ConfAcl, EqualPermissionsAreOneObjectForAsLongAsItIsHeld)
+{
+    const ConfAclPtr acl = ConfAcl::parse("write:[b,A],read:[*]");
+    ASSERT_TRUE(acl);
+    EXPECT_EQ(acl->toStr(), "read : [ * ], write : [ a, b ]");
+    EXPECT_EQ(ConfAcl::parse(acl->toStr()), acl);
+    EXPECT_NE(ConfAcl::parse("read : [ * ]"), acl);
+    EXPECT_EQ(ConfAcl::parse(""), ConfAcl::none());
+    EXPECT_EQ(ConfAcl::parse("read : x"), nullptr);
+
+    const std::weak_ptr<const ConfAcl> shortLived = ConfAcl::parse("list : [ x ]");
+    EXPECT_TRUE(shortLived.expired());
+    for (int i = 0; i < 200; ++i) {
+        ConfAcl::parse(Str::fromFormat("read : [ role%d ]", i));
+    }
+    EXPECT_EQ(ConfAcl::parse("read : [ * ], write : [ a, b ]"), acl);
+}
+
+TEST(ConfPathMetadata, IsToldForLogs)
+{
+    ConfPathMetadata metadata;
+    EXPECT_EQ(metadata.toStr(), "{  }");
+    metadata.access = ConfAcl::parse("read : [ * ]");
+    metadata.exported = ConfExport::None;
+    metadata.setImports({"b", "a"});
+    metadata.setOwner("Alice");
+    metadata.removable = true;
+    metadata.modtime.emplace(Timeval::kMin);
+    EXPECT_EQ(metadata.toStr(), "{ read : [ * ] }, export: app, imports: { b a }, owner: alice, "
+                                "removable: yes, modtime: MIN_TIME");
+    metadata = {};
+    metadata.exported = ConfExport::System;
+    metadata.removable = false;
+    EXPECT_EQ(metadata.toStr(), "{  }, export: global, removable: no");
+}
+
+} // namespace
+} // namespace velmox
