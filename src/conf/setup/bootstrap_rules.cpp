@@ -3,6 +3,7 @@
 #include "conf/setup/conf_settings.h"
 #include "conf/setup/path_pattern.h"
 #include "conf/setup/shared_conf_services.h"
+#include "conf/setup/username_mapper.h"
 #include "conf/tree/conf_path_base.h"
 #include "util/loader_info.h"
 #include "util/logger.h"
@@ -36,7 +37,12 @@ PlaceholderVariables BootstrapRules::variables() const
 PlaceholderVariables BootstrapRules::variablesFor(const ConfPathBase &path) const
 {
     PlaceholderVariables result = variables();
-    result["user"] = placeholderLiteral(path.isShared() ? Str(kSharedUser) : path.user());
+    const Str user = path.isShared() ? Str(kSharedUser) : path.user();
+    result["user"] = placeholderLiteral(user);
+    // A safe name is never a user's in a write key; looking it up could record it for nothing.
+    if (!UsernameMapper::needsMapping(user)) {
+        result["user-case-handler"] = placeholderLiteral(user);
+    }
     result["app"] = placeholderLiteral(path.app());
     result["type"] = placeholderLiteral(path.type());
     return result;
