@@ -3,11 +3,14 @@
 #include "searchthing/filesystem_change_watcher.h"
 #include "util/owned_handle.h"
 
+#include <algorithm>
+
 namespace velmox {
 
 WatchedFileState::WatchedFileState(FilesystemChangeWatcher &watcher, const Pathname &path,
                                    const FileStatus &known, std::uint64_t pollMs)
-    : Timeout(watcher.queue()), watcher_(watcher), path_(path), pollMs_(pollMs), status_(known)
+    : Timeout(watcher.queue()), watcher_(watcher), path_(path), pollMs_(std::max<std::uint64_t>(pollMs, 1)),
+      status_(known)
 {
     scheduleIn(pollMs_);
 }
