@@ -1,6 +1,7 @@
 #include "conf/mapper/conf_path_mapper.h"
 #include "conf/setup/application_manager.h"
 #include "conf/setup/shared_conf_services.h"
+#include "conf/tree/conf_path_pruners.h"
 #include "searchthing/watched_file_state.h"
 #include "util/logger.h"
 
@@ -88,7 +89,8 @@ FileChangeAnswer ConfPathMapper::takeContent(const Str &type, Type &record, cons
 
 FileChangeAnswer ConfPathMapper::takeDeletion(const Str &type, Type &record)
 {
-    appNode().removeChild(type);
+    OneClassPruner deleted(type, OneClassPruner::Mode::RemoveOnly);
+    master_.walk(deleted);
     record.loaded = true;
     record.state.status = {};
     ++record.state.generation;

@@ -46,7 +46,7 @@ public:
     virtual bool writeData(const ConfPath &path, const Str &value) = 0;
     virtual bool writeMetadata(const ConfPath &path, const ConfPathMetadata &metadata) = 0;
     virtual bool remove(const ConfPath &path) = 0;
-    /// Copies what fits the search into `out`; false when that cannot be here.
+    /// Copies what fits the search into `out`, which holds nothing else; false when that cannot be here.
     virtual bool search(const ConfSearch &search, ConfPathTrie &out) = 0;
     virtual bool flush() = 0;
     /// Forgets what was read of a type, or of all when it is empty, so that the next read goes to disk.

@@ -1,6 +1,8 @@
 #include "conf/mapper/lazy_conf_path_mapper.h"
 
 #include "conf/conf_path.h"
+#include "conf/setup/reserved_name.h"
+#include "conf/tree/conf_path_pruners.h"
 #include "util/loader_info.h"
 #include "util/logger.h"
 
@@ -29,7 +31,7 @@ LazyConfPathMapper::LazyConfPathMapper(const BundleHandlerData &data, Logger &lo
 
 bool LazyConfPathMapper::isFileName(const Str &part)
 {
-    return !part.empty() && part.view().find_first_of("/\\") == std::string_view::npos;
+    return !part.empty() && part.findFirst(kUnsafeInNames, 0, true) < 0 && !isReservedName(part);
 }
 
 bool LazyConfPathMapper::isInMemoryOnly()
@@ -71,7 +73,6 @@ bool LazyConfPathMapper::read(const ConfPath &path, ConfPathTrie &out, unsigned 
     return copyOut(path, out, levels);
 }
 
-/// The path holds all constraints, so that whatever stands at it fits the search.
 bool LazyConfPathMapper::search(const ConfSearch &search, ConfPathTrie &out)
 {
     ConfPathBase path(search.constraint(ConfSearch::User).value_or(user_).lowered(),
@@ -85,8 +86,10 @@ bool LazyConfPathMapper::search(const ConfSearch &search, ConfPathTrie &out)
     }
     if (search.maxLevel() >= ConfPathTrie::kTypeLevel) {
         loadFor(path);
-        const auto level = static_cast<unsigned>(ConfPathTrie::kAppLevel + path.parts().size());
-        copyOut(path, out, search.maxLevel() - level);
+        copyOut(path, out, ConfPathTrie::kAllLevels);
+        DoNothingPruner all;
+        MatchSearchPruner fitting(search, all);
+        out.walk(fitting);
     }
     return true;
 }

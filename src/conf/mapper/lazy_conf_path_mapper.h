@@ -34,7 +34,7 @@ protected:
     /// `className` names the mapper and must outlive it.
     LazyConfPathMapper(const BundleHandlerData &data, Logger &log, const char *className);
 
-    /// Whether a part can name a file or directory: it stays where it is put.
+    /// Whether a part can name a file or directory: one that stays where it is put, and no device or stream.
     static bool isFileName(const Str &part);
     static bool isInMemoryOnly();
     /// Whether the path is of this mapper's user and app.

@@ -268,6 +268,7 @@ TEST_F(ConfPathMapperTest, RefusesWhatItCannotWrite)
     refuse({"inputs", "s", "k", "more"}, "v");
     refuse({"..\\default\\inputs", "s", "k"}, "v");
     refuse({"a/b"}, "");
+    refuse({"other.conf:inputs", "s", "k"}, "v");
     EXPECT_EQ(log.text(), expected);
     EXPECT_FALSE(mapper().writeMetadata(at({"inputs"}), {}));
     EXPECT_EQ(pathKind(root / "apps\\search\\default"), PathKind::Nothing);
