@@ -24,13 +24,13 @@ bool liesBelow(const Pathname &file, const Pathname &directory)
 } // namespace
 
 LookupTableConfPathMapper::LookupTableConfPathMapper(const BundleHandlerData &data, const Str &handler)
-    : ObjectFileConfPathMapper(data, log, {"LookupTableConfPathMapper", {}, handler}), type_(handler)
+    : JSONConfPathMapper(data, log, {"LookupTableConfPathMapper", {}, handler}), type_(handler)
 {
 }
 
 Str LookupTableConfPathMapper::describe() const
 {
-    return ObjectFileConfPathMapper::describe() << " (" << type_ << ")";
+    return JSONConfPathMapper::describe() << " (" << type_ << ")";
 }
 
 bool LookupTableConfPathMapper::readObject(const Pathname &file, Str &value) const

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "conf/mapper/object_file_conf_path_mapper.h"
+#include "conf/mapper/json_conf_path_mapper.h"
 
 namespace velmox {
 
 /// Serves the files of one directory, whatever they hold. The value of an object is the path of its file;
 /// what is written is the path of a file in the run directory, which is moved in.
-class LookupTableConfPathMapper : public ObjectFileConfPathMapper
+class LookupTableConfPathMapper : public JSONConfPathMapper
 {
 public:
     /// All objects are of the type that bears the handler's name.

@@ -6,19 +6,13 @@ namespace velmox {
 
 namespace {
 
-Logger jsonLog("JSONConfPathMapper");
 Logger directLog("DirectFileConfPathMapper");
 Logger modelLog("ModelConfPathMapper");
 
 } // namespace
 
-JSONConfPathMapper::JSONConfPathMapper(const BundleHandlerData &data)
-    : ObjectFileConfPathMapper(data, jsonLog, {"JSONConfPathMapper", {"json"}})
-{
-}
-
 DirectFileConfPathMapper::DirectFileConfPathMapper(const BundleHandlerData &data)
-    : ObjectFileConfPathMapper(data, directLog, {"DirectFileConfPathMapper", {"xml", "html"}})
+    : JSONConfPathMapper(data, directLog, {"DirectFileConfPathMapper", {"xml", "html"}})
 {
     for (const auto &[type, record] : types_) {
         log_.debug("%s: Detected initial type '%s'", pathText().c_str(), type.c_str());
@@ -26,7 +20,7 @@ DirectFileConfPathMapper::DirectFileConfPathMapper(const BundleHandlerData &data
 }
 
 ModelConfPathMapper::ModelConfPathMapper(const BundleHandlerData &data)
-    : ObjectFileConfPathMapper(data, modelLog, {"ModelConfPathMapper", {"model"}, "models"})
+    : JSONConfPathMapper(data, modelLog, {"ModelConfPathMapper", {"model"}, "models"})
 {
 }
 

@@ -1,4 +1,4 @@
-#include "conf/mapper/object_file_conf_path_mapper.h"
+#include "conf/mapper/json_conf_path_mapper.h"
 
 #include "conf/conf_path.h"
 #include "conf/conf_path_traversal.h"
@@ -15,12 +15,18 @@ namespace velmox {
 
 namespace {
 
+Logger jsonLog("JSONConfPathMapper");
+
 constexpr std::size_t kObjectParts = 2;
 
 } // namespace
 
-ObjectFileConfPathMapper::ObjectFileConfPathMapper(const BundleHandlerData &data, Logger &log,
-                                                   const Form &form)
+JSONConfPathMapper::JSONConfPathMapper(const BundleHandlerData &data)
+    : JSONConfPathMapper(data, jsonLog, {"JSONConfPathMapper", {"json"}})
+{
+}
+
+JSONConfPathMapper::JSONConfPathMapper(const BundleHandlerData &data, Logger &log, const Form &form)
     : LazyConfPathMapper(data, log, form.className), form_(form)
 {
     for (const Str &type : listTypes()) {
@@ -28,7 +34,7 @@ ObjectFileConfPathMapper::ObjectFileConfPathMapper(const BundleHandlerData &data
     }
 }
 
-StrVector ObjectFileConfPathMapper::listTypes() const
+StrVector JSONConfPathMapper::listTypes() const
 {
     if (!form_.onlyType.empty()) {
         return {form_.onlyType};
@@ -44,17 +50,17 @@ StrVector ObjectFileConfPathMapper::listTypes() const
     return types;
 }
 
-bool ObjectFileConfPathMapper::isType(const Str &type) const
+bool JSONConfPathMapper::isType(const Str &type) const
 {
     return form_.onlyType.empty() ? pathKind(path_.join(type)) == PathKind::Folder : type == form_.onlyType;
 }
 
-Pathname ObjectFileConfPathMapper::directoryOf(const Str &type) const
+Pathname JSONConfPathMapper::directoryOf(const Str &type) const
 {
     return form_.onlyType.empty() ? path_.join(type) : path_;
 }
 
-Str ObjectFileConfPathMapper::stanzaOf(const Pathname &name) const
+Str JSONConfPathMapper::stanzaOf(const Pathname &name) const
 {
     const StrVector &extensions = form_.extensions;
     if (extensions.empty()) {
@@ -64,30 +70,30 @@ Str ObjectFileConfPathMapper::stanzaOf(const Pathname &name) const
     return fits ? name.stem() : Str();
 }
 
-Pathname ObjectFileConfPathMapper::fileOf(const ConfPathBase &path) const
+Pathname JSONConfPathMapper::fileOf(const ConfPathBase &path) const
 {
     const Pathname file = directoryOf(path.type()).join(path.parts()[1]);
     return form_.extensions.empty() ? file : file.concat(Str(".") << form_.extensions.front());
 }
 
-bool ObjectFileConfPathMapper::readObject(const Pathname &file, Str &value) const
+bool JSONConfPathMapper::readObject(const Pathname &file, Str &value) const
 {
     return readTextFile(file, text(file), log_, value);
 }
 
-bool ObjectFileConfPathMapper::isUnchanged(const ConfPathTrie &known, const Str &value,
-                                           const ConfFileStatus &) const
+bool JSONConfPathMapper::isUnchanged(const ConfPathTrie &known, const Str &value,
+                                     const ConfFileStatus &) const
 {
     return known.data() == value;
 }
 
-bool ObjectFileConfPathMapper::writeObject(const Pathname &file, Str &value) const
+bool JSONConfPathMapper::writeObject(const Pathname &file, Str &value) const
 {
     return replaceTextFile(file, text(file), log_, value);
 }
 
 /// Of two files of one stanza the first in the order of names counts.
-bool ObjectFileConfPathMapper::readType(const Str &type, Type &, ConfPathTrie &content)
+bool JSONConfPathMapper::readType(const Str &type, Type &, ConfPathTrie &content)
 {
     const Pathname directory = directoryOf(type);
     std::vector<DirectoryEntry> entries;
@@ -105,27 +111,29 @@ bool ObjectFileConfPathMapper::readType(const Str &type, Type &, ConfPathTrie &c
     return true;
 }
 
-void ObjectFileConfPathMapper::take(ConfPathTrie &node, const Str &value, const ConfFileStatus &status) const
+void JSONConfPathMapper::take(ConfPathTrie &node, const Str &value, const ConfFileStatus &status) const
 {
     node.setData(value);
     node.setMetadata(metadataOf(status));
 }
 
-bool ObjectFileConfPathMapper::canChange(const ConfPath &path) const
+bool JSONConfPathMapper::canChange(const ConfPath &path) const
 {
     const StrVector &parts = path.parts();
     const bool isOfType = form_.onlyType.empty() || path.type() == form_.onlyType;
-    if (!isOwn(path) || parts.size() != kObjectParts || parts[0].empty() || parts[1].empty() || !isOfType ||
-        isReadOnly()) {
+    const bool isObject = isOwn(path) && parts.size() == kObjectParts && isOfType && !isReadOnly();
+    if (isObject) {
+        refuseTraversal(path);
+        refuseTraversal(path, parts[1]);
+    }
+    if (!isObject || !isFileName(parts[0]) || !isFileName(parts[1])) {
         log_.error("%s: Unsupported path: %s", pathText().c_str(), path.toStr().c_str());
         return false;
     }
-    refuseTraversal(path);
-    refuseTraversal(path, parts[1]);
     return true;
 }
 
-bool ObjectFileConfPathMapper::writeData(const ConfPath &path, const Str &value)
+bool JSONConfPathMapper::writeData(const ConfPath &path, const Str &value)
 {
     const std::lock_guard guard(lock_);
     if (!canChange(path)) {
@@ -157,7 +165,7 @@ bool ObjectFileConfPathMapper::writeData(const ConfPath &path, const Str &value)
     return true;
 }
 
-bool ObjectFileConfPathMapper::remove(const ConfPath &path)
+bool JSONConfPathMapper::remove(const ConfPath &path)
 {
     const std::lock_guard guard(lock_);
     if (!canChange(path)) {
@@ -170,6 +178,9 @@ bool ObjectFileConfPathMapper::remove(const ConfPath &path)
                   pathText().c_str(), name.c_str());
         return false;
     }
+    if (belongs(path)) {
+        loadFor(path);
+    }
     if (!removeFile(file)) {
         log_.error("Failed to remove: %s: %m", name.c_str());
         return false;
@@ -178,7 +189,7 @@ bool ObjectFileConfPathMapper::remove(const ConfPath &path)
     return true;
 }
 
-bool ObjectFileConfPathMapper::isObject(const Pathname &file, Object &object) const
+bool JSONConfPathMapper::isObject(const Pathname &file, Object &object) const
 {
     object.stanza = stanzaOf(file.basename());
     for (const Str &type : listTypes()) {
@@ -190,7 +201,7 @@ bool ObjectFileConfPathMapper::isObject(const Pathname &file, Object &object) co
     return false;
 }
 
-FileChangeAnswer ObjectFileConfPathMapper::onFileChange(WatchedFileState &state)
+FileChangeAnswer JSONConfPathMapper::onFileChange(WatchedFileState &state)
 {
     const std::lock_guard guard(lock_);
     const Pathname &file = state.path();
@@ -205,7 +216,7 @@ FileChangeAnswer ObjectFileConfPathMapper::onFileChange(WatchedFileState &state)
 }
 
 /// A type that nobody has read yet is not looked at: only its generation rises.
-FileChangeAnswer ObjectFileConfPathMapper::takeContent(const Pathname &file, const Object &object)
+FileChangeAnswer JSONConfPathMapper::takeContent(const Pathname &file, const Object &object)
 {
     Type &record = types_[object.type];
     const Str name = text(file);
@@ -230,7 +241,7 @@ FileChangeAnswer ObjectFileConfPathMapper::takeContent(const Pathname &file, con
     return FileChangeAnswer::Settled;
 }
 
-FileChangeAnswer ObjectFileConfPathMapper::takeDeletion(const Pathname &file, const Object &object)
+FileChangeAnswer JSONConfPathMapper::takeDeletion(const Pathname &file, const Object &object)
 {
     Type &record = types_[object.type];
     const Str name = text(file);
@@ -244,7 +255,7 @@ FileChangeAnswer ObjectFileConfPathMapper::takeDeletion(const Pathname &file, co
     return FileChangeAnswer::Settled;
 }
 
-bool ObjectFileConfPathMapper::reload(const Str &type)
+bool JSONConfPathMapper::reload(const Str &type)
 {
     if (!type.empty() && !isFileName(type)) {
         log_.warn("%s: Ignoring reload - directory traversal risk: %s", pathText().c_str(), type.c_str());
@@ -254,7 +265,7 @@ bool ObjectFileConfPathMapper::reload(const Str &type)
     return type.empty() ? reloadAll() : reloadType(type);
 }
 
-bool ObjectFileConfPathMapper::reloadType(const Str &type)
+bool JSONConfPathMapper::reloadType(const Str &type)
 {
     appNode().removeChild(type);
     const auto [record, added] = types_.try_emplace(type);
@@ -269,7 +280,7 @@ bool ObjectFileConfPathMapper::reloadType(const Str &type)
     return false;
 }
 
-bool ObjectFileConfPathMapper::reloadAll()
+bool JSONConfPathMapper::reloadAll()
 {
     master_.clear();
     bool wasLoaded = false;

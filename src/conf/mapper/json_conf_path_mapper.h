@@ -4,11 +4,14 @@
 
 namespace velmox {
 
-/// What the mappers have in common that keep one file for each object: the path's type names the directory
-/// and its stanza the file. A file has one value and no keys. Changes reach the disk at once.
-class ObjectFileConfPathMapper : public LazyConfPathMapper
+/// Keeps one `.json` file for each object: the path's type names the directory and its stanza the file. A
+/// file has one value and no keys. Changes reach the disk at once. The mappers of other kinds of files that
+/// are objects derive from it and tell how theirs differ.
+class JSONConfPathMapper : public LazyConfPathMapper
 {
 public:
+    explicit JSONConfPathMapper(const BundleHandlerData &data);
+
     /// Throws ConfPathDirectoryTraversalException for a stanza that would lead out of its directory.
     bool writeData(const ConfPath &path, const Str &value) override;
     /// Throws as `writeData` does.
@@ -28,7 +31,7 @@ protected:
         Str onlyType = Str();
     };
 
-    ObjectFileConfPathMapper(const BundleHandlerData &data, Logger &log, const Form &form);
+    JSONConfPathMapper(const BundleHandlerData &data, Logger &log, const Form &form);
 
 private:
     struct Object

@@ -1,7 +1,7 @@
 #include "conf/conf_path.h"
 #include "conf/conf_path_exceptions.h"
 #include "conf/mapper/conf_path_mapper_factory.h"
-#include "conf/mapper/object_file_conf_path_mapper.h"
+#include "conf/mapper/json_conf_path_mapper.h"
 #include "conf/mapper/text_object_conf_path_mappers.h"
 #include "tests/conf/mapper/file_notices.h"
 #include "tests/support/captured_log.h"
@@ -19,11 +19,11 @@ using testing::ScopedFolder;
 using testing::writeWhole;
 
 /// An app "search" below whose local directory the objects stand.
-class ObjectFileMapperTest : public ::testing::Test
+class JSONConfPathMapperTest : public ::testing::Test
 {
 protected:
-    ObjectFileMapperTest() { makeDirs(directory.join("views"), true); }
-    ~ObjectFileMapperTest() override { LoaderInfo::instance()->initSettings() = {}; }
+    JSONConfPathMapperTest() { makeDirs(directory.join("views"), true); }
+    ~JSONConfPathMapperTest() override { LoaderInfo::instance()->initSettings() = {}; }
 
     BundleHandlerData data() const
     {
@@ -56,7 +56,7 @@ protected:
     ConfTypeState state;
 };
 
-TEST_F(ObjectFileMapperTest, ReadsTheTextOfXmlAndHtmlFiles)
+TEST_F(JSONConfPathMapperTest, ReadsTheTextOfXmlAndHtmlFiles)
 {
     writeWhole(directory.join("views\\home.xml"), "\xEF\xBB\xBF<view/>\r\n");
     writeWhole(directory.join("views\\home.html"), "<p/>");
@@ -94,7 +94,7 @@ TEST_F(ObjectFileMapperTest, ReadsTheTextOfXmlAndHtmlFiles)
     EXPECT_EQ(log.text(), expected);
 }
 
-TEST_F(ObjectFileMapperTest, WritesAndFollowsJsonFiles)
+TEST_F(JSONConfPathMapperTest, WritesAndFollowsJsonFiles)
 {
     makeJson();
     const Pathname file = directory.join("fresh\\one.json");
@@ -110,7 +110,13 @@ TEST_F(ObjectFileMapperTest, WritesAndFollowsJsonFiles)
     }
     EXPECT_EQ(ConfFileStatus::of(file), before);
     EXPECT_EQ(pathKind(directory.join("fresh\\one.json.tmp")), PathKind::Nothing);
-    for (const StrVector &parts : {StrVector{}, {"fresh"}, {"fresh", ""}, {"fresh", "one", "key"}}) {
+    for (const StrVector &parts : {StrVector{},
+                                   {"fresh"},
+                                   {"fresh", ""},
+                                   {"fresh", "one", "key"},
+                                   {"..", "one"},
+                                   {"fresh", "one.json:stream"},
+                                   {"nul", "one"}}) {
         EXPECT_FALSE(write(parts, "{}"));
     }
     try {
@@ -136,7 +142,7 @@ TEST_F(ObjectFileMapperTest, WritesAndFollowsJsonFiles)
     EXPECT_FALSE(mapper->hasChangedSince("fresh", state));
 }
 
-TEST_F(ObjectFileMapperTest, RefusesChangesThatMustStayInMemory)
+TEST_F(JSONConfPathMapperTest, RefusesChangesThatMustStayInMemory)
 {
     const Pathname file = directory.join("views\\v.json");
     writeWhole(file, "1");
@@ -154,7 +160,7 @@ TEST_F(ObjectFileMapperTest, RefusesChangesThatMustStayInMemory)
     EXPECT_EQ(readWhole(file), "1");
 }
 
-TEST_F(ObjectFileMapperTest, MovesLookupTablesInFromTheRunDirectoryAlone)
+TEST_F(JSONConfPathMapperTest, MovesLookupTablesInFromTheRunDirectoryAlone)
 {
     const Pathname staging = setup.runDir().join("mapper-test");
     ASSERT_TRUE(makeDirs(staging, true));
@@ -196,7 +202,7 @@ TEST_F(ObjectFileMapperTest, MovesLookupTablesInFromTheRunDirectoryAlone)
     }
 }
 
-TEST_F(ObjectFileMapperTest, KeepsModelsInOneDirectory)
+TEST_F(JSONConfPathMapperTest, KeepsModelsInOneDirectory)
 {
     make("models");
     EXPECT_EQ(mapper->describe(), Str("ModelConfPathMapper: ") << where);
