@@ -41,6 +41,14 @@ ConfPathMetadata ConfPath::effectiveMetadata() const
     }
 }
 
+void ConfPath::require(const Str &capability) const
+{
+    Str reason;
+    if (!hasCapability(identity(), capability, &reason)) {
+        throw ConfPathPermissionDeniedException(reason);
+    }
+}
+
 void ConfPath::read(ConfPathTrie &trie, unsigned levels) const
 {
     refuseTraversal(*this);

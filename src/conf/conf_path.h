@@ -16,6 +16,8 @@ public:
 
     /// Reads the nodes at this path and above it.
     ConfPathMetadata effectiveMetadata() const override;
+    /// Throws ConfPathPermissionDeniedException when the identity lacks a capability here.
+    void require(const Str &capability) const;
 
     /// Asks every mapper, in reading order, for what stands at this path and up to `levels` below it. Throws
     /// ConfPathDoesNotExistException when none has anything.

@@ -24,10 +24,7 @@ void requireRemovable(ConfPath path)
     if (!path.parts().empty()) {
         path.removeLastPart();
     }
-    Str reason;
-    if (!path.hasCapability(path.identity(), ConfAcl::kWrite, &reason)) {
-        throw ConfPathPermissionDeniedException(reason);
-    }
+    path.require(ConfAcl::kWrite);
 }
 
 /// Children come before their parents, which take them along otherwise.

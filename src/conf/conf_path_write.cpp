@@ -10,14 +10,6 @@ namespace velmox {
 
 namespace {
 
-void require(const ConfPath &path, const char *capability)
-{
-    Str reason;
-    if (!path.hasCapability(path.identity(), capability, &reason)) {
-        throw ConfPathPermissionDeniedException(reason);
-    }
-}
-
 /// Whether metadata changes who may do what, in a place where that takes a right of its own.
 bool needsMetadataRight(const ConfPath &path, const ConfPathMetadata &metadata)
 {
@@ -31,10 +23,10 @@ bool needsMetadataRight(const ConfPath &path, const ConfPathMetadata &metadata)
 void checkRights(ConfPath &path, const ConfPathTrie &node)
 {
     if (node.hasData() || node.hasMetadata()) {
-        require(path, ConfAcl::kWrite);
+        path.require(ConfAcl::kWrite);
     }
     if (node.hasMetadata() && needsMetadataRight(path, node.metadata())) {
-        require(path, ConfAcl::kWriteMetadata);
+        path.require(ConfAcl::kWriteMetadata);
     }
     for (const auto &[part, child] : node.children()) {
         path.addPart(part, child->expansion());

@@ -1,6 +1,7 @@
 #include "conf/cache/user_conf_cache.h"
 #include "conf/conf_path.h"
 #include "conf/conf_path_exceptions.h"
+#include "conf/conf_path_traversal.h"
 #include "conf/property_pages.h"
 #include "conf/property_pages_exceptions.h"
 #include "conf/property_pages_registry.h"
@@ -132,6 +133,9 @@ void PropertyPages::write(const Str &app, const Str &stanza, const PropertiesMap
     const AtEnd invalidation([this] { invalidateReaders(); });
     const bool isOwnerless = !properties.metadata && needsOwner(target);
     if (overwriteAll) {
+        // What is removed stays so, even if the write that follows is refused.
+        refuseTraversal(target);
+        target.require(ConfAcl::kWrite);
         removePreexisting(target, ConfPathMapperManager::Data, "conf");
         removePreexisting(target, ConfPathMapperManager::Metadata, "meta");
         invalidateReaders();

@@ -1,4 +1,5 @@
 #include "conf/cache/user_conf_cache.h"
+#include "conf/conf_path_exceptions.h"
 #include "conf/property_pages_exceptions.h"
 #include "conf/tree/conf_acl.h"
 #include "conf/tree/conf_user_context.h"
@@ -250,6 +251,23 @@ TEST(PropertyPagesRead, TellsWhatTheUserMayDelete)
     ASSERT_EQ(type->children().size(), 1u);
     EXPECT_EQ(type->children().begin()->first, "open");
     EXPECT_TRUE(type->children().begin()->second->children().empty());
+}
+
+TEST(PropertyPagesRead, AnOverwriteThatIsRefusedRemovesNothing)
+{
+    ConfTree tree;
+    tree.put("apps/a/local/t.conf", "[s]\nk=1\n");
+    tree.put("apps/a/metadata/default.meta", "[t]\naccess = read : [ * ]\n");
+    PropertiesMap desired;
+    desired.set("k", "2");
+    {
+        OneIdentity::roles.clear();
+        const AsIdentity ann({"ann", {}, false});
+        EXPECT_THROW(tree.pages("t", "a", "nobody").write("a", "s", desired, true),
+                     ConfPathPermissionDeniedException);
+    }
+    tree.pages("t", "a").write("a", "r", desired, false);
+    EXPECT_EQ(tree.content("apps/a/local/t.conf"), "[s]\nk = 1\n\n[r]\nk = 2\n");
 }
 
 TEST(PropertyPagesRead, EqualRequestsShareOneObject)
