@@ -1,8 +1,16 @@
 #include "conf/tree/conf_path_pruners.h"
 
+#include "util/logger.h"
+
 #include <algorithm>
 
 namespace velmox {
+
+namespace {
+
+Logger log("DisabledApplicationPruner");
+
+} // namespace
 
 SubtriePruner::SubtriePruner(const ConfPathBase &path, unsigned levels)
     : path_{path.user().lowered(), path.app()}, levels_(levels)
@@ -37,7 +45,14 @@ PruneAnswer DanglingMetadataPruner::visit(const StrVector &segments, ConfPathTri
 
 bool DisabledApplicationPruner::shouldPrune(const StrVector &segments, ConfPathTrie &)
 {
-    return segments.size() == ConfPathTrie::kTypeLevel && segments[2] != kAppType && !isUsable_(segments[1]);
+    if (segments.size() != ConfPathTrie::kTypeLevel || segments[2] == kAppType || isUsable_(segments[1])) {
+        return false;
+    }
+    if (log.debugEnabled()) {
+        log.debug("Skipping path into disabled_app=%s: %s", segments[1].c_str(),
+                  ConfPathBase(segments[0], segments[1], {segments[2]}).toStr().c_str());
+    }
+    return true;
 }
 
 PruneAnswer DanglingDataPruner::visit(const StrVector &segments, ConfPathTrie &)
