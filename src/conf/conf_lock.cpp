@@ -18,11 +18,11 @@ std::atomic<unsigned> violations{0};
 /// In the order in which this thread took them; a lock taken twice stands here twice.
 thread_local std::vector<const ConfLock *> held;
 
-void reportBrokenOrder(const ConfLock &taken, const ConfLock &last)
+void reportBrokenOrder(const ConfLock &taken, const ConfLock &later)
 {
     violations.fetch_add(1, std::memory_order_relaxed);
     log.error("Lock of rank %d taken while holding one of rank %d", static_cast<int>(taken.rank()),
-              static_cast<int>(last.rank()));
+              static_cast<int>(later.rank()));
     assert(!"locks taken out of order");
 }
 
@@ -31,8 +31,11 @@ void reportBrokenOrder(const ConfLock &taken, const ConfLock &last)
 void ConfLock::lock()
 {
     const bool again = std::find(held.begin(), held.end(), this) != held.end();
-    if (!again && !held.empty() && held.back()->rank() >= rank_) {
-        reportBrokenOrder(*this, *held.back());
+    // The last one held need not be of the highest rank: an early one may have been taken again.
+    const auto later =
+        std::find_if(held.begin(), held.end(), [this](const ConfLock *lock) { return lock->rank_ >= rank_; });
+    if (!again && later != held.end()) {
+        reportBrokenOrder(*this, **later);
     }
     mutex_.lock();
     held.push_back(this);
