@@ -1,12 +1,8 @@
 #include "conf/properties_map.h"
 
+#include "conf/tree/conf_path_base.h"
+
 namespace velmox {
-
-namespace {
-
-constexpr char kDefaultStanza[] = "default";
-
-} // namespace
 
 Str PropertiesMap::get(const Str &key) const
 {

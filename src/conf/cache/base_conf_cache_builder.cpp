@@ -118,17 +118,17 @@ bool BaseConfCacheBuilder::keepsOldValue(const PropertyValue &target, Level leve
 void BaseConfCacheBuilder::set(PropertyValue &target, const ConfPathCached &path, const ConfPathTrie &node,
                                Level level) const
 {
-    const ConfPathMetadata &effective = path.metadata();
-    const ConfPathMetadata own = node.hasMetadata() ? node.metadata() : ConfPathMetadata();
+    // Version, removable and time are the node's own: nothing hands them down.
+    const ConfPathMetadata &metadata = path.metadata();
     target.value = node.hasData() ? node.data() : Str();
     target.level = level;
     target.generation = generation_;
     target.app = path.app();
-    target.version = effective.version ? *effective.version : Str();
-    target.user = effective.owner ? *effective.owner : path.user();
-    target.metadata = effective.access;
-    target.removable = own.removable.value_or(false);
-    target.modtime = own.modtime.value_or(Timeval());
+    target.version = metadata.version ? *metadata.version : Str();
+    target.user = metadata.owner ? *metadata.owner : path.user();
+    target.metadata = metadata.access;
+    target.removable = metadata.removable.value_or(false);
+    target.modtime = metadata.modtime.value_or(Timeval());
     target.originStanza = *stanzaName_;
 }
 
