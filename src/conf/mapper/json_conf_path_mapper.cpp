@@ -133,6 +133,14 @@ bool JSONConfPathMapper::canChange(const ConfPath &path) const
     return true;
 }
 
+/// Another program may have changed the file since it was read.
+bool JSONConfPathMapper::holds(const Pathname &file, const ConfPathBase &path, const Str &value) const
+{
+    const ConfPathTrie *const known = master_.find(path);
+    const ConfFileStatus status = ConfFileStatus::of(file);
+    return known && known->data() == value && status.exists && known->metadata().modtime == status.modtime;
+}
+
 bool JSONConfPathMapper::writeData(const ConfPath &path, const Str &value)
 {
     const std::lock_guard guard(lock_);
@@ -148,8 +156,7 @@ bool JSONConfPathMapper::writeData(const ConfPath &path, const Str &value)
     }
     Type &record = types_[path.type()];
     load(path.type(), record);
-    const ConfPathTrie *const known = master_.find(path);
-    if (known && known->data() == value && pathKind(file) == PathKind::File) {
+    if (holds(file, path, value)) {
         log_.debug("Skipping unnecessary write: %s", name.c_str());
         return true;
     }

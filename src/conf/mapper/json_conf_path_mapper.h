@@ -59,6 +59,7 @@ private:
 
     // Called with the lock held.
     bool readType(const Str &type, Type &record, ConfPathTrie &content) override;
+    bool holds(const Pathname &file, const ConfPathBase &path, const Str &value) const;
     void take(ConfPathTrie &node, const Str &value, const ConfFileStatus &status) const;
     FileChangeAnswer takeContent(const Pathname &file, const Object &object);
     FileChangeAnswer takeDeletion(const Pathname &file, const Object &object);

@@ -109,6 +109,9 @@ TEST_F(JSONConfPathMapperTest, WritesAndFollowsJsonFiles)
         EXPECT_FALSE(mapper->remove(at({"fresh", "one"})));
     }
     EXPECT_EQ(ConfFileStatus::of(file), before);
+    writeWhole(file, "[]");
+    EXPECT_TRUE(write({"fresh", "one"}, "{\"a\": 1}"));
+    EXPECT_EQ(readWhole(file), "{\"a\": 1}") << "another program changed it";
     EXPECT_EQ(pathKind(directory.join("fresh\\one.json.tmp")), PathKind::Nothing);
     for (const StrVector &parts : {StrVector{},
                                    {"fresh"},
