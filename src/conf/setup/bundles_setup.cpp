@@ -85,7 +85,8 @@ Pathname BundlesSetup::runDir() const
 
 Str BundlesSetup::text(const Pathname &path) const
 {
-    const WideStr home = environmentVariable(u"VELMOX_HOME");
+    Pathname home = environmentVariable(u"VELMOX_HOME");
+    home.stripTrailingSlashes();
     if (home.empty() || !liesIn(root(), home) || !liesIn(path, home)) {
         return path.toStr();
     }
