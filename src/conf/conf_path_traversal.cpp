@@ -21,7 +21,6 @@ void refuseTraversal(const ConfPathBase &path, const Str &part)
 
 void refuseTraversal(const ConfPathBase &path)
 {
-    refuseTraversal(path, path.user());
     refuseTraversal(path, path.app());
     refuseTraversal(path, path.type());
 }

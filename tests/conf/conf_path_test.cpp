@@ -86,7 +86,6 @@ TEST(ConfPath, RefusesNamesThatLeadElsewhere)
     const Case cases[] = {
         {{"", "a", {"x/y", "s"}}, "Directory traversal risk in /nobody/a/x/y/s at segment \"x/y\""},
         {{"", "..\\a", {"t", "s"}}, "Directory traversal risk in /nobody/..\\a/t/s at segment \"..\\a\""},
-        {{"u/v", "a", {"t", "s"}}, "Directory traversal risk in /u/v/a/t/s at segment \"u/v\""},
     };
     for (const Case &c : cases) {
         const ConfPath path(root.setup(), c.path);

@@ -123,6 +123,8 @@ Pathname BootstrapRules::directoryOf(const IniEntry &writeRule, const ConfPathBa
 {
     PlaceholderVariables known = variablesFor(path);
     known["user-case-handler"] = placeholderLiteral(userDirectory);
+    // The name itself may lead out of the users' directory.
+    known["user"] = known["user-case-handler"];
     return expandToPath(writeRule.value(), known);
 }
 

@@ -28,7 +28,7 @@ bool isPort(std::string_view name)
 
 bool isReservedName(std::string_view name)
 {
-    if (name == "." || name == "..") {
+    if (name.ends_with('.') || name.ends_with(' ')) {
         return true;
     }
     const Str base = Str(name.substr(0, name.find('.'))).trimmed(CharSet(" "), false, true).lowered();

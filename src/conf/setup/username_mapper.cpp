@@ -35,6 +35,13 @@ void appendMd5(std::string_view text, Str &out)
     }
 }
 
+/// Whether a name reads back from the map as it was written: a key has no blanks around it, and does not
+/// begin as a comment does.
+bool canBeKey(const Str &name)
+{
+    return trimmedView(name) == name.view() && name[0] != '#' && name[0] != ';';
+}
+
 bool isInMemoryOnly()
 {
     return LoaderInfo::instance()->initSettings().inMemoryOnly;
@@ -128,6 +135,10 @@ bool UsernameMapper::record(const Str &user, Str &safeName)
     }
     if (findSafeName(user, safeName)) {
         return true;
+    }
+    if (!canBeKey(user)) {
+        log.error("Username cannot be mapped: %s: %s", fileText().c_str(), user.c_str());
+        return false;
     }
     safeName = makeSafeName(user);
     return insert(user, safeName);

@@ -29,6 +29,7 @@ TEST(UsernameMapper, MakesSafeNames)
         {"a.b", nullptr},
         {"DOM\\Anna", "dom_anna."},
         {"a/b", "a_b."},
+        {"anna.", "_anna.."},
         {"<>:\"/\\|?*", "_________."},
         {"con", "_con."},
         {"NUL.x", "_nul.x."},
@@ -100,6 +101,9 @@ TEST_F(UsernameMapperFile, ReportsWhatFails)
     }
     EXPECT_FALSE(mapper.trueName(kCon, user));
     EXPECT_EQ(mapper.directoryName("con"), Str("_reserved/") << kCon);
+    for (const char *lost : {"#a:", ";a:", "anna "}) {
+        EXPECT_EQ(mapper.directoryName(lost), "") << lost;
+    }
 
     const ConfRoot blocked("");
     blocked.write("users", "");
@@ -149,15 +153,18 @@ TEST_F(UsernameMapperFile, StaysInMemoryWhenNothingMayBeWritten)
 TEST(UsernameMapperStore, LeadsToTheUsersFilesAndBack)
 {
     const ConfRoot root;
-    const ConfPath path(root.setup(), ConfPathBase("con", "search", {"x", "s", "k"}));
-    ConfPathTrie tree;
-    tree.setData("v");
-    path.write(tree);
-    const Str file = Str("users\\_reserved\\") << kCon << "\\search\\local\\x.conf";
-    EXPECT_TRUE(readWhole(root / file.c_str()).contains("[s]\r\nk = v\r\n"));
-    // What was in memory is gone with the services.
-    root.setup().shared().recreate();
-    EXPECT_EQ(path.readData(), "v");
+    for (const char *user : {"con", "dom\\anna", "../../apps"}) {
+        const ConfPath path(root.setup(), ConfPathBase(user, "search", {"x", "s", "k"}));
+        ConfPathTrie tree;
+        tree.setData("v");
+        path.write(tree);
+        const Str file = Str("users\\_reserved\\")
+                         << UsernameMapper::makeSafeName(user) << "\\search\\local\\x.conf";
+        EXPECT_TRUE(readWhole(root / file.c_str()).contains("[s]\r\nk = v\r\n")) << user;
+        // What was in memory is gone with the services.
+        root.setup().shared().recreate();
+        EXPECT_EQ(path.readData(), "v") << user;
+    }
 }
 
 } // namespace
