@@ -1,7 +1,6 @@
 #pragma once
 
 #include "conf/conf_lock.h"
-#include "conf/file/ini_file.h"
 #include "conf/mapper/i_conf_path_mapper.h"
 #include "conf/mapper/meta_image.h"
 #include "conf/setup/bundle_handler_data.h"
@@ -56,7 +55,9 @@ private:
     /// Changes under way. On disk they go through the image, in memory alone through the tree.
     struct Edit
     {
-        IniFile image;
+        Edit(IniFile onDisk, const ConfPathBase &app) : image(std::move(onDisk), app) {}
+
+        MetaImage image;
         ConfPathTrie tree;
         bool changed = false;
         bool isUnreadable = false;

@@ -39,14 +39,14 @@ ConfObjectManagerDB::Edit &ConfObjectManagerDB::edit()
     if (!loaded_ || (!isInMemoryOnly() && ConfFileStatus::of(file_) != status_)) {
         refresh();
     }
-    edit_ = std::make_unique<Edit>();
+    const bool hasFile = !isInMemoryOnly() && pathKind(file_) != PathKind::Nothing;
+    IniFile onDisk = hasFile ? IniFile(file_) : IniFile();
+    onDisk.setDestination(file_);
+    const bool isUnreadable = hasFile && !onDisk.loaded();
+    edit_ = std::make_unique<Edit>(std::move(onDisk), owner_);
+    edit_->isUnreadable = isUnreadable;
     if (isInMemoryOnly()) {
         edit_->tree.merge(tree_);
-    } else if (pathKind(file_) == PathKind::Nothing) {
-        edit_->image.setDestination(file_);
-    } else {
-        edit_->image.load(file_);
-        edit_->isUnreadable = !edit_->image.loaded();
     }
     return *edit_;
 }
@@ -62,7 +62,7 @@ bool ConfObjectManagerDB::writeData(const ConfPath &path, const Str &value)
     const std::lock_guard guard(lock_);
     Edit &current = edit();
     if (!isInMemoryOnly()) {
-        return note(setMetaSetting(current.image, owner_, path, kMetaDataKey, value));
+        return note(current.image.set(path, kMetaDataKey, value));
     }
     const ConfPathTrie *const known = current.tree.find(path);
     if (known && known->hasData() ? known->data() != value : !value.empty()) {
@@ -79,7 +79,7 @@ bool ConfObjectManagerDB::writeMetadata(const ConfPath &path, const ConfPathMeta
         return setInTree(path, metadata);
     }
     for (const auto &[key, value] : metaSettings(metadata)) {
-        if (!note(setMetaSetting(edit().image, owner_, path, key, value))) {
+        if (!note(edit().image.set(path, key, value))) {
             return false;
         }
     }
@@ -112,7 +112,7 @@ bool ConfObjectManagerDB::remove(const ConfPath &path)
         current.changed = current.tree.remove(path) || current.changed;
         return true;
     }
-    return note(removeMetaStanzas(current.image, owner_, path));
+    return note(current.image.remove(path));
 }
 
 /// Changes that cannot be written are lost, and the caller is told.

@@ -10,6 +10,8 @@ namespace {
 constexpr char kSeparator[] = "/";
 /// Parts of an absolute name, with the empty one before the first slash: user, app and type must be there.
 constexpr std::size_t kFewestAbsoluteParts = 4;
+/// Far more than there are levels. Trees are walked by recursion, which a name must not drive without end.
+constexpr std::size_t kMostParts = 64;
 
 StrVector splitHeader(const Str &name)
 {
@@ -44,11 +46,6 @@ bool isSameApp(const ConfPathBase &a, const ConfPathBase &b)
     return a.user().compareCaseless(b.user()) == 0 && a.app() == b.app();
 }
 
-bool isSamePath(const ConfPathBase &a, const ConfPathBase &b)
-{
-    return isSameApp(a, b) && a.parts() == b.parts();
-}
-
 Str relativeHeader(const StrVector &parts)
 {
     Str name;
@@ -61,9 +58,7 @@ Str relativeHeader(const StrVector &parts)
 
 Str absoluteHeader(const ConfPathBase &path)
 {
-    StrVector parts = {path.user().lowered(), path.app()};
-    parts.insert(parts.end(), path.parts().begin(), path.parts().end());
-    return Str(kSeparator) << relativeHeader(parts);
+    return Str(kSeparator) << relativeHeader(path.segments());
 }
 
 } // namespace
@@ -71,6 +66,10 @@ Str absoluteHeader(const ConfPathBase &path)
 std::optional<ConfPathBase> parseMetaHeader(const Str &name, const ConfPathBase &app)
 {
     StrVector parts = splitHeader(name);
+    if (parts.size() > kMostParts) {
+        metaLog.error("Path has too many path parts: %s", name.c_str());
+        return std::nullopt;
+    }
     if (!name.startsWith(kSeparator)) {
         return ConfPathBase(app.user(), app.app(), std::move(parts));
     }
@@ -91,7 +90,7 @@ std::optional<Str> metaHeader(const ConfPathBase &path, const ConfPathBase &app)
     // A last part that is empty is lost, and an empty first one makes the name an absolute one.
     const bool startsRight = name.startsWith(kSeparator) != isOwn;
     const std::optional<ConfPathBase> back = startsRight ? parseMetaHeader(name, app) : std::nullopt;
-    return back && isSamePath(*back, path) ? std::optional<Str>(std::move(name)) : std::nullopt;
+    return back && back->segments() == path.segments() ? std::optional<Str>(std::move(name)) : std::nullopt;
 }
 
 } // namespace velmox

@@ -1,6 +1,5 @@
 #include "conf/mapper/meta_image.h"
 
-#include "conf/file/ini_file.h"
 #include "conf/mapper/meta_file.h"
 #include "conf/mapper/meta_header.h"
 #include "conf/mapper/meta_log.h"
@@ -11,24 +10,9 @@ namespace velmox {
 
 namespace {
 
-bool isAtOrBelow(const ConfPathBase &path, const ConfPathBase &top)
+bool isAtOrBelow(const StrVector &segments, const StrVector &top)
 {
-    return path.user().compareCaseless(top.user()) == 0 && path.app() == top.app() &&
-           path.parts().size() >= top.parts().size() &&
-           std::equal(top.parts().begin(), top.parts().end(), path.parts().begin());
-}
-
-/// The names of the stanzas at a path, and with `below` of those below it. Several may spell the same path.
-StrVector stanzasOf(const IniFile &image, const ConfPathBase &app, const ConfPathBase &path, bool below)
-{
-    StrVector names;
-    for (const auto &[name, stanza] : image) {
-        const std::optional<ConfPathBase> found = parseMetaHeader(name, app);
-        if (found && isAtOrBelow(*found, path) && (below || found->parts() == path.parts())) {
-            names.push_back(name);
-        }
-    }
-    return names;
+    return segments.size() >= top.size() && std::equal(top.begin(), top.end(), segments.begin());
 }
 
 MetaEdit removeKey(IniFile &image, const StrVector &stanzas, const Str &key)
@@ -56,30 +40,47 @@ MetaEdit setKey(IniStanza &stanza, const Str &key, const Str &value)
 
 } // namespace
 
-MetaEdit setMetaSetting(IniFile &image, const ConfPathBase &app, const ConfPathBase &path, const Str &key,
-                        const Str &value)
+MetaImage::MetaImage(IniFile image, const ConfPathBase &app) : image_(std::move(image)), app_(app)
 {
-    const StrVector stanzas = stanzasOf(image, app, path, false);
-    if (key == kMetaDataKey && value.empty()) {
-        return removeKey(image, stanzas, key);
+    for (const auto &[name, stanza] : image_) {
+        if (const std::optional<ConfPathBase> path = parseMetaHeader(name, app_)) {
+            names_[path->segments()].push_back(name);
+        }
     }
-    // The last one that spells the path has the say.
-    const std::optional<Str> name =
-        stanzas.empty() ? metaHeader(path, app) : std::optional<Str>(stanzas.back());
-    if (!name) {
-        metaLog.error("No stanza can be named for: %s", path.toStr().c_str());
-        return MetaEdit::Refused;
-    }
-    return setKey(image.stanza(*name), key, value);
 }
 
-MetaEdit removeMetaStanzas(IniFile &image, const ConfPathBase &app, const ConfPathBase &path)
+MetaEdit MetaImage::set(const ConfPathBase &path, const Str &key, const Str &value)
 {
-    const StrVector names = stanzasOf(image, app, path, true);
-    for (const Str &name : names) {
-        image.removeStanza(name);
+    const StrVector segments = path.segments();
+    auto found = names_.find(segments);
+    if (key == kMetaDataKey && value.empty()) {
+        return found == names_.end() ? MetaEdit::Unchanged : removeKey(image_, found->second, key);
     }
-    return names.empty() ? MetaEdit::Unchanged : MetaEdit::Changed;
+    if (found == names_.end()) {
+        const std::optional<Str> name = metaHeader(path, app_);
+        if (!name) {
+            metaLog.error("No stanza can be named for: %s", path.toStr().c_str());
+            return MetaEdit::Refused;
+        }
+        found = names_.emplace(segments, StrVector{*name}).first;
+    }
+    // The last one that spells the path has the say.
+    return setKey(image_.stanza(found->second.back()), key, value);
+}
+
+MetaEdit MetaImage::remove(const ConfPathBase &path)
+{
+    const StrVector top = path.segments();
+    const auto first = names_.lower_bound(top);
+    auto last = first;
+    for (; last != names_.end() && isAtOrBelow(last->first, top); ++last) {
+        for (const Str &name : last->second) {
+            image_.removeStanza(name);
+        }
+    }
+    const bool removed = first != last;
+    names_.erase(first, last);
+    return removed ? MetaEdit::Changed : MetaEdit::Unchanged;
 }
 
 } // namespace velmox

@@ -1,12 +1,11 @@
 #pragma once
 
+#include "conf/file/ini_file.h"
 #include "conf/tree/conf_path_base.h"
 
+#include <map>
+
 namespace velmox {
-
-class IniFile;
-
-// Changes of the image of a metadata file. `app` is the app of the file, a path without parts.
 
 enum class MetaEdit
 {
@@ -15,10 +14,25 @@ enum class MetaEdit
     Refused, ///< no stanza can be named for the path; logged
 };
 
-/// Sets a key in the stanza of a path. An empty value of the node's own is none: its key goes.
-MetaEdit setMetaSetting(IniFile &image, const ConfPathBase &app, const ConfPathBase &path, const Str &key,
-                        const Str &value);
-/// Removes the stanzas of a path and of all below it.
-MetaEdit removeMetaStanzas(IniFile &image, const ConfPathBase &app, const ConfPathBase &path);
+/// The image of a metadata file, edited by the paths of which it tells.
+class MetaImage
+{
+public:
+    /// `app` is the app of the file, a path without parts.
+    MetaImage(IniFile image, const ConfPathBase &app);
+
+    bool flush() { return image_.flush(); }
+
+    /// Sets a key in the stanza of a path. An empty value of the node's own is none: its key goes.
+    MetaEdit set(const ConfPathBase &path, const Str &key, const Str &value);
+    /// Removes the stanzas of a path and of all below it.
+    MetaEdit remove(const ConfPathBase &path);
+
+private:
+    IniFile image_;
+    const ConfPathBase app_;
+    /// The names of the stanzas by the segments of their paths. Several may spell the same path.
+    std::map<StrVector, StrVector> names_;
+};
 
 } // namespace velmox

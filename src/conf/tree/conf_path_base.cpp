@@ -47,6 +47,13 @@ bool ConfPathBase::isShared() const
     return user_.compareCaseless(kSharedUser) == 0;
 }
 
+StrVector ConfPathBase::segments() const
+{
+    StrVector segments = {user_.lowered(), app_};
+    segments.insert(segments.end(), parts_.begin(), parts_.end());
+    return segments;
+}
+
 Str ConfPathBase::toStr() const
 {
     Str text;

@@ -39,6 +39,8 @@ public:
     /// Whether the user is "nobody", in any case.
     bool isShared() const;
 
+    /// The parts of a tree from below its root: the user in lower case, the app, and the parts.
+    StrVector segments() const;
     /// "/nobody/system/inputs/default".
     Str toStr() const;
 

@@ -13,9 +13,8 @@ Logger log("DisabledApplicationPruner");
 } // namespace
 
 SubtriePruner::SubtriePruner(const ConfPathBase &path, unsigned levels)
-    : path_{path.user().lowered(), path.app()}, levels_(levels)
+    : path_(path.segments()), levels_(levels)
 {
-    path_.insert(path_.end(), path.parts().begin(), path.parts().end());
 }
 
 bool SubtriePruner::shouldPrune(const StrVector &segments, ConfPathTrie &)

@@ -39,7 +39,7 @@ public:
 private:
     bool shouldPrune(const StrVector &segments, ConfPathTrie &) override;
 
-    StrVector path_;
+    const StrVector path_;
     const unsigned levels_;
 };
 

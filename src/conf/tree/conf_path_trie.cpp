@@ -75,8 +75,7 @@ bool ConfPathTrie::removeChild(const Str &part)
 
 bool ConfPathTrie::remove(const ConfPathBase &path)
 {
-    StrVector segments = {path.user().lowered(), path.app()};
-    segments.insert(segments.end(), path.parts().begin(), path.parts().end());
+    const StrVector segments = path.segments();
     ConfPathTrie *parent = this;
     for (std::size_t at = 0; parent && at + 1 < segments.size(); ++at) {
         parent = parent->findChild(segments[at]);

@@ -40,7 +40,7 @@ TEST(MetaHeader, NamesAndPathsTurnIntoEachOther)
     EXPECT_EQ(metaHeader(ConfPathBase("Nobody", "search", {"x"}), kSearch), std::optional<Str>("x"));
 }
 
-TEST(MetaHeader, RefusesWhatHasNoType)
+TEST(MetaHeader, RefusesWhatIsNoPathOfAnItem)
 {
     for (const char *name : {"/", "/a", "/a/b", "/a/b/"}) {
         CapturedLog log;
@@ -48,6 +48,12 @@ TEST(MetaHeader, RefusesWhatHasNoType)
         EXPECT_EQ(log.text(), Str("ERROR ConfObjectManagerDB: Absolute path has too few path parts: ")
                                   << name << "\n");
     }
+    Str deep = "a";
+    for (int level = 1; level < 64; ++level) {
+        deep << "/a";
+    }
+    EXPECT_TRUE(parseMetaHeader(deep, kSearch));
+    EXPECT_FALSE(parseMetaHeader(deep << "/a", kSearch));
     for (const ConfPathBase &path :
          {ConfPathBase("anna", "search"), ConfPathBase("nobody", "search", {"a", ""}),
           ConfPathBase("nobody", "search", {"", "a"})}) {
