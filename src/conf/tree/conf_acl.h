@@ -31,8 +31,6 @@ public:
     /// The object for a permission text such as "read : [ * ], write : [ admin, power ]"; null, with a
     /// warning in the log, when the text is none. Any thread.
     static ConfAclPtr parse(const Str &text);
-    /// The object that grants nothing.
-    static ConfAclPtr none();
 
     /// Made by `parse` alone.
     explicit ConfAcl(Capabilities capabilities) : capabilities_(std::move(capabilities)) {}

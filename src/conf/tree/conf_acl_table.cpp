@@ -59,9 +59,4 @@ ConfAclPtr ConfAcl::parse(const Str &text)
     return parsePermissions(text, capabilities) ? table().intern(std::move(capabilities)) : nullptr;
 }
 
-ConfAclPtr ConfAcl::none()
-{
-    return table().intern({});
-}
-
 } // namespace velmox

@@ -12,7 +12,7 @@ TEST(ConfAcl, EqualPermissionsAreOneObjectForAsLongAsItIsHeld)
     EXPECT_EQ(acl->toStr(), "read : [ * ], write : [ a, b ]");
     EXPECT_EQ(ConfAcl::parse(acl->toStr()), acl);
     EXPECT_NE(ConfAcl::parse("read : [ * ]"), acl);
-    EXPECT_EQ(ConfAcl::parse(""), ConfAcl::none());
+    EXPECT_EQ(ConfAcl::parse(""), ConfAcl::parse(" "));
     EXPECT_EQ(ConfAcl::parse("read : x"), nullptr);
 
     const std::weak_ptr<const ConfAcl> shortLived = ConfAcl::parse("list : [ x ]");
