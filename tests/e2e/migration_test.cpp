@@ -243,6 +243,7 @@ TEST_F(MigrationTest, TheSwitchAgainstMigrationWins)
         Str::fromFormat("\"%s\\bin\\velmox-regmon.exe\" -migrateOnly -disableSysmonMigrate", kHome),
         {Str::fromFormat("VELMOX_HOME=%s", home_.path().toStr().c_str())}, false);
     ASSERT_TRUE(process.waitForExit());
+    EXPECT_EQ(process.exitCode(), 0u) << process.errors().c_str();
     EXPECT_EQ(process.output(), "");
     EXPECT_EQ(velmox::testing::readWhole(home_.path().join("etc\\system\\local\\sysmon.conf")),
               "[default]\n");
