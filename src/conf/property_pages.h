@@ -44,7 +44,7 @@ public:
 
     /// Writes what of `properties` differs from what is read now to the one file that the write rules name;
     /// with `overwriteAll` the stanza is removed from that file before. An empty `app` stands for that of the
-    /// context. Throws ConfPathWriteException.
+    /// context. Throws PropertyPagesContextException when both are empty, and what `ConfPath::write` throws.
     ///
     /// A value that the caller read without a context and hands on unchanged is no difference, whatever
     /// layer it comes from: it would become a copy of a default.
