@@ -2,6 +2,7 @@
 
 #include "conf/conf_path_exceptions.h"
 #include "conf/setup/conf_settings.h"
+#include "conf/setup/path_pattern.h"
 #include "conf/setup/shared_conf_services.h"
 #include "conf/setup/shared_conf_services_registry.h"
 #include "util/environment.h"
@@ -34,13 +35,14 @@ Pathname orElse(const Pathname &path, const Pathname &other)
 BundlesSetup::BundlesSetup() : shared_(&SharedConfServicesRegistry::instance().defaultRoot()) {}
 
 BundlesSetup::BundlesSetup(const Pathname &root, const Pathname &slaveApps)
-    : slaveApps_(slaveApps), shared_(&SharedConfServicesRegistry::instance().get(root, slaveApps))
+    : slaveApps_(cleanedPath(slaveApps)),
+      shared_(&SharedConfServicesRegistry::instance().get(root, slaveApps))
 {
     root_ = shared_->setup_.root_;
 }
 
 BundlesSetup::BundlesSetup(const Pathname &root, const Pathname &slaveApps, SharedConfServices &shared)
-    : root_(root), slaveApps_(slaveApps), shared_(&shared)
+    : root_(root), slaveApps_(cleanedPath(slaveApps)), shared_(&shared)
 {
 }
 
@@ -51,7 +53,7 @@ std::strong_ordering operator<=>(const BundlesSetup &a, const BundlesSetup &b)
 
 Pathname BundlesSetup::root() const
 {
-    return orElse(root_, LoaderInfo::instance()->getConfDir());
+    return isDefaultRoot() ? cleanedPath(LoaderInfo::instance()->getConfDir()) : root_;
 }
 
 Pathname BundlesSetup::appsDir() const
@@ -85,8 +87,7 @@ Pathname BundlesSetup::runDir() const
 
 Str BundlesSetup::text(const Pathname &path) const
 {
-    Pathname home = environmentVariable(u"VELMOX_HOME");
-    home.stripTrailingSlashes();
+    const Pathname home = cleanedPath(environmentVariable(u"VELMOX_HOME"));
     if (home.empty() || !liesIn(root(), home) || !liesIn(path, home)) {
         return path.toStr();
     }

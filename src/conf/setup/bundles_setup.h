@@ -22,8 +22,8 @@ public:
     Pathname root() const;
     SharedConfServices &shared() const { return *shared_; }
 
-    // Directories and files, all derived from the root. What several hosts have in common lies below the
-    // shared storage root in shared storage mode.
+    // Directories and files, all derived from the root, with backslashes alone, so that they can be compared.
+    // What several hosts have in common lies below the shared storage root in shared storage mode.
     Pathname systemDir() const { return root().join("system"); }
     Pathname systemDefaultDir() const { return systemDir().join("default"); }
     Pathname systemLocalDir() const { return systemDir().join("local"); }

@@ -1,6 +1,7 @@
 #include "conf/setup/conf_settings.h"
 
 #include "conf/setup/blacklist_pattern.h"
+#include "conf/setup/path_pattern.h"
 #include "conf/setup/time_with_unit.h"
 #include "util/file_system.h"
 #include "util/loader_info.h"
@@ -105,7 +106,7 @@ void ConfSettings::readStorage()
         storage = setup_.root().join(storage);
         log.warn("Defaulting storage to: %s", storage.toStr().c_str());
     }
-    storage_ = storage;
+    storage_ = cleanedPath(storage);
 }
 
 void ConfSettings::readTimes()

@@ -67,8 +67,9 @@ TEST(ConfSettings, SharedStorageMovesAppsAndUsers)
 {
     const ScopedFolder storage;
     const ConfRoot root;
-    root.write("system\\local\\server.conf",
-               sharedStorage(storage.path()) += "\npoll.interval.rebuild = 5\n");
+    Str slashed = sharedStorage(storage.path());
+    slashed.replaceAll("\\", "/");
+    root.write("system\\local\\server.conf", slashed += "\npoll.interval.rebuild = 5\n");
     const BundlesSetup setup = root.setup();
     EXPECT_TRUE(setup.shared().settings().isSharedStorageMode());
     EXPECT_EQ(setup.shared().settings().rebuildPollMs(), 5000u);
@@ -79,7 +80,7 @@ TEST(ConfSettings, SharedStorageMovesAppsAndUsers)
     EXPECT_EQ(setup.runDir(), storage / "var\\run\\velmox");
     EXPECT_EQ(setup.sentinelFile(), storage / "apps\\sentinel.txt");
     EXPECT_EQ(setup.slaveAppsDir(), root / "slave-apps");
-    EXPECT_EQ(BundlesSetup(root.path(), u"C:\\elsewhere").slaveAppsDir(), u"C:\\elsewhere");
+    EXPECT_EQ(BundlesSetup(root.path(), u"C:/elsewhere").slaveAppsDir(), u"C:\\elsewhere");
 }
 
 TEST(ConfSettings, RelativeStorageLiesBelowTheRoot)

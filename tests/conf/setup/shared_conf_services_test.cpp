@@ -1,5 +1,6 @@
 #include "conf/conf_lock.h"
 #include "conf/conf_path_exceptions.h"
+#include "conf/setup/conf_path_mapper_manager.h"
 #include "conf/setup/conf_settings.h"
 #include "conf/setup/sentinel_scope.h"
 #include "conf/setup/shared_conf_services.h"
@@ -8,6 +9,7 @@
 #include "tests/conf/conf_root.h"
 #include "tests/support/child_test.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <set>
 #include <thread>
@@ -70,11 +72,15 @@ TEST(SharedConfServices, DISABLED_InAHome)
 {
     LoaderInfo::instance()->readEnvironment();
     const Pathname home = ChildTest::argument();
-    const ScopedHome scoped(home);
+    Pathname slashed(home);
+    std::replace(slashed.begin(), slashed.end(), u'\\', u'/');
+    const ScopedHome scoped(slashed);
     const BundlesSetup setup;
     EXPECT_TRUE(setup.isDefaultRoot());
     EXPECT_EQ(setup.root(), home.join("etc"));
     EXPECT_FALSE(setup.shared().settings().searchUsesAllApps());
+    EXPECT_EQ(setup.shared().mappers().mappers().size(), 1u);
+    EXPECT_EQ(setup.text(setup.appsDir()), "$VELMOX_HOME\\etc\\apps");
     EXPECT_EQ(BundlesSetup(), setup);
     EXPECT_EQ(BundlesSetup(home.join("ETC")), setup);
     EXPECT_TRUE(BundlesSetup(home.join("etc\\")).isDefaultRoot());
@@ -85,7 +91,8 @@ TEST(SharedConfServices, OfTheDefaultRootGoByAnyOfItsNames)
 {
     const ScopedFolder home;
     makeDirs(home / "etc\\system\\default", true);
-    writeWhole(home / "etc\\system\\default\\conf.conf", "[init]\nsearch.use_all_apps = 0\n");
+    writeWhole(home / "etc\\system\\default\\conf.conf",
+               "[bootstrap]\nsystem/default = conf\n[init]\nsearch.use_all_apps = 0\n");
     ChildTest child("SharedConfServices.DISABLED_InAHome", home.path());
     EXPECT_TRUE(child.succeeds()) << child.output().c_str();
 }
