@@ -75,7 +75,7 @@ TEST(ConfLineReader, WarnsWithTheLineAndGoesOn)
     {
         std::string text;
         Str lines;
-        const char *warnings;
+        Str warnings;
     };
     const Case cases[] = {
         {"\njust\\text %s\nk=v", "B<>B<justtext %s>K<k|v>3",
@@ -83,7 +83,8 @@ TEST(ConfLineReader, WarnsWithTheLineAndGoesOn)
         {"\\=x\\\ny\n[z", "B<=x\ny>S<z>3",
          "WARN IniFile: c:\\f\\x.conf, line 2: Cannot parse into key-value pair: =x\\ny\n"
          "WARN IniFile: c:\\f\\x.conf, line 3: Stanza header is missing terminator: [z\n"},
-        {"k=v\0w\0\0"s, "K<k|vw>1", "WARN IniFile: c:\\f\\x.conf, line 1:  Found null character: k=v\n"},
+        {"k=v\0w\0\0"s, "K<k|vw>1",
+         "WARN IniFile: c:\\f\\x.conf, line 1:  Found null character: k=v\0w\0\0\n"s},
         {"\0=v\0"s, "B<=v>1", "WARN IniFile: c:\\f\\x.conf, line 1: Cannot parse into key-value pair: =v\n"},
     };
     for (const Case &c : cases) {
