@@ -44,31 +44,48 @@ public:
 class ApplicationDoesNotExistException : public ApplicationManagerException
 {
 public:
-    using ApplicationManagerException::ApplicationManagerException;
+    explicit ApplicationDoesNotExistException(const Str &name)
+        : ApplicationManagerException(Str::concat("Cannot import non-existent application: ", name))
+    {
+    }
 };
 
 class ApplicationInfoUpdateException : public ApplicationManagerException
 {
 public:
-    using ApplicationManagerException::ApplicationManagerException;
+    explicit ApplicationInfoUpdateException(const Str &name)
+        : ApplicationManagerException(Str::concat("Cannot update application info: ", name))
+    {
+    }
 };
 
 class ApplicationRemovalException : public ApplicationManagerException
 {
 public:
-    using ApplicationManagerException::ApplicationManagerException;
+    /// `error` is the system's code.
+    ApplicationRemovalException(unsigned error, const Str &directory)
+        : ApplicationManagerException(
+              Str::fromErrorFormat(error, "Cannot remove application directory: %s: %m", directory.c_str()))
+    {
+    }
 };
 
 class ApplicationHasNoUpdateException : public ApplicationManagerException
 {
 public:
-    using ApplicationManagerException::ApplicationManagerException;
+    explicit ApplicationHasNoUpdateException(const Str &id)
+        : ApplicationManagerException(Str::concat("No update available for appid: ", id))
+    {
+    }
 };
 
 class ApplicationDoesNotAllowDisableException : public ApplicationManagerException
 {
 public:
-    using ApplicationManagerException::ApplicationManagerException;
+    explicit ApplicationDoesNotAllowDisableException(const Str &name)
+        : ApplicationManagerException(Str::concat("Application cannot be disabled: ", name))
+    {
+    }
 };
 
 } // namespace velmox

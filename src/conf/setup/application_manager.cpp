@@ -77,8 +77,7 @@ const ApplicationManager::Record &ApplicationManager::recordOf(const Str &name) 
 {
     const auto found = apps_.find(name);
     if (found == apps_.end()) {
-        throw ApplicationDoesNotExistException(
-            Str::fromFormat("Cannot import non-existent application: %s", name.c_str()));
+        throw ApplicationDoesNotExistException(name);
     }
     return found->second;
 }
