@@ -1,6 +1,7 @@
 #include "conf/mapper/lookup_table_conf_path_mapper.h"
 
 #include "conf/mapper/object_file_io.h"
+#include "util/file_system.h"
 #include "util/logger.h"
 
 namespace velmox {
@@ -50,7 +51,7 @@ bool LookupTableConfPathMapper::writeObject(const Pathname &file, Str &value) co
 {
     const Pathname from = Pathname::fromUtf8(value);
     const Str name = text(from);
-    if (!liesBelow(from, setup_.runDir())) {
+    if (!liesBelow(from, setup_.runDir()) || pathKind(from) == PathKind::Folder) {
         log_.error("Refuse to copy file from unsafe location: %s", name.c_str());
         return false;
     }

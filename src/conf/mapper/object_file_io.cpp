@@ -102,7 +102,13 @@ bool moveFileInto(const Pathname &from, const Pathname &to, const Str &fromName,
         log.error("Cannot copy: %s -> %s: %m", fromName.c_str(), temporaryName.c_str());
         return false;
     }
-    return renameTemporary(temporary, to, temporaryName, toName, log) && removeFile(from);
+    if (!renameTemporary(temporary, to, temporaryName, toName, log)) {
+        return false;
+    }
+    if (!removeFile(from)) {
+        log.warn("Failed to remove: %s: %m", fromName.c_str());
+    }
+    return true;
 }
 
 } // namespace velmox

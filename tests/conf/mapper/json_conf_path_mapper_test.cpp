@@ -188,7 +188,7 @@ TEST_F(JSONConfPathMapperTest, MovesLookupTablesInFromTheRunDirectoryAlone)
     Str missing;
     missing.appendErrorText(ERROR_FILE_NOT_FOUND);
     CapturedLog log;
-    const Str names[] = {outside.toStr(), winding.toStr()};
+    const Str names[] = {outside.toStr(), winding.toStr(), staging.toStr()};
     Str expected;
     for (const Str &name : names) {
         EXPECT_FALSE(write({"lookups", "u.csv"}, name));
