@@ -24,7 +24,7 @@ public:
     using const_iterator = Stanzas::const_iterator;
 
     IniFile() = default;
-    /// Loads the file; what cannot be opened gives an empty image that is not loaded.
+    /// Loads the file; what cannot be opened or read gives an empty image that is not loaded.
     explicit IniFile(const Pathname &path);
     /// Loads from a stream at its beginning; `path` is the destination.
     IniFile(FileStar stream, const Pathname &path);
@@ -33,7 +33,8 @@ public:
     /// Parses text in place of what the image holds; `path` names it in warnings.
     void read(ReadableUnicodeStream &stream, const Pathname &path);
 
-    /// Replaces the destination by the image: a reader or a crash sees the old file or the new one, whole.
+    /// Replaces the destination by the image: readers see the old file or the new one, whole, and so it stays
+    /// when the process ends on the way.
     bool flush();
     /// Writes to a file as it stands there, and flushes it.
     bool writeTo(const Pathname &path);

@@ -33,8 +33,9 @@ void IniFile::load(const Pathname &path)
 
 void IniFile::loadFrom(FileStar stream)
 {
+    const Str name = destination_.toStr();
     if (!stream.isOpen()) {
-        iniLog.error("Cannot open file=%s for parsing: %m", destination_.toStr().c_str());
+        iniLog.error("Cannot open file=%s for parsing: %m", name.c_str());
         clear();
         loaded_ = false;
         return;
@@ -43,6 +44,12 @@ void IniFile::loadFrom(FileStar stream)
     stream.setBinary();
     ReadableUnicodeFileStar text(stream.get());
     read(text, destination_);
+    // A part must not pass for the whole, which it would replace on the next flush.
+    if (std::ferror(stream.get())) {
+        iniLog.error("Cannot read file=%s: %m", name.c_str());
+        clear();
+        loaded_ = false;
+    }
 }
 
 bool IniFile::writeTo(const Pathname &path)

@@ -15,7 +15,7 @@ class ConfLineReader;
 /// over.
 void readMetaText(ConfLineReader &reader, const ConfPathBase &app, ConfPathTrie &out);
 
-/// Reads a file so. False, with the reason in the last error and nothing changed, when it cannot be opened.
+/// Reads a file so. False, with the reason in the last error, when it cannot be opened or read to its end.
 bool readMetaFile(const Pathname &file, const ConfPathBase &app, ConfPathTrie &out);
 
 /// The key under which a stanza holds a value of its own for its node.

@@ -19,7 +19,7 @@ bool readMetaFile(const Pathname &file, const ConfPathBase &app, ConfPathTrie &o
     readMetaText(reader, app, out);
     const long position = std::ftell(stream.get());
     confReadCounters.count(position > 0 ? static_cast<std::uint64_t>(position) : 0);
-    return true;
+    return !std::ferror(stream.get());
 }
 
 } // namespace velmox

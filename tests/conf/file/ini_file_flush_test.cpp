@@ -3,6 +3,7 @@
 #include "tests/support/child_test.h"
 #include "tests/support/scoped_folder.h"
 #include "util/file_system.h"
+#include "util/handle_stream.h"
 #include "util/open_file.h"
 #include "util/regex.h"
 
@@ -71,7 +72,7 @@ TEST_F(IniFileFlush, RestoresTheFileByteForByte)
     }
 }
 
-TEST_F(IniFileFlush, WhatCannotBeOpenedIsAnEmptyImage)
+TEST_F(IniFileFlush, WhatCannotBeReadIsAnEmptyImage)
 {
     writeWhole(path, "#h\nk=v\n#t\n");
     IniFile file(path);
@@ -89,6 +90,13 @@ TEST_F(IniFileFlush, WhatCannotBeOpenedIsAnEmptyImage)
         EXPECT_FALSE(file.loaded());
         EXPECT_TRUE(file.empty());
         EXPECT_EQ(file.destination(), target);
+    }
+    FileHandle unreadable(CreateFileW(asWide(path), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    {
+        CapturedLog log;
+        EXPECT_FALSE(IniFile(streamFromHandle(std::move(unreadable), 0, "r"), path).loaded());
+        EXPECT_EQ(log.text(), Str() << "ERROR IniFile: Cannot read file=" << path.toStr() << ": "
+                                    << errorText(ERROR_ACCESS_DENIED) << "\n");
     }
     file.stanza("made");
     {
