@@ -65,7 +65,7 @@ bool readConfFile(const Pathname &file, const Pathname &rootDirectory, const Con
     readConfText(reader, rootDirectory, metadata, typeNode);
     const long position = std::ftell(stream.get());
     confReadCounters.count(position > 0 ? static_cast<std::uint64_t>(position) : 0);
-    return true;
+    return !std::ferror(stream.get());
 }
 
 } // namespace velmox

@@ -7,8 +7,8 @@ namespace velmox {
 
 /// Puts the stanzas and keys of a conf file below the node of their type, with the metadata of the file at
 /// each. Of a key that stands twice the last value counts. `rootDirectory` is that of the app to which names
-/// of stanzas are relative. False, with the reason in the last error and nothing changed, when the file
-/// cannot be opened.
+/// of stanzas are relative. False, with the reason in the last error, when the file cannot be opened or read
+/// to its end.
 bool readConfFile(const Pathname &file, const Pathname &rootDirectory, const ConfPathMetadata &metadata,
                   ConfPathTrie &typeNode);
 
