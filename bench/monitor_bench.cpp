@@ -9,6 +9,7 @@
 #include "bench/events.h"
 #include "bench/flood.h"
 #include "bench/process_table.h"
+#include "bench/store.h"
 #include "testbed/driver_service.h"
 #include "util/windows_api.h"
 
@@ -30,7 +31,7 @@ struct Subject
 constexpr Subject kSubjects[] = {
     {"flood", measureFlood},   {"events", measureEvents}, {"baseline", measureBaseline},
     {"start", measureStart},   {"growth", measureGrowth}, {"processes", measureProcessTable},
-    {"bounds", measureBounds},
+    {"bounds", measureBounds}, {"store", measureStore},
 };
 
 struct Number
@@ -94,7 +95,7 @@ int main(int count, char **arguments)
     velmox::bench::CommandLine commandLine;
     if (!velmox::bench::scan({arguments + 1, arguments + count}, commandLine)) {
         std::fprintf(stderr, "usage: monitor_bench [--rounds N] [--records THOUSANDS] [--events THOUSANDS] "
-                             "[flood] [events] [baseline] [start] [growth] [processes] [bounds]\n");
+                             "[flood] [events] [baseline] [start] [growth] [processes] [bounds] [store]\n");
         return 2;
     }
     try {
