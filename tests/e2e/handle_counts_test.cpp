@@ -1,0 +1,175 @@
+#include "conf/conf_path.h"
+#include "conf/file/ini_file.h"
+#include "conf/mapper/conf_path_mapper.h"
+#include "pipeline/input/buffer_queue.h"
+#include "pipeline/input/device_channel.h"
+#include "pipeline/input/driver_service.h"
+#include "testbed/driver_service.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/function_thread.h"
+#include "tests/support/scoped_folder.h"
+#include "util/event.h"
+#include "util/file_system.h"
+#include "util/job_process.h"
+
+#include <cstring>
+
+/// The system headers' own form takes an enumeration that lacks the class that is asked for here.
+extern "C" __declspec(dllimport) LONG __stdcall NtQuerySystemInformation(int, void *, ULONG, ULONG *);
+
+namespace velmox::e2e {
+
+namespace {
+
+using testing::FunctionThread;
+using testing::ScopedFolder;
+
+/// SYSTEM_HANDLE_TABLE_ENTRY_INFO_EX, of which the head and a count go before the first.
+struct HandleEntry
+{
+    void *object;
+    ULONG_PTR processId;
+    ULONG_PTR rest[3];
+};
+static_assert(sizeof(HandleEntry) == 40);
+
+constexpr int kExtendedHandleInformation = 64;
+constexpr LONG kLengthMismatch = static_cast<LONG>(0xC0000004);
+
+/// GetProcessHandleCount is no more than a stub under Wine.
+unsigned ownHandles()
+{
+    std::vector<ULONG_PTR> words(8192);
+    const auto bytes = [&] { return static_cast<ULONG>(words.size() * sizeof words[0]); };
+    while (NtQuerySystemInformation(kExtendedHandleInformation, words.data(), bytes(), nullptr) ==
+           kLengthMismatch) {
+        words.resize(2 * words.size());
+    }
+    unsigned count = 0;
+    for (std::size_t i = 0; i < words[0]; ++i) {
+        HandleEntry entry;
+        std::memcpy(&entry, reinterpret_cast<const char *>(words.data() + 2) + i * sizeof entry,
+                    sizeof entry);
+        count += entry.processId == GetCurrentProcessId() ? 1 : 0;
+    }
+    return count;
+}
+
+/// What lives long in the program, made, used and destroyed.
+class HandleCounts : public ::testing::Test
+{
+protected:
+    static void SetUpTestSuite() { testbed::startDriverService(); }
+    static void TearDownTestSuite() { testbed::removeDriverService(); }
+
+    /// The first runs may leave what the system keeps for the process. It takes its time with what belonged
+    /// to a thread or process that has ended.
+    template <class Use>
+    void expectNoneLeft(const char *what, Use use)
+    {
+        SCOPED_TRACE(what);
+        for (int run = 0; run < 5; ++run) {
+            use();
+        }
+        const unsigned before = ownHandles();
+        for (int run = 0; run < 50; ++run) {
+            use();
+        }
+        unsigned after = ownHandles();
+        for (int wait = 0; wait < 200 && after > before; ++wait) {
+            Sleep(10);
+            after = ownHandles();
+        }
+        EXPECT_LE(after, before);
+    }
+
+    static void runProcess()
+    {
+        JobProcess process;
+        STARTUPINFOW startup = {};
+        startup.cb = sizeof startup;
+        ASSERT_TRUE(process.start(u"cmd.exe /c exit 3", 0, startup));
+        ASSERT_EQ(WaitForSingleObject(process.handle(), 20'000), WAIT_OBJECT_0);
+        process.end();
+        EXPECT_EQ(process.exitStatus(), 3u);
+    }
+
+    static void useDevice()
+    {
+        DeviceChannel channel;
+        ASSERT_TRUE(channel.open());
+        unsigned char buffer[8192];
+        DWORD bytes = 0;
+        EXPECT_TRUE(channel.setFilter({}));
+        EXPECT_TRUE(channel.read(buffer, sizeof buffer, bytes));
+    }
+
+    static void useQueue()
+    {
+        BufferQueue queue;
+        EventBuffer buffer;
+        ASSERT_TRUE(queue.put(buffer));
+        EXPECT_TRUE(queue.get(buffer, 0));
+        EXPECT_FALSE(queue.get(buffer, 1));
+    }
+
+    static void askForService()
+    {
+        bool installed = false;
+        bool running = false;
+        Str path;
+        EXPECT_EQ(queryDriverInfo(chooseDriverName(), installed, running, path), 1);
+        EXPECT_TRUE(running);
+    }
+};
+
+TEST_F(HandleCounts, ReturnToTheirStart)
+{
+    const unsigned before = ownHandles();
+    {
+        const Event seen;
+        ASSERT_EQ(ownHandles(), before + 1);
+    }
+    expectNoneLeft("Thread", [] {
+        FunctionThread thread([] {});
+        thread.start();
+    });
+    expectNoneLeft("Thread that never starts", [] { const FunctionThread thread([] {}); });
+    expectNoneLeft("Mutex and Event", [] {
+        Mutex mutex;
+        Event event;
+        const MutexGuard guard(mutex);
+        EXPECT_FALSE(event.waitFor(mutex, 1));
+    });
+    expectNoneLeft("JobProcess", runProcess);
+    expectNoneLeft("DeviceChannel", useDevice);
+    expectNoneLeft("BufferQueue", useQueue);
+    expectNoneLeft("driver service", askForService);
+}
+
+TEST_F(HandleCounts, OfFilesOfSettingsReturnToTheirStart)
+{
+    const testing::CapturedLog log;
+    const ScopedFolder root;
+    const Pathname folder = root / "apps\\a\\local";
+    const Pathname file = folder.join("inputs.conf");
+    makeDirs(folder, true);
+    testing::writeWhole(file, "[s]\nk = v\n");
+    const BundlesSetup setup(root.path());
+
+    expectNoneLeft("IniFile", [&] {
+        IniFile image(file);
+        image.stanza("t");
+        EXPECT_TRUE(image.flush());
+    });
+    expectNoneLeft("ConfPathMapper", [&] {
+        ConfPathMapper mapper({setup, folder, root / "apps\\a", "nobody", "a", {}, nullptr});
+        ConfPathTrie content;
+        EXPECT_TRUE(mapper.read(ConfPath(setup, ConfPathBase("nobody", "a", {"inputs"})), content,
+                                ConfPathTrie::kAllLevels));
+    });
+}
+
+} // namespace
+
+} // namespace velmox::e2e
