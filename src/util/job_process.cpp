@@ -52,9 +52,7 @@ void JobProcess::end()
         return;
     }
     const DWORD error = GetLastError();
-    if (job_.isValid()) {
-        TerminateJobObject(job_.get(), kEndedFromOutside);
-    } else {
+    if (!job_.isValid() || !TerminateJobObject(job_.get(), kEndedFromOutside)) {
         TerminateProcess(process_.get(), kEndedFromOutside);
     }
     WaitForSingleObject(process_.get(), INFINITE);

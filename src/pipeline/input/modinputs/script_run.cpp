@@ -120,6 +120,9 @@ void ScriptRun::waitForEnd()
     const HANDLE either[] = {process_.handle(), stop_.get()};
     const DWORD result = WaitForMultipleObjects(static_cast<DWORD>(std::size(either)), either, FALSE,
                                                 static_cast<DWORD>(limits_.time.count()));
+    if (result == WAIT_FAILED) {
+        raiseScriptFailed(label_, Str::fromLastErrorFormat("%m"));
+    }
     outOfTime_ = result == WAIT_TIMEOUT;
 }
 
