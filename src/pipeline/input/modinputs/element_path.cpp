@@ -6,7 +6,9 @@ bool ElementPath::enter(const Str &name)
 {
     const bool isElement = !name.startsWith("?") && !name.startsWith("!");
     if (isElement) {
-        names_.push_back(name);
+        path_ << (empty() ? "" : "/");
+        starts_.push_back(path_.size());
+        path_ << name;
     }
     return isElement;
 }
@@ -14,17 +16,9 @@ bool ElementPath::enter(const Str &name)
 void ElementPath::leave()
 {
     if (!empty()) {
-        names_.pop_back();
+        path_.resize(parent().size());
+        starts_.pop_back();
     }
-}
-
-Str ElementPath::joined(std::size_t count) const
-{
-    Str path;
-    for (std::size_t at = 0; at < count; ++at) {
-        path << (at == 0 ? "" : "/") << names_[at];
-    }
-    return path;
 }
 
 } // namespace velmox

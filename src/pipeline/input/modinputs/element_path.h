@@ -2,9 +2,12 @@
 
 #include "util/str.h"
 
+#include <string_view>
+#include <vector>
+
 namespace velmox {
 
-/// The open elements of an XML document, outermost first.
+/// The open elements of an XML document, outermost first. What is asked of it costs the same at any depth.
 class ElementPath
 {
 public:
@@ -13,18 +16,19 @@ public:
     /// An end without a start is passed over.
     void leave();
 
-    bool empty() const { return names_.empty(); }
+    bool empty() const { return starts_.empty(); }
+
+    // Good until the next element begins or ends.
     /// The names, with slashes between.
-    Str str() const { return joined(names_.size()); }
-    /// The same without the innermost.
-    Str parent() const { return joined(empty() ? 0 : names_.size() - 1); }
-    /// Of the innermost element; there must be one.
-    const Str &name() const { return names_.back(); }
+    std::string_view view() const { return path_.view(); }
+    /// The same without the innermost element; there must be one, as for its name.
+    std::string_view parent() const { return view().substr(0, starts_.size() > 1 ? starts_.back() - 1 : 0); }
+    std::string_view name() const { return view().substr(starts_.back()); }
 
 private:
-    Str joined(std::size_t count) const;
-
-    StrVector names_;
+    Str path_;
+    /// Where each element's name begins in the path.
+    std::vector<std::size_t> starts_;
 };
 
 } // namespace velmox

@@ -19,7 +19,7 @@ void ModularInputs::IntrospectXmlStreamingParser::startElement(const Str &name)
     }
     text_.clear();
     isLeaf_ = true;
-    const Str path = path_.str();
+    const std::string_view path = path_.view();
     if (path == kScheme) {
         result_.found = true;
     } else if (path == kArg) {
@@ -30,7 +30,7 @@ void ModularInputs::IntrospectXmlStreamingParser::startElement(const Str &name)
 
 void ModularInputs::IntrospectXmlStreamingParser::attributeValue(const Str &value)
 {
-    if (isNameAttribute_ && path_.str() == kArg) {
+    if (isNameAttribute_ && path_.view() == kArg) {
         argName_ = value;
     }
 }
@@ -40,7 +40,7 @@ void ModularInputs::IntrospectXmlStreamingParser::endElement()
     if (path_.empty()) {
         return;
     }
-    if (path_.str() == kArg) {
+    if (path_.view() == kArg) {
         endArgument();
     } else if (isLeaf_ && !text_.empty()) {
         store(path_.parent());
@@ -61,9 +61,9 @@ void ModularInputs::IntrospectXmlStreamingParser::endArgument()
     arg_.clear();
 }
 
-void ModularInputs::IntrospectXmlStreamingParser::store(const Str &path)
+void ModularInputs::IntrospectXmlStreamingParser::store(std::string_view path)
 {
-    const Str &name = path_.name();
+    const Str name(path_.name());
     if (path == kScheme) {
         modularInputsLog.debug("XML scheme path \"%s\": \"%s\" -> \"%s\"", kScheme, name.c_str(),
                                text_.c_str());

@@ -22,7 +22,7 @@ public:
 
 private:
     void endArgument();
-    void store(const Str &path);
+    void store(std::string_view path);
 
     Introspection result_;
     ElementPath path_;

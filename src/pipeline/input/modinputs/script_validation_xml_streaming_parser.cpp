@@ -11,14 +11,14 @@ constexpr CharSet kWhiteSpace(" \t\r\n");
 
 void ScriptValidationXmlStreamingParser::characters(const Str &piece)
 {
-    if (path_.str() == kMessage) {
+    if (path_.view() == kMessage) {
         text_.append(piece);
     }
 }
 
 void ScriptValidationXmlStreamingParser::endElement()
 {
-    if (path_.str() == kMessage) {
+    if (path_.view() == kMessage) {
         if (message_.empty()) {
             message_ = text_.trimmed(kWhiteSpace);
         }
