@@ -11,13 +11,13 @@ const Scheme &checkedScheme(const ModularInputs &inputs, const Str &name, bool h
 {
     const Scheme *scheme = inputs.find(name);
     if (!scheme) {
-        throw ModularInputsException(Str::fromFormat("Scheme \"%s\" is not initialized.", name.c_str()));
+        ModularInputsException::raise("Scheme \"%s\" is not initialized.", name.c_str());
     }
     if (!scheme->useSingleInstance && !hasStanza) {
-        throw ModularInputsException("Stanza name must be specified.");
+        ModularInputsException::raise("Stanza name must be specified.");
     }
     if (scheme->useSingleInstance && hasStanza) {
-        throw ModularInputsException(
+        ModularInputsException::raise(
             "Stanza name should not be specified when \"use_single_instance\" is set "
             "to true in introspection.");
     }
