@@ -59,7 +59,7 @@ void ModularInputs::initializeSchemes()
     }
     schemes_.clear();
     seen_.clear();
-    for (const AppFolder &app : appFolders(host_.confDir)) {
+    for (const AppFolder &app : appFolders(host_.systemDir, host_.appParents)) {
         if (host_.isAppUsable(app.name)) {
             for (const SchemeSpec &spec : readSchemeSpecs(app)) {
                 initializeUnlessKnown(spec);

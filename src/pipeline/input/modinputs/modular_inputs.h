@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <optional>
+#include <vector>
 
 namespace velmox {
 
@@ -24,7 +25,9 @@ struct ModularInputsHost
 {
     ProcessContext context = ProcessContext::Other;
     Pathname home;
-    Pathname confDir;
+    /// The system's folder of configuration, and the folders of which each folder is an app.
+    Pathname systemDir;
+    std::vector<Pathname> appParents;
     Pathname db;
     ServerConnection server;
     /// Whether an app is there and enabled. Schemes of others are passed over.

@@ -9,7 +9,7 @@ namespace velmox {
 
 namespace {
 
-/// In byte order. Names that begin with a point are no apps.
+/// In byte order. Names that begin with a point are no apps, and the system's name is taken.
 StrVector namesOfFolders(const Pathname &parent)
 {
     std::vector<DirectoryEntry> entries;
@@ -17,7 +17,7 @@ StrVector namesOfFolders(const Pathname &parent)
     StrVector names;
     for (const DirectoryEntry &entry : entries) {
         const Str name = Str::fromUtf16(entry.name);
-        if (entry.isFolder && !name.startsWith(".")) {
+        if (entry.isFolder && !name.startsWith(".") && name != AppFolder::kSystem) {
             names.push_back(name);
         }
     }
@@ -38,13 +38,12 @@ SchemeSpec makeSpec(const Str &name, const AppFolder &app, const IniStanza &stan
 
 } // namespace
 
-std::vector<AppFolder> appFolders(const Pathname &confDir)
+std::vector<AppFolder> appFolders(const Pathname &systemDir, const std::vector<Pathname> &appParents)
 {
-    std::vector<AppFolder> folders = {{AppFolder::kSystem, confDir.join(AppFolder::kSystem)}};
-    for (const char *parent : {"apps", "slave-apps"}) {
-        const Pathname apps = confDir.join(parent);
-        for (const Str &name : namesOfFolders(apps)) {
-            folders.push_back({name, apps.join(name)});
+    std::vector<AppFolder> folders = {{AppFolder::kSystem, systemDir}};
+    for (const Pathname &parent : appParents) {
+        for (const Str &name : namesOfFolders(parent)) {
+            folders.push_back({name, parent.join(name)});
         }
     }
     return folders;

@@ -6,9 +6,9 @@
 
 namespace velmox {
 
-/// The folders below the configuration folder that may define schemes: the system's first, then the apps' by
-/// the byte order of their names, those of `apps` before those of `slave-apps`.
-std::vector<AppFolder> appFolders(const Pathname &confDir);
+/// The folders that may define schemes: the system's first, then the apps' of each parent by the byte order
+/// of their names.
+std::vector<AppFolder> appFolders(const Pathname &systemDir, const std::vector<Pathname> &appParents);
 
 /// The schemes that a folder's README\inputs.conf.spec defines, in the order of the file; none without it.
 ///

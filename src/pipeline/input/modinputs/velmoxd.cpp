@@ -53,7 +53,9 @@ ModularInputsHost serverHost(const LoaderInfo &loader)
     ModularInputsHost host;
     host.context = ProcessContext::Server;
     host.home = loader.getHome();
-    host.confDir = loader.getConfDir();
+    const BundlesSetup setup;
+    host.systemDir = setup.systemDir();
+    host.appParents = {setup.appsDir(), setup.slaveAppsDir()};
     host.db = loader.getDb();
     host.server = serverConnection(loader);
     host.isAppUsable = isAppUsable;

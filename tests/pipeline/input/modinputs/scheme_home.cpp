@@ -54,7 +54,8 @@ ModularInputsHost SchemeHome::host()
     ModularInputsHost host;
     host.context = ProcessContext::Server;
     host.home = path("");
-    host.confDir = path("etc");
+    host.systemDir = path("etc\\system");
+    host.appParents = {path("etc\\apps"), path("etc\\slave-apps")};
     host.db = path("db");
     host.server = {"here", "https://127.0.0.1:8089", "key"};
     host.isAppUsable = [](const Str &name) { return name != "disabled"; };
