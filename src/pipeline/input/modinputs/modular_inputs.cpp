@@ -12,18 +12,19 @@ namespace velmox {
 
 namespace {
 
-/// What is left of the parameters when those are checked that mean something special.
+/// Internal arguments are passed over: the server knows them without any spec file. They stay among the
+/// parameters, so that a script that declares one is told what it is.
 void checkParameters(const SchemeSpec &spec)
 {
     for (const Str &parameter : spec.parameters) {
         if (isInternalArgument(parameter)) {
-            modularInputsLog.debug("Ignoring parameter \"%s\" from the "
-                                   "spec file: it is an internal arg that gets handled in a special way.",
+            modularInputsLog.debug("Ignoring parameter \"%s\" from the spec file: it is an internal arg that "
+                                   "gets handled in a special way.",
                                    parameter.c_str());
         } else if (parameter == "name") {
             ModularInputsException::raise(
-                "Parameter \"name\" serves a special purpose, and it should not be specified in the "
-                "spec file.  Please choose a different parameter name.");
+                "Parameter \"name\" serves a special purpose, and it should not be specified in the spec "
+                "file.  Please choose a different parameter name.");
         }
     }
 }
@@ -108,7 +109,7 @@ std::optional<Scheme> ModularInputs::initialize(const SchemeSpec &spec) const
     checkParameters(spec);
     Scheme scheme;
     scheme.name = spec.name;
-    scheme.script = locateScript(spec.app, spec.name, ScriptCandidates(spec.name));
+    scheme.script = locateScript(spec.app, spec.name, ScriptCandidates({spec.name, {}}));
     if (scheme.script.empty()) {
         if (!spec.app.isSystem()) {
             ModularInputsException::raise("Unable to locate suitable script for introspection.");
@@ -118,7 +119,7 @@ std::optional<Scheme> ModularInputs::initialize(const SchemeSpec &spec) const
                                spec.name.c_str());
         return std::nullopt;
     }
-    const auto findScript = [&](const Str &script) {
+    const auto findScript = [&](const ScriptName &script) {
         return locateScript(spec.app, spec.name, ScriptCandidates(script));
     };
     mergeIntrospection(introspect(spec.name, scheme.script), spec, findScript, scheme);

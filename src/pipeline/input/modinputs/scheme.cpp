@@ -24,6 +24,14 @@ Str quoted(const Str &path)
 
 } // namespace
 
+ScriptName ScriptName::fromText(const Str &text)
+{
+    const Str script = text.trimmed();
+    const std::ptrdiff_t blank = script.findFirst(CharSet::blanks(), 0, true);
+    const std::size_t end = blank < 0 ? script.size() : static_cast<std::size_t>(blank);
+    return {script.substr(0, end), script.substr(end).trimmed()};
+}
+
 Str ScriptCommand::text() const
 {
     Str text = file.toStr();

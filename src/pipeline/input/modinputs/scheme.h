@@ -27,6 +27,16 @@ struct SchemeSpec
     std::set<Str> parameters;
 };
 
+/// What is told of a script before it is found: its file name, and its arguments.
+struct ScriptName
+{
+    Str file;
+    Str arguments;
+
+    /// The arguments stand behind the first blank.
+    static ScriptName fromText(const Str &text);
+};
+
 /// A script with the arguments that it gets on every start.
 struct ScriptCommand
 {

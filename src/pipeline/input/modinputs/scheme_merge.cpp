@@ -57,26 +57,20 @@ void setStreamingMode(const Texts &texts, Scheme &scheme)
     scheme.streamingMode = mode == "xml" ? StreamingMode::Xml : StreamingMode::Simple;
 }
 
-bool namesFolder(const Str &script)
-{
-    const std::ptrdiff_t blank = script.findFirst(CharSet::blanks(), 0, true);
-    const Str name = blank < 0 ? script : script.substr(0, static_cast<std::size_t>(blank));
-    return name.findFirst(CharSet("\\/:"), 0, true) != -1;
-}
-
 void setScript(const Texts &texts, const ScriptFinder &findScript, Scheme &scheme)
 {
     const Str *value = find(texts, "script");
     if (!value) {
         return;
     }
-    if (namesFolder(*value)) {
+    const ScriptName script = ScriptName::fromText(*value);
+    if (script.file.findFirst(CharSet("\\/:"), 0, true) != -1) {
         ModularInputsException::raise(
             "The \"script\" value from introspection can only be a file name, no directory can be specified "
             "with it.  Command line arguments are allowed.  (Specified \"%s\")",
             value->c_str());
     }
-    const ScriptCommand found = findScript(*value);
+    const ScriptCommand found = findScript(script);
     if (found.empty()) {
         ModularInputsException::raise("The \"script\" value from introspection (\"%s\") did not refer to a "
                                       "suitable script on the file system.",
@@ -91,8 +85,7 @@ void checkArgument(const Str &name, const Texts &texts, const SchemeSpec &spec)
     if (!spec.parameters.contains(name)) {
         ModularInputsException::raise(
             "Endpoint argument \"%s\" has not been defined in the inputs.conf.spec file.  All args defined "
-            "via introspection must also be defined in the "
-            "spec file.",
+            "via introspection must also be defined in the spec file.",
             name.c_str());
     }
     if (isInternalArgument(name)) {
@@ -105,8 +98,8 @@ void checkArgument(const Str &name, const Texts &texts, const SchemeSpec &spec)
     if (type &&
         std::find(std::begin(kDataTypes), std::end(kDataTypes), type->view()) == std::end(kDataTypes)) {
         ModularInputsException::raise("The \"%s\" value from introspection (\"%s\") did not refer to a "
-                                      "proper data type.  The following "
-                                      "data types are supported: \"string\", \"number\" and \"boolean\".",
+                                      "proper data type.  The following data types are supported: "
+                                      "\"string\", \"number\" and \"boolean\".",
                                       "data_type", type->c_str());
     }
 }

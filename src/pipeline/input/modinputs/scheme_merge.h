@@ -8,7 +8,7 @@
 namespace velmox {
 
 /// Looks for the script that an introspection's `script` names.
-using ScriptFinder = std::function<ScriptCommand(const Str &script)>;
+using ScriptFinder = std::function<ScriptCommand(const ScriptName &script)>;
 
 /// Brings what a script says of itself into its scheme, which holds what the file of its parameters says.
 /// What the script leaves out, or leaves empty, stays as it is.

@@ -26,15 +26,11 @@ Pathname findIn(const Pathname &folder, const StrVector &names)
 
 } // namespace
 
-ScriptCandidates::ScriptCandidates(const Str &script)
+ScriptCandidates::ScriptCandidates(const ScriptName &script) : arguments(script.arguments)
 {
-    const std::ptrdiff_t blank = script.findFirst(CharSet::blanks(), 0, true);
-    const std::size_t end = blank < 0 ? script.size() : static_cast<std::size_t>(blank);
-    const Str name = script.substr(0, end);
     for (const char *ending : kEndings) {
-        names.push_back(Str::concat(name, ending));
+        names.push_back(Str::concat(script.file, ending));
     }
-    arguments = script.substr(end).trimmed();
 }
 
 ScriptCommand locateScript(const AppFolder &app, const Str &scheme, const ScriptCandidates &candidates,

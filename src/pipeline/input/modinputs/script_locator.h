@@ -8,8 +8,7 @@ namespace velmox {
 /// that it gets.
 struct ScriptCandidates
 {
-    /// `script` is a file name, with arguments behind a blank or without.
-    explicit ScriptCandidates(const Str &script);
+    explicit ScriptCandidates(const ScriptName &script);
 
     StrVector names;
     Str arguments;

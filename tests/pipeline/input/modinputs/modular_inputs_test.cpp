@@ -73,13 +73,15 @@ TEST_F(ModularInputsTest, FindsSchemesOfTheSystemAndOfApps)
 {
     home_.defineSchemes("system", "[one://<name>]\nkey = <string>\n* key = a description\n[default]\na = b\n"
                                   "[absent://x]\n[://nameless]\n");
-    home_.defineSchemes("b", "[one://again]\n[two://x]\nindex = <name>\nproc =\n[two://y]\n");
+    home_.defineSchemes("b",
+                        "[one://again]\n[two://x]\nindex = <name>\nproc =\n[two://y]\n[of two words://x]\n");
     home_.defineSchemes("a", "[broken://x]\n[named://x]\nname = <string>\n[lost://x]\n");
     home_.defineSchemes("disabled", "[off://x]\n");
     home_.addScript("bin\\scripts\\off.exe", "--scheme print <scheme/>");
     home_.addScript("etc\\system\\bin\\one.exe", "--scheme print <scheme><title>1</title></scheme>");
     home_.addScript("etc\\apps\\b\\bin\\two.exe",
                     "--scheme print <scheme><endpoint><args><arg name=\"proc\"/></args></endpoint></scheme>");
+    home_.addScript("etc\\apps\\b\\bin\\of two words.exe", "--scheme print <scheme/>");
     home_.addScript("bin\\scripts\\broken.exe", "--scheme complain 100\n--scheme exit 3\n");
     home_.addScript("bin\\scripts\\named.exe", "");
     const ModularInputs inputs = initialized();
@@ -87,6 +89,7 @@ TEST_F(ModularInputsTest, FindsSchemesOfTheSystemAndOfApps)
     EXPECT_EQ(inputs.find("one")->title, "1");
     ASSERT_NE(inputs.find("two"), nullptr);
     EXPECT_TRUE(inputs.find("two")->args.contains("proc"));
+    EXPECT_NE(inputs.find("of two words"), nullptr);
     for (const char *name : {"absent", "broken", "named", "lost", "default", "off", ""}) {
         EXPECT_EQ(inputs.find(name), nullptr) << name;
     }
@@ -97,8 +100,7 @@ TEST_F(ModularInputsTest, FindsSchemesOfTheSystemAndOfApps)
             "the app \"a\": Introspecting scheme=broken: script running failed (exited with status 3).",
             "MessageHandler:MOD_INPUT_INIT Unable to initialize modular input \"named\"  defined inside "
             "the app \"a\": Parameter \"name\" serves a special purpose, and it should not be specified "
-            "in the "
-            "spec file.  Please choose a different parameter name.",
+            "in the spec file.  Please choose a different parameter name.",
             "MessageHandler:MOD_INPUT_INIT Unable to initialize modular input \"lost\"  defined inside "
             "the app \"a\": Unable to locate suitable script for introspection."));
     expectLogged(
@@ -109,8 +111,8 @@ TEST_F(ModularInputsTest, FindsSchemesOfTheSystemAndOfApps)
          "ERROR No script to handle scheme \"lost\" was found.  This modular input will be disabled.",
          "ERROR Unable to locate suitable script for introspection.",
          "DEBUG Scheme \"one\" already defined.  Skipping.",
-         "DEBUG Ignoring parameter \"index\" from the "
-         "spec file: it is an internal arg that gets handled in a special way.",
+         "DEBUG Ignoring parameter \"index\" from the spec file: it is an "
+         "internal arg that gets handled in a special way.",
          "INFO Endpoint argument settings for \"proc\":",
          "INFO Introspection setup completed for scheme \"two\".",
          "DEBUG Scheme \"two\" already defined.  Skipping."});
@@ -159,7 +161,9 @@ TEST_F(ModularInputsTest, LocatesScriptsInTheirOrder)
 {
     const AppFolder app = home_.app("app");
     const ModularInputs inputs(home_.host());
-    const auto located = [&] { return inputs.locateScript(app, "s", ScriptCandidates("s -a b")).text(); };
+    const auto located = [&] {
+        return inputs.locateScript(app, "s", ScriptCandidates({"s", "-a b"})).text();
+    };
     EXPECT_EQ(located(), "");
     const char *places[] = {"bin\\scripts\\s.py",
                             "etc\\apps\\app\\bin\\s.py",

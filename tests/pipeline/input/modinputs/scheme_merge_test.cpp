@@ -8,10 +8,9 @@ namespace {
 
 const SchemeSpec kSpec{"mine", {"app", u"C:\\app"}, {"host", "proc"}};
 
-ScriptCommand findMine(const Str &script)
+ScriptCommand findMine(const ScriptName &script)
 {
-    return script.startsWith("my.py") ? ScriptCommand{u"C:\\app\\bin\\my.py", script.substr(5).trimmed()}
-                                      : ScriptCommand{};
+    return script.file == "my.py" ? ScriptCommand{u"C:\\app\\bin\\my.py", script.arguments} : ScriptCommand{};
 }
 
 Scheme merge(const Introspection &introspection)
@@ -94,7 +93,7 @@ TEST(SchemeMerge, RefusesBadSettingsOfTheScheme)
     };
     for (const Row &row :
          {Row{"script", "sub/my.py", kNoFolder}, Row{"script", "sub\\my.py -x", kNoFolder},
-          Row{"script", "C:my.py", kNoFolder}, Row{"script", "other.py --flag", kNoScript},
+          Row{"script", " C:my.py", kNoFolder}, Row{"script", "other.py --flag", kNoScript},
           Row{"streaming_mode", "XML", kBadMode}, Row{"streaming_mode", " xml", kBadMode},
           Row{"use_single_instance", "maybe", kNoBool}, Row{"use_single_instance", "2", kNoBool}}) {
         Introspection said;
@@ -117,8 +116,7 @@ TEST(SchemeMerge, RefusesBadArguments)
         {"hive",
          {},
          "Endpoint argument \"hive\" has not been defined in the inputs.conf.spec file.  All args "
-         "defined via introspection must also be defined in the "
-         "spec file."},
+         "defined via introspection must also be defined in the spec file."},
         {"host",
          {},
          "Endpoint argument \"host\" is an internal argument that is handled specially within "
@@ -130,8 +128,7 @@ TEST(SchemeMerge, RefusesBadArguments)
         {"proc",
          {{"required_on_edit", "often"}},
          "Introspection parameter \"required_on_edit\" contained invalid data: \"often\".  Expected a true "
-         "or "
-         "false value."},
+         "or false value."},
     };
     for (const Row &row : rows) {
         Introspection said;
