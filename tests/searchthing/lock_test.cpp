@@ -53,6 +53,7 @@ TEST(LockTest, ReportsErrors)
     EXPECT_EQ(lockFileExists(folder / "bad<name"), LockState::Unknown);
     EXPECT_EQ(lockFileTry(Pathname(u"C:\\").concat(Str(252, 'x'))), LockTry::Failed);
     EXPECT_EQ(GetLastError(), ERROR_FILENAME_EXCED_RANGE + 0u);
+    EXPECT_EQ(lockFileExists(Pathname(u"C:\\absent\\").concat(Str(244, 'x'))), LockState::Absent);
 }
 
 TEST(LockTest, WaitsForAsLongAsTold)

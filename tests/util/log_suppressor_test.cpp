@@ -76,6 +76,18 @@ TEST_F(LogSuppressorTest, AnyOtherFormatReleasesInTheOrderOfFormats)
     EXPECT_THAT(written, ElementsAre("INFO again"));
 }
 
+TEST_F(LogSuppressorTest, FailedWriteIsNotMadeUpFor)
+{
+    for (const char *text : {"1", "2", "3"}) {
+        pass("f", text);
+    }
+    at(12);
+    const auto make = [] { return Str("4"); };
+    EXPECT_THROW(suppressor.pass("f", LogLevel::Info, make, [](LogLevel, const Str &) { throw 0; }), int);
+    pass("other", "5");
+    EXPECT_THAT(written, ElementsAre("INFO 1", "INFO 2", "INFO 5"));
+}
+
 TEST_F(LogSuppressorTest, ClockThatGoesBackMovesTheFirstMoment)
 {
     pass("f", "1");

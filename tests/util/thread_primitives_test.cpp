@@ -222,5 +222,25 @@ TEST(UsageCount, DrainsWhenTheLastOneLeavesAndKeepsOthersOut)
     EXPECT_TRUE(enteredAgain);
 }
 
+TEST(UsageCount, DrainsForAllWhoWait)
+{
+    UsageCount usage;
+    usage.enter();
+    std::atomic<int> drained = 0;
+    const auto drain = [&] {
+        const UsageCount::Drained empty = usage.drain();
+        ++drained;
+    };
+    FunctionThread one(drain);
+    FunctionThread other(drain);
+    one.start();
+    other.start();
+    Sleep(20); // both wait
+    EXPECT_EQ(drained, 0);
+    usage.leave();
+    one.join();
+    other.join();
+}
+
 } // namespace
 } // namespace velmox

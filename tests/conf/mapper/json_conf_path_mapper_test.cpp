@@ -188,7 +188,8 @@ TEST_F(JSONConfPathMapperTest, MovesLookupTablesInFromTheRunDirectoryAlone)
     Str missing;
     missing.appendErrorText(ERROR_FILE_NOT_FOUND);
     CapturedLog log;
-    const Str names[] = {outside.toStr(), winding.toStr(), staging.toStr()};
+    const Str beside = setup.runDir().concat("-not\\table.csv").toStr();
+    const Str names[] = {outside.toStr(), winding.toStr(), staging.toStr(), beside};
     Str expected;
     for (const Str &name : names) {
         EXPECT_FALSE(write({"lookups", "u.csv"}, name));

@@ -23,7 +23,7 @@ TEST(PermissionParser, ReadsAndWritesPermissions)
          "read : [ * ], write : [ admin ]"},
         {"read : [ a ], read : [ b ]", {{"read", {"a", "b"}}}, "read : [ a, b ]"},
         {"read : [ a%2c%5D, b+c:[ ]", {{"read", {"a,]", "b c:["}}}, "read : [ a%2C%5D, b c%3A%5B ]"},
-        {"read : [ b%2Bc, +%09d ]", {{"read", {"b+c", " \td"}}}, "read : [ %20\td, b%2Bc ]"},
+        {"read : [ b%2Bc, +%09d+ ]", {{"read", {"b+c", " \td "}}}, "read : [ %20\td%20, b%2Bc ]"},
         {"read : [ 100%25 ], ", {{"read", {"100%"}}}, "read : [ 100%25 ]"},
     };
     for (const Case &c : cases) {

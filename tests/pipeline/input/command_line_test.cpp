@@ -44,6 +44,9 @@ TEST(CommandLine, TheWatchOptionsExcludeEachOtherByOrder)
     EXPECT_TRUE(options.dieWhenPidDies);
     EXPECT_FALSE(options.runUntilPidDies);
     EXPECT_EQ(options.parentPid, 5u);
+    EXPECT_TRUE(scan({L"-run-until-pid-dies", L"6", L"-die-when-pid-dies", L"5"}, options));
+    EXPECT_FALSE(options.dieWhenPidDies);
+    EXPECT_EQ(options.parentPid, 6u);
     EXPECT_TRUE(scan({L"-run-until-pid-dies", L"12ab", L"-run-until-pid-dies", L"7"}, options));
     EXPECT_EQ(options.parentPid, 7u);
     EXPECT_TRUE(scan({L"-run-until-pid-dies", L"12ab"}, options));

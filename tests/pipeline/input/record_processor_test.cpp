@@ -124,6 +124,7 @@ TEST_F(RecordProcessorTest, AnExitedProcessPrintsItsOwnImageTwiceAndStaysKnown)
 TEST_F(RecordProcessorTest, ATimeWithinAMillisecondOrOlderIsThatOfTheLastConversion)
 {
     RecordFields first = setValue();
+    first.timestamp += 9'995'000; // events tell seconds: half a millisecond ahead of the next
     RecordFields soon = setValue();
     RecordFields old = setValue();
     RecordFields later = setValue();

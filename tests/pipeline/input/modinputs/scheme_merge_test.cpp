@@ -60,6 +60,8 @@ TEST(SchemeMerge, TakesWhatTheScriptSays)
     EXPECT_FALSE(proc.required_on_edit);
     EXPECT_EQ(proc.list_delimiter, ",");
     EXPECT_EQ(proc.data_type, "boolean");
+    said.scheme["streaming_mode"] = "simple";
+    EXPECT_EQ(merge(said).streamingMode, StreamingMode::Simple);
 }
 
 TEST(SchemeMerge, KeepsTheRestWhereTheScriptSaysNothing)

@@ -60,6 +60,8 @@ TEST_F(ScriptRunTest, AScriptBeyondItsLimitsIsEnded)
     EXPECT_EQ(run("--scheme hang -", Str(1u << 20, 'i'), limits),
               "Label: script running failed (ended after 1500 ms without an end of its own).");
     limits = {};
+    limits.outputBytes = 4;
+    EXPECT_EQ(run("--scheme print four", {}, limits), "0, 4 bytes");
     limits.outputBytes = 1u << 20;
     EXPECT_EQ(run("--scheme flood -", {}, limits),
               "Label: script running failed (wrote more than 1048576 bytes).");
