@@ -153,6 +153,7 @@ TEST_F(StanzaConfigurationTest, TheLongestHivePatternNamesStanzaAndIndex)
 {
     stanza("WinRegMon://a", {{"hive", "HKLM\\\\Software\\\\.*"}, {"index", "long"}});
     stanza("WinRegMon://b", {{"hive", "HKLM\\\\.*"}, {"index", "short"}});
+    stanza("WinRegMon://c", {{"hive", "HKLM\\\\Softwar.\\\\.*"}, {"index", "as long"}}); // the first counts
     MonitorRules rules;
     Str found = "none";
     EXPECT_EQ(rules.getIndexAndStanzaForRegmon("\\REGISTRY\\MACHINE\\x", found), "");
