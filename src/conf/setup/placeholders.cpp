@@ -189,7 +189,7 @@ private:
             fail(name, "The variable refers to itself.");
         }
         open_.push_back(name);
-        const Str expanded = expand(value);
+        Str expanded = expand(value);
         open_.pop_back();
         return expanded;
     }
