@@ -2,6 +2,8 @@
 
 #include <psapi.h>
 #include <stdexcept>
+#include <vector>
+#include <winternl.h>
 
 namespace velmox::bench {
 
@@ -29,6 +31,13 @@ void makeInheritable(HANDLE handle)
     check(SetHandleInformation(handle, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT), "SetHandleInformation");
 }
 
+PROCESS_MEMORY_COUNTERS memoryOf(HANDLE process)
+{
+    PROCESS_MEMORY_COUNTERS memory = {};
+    check(GetProcessMemoryInfo(process, &memory, sizeof memory), "GetProcessMemoryInfo");
+    return memory;
+}
+
 } // namespace
 
 std::uint64_t ticksNow()
@@ -49,6 +58,15 @@ OutputPipe::OutputPipe()
 {
     makePipe(readEnd_, writeEnd_);
     makeInheritable(writeEnd_.get());
+}
+
+std::size_t OutputPipe::read(char *piece, std::size_t capacity)
+{
+    DWORD count = 0;
+    check(ReadFile(readEnd_.get(), piece, static_cast<DWORD>(capacity), &count, nullptr) ||
+              GetLastError() == ERROR_BROKEN_PIPE,
+          "reading the output");
+    return count;
 }
 
 void OutputPipe::readUntil(std::string_view mark)
@@ -100,19 +118,46 @@ Program::~Program()
 
 void Program::waitForEnd() const
 {
-    check(WaitForSingleObject(process_.get(), kLimitMilliseconds) == WAIT_OBJECT_0, "waiting for a program");
-    DWORD code = 0;
-    check(GetExitCodeProcess(process_.get(), &code), "GetExitCodeProcess");
+    const DWORD code = waitForExitCode();
     if (code != 0) {
         throw std::runtime_error(Str::fromFormat("a program failed with %lu", code).c_str());
     }
 }
 
+DWORD Program::waitForExitCode() const
+{
+    check(WaitForSingleObject(process_.get(), kLimitMilliseconds) == WAIT_OBJECT_0, "waiting for a program");
+    DWORD code = 0;
+    check(GetExitCodeProcess(process_.get(), &code), "GetExitCodeProcess");
+    return code;
+}
+
 double Program::workingSetMiB() const
 {
-    PROCESS_MEMORY_COUNTERS memory = {};
-    check(GetProcessMemoryInfo(process_.get(), &memory, sizeof memory), "GetProcessMemoryInfo");
-    return static_cast<double>(memory.WorkingSetSize) / (1 << 20);
+    return static_cast<double>(memoryOf(process_.get()).WorkingSetSize) / (1 << 20);
+}
+
+double Program::peakWorkingSetMiB() const
+{
+    return static_cast<double>(memoryOf(process_.get()).PeakWorkingSetSize) / (1 << 20);
+}
+
+unsigned Program::handleCount() const
+{
+    std::vector<std::uint64_t> list(1 << 17);
+    check(NtQuerySystemInformation(SystemProcessInformation, list.data(), 1 << 20, nullptr) == 0,
+          "NtQuerySystemInformation");
+    const auto *at = reinterpret_cast<const unsigned char *>(list.data());
+    for (;;) {
+        const auto &process = *reinterpret_cast<const SYSTEM_PROCESS_INFORMATION *>(at);
+        if (reinterpret_cast<std::uintptr_t>(process.UniqueProcessId) == pid()) {
+            return process.HandleCount;
+        }
+        if (process.NextEntryOffset == 0) {
+            throw std::runtime_error("a program is not in the list of processes");
+        }
+        at += process.NextEntryOffset;
+    }
 }
 
 FileHandle createOutputFile(const Str &path)
@@ -124,11 +169,10 @@ FileHandle createOutputFile(const Str &path)
     return file;
 }
 
-Str monitorCommand()
+Str monitorCommand(DWORD watchedPid)
 {
     return Str::fromFormat(
-        "\"C:\\velmox\\bin\\velmox-regmon.exe\" -disableSysmonMigrate -run-until-pid-dies %lu",
-        GetCurrentProcessId());
+        "\"C:\\velmox\\bin\\velmox-regmon.exe\" -disableSysmonMigrate -run-until-pid-dies %lu", watchedPid);
 }
 
 Str neighbourCommand(const char *name, const Str &arguments)

@@ -23,6 +23,9 @@ public:
     /// To be called once the child has started, so that the pipe ends with it.
     void closeWriteEnd() { writeEnd_.reset(); }
 
+    /// Reads what there is, or waits for something; 0 at the end.
+    std::size_t read(char *piece, std::size_t capacity);
+
     /// Reads until `mark` has come. Throws std::runtime_error when the pipe ends before it.
     void readUntil(std::string_view mark);
 
@@ -51,8 +54,15 @@ public:
     Program &operator=(const Program &) = delete;
 
     std::uint64_t startTicks() const { return startTicks_; }
+    /// Throws when the exit code is not 0.
     void waitForEnd() const;
+    DWORD waitForExitCode() const;
+    void terminate() { TerminateProcess(process_.get(), 0); }
     double workingSetMiB() const;
+    double peakWorkingSetMiB() const;
+    /// From the list of processes: Wine's GetProcessHandleCount always says 0.
+    unsigned handleCount() const;
+    DWORD pid() const { return GetProcessId(process_.get()); }
 
 private:
     std::uint64_t startTicks_ = 0;
@@ -62,8 +72,8 @@ private:
 /// A file of drive C for a child to write into.
 FileHandle createOutputFile(const Str &path);
 
-/// The command line of the installed program, which watches this process.
-Str monitorCommand();
+/// The command line of the installed program, which watches this process or another.
+Str monitorCommand(DWORD watchedPid = GetCurrentProcessId());
 /// The command line of a program that was built beside this one.
 Str neighbourCommand(const char *name, const Str &arguments = {});
 
