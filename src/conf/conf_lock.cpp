@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cassert>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace velmox {
@@ -16,7 +18,10 @@ Logger log("ConfLock");
 std::atomic<unsigned> violations{0};
 
 /// In the order in which this thread took them; a lock taken twice stands here twice.
-thread_local std::vector<const ConfLock *> held;
+/// Exists while there is an entry: MinGW frees the variables of an ending thread before it destroys them, so
+/// that none may have a destructor.
+thread_local std::vector<const ConfLock *> *heldLocks = nullptr;
+static_assert(std::is_trivially_destructible_v<decltype(heldLocks)>);
 
 void reportBrokenOrder(const ConfLock &taken, const ConfLock &later)
 {
@@ -30,6 +35,10 @@ void reportBrokenOrder(const ConfLock &taken, const ConfLock &later)
 
 void ConfLock::lock()
 {
+    if (heldLocks == nullptr) {
+        heldLocks = new std::vector<const ConfLock *>;
+    }
+    auto &held = *heldLocks;
     const bool again = std::find(held.begin(), held.end(), this) != held.end();
     // The last one held need not be of the highest rank: an early one may have been taken again.
     const auto later =
@@ -43,9 +52,13 @@ void ConfLock::lock()
 
 void ConfLock::unlock()
 {
+    auto &held = *heldLocks;
     const auto last = std::find(held.rbegin(), held.rend(), this);
     assert(last != held.rend());
     held.erase(std::next(last).base());
+    if (held.empty()) {
+        delete std::exchange(heldLocks, nullptr);
+    }
     mutex_.unlock();
 }
 

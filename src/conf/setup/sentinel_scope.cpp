@@ -12,6 +12,8 @@
 
 #include <algorithm>
 #include <limits>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace velmox {
@@ -21,7 +23,10 @@ namespace {
 Logger log("SentinelScope");
 
 /// The sentinels that this thread holds; a scope inside another of the same root has nothing to do.
-thread_local std::vector<Pathname> held;
+/// Exists while there is an entry: MinGW frees the variables of an ending thread before it destroys them, so
+/// that none may have a destructor.
+thread_local std::vector<Pathname> *held = nullptr;
+static_assert(std::is_trivially_destructible_v<decltype(held)>);
 
 int wholeSeconds(std::uint64_t milliseconds)
 {
@@ -62,12 +67,15 @@ SentinelScope::SentinelScope(const BundlesSetup &setup, const Str &purpose)
         return;
     }
     const Pathname sentinel = setup.sentinelFile();
-    if (std::find(held.begin(), held.end(), sentinel) != held.end()) {
+    if (held != nullptr && std::find(held->begin(), held->end(), sentinel) != held->end()) {
         return;
     }
     lock(setup, sentinel, settings.lockTimeoutMs());
     locked_ = sentinel;
-    held.push_back(sentinel);
+    if (held == nullptr) {
+        held = new std::vector<Pathname>;
+    }
+    held->push_back(sentinel);
     if (settings.lockLogging()) {
         note(sentinel, purpose);
     }
@@ -78,7 +86,10 @@ SentinelScope::~SentinelScope()
     if (locked_.empty()) {
         return;
     }
-    std::erase(held, locked_);
+    std::erase(*held, locked_);
+    if (held->empty()) {
+        delete std::exchange(held, nullptr);
+    }
     if (lockFileRelease(locked_) != LockRelease::Done) {
         log.warn("Cannot release the lock of %s: %m", locked_.toStr().c_str());
     }
