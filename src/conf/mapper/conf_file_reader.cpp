@@ -51,8 +51,7 @@ void readConfText(ConfLineReader &reader, const Pathname &rootDirectory, const C
 
 } // namespace
 
-bool readConfFile(const Pathname &file, const Pathname &rootDirectory, const ConfPathMetadata &metadata,
-                  ConfPathTrie &typeNode)
+bool readConfLines(const Pathname &file, const std::function<void(ConfLineReader &)> &read)
 {
     FileStar stream = openFile(file, "r");
     if (!stream.isOpen()) {
@@ -62,10 +61,17 @@ bool readConfFile(const Pathname &file, const Pathname &rootDirectory, const Con
     stream.setBinary();
     ReadableUnicodeFileStar text(stream.get());
     ConfLineReader reader(text, file);
-    readConfText(reader, rootDirectory, metadata, typeNode);
+    read(reader);
     const long position = std::ftell(stream.get());
     confReadCounters.count(position > 0 ? static_cast<std::uint64_t>(position) : 0);
     return !std::ferror(stream.get());
+}
+
+bool readConfFile(const Pathname &file, const Pathname &rootDirectory, const ConfPathMetadata &metadata,
+                  ConfPathTrie &typeNode)
+{
+    return readConfLines(
+        file, [&](ConfLineReader &reader) { readConfText(reader, rootDirectory, metadata, typeNode); });
 }
 
 } // namespace velmox
