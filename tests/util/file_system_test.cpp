@@ -1,4 +1,5 @@
 #include "tests/support/child_test.h"
+#include "tests/support/failing_call.h"
 #include "tests/support/scoped_folder.h"
 #include "util/file_system.h"
 
@@ -62,6 +63,18 @@ TEST(FileSystemTest, MakesFoldersWithTheirParents)
     EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS + 0u);
     EXPECT_FALSE(makeDir(folder / "absent\\x", false));
     EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND + 0u);
+}
+
+TEST(FileSystemTest, TellsWhyTheSystemRefused)
+{
+    const ScopedFolder folder;
+    writeWhole(folder / "file", "12345");
+    const testing::FailingCall refused("DeleteFileW", FALSE, ERROR_SHARING_VIOLATION);
+    EXPECT_FALSE(removeFile(folder / "file"));
+    EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION + 0u);
+    EXPECT_EQ(pathKind(folder / "file"), PathKind::File);
+    EXPECT_TRUE(removeFile(folder / "file"));
+    EXPECT_EQ(refused.failed(), 1);
 }
 
 constexpr int kRounds = 60;
