@@ -35,27 +35,26 @@ ULONG WINAPI onControl(WMIDPREQUESTCODE request, void *, ULONG *, void *buffer)
     return ERROR_SUCCESS;
 }
 
-std::size_t bytesOf(const Argument &argument)
-{
-    return argument.bytes == Argument::kTextEndsInNul
-               ? std::char_traits<char>::length(static_cast<const char *>(argument.data)) + 1
-               : argument.bytes;
-}
-
 // The argument list ends at its first null pointer, so unused arguments at the end need no count.
 void send(const GUID &guid, std::uint16_t number, const Argument &a, const Argument &b, const Argument &c,
           const Argument &d)
 {
     const DWORD error = GetLastError();
     GUID identifier = guid;
-    TraceMessage(session, kMessageFlags, &identifier, number, a.data, bytesOf(a), b.data, bytesOf(b), c.data,
-                 c.bytes, d.data, bytesOf(d), nullptr);
+    TraceMessage(session, kMessageFlags, &identifier, number, a.data(), a.bytes(), b.data(), b.bytes(),
+                 c.data(), c.bytes(), d.data(), d.bytes(), nullptr);
     SetLastError(error);
 }
 
 } // namespace
 
 std::atomic<std::uint32_t> enableFlags{0};
+
+std::size_t Argument::bytes() const
+{
+    return bytes_ == kTextEndsInNul ? std::char_traits<char>::length(static_cast<const char *>(data_)) + 1
+                                    : bytes_;
+}
 
 void sendEntryMessage(std::uint16_t number, const Argument &a, const Argument &b)
 {

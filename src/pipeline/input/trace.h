@@ -22,21 +22,26 @@ enum class Kind : std::uint32_t
 
 /// A message's argument as event tracing takes it: bytes and their length. Text goes with its NUL, a null
 /// text as "NULL".
-struct Argument
+class Argument
 {
+public:
     Argument() = default;
-    Argument(const char *text) : data(text ? text : "NULL"), bytes(kTextEndsInNul) {}
-    Argument(const Str &text) : data(text.c_str()), bytes(text.size() + 1) {}
-    Argument(const std::uint32_t &number) : data(&number), bytes(sizeof number) {}
-    Argument(const unsigned long &number) : data(&number), bytes(sizeof number) {}
+    Argument(const char *text) : data_(text ? text : "NULL"), bytes_(kTextEndsInNul) {}
+    Argument(const Str &text) : data_(text.c_str()), bytes_(text.size() + 1) {}
+    Argument(const std::uint32_t &number) : data_(&number), bytes_(sizeof number) {}
+    Argument(const unsigned long &number) : data_(&number), bytes_(sizeof number) {}
     /// Counted UTF-16 text, which need not end in a NUL.
-    Argument(const char16_t *text, std::size_t units) : data(text), bytes(units * sizeof *text) {}
+    Argument(const char16_t *text, std::size_t units) : data_(text), bytes_(units * sizeof *text) {}
 
-    /// Stands for a length that is found only when the message is sent.
+    const void *data() const { return data_; }
+    std::size_t bytes() const;
+
+private:
+    // Stands for a length that is found only when the message is sent.
     static constexpr std::size_t kTextEndsInNul = static_cast<std::size_t>(-1);
 
-    const void *data = nullptr;
-    std::size_t bytes = 0;
+    const void *data_ = nullptr;
+    std::size_t bytes_ = 0;
 };
 
 extern std::atomic<std::uint32_t> enableFlags;
