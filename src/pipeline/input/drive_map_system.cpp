@@ -26,7 +26,8 @@ void readSystemDrives(DriveMappings &out)
     }
 }
 
-DriveMap systemDrives(readSystemDrives);
+// Never destroyed: the watch of a parent may end the process while events are on their way.
+DriveMap &systemDrives = *new DriveMap(readSystemDrives);
 
 } // namespace
 

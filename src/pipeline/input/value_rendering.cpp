@@ -19,7 +19,9 @@ constexpr std::uint32_t kStringList = 7;
 constexpr std::uint32_t kQword = 11;
 
 constexpr std::string_view STREAM_MARK = "***VELMOX***";
-const Regex STREAM_MARK_PATTERN(R"(\s-{3}velmox-regmon-end-of-event-{3}\s+\*{3}VELMOX\*{3}.+)", true, 0);
+// Never destroyed: the watch of a parent may end the process while values are being rendered.
+const Regex &STREAM_MARK_PATTERN =
+    *new Regex(R"(\s-{3}velmox-regmon-end-of-event-{3}\s+\*{3}VELMOX\*{3}.+)", true, 0);
 
 // A value of `dataBytes` read as 16-bit text at any alignment.
 class WideData
