@@ -11,8 +11,8 @@ namespace {
 
 constexpr char kFunction[] = "WinRegistryMonitor::establishBaseline";
 
-// The operation that a value of the baseline counts as: RegNtPreQueryValueKey, below all that have a meaning
-// of their own for data types.
+// The operation that a value of the baseline counts as: RegNtQueryKey, below all that have a meaning of their
+// own for data types.
 constexpr std::uint32_t kBaselineOperation = 7;
 
 void logRegexes(const StrVector &regexes)

@@ -41,10 +41,10 @@ constexpr std::array kDataTypes{
     "REG_QWORD",
 };
 
-// RegNtSetKeySecurity and RegNtQueryKeySecurity, whose data is a security descriptor whatever the type word
-// says.
-constexpr std::uint32_t kSetSecurity = 37;
-constexpr std::uint32_t kQuerySecurity = 39;
+// RegNtPostQueryKeySecurity and RegNtPostSetKeySecurity, whose data is a security descriptor whatever the
+// type word says.
+constexpr std::uint32_t kQuerySecurity = 37;
+constexpr std::uint32_t kSetSecurity = 39;
 
 struct OperationMask
 {
@@ -64,7 +64,7 @@ RegistryOperation registryOperation(std::uint32_t code)
 
 const char *dataTypeName(std::uint32_t operation, std::uint32_t dataType)
 {
-    if (operation == kSetSecurity || operation == kQuerySecurity) {
+    if (operation == kQuerySecurity || operation == kSetSecurity) {
         return "REG_SD";
     }
     return dataType < kDataTypes.size() ? kDataTypes[dataType] : "UNKNOWN";
