@@ -1,9 +1,8 @@
 #include "pipeline/input/driver_service.h"
 
 #include "pipeline/input/monitor_log.h"
+#include "util/local_memory.h"
 #include "util/owned_handle.h"
-
-#include <memory>
 
 namespace velmox {
 
@@ -16,11 +15,6 @@ struct ServiceHandleTraits
     static void close(Type handle) { CloseServiceHandle(handle); }
 };
 using ServiceHandle = OwnedHandle<ServiceHandleTraits>;
-
-struct LocalMemoryDeleter
-{
-    void operator()(void *memory) const { LocalFree(memory); }
-};
 
 constexpr DWORD kQueryRights = SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS;
 
@@ -71,7 +65,7 @@ int runCode(SC_HANDLE manager, const char16_t *name, const char16_t *path, unsig
 
 bool queryImagePath(SC_HANDLE service, Str &imagePath)
 {
-    std::unique_ptr<void, LocalMemoryDeleter> memory;
+    LocalMemory memory;
     DWORD size = 0;
     if (!QueryServiceConfigW(service, nullptr, 0, &size) && GetLastError() == ERROR_INSUFFICIENT_BUFFER) {
         memory.reset(LocalAlloc(LPTR, size));

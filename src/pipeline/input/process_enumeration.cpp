@@ -1,20 +1,15 @@
 #include "pipeline/input/process_enumeration.h"
 
 #include "pipeline/input/monitor_log.h"
+#include "util/local_memory.h"
 #include "util/owned_handle.h"
 
-#include <memory>
 #include <psapi.h>
 #include <tlhelp32.h>
 
 namespace velmox {
 
 namespace {
-
-struct LocalMemoryDeleter
-{
-    void operator()(void *memory) const { LocalFree(memory); }
-};
 
 // 256 process numbers; a machine with more is left to the image records.
 constexpr DWORD kIdBytes = 1024;
@@ -37,8 +32,8 @@ bool enumerateSnapshot(ProcessImageTable &table)
 
 void enumerateIds(ProcessImageTable &table)
 {
-    const std::unique_ptr<void, LocalMemoryDeleter> memory(LocalAlloc(LMEM_FIXED, kIdBytes));
-    if (!memory) {
+    const LocalMemory memory(LocalAlloc(LMEM_FIXED, kIdBytes));
+    if (!memory.isValid()) {
         return;
     }
     auto *ids = static_cast<DWORD *>(memory.get());

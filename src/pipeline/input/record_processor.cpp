@@ -42,8 +42,7 @@ void RecordProcessor::prepare(const MonitorRecord &record)
     trace::monitor(trace::Kind::Entry, 40, kFunction, {name_.data(), name_.size() + 1});
     rawPath_.clear();
     rawPath_.appendUtf16(name_.data(), name_.size());
-    keyPath_ = rawPath_;
-    mapControlSet();
+    makeKeyPath();
     imageKnown_ = ProcessImageTable::instance().lookup(record.pid(), imageBuffer_, kImageUnits);
     processImage_.clear();
     if (imageKnown_) {
@@ -65,14 +64,17 @@ std::u16string_view RecordProcessor::nameOf(const MonitorRecord &record)
     return evenName_;
 }
 
-// Lets a pattern that names the current control set meet the numbered one that the kernel reports.
-void RecordProcessor::mapControlSet()
+// The key path for the filters. A pattern that names the current control set has to meet the numbered one
+// that the kernel reports.
+void RecordProcessor::makeKeyPath()
 {
     const Str &current = hiveNames_.currentControlSetPath();
     if (current.empty()) {
+        keyPath_ = rawPath_;
         return;
     }
-    keyPath_ = keyPath_.lowered();
+    keyPath_.clear();
+    rawPath_.toLower(keyPath_);
     if (keyPath_.startsWith(current)) {
         keyPath_.replace(0, current.size(), CURRENT_CONTROL_SET);
     }

@@ -31,7 +31,7 @@ public:
 private:
     void prepare(const MonitorRecord &record);
     std::u16string_view nameOf(const MonitorRecord &record);
-    void mapControlSet();
+    void makeKeyPath();
     bool passes(const Str &groupName, const Str &process, const Str &keyPath, std::string_view type);
 
     void onRegistryRecord(const MonitorRecord &record);

@@ -1,19 +1,13 @@
 #include "pipeline/input/registry_walk.h"
 
 #include "pipeline/input/registry_key_handle.h"
+#include "util/local_memory.h"
 
 #include <algorithm>
 
 namespace velmox {
 
 namespace {
-
-struct LocalMemoryTraits
-{
-    using Type = void *;
-    static Type invalid() { return nullptr; }
-    static void close(Type memory) { LocalFree(memory); }
-};
 
 struct KeyInfo
 {
@@ -63,7 +57,7 @@ private:
     DWORD nameRoom_;
     DWORD dataRoom_;
     std::size_t keyUnits_;
-    OwnedHandle<LocalMemoryTraits> memory_;
+    LocalMemory memory_;
 };
 
 void reportValues(const RegistryWalk &walk, HKEY key, const KeyInfo &info, const KeyBuffer &buffer)
