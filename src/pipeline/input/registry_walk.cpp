@@ -9,6 +9,10 @@ namespace velmox {
 
 namespace {
 
+// No registry has keys deeper than this (Windows, registry element size limits), but a symbolic link that
+// leads back up would give the walk no end.
+constexpr unsigned kDeepestLevel = 512;
+
 struct KeyInfo
 {
     DWORD subKeys = 0;
@@ -74,11 +78,34 @@ void reportValues(const RegistryWalk &walk, HKEY key, const KeyInfo &info, const
     }
 }
 
+// Returns what came of opening the last sub key.
+LSTATUS visitSubKeys(const RegistryWalk &walk, HKEY key, const KeyInfo &info, const KeyBuffer &buffer,
+                     unsigned level)
+{
+    LSTATUS status = ERROR_SUCCESS;
+    for (DWORD index = 0; index < info.subKeys; ++index) {
+        DWORD nameLength = buffer.nameRoom();
+        RegEnumKeyExW(key, index, buffer.name(), &nameLength, nullptr, nullptr, nullptr, nullptr);
+        // Where that failed there may be no name, by which the key itself would be opened over and over.
+        const bool hasName = *buffer.name() != L'\0';
+        RegistryKeyHandle child;
+        status = hasName ? openForReading(key, buffer.name(), child) : ERROR_SUCCESS;
+        if (child.isValid() && (walk.keyCallback == nullptr ||
+                                walk.keyCallback(buffer.path(), info.lastWriteTime, walk.context) == 1)) {
+            walk.visit(child.get(), buffer.path(), level + 1);
+        }
+        if (*walk.stop != 0) {
+            break;
+        }
+    }
+    return status;
+}
+
 } // namespace
 
-std::uint32_t RegistryWalk::visit(HKEY key, std::u16string_view path) const
+std::uint32_t RegistryWalk::visit(HKEY key, std::u16string_view path, unsigned level) const
 {
-    if (*stop != 0) {
+    if (*stop != 0 || level > kDeepestLevel) {
         return ERROR_SUCCESS;
     }
     KeyInfo info;
@@ -90,22 +117,7 @@ std::uint32_t RegistryWalk::visit(HKEY key, std::u16string_view path) const
         return ERROR_NOT_ENOUGH_MEMORY;
     }
     reportValues(*this, key, info, buffer);
-
-    LSTATUS status = ERROR_SUCCESS;
-    for (DWORD index = 0; index < info.subKeys; ++index) {
-        DWORD nameLength = buffer.nameRoom();
-        RegEnumKeyExW(key, index, buffer.name(), &nameLength, nullptr, nullptr, nullptr, nullptr);
-        RegistryKeyHandle child;
-        status = openForReading(key, buffer.name(), child);
-        if (status == ERROR_SUCCESS &&
-            (keyCallback == nullptr || keyCallback(buffer.path(), info.lastWriteTime, context) == 1)) {
-            visit(child.get(), buffer.path());
-        }
-        if (*stop != 0) {
-            break;
-        }
-    }
-    return static_cast<std::uint32_t>(status);
+    return static_cast<std::uint32_t>(visitSubKeys(*this, key, info, buffer, level));
 }
 
 } // namespace velmox

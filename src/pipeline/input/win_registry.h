@@ -15,8 +15,7 @@ class WinRegistry
 {
 public:
     /// Called for each sub key before it is entered; a result other than 1 keeps the walk out of it. `path`
-    /// is NUL- terminated, begins below the root and is valid during the call, like all that the callbacks
-    /// get.
+    /// ends in a NUL, begins below the root and is valid during the call, like all that the callbacks get.
     using KeyCallback = BYTE (*)(const char16_t *path, const FILETIME &lastWriteTime, void *context);
     /// Called for each value. `path` is the key's path, a backslash and the value's name, which may be empty;
     /// the name's length counts 16-bit units, the data's bytes. `lastWriteTime` is the key's.

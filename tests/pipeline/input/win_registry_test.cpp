@@ -1,3 +1,4 @@
+#include "pipeline/input/hive_names.h"
 #include "pipeline/input/win_registry.h"
 #include "tests/pipeline/input/registry_test_key.h"
 
@@ -145,18 +146,18 @@ TEST_F(WinRegistryWalk, BeginsPathsWithABackslashUnderARootItself)
     EXPECT_THAT(walk_.seen, ElementsAre("\\v"));
 }
 
-/// A symbolic link to nowhere: a key that is listed and cannot be opened.
-class DanglingLink
+/// A symbolic link; to nowhere, it is a key that is listed and cannot be opened.
+class Link
 {
 public:
-    DanglingLink(const RegistryTestKey &parent, const char16_t *name)
+    Link(const RegistryTestKey &parent, const char16_t *name,
+         const WideStr &target = u"\\Registry\\User\\VelmoxNowhere")
         : key_(parent.create(name, REG_OPTION_CREATE_LINK))
     {
-        const WideStr target(u"\\Registry\\User\\VelmoxNowhere");
         RegSetValueExW(key_.get(), L"SymbolicLinkValue", 0, REG_LINK,
                        reinterpret_cast<const BYTE *>(target.data()), static_cast<DWORD>(target.size() * 2));
     }
-    ~DanglingLink()
+    ~Link()
     {
         // The calls that delete by name would follow the link.
         const auto ntDeleteKey = reinterpret_cast<LONG(NTAPI *)(HANDLE)>(
@@ -172,15 +173,32 @@ TEST_F(WinRegistryWalk, ReturnsTheFailureOfTheLastSubKeyAlone)
 {
     key_.setNumber(u"b", u"v", 1);
     {
-        const DanglingLink first(key_, u"a");
-        const DanglingLink deeper(key_, u"b\\z");
+        const Link first(key_, u"a");
+        const Link deeper(key_, u"b\\z");
         EXPECT_EQ(walk_.run(key_.path()), 0u);
         EXPECT_THAT(walk_.seen, ElementsAre(at("\\b\\v")));
     }
-    const DanglingLink last(key_, u"z");
+    const Link last(key_, u"z");
     Walk second;
     EXPECT_EQ(second.run(key_.path()), 2u);
     EXPECT_THAT(second.seen, ElementsAre(at("\\b\\v")));
+}
+
+TEST_F(WinRegistryWalk, EndsWhereALinkLeadsBackUp)
+{
+    key_.setNumber(u"", u"v", 1);
+    HiveNames names;
+    names.initHiveNameKeyMap();
+    WideStr self;
+    for (const auto &[name, info] : names.hiveKeyMap()) {
+        if (info.shortName == u"HKCU" && name.startsWith(u"\\")) {
+            self = name;
+        }
+    }
+    const Link up(key_, u"up", self.append(u"\\").append(key_.path()));
+    EXPECT_EQ(walk_.run(key_.path()), 0u);
+    // Once for the key itself, then on each level that a key can have.
+    EXPECT_EQ(walk_.seen.size(), 513u);
 }
 
 TEST(WinRegistry, ListsSubKeysAndSkipsNamesThatAreTooLong)
