@@ -47,15 +47,34 @@ namespace {
 /// Each gives what is wrong with a value, or nothing.
 using Check = Str (*)(const Str &value);
 
-// The monitor compiles patterns in lower case.
-Str checkPattern(const Str &value)
+Str compilerFault(const Str &pattern)
 {
     try {
-        Regex().compile(value.lowered(), false, 0);
+        Regex().compile(pattern, false, 0);
         return {};
     } catch (const RegexException &exception) {
         return Str::concat("is no regular expression: ", exception.message());
     }
+}
+
+// The monitor compiles patterns in lower case.
+Str checkPattern(const Str &value)
+{
+    return compilerFault(value.lowered());
+}
+
+// What the monitor asks of the driver it makes of the pieces between the bars, each by itself and as written.
+Str checkTypes(const Str &value)
+{
+    StrVector patterns = {value.lowered()};
+    StrSegment(value).splitInto(patterns, "|");
+    Str fault;
+    for (const Str &pattern : patterns) {
+        if (fault.empty()) {
+            fault = compilerFault(pattern);
+        }
+    }
+    return fault;
 }
 
 Str checkBool(const Str &value)
@@ -77,7 +96,7 @@ struct CheckedKey
 };
 
 constexpr CheckedKey kCheckedKeys[] = {
-    {"proc", checkPattern},  {"hive", checkPattern},  {"type", checkPattern},
+    {"proc", checkPattern},  {"hive", checkPattern},  {"type", checkTypes},
     {"disabled", checkBool}, {"baseline", checkBool}, {"baseline_interval", checkSeconds},
 };
 

@@ -30,13 +30,15 @@ TEST(SchemeScript, FindsTheFirstFault)
         stanzas[row.stanza].set(row.key, row.value);
         EXPECT_EQ(findFault(stanzas), row.fault);
     }
-    for (const char *key : {"proc", "hive", "type"}) {
+    // The last is a pattern, but its pieces are none.
+    for (const auto &[key, value] :
+         {std::pair{"proc", "("}, {"hive", "("}, {"type", "("}, {"type", "(a|b)"}}) {
         std::map<Str, PropertiesMap> stanzas;
-        stanzas["WinRegMon://x"].set(key, "(");
+        stanzas["WinRegMon://x"].set(key, value);
         const Str start =
-            Str::fromFormat("The value \"(\" of %s in the stanza \"WinRegMon://x\" is no regular "
+            Str::fromFormat("The value \"%s\" of %s in the stanza \"WinRegMon://x\" is no regular "
                             "expression: ",
-                            key);
+                            value, key);
         EXPECT_TRUE(findFault(stanzas).startsWith(start.view())) << findFault(stanzas).c_str();
     }
 }
