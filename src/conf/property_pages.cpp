@@ -112,7 +112,7 @@ void PropertyPages::enumerateStanzas(StringFilter &filter, Stanzas &out, Disable
 
 void PropertyPages::enumerateStanzasWithPrefix(const Str &prefix, Stanzas &out, DisabledMode mode)
 {
-    StringPrefixFilter filter("prefix", prefix);
+    StringPrefixFilter filter(prefix, prefix);
     enumerateStanzas(filter, out, mode);
 }
 

@@ -1,6 +1,7 @@
 #include "util/string_filters.h"
 
 #include <cstring>
+#include <new>
 
 namespace velmox {
 
@@ -28,7 +29,8 @@ RegexFilterList::RegexFilterList(const StrVector &patterns) : SmartFilterList(kR
 {
     unsigned long long index = 0;
     for (const Str &pattern : patterns) {
-        addFilter(new RegexStringFilter(Str::fromFormat("pattern-%llu", index++), pattern), true);
+        const Str name = Str::fromFormat("pattern-%llu", index++);
+        addFilter(new (std::nothrow) RegexStringFilter(name, pattern), true);
     }
 }
 

@@ -34,7 +34,8 @@ private:
 class RegexFilterList : public SmartFilterList<Str>
 {
 public:
-    /// Names the filters `pattern-0`, `pattern-1` and so on. Throws RegexException.
+    /// Names the filters `pattern-0`, `pattern-1` and so on; one that there is no memory for is left out.
+    /// Throws RegexException.
     explicit RegexFilterList(const StrVector &patterns);
 };
 

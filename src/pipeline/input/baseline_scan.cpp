@@ -5,6 +5,9 @@
 #include "pipeline/input/value_rendering.h"
 #include "pipeline/input/win_registry.h"
 
+#include <memory>
+#include <new>
+
 namespace velmox {
 
 namespace {
@@ -51,10 +54,13 @@ bool BaselineScan::establishBaseline()
         return true;
     }
     try {
-        StrVector patterns = plan.regexes;
-        RegexFilterList filters(patterns);
+        const std::unique_ptr<RegexFilterList> filters(new (std::nothrow) RegexFilterList(plan.regexes));
+        if (!filters) {
+            monitorLog.error("%s: Failed to create RegexFilterList object", kFunction);
+            return false;
+        }
         for (const StartPath &path : plan.startPaths) {
-            walkFrom(path, filters);
+            walkFrom(path, *filters);
         }
         return true;
     } catch (const std::exception &exception) {

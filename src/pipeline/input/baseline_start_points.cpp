@@ -9,6 +9,7 @@ namespace velmox {
 namespace {
 
 constexpr std::string_view kSeparator = "\\\\";
+
 bool isLiteral(const Str &text)
 {
     return text.findFirst(kPatternCharacters, 0, true) == -1;
