@@ -1,5 +1,7 @@
 #include "pipeline/input/event_stream_writer.h"
 
+#include "pipeline/input/xml_escape.h"
+
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -30,28 +32,14 @@ constexpr Escape makeEscape(std::string_view text)
 constexpr Escape escapeOf(unsigned char byte)
 {
     constexpr char kDigits[] = "0123456789ABCDEF";
-    switch (byte) {
-    case '"':
-        return makeEscape("&quot;");
-    case '&':
-        return makeEscape("&amp;");
-    case '\'':
-        return makeEscape("&apos;");
-    case '<':
-        return makeEscape("&lt;");
-    case '>':
-        return makeEscape("&gt;");
-    case '\t':
-    case '\n':
-    case '\r':
-        break;
-    default:
-        if (byte < 32) {
-            const char code[] = {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
-            return makeEscape({code, sizeof code});
-        }
-    }
     const char plain = static_cast<char>(byte);
+    if (const std::string_view entity = xmlEntityOf(plain); !entity.empty()) {
+        return makeEscape(entity);
+    }
+    if (byte < 32 && byte != '\t' && byte != '\n' && byte != '\r') {
+        const char code[] = {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
+        return makeEscape({code, sizeof code});
+    }
     return makeEscape({&plain, 1});
 }
 

@@ -21,27 +21,10 @@ bool needsReference(char byte, Place place)
 
 void appendEscaped(Str &out, char byte, Place place)
 {
-    switch (byte) {
-    case '&':
-        out << "&amp;";
-        return;
-    case '<':
-        out << "&lt;";
-        return;
-    case '>':
-        out << "&gt;";
-        return;
-    case '"':
-        out << "&quot;";
-        return;
-    case '\'':
-        out << "&apos;";
-        return;
-    default:
-        break;
-    }
     const auto value = static_cast<unsigned char>(byte);
-    if (needsReference(byte, place)) {
+    if (const std::string_view entity = xmlEntityOf(byte); !entity.empty()) {
+        out << entity;
+    } else if (needsReference(byte, place)) {
         out.appendFormat("&#%d;", value);
     } else if (value < 0x20 && byte != '\t' && byte != '\n') {
         out.appendFormat("\\x%02X", value);
