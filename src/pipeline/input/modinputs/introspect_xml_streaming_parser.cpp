@@ -71,7 +71,6 @@ void ModularInputs::IntrospectXmlStreamingParser::store(std::string_view path)
     } else if (path == kEndpoint) {
         modularInputsLog.debug("XML endpoint path \"%s\": \"%s\" -> \"%s\"", kEndpoint, name.c_str(),
                                text_.c_str());
-        result_.endpoint[name] = text_;
     } else if (path == kArg) {
         modularInputsLog.debug("XML arg path  \"%s\": \"%s\" -> \"%s\"", kArg, name.c_str(), text_.c_str());
         arg_[name] = text_;

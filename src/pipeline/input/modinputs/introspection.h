@@ -14,7 +14,6 @@ struct Introspection
     /// Whether there was a `scheme` element at all.
     bool found = false;
     Texts scheme;
-    Texts endpoint;
     /// By the name of the argument.
     std::map<Str, Texts> args;
 };

@@ -39,7 +39,6 @@ TEST(IntrospectXmlStreamingParser, TakesTextsAtTheThreePaths)
     const Introspection &result = parser.result();
     EXPECT_TRUE(result.found);
     EXPECT_THAT(result.scheme, ElementsAre(Pair("description", "<raw>"), Pair("title", "A & B")));
-    EXPECT_THAT(result.endpoint, ElementsAre(Pair("mode", "x")));
     ASSERT_THAT(result.args, ElementsAre(Pair("one", ::testing::_), Pair("two", IsEmpty())));
     EXPECT_THAT(result.args.at("one"), ElementsAre(Pair("data_type", "number"), Pair("title", "One")));
 }
