@@ -1,6 +1,7 @@
 #include "pipeline/input/record_processor.h"
 
 #include "pipeline/input/trace.h"
+#include "pipeline/input/wide_text.h"
 
 namespace velmox {
 
@@ -38,7 +39,7 @@ void RecordProcessor::processData(const unsigned char *buffer, std::uint32_t byt
 // What every record needs, whatever its class.
 void RecordProcessor::prepare(const MonitorRecord &record)
 {
-    name_ = nameOf(record);
+    name_ = wideTextAt(record.name(), record.nameUnits(), nameRoom_);
     trace::monitor(trace::Kind::Entry, 40, kFunction, {name_.data(), name_.size() + 1});
     rawPath_.clear();
     rawPath_.appendUtf16(name_.data(), name_.size());
@@ -49,19 +50,6 @@ void RecordProcessor::prepare(const MonitorRecord &record)
         processImage_.appendUtf16(imageBuffer_);
     }
     eventTime_ = clock_.timeOf(record.timestamp());
-}
-
-// Behind data of odd length a record's name stands at an odd address, where 16-bit text must not be read.
-std::u16string_view RecordProcessor::nameOf(const MonitorRecord &record)
-{
-    const unsigned char *name = record.name();
-    const std::size_t units = record.nameUnits();
-    if (reinterpret_cast<std::uintptr_t>(name) % alignof(char16_t) == 0) {
-        return {reinterpret_cast<const char16_t *>(name), units};
-    }
-    evenName_.resize(units);
-    std::memcpy(evenName_.data(), name, units * sizeof(char16_t));
-    return evenName_;
 }
 
 // The key path for the filters. A pattern that names the current control set has to meet the numbered one

@@ -30,7 +30,6 @@ public:
 
 private:
     void prepare(const MonitorRecord &record);
-    std::u16string_view nameOf(const MonitorRecord &record);
     void makeKeyPath();
     bool passes(const Str &groupName, const Str &process, const Str &keyPath, std::string_view type);
 
@@ -53,7 +52,7 @@ private:
 
     // The record at hand; the strings keep their room from record to record.
     std::u16string_view name_;
-    std::u16string evenName_;
+    std::u16string nameRoom_; // behind data of odd length a name stands at an odd address
     Str rawPath_;
     Str keyPath_;
     char16_t imageBuffer_[kImageUnits];

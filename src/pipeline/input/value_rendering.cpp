@@ -1,11 +1,11 @@
 #include "pipeline/input/value_rendering.h"
 
 #include "pipeline/input/monitor_log.h"
+#include "pipeline/input/wide_text.h"
 #include "util/regex.h"
 
 #include <algorithm>
 #include <cstring>
-#include <string>
 
 namespace velmox {
 
@@ -46,9 +46,9 @@ public:
 
     void appendTo(Str &out, std::size_t from, std::size_t length) const
     {
-        std::u16string text(length, u'\0');
-        std::memcpy(text.data(), bytes_ + from * sizeof(char16_t), length * sizeof(char16_t));
-        out.appendUtf16(text.data(), length);
+        std::u16string room;
+        const std::u16string_view text = wideTextAt(bytes_ + from * sizeof(char16_t), length, room);
+        out.appendUtf16(text.data(), text.size());
     }
 
 private:
