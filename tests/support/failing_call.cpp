@@ -22,6 +22,7 @@ struct Slot
     std::atomic<int> passing = 0;
     std::atomic<int> failing = 0;
     std::atomic<int> failed = 0;
+    std::atomic<int> calls = 0;
 };
 
 Slot slots[kSlots];
@@ -42,6 +43,7 @@ extern "C" __attribute__((used)) ULONGLONG velmoxFailingCallTarget(int index)
     Slot &slot = slots[index];
     const DWORD thread = slot.thread;
     const bool counts = thread == 0 || thread == GetCurrentThreadId();
+    slot.calls += counts ? 1 : 0;
     const bool passes = !counts || takeOne(slot.passing) || !takeOne(slot.failing);
     return passes ? slot.function : 0;
 }
@@ -144,6 +146,7 @@ FailingCall::FailingCall(const char *function, std::intptr_t result, DWORD error
     slot.passing = passed;
     slot.failing = failures;
     slot.failed = 0;
+    slot.calls = 0;
     redirect(slot.entries, reinterpret_cast<ULONGLONG>(kStandIns[slot_]));
 }
 
@@ -164,6 +167,28 @@ FailingCall &FailingCall::onAnyThread()
 int FailingCall::failed() const
 {
     return slots[slot_].failed;
+}
+
+int FailingCall::calls() const
+{
+    return slots[slot_].calls;
+}
+
+ReplacedCall::ReplacedCall(const char *function, void *standIn) : function_(function)
+{
+    const std::vector<ULONGLONG *> entries = importEntries(function);
+    if (entries.empty()) {
+        throw std::logic_error(std::string("not imported: ") + function);
+    }
+    original_ = reinterpret_cast<void *>(*entries.front());
+    redirect(entries, reinterpret_cast<ULONGLONG>(standIn));
+}
+
+ReplacedCall::~ReplacedCall()
+{
+    const DWORD error = GetLastError();
+    redirect(importEntries(function_), reinterpret_cast<ULONGLONG>(original_));
+    SetLastError(error);
 }
 
 } // namespace velmox::testing

@@ -27,9 +27,38 @@ public:
 
     /// The calls that have failed so far.
     int failed() const;
+    /// All calls so far that count, whether they failed or not. With no failures the object only counts.
+    int calls() const;
 
 private:
     int slot_;
+};
+
+/// Sends all calls of one imported function of this program to a function of the same form while the object
+/// lives, for calls that give more than a result.
+class ReplacedCall
+{
+public:
+    template <class Function>
+    ReplacedCall(const char *function, Function *standIn)
+        : ReplacedCall(function, reinterpret_cast<void *>(standIn))
+    {
+    }
+    ReplacedCall(const char *function, void *standIn);
+    ~ReplacedCall();
+    ReplacedCall(const ReplacedCall &) = delete;
+    ReplacedCall &operator=(const ReplacedCall &) = delete;
+
+    /// The function that the calls would have reached.
+    template <class Function>
+    Function *original() const
+    {
+        return reinterpret_cast<Function *>(original_);
+    }
+
+private:
+    const char *function_;
+    void *original_;
 };
 
 } // namespace velmox::testing

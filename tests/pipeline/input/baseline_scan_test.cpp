@@ -1,0 +1,197 @@
+#include "pipeline/input/baseline_scan.h"
+#include "pipeline/input/stanza_configuration.h"
+#include "tests/pipeline/input/registry_test_key.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/failing_call.h"
+#include "tests/support/file_tree.h"
+#include "tests/support/log_lines.h"
+#include "tests/support/scoped_folder.h"
+#include "util/file_star.h"
+
+#include <gtest/gtest.h>
+
+namespace velmox {
+namespace {
+
+using testing::CapturedLog;
+using testing::FailingCall;
+using testing::FileTree;
+
+/// Baselines of a key with one value and a sub key with another, each a start of its own.
+class BaselineScanTest : public ::testing::Test
+{
+protected:
+    BaselineScanTest()
+    {
+        key_.setNumber(u"", u"v", 7);
+        key_.setNumber(u"Sub", u"w", 1);
+        hives_.fill(u"\\REGISTRY\\USER\\S-1-5-21-7");
+        std::map<Str, PropertiesMap> stanzas;
+        stanzas["WinRegMon://off"].set("hive", ".*");
+        Str pattern = Str::fromFormat("HKCU\\%s\\.*", Str::fromUtf16(key_.path()).c_str());
+        pattern.replaceAll("\\", "\\\\");
+        PropertiesMap &stanza = stanzas["WinRegMon://x"];
+        stanza.set("hive", pattern);
+        stanza.set("baseline", "1");
+        rules_.insert(kRegmonFilters, makeFilterGroup(stanzas, {"main", true}, hives_));
+        pattern_ = rules_.group(kRegmonFilters)->configs[1].hive.pattern();
+    }
+
+    bool establish(MonitorRules &rules)
+    {
+        bodies_.clear();
+        const FileStar out = FileStar::tempFile();
+        EventEmitter emitter([this](const Str &text) { written(text); }, out.get());
+        const StopFlag stop;
+        BaselineCheckPoint checkpoint;
+        checkpoint.setDirectory(folder_.path().concat("\\"));
+        return BaselineScan(rules, hives_, checkpoint, emitter, stop).establishBaseline();
+    }
+    void written(const Str &text)
+    {
+        if (refusesEvents_) {
+            throw std::runtime_error("no more events");
+        }
+        bodies_.push_back(text);
+    }
+
+    /// With the folder of the checkpoints and the path of the key put in.
+    Str filled(Str text) const
+    {
+        text.replaceAll("FOLDER", folder_.path().toStr());
+        text.replaceAll("ROOT", "\\REGISTRY\\USER\\S-1-5-21-7");
+        text.replaceAll("REST", Str::concat("\\", Str::fromUtf16(key_.path()).uppered()));
+        return text;
+    }
+    Str errors(const std::string &lines, DWORD error = 0) const
+    {
+        return filled(testing::logLines("ERROR velmox-regmon: ", lines, error));
+    }
+
+    const RegistryTestKey key_;
+    const testing::ScopedFolder folder_;
+    HiveNames hives_;
+    MonitorRules rules_;
+    Str pattern_;
+    StrVector bodies_;
+    bool refusesEvents_ = false;
+};
+
+TEST_F(BaselineScanTest, AFailureCostsItsPartAndALine)
+{
+    const std::string kSet = "BaselineCheckPoint::setCheckpoint: Unable to ";
+    const std::string kEstablish = "WinRegistryMonitor::establishBaseline: Failed to ";
+    const std::string kFilter =
+        "\nWinRegistryMonitor::processHivePaths: Failed to set checkpoint for Registry Monitor filter 'x'";
+    const std::string kWalk =
+        kEstablish + "enumerate registry for baselining: hkey='ROOT' start_point='REST': '%m'";
+    const struct
+    {
+        const char *function;
+        std::intptr_t result;
+        DWORD error;
+        int passed;
+        std::size_t events;
+        const char *files;
+        std::string log;
+    } rows[] = {
+        {"WriteFile", TRUE, 0, 9, 2, "comleted filter_x last_time_run ", ""},
+        {"CreateFileW", -1, 5, 2, 2, "comleted last_time_run ",
+         kSet + "open checkpoint file='FOLDER\\filter_x' for write: '%m'" + kFilter},
+        {"WriteFile", FALSE, ERROR_DISK_FULL, 0, 2, "comleted filter_x last_time_run ",
+         kSet + "write to checkpoint file='FOLDER\\filter_x': '%m'" + kFilter},
+        {"CreateFileW", -1, 5, 3, 2, "filter_x last_time_run ",
+         kSet + "open checkpoint file='FOLDER\\comleted' for write: '%m'\n" + kEstablish +
+             "set checkpoint 'completed' for baseline key path='ROOTREST'"},
+        {"CreateFileW", -1, 5, 4, 2, "comleted filter_x ",
+         kSet + "open checkpoint file='FOLDER\\last_time_run' for write: '%m'\n" + kEstablish +
+             "set checkpoint 'last_time_completed' for baseline key path='ROOTREST'"},
+        {"RegOpenKeyExW", 5, 5, 0, 0, "filter_x ", kWalk},
+        {"RegQueryInfoKeyA", 6, 6, 0, 0, "filter_x ", kWalk},
+        {"LocalAlloc", 0, 8, 0, 0, "filter_x ", kWalk},
+    };
+    const std::string noFilter =
+        "BaselineCheckPoint::gotCheckpoint: Unable to open checkpoint file='FOLDER\\filter_x': '%m'";
+    for (const auto &row : rows) {
+        SCOPED_TRACE(::testing::Message() << row.function << " " << row.passed);
+        for (const char *name : {"comleted", "filter_x", "last_time_run"}) {
+            DeleteFileW(asWide(folder_ / name));
+        }
+        const CapturedLog log;
+        const FailingCall refused(row.function, row.result, row.error, row.passed);
+        EXPECT_TRUE(establish(rules_));
+        EXPECT_EQ(bodies_.size(), row.events);
+        EXPECT_EQ(log.text(), errors(noFilter, ERROR_FILE_NOT_FOUND).append(errors(row.log, row.error)));
+        std::string files;
+        for (const auto &[name, bytes] : testing::readTree(folder_.path())) {
+            files.append(name.view()).append(" ");
+        }
+        EXPECT_EQ(files, row.files);
+    }
+}
+
+TEST_F(BaselineScanTest, ACheckpointSaysWhetherItIsDue)
+{
+    const Str now = Str::fromFormat("%lld", secondsSinceEpoch());
+    const struct
+    {
+        FileTree files;
+        std::size_t events;
+    } rows[] = {
+        {{}, 2},
+        {{{"filter_x", pattern_}, {"comleted", "1"}, {"last_time_run", now}}, 0},
+        {{{"filter_x", Str::concat(pattern_, "\r\nmore")}, {"comleted", "maybe"}, {"last_time_run", now}}, 0},
+        {{{"filter_x", "x"}, {"comleted", "1"}, {"last_time_run", now}}, 2},
+        {{{"filter_x", ""}, {"comleted", "1"}, {"last_time_run", now}}, 2},
+        {{{"filter_x", pattern_}, {"comleted", "0"}, {"last_time_run", now}}, 2},
+        {{{"filter_x", pattern_}, {"last_time_run", now}}, 2},
+        {{{"filter_x", pattern_}, {"comleted", "1"}}, 2},
+        {{{"filter_x", pattern_}, {"comleted", "1"}, {"last_time_run", "soon"}}, 2},
+        {{{"filter_x", pattern_},
+          {"comleted", "1"},
+          {"last_time_run", Str::fromFormat("%lld", secondsSinceEpoch() - 86400)}},
+         2},
+        {{{"filter_x", pattern_},
+          {"comleted", "1"},
+          {"last_time_run", Str::fromFormat("%lld", secondsSinceEpoch() - 86300)}},
+         0},
+    };
+    const CapturedLog log;
+    for (const auto &row : rows) {
+        for (const char *name : {"comleted", "filter_x", "last_time_run"}) {
+            DeleteFileW(asWide(folder_ / name));
+        }
+        testing::writeTree(folder_.path(), row.files);
+        EXPECT_TRUE(establish(rules_));
+        EXPECT_EQ(bodies_.size(), row.events) << &row - rows;
+        const auto kept = row.files.find("filter_x");
+        const bool isKept = kept != row.files.end() && !kept->second.empty();
+        EXPECT_EQ(testing::readWhole(folder_ / "filter_x"), isKept ? kept->second : pattern_);
+    }
+}
+
+TEST_F(BaselineScanTest, TellsTheValuesOrFailsAsAWhole)
+{
+    CapturedLog log;
+    EXPECT_TRUE(establish(rules_));
+    const Str first = "registry_type=\"baseline\"\nkey_path=\"ROOTREST\\v\"\ndata_type=\"REG_DWORD\"\ndata="
+                      "\"0x00000007(7)\"\n";
+    EXPECT_EQ(bodies_.at(0), filled(first));
+    EXPECT_TRUE(bodies_.at(1).contains("\\Sub\\w\"\n"));
+
+    MonitorRules none;
+    EXPECT_FALSE(establish(none));
+    refusesEvents_ = true;
+    DeleteFileW(asWide(folder_ / "comleted"));
+    EXPECT_FALSE(establish(rules_));
+    EXPECT_TRUE(log.text().contains(
+        "INFO velmox-regmon: WinRegistryMonitor::processHivePaths: regmon-filters has been "
+        "turned off, or no configuration file was found\n"
+        "ERROR velmox-regmon: WinRegistryMonitor::establishBaseline: Failed to process "
+        "filter hive paths\n"));
+    EXPECT_TRUE(log.text().endsWith("establishBaseline: Failed to establish baseline: 'no more events'\n"));
+    EXPECT_EQ(testing::readWhole(folder_ / "comleted"), "<unreadable>");
+}
+
+} // namespace
+} // namespace velmox
