@@ -1,5 +1,6 @@
 #include "pipeline/input/registry_walk.h"
 
+#include "pipeline/input/native_names.h"
 #include "pipeline/input/registry_key_handle.h"
 #include "util/local_memory.h"
 
@@ -9,8 +10,7 @@ namespace velmox {
 
 namespace {
 
-// No registry has keys deeper than this (Windows, registry element size limits), but a symbolic link that
-// leads back up would give the walk no end.
+// No registry has keys deeper than this (Windows, registry element size limits).
 constexpr unsigned kDeepestLevel = 512;
 
 struct KeyInfo
@@ -26,6 +26,43 @@ struct KeyInfo
     {
         return RegQueryInfoKeyA(key, nullptr, nullptr, nullptr, &subKeys, &longestSubKeyName, nullptr,
                                 &values, &longestValueName, &longestData, nullptr, &lastWriteTime);
+    }
+
+    bool operator==(const KeyInfo &other) const
+    {
+        return subKeys == other.subKeys && longestSubKeyName == other.longestSubKeyName &&
+               values == other.values && longestValueName == other.longestValueName &&
+               longestData == other.longestData && CompareFileTime(&lastWriteTime, &other.lastWriteTime) == 0;
+    }
+};
+
+bool isSameKey(HKEY a, HKEY b)
+{
+    const NtQueryObject query = findNtQueryObject();
+    WideStr nameOfA;
+    WideStr nameOfB;
+    return query != nullptr && queryName(query, a, nameOfA) && queryName(query, b, nameOfB) &&
+           nameOfA == nameOfB;
+}
+
+/// A key that the walk is in, and those above it.
+struct Visited
+{
+    HKEY key;
+    KeyInfo info;
+    const Visited *above;
+    unsigned level;
+
+    /// Whether the key is one of those above it: a symbolic link has led back up, and any user can make one.
+    /// Names are asked for only where all else agrees, as each costs as much as a value.
+    bool isRepeated() const
+    {
+        for (const Visited *other = above; other != nullptr; other = other->above) {
+            if (info == other->info && isSameKey(key, other->key)) {
+                return true;
+            }
+        }
+        return false;
     }
 };
 
@@ -78,21 +115,23 @@ void reportValues(const RegistryWalk &walk, HKEY key, const KeyInfo &info, const
     }
 }
 
+std::uint32_t visitKey(const RegistryWalk &walk, HKEY key, std::u16string_view path, const Visited *above);
+
 // Returns what came of opening the last sub key.
-LSTATUS visitSubKeys(const RegistryWalk &walk, HKEY key, const KeyInfo &info, const KeyBuffer &buffer,
-                     unsigned level)
+LSTATUS visitSubKeys(const RegistryWalk &walk, const Visited &visited, const KeyBuffer &buffer)
 {
     LSTATUS status = ERROR_SUCCESS;
-    for (DWORD index = 0; index < info.subKeys; ++index) {
+    for (DWORD index = 0; index < visited.info.subKeys; ++index) {
         DWORD nameLength = buffer.nameRoom();
-        RegEnumKeyExW(key, index, buffer.name(), &nameLength, nullptr, nullptr, nullptr, nullptr);
+        RegEnumKeyExW(visited.key, index, buffer.name(), &nameLength, nullptr, nullptr, nullptr, nullptr);
         // Where that failed there may be no name, by which the key itself would be opened over and over.
         const bool hasName = *buffer.name() != L'\0';
         RegistryKeyHandle child;
-        status = hasName ? openForReading(key, buffer.name(), child) : ERROR_SUCCESS;
-        if (child.isValid() && (walk.keyCallback == nullptr ||
-                                walk.keyCallback(buffer.path(), info.lastWriteTime, walk.context) == 1)) {
-            walk.visit(child.get(), buffer.path(), level + 1);
+        status = hasName ? openForReading(visited.key, buffer.name(), child) : ERROR_SUCCESS;
+        if (child.isValid() &&
+            (walk.keyCallback == nullptr ||
+             walk.keyCallback(buffer.path(), visited.info.lastWriteTime, walk.context) == 1)) {
+            visitKey(walk, child.get(), buffer.path(), &visited);
         }
         if (*walk.stop != 0) {
             break;
@@ -101,23 +140,31 @@ LSTATUS visitSubKeys(const RegistryWalk &walk, HKEY key, const KeyInfo &info, co
     return status;
 }
 
-} // namespace
-
-std::uint32_t RegistryWalk::visit(HKEY key, std::u16string_view path, unsigned level) const
+std::uint32_t visitKey(const RegistryWalk &walk, HKEY key, std::u16string_view path, const Visited *above)
 {
-    if (*stop != 0 || level > kDeepestLevel) {
+    Visited visited = {key, {}, above, above == nullptr ? 0 : above->level + 1};
+    if (*walk.stop != 0 || visited.level > kDeepestLevel) {
         return ERROR_SUCCESS;
     }
-    KeyInfo info;
-    if (const LSTATUS result = info.read(key); result != ERROR_SUCCESS) {
+    if (const LSTATUS result = visited.info.read(key); result != ERROR_SUCCESS) {
         return static_cast<std::uint32_t>(result);
     }
-    const KeyBuffer buffer(path, info);
+    if (visited.isRepeated()) {
+        return ERROR_SUCCESS;
+    }
+    const KeyBuffer buffer(path, visited.info);
     if (!buffer.isValid()) {
         return ERROR_NOT_ENOUGH_MEMORY;
     }
-    reportValues(*this, key, info, buffer);
-    return static_cast<std::uint32_t>(visitSubKeys(*this, key, info, buffer, level));
+    reportValues(walk, key, visited.info, buffer);
+    return static_cast<std::uint32_t>(visitSubKeys(walk, visited, buffer));
+}
+
+} // namespace
+
+std::uint32_t RegistryWalk::visit(HKEY key, std::u16string_view path) const
+{
+    return visitKey(*this, key, path, nullptr);
 }
 
 } // namespace velmox

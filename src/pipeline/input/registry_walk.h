@@ -14,12 +14,11 @@ struct RegistryWalk
     void *context;
     const volatile LONG *stop;
 
-    /// Reports the values of an open key, then visits its sub keys. `path` is the key's, below the root, and
-    /// `level` how far it lies below the first key.
+    /// Reports the values of an open key, then visits its sub keys. `path` is the key's, below the root.
     ///
     /// Returns a Windows error code: what kept the key from being read, or the failure to open its last sub
     /// key.
-    std::uint32_t visit(HKEY key, std::u16string_view path, unsigned level) const;
+    std::uint32_t visit(HKEY key, std::u16string_view path) const;
 };
 
 } // namespace velmox

@@ -51,7 +51,7 @@ std::uint32_t WinRegistry::walk(HKEY rootKey, const char16_t *subKeyPath, KeyCal
         return static_cast<std::uint32_t>(result);
     }
     const RegistryWalk walk = {keyCallback, valueCallback, context, stop};
-    return walk.visit(key.get(), subKeyPath, 0);
+    return walk.visit(key.get(), subKeyPath);
 }
 
 bool WinRegistry::getSubKeys(HKEY key, WideStrVector &out) const
