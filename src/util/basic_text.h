@@ -75,7 +75,13 @@ public:
     }
     void swap(Derived &other) { units_.swap(other.units_); }
 
-    void push_back(Unit unit) { units_.push_back(unit); }
+    void push_back(Unit unit)
+    {
+        if (size() == capacity()) {
+            checkLength(1, size());
+        }
+        units_.push_back(unit);
+    }
     void pop_back() { units_.pop_back(); }
     Derived &append(View text)
     {
@@ -93,7 +99,7 @@ public:
     Derived &operator+=(View text) { return append(text); }
     Derived &operator+=(Unit unit)
     {
-        units_.push_back(unit);
+        push_back(unit);
         return self();
     }
     Derived &assign(View text)
