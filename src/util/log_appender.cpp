@@ -73,7 +73,7 @@ bool LogAppender::writeToFile(const Str &line, LogReports &reports)
         done += static_cast<std::size_t>(count);
     }
     currentSize_ += done;
-    if (file_ && maximumSize_ >= 1 && currentSize_ > maximumSize_) {
+    if (maximumSize_ >= 1 && currentSize_ > maximumSize_) {
         roll(reports);
     }
     return done == line.size();

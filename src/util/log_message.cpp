@@ -15,7 +15,7 @@ Str markerFor(std::size_t length, std::size_t limit)
     Str marker;
     std::size_t skipped = length - limit;
     for (;;) {
-        marker.format(" ...{skipping %u bytes}... ", static_cast<unsigned>(skipped));
+        marker.format(" ...{skipping %llu bytes}... ", static_cast<unsigned long long>(skipped));
         const std::size_t next = length - limit + marker.size();
         if (next == skipped) {
             return marker;
