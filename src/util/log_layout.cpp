@@ -49,7 +49,8 @@ TimeFormatter dateFormat(StrSegment argument)
 void appendDate(const TimeFormatter &format, std::uint64_t time, Str &out)
 {
     LocalStructTmHires local;
-    Timeval(time).toLocalHires(local);
+    // A warning about a clock out of range would be a line with a date again, without an end.
+    Timeval(time).toLocalHiresQuietly(local);
     format.format(out, local, local.ticks);
 }
 

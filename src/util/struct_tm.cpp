@@ -26,13 +26,17 @@ constexpr StructTm kLatest = {.seconds = 59,
                               .daylight = -1};
 constexpr StructTm kEarliest = {.dayOfMonth = 1, .weekDay = 1, .daylight = -1};
 
-/// Logs a failed break-down and yields the out-of-range fields; returns whether they are the latest ones.
-bool breakDownFailed(const char *operation, std::int64_t unixSeconds, StructTm &out)
+void logFailedBreakDown(const char *operation, std::int64_t unixSeconds)
 {
     logger.warn("%s(%lld) failed!", operation, static_cast<long long>(unixSeconds));
+}
+
+/// Yields the out-of-range fields, and the ticks of the second that go with them.
+std::uint32_t setOutOfRange(std::int64_t unixSeconds, StructTm &out)
+{
     const bool late = unixSeconds >= 0;
     out = late ? kLatest : kEarliest;
-    return late;
+    return late ? Timeval::kTicksPerSecond - 1 : 0;
 }
 
 /// The stamp of the moment, if there is one; else logs the fields and gives the stamp at that end of time.
@@ -123,7 +127,8 @@ Timeval LocalStructTmHires::toUnixTime() const
 void StructTmInTimezone::fromUnixTime(std::int64_t unixSeconds)
 {
     if (!zone || !breakDown(*zone, unixSeconds, *this)) {
-        breakDownFailed("StructTmInTimezone::fromUnixTime", unixSeconds, *this);
+        logFailedBreakDown("StructTmInTimezone::fromUnixTime", unixSeconds);
+        setOutOfRange(unixSeconds, *this);
     }
 }
 
@@ -136,8 +141,8 @@ void StructTmInTimezoneHires::fromUnixTime(std::int64_t unixSeconds, std::uint32
 {
     ticks = ticksOfSecond;
     if (!zone || !breakDown(*zone, unixSeconds, *this)) {
-        const bool late = breakDownFailed("StructTmInTimezoneHires::fromUnixTime", unixSeconds, *this);
-        ticks = late ? Timeval::kTicksPerSecond - 1 : 0;
+        logFailedBreakDown("StructTmInTimezoneHires::fromUnixTime", unixSeconds);
+        ticks = setOutOfRange(unixSeconds, *this);
     }
 }
 
@@ -155,18 +160,24 @@ void Timeval::toLocal(LocalStructTm &out) const
 {
     const std::int64_t seconds = signedUnixSeconds();
     if (!platform::localTime(seconds, out)) {
-        breakDownFailed("_localtime64_s", seconds, out);
+        logFailedBreakDown("_localtime64_s", seconds);
+        setOutOfRange(seconds, out);
     }
 }
 
 void Timeval::toLocalHires(LocalStructTmHires &out) const
 {
-    const std::int64_t seconds = signedUnixSeconds();
-    out.ticks = ticksOfSecond();
-    if (!platform::localTime(seconds, out)) {
-        const bool late = breakDownFailed("_localtime64_s", seconds, out);
-        out.ticks = late ? kTicksPerSecond - 1 : 0;
+    if (!toLocalHiresQuietly(out)) {
+        logFailedBreakDown("_localtime64_s", signedUnixSeconds());
     }
+}
+
+bool Timeval::toLocalHiresQuietly(LocalStructTmHires &out) const
+{
+    const std::int64_t seconds = signedUnixSeconds();
+    const bool found = platform::localTime(seconds, out);
+    out.ticks = found ? ticksOfSecond() : setOutOfRange(seconds, out);
+    return found;
 }
 
 void Timeval::toZone(const ZoneSource &zone, StructTmInTimezone &out) const

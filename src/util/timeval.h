@@ -62,6 +62,8 @@ public:
     void toGmt(GmtStructTm &out) const;
     void toLocal(LocalStructTm &out) const;
     void toLocalHires(LocalStructTmHires &out) const;
+    /// The same in silence, for what a warning would come back to; false when out of range.
+    bool toLocalHiresQuietly(LocalStructTmHires &out) const;
     void toZone(const ZoneSource &zone, StructTmInTimezone &out) const;
     void toZoneHires(const ZoneSource &zone, StructTmInTimezoneHires &out) const;
 
