@@ -1,7 +1,5 @@
 #include "util/mutex.h"
 
-#include "util/thread_exception.h"
-
 #include <exception>
 
 namespace velmox {
@@ -34,7 +32,7 @@ MutexGuard::~MutexGuard() noexcept(false)
 {
     try {
         mutex_.unlock();
-    } catch (const ThreadException &) {
+    } catch (...) {
         if (std::uncaught_exceptions() == 0) {
             throw;
         }
