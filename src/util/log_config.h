@@ -54,7 +54,6 @@ private:
     bool setting(StrSegment text);
     bool rootCategory(StrSegment text);
     bool appender(StrSegment text);
-    LogConfigLine here(StrSegment text) const;
 
     const Str file_;
     const Str section_;

@@ -203,13 +203,6 @@ void Logger::writeFallback(LogLevel level, const Str &message)
     platform::writeStandardError(line.data(), line.size());
 }
 
-void Logger::vlog(LogLevel level, const char *fmt, std::va_list args)
-{
-    if (isEnabled(level)) {
-        write(level, nullptr, fmt, args);
-    }
-}
-
 void Logger::log(LogLevel level, LogFormatCallback *callback, const char *fmt, std::va_list args)
 {
     if (isEnabled(level)) {

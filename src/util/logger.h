@@ -47,7 +47,6 @@ public:
     void warn(const char *fmt, ...) VELMOX_PRINTF(2, 3);
     void error(const char *fmt, ...) VELMOX_PRINTF(2, 3);
     void log(LogLevel level, const char *fmt, ...) VELMOX_PRINTF(3, 4);
-    void vlog(LogLevel level, const char *fmt, std::va_list args);
     /// `callback` may be null.
     void log(LogLevel level, LogFormatCallback *callback, const char *fmt, std::va_list args);
 

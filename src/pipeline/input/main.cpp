@@ -91,7 +91,7 @@ int runInstalled(const wchar_t *const *arguments)
     }
     Logger::loadConfig(home.join("etc").join("log-cmdline.cfg"), nullptr, {{"VELMOX_HOME", home.toStr()}},
                        true);
-    armCrashLog(home.join("var").join("log").join("velmox"));
+    armCrashLog(crashLogFolder());
     const EmptyMainThread mainThread;
     CommandLine options;
     if (!scanCommandLine(arguments, options)) {

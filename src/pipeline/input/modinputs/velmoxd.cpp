@@ -102,7 +102,7 @@ int runInstalled(const VelmoxdCommandLine &options)
     }
     Logger::loadConfig(loader.getConfDir().join("log-velmoxd.cfg"), nullptr, {{"VELMOX_HOME", home.toStr()}},
                        true);
-    armCrashLog(home.join("var").join("log").join("velmox"));
+    armCrashLog(crashLogFolder());
     const EmptyMainThread mainThread;
     return printModinputConfig(options, loader);
 }
