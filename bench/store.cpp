@@ -6,6 +6,7 @@
 #include "util/file_copy.h"
 #include "util/file_descriptor.h"
 #include "util/file_system.h"
+#include "util/logger.h"
 
 #include <stdexcept>
 
@@ -16,6 +17,8 @@ namespace {
 constexpr unsigned kApps = 200;
 constexpr unsigned kDefaultStanzas = 10;
 constexpr char kType[] = "inputs";
+constexpr unsigned kDisabled = 1000;
+constexpr char kDisabledType[] = "regmon-filters";
 
 void makeFile(const Pathname &path, const Str &text)
 {
@@ -37,18 +40,23 @@ Str stanzas(unsigned app, unsigned first, unsigned count)
     return text;
 }
 
+void copyBootstrap(const Pathname &root)
+{
+    const Pathname bootstrap = root.join("system\\default\\conf.conf");
+    makeDirs(bootstrap.dirname(), true);
+    if (!copyFileTo(Pathname(u"C:\\velmox\\etc\\system\\default\\conf.conf"), bootstrap,
+                    FilePermissions::PublicRead)) {
+        throw std::runtime_error("the installation has no conf.conf");
+    }
+}
+
 /// A configuration root of a round's own, for the services of a root are kept to the end of the process.
 class Root
 {
 public:
     explicit Root(unsigned round) : path_(Pathname::fromUtf8(Str::fromFormat("C:\\bench-store-%u", round)))
     {
-        const Pathname bootstrap = path_.join("system\\default\\conf.conf");
-        makeDirs(bootstrap.dirname(), true);
-        if (!copyFileTo(Pathname(u"C:\\velmox\\etc\\system\\default\\conf.conf"), bootstrap,
-                        FilePermissions::PublicRead)) {
-            throw std::runtime_error("the installation has no conf.conf");
-        }
+        copyBootstrap(path_);
         for (unsigned app = 0; app < kApps; ++app) {
             makeApp(app);
         }
@@ -158,10 +166,63 @@ private:
     Figure bytes_;
 };
 
+/// Disables the stanzas of an app's defaults by a write each, as the migration of old settings does. The file
+/// that is written grows with each.
+void disableEach(const BundlesSetup &setup)
+{
+    Stanzas stanzas;
+    PropertyPages::get(kDisabledType, {setup, Str(), Str()})
+        ->enumerateStanzasWithPrefix("", stanzas, DisabledMode::All);
+    for (auto &[name, stanza] : stanzas) {
+        stanza.set("disabled", "1");
+        PropertyPages::get(kDisabledType, {setup, Str(), stanza.appName()})
+            ->write(Str(), name, stanza, false);
+    }
+}
+
+/// Replaces a file as often, by one with as much in it.
+void replaceEach(const Pathname &file)
+{
+    const Pathname temporary = file.concat(".tmp");
+    std::uint64_t size = 0;
+    fileSize(file, size);
+    for (unsigned i = 1; i <= kDisabled; ++i) {
+        makeFile(temporary, Str(static_cast<std::size_t>(size * i / kDisabled), 'x'));
+        if (!moveFile(temporary, file)) {
+            throw std::runtime_error("a file could not be replaced");
+        }
+    }
+}
+
+/// The log goes where the installed program's goes, into a file.
+void logIntoFile()
+{
+    const Pathname config(u"C:\\bench-log.cfg");
+    makeFile(config, "rootCategory=INFO,file\nappender.file.fileName=C:\\bench-log.txt\n");
+    Logger::loadConfig(config, nullptr, {}, true);
+}
+
+Figure measureWrites(unsigned rounds)
+{
+    Figure figure("1,000 stanzas disabled, a write each", "1,000 plain replacements of the file written", {},
+                  "ms");
+    for (unsigned round = 0; round < rounds; ++round) {
+        const Pathname root = Pathname::fromUtf8(Str::fromFormat("C:\\bench-writes-%u", round));
+        copyBootstrap(root);
+        makeFile(root.join("apps\\app0\\default\\regmon-filters.conf"), stanzas(0, 0, kDisabled));
+        const BundlesSetup setup(root);
+        const Cost cost = costOf([&] { disableEach(setup); });
+        const Cost plain = costOf([&] { replaceEach(root.join("apps\\app0\\local\\regmon-filters.conf")); });
+        figure.add(cost.seconds / plain.seconds, cost.seconds * 1e3);
+    }
+    return figure;
+}
+
 } // namespace
 
 Figures measureStore(const Options &options)
 {
+    logIntoFile();
     constexpr char kPlain[] = "plain reads of the type's files";
     CostFigures services("making the services of a root with 200 apps", kPlain);
     CostFigures first("first read of a type from 200 apps", kPlain);
@@ -185,6 +246,7 @@ Figures measureStore(const Options &options)
     for (const CostFigures &part : {services, first, repeated, user, again}) {
         part.appendTo(figures);
     }
+    figures.push_back(measureWrites(options.rounds));
     return figures;
 }
 

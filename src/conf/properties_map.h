@@ -56,4 +56,7 @@ struct PropertiesMap
     Str appName() const;
 };
 
+/// By name.
+using Stanzas = std::map<Str, PropertiesMap>;
+
 } // namespace velmox

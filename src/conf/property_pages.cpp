@@ -41,15 +41,6 @@ bool isWanted(const PropertiesMap &stanza, DisabledMode mode)
     return mode == DisabledMode::All || stanza.isDisabled() == (mode == DisabledMode::OnlyDisabled);
 }
 
-/// Adds the stanza on which `at` stands, and what it inherits.
-void copyStanza(const IConfCacheIteratorImpl &at, const IConfCacheIteratorImpl &inherited, PropertiesMap &out)
-{
-    at.copyTo(out, true);
-    if (!inherited.atEnd() && at.name() != kDefaultStanza) {
-        inherited.copyTo(out, false);
-    }
-}
-
 } // namespace
 
 PropertyPages::PropertyPages(const Str &typeName, const ConfContext &context, const Str &actingUser)
@@ -119,11 +110,7 @@ void PropertyPages::enumerateStanzasWithPrefix(const Str &prefix, Stanzas &out, 
 void PropertyPages::readStanza(const Str &name, PropertiesMap &out)
 {
     const std::lock_guard guard(cache_->lock());
-    cache_->refresh();
-    const IConfCache::Iterator at = cache_->find(name);
-    if (!at->atEnd()) {
-        copyStanza(*at, *cache_->find(kDefaultStanza), out);
-    }
+    cache_->readStanza(name, out);
 }
 
 } // namespace velmox

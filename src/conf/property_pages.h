@@ -5,7 +5,6 @@
 #include "conf/properties_map.h"
 #include "util/string_filters.h"
 
-#include <map>
 #include <memory>
 
 namespace velmox {
@@ -21,8 +20,6 @@ enum class DisabledMode
     OnlyDisabled = 1,
     All = 2,
 };
-
-using Stanzas = std::map<Str, PropertiesMap>;
 
 /// The one door to configuration: reads and writes one type, such as "inputs", in one context.
 ///

@@ -3,6 +3,7 @@
 #include "conf/setup/conf_path_mapper_manager.h"
 #include "conf/setup/conf_settings.h"
 #include "conf/setup/shared_conf_services.h"
+#include "conf/tree/conf_path_base.h"
 #include "util/logger.h"
 
 namespace velmox {
@@ -16,8 +17,6 @@ constexpr std::uint64_t kTicksPerMillisecond = Timeval::kTicksPerSecond / 1000;
 class StanzaIterator : public IConfCacheIteratorImpl
 {
 public:
-    using Stanzas = std::map<Str, PropertiesMap>;
-
     StanzaIterator(Stanzas::const_iterator at, const Stanzas &stanzas) : at_(at), stanzas_(stanzas) {}
 
     IConfCache::Iterator clone() const override { return std::make_unique<StanzaIterator>(*this); }
@@ -49,6 +48,17 @@ void StanzaIterator::copyTo(PropertiesMap &out, bool direct) const
 
 } // namespace
 
+void copyStanza(const IConfCacheIteratorImpl &at, const IConfCacheIteratorImpl &inherited, PropertiesMap &out)
+{
+    if (at.atEnd()) {
+        return;
+    }
+    at.copyTo(out, true);
+    if (!inherited.atEnd() && at.name() != kDefaultStanza) {
+        inherited.copyTo(out, false);
+    }
+}
+
 BaseConfCache::BaseConfCache(const Str &typeName, const ConfContext &context)
     : typeName_(typeName), context_(context), pollMs_(context.setup.shared().settings().rebuildPollMs())
 {
@@ -79,6 +89,20 @@ void BaseConfCache::refresh()
         dirty_.store(true);
         throw;
     }
+}
+
+void BaseConfCache::readStanza(const Str &name, PropertiesMap &out)
+{
+    if (haveLayersChanged()) {
+        invalidate();
+    }
+    Stanzas built;
+    const bool isStale = dirty_.load();
+    if (isStale) {
+        buildStanza(name, built);
+    }
+    const Stanzas &from = isStale ? built : stanzas_;
+    copyStanza(StanzaIterator(from.find(name), from), StanzaIterator(from.find(kDefaultStanza), from), out);
 }
 
 std::vector<IConfPathMapper *> BaseConfCache::mappers() const

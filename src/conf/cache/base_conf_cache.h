@@ -20,6 +20,7 @@ public:
     Iterator find(const Str &name) override;
     void invalidate() override { dirty_.store(true); }
     void refresh() override;
+    void readStanza(const Str &name, PropertiesMap &out) override;
 
     const Str &typeName() const { return typeName_; }
     const ConfContext &context() const { return context_; }
@@ -29,11 +30,10 @@ protected:
 
     /// The layers of the root, in reading order.
     std::vector<IConfPathMapper *> mappers() const;
-    void clear() { stanzas_.clear(); }
+    /// The view, for `rebuild` to fill.
+    Stanzas &stanzas() { return stanzas_; }
 
 private:
-    friend class BaseConfCacheBuilder;
-
     /// What each mapper had of the type when this cache last looked, in reading order.
     class StateList
     {
@@ -58,13 +58,16 @@ private:
         Entries entries_;
     };
 
+    /// Puts the stanza and "default" into `out` as `rebuild` would put them into the view.
+    virtual void buildStanza(const Str &name, Stanzas &out) = 0;
+
     virtual Timeval now() const { return Timeval::now(); }
     bool isPollDue();
     void scheduleNextPoll(const Timeval &time);
     bool haveLayersChanged();
 
     // All but `dirty_` under the lock.
-    std::map<Str, PropertiesMap> stanzas_;
+    Stanzas stanzas_;
     const Str typeName_;
     const ConfContext context_;
     ConfLock lock_{ConfLockRank::Cache};

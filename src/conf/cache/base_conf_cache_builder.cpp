@@ -16,8 +16,8 @@ constexpr std::size_t kKeyParts = 3;
 
 } // namespace
 
-BaseConfCacheBuilder::BaseConfCacheBuilder(BaseConfCache &cache, bool override)
-    : cache_(cache), override_(override)
+BaseConfCacheBuilder::BaseConfCacheBuilder(const BaseConfCache &cache, Stanzas &view, bool override)
+    : cache_(cache), view_(view), override_(override)
 {
     const ConfContext &reader = cache.context();
     if (!reader.app.empty()) {
@@ -60,7 +60,7 @@ void BaseConfCacheBuilder::enterApp(const ConfPathCached &path)
 
 void BaseConfCacheBuilder::enterStanza(const ConfPathCached &path, const ConfPathTrie &node)
 {
-    const auto [at, added] = cache_.stanzas_.try_emplace(path.parts().back());
+    const auto [at, added] = view_.try_emplace(path.parts().back());
     existed_ = !added;
     stanzaName_ = &at->first;
     stanza_ = &at->second;

@@ -8,13 +8,13 @@
 
 namespace velmox {
 
-/// Fills a cache from one walk over a tree of layers, of which nothing is pruned.
+/// Fills the view of a cache from one walk over a tree of layers, of which nothing is pruned.
 class BaseConfCacheBuilder : public ConfPathBasedPruner
 {
 public:
     /// With `override` a later value of at least the same level replaces an earlier one; without, the first
-    /// stays. The cache's lock is held, and the cache outlives the builder.
-    BaseConfCacheBuilder(BaseConfCache &cache, bool override);
+    /// stays. The cache and `view` outlive the builder.
+    BaseConfCacheBuilder(const BaseConfCache &cache, Stanzas &view, bool override);
 
 private:
     /// Precedence of the layers; the higher wins.
@@ -38,7 +38,8 @@ private:
     bool keepsOldValue(const PropertyValue &target, Level level) const;
     void set(PropertyValue &target, const ConfPathCached &path, const ConfPathTrie &node, Level level) const;
 
-    BaseConfCache &cache_;
+    const BaseConfCache &cache_;
+    Stanzas &view_;
     const bool override_;
     ImportGenerations imports_;
     // Where the walk stands.

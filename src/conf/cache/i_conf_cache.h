@@ -24,6 +24,11 @@ public:
     virtual void step() = 0;
 };
 
+/// Adds the stanza on which `at` stands, and what it inherits from that of `inherited`. Either may stand at
+/// the end.
+void copyStanza(const IConfCacheIteratorImpl &at, const IConfCacheIteratorImpl &inherited,
+                PropertiesMap &out);
+
 /// The merged view of one configuration type for one reader.
 class IConfCache
 {
@@ -42,6 +47,10 @@ public:
     /// Looks for changes, and rebuilds the view when it is stale.
     virtual void refresh() = 0;
     virtual void rebuild() = 0;
+    /// Adds a stanza with what it inherits to `out`; nothing when there is none. Takes the place of
+    /// `refresh`. Of a stale view no more is built than that, and it stays stale: a row of writes, each of
+    /// which looks at its stanza alone, builds no views that nobody reads.
+    virtual void readStanza(const Str &name, PropertiesMap &out) = 0;
 };
 
 } // namespace velmox

@@ -7,26 +7,43 @@ namespace velmox {
 
 void LegacyConfCache::rebuild()
 {
-    clear();
+    stanzas().clear();
+    build(searchOfType(), stanzas());
+}
+
+void LegacyConfCache::buildStanza(const Str &name, Stanzas &out)
+{
+    ConfSearch search = searchOfType();
+    search.setStanza(name);
+    build(search, out);
+}
+
+ConfSearch LegacyConfCache::searchOfType() const
+{
     ConfSearch search;
     search.constrain(ConfSearch::User, kSharedUser);
     search.constrain(ConfSearch::Type, typeName());
+    return search;
+}
+
+void LegacyConfCache::build(const ConfSearch &search, Stanzas &out)
+{
     for (IConfPathMapper *const mapper : mappers()) {
         ConfPathTrie layer;
         if (mapper->search(search, layer)) {
-            addLayer(layer);
+            addLayer(layer, out);
         }
     }
 }
 
-void LegacyConfCache::addLayer(ConfPathTrie &layer)
+void LegacyConfCache::addLayer(ConfPathTrie &layer, Stanzas &out)
 {
     layer.pruneDepth(ConfPathTrie::kKeyLevel);
     DisabledApplicationPruner disabled(context().setup);
     layer.walk(disabled);
     DanglingMetadataPruner dangling;
     layer.walk(dangling);
-    BaseConfCacheBuilder builder(*this, false);
+    BaseConfCacheBuilder builder(*this, out, false);
     layer.walk(builder);
 }
 

@@ -14,7 +14,10 @@ public:
     void rebuild() override;
 
 private:
-    void addLayer(ConfPathTrie &layer);
+    void buildStanza(const Str &name, Stanzas &out) override;
+    ConfSearch searchOfType() const;
+    void build(const ConfSearch &search, Stanzas &out);
+    void addLayer(ConfPathTrie &layer, Stanzas &out);
 };
 
 } // namespace velmox

@@ -11,6 +11,13 @@ namespace {
 
 Logger log("SharedConfState");
 
+ConfSearch searchOf(const Str &typeName)
+{
+    ConfSearch search;
+    search.constrain(ConfSearch::Type, typeName);
+    return search;
+}
+
 void prune(ConfPathTrie &tree, const BundlesSetup &setup)
 {
     tree.pruneDepth(ConfPathTrie::kKeyLevel);
@@ -41,26 +48,31 @@ void SharedConfState::populate()
         return;
     }
     trie_.clear();
-    readLayers();
-    prune(trie_, setup_);
+    readLayers(searchOf(typeName_), trie_);
     dirty_ = false;
 }
 
-void SharedConfState::readLayers()
+void SharedConfState::readStanza(const Str &name, ConfPathTrie &out) const
 {
-    ConfSearch search;
-    search.constrain(ConfSearch::Type, typeName_);
+    ConfSearch search = searchOf(typeName_);
+    search.setStanza(name);
+    readLayers(search, out);
+}
+
+void SharedConfState::readLayers(const ConfSearch &search, ConfPathTrie &out) const
+{
     for (IConfPathMapper *const mapper : setup_.shared().mappers().mappers()) {
         try {
             ConfPathTrie layer;
             if (mapper->search(search, layer)) {
-                trie_.merge(layer);
+                out.merge(std::move(layer));
             }
         } catch (const BaseException &exception) {
             log.warn("Error populating shared UserConfCache state: %s %s", typeName_.c_str(),
                      exception.what());
         }
     }
+    prune(out, setup_);
 }
 
 SharedConfStates::SharedConfStates(const BundlesSetup &setup) : setup_(setup) {}

@@ -2,7 +2,7 @@
 
 #include "conf/conf_lock.h"
 #include "conf/setup/bundles_setup.h"
-#include "conf/tree/conf_path_trie.h"
+#include "conf/tree/conf_search.h"
 
 #include <map>
 #include <memory>
@@ -29,9 +29,12 @@ public:
         return use(static_cast<const ConfPathTrie &>(trie_));
     }
 
+    /// Reads no more than one stanza and "default" of all layers into `out`, and leaves the tree as it is.
+    void readStanza(const Str &name, ConfPathTrie &out) const;
+
 private:
     void populate();
-    void readLayers();
+    void readLayers(const ConfSearch &search, ConfPathTrie &out) const;
 
     ConfLock lock_{ConfLockRank::SharedState};
     bool dirty_ = true;

@@ -72,33 +72,47 @@ void UserConfCache::invalidate()
 
 void UserConfCache::rebuild()
 {
-    clear();
+    stanzas().clear();
     ConfPathTrie visible;
-    copyVisible(visible);
-    BaseConfCacheBuilder builder(*this, true);
+    shared_.withTree([&](const ConfPathTrie &layers) { copyVisible(layers, visible); });
+    build(visible, stanzas());
+}
+
+void UserConfCache::buildStanza(const Str &name, Stanzas &out)
+{
+    ConfPathTrie layers;
+    shared_.readStanza(name, layers);
+    ConfPathTrie visible;
+    copyVisible(layers, visible);
+    build(visible, out);
+}
+
+void UserConfCache::build(ConfPathTrie &visible, Stanzas &out) const
+{
+    pruneForUser(visible);
+    BaseConfCacheBuilder builder(*this, out, true);
     visible.walk(builder);
 }
 
-void UserConfCache::copyVisible(ConfPathTrie &out)
+void UserConfCache::copyVisible(const ConfPathTrie &layers, ConfPathTrie &out) const
 {
     const Str &user = context().user;
-    shared_.withTree([&](const ConfPathTrie &layers) {
-        if (user.empty()) {
-            copyAt(ConfPathBase(kSharedUser, context().app), layers, out);
-            return;
-        }
-        copyUser(kSharedUser, layers, out);
-        if (user.compareCaseless(kSharedUser) != 0) {
-            copyUser(user, layers, out);
-        }
-    });
-    if (!user.empty()) {
-        pruneForUser(out);
+    if (user.empty()) {
+        copyAt(ConfPathBase(kSharedUser, context().app), layers, out);
+        return;
+    }
+    copyUser(kSharedUser, layers, out);
+    if (user.compareCaseless(kSharedUser) != 0) {
+        copyUser(user, layers, out);
     }
 }
 
+/// A reader without a user was given the own app alone, and may read all of it.
 void UserConfCache::pruneForUser(ConfPathTrie &tree) const
 {
+    if (context().user.empty()) {
+        return;
+    }
     SingleUserAppContextPruner foreign(context());
     tree.walk(foreign);
     PermissionPruner unreadable(UserContextStore::rightsOf(actingUser_));
@@ -108,7 +122,8 @@ void UserConfCache::pruneForUser(ConfPathTrie &tree) const
 void UserConfCache::collectDeletable(unsigned levels, ConfPathTrie &out)
 {
     ConfPathTrie tree;
-    copyVisible(tree);
+    shared_.withTree([&](const ConfPathTrie &layers) { copyVisible(layers, tree); });
+    pruneForUser(tree);
     DeletablePruner undeletable(UserContextStore::rightsOf(actingUser_));
     tree.walk(undeletable);
     out.merge(tree, levels);

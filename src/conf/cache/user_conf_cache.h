@@ -42,8 +42,11 @@ public:
     bool haveRightsChanged() { return rights_.update(); }
 
 private:
-    void copyVisible(ConfPathTrie &out);
+    void buildStanza(const Str &name, Stanzas &out) override;
+    void copyVisible(const ConfPathTrie &layers, ConfPathTrie &out) const;
     void pruneForUser(ConfPathTrie &tree) const;
+    /// `visible` is what `copyVisible` copied.
+    void build(ConfPathTrie &visible, Stanzas &out) const;
 
     const Str actingUser_;
     SharedConfState &shared_;

@@ -11,7 +11,7 @@ namespace velmox {
 
 namespace {
 
-ConfPathTrie &addStanza(const Str &name, const Pathname &rootDirectory, const ConfPathMetadata &metadata,
+ConfPathTrie &addStanza(const Str &name, const Pathname &rootDirectory, const ConfPathMetadataPtr &metadata,
                         ConfPathTrie &typeNode)
 {
     ConfPathTrie &stanza = typeNode.child(name, stanzaExpansion(name, rootDirectory));
@@ -20,7 +20,7 @@ ConfPathTrie &addStanza(const Str &name, const Pathname &rootDirectory, const Co
     return stanza;
 }
 
-void readConfText(ConfLineReader &reader, const Pathname &rootDirectory, const ConfPathMetadata &metadata,
+void readConfText(ConfLineReader &reader, const Pathname &rootDirectory, const ConfPathMetadataPtr &metadata,
                   ConfPathTrie &typeNode)
 {
     Str line;
@@ -70,8 +70,9 @@ bool readConfLines(const Pathname &file, const std::function<void(ConfLineReader
 bool readConfFile(const Pathname &file, const Pathname &rootDirectory, const ConfPathMetadata &metadata,
                   ConfPathTrie &typeNode)
 {
-    return readConfLines(
-        file, [&](ConfLineReader &reader) { readConfText(reader, rootDirectory, metadata, typeNode); });
+    return readConfLines(file, [&](ConfLineReader &reader) {
+        readConfText(reader, rootDirectory, shared(metadata), typeNode);
+    });
 }
 
 } // namespace velmox

@@ -41,7 +41,7 @@ void copyMatching(const ConfPathTrie &from, const ConfSearch &search, StrVector 
 {
     for (const auto &[part, node] : from.children()) {
         segments.push_back(part);
-        if (search.matches(segments)) {
+        if (search.matchesLast(segments)) {
             ConfPathTrie found;
             found.merge(*node, 0);
             copyMatching(*node, search, segments, found);

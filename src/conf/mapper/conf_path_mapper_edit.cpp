@@ -23,7 +23,7 @@ bool canHold(const StrVector &parts, const Str &value)
 }
 
 /// Sets the metadata of all nodes that have any.
-void stamp(ConfPathTrie &node, const ConfPathMetadata &metadata)
+void stamp(ConfPathTrie &node, const ConfPathMetadataPtr &metadata)
 {
     if (node.hasMetadata()) {
         node.setMetadata(metadata);
@@ -132,7 +132,7 @@ void ConfPathMapper::setPending(const ConfPathBase &path, const Str &value)
     if (parts.size() == kTypeParts) {
         return;
     }
-    const ConfPathMetadata metadata = metadataOf(types_[parts[0]].state.status);
+    const ConfPathMetadataPtr metadata = shared(metadataOf(types_[parts[0]].state.status));
     ConfPathTrie &type = pending_.node(ConfPathBase(user_, app_, {parts[0]}));
     ConfPathTrie &stanza = type.child(parts[1], stanzaExpansion(parts[1], rootDirectory_));
     stanza.setData(Str());
@@ -216,7 +216,7 @@ void ConfPathMapper::restamp(const Str &type)
 {
     ConfFileStatus &status = types_[type].state.status;
     status = ConfFileStatus::of(fileOf(type));
-    stamp(typeNode(type), metadataOf(status));
+    stamp(typeNode(type), shared(metadataOf(status)));
 }
 
 } // namespace velmox

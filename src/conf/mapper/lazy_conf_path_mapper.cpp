@@ -86,12 +86,26 @@ bool LazyConfPathMapper::search(const ConfSearch &search, ConfPathTrie &out)
     }
     if (search.maxLevel() >= ConfPathTrie::kTypeLevel) {
         loadFor(path);
-        copyOut(path, out, ConfPathTrie::kAllLevels);
+        copyFitting(path, search, out);
         DoNothingPruner all;
         MatchSearchPruner fitting(search, all);
         out.walk(fitting);
     }
     return true;
+}
+
+/// A search for a stanza does not come past the others of the type.
+void LazyConfPathMapper::copyFitting(ConfPathBase path, const ConfSearch &search, ConfPathTrie &out)
+{
+    if (!search.stanza() || path.parts().empty()) {
+        copyOut(path, out, ConfPathTrie::kAllLevels);
+        return;
+    }
+    for (const Str &stanza : {Str(kDefaultStanza), *search.stanza()}) {
+        path.addPart(stanza);
+        copyOut(path, out, ConfPathTrie::kAllLevels);
+        path.removeLastPart();
+    }
 }
 
 /// What holds nothing leaves no node behind.

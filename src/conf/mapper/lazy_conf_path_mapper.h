@@ -70,6 +70,7 @@ private:
     /// read.
     virtual bool readType(const Str &type, Type &record, ConfPathTrie &content) = 0;
 
+    void copyFitting(ConfPathBase path, const ConfSearch &search, ConfPathTrie &out);
     bool copyOut(const ConfPathBase &path, ConfPathTrie &out, unsigned levels);
 
     const char *const className_;

@@ -30,8 +30,10 @@ void ConfPathBasedPruner::gather(std::size_t depth, const ConfPathTrie &node)
 
 void ConfPathBasedPruner::enter(const StrVector &segments, const ConfPathTrie &node)
 {
-    path_.setUser(segments[0].lowered());
-    path_.setApp(segments[1]);
+    if (segments.size() == ConfPathTrie::kAppLevel) {
+        path_.setUser(segments[0].lowered());
+        path_.setApp(segments[1]);
+    }
     while (!path_.parts().empty() && path_.parts().size() + ConfPathTrie::kTypeLevel > segments.size()) {
         path_.removeLastPart();
     }

@@ -18,6 +18,14 @@ void fill(Field &field, const Field &from)
     }
 }
 
+template <class Field>
+void replace(Field &field, const Field &with)
+{
+    if (with) {
+        field = with;
+    }
+}
+
 } // namespace
 
 void ConfPathMetadata::setOwner(const Str &name)
@@ -49,14 +57,15 @@ bool ConfPathMetadata::equalsButTime(const ConfPathMetadata &other) const
 
 void ConfPathMetadata::overlay(const ConfPathMetadata &deeper)
 {
-    ConfPathMetadata merged = deeper;
-    fill(merged.access, access);
-    fill(merged.owner, owner);
-    fill(merged.imports, imports);
-    if (merged.exported == ConfExport::NotSet) {
-        merged.exported = exported;
+    replace(access, deeper.access);
+    replace(owner, deeper.owner);
+    replace(imports, deeper.imports);
+    if (deeper.exported != ConfExport::NotSet) {
+        exported = deeper.exported;
     }
-    *this = std::move(merged);
+    removable = deeper.removable;
+    modtime = deeper.modtime;
+    version = deeper.version;
 }
 
 void ConfPathMetadata::fillFrom(const ConfPathMetadata &other)

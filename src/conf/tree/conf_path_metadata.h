@@ -51,4 +51,12 @@ struct ConfPathMetadata
     Str toStr() const;
 };
 
+/// Metadata that several nodes have in common.
+using ConfPathMetadataPtr = std::shared_ptr<const ConfPathMetadata>;
+
+inline ConfPathMetadataPtr shared(const ConfPathMetadata &metadata)
+{
+    return std::make_shared<const ConfPathMetadata>(metadata);
+}
+
 } // namespace velmox

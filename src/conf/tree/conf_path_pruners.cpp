@@ -32,7 +32,7 @@ bool OneClassPruner::shouldPrune(const StrVector &segments, ConfPathTrie &)
 
 PruneAnswer MatchSearchPruner::visit(const StrVector &segments, ConfPathTrie &node)
 {
-    return search_.matches(segments) ? wrapped_.visit(segments, node) : PruneAnswer::Remove;
+    return search_.matchesLast(segments) ? wrapped_.visit(segments, node) : PruneAnswer::Remove;
 }
 
 PruneAnswer DanglingMetadataPruner::visit(const StrVector &segments, ConfPathTrie &node)

@@ -91,11 +91,6 @@ void ConfPathTrie::clear()
     expansion_.clear();
 }
 
-void ConfPathTrie::setMetadata(const ConfPathMetadata &metadata)
-{
-    metadata_ = std::make_unique<ConfPathMetadata>(metadata);
-}
-
 void ConfPathTrie::walk(ConfPathTriePruner &pruner)
 {
     StrVector segments;
@@ -104,18 +99,19 @@ void ConfPathTrie::walk(ConfPathTriePruner &pruner)
 
 void ConfPathTrie::walkBelow(ConfPathTriePruner &pruner, StrVector &segments)
 {
+    segments.emplace_back();
     for (auto at = children_.begin(); at != children_.end();) {
         ConfPathTrie &node = *at->second;
-        segments.push_back(at->first);
+        segments.back() = at->first;
         const PruneAnswer answer = pruner.visit(segments, node);
         if (answer != PruneAnswer::Remove) {
             node.walkBelow(pruner, segments);
         }
-        segments.pop_back();
         const bool emptied =
             answer == PruneAnswer::KeepIfNotEmptied && node.children_.empty() && !node.hasData();
         at = answer == PruneAnswer::Remove || emptied ? children_.erase(at) : std::next(at);
     }
+    segments.pop_back();
 }
 
 void ConfPathTrie::pruneDepth(unsigned levels)
@@ -135,9 +131,34 @@ void ConfPathTrie::merge(const ConfPathTrie &other, unsigned levels)
     if (levels == 0) {
         return;
     }
+    auto next = children_.begin();
     for (const auto &[part, node] : other.children_) {
-        child(part).merge(*node, levels - 1);
+        const auto at = childBefore(next, part);
+        at->second->merge(*node, levels - 1);
+        next = std::next(at);
     }
+}
+
+void ConfPathTrie::merge(ConfPathTrie &&other)
+{
+    fillNodeFrom(other);
+    for (auto &[part, node] : other.children_) {
+        std::unique_ptr<ConfPathTrie> &slot = children_[part];
+        if (slot) {
+            slot->merge(std::move(*node));
+        } else {
+            slot = std::move(node);
+        }
+    }
+}
+
+ConfPathTrie::Children::iterator ConfPathTrie::childBefore(Children::iterator next, const Str &part)
+{
+    const auto at = children_.try_emplace(next, part);
+    if (!at->second) {
+        at->second = makeEmpty();
+    }
+    return at;
 }
 
 void ConfPathTrie::fillNodeFrom(const ConfPathTrie &other)
@@ -145,10 +166,12 @@ void ConfPathTrie::fillNodeFrom(const ConfPathTrie &other)
     if (!data_) {
         data_ = other.data_;
     }
-    if (other.metadata_ && metadata_) {
-        metadata_->fillFrom(*other.metadata_);
-    } else if (other.metadata_) {
-        setMetadata(*other.metadata_);
+    if (!metadata_) {
+        metadata_ = other.metadata_;
+    } else if (other.metadata_ && metadata_ != other.metadata_) {
+        ConfPathMetadata filled = *metadata_;
+        filled.fillFrom(*other.metadata_);
+        setMetadata(filled);
     }
     if (expansion_.empty()) {
         expansion_ = other.expansion_;
@@ -161,7 +184,7 @@ void ConfPathTrie::overwrite(const ConfPathTrie &other)
         data_ = other.data_;
     }
     if (other.metadata_) {
-        setMetadata(*other.metadata_);
+        metadata_ = other.metadata_;
     }
     if (!other.expansion_.empty()) {
         expansion_ = other.expansion_;

@@ -52,8 +52,9 @@ public:
     void clear();
 
     void setData(const Str &data) { data_ = data; }
-    void setMetadata(const ConfPathMetadata &metadata);
-    void clearMetadata() { metadata_.reset(); }
+    void setMetadata(const ConfPathMetadata &metadata) { setMetadata(shared(metadata)); }
+    /// For many nodes of the same metadata: what they share is never changed.
+    void setMetadata(ConfPathMetadataPtr metadata) { metadata_ = std::move(metadata); }
     /// An empty text is a value too.
     bool hasData() const { return data_.has_value(); }
     bool hasMetadata() const { return metadata_ != nullptr; }
@@ -71,6 +72,8 @@ public:
     /// Copies another tree into this one, as deep as `levels` below the top. What stands here stays: data
     /// goes only to nodes without any, metadata is completed.
     void merge(const ConfPathTrie &other, unsigned levels = kAllLevels);
+    /// The same for a tree that is not needed any more, with nodes that are not here moved over.
+    void merge(ConfPathTrie &&other);
     /// Copies another tree over this one: its data and metadata replace what stands here.
     void overwrite(const ConfPathTrie &other);
     /// Puts the nodes in which `a` and `b` differ into `out`, those of `b` where both have one; false, with
@@ -84,6 +87,8 @@ public:
 private:
     bool sameNode(const ConfPathTrie &other) const;
     void fillNodeFrom(const ConfPathTrie &other);
+    /// The child, which is the one before `next` when it was not there and the parts come in order.
+    Children::iterator childBefore(Children::iterator next, const Str &part);
     void dumpLevel(Str &out, unsigned level) const;
     template <class Trie>
     static Trie *findIn(Trie *node, const ConfPathBase &path);
@@ -91,7 +96,7 @@ private:
 
     Children children_;
     std::optional<Str> data_;
-    std::unique_ptr<ConfPathMetadata> metadata_;
+    ConfPathMetadataPtr metadata_;
     Str expansion_;
 };
 

@@ -22,16 +22,25 @@ bool ConfSearch::constrain(Field field, const Str &value)
     return true;
 }
 
-bool ConfSearch::matches(const StrVector &segments) const
+bool ConfSearch::matchesLast(const StrVector &segments) const
 {
-    const auto fits = [&](Field field) {
-        if (!constraints_[field] || segments.size() <= field) {
-            return true;
-        }
-        return field == User ? segments[field].compareCaseless(*constraints_[field]) == 0
-                             : segments[field] == *constraints_[field];
-    };
-    return segments.size() <= maxLevel_ && fits(User) && fits(App) && fits(Type);
+    return segments.size() <= maxLevel_ && fits(segments.size(), segments.back());
+}
+
+bool ConfSearch::fits(std::size_t level, const Str &part) const
+{
+    switch (level) {
+    case ConfPathTrie::kUserLevel:
+        return !constraints_[User] || part.compareCaseless(*constraints_[User]) == 0;
+    case ConfPathTrie::kAppLevel:
+        return !constraints_[App] || part == *constraints_[App];
+    case ConfPathTrie::kTypeLevel:
+        return !constraints_[Type] || part == *constraints_[Type];
+    case ConfPathTrie::kStanzaLevel:
+        return !stanza_ || part == *stanza_ || part == kDefaultStanza;
+    default:
+        return true;
+    }
 }
 
 } // namespace velmox

@@ -41,6 +41,7 @@ public:
     unsigned rebuilds = 0;
 
 private:
+    void buildStanza(const Str &, Stanzas &) override {}
     Timeval now() const override { return time_; }
 
     Timeval time_;
