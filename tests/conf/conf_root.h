@@ -1,44 +1,94 @@
 #pragma once
 
+#include "conf/conf_path.h"
+#include "conf/mapper/i_conf_path_mapper.h"
+#include "conf/property_pages.h"
 #include "conf/setup/bundles_setup.h"
+#include "tests/support/captured_log.h"
 #include "tests/support/scoped_folder.h"
-#include "util/environment.h"
 #include "util/file_system.h"
 #include "util/loader_info.h"
 
-#include <string_view>
 #include <utility>
 
 namespace velmox::testing {
 
+inline Str replaced(Str text, const Str &find, const Str &with)
+{
+    text.replaceAll(find, with);
+    return text;
+}
+
 /// A configuration root of a test's own, with the bootstrap file that ships unless the test writes another.
-/// Files are to stand there before `setup` is first called.
+/// Names of files are paths below it, with slashes. Files are to stand there before `setup` is first called.
 class ConfRoot
 {
 public:
-    ConfRoot() { write("system\\default\\conf.conf", shippedBootstrap()); }
-    explicit ConfRoot(std::string_view bootstrap) { write("system\\default\\conf.conf", bootstrap); }
+    ConfRoot() : ConfRoot(shippedBootstrap()) {}
+    explicit ConfRoot(std::string_view bootstrap) { write("system/default/conf.conf", bootstrap); }
+
+    static Str shippedBootstrap();
 
     const Pathname &path() const { return folder_.path(); }
-    Pathname operator/(const char *name) const { return path().join(name); }
+    Pathname operator/(const Str &name) const { return path().join(replaced(name, "/", "\\")); }
     BundlesSetup setup() const { return BundlesSetup(path()); }
+    SharedConfServices &shared() const { return setup().shared(); }
 
-    void makeFolder(const char *name) const { makeDirs(*this / name, true); }
-    void write(const char *name, std::string_view content) const
-    {
-        const Pathname file = *this / name;
-        makeDirs(file.dirname(), true);
-        writeWhole(file, content);
-    }
+    void makeFolder(const Str &name) const { EXPECT_TRUE(makeDirs(*this / name, true)); }
+    /// Makes the folders that are missing.
+    void write(const Str &name, std::string_view content) const;
+    Str read(const Str &name) const { return readWhole(*this / name); }
+    /// The same without the byte order mark and carriage returns.
+    Str text(const Str &name) const { return replaced(replaced(read(name), "\xEF\xBB\xBF", ""), "\r", ""); }
+    bool has(const Str &name) const { return pathKind(*this / name) != PathKind::Nothing; }
 
-    static Str shippedBootstrap()
+    /// "/user/app/type/stanza/key", or as much of it.
+    ConfPath at(const Str &address, const ConfUserContext &identity = {}) const;
+    /// The mapper that serves a file.
+    IConfPathMapper &mapperOf(const Str &file) const;
+    PropertyPages &pages(const char *type, const Str &app = Str(), const Str &user = Str()) const
     {
-        return readWhole(Pathname::fromUtf8(VELMOX_SHIPPED_ETC).join("system\\default\\conf.conf"));
+        return *PropertyPages::get(type, {setup(), user, app});
     }
+    Stanzas stanzas(const char *type, const Str &app = Str(), const Str &user = Str(),
+                    DisabledMode mode = DisabledMode::All) const;
 
 private:
     ScopedFolder folder_;
 };
+
+/// What is logged during the object's life, in a form that is the same for every run: "ROOT" for the path of
+/// a root, "PID" for the process, "<5>" for the system's text of error 5, slashes for backslashes, and no
+/// times.
+class ConfLog
+{
+public:
+    explicit ConfLog(const ConfRoot &root) : ConfLog(root.path()) {}
+    explicit ConfLog(const Pathname &root) : root_(root.toStr()) {}
+
+    Str text() const;
+    /// The same without the lines of renamings that succeeded at once.
+    Str told() const;
+
+private:
+    const Str root_;
+    CapturedLog log_;
+};
+
+/// Tells a mapper that a file changed.
+FileChangeAnswer noticeChange(IConfPathMapper &mapper, const Pathname &file);
+
+/// The message of the exception that `work` raises; "nothing" if it raises none.
+template <class Exception, class Work>
+Str raisedBy(Work work)
+{
+    try {
+        work();
+        return "nothing";
+    } catch (const Exception &exception) {
+        return exception.message();
+    }
+}
 
 /// Sets what a run leaves out of the store for as long as the object lives.
 class ScopedInitSettings
@@ -52,6 +102,15 @@ public:
     ScopedInitSettings &operator=(const ScopedInitSettings &) = delete;
     ~ScopedInitSettings() { LoaderInfo::instance()->initSettings() = before_; }
 
+    static InitSettings inMemoryOnly() { return with(&InitSettings::inMemoryOnly, true); }
+    template <class Value>
+    static InitSettings with(Value InitSettings::*setting, Value value)
+    {
+        InitSettings settings;
+        settings.*setting = std::move(value);
+        return settings;
+    }
+
 private:
     const InitSettings before_;
 };
@@ -60,17 +119,13 @@ private:
 class ScopedHome
 {
 public:
-    explicit ScopedHome(const Pathname &home) : before_(environmentVariable(u"VELMOX_HOME")) { set(home); }
+    explicit ScopedHome(const Pathname &home);
     ScopedHome(const ScopedHome &) = delete;
     ScopedHome &operator=(const ScopedHome &) = delete;
     ~ScopedHome() { set(before_); }
 
 private:
-    static void set(const WideStr &home)
-    {
-        setEnvironmentVariable(u"VELMOX_HOME", home);
-        LoaderInfo::instance()->readEnvironment();
-    }
+    static void set(const WideStr &home);
 
     const WideStr before_;
 };

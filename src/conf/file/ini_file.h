@@ -36,7 +36,7 @@ public:
     /// Replaces the destination by the image: readers see the old file or the new one, whole, and so it stays
     /// when the process ends on the way.
     bool flush();
-    /// Writes to a file as it stands there, and flushes it.
+    /// Writes to a file as it stands there, and flushes it. What cannot be written whole is removed.
     bool writeTo(const Pathname &path);
     /// An image of unknown encoding becomes UTF-8, and stays so.
     void write(WritableUnicodeStream &out);
@@ -75,6 +75,7 @@ private:
     class Parser;
 
     void loadFrom(FileStar stream);
+    bool writeTo(FileStar &file, const Str &name);
     bool renameToDestination(const Pathname &temporary) const;
 
     StrVector headComments_;

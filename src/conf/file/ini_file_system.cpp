@@ -1,6 +1,7 @@
 #include "conf/file/ini_file.h"
 #include "conf/file/ini_log.h"
 #include "util/file_rename.h"
+#include "util/file_system.h"
 #include "util/open_file.h"
 #include "util/readable_unicode_file_star.h"
 #include "util/windows_api.h"
@@ -60,6 +61,17 @@ bool IniFile::writeTo(const Pathname &path)
         iniLog.error("Cannot open tmpfile=%s: %m", name.c_str());
         return false;
     }
+    if (writeTo(file, name)) {
+        return true;
+    }
+    // Half a file is of no use to anybody, and takes up the room on the disk that others need.
+    file.close();
+    removeFile(path);
+    return false;
+}
+
+bool IniFile::writeTo(FileStar &file, const Str &name)
+{
     if (!file.setBinary()) {
         iniLog.error("Cannot open unicode-translated tmpfile=%s: %m", name.c_str());
         return false;

@@ -133,7 +133,15 @@ bool ConfObjectManagerDB::flush()
         takeOver(std::move(done->tree), status_);
         return true;
     }
-    return makeParent(file_) && done->image.flush() && refresh().has_value();
+    if (!makeParent(file_) || !done->image.flush()) {
+        return false;
+    }
+    if (!refresh()) {
+        // It is written all the same: whoever looks next reads it anew.
+        loaded_ = false;
+        ++generation_;
+    }
+    return true;
 }
 
 } // namespace velmox

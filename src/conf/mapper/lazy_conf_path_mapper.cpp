@@ -137,7 +137,8 @@ void LazyConfPathMapper::load(const Str &type, Type &record)
     }
     ConfPathTrie content;
     record.loaded = readType(type, record, content);
-    if (!content.empty()) {
+    // Half of what a file says, when it could not be read to its end, counts for nothing.
+    if (record.loaded && !content.empty()) {
         typeNode(type) = std::move(content);
     }
 }

@@ -132,7 +132,6 @@ bool filterMetaFile(const BundlesSetup &setup, const Pathname &file, const ConfP
     }
     const std::set<Str> types = removeGone(image, text, app, isThere);
     if (!image.writeTo(temporary)) {
-        removeFile(temporary);
         return false;
     }
     stampCopy(temporary, app, !types.empty(), original.modtime);

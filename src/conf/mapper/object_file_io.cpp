@@ -24,6 +24,19 @@ bool readAll(FileStar &stream, Str &out)
     return count == 0;
 }
 
+/// The run-time library stops without a reason when the disk took a part.
+bool writeAll(FileStar &stream, const Str &content)
+{
+    SetLastError(ERROR_SUCCESS);
+    if (stream.write(content.data(), content.size()) == static_cast<std::ptrdiff_t>(content.size())) {
+        return true;
+    }
+    if (GetLastError() == ERROR_SUCCESS) {
+        SetLastError(ERROR_DISK_FULL);
+    }
+    return false;
+}
+
 bool writeTemporary(const Pathname &file, const Str &name, Logger &log, const Str &content)
 {
     FileStar stream = openFile(file, "wb");
@@ -31,7 +44,7 @@ bool writeTemporary(const Pathname &file, const Str &name, Logger &log, const St
         log.error("Cannot open temporary file: %s: %m", name.c_str());
         return false;
     }
-    if (stream.write(content.data(), content.size()) != static_cast<std::ptrdiff_t>(content.size())) {
+    if (!writeAll(stream, content)) {
         log.error("Write to file failed with data remaining: %s: %m", name.c_str());
         return false;
     }
