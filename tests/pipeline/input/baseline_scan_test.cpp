@@ -1,6 +1,6 @@
 #include "pipeline/input/baseline_scan.h"
-#include "pipeline/input/stanza_configuration.h"
 #include "tests/pipeline/input/registry_test_key.h"
+#include "tests/pipeline/input/stanzas.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/file_tree.h"
@@ -25,15 +25,11 @@ protected:
     {
         key_.setNumber(u"", u"v", 7);
         key_.setNumber(u"Sub", u"w", 1);
-        hives_.fill(u"\\REGISTRY\\USER\\S-1-5-21-7");
-        std::map<Str, PropertiesMap> stanzas;
-        stanzas["WinRegMon://off"].set("hive", ".*");
         Str pattern = Str::fromFormat("HKCU\\%s\\.*", Str::fromUtf16(key_.path()).c_str());
         pattern.replaceAll("\\", "\\\\");
-        PropertiesMap &stanza = stanzas["WinRegMon://x"];
-        stanza.set("hive", pattern);
-        stanza.set("baseline", "1");
-        rules_.insert(kRegmonFilters, makeFilterGroup(stanzas, {"main", true}, hives_));
+        set_.add("WinRegMon://off", {{"hive", ".*"}})
+            .add("WinRegMon://x", {{"hive", pattern}, {"baseline", "1"}});
+        rules_.insert(kRegmonFilters, set_.group());
         pattern_ = rules_.group(kRegmonFilters)->configs[1].hive.pattern();
     }
 
@@ -45,7 +41,7 @@ protected:
         const StopFlag stop;
         BaselineCheckPoint checkpoint;
         checkpoint.setDirectory(folder_.path().concat("\\"));
-        return BaselineScan(rules, hives_, checkpoint, emitter, stop).establishBaseline();
+        return BaselineScan(rules, set_.hives, checkpoint, emitter, stop).establishBaseline();
     }
     void written(const Str &text)
     {
@@ -70,7 +66,7 @@ protected:
 
     const RegistryTestKey key_;
     const testing::ScopedFolder folder_;
-    HiveNames hives_;
+    testing::StanzaSet set_;
     MonitorRules rules_;
     Str pattern_;
     StrVector bodies_;

@@ -1,83 +1,60 @@
 #include "pipeline/input/command_line.h"
 
 #include <gtest/gtest.h>
-#include <initializer_list>
 #include <vector>
 
 namespace velmox {
 namespace {
 
-bool scan(std::initializer_list<const wchar_t *> arguments, CommandLine &out)
+/// What a command line comes to, in words for what differs from the defaults.
+std::string scanned(std::vector<const wchar_t *> arguments)
 {
-    std::vector<const wchar_t *> all{L"velmox-regmon.exe"};
-    all.insert(all.end(), arguments);
-    all.push_back(nullptr);
-    out = CommandLine();
-    return scanCommandLine(all.data(), out);
+    arguments.insert(arguments.begin(), L"velmox-regmon.exe");
+    arguments.push_back(nullptr);
+    CommandLine options;
+    if (!scanCommandLine(arguments.data(), options)) {
+        return "usage";
+    }
+    const Str pid = Str::fromFormat("%u", static_cast<unsigned>(options.parentPid));
+    std::string text(options.index.view());
+    text += options.inclusive ? "" : " exclusive";
+    text += options.migrateSysmon ? "" : " no-migration";
+    text += options.migrateOnly ? " migration-only" : "";
+    text += options.runUntilPidDies ? " until " + std::string(pid.view()) : "";
+    return text + (options.dieWhenPidDies ? " with " + std::string(pid.view()) : "");
 }
 
-TEST(CommandLine, DefaultsStandWithoutArgumentsAndWithUnknownOnes)
+TEST(CommandLine, EveryTokenMeetsTheTestsInTheirOrder)
 {
-    CommandLine options;
-    EXPECT_TRUE(scan({L"--path-driver", L"C:\\x", L"-INDEX", L"y"}, options));
-    EXPECT_EQ(options.index, "");
-    EXPECT_TRUE(options.inclusive);
-    EXPECT_TRUE(options.migrateSysmon);
-    EXPECT_FALSE(options.migrateOnly);
-    EXPECT_FALSE(options.runUntilPidDies || options.dieWhenPidDies);
-}
-
-TEST(CommandLine, AMissingOrBadValueIsRefused)
-{
-    CommandLine options;
-    EXPECT_FALSE(scan({L"-run-until-pid-dies"}, options));
-    EXPECT_FALSE(scan({L"-run-until-pid-dies", L"abc"}, options));
-    EXPECT_FALSE(scan({L"-die-when-pid-dies", L""}, options));
-    EXPECT_FALSE(scan({L"-index"}, options));
-    EXPECT_FALSE(scan({L"-inclusive"}, options));
-}
-
-TEST(CommandLine, TheWatchOptionsExcludeEachOtherByOrder)
-{
-    CommandLine options;
-    EXPECT_TRUE(scan({L"-die-when-pid-dies", L"5", L"-run-until-pid-dies", L"6"}, options));
-    EXPECT_TRUE(options.dieWhenPidDies);
-    EXPECT_FALSE(options.runUntilPidDies);
-    EXPECT_EQ(options.parentPid, 5u);
-    EXPECT_TRUE(scan({L"-run-until-pid-dies", L"6", L"-die-when-pid-dies", L"5"}, options));
-    EXPECT_FALSE(options.dieWhenPidDies);
-    EXPECT_EQ(options.parentPid, 6u);
-    EXPECT_TRUE(scan({L"-run-until-pid-dies", L"12ab", L"-run-until-pid-dies", L"7"}, options));
-    EXPECT_EQ(options.parentPid, 7u);
-    EXPECT_TRUE(scan({L"-run-until-pid-dies", L"12ab"}, options));
-    EXPECT_EQ(options.parentPid, 12u);
-}
-
-TEST(CommandLine, AValueStaysTheTokenForTheTestsBehindItsOwn)
-{
-    CommandLine options;
-    EXPECT_TRUE(scan({L"-index", L"-migrateOnly"}, options));
-    EXPECT_EQ(options.index, "-migrateOnly");
-    EXPECT_TRUE(options.migrateOnly);
-    EXPECT_TRUE(scan({L"-index", L"-inclusive", L"0"}, options));
-    EXPECT_EQ(options.index, "-inclusive");
-    EXPECT_FALSE(options.inclusive);
-    EXPECT_TRUE(scan({L"-inclusive", L"-disableSysmonMigrate"}, options));
-    EXPECT_FALSE(options.migrateSysmon);
-    // Not the other way round: a value never meets the tests before its own.
-    EXPECT_TRUE(scan({L"-inclusive", L"-index", L"x"}, options));
-    EXPECT_EQ(options.index, "");
-}
-
-TEST(CommandLine, OneEnclosingPairOfQuotesGoes)
-{
-    CommandLine options;
-    EXPECT_TRUE(scan({L"-inclusive", L"\"0\"", L"-index", L"\"\"x"}, options));
-    EXPECT_FALSE(options.inclusive);
-    EXPECT_EQ(options.index, "\"\"x");
-    EXPECT_TRUE(scan({L"-inclusive", L"00", L"-index", L"\"main\""}, options));
-    EXPECT_TRUE(options.inclusive);
-    EXPECT_EQ(options.index, "main");
+    const struct
+    {
+        std::vector<const wchar_t *> arguments;
+        const char *options;
+    } rows[] = {
+        {{}, ""},
+        {{L"--path-driver", L"C:\\x", L"-INDEX", L"y"}, ""},
+        {{L"-run-until-pid-dies"}, "usage"},
+        {{L"-run-until-pid-dies", L"abc"}, "usage"},
+        {{L"-die-when-pid-dies", L""}, "usage"},
+        {{L"-index"}, "usage"},
+        {{L"-inclusive"}, "usage"},
+        // The watch options exclude each other by order.
+        {{L"-die-when-pid-dies", L"5", L"-run-until-pid-dies", L"6"}, " with 5"},
+        {{L"-run-until-pid-dies", L"6", L"-die-when-pid-dies", L"5"}, " until 6"},
+        {{L"-run-until-pid-dies", L"12ab", L"-run-until-pid-dies", L"7"}, " until 7"},
+        {{L"-run-until-pid-dies", L"12ab"}, " until 12"},
+        // A value stays the token for the tests behind its own, not for those before.
+        {{L"-index", L"-migrateOnly"}, "-migrateOnly migration-only"},
+        {{L"-index", L"-inclusive", L"0"}, "-inclusive exclusive"},
+        {{L"-inclusive", L"-disableSysmonMigrate"}, " no-migration"},
+        {{L"-inclusive", L"-index", L"x"}, ""},
+        // One enclosing pair of quotes goes.
+        {{L"-inclusive", L"\"0\"", L"-index", L"\"\"x"}, "\"\"x exclusive"},
+        {{L"-inclusive", L"00", L"-index", L"\"main\""}, "main"},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(scanned(row.arguments), row.options) << &row - rows;
+    }
 }
 
 } // namespace

@@ -1,22 +1,50 @@
 #include "pipeline/input/drive_map.h"
-#include "util/windows_api.h"
+#include "tests/support/child_test.h"
+#include "tests/support/failing_call.h"
 
 #include <gtest/gtest.h>
 
-using namespace velmox;
-
+namespace velmox {
 namespace {
+
+using testing::FailingCall;
+
+Str deviceOfC()
+{
+    wchar_t device[MAX_PATH];
+    EXPECT_NE(QueryDosDeviceW(L"C:", device, MAX_PATH), 0u);
+    return Str::fromUtf16(asUtf16(device));
+}
 
 TEST(SystemDrives, CarryAPathThereAndBack)
 {
-    wchar_t device[MAX_PATH];
-    ASSERT_NE(QueryDosDeviceW(L"C:", device, MAX_PATH), 0u);
-    const Str path = Str::concat(Str::fromUtf16(asUtf16(device)), "\\Windows");
-    EXPECT_EQ(deviceToDrive(path), "c:\\Windows");
-
-    Str pattern = Str::fromUtf16(asUtf16(device)).lowered();
+    Str pattern = deviceOfC().lowered();
+    EXPECT_EQ(deviceToDrive(Str::concat(deviceOfC(), "\\Windows")), "c:\\Windows");
     pattern.replaceAll("\\", "\\\\");
     EXPECT_EQ(translateProcessDrive("C:\\\\Windows"), Str::concat(pattern, "\\\\Windows"));
 }
 
+// In a process that has not asked yet.
+TEST(SystemDrives, DISABLED_WhatCannotBeAskedIsAskedAgain)
+{
+    const Str shown = Str::concat(deviceOfC(), "\\x");
+    for (const auto &[function, result] : {std::pair{"GetLogicalDriveStringsW", 0},
+                                           {"GetLogicalDriveStringsW", 521},
+                                           {"QueryDosDeviceW", 0}}) {
+        const FailingCall refused(function, result, ERROR_ACCESS_DENIED);
+        EXPECT_EQ(deviceToDrive(shown), shown);
+        EXPECT_EQ(refused.failed(), 1);
+    }
+    // The first drive has been gathered.
+    const FailingCall second("QueryDosDeviceW", 0, ERROR_ACCESS_DENIED, 1);
+    EXPECT_EQ(deviceToDrive(shown), "c:\\x");
+    EXPECT_EQ(translateProcessDrive("Z:\\x"), "Z:\\x");
+}
+
+TEST(SystemDrives, WhatCannotBeAskedIsAskedAgain)
+{
+    EXPECT_TRUE(testing::ChildTest("SystemDrives.DISABLED_WhatCannotBeAskedIsAskedAgain", {}).succeeds());
+}
+
 } // namespace
+} // namespace velmox

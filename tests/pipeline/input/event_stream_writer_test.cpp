@@ -3,10 +3,21 @@
 #include <cstdio>
 #include <functional>
 #include <gtest/gtest.h>
+#include <map>
 #include <string>
 
 namespace velmox {
 namespace {
+
+std::string contentOf(std::FILE *file)
+{
+    std::rewind(file);
+    std::string bytes;
+    for (int byte = std::fgetc(file); byte != EOF; byte = std::fgetc(file)) {
+        bytes += static_cast<char>(byte);
+    }
+    return bytes;
+}
 
 /// What the writer puts into its stream from its making to its end.
 std::string written(const std::function<void(EventStreamWriter &)> &use)
@@ -16,129 +27,91 @@ std::string written(const std::function<void(EventStreamWriter &)> &use)
         EventStreamWriter writer(file);
         use(writer);
     }
-    std::rewind(file);
-    std::string bytes;
-    for (int byte = std::fgetc(file); byte != EOF; byte = std::fgetc(file)) {
-        bytes += static_cast<char>(byte);
-    }
+    const std::string bytes = contentOf(file);
     std::fclose(file);
     return bytes;
 }
 
 std::string escaped(std::string_view text)
 {
-    const std::string bytes = written([text](EventStreamWriter &writer) {
-        InputEvent event;
-        event.data = text;
-        writer.write(event);
-    });
+    const std::string bytes = written([text](EventStreamWriter &writer) { writer.write({.data = text}); });
     const std::size_t start = bytes.find("<data>") + 6;
     return bytes.substr(start, bytes.find("</data>") - start);
 }
 
-TEST(EventStreamWriter, WritesNothingWithoutAnEvent)
-{
-    EXPECT_EQ(written([](EventStreamWriter &) {}), "");
-}
-
 TEST(EventStreamWriter, WritesOnlyWhatIsThereInItsOrder)
 {
+    EXPECT_EQ(written([](EventStreamWriter &) {}), "");
     const std::string bytes = written([](EventStreamWriter &writer) {
-        InputEvent event;
-        writer.write(event);
-        event.stanza = "a&b";
-        event.time = "1";
-        event.data = "k=\"v\"\r\nl='w'";
-        event.source = "WinRegistry";
-        event.sourcetype = "<t>";
-        event.index = "main";
-        writer.write(event);
-        event = InputEvent{.unbroken = true, .host = "h", .stanza = "s", .done = true};
-        writer.write(event);
+        writer.write({});
+        writer.write({.data = "k=\"v\"\r\nl='w'",
+                      .source = "WinRegistry",
+                      .sourcetype = "<t>",
+                      .index = "main",
+                      .stanza = "a&b",
+                      .time = "1"});
+        writer.write({.unbroken = true, .host = "h", .stanza = "s", .done = true});
     });
-    EXPECT_EQ(bytes, "<stream>\n"
-                     "<event>\n"
-                     "</event>\n"
-                     "<event stanza=\"a&amp;b\">\n"
-                     "<time>1</time>\n"
-                     "<data>k=&quot;v&quot;\r\nl=&apos;w&apos;</data>\n"
-                     "<source>WinRegistry</source>\n"
-                     "<sourcetype>&lt;t&gt;</sourcetype>\n"
-                     "<index>main</index>\n"
-                     "</event>\n"
-                     "<event unbroken=\"1\" stanza=\"s\">\n"
-                     "<host>h</host>\n"
-                     "<done/>\n"
-                     "</event>\n"
-                     "</stream>\n");
+    EXPECT_EQ(bytes, R"(<stream>
+<event>
+</event>
+<event stanza="a&amp;b">
+<time>1</time>
+<data>k=&quot;v&quot;)"
+                     "\r"
+                     R"(
+l=&apos;w&apos;</data>
+<source>WinRegistry</source>
+<sourcetype>&lt;t&gt;</sourcetype>
+<index>main</index>
+</event>
+<event unbroken="1" stanza="s">
+<host>h</host>
+<done/>
+</event>
+</stream>
+)");
 }
 
 TEST(EventStreamWriter, FlushesEachEvent)
 {
     const char *name = "event_stream_writer_test.tmp";
     std::FILE *file = std::fopen(name, "wb");
-    ASSERT_TRUE(file);
-    {
-        EventStreamWriter writer(file);
-        writer.write(InputEvent{.data = "x"});
-        std::FILE *reader = std::fopen(name, "rb");
-        char bytes[100] = {};
-        const std::size_t count = std::fread(bytes, 1, sizeof bytes, reader);
-        std::fclose(reader);
-        const std::string seen(bytes, count);
-        EXPECT_NE(seen.find("</event>"), seen.npos) << seen;
-    }
+    EventStreamWriter(file).write({.data = "x"});
+    std::FILE *reader = std::fopen(name, "rb");
+    EXPECT_NE(contentOf(reader).find("</event>"), std::string::npos);
+    std::fclose(reader);
     std::fclose(file);
     std::remove(name);
 }
 
-TEST(EventStreamWriter, EscapesEveryByte)
+TEST(EventStreamWriter, EscapesEveryByteWithoutASeam)
 {
+    const std::map<int, std::string> entities = {{'"', "&quot;"}, {'&', "&amp;"}, {'\'', "&apos;"},
+                                                 {'<', "&lt;"},   {'>', "&gt;"},  {'\t', "\t"},
+                                                 {'\n', "\n"},    {'\r', "\r"}};
     for (int byte = 1; byte < 256; ++byte) {
         const char text[] = {'a', static_cast<char>(byte), 'b'};
-        std::string expected(1, text[1]);
         char code[5];
         std::snprintf(code, sizeof code, "\\x%02X", byte);
-        switch (byte) {
-        case '"':
-            expected = "&quot;";
-            break;
-        case '&':
-            expected = "&amp;";
-            break;
-        case '\'':
-            expected = "&apos;";
-            break;
-        case '<':
-            expected = "&lt;";
-            break;
-        case '>':
-            expected = "&gt;";
-            break;
-        case '\t':
-        case '\n':
-        case '\r':
-            break;
-        default:
-            expected = byte < 32 ? code : expected;
-        }
-        EXPECT_EQ(escaped({text, sizeof text}), "a" + expected + "b") << byte;
+        const auto entity = entities.find(byte);
+        const std::string shown = entity != entities.end() ? entity->second
+                                  : byte < 32              ? code
+                                                           : std::string(1, text[1]);
+        EXPECT_EQ(escaped({text, sizeof text}), "a" + shown + "b") << byte;
     }
     EXPECT_EQ(escaped(std::string_view("a\0b", 3)), "a");
-}
-
-TEST(EventStreamWriter, PiecesJoinWithoutASeam)
-{
+    // Around the size of the pieces that are written.
     for (std::size_t length = 500; length < 520; ++length) {
         const std::string plain(length, 'p');
         EXPECT_EQ(escaped(plain), plain);
         EXPECT_EQ(escaped(plain + "\"\x01" + plain), plain + "&quot;\\x01" + plain) << length;
     }
-    std::string entities;
+    std::string quotes;
     for (int i = 0; i < 1000; ++i) {
-        entities += "&quot;";
+        quotes += "&quot;";
     }
-    EXPECT_EQ(escaped(std::string(1000, '"')), entities);
+    EXPECT_EQ(escaped(std::string(1000, '"')), quotes);
 }
 
 } // namespace

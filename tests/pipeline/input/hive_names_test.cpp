@@ -8,93 +8,75 @@ namespace {
 
 constexpr char16_t kUser[] = u"\\REGISTRY\\User\\S-1-5-21-7";
 
-HiveNames namesOf(const char16_t *currentUserPath)
+class HiveNamesTest : public testing::Test
 {
-    HiveNames names;
-    names.fill(currentUserPath);
-    return names;
-}
+protected:
+    HiveNamesTest() { names_.fill(kUser); }
 
-Str translated(const HiveNames &names, const char *hive)
+    HiveNames names_;
+};
+
+TEST_F(HiveNamesTest, HoldsThreeNamesOfEachRoot)
 {
-    WideStr text = WideStr::fromUtf8(hive);
-    names.translateHiveRoot(text);
-    return Str::fromUtf16(text);
-}
-
-Str shortened(const HiveNames &names, const char *path)
-{
-    WideStr text = WideStr::fromUtf8(path);
-    names.shortenHiveRoot(text);
-    return Str::fromUtf16(text);
-}
-
-TEST(HiveNames, HoldsThreeNamesOfEachRoot)
-{
-    const HiveNames names = namesOf(kUser);
-    ASSERT_EQ(names.hiveKeyMap().size(), 12u);
-    const HiveKeyInfo &user = names.hiveKeyMap().at(kUser);
-    EXPECT_EQ(user.shortName, u"HKCU");
-    EXPECT_EQ(user.regexPath, u"\\\\REGISTRY\\\\User\\\\S-1-5-21-7");
-    EXPECT_EQ(user.rootKey, 0xFFFFFFFF80000001);
-    EXPECT_EQ(user.hiveClass, 1u);
-    EXPECT_TRUE(user.basePath.empty());
-    const HiveKeyInfo &config = names.hiveKeyMap().at(u"HKEY_CURRENT_CONFIG");
-    EXPECT_EQ(config.rootKey & 0xFFFFFFFF, 0x80000005);
-    EXPECT_EQ(config.hiveClass, 2u);
-    EXPECT_EQ(config.regexPath,
-              u"\\\\REGISTRY\\\\MACHINE\\\\SYSTEM\\\\CurrentControlSet\\\\Hardware Profiles\\\\Current");
-    EXPECT_EQ(names.hiveKeyMap().at(u"HKU").hiveClass, 1u);
-    EXPECT_EQ(names.hiveKeyMap().at(u"HKLM").hiveClass, 2u);
-
+    const HiveNames::Map &map = names_.hiveKeyMap();
+    ASSERT_EQ(map.size(), 12u);
+    EXPECT_EQ(map.at(kUser).shortName, u"HKCU");
+    EXPECT_EQ(map.at(kUser).rootKey, 0xFFFFFFFF80000001);
+    EXPECT_EQ(map.at(u"HKEY_CURRENT_CONFIG").rootKey & 0xFFFFFFFF, 0x80000005);
+    EXPECT_EQ(map.at(u"HKEY_CURRENT_CONFIG").hiveClass, 2u);
+    EXPECT_EQ(map.at(u"HKLM").hiveClass, 2u);
+    EXPECT_EQ(map.at(u"HKU").hiveClass, 1u);
+    EXPECT_EQ(map.at(u"HKEY_CURRENT_USER").hiveClass, 1u);
     // An entry that is there already stays: this user's path is also that of all users.
-    const HiveNames shared = namesOf(u"\\REGISTRY\\USER");
+    HiveNames shared;
+    shared.fill(u"\\REGISTRY\\USER");
     EXPECT_EQ(shared.hiveKeyMap().size(), 11u);
     EXPECT_EQ(shared.hiveKeyMap().at(u"\\REGISTRY\\USER").shortName, u"HKCU");
 }
 
-TEST(HiveNames, TranslatesTheFirstComponentAlone)
+TEST_F(HiveNamesTest, TranslatesTheFirstComponentAlone)
 {
-    const HiveNames names = namesOf(kUser);
-    const std::pair<const char *, const char *> cases[] = {
-        {R"(HKLM\\Software\\Microsoft)", R"(\\REGISTRY\\MACHINE\\Software\\Microsoft)"},
-        {R"(HKEY_USERS\\.*)", R"(\\REGISTRY\\USER\\.*)"},
-        {R"(HKCU\\X)", R"(\\REGISTRY\\User\\S-1-5-21-7\\X)"},
-        {"HKLM", R"(\\REGISTRY\\MACHINE)"},
-        {R"(HKLM\Software)", R"(\\REGISTRY\\MACHINE\Software)"},
-        {R"(hklm\\software)", R"(hklm\\software)"},
-        {R"(HKLMX\\a)", R"(HKLMX\\a)"},
-        {R"(\\REGISTRY\\MACHINE\\a)", R"(\\REGISTRY\\MACHINE\\a)"},
-        {R"(\HKLM\\a)", R"(\HKLM\\a)"},
-        {".*", ".*"},
-        {"", ""},
+    const std::pair<const char16_t *, const char16_t *> rows[] = {
+        {uR"(HKLM\\Software\\Microsoft)", uR"(\\REGISTRY\\MACHINE\\Software\\Microsoft)"},
+        {uR"(HKEY_USERS\\.*)", uR"(\\REGISTRY\\USER\\.*)"},
+        {uR"(HKCU\\X)", uR"(\\REGISTRY\\User\\S-1-5-21-7\\X)"},
+        {u"HKCC", uR"(\\REGISTRY\\MACHINE\\SYSTEM\\CurrentControlSet\\Hardware Profiles\\Current)"},
+        {uR"(HKLM\Software)", uR"(\\REGISTRY\\MACHINE\Software)"},
+        {uR"(hklm\\software)", uR"(hklm\\software)"},
+        {uR"(HKLMX\\a)", uR"(HKLMX\\a)"},
+        {uR"(\\REGISTRY\\MACHINE\\a)", uR"(\\REGISTRY\\MACHINE\\a)"},
+        {uR"(\HKLM\\a)", uR"(\HKLM\\a)"},
+        {u"", u""},
     };
-    for (const auto &[hive, expected] : cases) {
-        EXPECT_EQ(translated(names, hive), expected) << hive;
+    for (const auto &[hive, expected] : rows) {
+        WideStr text = hive;
+        names_.translateHiveRoot(text);
+        EXPECT_EQ(text, expected);
     }
-    EXPECT_EQ(translated(HiveNames(), R"(HKLM\\a)"), R"(HKLM\\a)");
 }
 
-TEST(HiveNames, ShortensTheLongestRootOnce)
+TEST_F(HiveNamesTest, ShortensTheLongestRootOnce)
 {
-    const HiveNames names = namesOf(kUser);
-    const std::pair<const char *, const char *> cases[] = {
-        {R"(\REGISTRY\MACHINE\Software)", R"(HKLM\Software)"},
-        {R"(\REGISTRY\User\S-1-5-21-7\Software)", R"(HKCU\Software)"},
-        {R"(\REGISTRY\USER\.DEFAULT)", R"(HKU\.DEFAULT)"},
-        {R"(\REGISTRY\MACHINE\SYSTEM\CurrentControlSet\Hardware Profiles\Current\a)", R"(HKCC\a)"},
-        {R"(HKEY_LOCAL_MACHINE\a)", R"(HKLM\a)"},
-        {R"(HKLM\a)", R"(HKLM\a)"},
-        {R"(\REGISTRY\MACHINE)", "HKLM"},
-        {R"(\REGISTRY\MACHINES\a)", R"(HKLMS\a)"},
-        {R"(\Registry\Machine\a)", R"(\Registry\Machine\a)"},
-        {R"(\REGISTRY\A\{1})", R"(\REGISTRY\A\{1})"},
-        {"", ""},
+    const std::pair<const char16_t *, const char16_t *> rows[] = {
+        {uR"(\REGISTRY\MACHINE\Software)", uR"(HKLM\Software)"},
+        {uR"(\REGISTRY\User\S-1-5-21-7\Software)", uR"(HKCU\Software)"},
+        {uR"(\REGISTRY\USER\.DEFAULT)", uR"(HKU\.DEFAULT)"},
+        {uR"(\REGISTRY\MACHINE\SYSTEM\CurrentControlSet\Hardware Profiles\Current\a)", uR"(HKCC\a)"},
+        {uR"(HKEY_LOCAL_MACHINE\a)", uR"(HKLM\a)"},
+        {uR"(HKLM\a)", uR"(HKLM\a)"},
+        {uR"(\REGISTRY\MACHINES\a)", uR"(HKLMS\a)"},
+        {uR"(\Registry\Machine\a)", uR"(\Registry\Machine\a)"},
+        {uR"(\REGISTRY\A\{1})", uR"(\REGISTRY\A\{1})"},
+        {u"", u""},
     };
-    for (const auto &[path, expected] : cases) {
-        EXPECT_EQ(shortened(names, path), expected) << path;
+    for (const auto &[path, expected] : rows) {
+        WideStr text = path;
+        names_.shortenHiveRoot(text);
+        EXPECT_EQ(text, expected);
     }
-    EXPECT_EQ(shortened(HiveNames(), R"(\REGISTRY\MACHINE\a)"), R"(\REGISTRY\MACHINE\a)");
+    WideStr path = u"\\REGISTRY\\MACHINE\\a";
+    HiveNames().shortenHiveRoot(path);
+    EXPECT_EQ(path, u"\\REGISTRY\\MACHINE\\a") << "without names";
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 #include "pipeline/input/record_processor.h"
-#include "pipeline/input/stanza_configuration.h"
 #include "testbed/record_builder.h"
+#include "tests/pipeline/input/stanzas.h"
 #include "util/file_star.h"
 
 #include <gtest/gtest.h>
@@ -11,62 +11,50 @@ namespace velmox {
 namespace {
 
 using testbed::Bytes;
+using testbed::imageLoaded;
+using testbed::processCreated;
+using testbed::processExited;
 using testbed::RecordFields;
 
 // A number that no process of the system has: they are multiples of 4.
 constexpr std::uint32_t kPid = 1000001;
 
 // The processor with a group under both names, which the configuration never makes for processes.
-class RecordProcessorTest : public testing::Test
+class RecordProcessorTest : public ::testing::Test
 {
 protected:
     RecordProcessorTest()
         : out_(FileStar::tempFile()),
           emitter_([this](const Str &text) { bodies_.push_back(text); }, out_.get()),
-          records_(rules_, hives_, statuses_, emitter_)
+          records_(rules_, all_.hives, statuses_, emitter_)
     {
         ProcessImageTable::instance().init();
-        hives_.fill(u"\\REGISTRY\\USER\\S-1-5-21-0-0-0-1000");
-        insert(kRegmonFilters, {});
-        insert(kProcmonFilters, {{"type", "create|exit|image"}});
+        rules_.insert(kRegmonFilters, all_.add("WinRegMon://all").group());
+        rules_.insert(kProcmonFilters, all_.add("WinRegMon://all", {{"type", "create|exit|image"}}).group());
     }
     ~RecordProcessorTest() override { ProcessImageTable::instance().destroy(); }
 
-    void insert(const char *name, const std::vector<std::pair<Str, Str>> &params)
+    /// The bodies of the events.
+    StrVector process(std::initializer_list<RecordFields> records)
     {
-        std::map<Str, PropertiesMap> stanzas;
-        PropertiesMap &stanza = stanzas["WinRegMon://all"];
-        for (const auto &[key, value] : params) {
-            stanza.set(key, value);
-        }
-        rules_.insert(name, makeFilterGroup(stanzas, {"main", true}, hives_));
-    }
-
-    void process(std::initializer_list<RecordFields> records)
-    {
+        bodies_.clear();
         const Bytes buffer = testbed::recordBuffer(records);
         records_.processData(buffer.data(), static_cast<std::uint32_t>(buffer.size()));
+        return bodies_;
     }
 
-    static RecordFields setValue()
-    {
-        RecordFields record;
-        record.pid = kPid;
-        record.name = u"\\REGISTRY\\MACHINE\\SOFTWARE\\A";
-        return record;
-    }
+    static RecordFields setValue() { return {.pid = kPid, .name = u"\\REGISTRY\\MACHINE\\SOFTWARE\\A"}; }
 
-    // The process image of the last event of a registry operation by `kPid`.
+    // The process image of an event of a registry operation by `kPid`.
     std::string imageInEvents()
     {
-        process({setValue()});
-        const std::string body(bodies_.back().view());
+        const std::string body(process({setValue()}).at(0).view());
         const std::size_t from = body.find("process_image=\"") + 15;
         return body.substr(from, body.find('"', from) - from);
     }
 
+    testing::StanzaSet all_;
     MonitorRules rules_;
-    HiveNames hives_;
     StatusTexts statuses_;
     FileStar out_;
     StrVector bodies_;
@@ -74,84 +62,64 @@ protected:
     RecordProcessor records_;
 };
 
-TEST_F(RecordProcessorTest, AnUnknownProcessBecomesKnownByTheFirstProgramMappedIntoIt)
+TEST_F(RecordProcessorTest, TellsTheLivesOfProcessesAndLearnsTheirImages)
 {
+    const auto exited = [](const char *image) {
+        return StrVector{Str::fromFormat("parent_pid=8\nparent_process_image=\"%s\"\npid=1000001\n"
+                                         "process_image=\"%s\"\nregistry_type=\"ProcessExited\"\n\n",
+                                         image, image)};
+    };
+    const auto loaded = [](const char *image, const char *path) {
+        return Str::fromFormat("pid=1000001\nprocess_image=\"%s\"\nimage_path=\"%s\"\n"
+                               "registry_type=\"ProcessImage\"\n\n",
+                               image, path);
+    };
     EXPECT_EQ(imageInEvents(), "N/A");
-    process({testbed::imageLoaded(kPid, u"\\Device\\X\\a.dll"), testbed::imageLoaded(kPid, u".exe")});
+    EXPECT_EQ(process({processExited(kPid, 8)}), exited("N/A"));
+    EXPECT_EQ(process({imageLoaded(kPid, u"\\Device\\X\\a.dll"), imageLoaded(kPid, u".exe")}),
+              (StrVector{loaded("N/A", "\\Device\\X\\a.dll"), loaded("N/A", ".exe")}));
     EXPECT_EQ(imageInEvents(), "N/A");
-    process({testbed::imageLoaded(kPid, u"\\Device\\X\\a.ExE"),
-             testbed::imageLoaded(kPid, u"\\Device\\X\\b.exe")});
-    EXPECT_EQ(imageInEvents(), "\\Device\\X\\a.ExE");
-}
-
-TEST_F(RecordProcessorTest, ImageEventsTellProcessAndImage)
-{
-    RecordFields cut = testbed::imageLoaded(kPid, u"\\Device\\X\\a.dll");
+    RecordFields cut = imageLoaded(kPid, u"\\Device\\X\\b.exe");
     cut.status = 1;
-    process({testbed::imageLoaded(kPid, u"\\Device\\X\\a.exe"), cut});
-    ASSERT_EQ(bodies_.size(), 2u);
-    EXPECT_EQ(bodies_[0],
-              "pid=1000001\nprocess_image=\"\\Device\\X\\a.exe\"\nimage_path=\"\\Device\\X\\a.exe\"\n"
-              "registry_type=\"ProcessImage\"\n\n");
-    EXPECT_EQ(bodies_[1],
-              "pid=1000001\nprocess_image=\"\\Device\\X\\a.exe\"\nimage_path=\"\\Device\\X\\a.dll...\"\n"
-              "registry_type=\"ProcessImage\"\n\n");
-}
-
-TEST_F(RecordProcessorTest, CreationTellsTheNewImageAndWhatTheNumberStoodForBefore)
-{
-    const DWORD self = GetCurrentProcessId();
-    process({testbed::processCreated(self, 8, u"NT\\me"), testbed::processCreated(kPid, 8, u"")});
-    ASSERT_EQ(bodies_.size(), 2u);
-    EXPECT_TRUE(bodies_[0].startsWith("parent_pid=8\nparent_process_image=\"N/A\"\npid="));
-    EXPECT_TRUE(
-        bodies_[0].contains("input-tests.exe\"\nregistry_type=\"ProcessCreated\"\nuser=\"NT\\me\"\n\n"));
-    EXPECT_EQ(bodies_[1], "parent_pid=8\nparent_process_image=\"N/A\"\npid=1000001\nprocess_image=\"N/A\"\n"
-                          "registry_type=\"ProcessCreated\"\nuser=\"\"\n\n");
-}
-
-TEST_F(RecordProcessorTest, AnExitedProcessPrintsItsOwnImageTwiceAndStaysKnown)
-{
-    process({testbed::processExited(kPid, 8)});
-    EXPECT_EQ(bodies_[0], "parent_pid=8\nparent_process_image=\"N/A\"\npid=1000001\nprocess_image=\"N/A\"\n"
-                          "registry_type=\"ProcessExited\"\n\n");
-    process({testbed::imageLoaded(kPid, u"\\Device\\X\\a.exe"), testbed::processExited(kPid, 8)});
-    EXPECT_EQ(bodies_[2], "parent_pid=8\nparent_process_image=\"\\Device\\X\\a.exe\"\npid=1000001\n"
-                          "process_image=\"\\Device\\X\\a.exe\"\nregistry_type=\"ProcessExited\"\n\n");
-    EXPECT_EQ(imageInEvents(), "\\Device\\X\\a.exe");
+    EXPECT_EQ(process({imageLoaded(kPid, u"\\Device\\X\\a.ExE"), cut}),
+              (StrVector{loaded("\\Device\\X\\a.ExE", "\\Device\\X\\a.ExE"),
+                         loaded("\\Device\\X\\a.ExE", "\\Device\\X\\b.exe...")}));
+    EXPECT_EQ(imageInEvents(), "\\Device\\X\\a.ExE");
+    EXPECT_EQ(process({processExited(kPid, 8)}), exited("\\Device\\X\\a.ExE"));
+    EXPECT_EQ(imageInEvents(), "\\Device\\X\\a.ExE") << "for a while";
+    EXPECT_EQ(process({processCreated(kPid, 8, u"")}),
+              StrVector{"parent_pid=8\nparent_process_image=\"\\Device\\X\\a.ExE\"\npid=1000001\n"
+                        "process_image=\"N/A\"\nregistry_type=\"ProcessCreated\"\nuser=\"\"\n\n"});
+    const Str created = process({processCreated(GetCurrentProcessId(), 8, u"NT\\me")}).at(0);
+    EXPECT_TRUE(created.startsWith("parent_pid=8\nparent_process_image=\"N/A\"\npid="));
+    EXPECT_TRUE(created.contains("input-tests.exe\"\nregistry_type=\"ProcessCreated\"\nuser=\"NT\\me\"\n\n"));
 }
 
 TEST_F(RecordProcessorTest, ATimeWithinAMillisecondOrOlderIsThatOfTheLastConversion)
 {
-    RecordFields first = setValue();
-    first.timestamp += 9'995'000; // events tell seconds: half a millisecond ahead of the next
-    RecordFields soon = setValue();
-    RecordFields old = setValue();
-    RecordFields later = setValue();
-    soon.timestamp = first.timestamp + 10000;
-    old.timestamp = first.timestamp - 50'000'000;
-    later.timestamp = first.timestamp + 20'000'000;
-    process({first, soon, old, later});
+    const std::uint64_t first =
+        setValue().timestamp + 9'995'000; // half a millisecond ahead of the next second
+    std::initializer_list<RecordFields> records = {{.timestamp = first},
+                                                   {.timestamp = first + 10'000},
+                                                   {.timestamp = first - 50'000'000},
+                                                   {.timestamp = first + 10'001}};
+    EXPECT_EQ(process(records).size(), 4u);
     std::fflush(out_.get());
     std::rewind(out_.get());
-    Str line;
     StrVector times;
-    while (out_.readLine(line)) {
+    for (Str line; out_.readLine(line);) {
         if (line.startsWith("<time>")) {
             times.push_back(line);
         }
     }
-    EXPECT_EQ(times, (StrVector{"<time>1577836800</time>", "<time>1577836800</time>",
-                                "<time>1577836800</time>", "<time>1577836802</time>"}));
+    const char *before = "<time>1577836800</time>";
+    EXPECT_EQ(times, (StrVector{before, before, before, "<time>1577836801</time>"}));
 }
 
 TEST_F(RecordProcessorTest, OtherClassesAreSkippedAndTheRecordBehindThemIsFound)
 {
-    RecordFields unknown = setValue();
-    unknown.recordClass = 5;
-    unknown.data = {1, 2, 3};
-    process({unknown, setValue()});
-    EXPECT_EQ(bodies_.size(), 1u);
+    RecordFields unknown = {.recordClass = 5, .data = {1, 2, 3}};
+    EXPECT_EQ(process({unknown, setValue()}).size(), 1u);
     records_.processData(nullptr, 0);
     EXPECT_EQ(bodies_.size(), 1u);
 }
@@ -165,15 +133,14 @@ RecordFields randomRecord(std::mt19937 &random)
         u"]]>",        u"&#10;",  u"\xD800",
         u"\xDC00",     u"\x0001", u".exe",
         u"\"\n<data>", u"\x0000"};
-    RecordFields record;
     constexpr std::uint32_t kClasses[] = {kRegistryRecord, kProcessRecord, kImageRecord, 3};
-    record.recordClass = kClasses[pick(4)];
-    record.operation = pick(50);
-    record.status = static_cast<std::uint32_t>(random());
-    record.pid = kPid + pick(3);
-    record.dataType = pick(13);
+    RecordFields record = {.recordClass = kClasses[pick(4)],
+                           .operation = pick(50),
+                           .status = static_cast<std::uint32_t>(random()),
+                           .pid = kPid + pick(3),
+                           .dataType = pick(13),
+                           .name = {}};
     record.timestamp += random();
-    record.name.clear();
     for (unsigned count = pick(300) == 0 ? 20'000 : pick(12); count > 0; --count) {
         record.name += kPieces[pick(std::size(kPieces))];
     }
@@ -198,8 +165,8 @@ TEST_F(RecordProcessorTest, NoRecordAddsALineOfMarkup)
         }
         records_.processData(buffer.data(), static_cast<std::uint32_t>(buffer.size()));
     }
-    EXPECT_GT(bodies_.size(), registryRecords);
-
+    const std::size_t events = bodies_.size();
+    EXPECT_GT(events, registryRecords);
     std::map<std::string, std::size_t> tags;
     std::rewind(out_.get());
     for (Str line; out_.readLine(line);) {
@@ -207,7 +174,6 @@ TEST_F(RecordProcessorTest, NoRecordAddsALineOfMarkup)
             ++tags[std::string(line.view().substr(0, line.find('>')))];
         }
     }
-    const std::size_t events = bodies_.size();
     const std::map<std::string, std::size_t> expected = {
         {"<stream", 1},      {"<event stanza=\"all\"", events}, {"<time", events},  {"<data", events},
         {"<source", events}, {"<sourcetype", events},           {"<index", events}, {"</event", events}};

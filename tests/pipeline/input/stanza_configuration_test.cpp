@@ -1,184 +1,137 @@
 #include "pipeline/input/drive_map.h"
 #include "pipeline/input/filter_block.h"
 #include "pipeline/input/registry_operations.h"
-#include "pipeline/input/stanza_configuration.h"
+#include "tests/pipeline/input/stanzas.h"
 
 #include <gtest/gtest.h>
 
 namespace velmox {
 namespace {
 
-using Params = std::vector<std::pair<Str, Str>>;
+using testing::StanzaSet;
 
-class StanzaConfigurationTest : public testing::Test
+TEST(StanzaConfiguration, OnlyEnabledStanzasWithThePrefixCountAndWhatTheyLeaveOutHasItsDefault)
 {
-public:
-    StanzaConfigurationTest() { hives_.fill(u"\\REGISTRY\\User\\S-1-5-21-0-0-0-1000"); }
-
-    StanzaConfigurationTest &stanza(const Str &name, const Params &params = {})
-    {
-        PropertiesMap &map = stanzas_[name];
-        for (const auto &[key, value] : params) {
-            map.set(key, value);
+    StanzaSet set;
+    set.add("default", {{"hive", ".*"}}).add("regmon:foo").add("WinRegMon://off", {{"disabled", "1"}});
+    EXPECT_EQ(set.add("WinRegMon://maybe", {{"disabled", "maybe"}}).group(), nullptr);
+    set.add("WINREGMON:b").add("winregmon:c://d", {{"index", "other"}, {"baseline", "1"}, {"type", "a|b"}});
+    set.add("WinRegMon://a", {{"index", ""}, {"baseline", "maybe"}, {"baseline_interval", ""}});
+    const auto group = set.group();
+    Str configs;
+    for (const SystemMonitoringConfig &config : group->configs) {
+        configs << config.name << ' ' << config.index << ' ' << config.baselineInterval
+                << (config.baseline ? " base" : "");
+        for (const Str &type : config.types) {
+            configs << ' ' << type;
         }
-        return *this;
+        configs << '\n';
     }
+    EXPECT_EQ(configs, "b main 86400 rename set delete create\na main 86400 rename set delete create\nd "
+                       "other 86400 base a b\n");
+    EXPECT_TRUE(group->passes({"c:\\x.exe", "\\registry\\machine\\a", "delete"}));
+    EXPECT_FALSE(group->passes({"", "\\registry\\machine\\a", "open"}));
+    EXPECT_THROW(set.add("WinRegMon://z", {{"hive", "("}}).group(), RegexException);
+}
 
-    std::unique_ptr<MonitorFilterGroup> group(bool inclusive = true)
+TEST(StanzaConfiguration, APlainPathAdmitsOneComponentMoreAndAPatternIsTakenAsItIs)
+{
+    const struct
     {
-        return makeFilterGroup(stanzas_, {"main", inclusive}, hives_);
+        const char *hive;
+        const char *pattern;
+        const char *passing;
+        const char *failing;
+    } rows[] = {
+        {"HKLM\\\\Soft", "\\\\registry\\\\machine\\\\soft\\\\?([^\\\\\r\n]+){0,1}",
+         "\\registry\\machine\\soft", "\\registry\\machine\\soft\\key\\value"},
+        {"HKLM\\\\Soft", nullptr, "\\registry\\machine\\soft\\value", "\\registry\\user\\soft"},
+        // The backslash of the suffix is optional, so a sibling whose name goes on counts as well.
+        {"HKLM\\\\Soft", nullptr, "\\registry\\machine\\software", "\\registry\\machine\\sof"},
+        // The pattern is folded with its escapes.
+        {"HKLM\\\\Soft\\S+", "\\\\registry\\\\machine\\\\soft\\s+", "\\registry\\machine\\soft \t",
+         "\\registry\\machine\\softx"},
+        {"HKCU\\\\a$", "\\\\registry\\\\user\\\\s-1-5-21-7\\\\a$", "\\registry\\user\\s-1-5-21-7\\a",
+         "\\registry\\user\\s-1-5-21-7\\ab"},
+    };
+    for (const auto &row : rows) {
+        StanzaSet set;
+        set.add("WinRegMon://x", {{"hive", row.hive}});
+        const auto group = set.group();
+        EXPECT_TRUE(row.pattern == nullptr || group->configs[0].hive.pattern() == row.pattern) << row.hive;
+        for (const bool inclusive : {true, false}) {
+            EXPECT_EQ(set.group(inclusive)->passes({"", row.passing, "set"}), inclusive) << row.passing;
+            EXPECT_EQ(set.group(inclusive)->passes({"", row.failing, "set"}), !inclusive) << row.failing;
+        }
     }
+}
 
-    MonitorFilterConfig block() { return makeFilterBlock(*group(), hives_, registryOperationMasks()); }
+TEST(StanzaConfiguration, ADriveInAProcessPatternMeetsDevicePaths)
+{
+    Str device = translateProcessDrive("C:");
+    device.replaceAll("\\\\", "\\");
+    ASSERT_TRUE(device.startsWith("\\device\\"));
+    StanzaSet set;
+    const auto group = set.add("WinRegMon://x", {{"proc", "C:\\\\Windows\\\\.*"}}).group();
+    EXPECT_TRUE(group->passes({Str::concat(device, "\\windows\\reg.exe"), "k", "set"}));
+    EXPECT_FALSE(group->passes({Str::concat(device, "\\other\\reg.exe"), "k", "set"}));
+    EXPECT_EQ(group->configs[0].proc.pattern(), "c:\\\\windows\\\\.*");
+}
 
-    static bool passes(MonitorFilterGroup &group, const char *keyPath, const char *type = "set",
-                       const char *process = "")
+TEST(StanzaConfiguration, TheDriversMasksFollowTheStanzas)
+{
+    using Stanza = std::pair<const char *, const char *>;
+    const struct
     {
-        return group.passes({process, keyPath, type});
+        std::vector<Stanza> stanzas; // type and hive
+        std::uint32_t ops;
+        std::uint32_t hives;
+    } rows[] = {
+        {{{"set", "HKLM\\\\.*"}}, 4, 2},
+        {{{"set", "HKLM\\\\.*"}, {"create|delete", "HKCU\\\\x"}, {"open", "HKEY_USERS\\\\.*"}}, 29, 3},
+        {{{"query|close|rename", "(\\\\registry\\\\user|nothing)"}}, 98, 1},
+        {{{"SET", "HKLM"}}, 0, 2}, // types are not folded for the driver
+        {{{"", "HKLM"}}, 77, 2},
+        {{{"set", "hklm\\\\x"}, {"set", "elsewhere"}, {"set", "HKLM\\\\x"}}, 4, 3},
+    };
+    for (const auto &row : rows) {
+        StanzaSet set;
+        for (const auto &[type, hive] : row.stanzas) {
+            set.add(Str::fromFormat("WinRegMon://%s", hive), {{"type", type}, {"hive", hive}});
+        }
+        const MonitorFilterConfig block = makeFilterBlock(*set.group(), set.hives, registryOperationMasks());
+        EXPECT_EQ(block.ops, row.ops);
+        EXPECT_EQ(block.hives, row.hives);
+        EXPECT_EQ(block.events, 7u);
+        EXPECT_EQ(block.status, 0x17u);
     }
-
-    std::map<Str, PropertiesMap> stanzas_;
-    HiveNames hives_;
-};
-
-TEST_F(StanzaConfigurationTest, OnlyEnabledStanzasWithThePrefixCount)
-{
-    stanza("default", {{"hive", ".*"}}).stanza("regmon:foo").stanza("WinRegMon://off", {{"disabled", "1"}});
-    stanza("WinRegMon://maybe", {{"disabled", "maybe"}});
-    EXPECT_EQ(group(), nullptr);
-    stanza("WINREGMON:b").stanza("WinRegMon://a").stanza("winregmon:c://d");
-    const auto made = group();
-    ASSERT_EQ(made->configs.size(), 3u);
-    EXPECT_EQ(made->configs[0].name, "b");
-    EXPECT_EQ(made->configs[1].name, "a");
-    EXPECT_EQ(made->configs[2].name, "d");
+    StanzaSet piece;
+    const auto group = piece.add("WinRegMon://a", {{"type", "(set|delete)"}}).group();
+    EXPECT_THROW(makeFilterBlock(*group, piece.hives, registryOperationMasks()), RegexException);
 }
 
-TEST_F(StanzaConfigurationTest, WhatAStanzaLeavesOutHasItsDefault)
+TEST(MonitorRules, TheLongestHivePatternAndTheLastProcessPatternNameStanzaAndIndex)
 {
-    stanza("WinRegMon://x", {{"index", ""}, {"baseline", "maybe"}, {"baseline_interval", ""}});
-    const auto made = group();
-    const SystemMonitoringConfig &config = made->configs[0];
-    EXPECT_EQ(config.index, "main");
-    EXPECT_EQ(config.baselineInterval, "86400");
-    EXPECT_FALSE(config.baseline);
-    EXPECT_EQ(config.types, (StrVector{"rename", "set", "delete", "create"}));
-    EXPECT_TRUE(passes(*made, "\\registry\\machine\\a", "delete", "c:\\x.exe"));
-    EXPECT_FALSE(passes(*made, "\\registry\\machine\\a", "open"));
-}
-
-TEST_F(StanzaConfigurationTest, APlainPathAdmitsOneComponentMore)
-{
-    stanza("WinRegMon://x", {{"hive", "HKLM\\\\Soft"}});
-    const auto made = group();
-    EXPECT_EQ(made->configs[0].hive.pattern(), "\\\\registry\\\\machine\\\\soft\\\\?([^\\\\\r\n]+){0,1}");
-    EXPECT_TRUE(passes(*made, "\\registry\\machine\\soft"));
-    EXPECT_TRUE(passes(*made, "\\registry\\machine\\soft\\value"));
-    // The backslash of the suffix is optional, so a sibling whose name goes on counts as well.
-    EXPECT_TRUE(passes(*made, "\\registry\\machine\\software"));
-    EXPECT_FALSE(passes(*made, "\\registry\\machine\\soft\\key\\value"));
-}
-
-TEST_F(StanzaConfigurationTest, APatternIsTakenAsItIsAndFoldedWithItsEscapes)
-{
-    stanza("WinRegMon://x", {{"hive", "HKLM\\\\Soft\\S+"}, {"index", "other"}});
-    const auto made = group();
-    EXPECT_EQ(made->configs[0].hive.pattern(), "\\\\registry\\\\machine\\\\soft\\s+");
-    EXPECT_EQ(made->configs[0].index, "other");
-    EXPECT_TRUE(passes(*made, "\\registry\\machine\\soft \t"));
-    EXPECT_FALSE(passes(*made, "\\registry\\machine\\softx"));
-}
-
-TEST_F(StanzaConfigurationTest, AnExclusiveGroupDropsWhatMatches)
-{
-    stanza("WinRegMon://x", {{"hive", "HKLM\\\\a\\\\.*"}});
-    const auto made = group(false);
-    EXPECT_FALSE(passes(*made, "\\registry\\machine\\a\\b"));
-    EXPECT_TRUE(passes(*made, "\\registry\\machine\\b"));
-}
-
-TEST_F(StanzaConfigurationTest, ADriveInAProcessPatternMeetsDevicePaths)
-{
-    const Str device = translateProcessDrive("C:");
-    ASSERT_TRUE(device.startsWith("\\\\device\\\\"));
-    stanza("WinRegMon://x", {{"proc", "C:\\\\Windows\\\\.*"}});
-    Str process = device;
-    process.replaceAll("\\\\", "\\");
-    const auto made = group();
-    EXPECT_TRUE(passes(*made, "k", "set", Str::concat(process, "\\windows\\reg.exe").c_str()));
-    EXPECT_FALSE(passes(*made, "k", "set", Str::concat(process, "\\other\\reg.exe").c_str()));
-    EXPECT_EQ(made->configs[0].proc.pattern(), "c:\\\\windows\\\\.*");
-    EXPECT_EQ(deviceToDrive(Str::concat(process.uppered(), "\\X")), "c:\\X");
-}
-
-TEST_F(StanzaConfigurationTest, ABadPatternFailsAll)
-{
-    stanza("WinRegMon://a").stanza("WinRegMon://z", {{"hive", "("}});
-    EXPECT_THROW(group(), RegexException);
-}
-
-TEST_F(StanzaConfigurationTest, TheDriversMasksFollowTheStanzas)
-{
-    stanza("WinRegMon://a", {{"type", "set"}, {"hive", "HKLM\\\\.*"}});
-    EXPECT_EQ(block().ops, 4u);
-    EXPECT_EQ(block().hives, 2u);
-    EXPECT_EQ(block().events, 7u);
-    EXPECT_EQ(block().status, 0x17u);
-    stanza("WinRegMon://b", {{"type", "create|delete"}, {"hive", "HKCU\\\\x"}});
-    stanza("WinRegMon://c", {{"type", "open"}, {"hive", "HKEY_USERS\\\\.*"}});
-    EXPECT_EQ(block().ops, 29u);
-    EXPECT_EQ(block().hives, 3u);
-    // The types are not folded for the driver.
-    stanzas_.clear();
-    stanza("WinRegMon://a", {{"type", "SET"}, {"hive", "(\\\\registry\\\\user|nothing)"}});
-    EXPECT_EQ(block().ops, 0u);
-    EXPECT_EQ(block().hives, 1u);
-}
-
-TEST_F(StanzaConfigurationTest, AnUnknownHiveWatchesBoth)
-{
-    stanza("WinRegMon://a", {{"hive", "hklm\\\\x"}}).stanza("WinRegMon://b", {{"hive", "elsewhere"}});
-    stanza("WinRegMon://c", {{"hive", "HKLM\\\\x"}});
-    EXPECT_EQ(block().hives, 3u);
-}
-
-TEST_F(StanzaConfigurationTest, APieceOfATypeThatIsNoPatternByItselfThrows)
-{
-    stanza("WinRegMon://a", {{"type", "(set|delete)"}});
-    EXPECT_NE(group(), nullptr);
-    EXPECT_THROW(block(), RegexException);
-}
-
-TEST_F(StanzaConfigurationTest, TheLongestHivePatternNamesStanzaAndIndex)
-{
-    stanza("WinRegMon://a", {{"hive", "HKLM\\\\Software\\\\.*"}, {"index", "long"}});
-    stanza("WinRegMon://b", {{"hive", "HKLM\\\\.*"}, {"index", "short"}});
-    stanza("WinRegMon://c", {{"hive", "HKLM\\\\Softwar.\\\\.*"}, {"index", "as long"}}); // the first counts
+    StanzaSet set;
+    set.add("WinRegMon://a", {{"hive", "HKLM\\\\Software\\\\.*"}, {"index", "long"}, {"proc", "reg.exe"}});
+    set.add("WinRegMon://b", {{"hive", "HKLM\\\\.*"}, {"index", "short"}, {"proc", "reg"}});
+    set.add("WinRegMon://c", {{"hive", "HKLM\\\\Softwar.\\\\.*"}, {"index", "as long"}, {"proc", "cmd"}});
     MonitorRules rules;
-    Str found = "none";
-    EXPECT_EQ(rules.getIndexAndStanzaForRegmon("\\REGISTRY\\MACHINE\\x", found), "");
-    EXPECT_EQ(found, "none");
-    EXPECT_EQ(rules.group(kRegmonFilters), nullptr);
+    Str stanza = "none";
+    EXPECT_EQ(rules.getIndexAndStanzaForRegmon("\\REGISTRY\\MACHINE\\x", stanza), "");
+    EXPECT_EQ(rules.getIndexAndStanzaForProcmon("reg.exe", stanza), "");
+    EXPECT_EQ(stanza, "none");
     MonitorRules filled;
-    ASSERT_TRUE(filled.insert(kRegmonFilters, group()));
-    EXPECT_FALSE(filled.insert(kRegmonFilters, group()));
-    EXPECT_EQ(filled.getIndexAndStanzaForRegmon("\\REGISTRY\\MACHINE\\Software\\X", found), "long");
-    EXPECT_EQ(found, "a");
-    EXPECT_EQ(filled.getIndexAndStanzaForRegmon("\\REGISTRY\\MACHINE\\Other", found), "short");
-    EXPECT_EQ(found, "b");
-    EXPECT_EQ(filled.getIndexAndStanzaForRegmon("\\REGISTRY\\USER\\x", found), "");
-    EXPECT_EQ(found, "b");
-}
-
-TEST_F(StanzaConfigurationTest, TheLastMatchingStanzaNamesAProcess)
-{
-    stanza("WinRegMon://a", {{"proc", "reg"}}).stanza("WinRegMon://b", {{"proc", "reg.exe"}, {"index", "b"}});
-    stanza("WinRegMon://c", {{"proc", "cmd"}});
-    MonitorRules rules;
-    ASSERT_TRUE(rules.insert(kProcmonFilters, group()));
-    Str found;
-    EXPECT_EQ(rules.getIndexAndStanzaForProcmon("C:\\REG.EXE", found), "b");
-    EXPECT_EQ(found, "b");
+    ASSERT_TRUE(filled.insert(kRegmonFilters, set.group()) && filled.insert(kProcmonFilters, set.group()));
+    EXPECT_FALSE(filled.insert(kRegmonFilters, set.group()));
+    EXPECT_EQ(filled.getIndexAndStanzaForRegmon("\\REGISTRY\\MACHINE\\Software\\X", stanza), "long");
+    EXPECT_EQ(stanza, "a") << "the first of equal length";
+    EXPECT_EQ(filled.getIndexAndStanzaForRegmon("\\REGISTRY\\MACHINE\\Other", stanza), "short");
+    EXPECT_EQ(filled.getIndexAndStanzaForRegmon("\\REGISTRY\\USER\\x", stanza), "");
+    EXPECT_EQ(stanza, "b");
+    stanza.clear();
+    EXPECT_EQ(filled.getIndexAndStanzaForProcmon("C:\\REG.EXE", stanza), "short");
+    EXPECT_EQ(stanza, "b");
 }
 
 } // namespace

@@ -1,14 +1,20 @@
 #include "pipeline/input/hive_names.h"
+#include "pipeline/input/reg_key.h"
 #include "pipeline/input/win_registry.h"
 #include "tests/pipeline/input/registry_test_key.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/failing_call.h"
+#include "tests/support/log_lines.h"
 
 #include <gmock/gmock.h>
 
-using namespace velmox;
-using testing::ElementsAre;
-using testing::IsEmpty;
-
+namespace velmox {
 namespace {
+
+using testing::CapturedLog;
+using ::testing::ElementsAre;
+using testing::FailingCall;
+using ::testing::UnorderedElementsAre;
 
 /// What a walk reported, and what to make of it on the way.
 struct Walk
@@ -54,7 +60,7 @@ struct Walk
     }
 };
 
-class WinRegistryWalk : public testing::Test
+class WinRegistryWalk : public ::testing::Test
 {
 protected:
     std::string at(const char *rest) const { return std::string(Str::fromUtf16(key_.path()).c_str()) + rest; }
@@ -76,11 +82,11 @@ TEST_F(WinRegistryWalk, ReportsValuesBeforeSubKeysDepthFirst)
     ASSERT_EQ(walk_.seen.size(), 7u);
     // The order of values is the registry's own.
     EXPECT_THAT(std::vector(walk_.seen.begin(), walk_.seen.begin() + 2),
-                testing::UnorderedElementsAre(at("\\top"), at("\\")));
+                UnorderedElementsAre(at("\\top"), at("\\")));
     EXPECT_THAT(std::vector(walk_.seen.begin() + 2, walk_.seen.end()),
                 ElementsAre("key " + at("\\a"), "key " + at("\\a\\deep"), at("\\a\\deep\\v"),
                             "key " + at("\\b"), at("\\b\\none")));
-    EXPECT_THAT(walk_.data, testing::UnorderedElementsAre("4/4/07", "1/4/78", "4/4/01", "0/0/00"));
+    EXPECT_THAT(walk_.data, UnorderedElementsAre("4/4/07", "1/4/78", "4/4/01", "0/0/00"));
 
     FILETIME written = {};
     RegQueryInfoKeyW(key_.create(u"b").get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
@@ -105,17 +111,12 @@ TEST_F(WinRegistryWalk, StopsBeforeTheNextKeyButFinishesTheValues)
     key_.setNumber(u"b", u"v", 1);
     walk_.stopAt = at("\\1");
     EXPECT_EQ(walk_.run(key_.path()), 0u);
-    EXPECT_THAT(walk_.seen, testing::UnorderedElementsAre(at("\\1"), at("\\2")));
+    EXPECT_THAT(walk_.seen, UnorderedElementsAre(at("\\1"), at("\\2")));
 
     Walk later;
     later.stopAt = at("\\a\\v");
     EXPECT_EQ(later.run(key_.path()), 0u);
-    EXPECT_THAT(later.seen, testing::UnorderedElementsAre(at("\\1"), at("\\2"), at("\\a\\v")));
-
-    Walk never;
-    never.stop = 1;
-    EXPECT_EQ(never.run(key_.path()), 0u);
-    EXPECT_THAT(never.seen, IsEmpty());
+    EXPECT_THAT(later.seen, UnorderedElementsAre(at("\\1"), at("\\2"), at("\\a\\v")));
 }
 
 TEST_F(WinRegistryWalk, FitsLongNamesAndData)
@@ -203,6 +204,44 @@ TEST_F(WinRegistryWalk, EndsWhereALinkLeadsBackUp)
     EXPECT_THAT(walk_.seen, ElementsAre(at("\\v"), at("\\down\\v")));
 }
 
+TEST_F(WinRegistryWalk, AFailureSkipsItsPartAndLeavesNothingOpen)
+{
+    key_.setNumber(u"", u"v", 1);
+    key_.setNumber(u"a", u"v", 1);
+    key_.setNumber(u"b", u"v", 1);
+    const struct
+    {
+        const char *function;
+        std::intptr_t result;
+        int passed;
+        std::uint32_t code;
+        std::vector<std::string> seen;
+        int keys;
+        int blocks;
+    } rows[] = {
+        {"RegOpenKeyExW", 5, 0, 5, {}, 0, 0},
+        {"RegOpenKeyExW", 5, 1, 0, {at("\\v"), at("\\b\\v")}, 2, 2},
+        {"RegOpenKeyExW", 5, 2, 5, {at("\\v"), at("\\a\\v")}, 2, 2},
+        {"RegQueryInfoKeyA", 6, 0, 6, {}, 1, 0},
+        {"RegQueryInfoKeyA", 6, 2, 0, {at("\\v"), at("\\a\\v")}, 3, 2},
+        {"LocalAlloc", 0, 0, 8, {}, 1, 0},
+        {"LocalAlloc", 0, 1, 0, {at("\\v"), at("\\b\\v")}, 3, 2},
+        {"RegEnumValueW", 5, 0, 0, {at("\\a\\v"), at("\\b\\v")}, 3, 3},
+        {"RegEnumKeyExW", 5, 0, 0, {at("\\v"), at("\\b\\v")}, 2, 2},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(::testing::Message() << row.function << " after " << row.passed);
+        const FailingCall refused(row.function, row.result, ERROR_NOT_ENOUGH_MEMORY, row.passed);
+        const FailingCall closed("RegCloseKey", 0, 0, 0, 0);
+        const FailingCall freed("LocalFree", 0, 0, 0, 0);
+        Walk walk;
+        EXPECT_EQ(walk.run(key_.path()), row.code);
+        EXPECT_EQ(walk.seen, row.seen);
+        EXPECT_EQ(closed.calls(), row.keys);
+        EXPECT_EQ(freed.calls(), row.blocks);
+    }
+}
+
 TEST(WinRegistry, ListsSubKeysAndSkipsNamesThatAreTooLong)
 {
     RegistryTestKey key;
@@ -218,7 +257,16 @@ TEST(WinRegistry, ListsSubKeysAndSkipsNamesThatAreTooLong)
     }
     EXPECT_TRUE(WinRegistry().getSubKeys(top.get(), names));
     EXPECT_THAT(names, ElementsAre(u"kept", u"a", longest, u"c"));
-    EXPECT_FALSE(WinRegistry().getSubKeys(nullptr, names));
+
+    const CapturedLog log;
+    const FailingCall refused("RegEnumKeyExW", ERROR_ACCESS_DENIED, 0, 1);
+    names.clear();
+    EXPECT_FALSE(WinRegistry().getSubKeys(top.get(), names));
+    EXPECT_THAT(names, ElementsAre(u"a"));
+    EXPECT_EQ(log.text(),
+              testing::logLines("ERROR WinRegistryApi: ",
+                                "WinRegistry::getSubKeys: Enumerating registry key failed at key '1': '%m'",
+                                ERROR_ACCESS_DENIED));
 }
 
 TEST(WinRegistry, KnowsTheRoots)
@@ -232,4 +280,45 @@ TEST(WinRegistry, KnowsTheRoots)
     EXPECT_EQ(WinRegistry().rootKey("HKCR"), nullptr);
 }
 
+TEST(RegKey, ReadsOneKeyAndTellsWhatFails)
+{
+    RegistryTestKey test;
+    test.create(u"sub");
+    test.create(u"longer name");
+    test.setNumber(u"", u"number", 42);
+
+    RegKey key(HKEY_CURRENT_USER, u"HKCU", u"test", test.path());
+    ASSERT_TRUE(key.open(KEY_READ));
+    DWORD count = 0;
+    DWORD longest = 0;
+    EXPECT_TRUE(key.queryHiveInfo(count, longest));
+    EXPECT_EQ(count, 2u);
+    EXPECT_EQ(longest, 11u);
+    Str name;
+    EXPECT_TRUE(key.enumKeyAtIndex(0, longest + 1, name));
+    EXPECT_EQ(name, "longer name");
+    EXPECT_TRUE(key.enumKeyAtIndex(0, 3, name)) << "no room";
+    EXPECT_LE(name.size(), 3u);
+    DWORD number = 0;
+    DWORD type = 0;
+    DWORD length = sizeof number;
+    EXPECT_TRUE(key.queryValue(u"number", &type, reinterpret_cast<BYTE *>(&number), &length));
+    EXPECT_EQ(number, 42u);
+    EXPECT_EQ(type, static_cast<DWORD>(REG_DWORD));
+    EXPECT_FALSE(key.queryValue(u"missing", &type, reinterpret_cast<BYTE *>(&number), &length));
+    EXPECT_TRUE(RegKey(HKEY_CURRENT_USER, u"HKCU", u"", u"").open(KEY_READ)) << "a root itself";
+
+    const CapturedLog log;
+    EXPECT_FALSE(key.enumKeyAtIndex(2, longest + 1, name));
+    EXPECT_FALSE(RegKey(HKEY_CURRENT_USER, u"HKCU", u"test", test.below(u"none")).open(KEY_READ));
+    const FailingCall refused("RegQueryInfoKeyW", ERROR_ACCESS_DENIED, 0);
+    EXPECT_FALSE(key.queryHiveInfo(count, longest));
+    EXPECT_EQ(log.text(), testing::logLines("ERROR WinRegistryApi: ",
+                                            "RegEnumKeyExW failed for test in HKCU with error 0x103\n"
+                                            "RegKey::open - RegOpenKeyExW returned error 2: %m\n"
+                                            "RegQueryInfoKeyW failed for test in HKCU with error 0x5",
+                                            ERROR_FILE_NOT_FOUND));
+}
+
 } // namespace
+} // namespace velmox

@@ -1,4 +1,3 @@
-#include "pipeline/input/config_xml_streaming_parser.h"
 #include "pipeline/input/modinputs/input_document.h"
 
 #include <gtest/gtest.h>
@@ -26,37 +25,6 @@ b&#13;c &amp; &apos;d&apos;\x01)"
   </configuration>
 </input>
 )");
-}
-
-TEST(InputDocument, ReadsBackAsItWas)
-{
-    const char *texts[] = {"",
-                           " ",
-                           "a=b",
-                           "<![CDATA[x]]>",
-                           "&amp; &#65;",
-                           "\"'<>&",
-                           "line\r\nline\ttab",
-                           "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80",
-                           "hklm\\\\software\\\\.*",
-                           "-->]]>"};
-    InputDocument document{{"h", "u", "k"}, u"C:\\a & b", {}};
-    for (const char *text : texts) {
-        document.stanzas[Str::concat("S://", text)].set(Str::concat("key ", text), text);
-    }
-    const Str xml = document.toXml();
-    ConfigXmlStreamingParser parser;
-    parser.feed(xml.data(), xml.size());
-    EXPECT_EQ(parser.serverHost(), "h");
-    EXPECT_EQ(parser.serverUri(), "u");
-    EXPECT_EQ(parser.sessionKey(), "k");
-    EXPECT_EQ(parser.checkpointDirectory(), document.checkpoint_dir);
-    ASSERT_EQ(parser.stanzas().size(), std::size(texts));
-    for (const char *text : texts) {
-        const PropertiesMap &stanza = parser.stanzas().at(Str::concat("S://", text));
-        EXPECT_EQ(stanza.properties.size(), 1u);
-        EXPECT_EQ(stanza.get(Str::concat("key ", text)), text);
-    }
 }
 
 } // namespace

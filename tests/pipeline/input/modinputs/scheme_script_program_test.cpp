@@ -28,8 +28,7 @@ public:
     }
 
     testing::SchemeHome home_;
-    Pathname monitor_;
-    Pathname script_;
+    Pathname monitor_, script_;
 };
 
 TEST_F(SchemeScriptProgram, DescribesTheMonitorAndJudgesItsStanzas)
@@ -39,8 +38,7 @@ TEST_F(SchemeScriptProgram, DescribesTheMonitorAndJudgesItsStanzas)
     EXPECT_THAT(home_.messages, ElementsAre());
     const Scheme *scheme = inputs.find("WinRegMon");
     ASSERT_NE(scheme, nullptr) << home_.log().c_str();
-    EXPECT_TRUE(scheme->useSingleInstance);
-    EXPECT_TRUE(scheme->useExternalValidation);
+    EXPECT_TRUE(scheme->useSingleInstance && scheme->useExternalValidation);
     EXPECT_EQ(scheme->streamingMode, StreamingMode::Xml);
     EXPECT_THAT(scheme->args, ElementsAre(Key("baseline"), Key("baseline_interval"), Key("hive"), Key("proc"),
                                           Key("type")));
@@ -67,6 +65,13 @@ TEST_F(SchemeScriptProgram, IsTheMonitorOtherwise)
     EXPECT_EQ(events, "events");
     const Str saved = testing::readWhole(home_.path("saved"));
     EXPECT_THAT(saved.c_str(), EndsWith("bin\\velmox-regmon.exe\" -index \"a b\" go\n<input/>"));
+
+    DeleteFileW(asWide(monitor_));
+    EXPECT_EQ(runScript("Monitor", command, "<input/>", keep, {}), 1);
+    EXPECT_EQ(events, "events");
+    const Str line =
+        Str::fromFormat("WARN <stderr> Monitor: Unable to run \"%s\": ", monitor_.toStr().c_str());
+    EXPECT_TRUE(home_.logged(line)) << home_.log().c_str();
 }
 
 } // namespace

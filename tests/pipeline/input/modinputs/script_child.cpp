@@ -54,11 +54,6 @@ void flood(const std::string &)
     }
 }
 
-void hang(const std::string &)
-{
-    Sleep(INFINITE);
-}
-
 void save(const std::string &file)
 {
     std::ofstream out(file, std::ios::binary);
@@ -79,7 +74,7 @@ const std::map<std::string, std::function<void(const std::string &)>> kSteps = {
     {"print", print},
     {"complain", complain},
     {"flood", flood},
-    {"hang", hang},
+    {"hang", [](const std::string &) { Sleep(INFINITE); }},
     {"save", save},
     {"leave", leave},
     {"exit", [](const std::string &status) { std::exit(std::atoi(status.c_str())); }},
@@ -91,7 +86,7 @@ int main(int count, char **arguments)
 {
     const std::string wanted = arguments[count - 1];
     if (wanted == "linger") {
-        hang({});
+        Sleep(INFINITE);
     }
     std::ifstream plan(ownPath() + ".plan");
     for (std::string line; std::getline(plan, line);) {

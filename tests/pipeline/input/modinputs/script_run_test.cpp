@@ -1,11 +1,13 @@
-#include "pipeline/input/modinputs/script_run.h"
 #include "pipeline/input/modular_inputs_exception.h"
 #include "tests/pipeline/input/modinputs/scheme_home.h"
+#include "tests/support/failing_call.h"
 
 #include <gtest/gtest.h>
 
 namespace velmox {
 namespace {
+
+using testing::FailingCall;
 
 class ScriptRunTest : public ::testing::Test
 {
@@ -15,11 +17,13 @@ public:
     Str run(const char *plan, std::string_view input = {}, ScriptLimits limits = {})
     {
         const Pathname script = home_.addScript("my scripts\\child.exe", plan);
-        Str command;
-        command << '"' << script.toStr() << "\" --scheme";
+        return runCommand(Str::fromFormat("\"%s\" --scheme", script.toStr().c_str()), input, limits);
+    }
+    Str runCommand(const Str &command, std::string_view input = {}, ScriptLimits limits = {})
+    {
         try {
-            const int status = runScript(
-                "Label", command, input, [this](std::string_view piece) { output_.append(piece); }, limits);
+            const auto keep = [this](std::string_view piece) { output_.append(piece); };
+            const int status = runScript("Label", command, input, keep, limits);
             return Str::fromFormat("%d, %zu bytes", status, output_.size());
         } catch (const ModularInputsException &exception) {
             EXPECT_TRUE(home_.logged(exception.what()));
@@ -35,6 +39,8 @@ TEST_F(ScriptRunTest, GivesOutputAndExitStatus)
 {
     EXPECT_EQ(run("--scheme print <a>|b\n--scheme exit -7\n--other exit 1"), "-7, 6 bytes");
     EXPECT_EQ(output_, "<a>\r\nb");
+    // What it leaves running holds its streams open, and ends with it.
+    EXPECT_EQ(run("--scheme leave -\n--scheme print done"), "0, 10 bytes");
 }
 
 // More than pipes hold goes either way while neither side waits for the other.
@@ -46,11 +52,9 @@ TEST_F(ScriptRunTest, NeitherSideBlocksTheOther)
     EXPECT_EQ(run(plan.c_str(), Str(2u << 20, 'i')), "0, 1 bytes");
     const Str received = testing::readWhole(saved);
     EXPECT_EQ(received.size() - received.find("\n") - 1, 2u << 20);
-    const Str line = Str::concat("WARN <stderr> Label: ", Str(99, 'e'));
     Str log = home_.log();
-    EXPECT_EQ(log.replaceAll(line, ""), 10486u);
-    // It reads nothing of what it is given.
-    EXPECT_EQ(run("--scheme exit 0", Str(2u << 20, 'i')), "0, 1 bytes");
+    EXPECT_EQ(log.replaceAll(Str::concat("WARN <stderr> Label: ", Str(99, 'e')), ""), 10486u);
+    EXPECT_EQ(run("--scheme exit 0", Str(2u << 20, 'i')), "0, 1 bytes") << "it reads nothing";
 }
 
 TEST_F(ScriptRunTest, AScriptBeyondItsLimitsIsEnded)
@@ -67,21 +71,48 @@ TEST_F(ScriptRunTest, AScriptBeyondItsLimitsIsEnded)
               "Label: script running failed (wrote more than 1048576 bytes).");
 }
 
-// What it leaves running holds its streams open.
-TEST_F(ScriptRunTest, WhatAScriptLeavesRunningEndsWithIt)
+TEST_F(ScriptRunTest, EachCallThatFailsIsToldAndEndsTheScript)
 {
-    EXPECT_EQ(run("--scheme leave -\n--scheme print done"), "0, 4 bytes");
-}
-
-TEST_F(ScriptRunTest, TellsWhatCannotBeStarted)
-{
-    try {
-        runScript("Label", "no-such-program --scheme", {}, [](std::string_view) {}, {});
-        FAIL() << "it ran";
-    } catch (const ModularInputsException &exception) {
-        EXPECT_TRUE(exception.message().startsWith("Unable to run \"no-such-program --scheme\": "));
-        EXPECT_GT(exception.message().size(), 50u) << "the reason";
+    const struct
+    {
+        const char *function;
+        std::intptr_t result;
+        int passed, failures, closes;
+        const char *message;
+    } rows[] = {
+        {"CreatePipe", FALSE, 0, 1, 0, "Label: pipe setup fail: %m"},
+        {"CreatePipe", FALSE, 2, 1, 4, "Label: pipe setup fail: %m"},
+        {"SetHandleInformation", FALSE, 1, 1, 4, "Label: pipe setup fail: %m"},
+        {"InitializeProcThreadAttributeList", FALSE, 1, 1, 6, "Unable to run \"COMMAND\": %m"},
+        {"UpdateProcThreadAttribute", FALSE, 0, 1, 6, "Unable to run \"COMMAND\": %m"},
+        {"CreateProcessW", FALSE, 0, 1, 7, "Unable to run \"COMMAND\": %m"},
+        {"WaitForMultipleObjects", static_cast<std::intptr_t>(WAIT_FAILED), 0, 1, -1,
+         "Label: script running failed (%m)."},
+        {"ReadFile", FALSE, 0, 2, -1, "Label: error reading from pipe: %m"},
+    };
+    const Pathname script = home_.addScript("child.exe", "--scheme hang -");
+    const Str command = Str::fromFormat("\"%s\" --scheme", script.toStr().c_str());
+    Str reason;
+    reason.appendErrorText(ERROR_NOT_ENOUGH_MEMORY);
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.function);
+        Str expected = row.message;
+        expected.replaceAll("%m", reason);
+        expected.replaceAll("COMMAND", command);
+        FailingCall refused(row.function, row.result, ERROR_NOT_ENOUGH_MEMORY, row.passed, row.failures);
+        const FailingCall closes("CloseHandle", TRUE, 0, 0, 0);
+        if (row.failures == 2) {
+            refused.onAnyThread();
+        }
+        EXPECT_EQ(runCommand(command), expected);
+        EXPECT_EQ(refused.failed(), row.failures);
+        if (row.closes >= 0) {
+            EXPECT_EQ(closes.calls(), row.closes);
+        }
     }
+    EXPECT_TRUE(home_.logged(Str::fromFormat("WARN Label: error reading from pipe: %s\n", reason.c_str())));
+    EXPECT_TRUE(
+        runCommand("no-such-program --scheme").startsWith("Unable to run \"no-such-program --scheme\": "));
 }
 
 } // namespace

@@ -10,7 +10,7 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-constexpr char kAll[] = R"([default]
+constexpr char kInputs[] = R"([default]
 index = main
 [all://b]
 key = 1 < 2
@@ -30,9 +30,12 @@ public:
     {
         setEnvironmentVariable(u"VELMOX_HOME", home_.path("").view());
         setEnvironmentVariable(u"VELMOX_DB", home_.path("db"));
-        home_.writeFile("etc\\system\\default\\conf.conf", shipped("system/default/conf.conf"));
-        home_.writeFile("etc\\log-velmoxd.cfg", shipped("log-velmoxd.cfg"));
-        home_.writeFile("etc\\system\\local\\inputs.conf", kAll);
+        for (const auto &[file, from] :
+             {std::pair{"etc\\system\\default\\conf.conf", "system/default/conf.conf"},
+              {"etc\\log-velmoxd.cfg", "log-velmoxd.cfg"}}) {
+            home_.writeFile(file, testing::readWhole(Pathname::fromUtf8(VELMOX_SHIPPED_ETC).join(from)));
+        }
+        home_.writeFile("etc\\system\\local\\inputs.conf", kInputs);
         home_.writeFile("var\\log\\velmox\\velmoxd.log", "");
         home_.defineSchemes("system", "[all://x]\n[broken://x]\n");
         home_.addScript("bin\\scripts\\all.exe",
@@ -44,18 +47,14 @@ public:
         setEnvironmentVariable(u"VELMOX_DB", {});
     }
 
-    static Str shipped(const char *file)
+    /// What comes out; standard error is in the log.
+    Str run(const char *arguments, int status)
     {
-        return testing::readWhole(Pathname::fromUtf8(VELMOX_SHIPPED_ETC).join(file));
-    }
-
-    /// The exit status; what comes out is kept.
-    int run(const char *arguments)
-    {
-        output_.clear();
+        Str output;
         const Str command = Str::fromFormat("\"%s\" %s", VELMOX_VELMOXD, arguments);
-        const auto keep = [this](std::string_view piece) { output_.append(piece); };
-        return runScript("velmoxd", command, {}, keep, {});
+        const auto keep = [&output](std::string_view piece) { output.append(piece); };
+        EXPECT_EQ(runScript("velmoxd", command, {}, keep, {}), status) << arguments << home_.log().c_str();
+        return output;
     }
 
     bool complained(const char *line) const
@@ -64,16 +63,14 @@ public:
     }
 
     testing::SchemeHome home_;
-    Str output_;
 };
 
 TEST_F(VelmoxdTest, PrintsTheInputDocument)
 {
-    EXPECT_EQ(run("print-modinput-config all"), 0) << home_.log().c_str();
-    const Str checkpoints = home_.path("db\\modinputs\\all").toStr();
-    EXPECT_THAT(output_.c_str(), StartsWith("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<input>\n"));
-    const Str rest = output_.substr(output_.find("  <server_uri>"));
-    EXPECT_EQ(rest, Str::fromFormat(R"(  <server_uri>https://127.0.0.1:8089</server_uri>
+    const Str output = run("print-modinput-config all", 0);
+    EXPECT_THAT(output.c_str(), StartsWith("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<input>\n"));
+    EXPECT_EQ(output.substr(output.find("  <server_uri>")),
+              Str::fromFormat(R"(  <server_uri>https://127.0.0.1:8089</server_uri>
   <session_key></session_key>
   <checkpoint_dir>%s</checkpoint_dir>
   <configuration>
@@ -87,43 +84,35 @@ TEST_F(VelmoxdTest, PrintsTheInputDocument)
   </configuration>
 </input>
 )",
-                                    checkpoints.c_str()));
+                              home_.path("db\\modinputs\\all").toStr().c_str()));
     EXPECT_FALSE(home_.logged("<stderr>")) << home_.log().c_str();
 }
 
 TEST_F(VelmoxdTest, TellsErrorsOnStandardErrorAlone)
 {
-    EXPECT_EQ(run("print-modinput-config broken"), 1);
+    EXPECT_EQ(run("print-modinput-config broken", 1), "");
     EXPECT_TRUE(complained("Scheme \"broken\" is not initialized."));
     EXPECT_FALSE(home_.logged("velmoxd: DEBUG"));
-    EXPECT_EQ(output_, "");
 
     home_.addScript("bin\\scripts\\broken.exe", "--scheme exit 9");
-    EXPECT_EQ(run("--debug print-modinput-config broken"), 1);
+    EXPECT_EQ(run("--debug print-modinput-config broken", 1), "");
     EXPECT_TRUE(complained("DEBUG ModularInputs - Found scheme=\"all\"."));
     EXPECT_TRUE(
         complained("MessageHandler:MOD_INPUT_INIT: Unable to initialize modular input \"broken\"  defined "
                    "in the system context: Introspecting scheme=broken: script running failed (exited "
                    "with status 9)."));
-    EXPECT_EQ(output_, "");
     EXPECT_THAT(testing::readWhole(home_.path("var\\log\\velmox\\velmoxd.log")).c_str(),
                 HasSubstr("ERROR ModularInputs - Introspecting scheme=broken: script running failed"));
 
     setEnvironmentVariable(u"VELMOX_HOME", {});
-    EXPECT_EQ(run("print-modinput-config all"), 1);
+    EXPECT_EQ(run("print-modinput-config all", 1), "");
     EXPECT_TRUE(complained("VELMOX_HOME must be set. Stopping."));
-    EXPECT_EQ(output_, "");
-}
-
-TEST_F(VelmoxdTest, TellsItsUseForWhatItDoesNotKnow)
-{
     for (const char *arguments :
          {"", "--help", "--debug", "print-modinput-config", "print-modinput-config all x y",
           "--debug --debug print-modinput-config all", "Print-Modinput-Config all"}) {
         const testing::SchemeHome fresh;
-        EXPECT_EQ(run(arguments), 1) << arguments;
+        EXPECT_EQ(run(arguments, 1), "");
         EXPECT_TRUE(fresh.logged("<stderr> velmoxd: Usage:\n")) << arguments;
-        EXPECT_EQ(output_, "") << arguments;
     }
 }
 
