@@ -1,7 +1,5 @@
 #include "testbed/driver_service.h"
 
-#include "util/owned_handle.h"
-
 #include <chrono>
 #include <string>
 #include <system_error>
@@ -16,23 +14,19 @@ constexpr const wchar_t *kBuiltFile = L"" VELMOX_TEST_DRIVER_FILE;
 constexpr const wchar_t *kSystemLocation = L"system32\\drivers\\velmoxdrv-win6.sys";
 constexpr const wchar_t *kSwitchKey = L"Software\\VelmoxTestbed";
 
-struct ServiceHandleTraits
-{
-    using Type = SC_HANDLE;
-    static Type invalid() { return nullptr; }
-    static void close(Type handle) { CloseServiceHandle(handle); }
-};
-using ServiceHandle = OwnedHandle<ServiceHandleTraits>;
-
 [[noreturn]] void fail(DWORD error, const char *what)
 {
     throw std::system_error(static_cast<int>(error), std::system_category(), what);
 }
 
-void check(bool succeeded, const char *what)
+/// Throws unless the call whose result this is succeeded, or failed with the one error that does not matter.
+void check(bool succeeded, const char *what, DWORD harmlessError = ERROR_SUCCESS)
 {
-    if (!succeeded)
-        fail(GetLastError(), what);
+    if (succeeded)
+        return;
+    const DWORD error = GetLastError();
+    if (error != harmlessError)
+        fail(error, what);
 }
 
 std::wstring installedFile()
@@ -50,15 +44,11 @@ ServiceHandle openManager()
 }
 
 /// Not valid if there is no such service.
-ServiceHandle openService()
+ServiceHandle findService()
 {
     const ServiceHandle manager = openManager();
     ServiceHandle service(OpenServiceW(manager.get(), kServiceName, SERVICE_ALL_ACCESS));
-    if (!service.isValid()) {
-        const DWORD error = GetLastError();
-        if (error != ERROR_SERVICE_DOES_NOT_EXIST)
-            fail(error, "OpenServiceW");
-    }
+    check(service.isValid(), "OpenServiceW", ERROR_SERVICE_DOES_NOT_EXIST);
     return service;
 }
 
@@ -80,10 +70,12 @@ void changePath(const ServiceHandle &service, const wchar_t *path)
           "ChangeServiceConfigW");
 }
 
-void waitUntilStopped(const ServiceHandle &service)
+void stop(const ServiceHandle &service)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     SERVICE_STATUS status = {};
+    check(ControlService(service.get(), SERVICE_CONTROL_STOP, &status), "ControlService",
+          ERROR_SERVICE_NOT_ACTIVE);
     while (QueryServiceStatus(service.get(), &status) && status.dwCurrentState != SERVICE_STOPPED) {
         if (std::chrono::steady_clock::now() > deadline)
             fail(ERROR_TIMEOUT, "stopping the driver");
@@ -102,55 +94,47 @@ void placeDriverFile()
 
 void removeDriverFile()
 {
-    if (!DeleteFileW(installedFile().c_str())) {
-        const DWORD error = GetLastError();
-        if (error != ERROR_FILE_NOT_FOUND)
-            fail(error, "removing the driver");
-    }
+    check(DeleteFileW(installedFile().c_str()), "removing the driver", ERROR_FILE_NOT_FOUND);
+}
+
+ServiceHandle openDriverService()
+{
+    ServiceHandle service = findService();
+    if (!service.isValid())
+        return createService();
+    changePath(service, installedFile().c_str());
+    return service;
 }
 
 void startDriverService()
 {
-    ServiceHandle service = openService();
-    if (service.isValid())
-        changePath(service, installedFile().c_str());
-    else
-        service = createService();
+    const ServiceHandle service = openDriverService();
     placeDriverFile();
-    if (!StartServiceW(service.get(), 0, nullptr)) {
-        const DWORD error = GetLastError();
-        if (error != ERROR_SERVICE_ALREADY_RUNNING)
-            fail(error, "StartServiceW");
-    }
+    check(StartServiceW(service.get(), 0, nullptr), "StartServiceW", ERROR_SERVICE_ALREADY_RUNNING);
 }
 
 void keepDriverService()
 {
-    changePath(openService(), kSystemLocation);
+    changePath(findService(), kSystemLocation);
+}
+
+void stopDriverService()
+{
+    stop(findService());
 }
 
 void removeDriverService()
 {
-    const ServiceHandle service = openService();
+    const ServiceHandle service = findService();
     if (!service.isValid())
         return;
-    SERVICE_STATUS status = {};
-    if (!ControlService(service.get(), SERVICE_CONTROL_STOP, &status)) {
-        const DWORD error = GetLastError();
-        if (error != ERROR_SERVICE_NOT_ACTIVE)
-            fail(error, "ControlService");
-    }
-    waitUntilStopped(service);
-    if (!DeleteService(service.get())) {
-        const DWORD error = GetLastError();
-        if (error != ERROR_SERVICE_MARKED_FOR_DELETE)
-            fail(error, "DeleteService");
-    }
+    stop(service);
+    check(DeleteService(service.get()), "DeleteService", ERROR_SERVICE_MARKED_FOR_DELETE);
 }
 
 bool isDriverServiceInstalled()
 {
-    return openService().isValid();
+    return findService().isValid();
 }
 
 void setLiveAtStart(bool live)

@@ -6,6 +6,7 @@
 #include "record_queue.h"
 
 static UNICODE_STRING deviceName = RTL_CONSTANT_STRING(L"\\Device\\VelmoxTrace");
+static ULONG hostPid;
 static UNICODE_STRING linkName = RTL_CONSTANT_STRING(L"\\DosDevices\\VelmoxTrace");
 
 static NTSTATUS complete(IRP *irp, NTSTATUS status, ULONG bytes)
@@ -40,6 +41,7 @@ static NTSTATUS getState(struct VelmoxTestState *state, ULONG *answerBytes)
 {
     queueGetState(state);
     liveGetState(state);
+    state->hostPid = hostPid;
     *answerBytes = sizeof *state;
     return STATUS_SUCCESS;
 }
@@ -139,6 +141,8 @@ static NTSTATUS createDevice(DRIVER_OBJECT *driver)
     NTSTATUS status = IoCreateDevice(driver, 0, &deviceName, FILE_DEVICE_UNKNOWN, 0, FALSE, &device);
     if (!NT_SUCCESS(status))
         return status;
+    /* What a driver that was killed with its process has left behind. */
+    IoDeleteSymbolicLink(&linkName);
     status = IoCreateSymbolicLink(&linkName, &deviceName);
     if (!NT_SUCCESS(status))
         IoDeleteDevice(device);
@@ -173,6 +177,7 @@ NTSTATUS NTAPI DriverEntry(DRIVER_OBJECT *driver, UNICODE_STRING *registryPath)
     static UNICODE_STRING switchKey = RTL_CONSTANT_STRING(L"\\Registry\\Machine\\Software\\VelmoxTestbed");
     (void)registryPath;
     queueInitialize();
+    hostPid = (ULONG)(ULONG_PTR)PsGetCurrentProcessId();
     driver->MajorFunction[IRP_MJ_CREATE] = dispatchOpenClose;
     driver->MajorFunction[IRP_MJ_CLOSE] = dispatchOpenClose;
     driver->MajorFunction[IRP_MJ_DEVICE_CONTROL] = dispatchControl;

@@ -13,7 +13,6 @@ static HANDLE thread; /* NULL while live mode is off */
 static KEVENT ready;
 static KEVENT stop;
 static volatile LONG writer;
-static volatile LONG scans;
 static volatile LONG keys;
 
 /* The live thread's own. */
@@ -35,7 +34,6 @@ static void scan(void)
             keyTreeScan(&trees[i]);
     }
     changesDeliver();
-    InterlockedIncrement(&scans);
 }
 
 static void closeTrees(void)
@@ -73,7 +71,7 @@ NTSTATUS liveStart(ULONG writerPid)
         return STATUS_SUCCESS;
     KeInitializeEvent(&ready, NotificationEvent, FALSE);
     KeInitializeEvent(&stop, NotificationEvent, FALSE);
-    scans = keys = 0;
+    keys = 0;
     const NTSTATUS status = PsCreateSystemThread(&thread, THREAD_ALL_ACCESS, NULL, NULL, NULL, run, NULL);
     if (NT_SUCCESS(status))
         KeWaitForSingleObject(&ready, Executive, KernelMode, FALSE, NULL);
@@ -95,6 +93,5 @@ void liveStop(void)
 void liveGetState(struct VelmoxTestState *state)
 {
     state->live = thread != NULL;
-    state->liveScans = (ULONG64)scans;
     state->liveKeys = (ULONG)keys;
 }

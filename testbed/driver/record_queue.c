@@ -104,7 +104,6 @@ NTSTATUS queuePush(const struct VelmoxTestPush *push, const UCHAR *records, ULON
         RtlCopyMemory(batch->data, records, bytes);
         batch->unfiltered = (push->flags & VELMOX_TEST_PUSH_UNFILTERED) != 0;
         batch->timestampStep = push->timestampStep;
-        counters.recordsPushed += (ULONG64)count * turns;
     }
     ExReleaseFastMutex(&lock);
     return batch ? STATUS_SUCCESS : STATUS_INSUFFICIENT_RESOURCES;
@@ -126,10 +125,8 @@ void queueAddLive(const struct VelmoxRecordHeader *header, const WCHAR *name, co
 {
     ExAcquireFastMutex(&lock);
     struct Batch *batch = filterWasSet ? addBatch(lengthOf(header), 1, 1) : NULL;
-    if (batch) {
+    if (batch)
         copyRecord(batch->data, header, name, data);
-        ++counters.recordsLive;
-    }
     ExReleaseFastMutex(&lock);
 }
 
@@ -162,7 +159,6 @@ static NTSTATUS takeRecords(UCHAR *buffer, ULONG capacity, ULONG *taken)
         const ULONG length = lengthOf(headerAt(record));
         if (!batch->unfiltered && !filterLetsThrough(&counters.filter, headerAt(record),
                                                      record + sizeof(struct VelmoxRecordHeader))) {
-            ++counters.recordsFiltered;
             advance(batch, length);
             continue;
         }

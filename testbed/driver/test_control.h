@@ -70,19 +70,17 @@ struct VelmoxTestState
     uint64_t readsEmpty;
     uint64_t readsTooSmall;
     uint64_t readsFaulted;
-    uint64_t recordsPushed;
-    uint64_t recordsLive;
     uint64_t recordsDelivered;
-    uint64_t recordsFiltered;
     uint64_t recordsDropped;
     uint64_t recordsWaiting; /* repeats counted */
     uint64_t bytesWaiting;   /* repeats not counted: the memory in use */
-    uint64_t liveScans;
     uint32_t liveKeys;
     uint32_t faultsWaiting;
     uint32_t live;
     uint32_t gateClosed;
+    uint32_t hostPid; /* the process in which the driver runs */
+    uint32_t reserved;
     uint64_t firstReadTicks;     /* QueryPerformanceCounter at the first read since the reset, 0 before it */
     uint64_t firstDeliveryTicks; /* the same for the first read that found records */
 };
-VELMOX_STATIC_ASSERT(sizeof(struct VelmoxTestState) == 152);
+VELMOX_STATIC_ASSERT(sizeof(struct VelmoxTestState) == 128);

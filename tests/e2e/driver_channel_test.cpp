@@ -1,13 +1,12 @@
 #include "tests/e2e/monitor_test.h"
+#include "tests/support/scoped_folder.h"
 
 #include <chrono>
-#include <thread>
 
 namespace velmox::e2e {
 
 namespace {
 
-using testbed::Bytes;
 using testbed::RecordFields;
 using testbed::TestDriver;
 
@@ -17,27 +16,6 @@ constexpr std::uint32_t kStatusDeviceNotReady = 0xC00000A3; // error 21
 class DriverChannelTest : public MonitorTest
 {
 };
-
-class DriverServiceTest : public testing::Test
-{
-protected:
-    void TearDown() override
-    {
-        testbed::removeDriverService();
-        testbed::placeDriverFile();
-    }
-};
-
-/// Whether a monitor has come to read from the driver, which it may first have to install.
-bool waitUntilReading()
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!TestDriver::isPresent() && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return TestDriver::isPresent() &&
-           TestDriver().waitFor([](const VelmoxTestState &state) { return state.reads != 0; });
-}
 
 /// A reported text value so that the whole record has the size.
 Case sized(std::size_t size)
@@ -65,11 +43,7 @@ TEST_F(DriverChannelTest, GrowsTheBufferUntilTheRecordFitsAndEndsInOrderBeyondTh
     push({sized(65'537)});
     EXPECT_EQ(run.waitForEnd(), 0u);
     EXPECT_EQ(driver.state().readsTooSmall, 15u);
-    std::vector<ExpectedEvent> expected;
-    for (const Case &one : cases) {
-        expected.push_back(*one.event);
-    }
-    EXPECT_EQ(run.output(), expectedStream(expected));
+    EXPECT_EQ(run.output(), expectedStream(eventsOf(cases)));
     expectLogged(run.log(), "WinRegistryMonitor::MonitorWorker: Monitor Worker Exiting...");
 }
 
@@ -95,14 +69,7 @@ TEST_F(DriverChannelTest, EndsQuietlyWhenTheDriverRefusesTheFilter)
                  "WinRegistryMonitor::init: Failed to set event type class configuration to monitor");
 }
 
-TEST_F(DriverChannelTest, LeavesADriverOfTheSystemLocationAlone)
-{
-    const Str log = check(everything(), {sized(200)});
-    expectLogged(log, "Do not uninstall driver in system location");
-    EXPECT_TRUE(TestDriver::isPresent());
-}
-
-TEST_F(DriverChannelTest, StopsSoonWhenNothingHappens)
+TEST_F(DriverChannelTest, StopsSoonWhenNothingHappensAndLeavesADriverOfTheSystemLocationAlone)
 {
     MonitorRun run(everything().text());
     ASSERT_TRUE(driver.waitFor([](const VelmoxTestState &state) { return state.readsEmpty != 0; }));
@@ -110,41 +77,112 @@ TEST_F(DriverChannelTest, StopsSoonWhenNothingHappens)
     EXPECT_EQ(run.stop(), 0u);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
     EXPECT_EQ(run.output(), "");
+    expectLogged(run.log(), "Do not uninstall driver in system location");
+    EXPECT_TRUE(TestDriver::isPresent());
 }
 
-TEST_F(DriverServiceTest, InstallsTheDriverWhenItIsMissingAndRemovesItAtTheEnd)
+class DriverServiceTest : public ::testing::Test
 {
-    testbed::placeDriverFile();
-    MonitorRun run(everything().text());
-    ASSERT_TRUE(waitUntilReading()) << run.log().c_str();
-    EXPECT_TRUE(testbed::isDriverServiceInstalled());
-    const Case one = sized(300);
-    TestDriver().push(testbed::recordBytes(one.record));
-    ASSERT_TRUE(run.waitForEvents(1));
-    EXPECT_EQ(run.stop(), 0u);
-    EXPECT_EQ(run.output(), expectedStream({*one.event}));
-    EXPECT_FALSE(testbed::isDriverServiceInstalled());
-    EXPECT_FALSE(TestDriver::isPresent());
+protected:
+    DriverServiceTest() { testbed::placeDriverFile(); }
+    ~DriverServiceTest() override
+    {
+        // A driver that was killed leaves its name behind, which the next one takes over and removes.
+        testbed::startDriverService();
+        testbed::removeDriverService();
+    }
+
+    /// Waits until the monitor reads from the driver, which it may first have to install, and has reported
+    /// one record.
+    static void expectReporting(MonitorRun &run)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (!TestDriver::isPresent() && std::chrono::steady_clock::now() < deadline) {
+            Sleep(10);
+        }
+        TestDriver().pushUnfiltered(testbed::recordBytes(sized(300).record));
+        EXPECT_TRUE(run.waitForEvents(1)) << run.log().c_str();
+    }
+
+    /// Ends the run, in which one record was reported.
+    static void expectOrderlyEnd(MonitorRun &run)
+    {
+        EXPECT_EQ(run.stop(), 0u);
+        EXPECT_EQ(run.output(), expectedStream({*sized(300).event}));
+        EXPECT_FALSE(testbed::isDriverServiceInstalled());
+        EXPECT_FALSE(TestDriver::isPresent());
+    }
+};
+
+TEST_F(DriverServiceTest, IsRemovedAtTheEndWhetherTheMonitorInstalledItOrNot)
+{
+    for (const bool isRunning : {false, true}) {
+        if (isRunning) {
+            testbed::startDriverService();
+        }
+        MonitorRun run(everything().text());
+        expectReporting(run);
+        EXPECT_TRUE(testbed::isDriverServiceInstalled());
+        expectOrderlyEnd(run);
+    }
 }
 
-TEST_F(DriverServiceTest, RemovesAtTheEndWhatItFoundRunning)
+TEST_F(DriverServiceTest, MayGoWhileTheMonitorReads)
 {
-    testbed::startDriverService();
-    MonitorRun run(everything().text());
-    ASSERT_TRUE(waitUntilReading()) << run.log().c_str();
-    EXPECT_EQ(run.stop(), 0u);
-    EXPECT_FALSE(testbed::isDriverServiceInstalled());
+    for (const bool isKilled : {false, true}) {
+        MonitorRun run(everything().text());
+        expectReporting(run);
+        if (isKilled) {
+            const KernelHandle host(OpenProcess(PROCESS_TERMINATE, FALSE, TestDriver().state().hostPid));
+            ASSERT_TRUE(TerminateProcess(host.get(), 1));
+        } else {
+            testbed::stopDriverService();
+        }
+        EXPECT_FALSE(run.process().endsWithin(1200)) << run.log().c_str();
+        EXPECT_FALSE(TestDriver::isPresent());
+        expectOrderlyEnd(run);
+        expectLogged(run.log(), "stopDriver - Service 'velmoxdrv-win6' could not be stopped!  Error = ");
+    }
 }
 
-TEST_F(DriverServiceTest, EndsQuietlyWhenTheDriverDoesNotStart)
+TEST_F(DriverServiceTest, ThatCannotBeStartedEndsTheMonitorQuietlyAndIsRemoved)
 {
-    testbed::removeDriverFile();
-    MonitorRun run(everything().text());
-    EXPECT_EQ(run.waitForEnd(), 0u);
-    EXPECT_EQ(run.output(), "");
-    expectLogged(run.log(), "startDriver - StartService failure for velmoxdrv-win6! Error = ");
-    expectLogged(run.log(), "WinRegistryMonitor::StartDriver: Unable to install driver.");
-    EXPECT_FALSE(testbed::isDriverServiceInstalled());
+    using namespace testbed;
+    const struct
+    {
+        const char *fault;
+        std::function<void(ServiceHandle &)> provoke;
+        const char *message;
+    } rows[] = {
+        {"is not installed and has no file",
+         [](ServiceHandle &service) {
+             service.reset();
+             removeDriverService();
+             removeDriverFile();
+         },
+         "startDriver - StartService failure for velmoxdrv-win6! Error = 1114"},
+        {"is disabled",
+         [](ServiceHandle &service) {
+             EXPECT_TRUE(ChangeServiceConfigW(service.get(), SERVICE_NO_CHANGE, SERVICE_DISABLED,
+                                              SERVICE_NO_CHANGE, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                              nullptr, nullptr));
+         },
+         "startDriver - StartService failure for velmoxdrv-win6! Error = 1058"},
+        {"is marked for deletion", [](ServiceHandle &service) { EXPECT_TRUE(DeleteService(service.get())); },
+         "installDriver CreateService failed! Error = 1072"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.fault);
+        ServiceHandle service = openDriverService();
+        row.provoke(service);
+        MonitorRun run(everything().text());
+        EXPECT_EQ(run.waitForEnd(), 0u);
+        EXPECT_EQ(run.output(), "");
+        expectLogged(run.log(), row.message);
+        expectLogged(run.log(), "WinRegistryMonitor::StartDriver: Unable to install driver.");
+        service.reset();
+        EXPECT_FALSE(isDriverServiceInstalled());
+    }
 }
 
 } // namespace

@@ -21,8 +21,8 @@ namespace velmox::e2e {
 
 namespace {
 
-using testing::FunctionThread;
-using testing::ScopedFolder;
+using velmox::testing::FunctionThread;
+using velmox::testing::ScopedFolder;
 
 /// SYSTEM_HANDLE_TABLE_ENTRY_INFO_EX, of which the head and a count go before the first.
 struct HandleEntry
@@ -65,14 +65,14 @@ protected:
     /// The first runs may leave what the system keeps for the process. It takes its time with what belonged
     /// to a thread or process that has ended.
     template <class Use>
-    void expectNoneLeft(const char *what, Use use)
+    void expectNoneLeft(const char *what, Use use, int runs = 50)
     {
         SCOPED_TRACE(what);
         for (int run = 0; run < 5; ++run) {
             use();
         }
         const unsigned before = ownHandles();
-        for (int run = 0; run < 50; ++run) {
+        for (int run = 0; run < runs; ++run) {
             use();
         }
         unsigned after = ownHandles();
@@ -113,6 +113,15 @@ protected:
         EXPECT_FALSE(queue.get(buffer, 1));
     }
 
+    static void reinstallService()
+    {
+        const char16_t *name = chooseDriverName();
+        const Pathname path = driverPath(name);
+        ASSERT_TRUE(manageDriver(name, path.c_str(), kStopAndRemove));
+        ASSERT_TRUE(manageDriver(name, path.c_str(), kInstallAndStart));
+        useDevice();
+    }
+
     static void askForService()
     {
         bool installed = false;
@@ -145,16 +154,17 @@ TEST_F(HandleCounts, ReturnToTheirStart)
     expectNoneLeft("DeviceChannel", useDevice);
     expectNoneLeft("BufferQueue", useQueue);
     expectNoneLeft("driver service", askForService);
+    expectNoneLeft("driver service, removed and installed", reinstallService, 10);
 }
 
 TEST_F(HandleCounts, OfFilesOfSettingsReturnToTheirStart)
 {
-    const testing::CapturedLog log;
+    const velmox::testing::CapturedLog log;
     const ScopedFolder root;
     const Pathname folder = root / "apps\\a\\local";
     const Pathname file = folder.join("inputs.conf");
     makeDirs(folder, true);
-    testing::writeWhole(file, "[s]\nk = v\n");
+    velmox::testing::writeWhole(file, "[s]\nk = v\n");
     const BundlesSetup setup(root.path());
 
     expectNoneLeft("IniFile", [&] {

@@ -29,75 +29,57 @@ protected:
     {
         EXPECT_TRUE(makeDirs(inputs_.dirname(), true));
         velmox::testing::writeWhole(inputs_, kInputs);
+        const RecordFields software = {.pid = kUnknownPid};
+        const RecordFields system = {
+            .operation = 11, .pid = kUnknownPid, .name = u"\\REGISTRY\\MACHINE\\SYSTEM\\Key"};
+        ExpectedBody set = bodyOf(software);
+        set.dataType = "REG_SZ";
+        ExpectedBody created = bodyOf(system);
+        created.dataType = "REG_SZ";
+        created.operation = "CreateKey";
+        cases_ = {{software, ExpectedEvent{.stanza = "soft & \"ware\"", .index = "main", .body = set.text()}},
+                  {system, ExpectedEvent{.stanza = "example", .body = created.text()}},
+                  {{.pid = kUnknownPid, .name = system.name}, {}}};
+        push(cases_);
     }
     ~InputProgramTest() override { removeFile(inputs_); }
 
     /// What velmoxd prints for the monitor's scheme.
     static Str printedDocument()
     {
-        ChildProcess velmoxd(
-            Str::fromFormat("\"%s\\bin\\velmoxd.exe\" print-modinput-config WinRegMon", kHome),
-            {Str::fromFormat("VELMOX_HOME=%s", kHome), "VELMOX_DB=C:\\velmox-db"});
-        EXPECT_TRUE(velmoxd.waitForExit());
+        ChildProcess velmoxd(installed("velmoxd.exe", "print-modinput-config WinRegMon"),
+                             {Str::fromFormat("VELMOX_HOME=%s", kHome), "VELMOX_DB=C:\\velmox-db"},
+                             Streams::Apart);
+        EXPECT_TRUE(velmoxd.waitForEnd());
         EXPECT_EQ(velmoxd.exitCode(), 0u);
-        EXPECT_EQ(velmoxd.errors(), "");
-        return velmoxd.output();
-    }
-
-    /// One record for each stanza and one for none.
-    void pushRecords()
-    {
-        push({{RecordFields{.pid = kUnknownPid}, {}},
-              {RecordFields{.operation = 11, .pid = kUnknownPid, .name = u"\\REGISTRY\\MACHINE\\SYSTEM\\Key"},
-               {}},
-              {RecordFields{.pid = kUnknownPid, .name = u"\\REGISTRY\\MACHINE\\SYSTEM\\Key"}, {}}});
-    }
-
-    static Str expected()
-    {
-        ExpectedEvent software{.stanza = "soft & \"ware\"", .index = "main"};
-        ExpectedBody body{.status = statusText(0, ERROR_SUCCESS),
-                          .pid = kUnknownPid,
-                          .keyPath = "HKLM\\SOFTWARE\\Velmox\\Test",
-                          .dataType = "REG_SZ"};
-        software.body = body.text();
-        ExpectedEvent system{.stanza = "example"};
-        body.operation = "CreateKey";
-        body.keyPath = "HKLM\\SYSTEM\\Key";
-        system.body = body.text();
-        return expectedStream({software, system});
+        EXPECT_EQ(velmoxd.errorBytes(), "");
+        return velmoxd.outputBytes();
     }
 
     const Pathname inputs_ = Pathname::fromUtf8(kHome).join("etc\\system\\local\\inputs.conf");
+    std::vector<Case> cases_;
 };
 
-TEST_F(InputProgramTest, TheMonitorRunsOnWhatVelmoxdPrints)
+TEST_F(InputProgramTest, TheMonitorOrItsScriptRunsOnWhatVelmoxdPrints)
 {
-    pushRecords();
-    MonitorRun run(printedDocument());
-    EXPECT_TRUE(run.waitForEvents(2)) << run.log().c_str();
-    EXPECT_EQ(run.stop(), 0u);
-    EXPECT_EQ(run.output(), expected()) << run.log().c_str();
+    for (const char *program : {"velmox-regmon.exe", "scripts\\WinRegMon.exe"}) {
+        driver.reset();
+        push(cases_);
+        MonitorRun run(printedDocument(), {.program = program});
+        EXPECT_TRUE(run.waitForEvents(2)) << run.log().c_str();
+        EXPECT_EQ(run.stop(), 0u);
+        EXPECT_EQ(run.output(), expectedStream(eventsOf(cases_))) << run.log().c_str();
+    }
     EXPECT_EQ(pathKind(u"C:\\velmox-db\\modinputs\\WinRegMon"), PathKind::Folder);
-}
-
-TEST_F(InputProgramTest, TheSchemesScriptIsTheMonitor)
-{
-    pushRecords();
-    MonitorRun run(printedDocument(), {.program = "scripts\\WinRegMon.exe"});
-    EXPECT_TRUE(run.waitForEvents(2)) << run.log().c_str();
-    EXPECT_EQ(run.stop(), 0u);
-    EXPECT_EQ(run.output(), expected()) << run.log().c_str();
 }
 
 // Otherwise the monitor would go on with nobody to read it, and keep the driver from the next one.
 TEST_F(InputProgramTest, TheMonitorEndsWithTheSchemesScript)
 {
-    pushRecords();
     MonitorRun run(printedDocument(), {.program = "scripts\\WinRegMon.exe"});
     EXPECT_TRUE(run.waitForEvents(2)) << run.log().c_str();
-    run.process().kill();
-    EXPECT_TRUE(run.process().waitForExit()) << "the monitor still holds the stream";
+    run.process().kill(1);
+    EXPECT_TRUE(run.process().waitForEnd()) << "the monitor still holds the stream";
 }
 
 } // namespace

@@ -1,4 +1,3 @@
-#include "tests/e2e/child_process.h"
 #include "tests/e2e/monitor_run.h"
 #include "tests/support/file_tree.h"
 #include "tests/support/scoped_folder.h"
@@ -41,21 +40,33 @@ protected:
         }
     }
 
-    // Runs the program to its end, and compares every file of the store with what is expected of it: what was
-    // there before, and these. Returns the log.
-    Str migrate(const FileTree &changes, const Str &arguments = "-migrateOnly")
+    // Runs the program to its end; returns the log.
+    Str run(const char *arguments, DWORD exitCode, const char *output)
     {
         ChildProcess process(
-            Str::fromFormat("\"%s\\bin\\velmox-regmon.exe\" %s", kHome, arguments.c_str()),
-            {Str::fromFormat("VELMOX_HOME=%s", home_.path().toStr().c_str()), "VELMOXD_PROCESSID="}, false);
-        EXPECT_TRUE(process.waitForExit());
-        EXPECT_EQ(process.exitCode(), 0u) << process.errors().c_str();
-        EXPECT_EQ(process.output(), "sysmon migration complete.");
+            installed("velmox-regmon.exe", arguments),
+            {Str::fromFormat("VELMOX_HOME=%s", home_.path().toStr().c_str()), "VELMOXD_PROCESSID="},
+            Streams::NoInput);
+        EXPECT_TRUE(process.waitForEnd());
+        EXPECT_EQ(process.exitCode(), exitCode) << process.errorBytes().c_str();
+        EXPECT_EQ(process.outputBytes(), output);
+        return process.errorBytes();
+    }
+
+    // Compares every file of the store with what is expected of it: what was there before, and these.
+    void expectChanged(const FileTree &changes)
+    {
         for (const auto &[name, bytes] : changes) {
             expected_[name] = bytes;
         }
         velmox::testing::expectTree(readTree(home_.path().join("etc")), expected_);
-        return process.errors();
+    }
+
+    Str migrate(const FileTree &changes)
+    {
+        const Str log = run("-migrateOnly", 0, "sysmon migration complete.");
+        expectChanged(changes);
+        return log;
     }
 
     const ScopedFolder home_;
@@ -224,29 +235,19 @@ TEST_F(MigrationTest, ALockedFileIsLeftWholeAndEndsTheProgram)
     const FileHandle held(CreateFileW(asWide(file), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                       OPEN_EXISTING, 0, nullptr));
     ASSERT_TRUE(held.isValid());
-    ChildProcess process(Str::fromFormat("\"%s\\bin\\velmox-regmon.exe\" -migrateOnly", kHome),
-                         {Str::fromFormat("VELMOX_HOME=%s", home_.path().toStr().c_str())}, false);
-    ASSERT_TRUE(process.waitForExit());
-    EXPECT_EQ(process.exitCode(), 0xFFFFFFFF);
-    EXPECT_EQ(process.output(), "");
-    EXPECT_EQ(velmox::testing::readWhole(file), "[x]\nhive = HKLM\n");
-    EXPECT_TRUE(process.errors().contains("run_regmon: Fail to run Registry Monitor: "
-                                          "'Could not flush changes to disk: /nobody/a/regmon-filters/x: "))
-        << process.errors().c_str();
+    const Str log = run("-migrateOnly", 0xFFFFFFFF, "");
+    expectChanged({});
+    EXPECT_TRUE(log.contains("run_regmon: Fail to run Registry Monitor: "
+                             "'Could not flush changes to disk: /nobody/a/regmon-filters/x: "))
+        << log.c_str();
 }
 
 TEST_F(MigrationTest, TheSwitchAgainstMigrationWins)
 {
     add({{"system\\local\\sysmon.conf", "[default]\n"}});
     // Neither migrates nor stops: the monitor starts, and ends as it has no input.
-    ChildProcess process(
-        Str::fromFormat("\"%s\\bin\\velmox-regmon.exe\" -migrateOnly -disableSysmonMigrate", kHome),
-        {Str::fromFormat("VELMOX_HOME=%s", home_.path().toStr().c_str())}, false);
-    ASSERT_TRUE(process.waitForExit());
-    EXPECT_EQ(process.exitCode(), 0u) << process.errors().c_str();
-    EXPECT_EQ(process.output(), "");
-    EXPECT_EQ(velmox::testing::readWhole(home_.path().join("etc\\system\\local\\sysmon.conf")),
-              "[default]\n");
+    run("-migrateOnly -disableSysmonMigrate", 0, "");
+    expectChanged({});
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 #include "tests/e2e/monitor_run.h"
 
-#include "util/open_file.h"
+#include "tests/support/scoped_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -10,65 +10,35 @@ namespace {
 
 Str commandLine(DWORD watchedPid, const RunOptions &options)
 {
-    Str line = Str::fromFormat("\"%s\\bin\\%s\" -disableSysmonMigrate", kHome, options.program.c_str());
+    Str arguments = "-disableSysmonMigrate";
     if (options.watched) {
-        line.appendFormat(" -run-until-pid-dies %lu", watchedPid);
+        arguments.appendFormat(" -run-until-pid-dies %lu", watchedPid);
     }
-    return options.arguments.empty() ? line : line.append(" ").append(options.arguments);
+    return installed(options.program, arguments.append(" ").append(options.arguments));
 }
 
 StrVector environment(const RunOptions &options)
 {
-    StrVector rows = {Str::fromFormat("VELMOX_HOME=%s", kHome), "VELMOXD_PROCESSID="};
+    StrVector rows = {Str::fromFormat("VELMOX_HOME=%s", options.home.c_str()), "VELMOXD_PROCESSID="};
     rows.insert(rows.end(), options.environment.begin(), options.environment.end());
     return rows;
 }
 
-Str logFile()
+/// The file's text, nothing if there is none.
+Str logText(const Pathname &file)
 {
-    FileStar file = openFile(Pathname::fromUtf8(kHome).join("var\\log\\velmox\\velmox-regmon.log"), "rb");
-    Str text;
-    char piece[4096];
-    for (std::ptrdiff_t count = 0; file.isOpen() && (count = file.read(piece, sizeof piece)) > 0;) {
-        text.append(piece, static_cast<std::size_t>(count));
+    const Str text = velmox::testing::readWhole(file);
+    return text == "<unreadable>" ? Str() : text;
+}
+
+Str escaped(Str text)
+{
+    const std::pair<const char *, const char *> entities[] = {
+        {"&", "&amp;"}, {"\"", "&quot;"}, {"'", "&apos;"}, {"<", "&lt;"}, {">", "&gt;"}};
+    for (const auto &[byte, entity] : entities) {
+        text.replaceAll(byte, entity);
     }
     return text;
-}
-
-Str escaped(const Str &text)
-{
-    Str out;
-    for (const char byte : text) {
-        switch (byte) {
-        case '"':
-            out += "&quot;";
-            break;
-        case '&':
-            out += "&amp;";
-            break;
-        case '\'':
-            out += "&apos;";
-            break;
-        case '<':
-            out += "&lt;";
-            break;
-        case '>':
-            out += "&gt;";
-            break;
-        default:
-            out += byte;
-        }
-    }
-    return out;
-}
-
-std::size_t occurrences(std::string_view text, std::string_view part)
-{
-    std::size_t count = 0;
-    for (std::size_t at = text.find(part); at != text.npos; at = text.find(part, at + part.size())) {
-        ++count;
-    }
-    return count;
 }
 
 Str eventText(const ExpectedEvent &event)
@@ -88,17 +58,32 @@ Str eventText(const ExpectedEvent &event)
 
 } // namespace
 
-MonitorRun::MonitorRun(std::string_view document, const RunOptions &options)
-    : logStart_(logFile().size()),
-      process_(commandLine(watched_.pid(), options), environment(options), options.withInput)
+std::size_t occurrences(std::string_view text, std::string_view part)
 {
-    process_.writeInput(document);
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != text.npos; at = text.find(part, at + part.size())) {
+        ++count;
+    }
+    return count;
+}
+
+Str installed(const char *program, const Str &arguments)
+{
+    return Str::fromFormat("\"%s\\bin\\%s\" %s", kHome, program, arguments.c_str());
+}
+
+MonitorRun::MonitorRun(std::string_view document, const RunOptions &options)
+    : logFile_(Pathname::fromUtf8(options.home).join("var\\log\\velmox\\velmox-regmon.log")),
+      logStart_(logText(logFile_).size()),
+      process_(commandLine(watched_.pid(), options), environment(options), options.streams)
+{
+    process_.write(document);
     process_.closeInput();
 }
 
 Str MonitorRun::log() const
 {
-    return errors().append(logFile().substr(logStart_));
+    return errors().append(logText(logFile_).substr(logStart_));
 }
 
 bool MonitorRun::waitForEvents(std::size_t count)
@@ -109,13 +94,13 @@ bool MonitorRun::waitForEvents(std::size_t count)
 
 DWORD MonitorRun::stop()
 {
-    requestStop();
+    watched_.end();
     return waitForEnd();
 }
 
 DWORD MonitorRun::waitForEnd()
 {
-    EXPECT_TRUE(process_.waitForExit()) << "still running; log: " << log().c_str();
+    EXPECT_TRUE(process_.waitForEnd()) << "still running; log: " << log().c_str();
     return process_.exitCode();
 }
 

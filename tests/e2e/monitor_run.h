@@ -1,24 +1,34 @@
 #pragma once
 
-#include "tests/e2e/child_process.h"
 #include "tests/e2e/input_document.h"
+#include "tests/support/child_process.h"
+#include "util/pathname.h"
 
 namespace velmox::e2e {
+
+using velmox::testing::ChildProcess;
+using velmox::testing::IdleProcess;
+using velmox::testing::Streams;
 
 /// Where the tests' prefix has the installation.
 inline constexpr char kHome[] = "C:\\velmox";
 
+std::size_t occurrences(std::string_view text, std::string_view part);
+
+/// The command line of one of the installation's programs, by its path in `bin`.
+Str installed(const char *program, const Str &arguments);
+
 /// How one run of the installed program differs from the usual.
 struct RunOptions
 {
-    /// In the folder of the installation's programs.
-    Str program = "velmox-regmon.exe";
+    const char *program = "velmox-regmon.exe";
     /// Behind the options that every run has.
     Str arguments;
     StrVector environment;
     /// Whether the run ends when the watched process does; otherwise `arguments` must see to its end.
     bool watched = true;
-    bool withInput = true;
+    Streams streams = Streams::Apart;
+    Str home = kHome;
 };
 
 /// One run of the installed program, as a server starts it: the document goes to its standard input, which is
@@ -29,16 +39,14 @@ public:
     explicit MonitorRun(std::string_view document, const RunOptions &options = {});
 
     ChildProcess &process() { return process_; }
-    Str output() const { return process_.output(); }
-    Str errors() const { return process_.errors(); }
+    Str output() const { return process_.outputBytes(); }
+    Str errors() const { return process_.errorBytes(); }
     /// What the program logged so far, into its file and, before it had read its log configuration, on
     /// standard error.
     Str log() const;
     /// Waits until so many events have come.
     bool waitForEvents(std::size_t count);
 
-    /// Ends the watched process.
-    void requestStop() { watched_.end(); }
     /// Ends the watched process and waits for the program; returns its exit code, 32 bits, or fails the test.
     DWORD stop();
     /// Waits for a program that ends by itself.
@@ -46,6 +54,7 @@ public:
 
 private:
     IdleProcess watched_;
+    const Pathname logFile_;
     // Behind what earlier runs left in the log file.
     std::size_t logStart_;
     ChildProcess process_;

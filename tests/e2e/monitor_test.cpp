@@ -2,6 +2,17 @@
 
 namespace velmox::e2e {
 
+std::vector<ExpectedEvent> eventsOf(const std::vector<Case> &cases)
+{
+    std::vector<ExpectedEvent> events;
+    for (const Case &one : cases) {
+        if (one.event) {
+            events.push_back(*one.event);
+        }
+    }
+    return events;
+}
+
 Params everyOperation()
 {
     return {{"proc", ".*"}, {"hive", ".*"}, {"type", "rename|set|delete|create|query|open|close|unknown"}};
@@ -51,15 +62,23 @@ void MonitorTest::push(const std::vector<Case> &cases)
     driver.pushUnfiltered(records);
 }
 
+bool MonitorTest::waitUntilPolled() const
+{
+    return driver.waitFor([](const VelmoxTestState &state) { return state.reads != 0; },
+                          std::chrono::seconds(30));
+}
+
+bool MonitorTest::waitUntilDelivered(std::size_t records) const
+{
+    return driver.waitFor(
+        [records](const VelmoxTestState &state) { return state.recordsDelivered >= records; },
+        std::chrono::seconds(30));
+}
+
 Str MonitorTest::check(const InputDocument &document, const std::vector<Case> &cases,
                        const RunOptions &options)
 {
-    std::vector<ExpectedEvent> expected;
-    for (const Case &one : cases) {
-        if (one.event) {
-            expected.push_back(*one.event);
-        }
-    }
+    const std::vector<ExpectedEvent> expected = eventsOf(cases);
     push(cases);
     MonitorRun run(document.text(), options);
     EXPECT_TRUE(run.waitForEvents(expected.size())) << run.log().c_str();

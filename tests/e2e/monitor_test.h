@@ -19,6 +19,8 @@ struct Case
     std::optional<ExpectedEvent> event;
 };
 
+std::vector<ExpectedEvent> eventsOf(const std::vector<Case> &cases);
+
 /// A stanza that lets everything through.
 Params everyOperation();
 InputDocument everything();
@@ -30,7 +32,7 @@ void expectLogged(const Str &log, const Str &message);
 
 /// Runs of the monitor with the stand-in driver, which runs for all tests of a class, survives the monitor's
 /// exit and is fresh for each test.
-class MonitorTest : public testing::Test
+class MonitorTest : public ::testing::Test
 {
 protected:
     static void SetUpTestSuite();
@@ -39,6 +41,9 @@ protected:
     MonitorTest() { driver.reset(); }
 
     void push(const std::vector<Case> &cases);
+    /// Whether a monitor has come to read, or has read so many records.
+    bool waitUntilPolled() const;
+    bool waitUntilDelivered(std::size_t records) const;
     /// Pushes the records, runs the monitor until all expected events have come, and compares the stream, the
     /// exit code and nothing else. Returns the log.
     Str check(const InputDocument &document, const std::vector<Case> &cases, const RunOptions &options = {});

@@ -1,6 +1,7 @@
 #include "tests/support/child_process.h"
 
 #include <chrono>
+#include <map>
 #include <stdexcept>
 
 namespace velmox::testing {
@@ -8,6 +9,7 @@ namespace velmox::testing {
 namespace {
 
 constexpr std::chrono::seconds kLimit(30);
+constexpr DWORD kLimitMilliseconds = 30'000;
 
 struct Pipe
 {
@@ -28,31 +30,50 @@ Pipe makePipe(bool childReads)
     return {KernelHandle(reader), KernelHandle(writer)};
 }
 
-/// Sets variables for the time of a start; the child inherits them.
-class ScopedEnvironment
+/// The caller's environment with some rows replaced; a row that ends in its "=" takes the variable away.
+WideStr environmentBlock(const StrVector &replacements)
 {
-public:
-    explicit ScopedEnvironment(const StrVector &rows)
-    {
-        for (const Str &row : rows) {
-            const std::size_t equals = row.find("=");
-            names_.push_back(row.substr(0, equals));
-            const Str value = row.substr(equals + 1);
-            SetEnvironmentVariableA(names_.back().c_str(), value.empty() ? nullptr : value.c_str());
+    std::map<WideStr, WideStr> rows;
+    const auto add = [&rows](const WideStr &row) {
+        const std::size_t equals = row.find(u'=', 1);
+        rows[row.substr(0, equals)] = row;
+        if (equals + 1 == row.size()) {
+            rows.erase(row.substr(0, equals));
         }
+    };
+    wchar_t *inherited = GetEnvironmentStringsW();
+    for (const char16_t *row = asUtf16(inherited); *row != u'\0';
+         row += std::u16string_view(row).size() + 1) {
+        add(row);
     }
-    ~ScopedEnvironment()
-    {
-        for (const Str &name : names_) {
-            SetEnvironmentVariableA(name.c_str(), nullptr);
-        }
+    FreeEnvironmentStringsW(inherited);
+    for (const Str &row : replacements) {
+        add(WideStr::fromUtf8(row));
     }
-    ScopedEnvironment(const ScopedEnvironment &) = delete;
-    ScopedEnvironment &operator=(const ScopedEnvironment &) = delete;
+    WideStr block;
+    for (const auto &[name, row] : rows) {
+        block.append(row).push_back(u'\0');
+    }
+    block.push_back(u'\0');
+    return block;
+}
 
-private:
-    StrVector names_;
-};
+/// The new process; the caller's struct has what the child inherits.
+KernelHandle startProcess(const Str &commandLine, const StrVector &environment, DWORD flags,
+                          STARTUPINFOW startup, unsigned &pid)
+{
+    startup.cb = sizeof startup;
+    WideStr command = WideStr::fromUtf8(commandLine);
+    WideStr block = environmentBlock(environment);
+    PROCESS_INFORMATION process = {};
+    if (!CreateProcessW(nullptr, reinterpret_cast<wchar_t *>(command.data()), nullptr, nullptr, TRUE,
+                        flags | CREATE_UNICODE_ENVIRONMENT, block.data(), nullptr, &startup, &process)) {
+        throw std::runtime_error(Str::fromLastErrorFormat("%s: %m", commandLine.c_str()).c_str());
+    }
+    CloseHandle(process.hThread);
+    pid = process.dwProcessId;
+    return KernelHandle(process.hProcess);
+}
 
 } // namespace
 
@@ -65,71 +86,88 @@ Str programFolder()
     return folder;
 }
 
-ChildProcess::ChildProcess(const Str &commandLine, const StrVector &environment)
+PipeReader::~PipeReader()
 {
-    const ScopedEnvironment scoped(environment);
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+void PipeReader::start()
+{
+    thread_ = std::thread([this] { collect(); });
+}
+
+void PipeReader::collect()
+{
+    char piece[4096];
+    DWORD count = 0;
+    while (ReadFile(pipe_.get(), piece, sizeof piece, &count, nullptr) && count != 0) {
+        const std::lock_guard guard(lock_);
+        text_.append(piece, count);
+        grown_.notify_all();
+    }
+    const std::lock_guard guard(lock_);
+    atEnd_ = true;
+    grown_.notify_all();
+}
+
+Str PipeReader::text() const
+{
+    const std::lock_guard guard(lock_);
+    return text_;
+}
+
+bool PipeReader::waitFor(const TextCondition &condition)
+{
+    std::unique_lock guard(lock_);
+    grown_.wait_for(guard, kLimit, [&] { return atEnd_ || condition(text_); });
+    return condition(text_);
+}
+
+bool PipeReader::waitForEnd()
+{
+    std::unique_lock guard(lock_);
+    return !thread_.joinable() || grown_.wait_for(guard, kLimit, [this] { return atEnd_; });
+}
+
+ChildProcess::ChildProcess(const Str &commandLine, const StrVector &environment, Streams streams)
+{
     Pipe input = makePipe(true);
     Pipe output = makePipe(false);
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
+    Pipe errors = makePipe(false);
+    STARTUPINFOW startup = {};
     startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdInput = input.reader.get();
+    startup.hStdInput = streams == Streams::NoInput ? nullptr : input.reader.get();
     startup.hStdOutput = output.writer.get();
-    startup.hStdError = output.writer.get();
-    PROCESS_INFORMATION process{};
-    WideStr command;
-    command.appendUtf8(commandLine.c_str());
-    std::wstring mutableCommand(asWide(command));
-    if (!CreateProcessW(nullptr, mutableCommand.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                        &process)) {
-        throw std::runtime_error(Str::fromLastErrorFormat("%s: %m", commandLine.c_str()).c_str());
-    }
-    CloseHandle(process.hThread);
-    process_.reset(process.hProcess);
-    pid_ = process.dwProcessId;
+    startup.hStdError = streams == Streams::Together ? startup.hStdOutput : errors.writer.get();
+    process_ = startProcess(commandLine, environment, 0, startup, pid_);
     input_ = std::move(input.writer);
-    outputEnd_ = std::move(output.reader);
-    reader_ = std::thread([this] { collect(); });
+    output_ = std::make_unique<PipeReader>(std::move(output.reader));
+    errors_ = std::make_unique<PipeReader>(std::move(errors.reader));
+    errors_->start();
+    if (streams != Streams::Unread) {
+        output_->start();
+    }
 }
 
 ChildProcess::~ChildProcess()
 {
     kill(1);
-    reader_.join();
 }
 
-void ChildProcess::collect()
+void ChildProcess::write(std::string_view bytes)
 {
-    char buffer[512];
-    DWORD count = 0;
-    while (ReadFile(outputEnd_.get(), buffer, sizeof(buffer), &count, nullptr) && count != 0) {
-        const std::lock_guard guard(lock_);
-        for (DWORD i = 0; i < count; ++i) {
-            if (buffer[i] != '\r') {
-                output_ << buffer[i];
-            }
-        }
-        grown_.notify_all();
-    }
-    const std::lock_guard guard(lock_);
-    ended_ = true;
-    grown_.notify_all();
-}
-
-void ChildProcess::writeLine(std::string_view text)
-{
-    Str line;
-    line << text << "\n";
     DWORD written = 0;
-    WriteFile(input_.get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+    while (!bytes.empty() &&
+           WriteFile(input_.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr)) {
+        bytes.remove_prefix(written);
+    }
 }
 
 bool ChildProcess::waitForOutput(std::string_view text)
 {
-    std::unique_lock lock(lock_);
-    const auto stands = [&] { return output_.find(text) != Str::npos; };
-    grown_.wait_for(lock, kLimit, [&] { return ended_ || stands(); });
-    return stands();
+    return output_->waitFor([text](const Str &output) { return output.contains(text); });
 }
 
 void ChildProcess::kill(unsigned exitCode)
@@ -138,19 +176,45 @@ void ChildProcess::kill(unsigned exitCode)
     WaitForSingleObject(process_.get(), INFINITE);
 }
 
+bool ChildProcess::endsWithin(DWORD milliseconds)
+{
+    return WaitForSingleObject(process_.get(), milliseconds) == WAIT_OBJECT_0;
+}
+
 DWORD ChildProcess::exitCode()
 {
-    WaitForSingleObject(process_.get(), static_cast<DWORD>(std::chrono::milliseconds(kLimit).count()));
+    endsWithin(kLimitMilliseconds);
     DWORD code = STILL_ACTIVE;
     GetExitCodeProcess(process_.get(), &code);
     return code;
 }
 
+bool ChildProcess::waitForEnd()
+{
+    return endsWithin(kLimitMilliseconds) && output_->waitForEnd() && errors_->waitForEnd();
+}
+
 Str ChildProcess::output()
 {
-    std::unique_lock lock(lock_);
-    grown_.wait_for(lock, kLimit, [&] { return ended_; });
-    return output_;
+    output_->waitForEnd();
+    Str text = output_->text();
+    text.replaceAll("\r", "");
+    return text;
+}
+
+IdleProcess::IdleProcess()
+{
+    wchar_t self[MAX_PATH];
+    GetModuleFileNameW(nullptr, self, MAX_PATH);
+    // Never resumed, so it runs nothing.
+    process_ = startProcess(Str::fromFormat("\"%s\"", Str::fromUtf16(asUtf16(self)).c_str()), {},
+                            CREATE_SUSPENDED, {}, pid_);
+}
+
+void IdleProcess::end()
+{
+    TerminateProcess(process_.get(), 0);
+    WaitForSingleObject(process_.get(), INFINITE);
 }
 
 } // namespace velmox::testing
