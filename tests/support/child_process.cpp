@@ -75,6 +75,12 @@ KernelHandle startProcess(const Str &commandLine, const StrVector &environment, 
     return KernelHandle(process.hProcess);
 }
 
+Str withoutReturns(Str text)
+{
+    text.replaceAll("\r", "");
+    return text;
+}
+
 } // namespace
 
 Str programFolder()
@@ -167,7 +173,7 @@ void ChildProcess::write(std::string_view bytes)
 
 bool ChildProcess::waitForOutput(std::string_view text)
 {
-    return output_->waitFor([text](const Str &output) { return output.contains(text); });
+    return output_->waitFor([text](const Str &output) { return withoutReturns(output).contains(text); });
 }
 
 void ChildProcess::kill(unsigned exitCode)
@@ -197,9 +203,7 @@ bool ChildProcess::waitForEnd()
 Str ChildProcess::output()
 {
     output_->waitForEnd();
-    Str text = output_->text();
-    text.replaceAll("\r", "");
-    return text;
+    return withoutReturns(output_->text());
 }
 
 IdleProcess::IdleProcess()

@@ -73,7 +73,8 @@ public:
     void writeLine(std::string_view text) { write(Str(text).append("\n")); }
     void closeInput() { input_.reset(); }
 
-    /// Wait until what came out so far contains the text or meets the condition, or can no longer change.
+    /// Wait until what came out so far contains the text, carriage returns aside, or meets the condition, or
+    /// can no longer change.
     bool waitForOutput(std::string_view text);
     bool waitForOutput(const TextCondition &condition) { return output_->waitFor(condition); }
     void readOutput() { output_->start(); }
