@@ -46,8 +46,9 @@ void ConfLock::lock()
     if (!again && later != held.end()) {
         reportBrokenOrder(*this, **later);
     }
-    mutex_.lock();
+    // Noted first: that may fail for want of memory, and the lock must not stay taken then.
     held.push_back(this);
+    mutex_.lock();
 }
 
 void ConfLock::unlock()

@@ -15,6 +15,8 @@ struct SearchHandleTraits
     static void close(Type handle) { FindClose(handle); }
 };
 
+using SearchHandle = OwnedHandle<SearchHandleTraits>;
+
 DirectoryEntry entryOf(const WIN32_FIND_DATAW &found)
 {
     DirectoryEntry entry;
@@ -37,7 +39,7 @@ bool listDirectory(const Pathname &directory, std::vector<DirectoryEntry> &out)
 {
     out.clear();
     WIN32_FIND_DATAW found;
-    const OwnedHandle<SearchHandleTraits> search(FindFirstFileW(asWide(directory.join("*")), &found));
+    const SearchHandle search(FindFirstFileW(asWide(directory.join("*")), &found));
     if (!search.isValid()) {
         return false;
     }
@@ -51,6 +53,17 @@ bool listDirectory(const Pathname &directory, std::vector<DirectoryEntry> &out)
     std::sort(out.begin(), out.end(), [](const auto &a, const auto &b) { return a.name < b.name; });
     SetLastError(error);
     return error == ERROR_NO_MORE_FILES;
+}
+
+bool findEntry(const Pathname &path, DirectoryEntry &out)
+{
+    WIN32_FIND_DATAW found;
+    const SearchHandle search(FindFirstFileW(asWide(path), &found));
+    if (!search.isValid()) {
+        return false;
+    }
+    out = entryOf(found);
+    return true;
 }
 
 } // namespace velmox

@@ -21,4 +21,8 @@ struct DirectoryEntry
 /// "..". False, with the reason in the last error, when it cannot be listed to its end.
 bool listDirectory(const Pathname &directory, std::vector<DirectoryEntry> &out);
 
+/// The entry of a file or folder, under the name that is stored for it. The path's last component holds no
+/// wildcard. False, with the reason in the last error, when there is none.
+bool findEntry(const Pathname &path, DirectoryEntry &out);
+
 } // namespace velmox

@@ -1,6 +1,7 @@
 #include "conf/mapper/conf_file_creation.h"
 
 #include "conf/mapper/conf_path_mapper_log.h"
+#include "util/directory_listing.h"
 #include "util/file_system.h"
 #include "util/open_file.h"
 #include "util/windows_api.h"
@@ -26,10 +27,12 @@ bool canStandAt(const BundlesSetup &setup, const Pathname &path, PathKind wanted
     return true;
 }
 
+/// Most files bear their name as it is; to spell out a path takes a look at each of its folders.
 void warnOfOtherCasing(const BundlesSetup &setup, const Pathname &file)
 {
+    DirectoryEntry entry;
     Pathname stored;
-    if (file.trueCase(stored) && stored.basename() != file.basename()) {
+    if (findEntry(file, entry) && entry.name != file.basename() && file.trueCase(stored)) {
         confPathMapperLog.warn("%s already exists but with different casing: %s", setup.text(file).c_str(),
                                setup.text(stored).c_str());
     }
