@@ -1,7 +1,6 @@
 #include "fuzz/fuzz_target.h"
 #include "pipeline/input/drive_map.h"
 #include "pipeline/input/hive_names.h"
-#include "pipeline/input/registry_operations.h"
 #include "pipeline/input/status_texts.h"
 #include "pipeline/input/value_rendering.h"
 

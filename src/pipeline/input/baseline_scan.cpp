@@ -1,7 +1,6 @@
 #include "pipeline/input/baseline_scan.h"
 
 #include "pipeline/input/monitor_log.h"
-#include "pipeline/input/registry_operations.h"
 #include "pipeline/input/value_rendering.h"
 #include "pipeline/input/win_registry.h"
 
@@ -14,8 +13,7 @@ namespace {
 
 constexpr char kFunction[] = "WinRegistryMonitor::establishBaseline";
 
-// The operation that a value of the baseline counts as: RegNtQueryKey, below all that have a meaning of their
-// own for data types.
+// Values of the baseline are rendered as those of RegNtQueryKey are, by their own data types.
 constexpr std::uint32_t kBaselineOperation = 7;
 
 void logRegexes(const StrVector &regexes)

@@ -3,7 +3,6 @@
 #include "util/str.h"
 
 #include <array>
-#include <iterator>
 
 namespace velmox {
 
@@ -26,26 +25,6 @@ constexpr std::array<RegistryOperation, 30> kOperations{
     kUnknown, kUnknown, kUnknown, kQuery, kUnknown, kClose,  kCreate, kCreate, kOpen,    kOpen,
 };
 
-constexpr std::array kDataTypes{
-    "REG_NONE",
-    "REG_SZ",
-    "REG_EXPAND_SZ",
-    "REG_BINARY",
-    "REG_DWORD",
-    "REG_DWORD_BIG_ENDIAN",
-    "REG_LINK",
-    "REG_MULTI_SZ",
-    "REG_RESOURCE_LIST",
-    "REG_FULL_RESOURCE_DESCRIPTOR",
-    "REG_RESOURCE_REQUIREMENTS_LIST",
-    "REG_QWORD",
-};
-
-// RegNtPostQueryKeySecurity and RegNtPostSetKeySecurity, whose data is a security descriptor whatever the
-// type word says.
-constexpr std::uint32_t kQuerySecurity = 37;
-constexpr std::uint32_t kSetSecurity = 39;
-
 struct OperationMask
 {
     const char *word;
@@ -60,14 +39,6 @@ constexpr OperationMask kMasks[] = {
 RegistryOperation registryOperation(std::uint32_t code)
 {
     return code < kOperations.size() ? kOperations[code] : kUnknown;
-}
-
-const char *dataTypeName(std::uint32_t operation, std::uint32_t dataType)
-{
-    if (operation == kQuerySecurity || operation == kSetSecurity) {
-        return "REG_SD";
-    }
-    return dataType < kDataTypes.size() ? kDataTypes[dataType] : "UNKNOWN";
 }
 
 std::map<Str, std::uint32_t> registryOperationMasks()

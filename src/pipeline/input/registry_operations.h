@@ -14,13 +14,9 @@ struct RegistryOperation
     const char *word;
 };
 
-/// Names of a kernel notification code (REG_NOTIFY_CLASS). Codes without a name are "UNKNOWN",
-/// and "unknown" to the filters, which see lower case alone.
+/// Names of a kernel notification code (REG_NOTIFY_CLASS). Codes without a name are "UNKNOWN", and "unknown"
+/// to the filters, which see lower case alone.
 RegistryOperation registryOperation(std::uint32_t code);
-
-/// The name of a registry value type, but "REG_SD" for the two operations that carry a security descriptor.
-/// The text is static.
-const char *dataTypeName(std::uint32_t operation, std::uint32_t dataType);
 
 /// The filter words and the driver's mask bit for each.
 std::map<Str, std::uint32_t> registryOperationMasks();

@@ -5,6 +5,7 @@
 #include "util/regex.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace velmox {
@@ -17,6 +18,26 @@ constexpr std::uint32_t kExpandString = 2;
 constexpr std::uint32_t kDword = 4;
 constexpr std::uint32_t kStringList = 7;
 constexpr std::uint32_t kQword = 11;
+
+constexpr std::array kDataTypes{
+    "REG_NONE",
+    "REG_SZ",
+    "REG_EXPAND_SZ",
+    "REG_BINARY",
+    "REG_DWORD",
+    "REG_DWORD_BIG_ENDIAN",
+    "REG_LINK",
+    "REG_MULTI_SZ",
+    "REG_RESOURCE_LIST",
+    "REG_FULL_RESOURCE_DESCRIPTOR",
+    "REG_RESOURCE_REQUIREMENTS_LIST",
+    "REG_QWORD",
+};
+
+// RegNtPostQueryKeySecurity and RegNtPostSetKeySecurity, whose data is a security descriptor whatever the
+// type word says.
+constexpr std::uint32_t kQuerySecurity = 37;
+constexpr std::uint32_t kSetSecurity = 39;
 
 constexpr std::string_view STREAM_MARK = "***VELMOX***";
 // Never destroyed: the watch of a parent may end the process while values are being rendered.
@@ -90,6 +111,14 @@ void dropForgery(Str &text)
 }
 
 } // namespace
+
+const char *dataTypeName(std::uint32_t operation, std::uint32_t dataType)
+{
+    if (operation == kQuerySecurity || operation == kSetSecurity) {
+        return "REG_SD";
+    }
+    return dataType < kDataTypes.size() ? kDataTypes[dataType] : "UNKNOWN";
+}
 
 bool hasStreamMark(const Str &text)
 {

@@ -1,4 +1,5 @@
 #include "pipeline/input/registry_operations.h"
+#include "pipeline/input/value_rendering.h"
 
 #include <gtest/gtest.h>
 #include <string>
