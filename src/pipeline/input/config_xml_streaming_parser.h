@@ -4,8 +4,6 @@
 #include "pipeline/input/xml_streaming_parser.h"
 #include "util/pathname.h"
 
-#include <map>
-
 namespace velmox {
 
 /// Reads the input document: the connection to the server, the checkpoint directory and the configured
@@ -16,8 +14,6 @@ namespace velmox {
 class ConfigXmlStreamingParser : public XmlStreamingParser
 {
 public:
-    using Stanzas = std::map<Str, PropertiesMap>;
-
     ConfigXmlStreamingParser() : currentStanza_(stanzas_.end()) {}
 
     const Stanzas &stanzas() const { return stanzas_; }

@@ -118,7 +118,7 @@ Str findFault(const Str &name, const PropertiesMap &stanza)
 
 } // namespace
 
-Str findFault(const std::map<Str, PropertiesMap> &stanzas)
+Str findFault(const Stanzas &stanzas)
 {
     for (const auto &[name, stanza] : stanzas) {
         Str fault = findFault(name, stanza);

@@ -2,8 +2,6 @@
 
 #include "conf/properties_map.h"
 
-#include <map>
-
 namespace velmox {
 
 /// What the monitor's script tells a server that asks with `--scheme`.
@@ -12,7 +10,7 @@ extern const char kSchemeDescription[];
 /// What is wrong with stanzas that are proposed for the monitor, in a sentence; empty when nothing is.
 ///
 /// Stricter than the monitor, which replaces odd values by defaults: who proposes them should hear of it.
-Str findFault(const std::map<Str, PropertiesMap> &stanzas);
+Str findFault(const Stanzas &stanzas);
 
 /// The answer to `--validate-arguments` that carries the sentence.
 Str faultDocument(const Str &fault);

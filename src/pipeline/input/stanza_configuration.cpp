@@ -114,8 +114,8 @@ std::unique_ptr<MonitorFilterGroup> emptyGroup(bool inclusive)
 
 } // namespace
 
-std::unique_ptr<MonitorFilterGroup> makeFilterGroup(const std::map<Str, PropertiesMap> &stanzas,
-                                                    const StanzaDefaults &defaults, HiveNames &hiveNames)
+std::unique_ptr<MonitorFilterGroup> makeFilterGroup(const Stanzas &stanzas, const StanzaDefaults &defaults,
+                                                    HiveNames &hiveNames)
 {
     std::unique_ptr<MonitorFilterGroup> group;
     for (const auto &[name, stanza] : stanzas) {

@@ -18,7 +18,7 @@ struct StanzaDefaults
 ///
 /// A stanza without the prefix is logged and skipped. Throws RegexException on a pattern that does not
 /// compile. The control set of `hiveNames` is detected on the way.
-std::unique_ptr<MonitorFilterGroup> makeFilterGroup(const std::map<Str, PropertiesMap> &stanzas,
-                                                    const StanzaDefaults &defaults, HiveNames &hiveNames);
+std::unique_ptr<MonitorFilterGroup> makeFilterGroup(const Stanzas &stanzas, const StanzaDefaults &defaults,
+                                                    HiveNames &hiveNames);
 
 } // namespace velmox

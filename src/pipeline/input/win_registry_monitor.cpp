@@ -53,7 +53,7 @@ bool WinRegistryMonitor::isSafeMode() const
     return velmox::isSafeMode();
 }
 
-const std::map<Str, PropertiesMap> &WinRegistryMonitor::readInputStanzas(ConfigXmlStreamingParser &parser)
+const Stanzas &WinRegistryMonitor::readInputStanzas(ConfigXmlStreamingParser &parser)
 {
     readXmlFromStdin(parser);
     return parser.stanzas();

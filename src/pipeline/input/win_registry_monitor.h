@@ -70,7 +70,7 @@ public:
 
 private:
     /// Where the stanzas come from: all of standard input. The result lives in the parser.
-    virtual const std::map<Str, PropertiesMap> &readInputStanzas(ConfigXmlStreamingParser &parser);
+    virtual const Stanzas &readInputStanzas(ConfigXmlStreamingParser &parser);
     /// Called after each event has been written, with its body text.
     virtual void eventWritten(const Str &text);
 

@@ -181,7 +181,7 @@ public:
     bool refusesEvents = false;
 
 private:
-    const std::map<Str, PropertiesMap> &readInputStanzas(ConfigXmlStreamingParser &parser) override
+    const Stanzas &readInputStanzas(ConfigXmlStreamingParser &parser) override
     {
         parser.feed(document_.data(), document_.size());
         return parser.stanzas();

@@ -3,11 +3,7 @@
 #include "conf/properties_map.h"
 #include "util/pathname.h"
 
-#include <map>
-
 namespace velmox {
-
-using InputStanzas = std::map<Str, PropertiesMap>;
 
 /// How a script reaches the server.
 struct ServerConnection
@@ -22,7 +18,7 @@ struct InputDocument
 {
     ServerConnection server;
     Pathname checkpoint_dir;
-    InputStanzas stanzas;
+    Stanzas stanzas;
 
     /// The XML document, in UTF-8, with a line an element.
     Str toXml() const;

@@ -155,7 +155,7 @@ Introspection ModularInputs::introspect(const Str &scheme, const ScriptCommand &
     return parser.result();
 }
 
-void ModularInputs::validate(const Scheme &scheme, const InputStanzas &stanzaConfiguration) const
+void ModularInputs::validate(const Scheme &scheme, const Stanzas &stanzaConfiguration) const
 {
     if (!scheme.useExternalValidation) {
         return;
@@ -190,7 +190,7 @@ std::optional<InputDocument> ModularInputs::gatherConfiguration(const Scheme &sc
 std::optional<InputDocument> ModularInputs::gather(const Scheme &scheme,
                                                    const std::optional<Str> &stanza) const
 {
-    InputStanzas stanzas = host_.enabledStanzas(stanzaPrefix(scheme.name));
+    Stanzas stanzas = host_.enabledStanzas(stanzaPrefix(scheme.name));
     if (stanzas.empty()) {
         modularInputsLog.info("No stanzas found for scheme \"%s\" in inputs.conf at script (re)start.",
                               scheme.name.c_str());
@@ -204,12 +204,12 @@ std::optional<InputDocument> ModularInputs::gather(const Scheme &scheme,
                                    stanza->c_str());
             return std::nullopt;
         }
-        stanzas = InputStanzas{*found};
+        stanzas = Stanzas{*found};
     }
     return document(scheme.name, std::move(stanzas));
 }
 
-InputDocument ModularInputs::document(const Str &scheme, InputStanzas stanzas) const
+InputDocument ModularInputs::document(const Str &scheme, Stanzas stanzas) const
 {
     return {host_.server, checkpointFolder(host_.db, scheme), std::move(stanzas)};
 }

@@ -33,7 +33,7 @@ struct ModularInputsHost
     /// Whether an app is there and enabled. Schemes of others are passed over.
     std::function<bool(const Str &app)> isAppUsable;
     /// The enabled stanzas of inputs.conf whose names begin with a prefix. May throw.
-    std::function<InputStanzas(const Str &prefix)> enabledStanzas;
+    std::function<Stanzas(const Str &prefix)> enabledStanzas;
     /// Shows the user a message; `key` says what kind it is.
     std::function<void(const char *key, const Str &text)> showMessage;
     ScriptLimits limits;
@@ -64,7 +64,7 @@ public:
     Introspection introspect(const Str &scheme, const ScriptCommand &script) const;
     /// Has the script judge stanzas, if its scheme says that it does so. Throws ModularInputsException when
     /// it refuses them, with its reason, or cannot be run.
-    void validate(const Scheme &scheme, const InputStanzas &stanzaConfiguration) const;
+    void validate(const Scheme &scheme, const Stanzas &stanzaConfiguration) const;
 
     /// What the scheme's script gets when it is started: all enabled stanzas, or the one that is named in
     /// full. Nothing, with the reason in the log, when there is no such stanza or the gathering failed.
@@ -77,7 +77,7 @@ private:
     void reportFailure(const SchemeSpec &spec, const std::exception &exception) const;
     std::optional<Scheme> initialize(const SchemeSpec &spec) const;
     std::optional<InputDocument> gather(const Scheme &scheme, const std::optional<Str> &stanza) const;
-    InputDocument document(const Str &scheme, InputStanzas stanzas) const;
+    InputDocument document(const Str &scheme, Stanzas stanzas) const;
 
     ModularInputsHost host_;
     std::map<Str, Scheme> schemes_;

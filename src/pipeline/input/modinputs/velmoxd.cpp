@@ -32,9 +32,9 @@ bool isAppUsable(const Str &app)
     return BundlesSetup().shared().applications().isUsable(app);
 }
 
-InputStanzas enabledStanzas(const Str &prefix)
+Stanzas enabledStanzas(const Str &prefix)
 {
-    InputStanzas stanzas;
+    Stanzas stanzas;
     PropertyPages::get("inputs")->enumerateStanzasWithPrefix(prefix, stanzas, DisabledMode::OnlyEnabled);
     return stanzas;
 }

@@ -60,7 +60,7 @@ ModularInputsHost SchemeHome::host()
     host.server = {"here", "https://127.0.0.1:8089", "key"};
     host.isAppUsable = [](const Str &name) { return name != "disabled"; };
     host.enabledStanzas = [this](const Str &prefix) {
-        InputStanzas found;
+        Stanzas found;
         for (const auto &[name, stanza] : stanzas) {
             if (name.startsWith(prefix.view())) {
                 found[name] = stanza;

@@ -23,7 +23,7 @@ public:
 
     /// A server with this installation that knows `stanzas` and collects messages; its app "disabled" is so.
     ModularInputsHost host();
-    InputStanzas stanzas;
+    Stanzas stanzas;
     StrVector messages;
 
     Str log() const;

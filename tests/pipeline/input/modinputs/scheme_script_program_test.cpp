@@ -42,7 +42,7 @@ TEST_F(SchemeScriptProgram, DescribesTheMonitorAndJudgesItsStanzas)
     EXPECT_EQ(scheme->streamingMode, StreamingMode::Xml);
     EXPECT_THAT(scheme->args, ElementsAre(Key("baseline"), Key("baseline_interval"), Key("hive"), Key("proc"),
                                           Key("type")));
-    InputStanzas stanzas;
+    Stanzas stanzas;
     stanzas["WinRegMon://x"].set("hive", "HKLM\\\\<Soft>");
     EXPECT_NO_THROW(inputs.validate(*scheme, stanzas));
     stanzas["WinRegMon://x"].set("baseline", "<often>");
