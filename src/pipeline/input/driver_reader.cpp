@@ -1,5 +1,6 @@
 #include "pipeline/input/driver_reader.h"
 
+#include "pipeline/input/event_counters.h"
 #include "pipeline/input/monitor_log.h"
 #include "pipeline/input/trace.h"
 
@@ -16,25 +17,14 @@ constexpr DWORD kBufferGrowth = 4096;
 constexpr DWORD kBufferCeiling = 65536;
 constexpr SIZE_T kWorkingSetLimit = 524288000;
 constexpr DWORD kIdleMilliseconds = 500;
-constexpr LONG kReadsPerReport = 1000;
-
-constexpr HRESULT kOutOfMemory = static_cast<HRESULT>(0x8007000E);
-constexpr HRESULT kUnexpected = static_cast<HRESULT>(0x8000FFFF);
-
-HRESULT resultOf(DWORD error)
-{
-    return error == 0 ? 0 : static_cast<HRESULT>((error & 0xFFFF) | 0x80070000);
-}
+constexpr std::int32_t kReadsPerReport = 1000;
 
 } // namespace
-
-volatile LONG registry_evt_total = 0;
-volatile LONG registry_evt_accepted = 0;
 
 void DriverReader::run()
 {
     do {
-        if (pass() == Next::Settle && !settle()) {
+        if (pass() == Next::CountOrSleep && !countOrSleep()) {
             return;
         }
     } while (!stop_.isSet());
@@ -43,7 +33,7 @@ void DriverReader::run()
 DriverReader::Next DriverReader::pass()
 {
     if (!buffer_.data && !allocate()) {
-        return Next::Settle;
+        return Next::CountOrSleep;
     }
     trace::monitor(trace::Kind::Information, 64, kFunction, size_);
     if (!device_.read(buffer_.data.get(), size_, buffer_.bytes)) {
@@ -57,7 +47,7 @@ DriverReader::Next DriverReader::pass()
     }
     if (buffer_.bytes == 0) {
         trace::monitor(trace::Kind::Information, 71, kFunction);
-        return Next::Settle;
+        return Next::CountOrSleep;
     }
     trace::monitor(trace::Kind::Information, 68, kFunction, buffer_.bytes);
     return handOver();
@@ -68,40 +58,41 @@ bool DriverReader::allocate()
     buffer_.bytes = 0;
     buffer_.data.reset(new (std::nothrow) unsigned char[size_]);
     if (!buffer_.data) {
-        result_ = kOutOfMemory;
+        result_ = E_OUTOFMEMORY;
         trace::monitor(trace::Kind::Error, 63, kFunction);
     }
     return buffer_.data != nullptr;
 }
 
-DriverReader::Next DriverReader::growBuffer(const DWORD &error)
+DriverReader::Next DriverReader::growBuffer(DWORD error)
 {
     buffer_.data.reset();
     if (size_ < kBufferCeiling) {
         size_ += kBufferGrowth;
         trace::monitor(trace::Kind::Information, 65, kFunction, size_);
-        return Next::ReadAgain;
+        return Next::ReadAtOnce;
     }
     trace::monitor(trace::Kind::Error, 66, kFunction, size_);
-    result_ = kUnexpected;
+    result_ = E_UNEXPECTED;
     trace::monitor(trace::Kind::Error, 67, kFunction, error);
-    return Next::Settle;
+    return Next::CountOrSleep;
 }
 
 DriverReader::Next DriverReader::handOver()
 {
     PROCESS_MEMORY_COUNTERS memory = {};
     if (!GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof memory)) {
-        result_ = resultOf(GetLastError());
-        return Next::Settle;
+        const DWORD error = GetLastError();
+        result_ = HRESULT_FROM_WIN32(error);
+        return Next::CountOrSleep;
     }
     if (memory.WorkingSetSize >= kWorkingSetLimit) {
         trace::monitor(trace::Kind::Warning, 70, kFunction);
         buffer_.bytes = 0;
-        return Next::ReadAgain;
+        return Next::ReadAtOnce;
     }
     post();
-    return Next::Settle;
+    return Next::CountOrSleep;
 }
 
 void DriverReader::post()
@@ -109,18 +100,18 @@ void DriverReader::post()
     if (!queue_.put(buffer_)) {
         const DWORD error = GetLastError();
         trace::monitor(trace::Kind::Error, 69, kFunction, error);
-        result_ = resultOf(error);
+        result_ = HRESULT_FROM_WIN32(error);
     }
 }
 
 // False when the loop is to end.
-bool DriverReader::settle()
+bool DriverReader::countOrSleep()
 {
     if (stop_.isSet()) {
         trace::monitor(trace::Kind::Information, 72, kFunction);
         return false;
     }
-    if (result_ < 0) {
+    if (FAILED(result_)) {
         return false;
     }
     if (buffer_.bytes > 0) {
@@ -135,9 +126,9 @@ bool DriverReader::settle()
 
 void DriverReader::countRead() const
 {
-    if (InterlockedIncrement(&registry_evt_total) % kReadsPerReport == 0) {
+    if (++registry_evt_total % kReadsPerReport == 0) {
         monitorLog.debug("%s: registry_evt_total=%d registry_evt_accepted=%d", kFunction,
-                         static_cast<int>(registry_evt_total), static_cast<int>(registry_evt_accepted));
+                         registry_evt_total.load(), registry_evt_accepted.load());
     }
 }
 

@@ -6,12 +6,6 @@
 
 namespace velmox {
 
-/// Buffers that held at least one byte when they came from the driver: reads, not records, despite the name.
-/// Atomic increments, plain reads.
-extern volatile LONG registry_evt_total;
-/// Registry events written to the stream.
-extern volatile LONG registry_evt_accepted;
-
 /// The worker's loop: pulls raw buffers out of the driver and queues them, at one system call, one memory
 /// query and one queue entry each, and does nothing else.
 ///
@@ -29,25 +23,26 @@ public:
     void run();
 
 private:
-    // What follows a pass: counting or sleeping, or the next read at once.
+    // What follows a pass.
     enum class Next
     {
-        Settle,
-        ReadAgain
+        CountOrSleep,
+        ReadAtOnce
     };
 
     Next pass();
     bool allocate();
-    Next growBuffer(const DWORD &error);
+    Next growBuffer(DWORD error);
     Next handOver();
     void post();
-    bool settle();
+    bool countOrSleep();
     void countRead() const;
 
     const DeviceChannel &device_;
     BufferQueue &queue_;
     const StopFlag &stop_;
     EventBuffer buffer_;
+    // Of the next buffer, in bytes.
     DWORD size_ = 8192;
     HRESULT result_ = 0;
 };

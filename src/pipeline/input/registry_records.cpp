@@ -1,4 +1,4 @@
-#include "pipeline/input/driver_reader.h"
+#include "pipeline/input/event_counters.h"
 #include "pipeline/input/record_processor.h"
 #include "pipeline/input/registry_operations.h"
 #include "pipeline/input/trace.h"
@@ -22,7 +22,7 @@ void RecordProcessor::onRegistryRecord(const MonitorRecord &record)
         return;
     }
     emitRegistryEvent(record, operation.name);
-    InterlockedIncrement(&registry_evt_accepted);
+    ++registry_evt_accepted;
 }
 
 void RecordProcessor::emitRegistryEvent(const MonitorRecord &record, const char *registryType)

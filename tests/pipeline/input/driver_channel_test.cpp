@@ -1,4 +1,5 @@
 #include "pipeline/input/driver_reader.h"
+#include "pipeline/input/event_counters.h"
 #include "pipeline/input/win_registry_monitor.h"
 #include "testbed/record_builder.h"
 #include "tests/pipeline/input/registry_test_key.h"
