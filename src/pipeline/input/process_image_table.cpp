@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <mutex>
 #include <string_view>
 
 namespace velmox {
@@ -9,18 +10,6 @@ namespace velmox {
 namespace {
 
 constexpr DWORD kRetentionMilliseconds = 5000;
-
-class Guard
-{
-public:
-    explicit Guard(CRITICAL_SECTION &lock) : lock_(lock) { EnterCriticalSection(&lock_); }
-    ~Guard() { LeaveCriticalSection(&lock_); }
-    Guard(const Guard &) = delete;
-    Guard &operator=(const Guard &) = delete;
-
-private:
-    CRITICAL_SECTION &lock_;
-};
 
 void copyImage(std::u16string_view image, char16_t *out, int units)
 {
@@ -36,7 +25,8 @@ void copyImage(std::u16string_view image, char16_t *out, int units)
 
 ProcessImageTable &ProcessImageTable::instance()
 {
-    static ProcessImageTable table;
+    // Never destroyed: the watch of a parent may end the process while records are being processed.
+    static ProcessImageTable &table = *new ProcessImageTable;
     return table;
 }
 
@@ -44,7 +34,7 @@ void ProcessImageTable::init()
 {
     retiredHead_ = nullptr;
     retiredTail_ = &retiredHead_;
-    InitializeCriticalSection(&lock_);
+    lock_.emplace();
 }
 
 void ProcessImageTable::destroy()
@@ -54,7 +44,7 @@ void ProcessImageTable::destroy()
     live_ = nullptr;
     retiredHead_ = nullptr;
     retiredTail_ = &retiredHead_;
-    DeleteCriticalSection(&lock_);
+    lock_.reset();
 }
 
 void ProcessImageTable::add(std::uint32_t pid, const char16_t *image)
@@ -65,7 +55,7 @@ void ProcessImageTable::add(std::uint32_t pid, const char16_t *image)
     }
     Entry *expired = nullptr;
     {
-        const Guard guard(lock_);
+        const std::lock_guard guard(*lock_);
         entry->next = live_;
         live_ = entry;
         expired = takeExpired();
@@ -77,7 +67,7 @@ void ProcessImageTable::add(std::uint32_t pid, const char16_t *image)
 bool ProcessImageTable::lookup(std::uint32_t pid, char16_t *out, int units)
 {
     copyImage(kUnknownImage, out, units);
-    const Guard guard(lock_);
+    const std::lock_guard guard(*lock_);
     const Entry *entry = find(live_, pid);
     if (entry == nullptr) {
         entry = find(retiredHead_, pid);
@@ -91,7 +81,7 @@ bool ProcessImageTable::lookup(std::uint32_t pid, char16_t *out, int units)
 
 void ProcessImageTable::retire(std::uint32_t pid, char16_t *out, int units)
 {
-    const Guard guard(lock_);
+    const std::lock_guard guard(*lock_);
     if (Entry *entry = unlinkLive(pid)) {
         copyImage(entry->image, out, units);
         entry->expiresAt = GetTickCount() + kRetentionMilliseconds;

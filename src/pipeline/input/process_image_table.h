@@ -1,8 +1,9 @@
 #pragma once
 
-#include "util/windows_api.h"
+#include "util/critical_section.h"
 
 #include <cstdint>
+#include <optional>
 
 namespace velmox {
 
@@ -35,8 +36,8 @@ public:
     /// Copies the image into `out`, cut to `units` with its NUL, else "N/A"; returns whether the process is
     /// known.
     bool lookup(std::uint32_t pid, char16_t *out, int units);
-    /// Takes the process off the living and copies its image into `out`, which stays as it was for an unknown
-    /// one.
+    /// Moves the process from the running to the exited ones and copies its image into `out`, which stays as
+    /// it was when no such process runs.
     void retire(std::uint32_t pid, char16_t *out, int units);
 
 private:
@@ -63,12 +64,12 @@ private:
     Entry *unlinkLive(std::uint32_t pid);
     Entry *takeExpired();
 
-    // All guarded by lock_.
+    // Guarded by lock_.
     Entry *live_ = nullptr;
     Entry *retiredHead_ = nullptr;
     Entry **retiredTail_ = &retiredHead_;
     Counters counters_ = {};
-    CRITICAL_SECTION lock_;
+    std::optional<CriticalSection> lock_; // from init to destroy
 };
 
 } // namespace velmox
