@@ -45,6 +45,11 @@ bool BaselineCheckPoint::setCheckpoint(const Str &name, const Str &value) const
     return true;
 }
 
+bool BaselineCheckPoint::setLastTimeRun() const
+{
+    return setCheckpoint(kLastTimeRun, Str::fromFormat("%lld", secondsSinceEpoch()));
+}
+
 long long secondsSinceEpoch()
 {
     return Timeval::now().toUnixSeconds();

@@ -18,6 +18,8 @@ public:
     /// The file's first line; false when there is no such file or the line is empty.
     bool gotCheckpoint(const Str &name, Str &value) const;
     bool setCheckpoint(const Str &name, const Str &value) const;
+    /// Writes the present time to `kLastTimeRun`.
+    bool setLastTimeRun() const;
 
 private:
     Pathname pathOf(const Str &name) const { return directory_.concat(name); }

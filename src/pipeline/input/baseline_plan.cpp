@@ -1,7 +1,6 @@
-#include "pipeline/input/baseline_scan.h"
-#include "pipeline/input/monitor_log.h"
+#include "pipeline/input/baseline_plan.h"
 
-#include <iterator>
+#include "pipeline/input/monitor_log.h"
 
 namespace velmox {
 
@@ -9,11 +8,46 @@ namespace {
 
 constexpr char kFunction[] = "WinRegistryMonitor::processHivePaths";
 
+// Whether a walk was completed, and the last run is less than the stanza's interval ago.
+bool hasRunInInterval(const SystemMonitoringConfig &config, const BaselineCheckPoint &checkpoint)
+{
+    // Unsigned, as a damaged file may hold any number.
+    const auto now = static_cast<unsigned long long>(secondsSinceEpoch());
+    Str completed;
+    if (!checkpoint.gotCheckpoint(kCompleted, completed) || !completed.toBool(false, true)) {
+        return false;
+    }
+    Str lastRun;
+    if (!checkpoint.gotCheckpoint(kLastTimeRun, lastRun)) {
+        return false;
+    }
+    const auto elapsed =
+        static_cast<long long>(now - static_cast<unsigned long long>(lastRun.toInt64(0, 10)));
+    return elapsed < config.baselineInterval.toInt64(0, 10);
+}
+
+bool isDue(const SystemMonitoringConfig &config, const BaselineCheckPoint &checkpoint)
+{
+    const Str name = Str::concat("filter_", config.name);
+    const Str &pattern = config.hive.pattern();
+    Str stored;
+    if (!checkpoint.gotCheckpoint(name, stored)) {
+        if (!checkpoint.setCheckpoint(name, pattern)) {
+            monitorLog.error("%s: Failed to set checkpoint for Registry Monitor filter '%s'", kFunction,
+                             config.name.c_str());
+        }
+        return true;
+    }
+    // The file keeps the first pattern: a changed one is walked at every start until an operator removes the
+    // file.
+    return stored != pattern || !hasRunInInterval(config, checkpoint);
+}
+
 } // namespace
 
-bool BaselineScan::processHivePaths(BaselinePlan &plan)
+bool processHivePaths(MonitorRules &rules, const BaselineCheckPoint &checkpoint, BaselinePlan &plan)
 {
-    const MonitorFilterGroup *group = rules_.group(kRegmonFilters);
+    const MonitorFilterGroup *group = rules.group(kRegmonFilters);
     if (group == nullptr) {
         monitorLog.info("%s: %s has been turned off, or no configuration file was found", kFunction,
                         kRegmonFilters);
@@ -22,7 +56,7 @@ bool BaselineScan::processHivePaths(BaselinePlan &plan)
     try {
         std::vector<StartPath> paths;
         for (const SystemMonitoringConfig &config : group->configs) {
-            if (!config.baseline || !isDue(config)) {
+            if (!config.baseline || !isDue(config, checkpoint)) {
                 continue;
             }
             // A pattern without a literal beginning starts no walk, but counts for what other walks meet.
@@ -37,41 +71,6 @@ bool BaselineScan::processHivePaths(BaselinePlan &plan)
         monitorLog.error("%s: Failed to process filter hive paths: '%s'", kFunction, exception.what());
         return false;
     }
-}
-
-bool BaselineScan::isDue(const SystemMonitoringConfig &config) const
-{
-    const Str name = Str::concat("filter_", config.name);
-    const Str &pattern = config.hive.pattern();
-    Str stored;
-    if (!checkpoint_.gotCheckpoint(name, stored)) {
-        if (!checkpoint_.setCheckpoint(name, pattern)) {
-            monitorLog.error("%s: Failed to set checkpoint for Registry Monitor filter '%s'", kFunction,
-                             config.name.c_str());
-        }
-        return true;
-    }
-    // The file keeps the first pattern: a changed one is walked at every start until an operator removes the
-    // file.
-    return stored != pattern || !hasRun(config);
-}
-
-// Whether a walk was completed, and the interval since the last run has not passed yet.
-bool BaselineScan::hasRun(const SystemMonitoringConfig &config) const
-{
-    // Unsigned, as a damaged file may hold any number.
-    const auto now = static_cast<unsigned long long>(secondsSinceEpoch());
-    Str completed;
-    if (!checkpoint_.gotCheckpoint(kCompleted, completed) || !completed.toBool(false, true)) {
-        return false;
-    }
-    Str lastRun;
-    if (!checkpoint_.gotCheckpoint(kLastTimeRun, lastRun)) {
-        return false;
-    }
-    const auto elapsed =
-        static_cast<long long>(now - static_cast<unsigned long long>(lastRun.toInt64(0, 10)));
-    return elapsed < config.baselineInterval.toInt64(0, 10);
 }
 
 } // namespace velmox

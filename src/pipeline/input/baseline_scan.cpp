@@ -1,5 +1,6 @@
 #include "pipeline/input/baseline_scan.h"
 
+#include "pipeline/input/baseline_plan.h"
 #include "pipeline/input/monitor_log.h"
 #include "pipeline/input/value_rendering.h"
 #include "pipeline/input/win_registry.h"
@@ -43,7 +44,7 @@ SYSTEMTIME eventTime(const FILETIME &lastWriteTime)
 bool BaselineScan::establishBaseline()
 {
     BaselinePlan plan;
-    if (!processHivePaths(plan)) {
+    if (!processHivePaths(rules_, checkpoint_, plan)) {
         monitorLog.error("%s: Failed to process filter hive paths", kFunction);
         return false;
     }
@@ -115,7 +116,7 @@ void BaselineScan::markDone(const Str &root, const Str &rest) const
         monitorLog.error("%s: Failed to set checkpoint 'completed' for baseline key path='%s%s'", kFunction,
                          root.c_str(), rest.c_str());
     }
-    if (!checkpoint_.setCheckpoint(kLastTimeRun, Str::fromFormat("%lld", secondsSinceEpoch()))) {
+    if (!checkpoint_.setLastTimeRun()) {
         monitorLog.error("%s: Failed to set checkpoint 'last_time_completed' for baseline key path='%s%s'",
                          kFunction, root.c_str(), rest.c_str());
     }

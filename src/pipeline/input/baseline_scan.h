@@ -10,13 +10,6 @@
 
 namespace velmox {
 
-/// What a baseline has to walk, and which of the keys it meets it reports.
-struct BaselinePlan
-{
-    std::vector<StartPath> startPaths;
-    StrVector regexes;
-};
-
 /// Reports what stands in the registry before the monitoring of changes begins: a walk below the fixed
 /// beginning of each `baseline` stanza's hive pattern, with an event for each value that some pattern
 /// matches.
@@ -43,10 +36,6 @@ private:
         RegexFilterList *filters = nullptr;
         HiveKeyInfo hive;
     };
-
-    bool processHivePaths(BaselinePlan &plan);
-    bool isDue(const SystemMonitoringConfig &config) const;
-    bool hasRun(const SystemMonitoringConfig &config) const;
 
     void walkFrom(const StartPath &path, RegexFilterList &filters);
     Str resolveRoot(const StartPath &path, Str &root);

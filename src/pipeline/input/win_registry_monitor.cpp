@@ -295,7 +295,7 @@ void WinRegistryMonitor::tearDown(bool processTableReady)
 void WinRegistryMonitor::recordStart() const
 {
     constexpr char kFunction[] = "WinRegistryMonitor::MonitorWorker";
-    if (!checkpoint_.setCheckpoint(kLastTimeRun, Str::fromFormat("%lld", secondsSinceEpoch()))) {
+    if (!checkpoint_.setLastTimeRun()) {
         monitorLog.error("%s: Failed to set checkpoint '%s'", kFunction, kLastTimeRun);
         trace::monitor(Kind::Error, 62, kFunction);
     }
