@@ -1,6 +1,7 @@
 #include "pipeline/input/xml_entity.h"
 
 #include "util/char_set.h"
+#include "util/code_point.h"
 
 #include <algorithm>
 #include <charconv>
@@ -11,7 +12,6 @@ namespace velmox {
 namespace {
 
 constexpr std::size_t kLongestName = 16;
-constexpr char32_t kLastCodePoint = 0x10FFFF;
 constexpr XmlEntity kPlainAmpersand{U'&', 1};
 constexpr XmlEntity kCutEntity{0, 0};
 
@@ -27,17 +27,6 @@ struct NamedEntity
 constexpr NamedEntity kNamedEntities[] = {
     {"lt", U'<'}, {"gt", U'>'}, {"amp", U'&'}, {"quot", U'"'}, {"apos", U'\''},
 };
-
-char lowerAscii(char byte)
-{
-    return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + ('a' - 'A')) : byte;
-}
-
-bool equalsInLowerCase(std::string_view text, std::string_view lowered)
-{
-    return std::equal(text.begin(), text.end(), lowered.begin(), lowered.end(),
-                      [](char a, char b) { return lowerAscii(a) == b; });
-}
 
 /// False unless the whole of `digits` is a code point in that base. The longest name leaves no room for an
 /// overflow.
@@ -58,7 +47,7 @@ bool parseReference(std::string_view name, char32_t &out)
     if (name.size() < 2 || name[0] != '#') {
         return false;
     }
-    const bool hexadecimal = lowerAscii(name[1]) == 'x';
+    const bool hexadecimal = name[1] == 'x' || name[1] == 'X';
     return parseCodePoint(name.substr(hexadecimal ? 2 : 1), hexadecimal ? 16 : 10, out);
 }
 
@@ -66,7 +55,7 @@ XmlEntity resolve(std::string_view name)
 {
     const std::size_t length = name.size() + 2;
     for (const NamedEntity &entity : kNamedEntities) {
-        if (equalsInLowerCase(name, entity.name)) {
+        if (Str::compareCaseless(name.data(), name.size(), entity.name.data(), entity.name.size()) == 0) {
             return {entity.codePoint, length};
         }
     }
@@ -89,28 +78,6 @@ XmlEntity readXmlEntity(std::string_view bytes, bool complete)
         }
     }
     return complete || end == kBytesThatDecide ? kPlainAmpersand : kCutEntity;
-}
-
-void appendCodePoint(char32_t codePoint, Str &out)
-{
-    const auto continuation = [codePoint](int shift) {
-        return static_cast<char>(0x80 | (codePoint >> shift & 0x3F));
-    };
-    if (codePoint < 0x80) {
-        out.push_back(static_cast<char>(codePoint));
-    } else if (codePoint < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | codePoint >> 6));
-        out.push_back(continuation(0));
-    } else if (codePoint < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | codePoint >> 12));
-        out.push_back(continuation(6));
-        out.push_back(continuation(0));
-    } else {
-        out.push_back(static_cast<char>(0xF0 | codePoint >> 18));
-        out.push_back(continuation(12));
-        out.push_back(continuation(6));
-        out.push_back(continuation(0));
-    }
 }
 
 } // namespace velmox

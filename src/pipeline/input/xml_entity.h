@@ -1,7 +1,6 @@
 #pragma once
 
-#include "util/str.h"
-
+#include <cstddef>
 #include <string_view>
 
 namespace velmox {
@@ -20,8 +19,5 @@ struct XmlEntity
 /// known; any other form is a plain `&` of one byte. `complete` says that no more bytes of the token can
 /// follow: then an entity without its `;` is a plain `&` too.
 XmlEntity readXmlEntity(std::string_view bytes, bool complete);
-
-/// Appends any code point up to U+10FFFF as UTF-8, the surrogates in the same form as their neighbours.
-void appendCodePoint(char32_t codePoint, Str &out);
 
 } // namespace velmox

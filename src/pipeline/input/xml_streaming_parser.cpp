@@ -1,6 +1,7 @@
 #include "pipeline/input/xml_streaming_parser.h"
 
 #include "pipeline/input/xml_entity.h"
+#include "util/code_point.h"
 
 #include <algorithm>
 
@@ -278,7 +279,7 @@ std::size_t XmlStreamingParser::decode(std::string_view bytes, bool complete)
         if (entity.codePoint == U'\0') {
             nulCharacter(token_);
         } else {
-            appendCodePoint(entity.codePoint, token_);
+            appendCharacter(token_, entity.codePoint);
         }
         at += entity.length;
     }
