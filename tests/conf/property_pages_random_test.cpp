@@ -1,4 +1,6 @@
 #include "conf/file/ini_file.h"
+#include "conf/property_pages_registry.h"
+#include "conf/setup/shared_conf_services.h"
 #include "tests/conf/conf_tree.h"
 #include "tests/support/captured_log.h"
 
@@ -323,7 +325,8 @@ void expectFiles(const ConfTree &tree, const Model &model)
     }
 }
 
-/// Reads in one context, changes some of a stanza and writes it in a context with the app that provides it.
+/// Reads in one context, changes some of a stanza and writes it in a context with the app that provides it,
+/// whose view may be stale.
 void changeSomething(ConfTree &tree, Model &model, const Reader &reader, unsigned round)
 {
     Stanzas stanzas = tree.read("t", reader.app, reader.user);
@@ -340,6 +343,9 @@ void changeSomething(ConfTree &tree, Model &model, const Reader &reader, unsigne
             stanza.set(key, Str::fromFormat("w%u", round));
             expected[name][key] = stanza.get(key);
         }
+    }
+    if (model.oneIn(2)) {
+        tree.setup().shared().pages().invalidateAll();
     }
     tree.pages("t", app, reader.user).write(app, name, stanza, false);
 }
