@@ -1,4 +1,4 @@
-#include "util/str.h"
+#include "util/code_point.h"
 #include "util/unicode_table.h"
 
 #include <algorithm>
@@ -29,7 +29,7 @@ bool isAsciiWord(std::uint64_t word)
 
 bool isContinuation(char byte)
 {
-    return (byte & 0xC0) == 0x80;
+    return isUtf8Continuation(static_cast<unsigned char>(byte));
 }
 
 /// How many ASCII bytes the text begins with.
@@ -101,20 +101,10 @@ void appendFolded(std::string_view text, Str &out)
     }
 }
 
-/// How many bytes a lead byte announces; 1 for a byte that leads nothing.
-std::size_t announcedLength(char lead)
-{
-    const auto byte = static_cast<unsigned char>(lead);
-    if (byte < 0xC2 || byte > 0xF4) {
-        return 1;
-    }
-    return byte < 0xE0 ? 2 : byte < 0xF0 ? 3 : 4;
-}
-
 /// Takes one character off `text` as a key; an ill-formed sequence gives its first byte alone.
 Utf8Key takeCharacter(std::string_view &text)
 {
-    const std::size_t announced = announcedLength(text.front());
+    const std::size_t announced = 1 + utf8ContinuationCount(static_cast<unsigned char>(text.front()));
     Utf8Key key = pack(0, text.front());
     if (announced <= text.size()) {
         const std::string_view following = text.substr(1, announced - 1);

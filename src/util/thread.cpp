@@ -1,5 +1,6 @@
 #include "util/thread.h"
 
+#include "util/argument_list_end.h"
 #include "util/crash_log.h"
 #include "util/crash_sink.h"
 #include "util/thread_debugger_name.h"
@@ -34,12 +35,6 @@ Mutex &allThreadsLock()
     static Mutex &lock = *new Mutex;
     return lock;
 }
-
-struct ArgumentListEnd
-{
-    std::va_list &args;
-    ~ArgumentListEnd() { va_end(args); }
-};
 
 } // namespace
 

@@ -1,5 +1,6 @@
 #include "util/thread_exception.h"
 
+#include "util/argument_list_end.h"
 #include "util/logger.h"
 
 namespace velmox {
@@ -7,13 +8,6 @@ namespace velmox {
 namespace {
 
 Logger threadLogger("Thread");
-
-/// Ends the list also when the exception leaves the function.
-struct ArgumentListEnd
-{
-    std::va_list &args;
-    ~ArgumentListEnd() { va_end(args); }
-};
 
 } // namespace
 
