@@ -1,41 +1,42 @@
 #include "tests/support/child_test.h"
 
-#include <cstdlib>
 #include <gtest/gtest.h>
 
 namespace velmox::testing {
 
 namespace {
 
-constexpr const char *kArgumentVariable = "VELMOX_CHILD_ARGUMENT";
-
-Str commandLineOf(const char *test)
-{
-    wchar_t program[MAX_PATH];
-    EXPECT_NE(GetModuleFileNameW(nullptr, program, MAX_PATH), 0u);
-    return Str::fromFormat(
-        "\"%s\" --gtest_filter=%s --gtest_also_run_disabled_tests --gtest_output= --gtest_brief=1",
-        Str::fromUtf16(asUtf16(program)).c_str(), test);
-}
+constexpr std::u16string_view kArgument = u" --argument=";
 
 } // namespace
 
-ChildTest::ChildTest(const char *test, const Pathname &argument)
-    : process_(commandLineOf(test), {Str::fromFormat("%s=%s", kArgumentVariable, argument.toStr().c_str())})
+ChildTest::ChildTest(const char *test, const Pathname &argument, const StrVector &environment)
+    : ChildProcess(commandLine(test, argument), environment)
 {
 }
 
 bool ChildTest::succeeds()
 {
-    const DWORD code = process_.exitCode();
-    EXPECT_EQ(code, 0u) << process_.output().c_str();
+    const DWORD code = exitCode();
+    EXPECT_EQ(code, 0u) << output().c_str();
     return code == 0;
+}
+
+Str ChildTest::commandLine(const char *test, const Pathname &argument)
+{
+    wchar_t program[MAX_PATH];
+    EXPECT_NE(GetModuleFileNameW(nullptr, program, MAX_PATH), 0u);
+    return Str::fromFormat("\"%s\" --gtest_filter=%s --gtest_also_run_disabled_tests --gtest_output= "
+                           "--gtest_brief=1 --gtest_catch_exceptions=0%s%s",
+                           Str::fromUtf16(asUtf16(program)).c_str(), test, Str::fromUtf16(kArgument).c_str(),
+                           argument.toStr().c_str());
 }
 
 Pathname ChildTest::argument()
 {
-    const char *text = std::getenv(kArgumentVariable);
-    return Pathname::fromUtf8(text ? text : "");
+    const std::u16string_view whole = asUtf16(GetCommandLineW());
+    const std::size_t at = whole.find(kArgument);
+    return at == whole.npos ? Pathname() : Pathname(whole.substr(at + kArgument.size()));
 }
 
 } // namespace velmox::testing

@@ -6,22 +6,17 @@
 namespace velmox::testing {
 
 /// A child process that runs one disabled test of this very program: what a test needs another process to do.
-class ChildTest
+class ChildTest : public ChildProcess
 {
 public:
     /// Starts `suite.DISABLED_name`; `argument` is what `argument()` gives there.
-    ChildTest(const char *test, const Pathname &argument);
+    ChildTest(const char *test, const Pathname &argument, const StrVector &environment = {});
 
     /// Whether the child ended by itself, and well.
     bool succeeds();
 
-    /// All it wrote; after `succeeds`.
-    Str output() { return process_.output(); }
-
+    static Str commandLine(const char *test, const Pathname &argument);
     static Pathname argument();
-
-private:
-    ChildProcess process_;
 };
 
 } // namespace velmox::testing
