@@ -1,4 +1,6 @@
-#include "tests/support/child_process.h"
+#include "tests/support/child_test.h"
+#include "tests/support/failing_call.h"
+#include "tests/support/file_tree.h"
 #include "tests/support/scoped_folder.h"
 #include "util/environment.h"
 #include "util/file_system.h"
@@ -10,93 +12,95 @@
 namespace velmox {
 namespace {
 
-using testing::ChildProcess;
+using testing::FailingCall;
 using testing::ScopedFolder;
 
-void readWith(const WideStr &home, const WideStr &db)
+LoaderInfo &readWith(const WideStr &home, const WideStr &db)
 {
     setEnvironmentVariable(u"VELMOX_HOME", home);
     setEnvironmentVariable(u"VELMOX_DB", db);
     LoaderInfo::instance()->readEnvironment();
+    return *LoaderInfo::instance();
 }
 
 TEST(LoaderInfo, CleansThePathsForItselfAndForItsChildren)
 {
-    struct Case
-    {
-        const char16_t *given;
-        const char16_t *kept;
+    const std::pair<const char16_t *, const char16_t *> cases[] = {
+        {u"C:\\\\prod\\\\app\\\\", u"C:\\prod\\app"},
+        {u"C:\\", u"C:\\"},
+        {u"\\\\host\\\\share\\", u"\\\\host\\share"},
+        {u"C:/a//b/", u"C:/a//b/"},
     };
-    for (const Case &row :
-         {Case{u"C:\\\\prod\\\\app\\\\", u"C:\\prod\\app"}, Case{u"C:\\", u"C:\\"},
-          Case{u"\\\\host\\\\share\\", u"\\\\host\\share"}, Case{u"C:/a//b/", u"C:/a//b/"}}) {
-        readWith(row.given, u"C:\\db\\");
-        EXPECT_EQ(LoaderInfo::instance()->getHome(), row.kept);
-        EXPECT_EQ(LoaderInfo::instance()->getDb(), u"C:\\db");
-        ChildProcess child("cmd /c echo %VELMOX_HOME% %VELMOX_DB%");
+    for (const auto &[given, kept] : cases) {
+        const LoaderInfo &info = readWith(given, u"C:\\db\\");
+        EXPECT_EQ(info.getHome(), kept);
+        EXPECT_EQ(info.getDb(), u"C:\\db");
+        testing::ChildProcess child("cmd /c echo %VELMOX_HOME% %VELMOX_DB%");
         child.exitCode();
-        EXPECT_EQ(child.output(), Str::concat(Str::fromUtf16(row.kept), " C:\\db\n"));
+        EXPECT_EQ(child.output(), Str::concat(Str::fromUtf16(kept), " C:\\db\n"));
     }
+    readWith(u"C:\\three", u"");
+    EXPECT_EQ(LoaderInfo::instance()->getDb(), u"C:\\db") << "a path whose variable is not set stays";
+    EXPECT_EQ(LoaderInfo::instance()->getCommonConfDir(), u"C:\\three\\etc\\myinstall");
 }
 
-TEST(LoaderInfo, LeavesAPathWhoseVariableIsNotSet)
+TEST(LoaderInfo, SurvivesAnEnvironmentThatCannotBeWritten)
 {
-    readWith(u"C:\\one", u"C:\\two");
-    readWith(u"C:\\three", u"");
-    EXPECT_EQ(LoaderInfo::instance()->getHome(), u"C:\\three");
-    EXPECT_EQ(LoaderInfo::instance()->getDb(), u"C:\\two");
-    EXPECT_EQ(LoaderInfo::instance()->getCommonConfDir(), u"C:\\three\\etc\\myinstall");
+    setEnvironmentVariable(u"VELMOX_HOME", u"C:\\new\\");
+    const FailingCall refused("_wputenv_s", ENOMEM, ENOMEM);
+    LoaderInfo::instance()->readEnvironment();
+    EXPECT_EQ(refused.failed(), 1);
+    EXPECT_EQ(LoaderInfo::instance()->getHome(), u"C:\\new");
+}
+
+TEST(LoaderInfo, TellsOfUsedUpMemory)
+{
+    setEnvironmentVariable(u"VELMOX_HOME", u"C:\\longer than what fits in place");
+    try {
+        const FailingCall refused("malloc", 0, ENOMEM);
+        environmentVariable(u"VELMOX_HOME");
+        FAIL();
+    } catch (const std::bad_alloc &exception) {
+        EXPECT_STREQ(exception.what(), "bad allocation");
+    }
 }
 
 TEST(LoaderInfo, TellsTheFirstThingThatIsWrong)
 {
     const ScopedFolder folder;
-    const auto under = [&](const char *name) { return folder.path().join(name); };
-    for (const char *whole : {"whole", "bare", "file"}) {
-        ASSERT_TRUE(makeDirs(under(whole).join("bin"), true));
-    }
-    ASSERT_TRUE(makeDirs(under("whole\\etc\\myinstall"), true));
-    ASSERT_TRUE(makeDirs(under("file\\etc"), true));
-    testing::writeWhole(under("file\\etc\\myinstall"), "");
-    testing::writeWhole(under("plain"), "");
-    struct Case
-    {
-        Pathname home;
-        Pathname db;
-        const char *message;
+    testing::writeTree(
+        folder.path(),
+        {{"whole\\etc\\myinstall\\x", ""}, {"bare\\x", ""}, {"file\\etc\\myinstall", ""}, {"plain", ""}});
+    const Pathname whole = folder / "whole";
+    const Pathname bare = folder / "bare";
+    const Pathname missing = folder / "missing";
+    const Pathname plain = folder / "plain";
+    const std::tuple<Pathname, Pathname, const char *> cases[] = {
+        {u"missing", whole, "The environment variable VELMOX_HOME must not be a relative path."},
+        {whole, u"db", "The environment variable VELMOX_DB must not be a relative path."},
+        {missing, missing, "The environment variable VELMOX_HOME must point to an existing path."},
+        {bare, missing, "The environment variable VELMOX_DB must point to an existing path."},
+        {bare, bare, "The common config path must point at an existing path."},
+        {plain, bare, "The common config path must point at an existing path."},
+        {whole, plain, "The environment variable VELMOX_DB must point to a directory."},
+        {folder / "file", bare, "The common config path must point to a directory."},
+        {whole, bare, nullptr},
     };
-    const Case cases[] = {
-        {u"missing", under("whole"), "The environment variable VELMOX_HOME must not be a relative path."},
-        {under("whole"), u"db", "The environment variable VELMOX_DB must not be a relative path."},
-        {under("missing"), under("missing"),
-         "The environment variable VELMOX_HOME must point to an existing path."},
-        {under("bare"), under("missing"),
-         "The environment variable VELMOX_DB must point to an existing path."},
-        {under("bare"), under("bare"), "The common config path must point at an existing path."},
-        {under("plain"), under("bare"), "The common config path must point at an existing path."},
-        {under("whole"), under("plain"), "The environment variable VELMOX_DB must point to a directory."},
-        {under("file"), under("bare"), "The common config path must point to a directory."},
-        {under("whole"), under("bare"), nullptr},
-    };
-    for (const Case &row : cases) {
-        readWith(row.home, row.db);
-        EXPECT_STREQ(LoaderInfo::instance()->validate(), row.message);
+    for (const auto &[home, db, message] : cases) {
+        EXPECT_STREQ(readWith(home, db).validate(), message);
     }
 }
 
 TEST(LoaderInfo, MissesThePythonThatIsNotThere)
 {
     const ScopedFolder folder;
-    ASSERT_TRUE(makeDirs(folder / "bin", true));
-    readWith(folder.path(), u"");
-    EXPECT_TRUE(LoaderInfo::instance()->isNoPython());
-    testing::writeWhole(folder / "bin\\python.exe", "");
-    readWith(folder.path(), u"");
-    EXPECT_FALSE(LoaderInfo::instance()->isNoPython());
+    EXPECT_TRUE(readWith(folder.path(), u"").isNoPython());
+    testing::writeTree(folder.path(), {{"bin\\python.exe", ""}});
+    EXPECT_FALSE(readWith(folder.path(), u"").isNoPython());
 }
 
-/// Run by the test below as a process of its own: the names are read once.
-TEST(LoaderInfo, DISABLED_PrintNames)
+/// A process of its own: the names are read once.
+TEST(LoaderInfoChild, DISABLED_PrintsNames)
 {
     const LoaderInfo &info = *LoaderInfo::instance();
     std::printf("<%s|%s|%s>", Str::fromUtf16(info.getServerName()).c_str(), info.getDefaultPortText().c_str(),
@@ -105,29 +109,25 @@ TEST(LoaderInfo, DISABLED_PrintNames)
     EXPECT_EQ(info.getPid(), GetCurrentProcessId());
 }
 
-Str namesWith(const char *serverName, const char *computer)
-{
-    ChildProcess child(Str::fromFormat("\"%sutil-tests.exe\" --gtest_also_run_disabled_tests --gtest_output= "
-                                       "--gtest_filter=LoaderInfo.DISABLED_PrintNames",
-                                       testing::programFolder().c_str()),
-                       {Str::fromFormat("VELMOX_SERVER_NAME=%s", serverName),
-                        Str::fromFormat("COMPUTERNAME=%s", computer), "VELMOX_HOME=", "VELMOX_DB="});
-    EXPECT_EQ(child.exitCode(), 0u) << child.output().c_str();
-    const Str output = child.output();
-    const std::size_t begin = output.find("<");
-    return output.substr(begin, output.find(">") + 1 - begin);
-}
-
 TEST(LoaderInfo, NamesTheServerAndTheHost)
 {
-    const Str named = namesWith("Elsewhere", "BOX");
-    EXPECT_THAT(named.c_str(), ::testing::StartsWith("<Elsewhere|8089|BOX ["));
-    const Str bare = namesWith("", "");
-    EXPECT_THAT(bare.c_str(), ::testing::StartsWith("<Velmoxd|8089|no-hostname-set ["));
-    const auto digits = [](const Str &text) { return text.substr(text.find("[") + 1, 32); };
-    EXPECT_EQ(digits(named).findFirst(CharSet::hexDigits(), 0, false), -1);
-    EXPECT_TRUE(named.c_str()[named.size() - 2] == ']' && named.find("[") == named.size() - 35);
-    EXPECT_NE(digits(named), digits(bare));
+    const std::tuple<const char *, const char *, const char *> cases[] = {
+        {"VELMOX_SERVER_NAME=Elsewhere", "COMPUTERNAME=BOX", "<Elsewhere|8089|BOX ["},
+        {"VELMOX_SERVER_NAME=", "COMPUTERNAME=", "<Velmoxd|8089|no-hostname-set ["},
+    };
+    Str before;
+    for (const auto &[server, computer, names] : cases) {
+        testing::ChildTest child("LoaderInfoChild.DISABLED_PrintsNames", Pathname(),
+                                 {server, computer, "VELMOX_HOME=", "VELMOX_DB="});
+        EXPECT_TRUE(child.succeeds());
+        const Str output = child.output();
+        EXPECT_THAT(output.c_str(), ::testing::HasSubstr(names));
+        const Str digits = output.substr(output.find(names) + Str(names).size());
+        EXPECT_EQ(digits.findFirst(CharSet::hexDigits(), 0, false), 32) << digits.c_str();
+        EXPECT_TRUE(digits.substr(32).startsWith("]>"));
+        EXPECT_NE(digits, before);
+        before = digits;
+    }
 }
 
 } // namespace

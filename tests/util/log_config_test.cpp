@@ -12,33 +12,23 @@ using testing::ElementsAre;
 class Recorder : public LogConfigHandler
 {
 public:
-    void rootCategory(StrSegment value, const LogConfigLine &) override { add("root", value); }
-    void category(StrSegment rest, const LogConfigLine &) override { add("category", rest); }
-    void appender(StrSegment name) override { add("appender", name); }
+    void rootCategory(StrSegment value, const LogConfigLine &) override { add("root %s", value); }
+    void category(StrSegment rest, const LogConfigLine &) override { add("category %s", rest); }
+    void appender(StrSegment name) override { add("appender %s", name); }
     bool appenderProperty(StrSegment name, StrSegment property, StrSegment value) override
     {
-        add("property",
-            Str::concat(name.toStr(), ":").append(property.view()).append(":").append(value.view()));
+        add("property %s", Str() << name << ":" << property << ":" << value);
         return property.view() != "bad";
     }
-    void parseError(const LogConfigLine &at) override
-    {
-        add("error", Str::fromFormat("%u %s", at.line, at.text.c_str()));
-    }
-    void unterminatedComment(const LogConfigLine &at) override
-    {
-        add("open", Str::fromFormat("%u", at.line));
-    }
+    void parseError(const LogConfigLine &at) override { add("error %s", Str() << at.line << " " << at.text); }
+    void unterminatedComment(const LogConfigLine &at) override { add("open %s", Str() << at.line); }
 
     std::vector<std::string> found;
 
 private:
-    static Str operator_plus(const Str &a, const Str &b) { return Str::concat(a, b); }
-    void add(const char *what, StrSegment text)
+    void add(const char *fmt, StrSegment text)
     {
-        std::string &line = found.emplace_back(what);
-        line += ' ';
-        line += text.view();
+        found.emplace_back(Str::fromFormat(fmt, text.toStr().c_str()).c_str());
     }
 };
 
@@ -55,11 +45,7 @@ std::vector<std::string> parse(std::initializer_list<const char *> lines, const 
 
 TEST(LogConfig, ReadsEachFormOfALine)
 {
-    const struct
-    {
-        const char *line;
-        const char *found;
-    } cases[] = {
+    const std::pair<const char *, const char *> cases[] = {
         {"rootCategory=WARN,A", "root WARN,A"},
         {"  log4cpp.rootCategory \t=  WARN,A\t", "root WARN,A"},
         {"rootCategory=", "root "},
@@ -90,8 +76,8 @@ TEST(LogConfig, ReadsEachFormOfALine)
         {"appender.A.fileName", "error 1 appender.A.fileName"},
         {" appender.A.fileName x # c", "error 1 appender.A.fileName x"},
     };
-    for (const auto &each : cases) {
-        EXPECT_THAT(parse({each.line}), ElementsAre(each.found)) << each.line;
+    for (const auto &[line, found] : cases) {
+        EXPECT_THAT(parse({line}), ElementsAre(found)) << line;
     }
     EXPECT_THAT(parse({"", " \t", "# x", "<!-- y -->"}), testing::IsEmpty());
     EXPECT_THAT(parse({"appender.A.bad=1"}), ElementsAre("property A:bad:1", "error 1 appender.A.bad=1"));
@@ -138,20 +124,56 @@ TEST(LogCategory, AppliesLevelsAndAppenders)
     EXPECT_EQ(wrong.threshold, LogLevel::Warn);
 }
 
+TEST(LogAppender, TakesPropertiesOrKeepsTheOldOnes)
+{
+    LogAppender appender("A", nullptr);
+    constexpr std::uint64_t kMost = ~std::uint64_t{0};
+    const std::tuple<const char *, const char *, bool, std::uint64_t, std::uint32_t> cases[] = {
+        {"maxFileSize", "7", true, 7, 0},
+        {"maxBackupIndex", "3", true, 7, 3},
+        {"maxFileSize", "010", false, 7, 3},
+        {"maxFileSize", "00", false, 7, 3},
+        {"maxFileSize", "", false, 7, 3},
+        {"maxFileSize", "-1", false, 7, 3},
+        {"maxFileSize", "+1", false, 7, 3},
+        {"maxFileSize", "12k", false, 7, 3},
+        {"maxFileSize", "18446744073709551616", false, 7, 3},
+        {"maxBackupIndex", "4294967296", false, 7, 3},
+        {"maxBackupIndex", "0x1", false, 7, 3},
+        {"layout", "basicLayout", false, 7, 3},
+        {"layout", "", false, 7, 3},
+        {"filename", "y.log", false, 7, 3},
+        {"", "y", false, 7, 3},
+        {"maxFileSize.x", "1", false, 7, 3},
+        {"layout", "SimpleLayout", true, 7, 3},
+        {"layout", "PatternLayout", true, 7, 3},
+        {"maxFileSize", "18446744073709551615", true, kMost, 3},
+        {"maxBackupIndex", "4294967295", true, kMost, ~std::uint32_t{0}},
+        {"maxFileSize", "100 bytes", true, 100, ~std::uint32_t{0}},
+        {"maxBackupIndex", "0\ttimes", true, 100, 0},
+    };
+    for (const auto &[property, value, taken, size, backups] : cases) {
+        EXPECT_EQ(appender.setProperty(property, value), taken) << property << value;
+        EXPECT_EQ(appender.maximumSize(), size) << property << value;
+        EXPECT_EQ(appender.maximumBackupIndex(), backups) << property << value;
+    }
+    appender.setProperty("fileName", "x.log");
+    appender.disable();
+    LogReports reports;
+    EXPECT_FALSE(appender.append(LogRecord(), "a", reports));
+    EXPECT_TRUE(reports.empty());
+}
+
 TEST(LogLoader, NamesTheCompanion)
 {
-    const struct
-    {
-        const char16_t *path;
-        const char16_t *companion;
-    } cases[] = {
+    const std::pair<const char16_t *, const char16_t *> cases[] = {
         {u"C:\\etc\\log-cmdline.cfg", u"C:\\etc\\log-cmdline-local.cfg"},
         {u"C:\\e.tc\\log", u"C:\\e.tc\\log-local"},
         {u"C:\\etc\\.log", u"C:\\etc\\.log-local"},
         {u"a.b.c", u"a.b-local.c"},
     };
-    for (const auto &each : cases) {
-        EXPECT_EQ(logCompanionPath(Pathname(each.path)), Pathname(each.companion));
+    for (const auto &[path, companion] : cases) {
+        EXPECT_EQ(logCompanionPath(Pathname(path)), companion);
     }
 }
 

@@ -5,25 +5,9 @@
 namespace velmox {
 namespace {
 
-Str join8(const char16_t *path, const char *component)
+TEST(Pathname, JoinsBothEncodings)
 {
-    return Pathname(path).join(component).toStr();
-}
-
-Str join16(const char16_t *path, const char16_t *component)
-{
-    return Pathname(path).join(Pathname(component)).toStr();
-}
-
-TEST(PathnameTest, JoinsBothEncodings)
-{
-    const struct
-    {
-        const char16_t *path;
-        const char *component;
-        const char16_t *wideComponent;
-        const char *joined;
-    } cases[] = {
+    const std::tuple<Pathname, const char *, const char16_t *, const char *> cases[] = {
         {u"C:\\x", "a", u"a", "C:\\x\\a"},
         {u"C:\\x\\", "a", u"a", "C:\\x\\a"},
         {u"C:\\x", "\\\\a", u"\\\\a", "C:\\x\\a"},
@@ -39,43 +23,29 @@ TEST(PathnameTest, JoinsBothEncodings)
         {u"", "1:\\a", u"1:\\a", "\\1:\\a"},
         {u"x", "\xC3\xA4", u"\u00E4", "x\\\xC3\xA4"},
     };
-    for (const auto &c : cases) {
-        EXPECT_EQ(join8(c.path, c.component), c.joined) << c.joined;
-        EXPECT_EQ(join16(c.path, c.wideComponent), c.joined) << c.joined;
+    for (const auto &[path, component, wideComponent, joined] : cases) {
+        EXPECT_EQ(path.join(component).toStr(), joined);
+        EXPECT_EQ(path.join(Pathname(wideComponent)).toStr(), joined);
     }
-    EXPECT_EQ(join8(u"", "z:\\a"), "z:\\a");
-    EXPECT_EQ(join16(u"", u"z:\\a"), "\\z:\\a");
-    EXPECT_EQ(join16(u"", u"Z:\\a"), "\\Z:\\a");
-}
+    EXPECT_EQ(Pathname().join("z:\\a"), u"z:\\a");
+    EXPECT_EQ(Pathname().join(Pathname(u"z:\\a")), u"\\z:\\a");
+    EXPECT_EQ(Pathname().join(Pathname(u"Z:\\a")), u"\\Z:\\a");
 
-TEST(PathnameTest, AppendTellsWhereTheComponentWentIn)
-{
     Pathname path;
     EXPECT_EQ(path.append("C:\\"), 0u);
     EXPECT_EQ(path.append(u"\\abc"), 3u);
     EXPECT_EQ(path.append("def"), 7u);
     EXPECT_EQ(path.append("", 0), 10u);
     EXPECT_EQ(path, u"C:\\abc\\def");
+    EXPECT_EQ(path.concat(".tmp"), u"C:\\abc\\def.tmp");
+    EXPECT_EQ(path.concat(Str("\\y")), u"C:\\abc\\def\\y");
+    EXPECT_EQ(path.concat(u"\u00E4"), u"C:\\abc\\def\u00E4");
 }
 
-TEST(PathnameTest, ConcatenatesWithoutASeparator)
+TEST(Pathname, TakesApart)
 {
-    const Pathname path(u"C:\\x");
-    EXPECT_EQ(path.concat(".tmp"), u"C:\\x.tmp");
-    EXPECT_EQ(path.concat(Str("\\y")), u"C:\\x\\y");
-    EXPECT_EQ(path.concat(u"\u00E4"), u"C:\\x\u00E4");
-}
-
-TEST(PathnameTest, TakesApart)
-{
-    const struct
-    {
-        const char16_t *path;
-        const char16_t *dirname;
-        const char16_t *basename;
-        const char *stem;
-        const char *extension;
-    } cases[] = {
+    const std::tuple<Pathname, const char16_t *, const char16_t *, const char *, const char *> cases[] = {
+        // the path, its folder, last component, stem and extension
         {u"C:\\a", u"C:\\", u"a", "a", ""},
         {u"a", u"", u"a", "a", ""},
         {u"\\a", u"\\", u"a", "a", ""},
@@ -93,45 +63,30 @@ TEST(PathnameTest, TakesApart)
         {u"a.b\\c", u"a.b", u"c", "c", ""},
         {u"a.", u"", u"a.", "a", ""},
     };
-    for (const auto &c : cases) {
-        const Pathname path(c.path);
-        EXPECT_EQ(path.dirname(), c.dirname) << path.toStr().c_str();
-        EXPECT_EQ(path.basename(), c.basename) << path.toStr().c_str();
-        EXPECT_EQ(path.stem(), c.stem) << path.toStr().c_str();
-        EXPECT_EQ(path.extension(), c.extension) << path.toStr().c_str();
-        Pathname inPlace(path);
-        inPlace.dirnameInPlace();
-        EXPECT_EQ(inPlace, c.dirname) << path.toStr().c_str();
+    for (auto [path, folder, last, stem, extension] : cases) {
+        EXPECT_EQ(path.dirname(), folder) << path.toStr().c_str();
+        EXPECT_EQ(path.basename(), last) << path.toStr().c_str();
+        EXPECT_EQ(path.stem(), stem) << path.toStr().c_str();
+        EXPECT_EQ(path.extension(), extension) << path.toStr().c_str();
+        path.dirnameInPlace();
+        EXPECT_EQ(path, folder);
     }
 }
 
-TEST(PathnameTest, Classifies)
+TEST(Pathname, ClassifiesAndTidiesSlashes)
 {
-    const struct
-    {
-        const char16_t *path;
-        bool absolute;
-        bool unc;
-    } cases[] = {
+    const std::tuple<Pathname, bool, bool> kinds[] = {
         {u"", false, false},    {u"a", false, false},     {u"C:", false, false},   {u"C:a", false, false},
         {u"C:\\", true, false}, {u"z:/a", true, false},   {u"\\a", true, false},   {u"/", true, false},
         {u"\\\\", true, true},  {u"/\\host", true, true}, {u"1:\\", false, false},
     };
-    for (const auto &c : cases) {
-        EXPECT_EQ(Pathname(c.path).isAbsolute(), c.absolute) << Pathname(c.path).toStr().c_str();
-        EXPECT_EQ(Pathname(c.path).isUnc(), c.unc) << Pathname(c.path).toStr().c_str();
+    for (const auto &[path, absolute, unc] : kinds) {
+        EXPECT_EQ(path.isAbsolute(), absolute) << path.toStr().c_str();
+        EXPECT_EQ(path.isUnc(), unc) << path.toStr().c_str();
     }
-}
-
-TEST(PathnameTest, TidiesSlashes)
-{
-    const struct
-    {
-        const char16_t *path;
-        const char16_t *stripped;
-        const char16_t *collapsed;
-        const char16_t *ensured;
-    } cases[] = {
+    const std::tuple<Pathname, const char16_t *, const char16_t *, const char16_t *> cases[] = {
+        // the path; with the slashes at its end stripped; with runs of them collapsed; with one at its end
+        // ensured
         {u"C:\\", u"C:\\", u"C:\\", u"C:\\"},
         {u"C:\\a\\\\", u"C:\\a", u"C:\\a\\", u"C:\\a\\\\"},
         {u"C:\\\\", u"C:\\", u"C:\\", u"C:\\\\"},
@@ -140,21 +95,15 @@ TEST(PathnameTest, TidiesSlashes)
         {u"", u"", u"", u"\\"},
         {u"a/", u"a/", u"a/", u"a/\\"},
     };
-    for (const auto &c : cases) {
-        Pathname stripped(c.path);
-        stripped.stripTrailingSlashes();
-        EXPECT_EQ(stripped, c.stripped);
-        Pathname collapsed(c.path);
-        collapsed.collapseSlashes();
-        EXPECT_EQ(collapsed, c.collapsed);
-        Pathname ensured(c.path);
-        ensured.ensureTrailingSlash();
-        EXPECT_EQ(ensured, c.ensured);
+    for (const auto &[path, stripped, collapsed, ensured] : cases) {
+        Pathname copies[] = {path, path, path};
+        copies[0].stripTrailingSlashes();
+        copies[1].collapseSlashes();
+        copies[2].ensureTrailingSlash();
+        EXPECT_EQ(copies[0], stripped);
+        EXPECT_EQ(copies[1], collapsed);
+        EXPECT_EQ(copies[2], ensured);
     }
-}
-
-TEST(PathnameTest, SplitsAtBackslashes)
-{
     std::vector<Pathname> pieces;
     Pathname(u"C:\\a/b\\\\c\\").split(pieces);
     EXPECT_EQ(pieces, (std::vector<Pathname>{u"C:", u"a/b", u"", u"c", u""}));

@@ -5,22 +5,9 @@
 namespace velmox {
 namespace {
 
-StrVector split(const StrSegment &text, const char *delimiter, unsigned maxSplits)
+TEST(Split, DeliversPiecesUpToTheLimitAndThenTheRest)
 {
-    StrVector pieces;
-    text.splitInto(pieces, delimiter, maxSplits);
-    return pieces;
-}
-
-TEST(Split, deliversPiecesUpToTheLimitAndThenTheRest)
-{
-    struct Case
-    {
-        const char *text, *delimiter;
-        unsigned maxSplits;
-        StrVector pieces;
-    };
-    const Case cases[] = {
+    const std::tuple<StrSegment, const char *, unsigned, StrVector> cases[] = {
         {"a,b,", ",", Str::kNoLimit, {"a", "b", ""}},
         {"a,b,c", ",", 1, {"a", "b,c"}},
         {"a,b,c", ",", 2, {"a", "b", "c"}},
@@ -30,6 +17,7 @@ TEST(Split, deliversPiecesUpToTheLimitAndThenTheRest)
         {"abc", ",", Str::kNoLimit, {"abc"}},
         {"", ",", Str::kNoLimit, {}},
         {"", ",", 0, {}},
+        {StrSegment(), ",", Str::kNoLimit, {}},
         {"a::b:::c::", "::", Str::kNoLimit, {"a", "b", ":c", ""}},
         {"a:::", "::", Str::kNoLimit, {"a", ":"}},
         {"a:", "::", Str::kNoLimit, {"a:"}},
@@ -38,15 +26,11 @@ TEST(Split, deliversPiecesUpToTheLimitAndThenTheRest)
         {"abc", "", 3, {"a", "b", "c"}},
         {"abc", "", 0, {"abc"}},
     };
-    for (const Case &c : cases) {
-        EXPECT_EQ(split(c.text, c.delimiter, c.maxSplits), c.pieces)
-            << c.text << " at " << c.delimiter << " up to " << c.maxSplits;
+    for (const auto &[text, delimiter, maxSplits, pieces] : cases) {
+        StrVector out;
+        text.splitInto(out, delimiter, maxSplits);
+        EXPECT_EQ(out, pieces) << text.view() << " at " << delimiter << " up to " << maxSplits;
     }
-    EXPECT_TRUE(split(StrSegment(), ",", Str::kNoLimit).empty());
-}
-
-TEST(Split, deliversViewsIntoTheTextAndNulBytesAsAnyOther)
-{
     const Str text("a\0b\0", 4);
     StrSegmentVector views;
     acceptor_PopulateStrSegmentVector acceptor(views);
@@ -57,14 +41,9 @@ TEST(Split, deliversViewsIntoTheTextAndNulBytesAsAnyOther)
     EXPECT_EQ(views[2].data(), text.data() + 4);
 }
 
-TEST(SplitEscaped, closesAPieceAtEachSeparator)
+TEST(SplitEscaped, ClosesAPieceAtEachSeparator)
 {
-    struct Case
-    {
-        const char *text;
-        StrVector pieces;
-    };
-    const Case cases[] = {
+    const std::pair<Str, StrVector> cases[] = {
         {"", {}},
         {"a", {}},
         {"a,b", {"a"}},
@@ -73,36 +52,31 @@ TEST(SplitEscaped, closesAPieceAtEachSeparator)
         {"l\\nr\\rt\\t,", {"l\nr\rtt"}},
         {"a,b\\", {"a"}},
     };
-    for (const Case &c : cases) {
-        StrVector pieces{"kept"};
-        EXPECT_EQ(splitEscaped(c.text, pieces, ','), c.pieces.size()) << c.text;
-        pieces.erase(pieces.begin());
-        EXPECT_EQ(pieces, c.pieces) << c.text;
+    for (const auto &[text, pieces] : cases) {
+        StrVector out{"kept"};
+        EXPECT_EQ(splitEscaped(text, out, ','), pieces.size()) << text.c_str();
+        out.erase(out.begin());
+        EXPECT_EQ(out, pieces) << text.c_str();
     }
 }
 
-TEST(SplitEscaped, readsPairsThatAreClosed)
+TEST(SplitEscaped, ReadsPairsThatAreClosed)
 {
-    struct Case
-    {
-        const char *text;
-        bool clean;
-        std::map<Str, Str> pairs;
-    };
-    const Case cases[] = {
+    using Pairs = std::map<Str, Str>;
+    const std::tuple<Str, bool, Pairs> cases[] = {
         {"", true, {}},
         {"tail", true, {}},
-        {"k=v=", true, {{"k", "v"}}},
-        {"k=v=tail", true, {{"k", "v"}}},
-        {"k=v=k=w=l==", true, {{"k", "w"}, {"l", ""}}},
-        {"k\\==v\\n=", true, {{"k=", "v\n"}}},
+        {"k=v=", true, Pairs{{"k", "v"}}},
+        {"k=v=tail", true, Pairs{{"k", "v"}}},
+        {"k=v=k=w=l==", true, Pairs{{"k", "w"}, {"l", ""}}},
+        {"k\\==v\\n=", true, Pairs{{"k=", "v\n"}}},
         {"k=v", false, {}},
         {"k=v=l=w", false, {}},
     };
-    for (const Case &c : cases) {
-        std::map<Str, Str> pairs;
-        EXPECT_EQ(splitEscapedPairs(c.text, pairs, '='), c.clean) << c.text;
-        EXPECT_EQ(pairs, c.pairs) << c.text;
+    for (const auto &[text, clean, pairs] : cases) {
+        Pairs out;
+        EXPECT_EQ(splitEscapedPairs(text, out, '='), clean) << text.c_str();
+        EXPECT_EQ(out, pairs) << text.c_str();
     }
 }
 

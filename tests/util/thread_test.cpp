@@ -1,10 +1,10 @@
 #include "tests/support/child_test.h"
+#include "tests/support/failing_call.h"
 #include "tests/support/function_thread.h"
 #include "util/thread.h"
 #include "util/thread_exception.h"
 
 #include <atomic>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <libxml/parser.h>
 #include <thread>
@@ -15,75 +15,84 @@ namespace {
 using testing::ensureMainThread;
 using testing::FunctionThread;
 
-constexpr unsigned kLongEnough = 20'000;
+/// A thread that counts how often its body runs and it is destroyed.
+struct CountedThread : Thread
+{
+    CountedThread(std::atomic<int> &bodies, std::atomic<int> &ends)
+        : Thread("%s", "counted"), bodies_(bodies), ends_(ends)
+    {
+    }
+    ~CountedThread() noexcept(false) override { ++ends_; }
+    void main() override
+    {
+        ++bodies_;
+        reaper().run();
+    }
+    std::atomic<int> &bodies_;
+    std::atomic<int> &ends_;
+};
+
+std::atomic<int> bodies;
+std::atomic<int> ends;
 
 TEST(Thread, NamesItselfToWhomeverItIsCurrent)
 {
     ensureMainThread();
     EXPECT_TRUE(Thread::isMainThreadNow());
     EXPECT_EQ(Thread::current(), nullptr);
-    EXPECT_STREQ(Thread::currentName().c_str(), "Main Thread");
-
-    Str inside;
-    Thread *currentInside = nullptr;
-    bool mainInside = true;
-    DWORD idInside = 0;
+    EXPECT_EQ(Thread::currentName(), "Main Thread");
+    Thread *expected = nullptr;
     FunctionThread worker(
         [&] {
-            inside = Thread::currentName();
-            currentInside = Thread::current();
-            mainInside = Thread::isMainThreadNow();
-            idInside = GetCurrentThreadId();
+            EXPECT_EQ(Thread::currentName(), "worker with a long name");
+            EXPECT_EQ(Thread::current(), expected);
+            EXPECT_TRUE(expected->isCurrent() && !Thread::isMainThreadNow());
+            EXPECT_EQ(GetCurrentThreadId(), expected->token());
         },
         "worker with a long name");
+    expected = &worker;
     worker.start();
     worker.join();
-    EXPECT_STREQ(inside.c_str(), "worker with a long name");
-    EXPECT_EQ(currentInside, &worker);
-    EXPECT_FALSE(mainInside);
-    EXPECT_EQ(idInside, worker.token());
     EXPECT_FALSE(worker.isCurrent());
-
-    std::thread foreign([&] { inside = Thread::currentName(); });
-    foreign.join();
-    EXPECT_STREQ(inside.c_str(), "Unknown Thread");
-}
-
-TEST(Thread, KeepsTheLastErrorWhenAskedForItsName)
-{
-    FunctionThread user([] {});
+    std::thread([] { EXPECT_EQ(Thread::currentName(), "Unknown Thread"); }).join();
     SetLastError(1234);
-    static_cast<void>(Thread::currentName());
+    EXPECT_EQ(Thread::currentName(), "Main Thread");
     EXPECT_EQ(GetLastError(), 1234u);
+    const testing::FailingCall refused("TlsGetValue", 0, ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(Thread::currentName(), "???");
 }
 
-TEST(Thread, HoldsStillUntilItIsStarted)
-{
-    std::atomic<bool> ran = false;
-    FunctionThread worker([&] { ran = true; });
-    Sleep(20); // a body that runs too early would have its chance
-    EXPECT_FALSE(ran);
-    worker.start();
-    worker.join();
-    EXPECT_TRUE(ran);
-}
-
-TEST(Thread, NeverRunsItsBodyWhenCancelledOrDestroyedBeforeItsStart)
+TEST(Thread, RunsItsBodyOnlyWhenItIsStarted)
 {
     ensureMainThread();
-    struct Worker : Thread
+    bodies = ends = 0;
     {
-        explicit Worker(std::atomic<bool> &ran) : Thread("worker"), ran_(ran) {}
-        void main() override { ran_ = true; }
-        std::atomic<bool> &ran_;
-    };
-    std::atomic<bool> ran = false;
-    {
-        const Worker destroyed(ran);
+        CountedThread started(bodies, ends);
+        CountedThread cancelled(bodies, ends);
+        const CountedThread destroyed(bodies, ends);
+        Sleep(20); // a body that runs too early would have its chance
+        EXPECT_EQ(bodies, 0);
+        started.start();
+        started.joinOrCancel();
+        cancelled.joinOrCancel();
+        EXPECT_EQ(bodies, 1);
     }
-    Worker cancelled(ran);
-    cancelled.joinOrCancel();
-    EXPECT_FALSE(ran);
+    EXPECT_EQ(bodies, 1);
+    EXPECT_EQ(ends, 3);
+}
+
+TEST(Thread, IsReapedByAnotherThreadAndNotByItself)
+{
+    ensureMainThread();
+    bodies = ends = 0;
+    auto *worker = new CountedThread(bodies, ends);
+    const KernelHandle watched(OpenThread(SYNCHRONIZE, FALSE, worker->token()));
+    worker->start();
+    ASSERT_EQ(WaitForSingleObject(watched.get(), 20'000), WAIT_OBJECT_0);
+    EXPECT_EQ(bodies, 1);
+    EXPECT_EQ(ends, 0);
+    worker->reaper().run();
+    EXPECT_EQ(ends, 1);
 }
 
 TEST(Thread, CountsItsObjectsAndGivesTheSlotBack)
@@ -100,77 +109,34 @@ TEST(Thread, CountsItsObjectsAndGivesTheSlotBack)
     EXPECT_TRUE(Thread::anyCreated());
 }
 
-TEST(Thread, RaisesWhenItsSlotCannotBeFreed)
+template <class Made>
+Str messageOfMaking(auto &&...arguments)
 {
-    // The slot that the next taker gets.
-    const DWORD slot = TlsAlloc();
-    TlsFree(slot);
-    auto *worker = new FunctionThread([] {});
-    TlsFree(slot);
     try {
-        delete worker;
-        FAIL() << "no failure was raised";
+        const Made made(arguments...);
+        return "no exception";
     } catch (const ThreadException &exception) {
-        EXPECT_THAT(exception.what(), ::testing::HasSubstr("about to throw a ThreadException: TlsFree: "));
+        return exception.message();
     }
 }
 
-// The tests below that are disabled run in processes of their own: what they need is there once a process.
-
-TEST(Thread, DISABLED_MadeBeforeTheMainThread)
+// A process of its own: there is one beginning.
+TEST(ThreadChild, DISABLED_MadeBeforeTheMainThread)
 {
-    EXPECT_STREQ(Thread::currentName().c_str(), "Main Thread");
-    bool mainOnAnotherThread = false;
-    std::thread([&] { mainOnAnotherThread = Thread::isMainThreadNow(); }).join();
-    EXPECT_TRUE(mainOnAnotherThread);
-    struct Worker : Thread
-    {
-        Worker() : Thread("worker") {}
-        void main() override {}
-    };
-    try {
-        const Worker worker;
-        FAIL() << "a thread was made before the main thread";
-    } catch (const ThreadException &exception) {
-        EXPECT_STREQ(exception.what(), "Thread created before main thread!");
-    }
+    EXPECT_EQ(Thread::currentName(), "Main Thread");
+    std::thread([] { EXPECT_TRUE(Thread::isMainThreadNow()); }).join();
+    EXPECT_EQ(messageOfMaking<CountedThread>(bodies, ends), "Thread created before main thread!");
     EXPECT_EQ(Thread::activeCount(), 1u);
     EXPECT_FALSE(Thread::anyCreated());
 }
 
-TEST(Thread, DISABLED_PassingCaring)
+TEST(Thread, NeedsOneMainThread)
 {
-    ensureMainThread();
-    thread_primitives::CheckedHandle closedTwice(CreateEventA(nullptr, FALSE, FALSE, nullptr));
-    CloseHandle(closedTwice.get());
-    EXPECT_THROW(closedTwice.reset(), ThreadException);
-
-    closedTwice.reset(CreateEventA(nullptr, FALSE, FALSE, nullptr));
-    CloseHandle(closedTwice.get());
-    Mutex mutex;
-    Thread::ignoreErrorsFromNowOn();
-    closedTwice.reset();
-    mutex.unlock();
-    EXPECT_TRUE(mutex.tryLock());
-}
-
-TEST(Thread, KnowsTheFirstAndTheLastMomentsOfAProcess)
-{
-    testing::ChildTest first("Thread.DISABLED_MadeBeforeTheMainThread", Pathname());
+    testing::ChildTest first("ThreadChild.DISABLED_MadeBeforeTheMainThread", Pathname());
     EXPECT_TRUE(first.succeeds());
-    EXPECT_NE(first.output().find("Thread created before main thread!\n"), Str::npos) << "no line in the log";
-    EXPECT_TRUE(testing::ChildTest("Thread.DISABLED_PassingCaring", Pathname()).succeeds());
-}
-
-TEST(Thread, RefusesASecondMainThread)
-{
+    EXPECT_TRUE(first.output().contains("Thread created before main thread!\n")) << "no line in the log";
     ensureMainThread();
-    try {
-        const EmptyMainThread second;
-        FAIL() << "a second main thread was made";
-    } catch (const ThreadException &exception) {
-        EXPECT_STREQ(exception.what(), "Main Thread created twice!");
-    }
+    EXPECT_EQ(messageOfMaking<EmptyMainThread>(), "Main Thread created twice!");
 }
 
 TEST(Thread, CollectsTheXmlErrorsOfItsOwnThread)
@@ -181,48 +147,25 @@ TEST(Thread, CollectsTheXmlErrorsOfItsOwnThread)
     other.start();
     worker.join();
     other.join();
-    EXPECT_NE(worker.xmlErrors().find("mismatch"), Str::npos) << worker.xmlErrors().c_str();
+    EXPECT_TRUE(worker.xmlErrors().contains("mismatch")) << worker.xmlErrors().c_str();
     EXPECT_TRUE(other.xmlErrors().empty());
-}
-
-TEST(Thread, IsReapedByAnotherThreadAndNotByItself)
-{
-    ensureMainThread();
-    static std::atomic<int> destroyed;
-    destroyed = 0;
-    struct Worker : Thread
-    {
-        Worker() : Thread("reaped") {}
-        ~Worker() noexcept(false) override { ++destroyed; }
-        void main() override { reaper().run(); }
-    };
-    auto *worker = new Worker;
-    const HANDLE watched = OpenThread(SYNCHRONIZE, FALSE, worker->token());
-    worker->start();
-    ASSERT_EQ(WaitForSingleObject(watched, kLongEnough), WAIT_OBJECT_0);
-    CloseHandle(watched);
-    EXPECT_EQ(destroyed, 0);
-    worker->reaper().run();
-    EXPECT_EQ(destroyed, 1);
 }
 
 TEST(Thread, CallsTheEntryThroughAWrapper)
 {
+    ensureMainThread();
     static std::atomic<int> wrapped;
-    wrapped = 0;
+    bodies = wrapped = 0;
     Thread::setEntryWrapper([](void *thread) -> unsigned {
         ++wrapped;
         return Thread::threadEntry(thread);
     });
-    bool ran = false;
-    {
-        FunctionThread worker([&] { ran = true; });
-        worker.start();
-        worker.join();
-    }
+    CountedThread worker(bodies, ends);
     Thread::setEntryWrapper(nullptr);
+    worker.start();
+    worker.join();
     EXPECT_EQ(wrapped, 1);
-    EXPECT_TRUE(ran);
+    EXPECT_EQ(bodies, 1);
 }
 
 } // namespace

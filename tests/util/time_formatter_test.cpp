@@ -46,18 +46,12 @@ Str formatAt(const char *fmt, const StructTm &tm, std::uint32_t ticks = 0, std::
     return out;
 }
 
-struct Case
-{
-    const char *fmt;
-    const char *expected;
-};
-
 constexpr std::int64_t kSunday = 1'709'469'296;   // Sunday 3 March 2024, 12:34:56
 constexpr std::int64_t kMidnight = 1'730'678'400; // Monday 4 November 2024, 00:00:00
 
-TEST(TimeFormatterTest, WritesFields)
+TEST(TimeFormatter, WritesFieldsAndCompositesByFlagsAndWidths)
 {
-    const Case cases[] = {
+    const std::pair<const char *, const char *> cases[] = {
         {"", ""},
         {"plain 100%% text", "plain 100% text"},
         {"%Y %o %C %y", "2024 2024 20 24"},
@@ -71,15 +65,6 @@ TEST(TimeFormatterTest, WritesFields)
         {"%Q %f %q %N", "012 012345 012345 012345600"},
         {"%1N %7N %8Q %03Q", "0 0123456 01234560 012"},
         {"%EY %EC %Ey %Od %OH", "2024 20 24 03 12"},
-    };
-    for (const Case &c : cases) {
-        EXPECT_EQ(formatAt(c.fmt, moment(kSunday), 123'456), c.expected) << c.fmt;
-    }
-}
-
-TEST(TimeFormatterTest, ExpandsComposites)
-{
-    const Case cases[] = {
         {"%D|%x", "03/03/24|03/03/24"},
         {"%F %R", "2024-03-03 12:34"},
         {"%T|%X|%EX", "12:34:56|12:34:56|12:34:56"},
@@ -91,15 +76,6 @@ TEST(TimeFormatterTest, ExpandsComposites)
         {"%#c", "Sunday, March 3, 2024, 12:34:56"},
         {"%#x", "Sunday, March 3, 2024"},
         {"%^c", "SUN MAR  3 12:34:56 2024"},
-    };
-    for (const Case &c : cases) {
-        EXPECT_EQ(formatAt(c.fmt, moment(kSunday)), c.expected) << c.fmt;
-    }
-}
-
-TEST(TimeFormatterTest, AppliesFlagsAndWidths)
-{
-    const Case cases[] = {
         {"%-d %_d %0e %-m", "3  3 03 3"},
         {"%5d %_5d %-5d %05e", "00003     3 3 00003"},
         {"%^a %#a %^B %#p %^P %#Z", "SUN sUN MARCH pm PM fIX"},
@@ -107,14 +83,31 @@ TEST(TimeFormatterTest, AppliesFlagsAndWidths)
         {"%6Y %_6Y", "002024   2024"},
         {"%_12s %012s", "  1709469296 001709469296"},
         {"%^05d", "00003"},
+        // Without flags and width, `%l` is the hour or the milliseconds.
+        {"%H:%M:%S,%l", "12:34:56,012"},
+        {"%H:%M:%S.%l", "12:34:56.012"},
+        {"%H:%M:%S%l", "12:34:56012"},
+        {"%H:%M:%S;%l", "12:34:56;12"},
+        {"%H:%M:%S, %l", "12:34:56, 12"},
+        {"%l:%M %p", "12:34 PM"},
+        {"%l:%M:%S.%l", "12:34:56.012"},
+        {"%s.%l", "1709469296.012"},
+        {"%S,%l", "56,012"},
+        {"%M:%S,%l", "34:56,12"},
+        {"%T,%l", "12:34:56,012"},
+        {"%I %M:%S,%l", "12 34:56,012"},
+        {"%S,%_l %S,%3l %-l", "56,12 56, 12 12"},
+        {",%l", ",12"},
     };
-    for (const Case &c : cases) {
-        EXPECT_EQ(formatAt(c.fmt, moment(kSunday)), c.expected) << c.fmt;
+    for (const auto &[fmt, expected] : cases) {
+        EXPECT_EQ(formatAt(fmt, moment(kSunday), 123'456), expected) << fmt;
     }
     EXPECT_EQ(formatAt("%s|%_6s|%06s", moment(-42)), "-42|   -42|-00042");
+    EXPECT_EQ(formatAt("%I %l %k %p", moment(kMidnight)), "12 12  0 AM");
+    EXPECT_EQ(formatAt("%I %l %k %p", moment(kMidnight + 13 * 3600)), "01  1 13 PM");
 }
 
-TEST(TimeFormatterTest, RefusesWhatItDoesNotKnow)
+TEST(TimeFormatter, RefusesWhatItDoesNotKnow)
 {
     for (const char *fmt :
          {"%",    "abc%", "%5c",  "%-c", "%05a", "%0Z",     "%J",  "%i",   "%^#a",   "%#^a", "%5^a", "%-_d",
@@ -130,61 +123,23 @@ TEST(TimeFormatterTest, RefusesWhatItDoesNotKnow)
     }
 }
 
-TEST(TimeFormatterTest, GivesBareLItsTwoMeanings)
+TEST(TimeFormatter, WritesOffsets)
 {
-    const Case cases[] = {
-        {"%H:%M:%S,%l", "12:34:56,789"},
-        {"%H:%M:%S.%l", "12:34:56.789"},
-        {"%H:%M:%S%l", "12:34:56789"},
-        {"%H:%M:%S;%l", "12:34:56;12"},
-        {"%H:%M:%S, %l", "12:34:56, 12"},
-        {"%l:%M %p", "12:34 PM"},
-        {"%l:%M:%S.%l", "12:34:56.789"},
-        {"%s.%l", "1709469296.789"},
-        {"%S,%l", "56,789"},
-        {"%M:%S,%l", "34:56,12"},
-        {"%T,%l", "12:34:56,789"},
-        {"%I %M:%S,%l", "12 34:56,789"},
-        {"%S,%_l %S,%3l %-l", "56,12 56, 12 12"},
-        {",%l", ",12"},
-    };
-    for (const Case &c : cases) {
-        EXPECT_EQ(formatAt(c.fmt, moment(kSunday), 7'890'000), c.expected) << c.fmt;
-    }
-}
-
-TEST(TimeFormatterTest, CountsHoursToTwelve)
-{
-    EXPECT_EQ(formatAt("%I %l %k %p", moment(kMidnight)), "12 12  0 AM");
-    EXPECT_EQ(formatAt("%I %l %k %p", moment(kMidnight + 13 * 3600)), "01  1 13 PM");
-}
-
-TEST(TimeFormatterTest, WritesOffsets)
-{
-    const struct
-    {
-        const char *fmt;
-        std::int32_t offset;
-        const char *expected;
-    } cases[] = {
+    const std::tuple<const char *, std::int32_t, const char *> cases[] = {
         {"%z %Ez %:z %::z %:::z", 3600, "+0100 +060 +01:00 +01:00:00 +01"},
         {"%z %Ez %:z %::z %:::z", -12'600, "-0330 -210 -03:30 -03:30:00 -03:30"},
         {"%z %::z %:::z", 5 * 3600 + 7, "+0500 +05:00:07 +05:00:07"},
         {"%z %-z %_z %8z", 0, "+0000 +0    +0 +0000000"},
         {"[%z%Ez%:z%:::z]", ZoneSource::kUnknownOffset, "[]"},
     };
-    for (const auto &c : cases) {
-        EXPECT_EQ(formatAt(c.fmt, moment(kSunday), 0, c.offset), c.expected) << c.fmt;
+    for (const auto &[fmt, offset, expected] : cases) {
+        EXPECT_EQ(formatAt(fmt, moment(kSunday), 0, offset), expected) << fmt;
     }
 }
 
-TEST(TimeFormatterTest, NumbersIsoWeeks)
+TEST(TimeFormatter, NumbersIsoWeeks)
 {
-    const struct
-    {
-        std::int64_t unixSeconds;
-        const char *expected;
-    } cases[] = {
+    const std::pair<std::int64_t, const char *> cases[] = {
         {1'104'537'600, "2004-53-6"}, // 1 January 2005
         {1'230'768'000, "2009-01-4"}, // 1 January 2009
         {1'230'595'200, "2009-01-2"}, // 30 December 2008
@@ -192,12 +147,12 @@ TEST(TimeFormatterTest, NumbersIsoWeeks)
         {1'262'563'200, "2010-01-1"}, // 4 January 2010
         {1'609'372'800, "2020-53-4"}, // 31 December 2020
     };
-    for (const auto &c : cases) {
-        EXPECT_EQ(formatAt("%G-%V-%u", moment(c.unixSeconds)), c.expected);
+    for (const auto &[unixSeconds, expected] : cases) {
+        EXPECT_EQ(formatAt("%G-%V-%u", moment(unixSeconds)), expected);
     }
 }
 
-TEST(TimeFormatterTest, NeverFailsToRun)
+TEST(TimeFormatter, NeverFailsToRun)
 {
     StructTm tm;
     tm.weekDay = 7;
@@ -226,7 +181,7 @@ Str formatLocally(const char *fmt, std::int64_t unixSeconds)
     return out;
 }
 
-TEST(TimeFormatterTest, AsksTheLocalZone)
+TEST(TimeFormatter, AsksTheLocalZone)
 {
     const test::ScopedZone zone("EST5");
     EXPECT_EQ(formatLocally("%F %T.%Q %z %s", 1'705'322'096), "2024-01-15 07:34:56.500 -0500 1705322096");

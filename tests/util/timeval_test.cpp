@@ -1,9 +1,9 @@
+#include "tests/support/captured_log.h"
 #include "tests/util/scoped_zone.h"
 #include "util/struct_tm.h"
 #include "util/timeval.h"
 #include "util/zone_source.h"
 
-#include <cstring>
 #include <gtest/gtest.h>
 
 namespace velmox {
@@ -21,38 +21,29 @@ Timeval at(std::int64_t unixSeconds, std::uint32_t ticks = 0)
     return stamp;
 }
 
-/// A zone one hour ahead of UTC that went two hours ahead between two moments.
+/// A zone one hour ahead of UTC that went two hours ahead between two moments; or one that knows nothing.
 class TwoOffsetZone : public ZoneSource
 {
 public:
     static constexpr std::int64_t kForward = 1'711'846'800; // 31 March 2024, 01:00 UTC
     static constexpr std::int64_t kBack = 1'729'990'800;    // 27 October 2024, 01:00 UTC
 
+    explicit TwoOffsetZone(bool isKnown = true) : isKnown_(isKnown) {}
     std::optional<std::int64_t> unixSeconds(const StructTm &tm) const override
     {
-        return tm.asUtcSeconds() - offsetSeconds(tm);
+        return isKnown_ ? std::optional(tm.asUtcSeconds() - offsetSeconds(tm)) : std::nullopt;
     }
-    std::size_t zoneName(const StructTm &tm, char *buffer, std::size_t) const override
-    {
-        std::memcpy(buffer, tm.daylight > 0 ? "TWO" : "ONE", 3);
-        return 3;
-    }
+    std::size_t zoneName(const StructTm &, char *, std::size_t) const override { return 0; }
     std::int32_t offsetSeconds(const StructTm &tm) const override
     {
         const std::int64_t wall = tm.asUtcSeconds();
         const bool ambiguous = wall >= kBack + 3600 && wall < kBack + 7200;
         const bool summer = ambiguous ? tm.daylight > 0 : wall >= kForward + 7200 && wall < kBack + 7200;
-        return summer ? 7200 : 3600;
+        return !isKnown_ ? kUnknownOffset : summer ? 7200 : 3600;
     }
-};
 
-/// A zone that knows nothing.
-class BlankZone : public ZoneSource
-{
-public:
-    std::optional<std::int64_t> unixSeconds(const StructTm &) const override { return std::nullopt; }
-    std::size_t zoneName(const StructTm &, char *, std::size_t) const override { return 0; }
-    std::int32_t offsetSeconds(const StructTm &) const override { return kUnknownOffset; }
+private:
+    bool isKnown_;
 };
 
 void expectFields(const StructTm &tm, const char *expected)
@@ -66,7 +57,7 @@ void expectFields(const StructTm &tm, const char *expected)
 constexpr const char *kLatest = "9999-12-31 23:59:59 wday 5 yday 364 dst -1";
 constexpr const char *kEarliest = "1900-01-01 00:00:00 wday 1 yday 0 dst -1";
 
-TEST(TimevalTest, CountsFromTheUnixEpoch)
+TEST(Timeval, CountsAndMeasures)
 {
     EXPECT_EQ(Timeval(Timeval::kUnixEpoch - 1).toUnixSeconds(), 0);
     EXPECT_EQ(Timeval(Timeval::kUnixEpoch + 19'999'999).toUnixSeconds(), 1);
@@ -76,78 +67,61 @@ TEST(TimevalTest, CountsFromTheUnixEpoch)
     EXPECT_FALSE(stamp.setUnixSeconds(-11'644'473'601));
     EXPECT_FALSE(stamp.setUnixSeconds(INT64_MAX));
     EXPECT_GT(Timeval::now().toUnixSeconds(), kSummer);
-}
-
-TEST(TimevalTest, MeasuresSpans)
-{
     EXPECT_EQ(Timeval(25'000'000).secondsSince(Timeval(0)), 2);
     EXPECT_EQ(Timeval(0).secondsSince(Timeval(25'000'000)), -2);
     EXPECT_EQ(Timeval(10'001).millisecondsSince(Timeval(0)), 2);
     EXPECT_EQ(Timeval(10'000).millisecondsSince(Timeval(0)), 1);
     EXPECT_EQ(Timeval(0).millisecondsSince(Timeval(0)), 0);
-}
-
-TEST(TimevalTest, WritesUnixTimeWithAFraction)
-{
     Str text("t=");
     at(5, 1'234'567).toUnixStr(text, 0);
-    EXPECT_EQ(text, "t=5");
-    const struct
-    {
-        unsigned digits;
-        const char *expected;
-    } cases[] = {{1, "5.0"}, {3, "5.012"}, {7, "5.0123456"}, {9, "5.012345600"}};
-    for (const auto &c : cases) {
-        Str out;
-        at(5, 123'456).toUnixStr(out, c.digits);
-        EXPECT_EQ(out, c.expected);
+    for (const unsigned digits : {1u, 3u, 7u, 9u}) {
+        at(5, 123'456).toUnixStr(text << ' ', digits);
+    }
+    EXPECT_EQ(text, "t=5 5.0 5.012 5.0123456 5.012345600");
+}
+
+TEST(Timeval, PrintsLocalTime)
+{
+    const ScopedZone zone("EST5");
+    const std::pair<Timeval, const char *> cases[] = {
+        {at(kWinter), "Mon Jan 15 07:34:56 2024"},
+        {at(kSummer), "Sun Jul 14 07:34:56 2024"},
+        {at(1'709'647'200), "Tue Mar 05 09:00:00 2024"},
+        {Timeval(Timeval::kMin), "MIN_TIME"},
+        {Timeval(Timeval::kMax), "MAX_TIME"},
+        {at(32'535'244'800), "INVALID_TIME (32535244800)"},
+    };
+    for (const auto &[stamp, text] : cases) {
+        EXPECT_EQ(stamp.toStr(), text);
     }
 }
 
-TEST(TimevalTest, PrintsLocalTime)
-{
-    const ScopedZone zone("EST5");
-    EXPECT_EQ(at(kWinter).toStr(), "Mon Jan 15 07:34:56 2024");
-    EXPECT_EQ(at(kSummer).toStr(), "Sun Jul 14 07:34:56 2024");
-    EXPECT_EQ(at(1'709'647'200).toStr(), "Tue Mar 05 09:00:00 2024");
-    EXPECT_EQ(Timeval(Timeval::kMin).toStr(), "MIN_TIME");
-    EXPECT_EQ(Timeval(Timeval::kMax).toStr(), "MAX_TIME");
-    EXPECT_EQ(at(32'535'244'800).toStr(), "INVALID_TIME (32535244800)");
-}
-
-TEST(TimevalTest, BreaksDownAndBack)
+TEST(Timeval, BreaksDownAndBack)
 {
     const ScopedZone zone("EST5");
     GmtStructTm gmt;
     at(kSummer).toGmt(gmt);
     expectFields(gmt, "2024-07-14 12:34:56 wday 0 yday 195 dst 0");
     EXPECT_EQ(gmt.toUnixTime(), at(kSummer));
-
     LocalStructTm local;
     at(kSummer).toLocal(local);
     expectFields(local, "2024-07-14 07:34:56 wday 0 yday 195 dst 0");
     EXPECT_EQ(local.toUnixTime(), at(kSummer));
-
     LocalStructTmHires hires;
     at(kWinter, 9'876'543).toLocalHires(hires);
     expectFields(hires, "2024-01-15 07:34:56 wday 1 yday 14 dst 0");
     EXPECT_EQ(hires.toUnixTime(), at(kWinter, 9'876'543));
-}
-
 #ifndef _WIN32
-TEST(TimevalTest, KeepsDaylightSavingTime)
-{
-    const ScopedZone zone("EST5EDT");
+    const ScopedZone daylightZone("EST5EDT");
     EXPECT_EQ(at(kWinter).toStr(), "Mon Jan 15 07:34:56 2024");
     EXPECT_EQ(at(kSummer).toStr(), "Sun Jul 14 08:34:56 2024");
-    LocalStructTm local;
     at(kSummer).toLocal(local);
     expectFields(local, "2024-07-14 08:34:56 wday 0 yday 195 dst 1");
     EXPECT_EQ(local.toUnixTime(), at(kSummer));
-}
 #endif
+}
 
-TEST(TimevalTest, BreaksDownInANamedZone)
+TEST(Timeval, BreaksDownInANamedZone)
 {
     const TwoOffsetZone zone;
     for (const std::int64_t edge : {TwoOffsetZone::kForward, TwoOffsetZone::kBack}) {
@@ -163,30 +137,47 @@ TEST(TimevalTest, BreaksDownInANamedZone)
     EXPECT_EQ(tm.toUnixTime(), at(kSummer));
 }
 
-TEST(TimevalTest, YieldsTheEndsOfTimeOnFailure)
+TEST(Timeval, YieldsTheEndsOfTimeOnFailureAndSaysSo)
 {
-    LocalStructTmHires local;
-    Timeval(Timeval::kMax).toLocalHires(local);
-    expectFields(local, kLatest);
-    EXPECT_EQ(local.ticks, 9'999'999u);
-    EXPECT_EQ(local.toUnixTime(), Timeval(Timeval::kMax));
-    at(-1, 5).toLocalHires(local);
-    expectFields(local, kEarliest);
-    EXPECT_EQ(local.ticks, 0u);
-    EXPECT_EQ(local.toUnixTime(), Timeval(Timeval::kMin));
-
-    const BlankZone zone;
-    StructTmInTimezone tm;
-    at(kSummer).toZone(zone, tm);
-    expectFields(tm, kLatest);
-    EXPECT_EQ(tm.toUnixTime(), Timeval(Timeval::kMax));
-    StructTmInTimezoneHires hires;
-    at(-1, 5).toZoneHires(zone, hires);
-    expectFields(hires, kEarliest);
-    EXPECT_EQ(hires.toUnixTime(), Timeval(Timeval::kMin));
+    testing::CapturedLog log;
+    Str expected;
+    LocalStructTm local;
+    LocalStructTmHires localHires;
+    const TwoOffsetZone unknown(false);
+    StructTmInTimezone zoned;
+    StructTmInTimezoneHires zonedHires;
+    for (const bool late : {true, false}) {
+        const Timeval end(late ? Timeval::kMax : Timeval::kMin);
+        const Timeval stamp = late ? end : at(-1, 5);
+        stamp.toLocal(local);
+        stamp.toLocalHires(localHires);
+        stamp.toZone(unknown, zoned);
+        stamp.toZoneHires(unknown, zonedHires);
+        for (const StructTm *tm :
+             std::initializer_list<StructTm *>{&local, &localHires, &zoned, &zonedHires}) {
+            expectFields(*tm, late ? kLatest : kEarliest);
+        }
+        EXPECT_EQ(localHires.ticks, late ? 9'999'999u : 0);
+        EXPECT_EQ(zonedHires.ticks, late ? 9'999'999u : 0);
+        EXPECT_EQ(local.toUnixTime(), end);
+        EXPECT_EQ(localHires.toUnixTime(), end);
+        EXPECT_EQ(zoned.toUnixTime(), end);
+        EXPECT_EQ(zonedHires.toUnixTime(), end);
+        const char *seconds = late ? "1833029933770" : "-1";
+        for (const char *name : {"_localtime64_s", "_localtime64_s", "StructTmInTimezone::fromUnixTime",
+                                 "StructTmInTimezoneHires::fromUnixTime"}) {
+            expected.appendFormat("WARN Timeval: %s(%s) failed!\n", name, seconds);
+        }
+        for (const char *name :
+             {"LocalStructTm", "LocalStructTmHires", "StructTmInTimezone", "StructTmInTimezoneHires"}) {
+            expected.appendFormat("WARN Timeval: %s::toUnixTime(%s) failed!\n", name,
+                                  late ? "9999-12-31 23:59:59" : "1900-1-1 0:00:00");
+        }
+    }
+    EXPECT_EQ(log.text(), expected);
 }
 
-TEST(TimevalTest, AgreesWithTheCalendarOverCenturies)
+TEST(Timeval, AgreesWithTheCalendarOverCenturies)
 {
     GmtStructTm last;
     at(-11'644'473'600).toGmt(last);
@@ -199,18 +190,13 @@ TEST(TimevalTest, AgreesWithTheCalendarOverCenturies)
         ASSERT_EQ(tm.yearDay, tm.year == last.year ? last.yearDay + 1 : 0);
         last = tm;
     }
-    GmtStructTm leapDay;
-    at(951'782'400).toGmt(leapDay);
-    expectFields(leapDay, "2000-02-29 00:00:00 wday 2 yday 59 dst 0");
+    at(951'782'400).toGmt(last);
+    expectFields(last, "2000-02-29 00:00:00 wday 2 yday 59 dst 0");
 }
 
-TEST(TimevalTest, FormatsDurations)
+TEST(Timeval, FormatsDurations)
 {
-    const struct
-    {
-        std::int64_t microseconds;
-        const char *expected;
-    } cases[] = {
+    const std::pair<std::int64_t, const char *> cases[] = {
         {0, "0 microseconds"},
         {1, "1 microsecond"},
         {2, "2 microseconds"},
@@ -226,10 +212,10 @@ TEST(TimevalTest, FormatsDurations)
         {-1, "-1 microsecond"},
         {-5'000, "-5.000 milliseconds"},
     };
-    for (const auto &c : cases) {
-        const Timeval from(Timeval::kUnixEpoch);
-        const Timeval to(Timeval::kUnixEpoch + static_cast<std::uint64_t>(c.microseconds * 10));
-        EXPECT_EQ(formatDuration(from, to), c.expected);
+    const Timeval from(Timeval::kUnixEpoch);
+    for (const auto &[microseconds, expected] : cases) {
+        const Timeval to(Timeval::kUnixEpoch + static_cast<std::uint64_t>(microseconds * 10));
+        EXPECT_EQ(formatDuration(from, to), expected);
     }
 }
 
