@@ -1,7 +1,9 @@
 #include "util/file_permissions.h"
 
+#include "util/critical_section.h"
 #include "util/logger.h"
 
+#include <mutex>
 #include <span>
 
 namespace velmox {
@@ -43,29 +45,25 @@ bool findWellKnown(WELL_KNOWN_SID_TYPE type, BYTE (&sid)[SECURITY_MAX_SID_SIZE])
 class IdentityCache
 {
 public:
-    IdentityCache() { InitializeCriticalSection(&lock_); }
-
     /// Null, with the reason in the last error, when they cannot be found; the next call tries again.
     Identities *get()
     {
-        EnterCriticalSection(&lock_);
+        const std::lock_guard held(lock_);
         found_ =
             found_ || (findOwner(identities_.owner) && findWellKnown(WinWorldSid, identities_.everyone) &&
                        findWellKnown(WinBuiltinAdministratorsSid, identities_.administrators));
-        Identities *result = found_ ? &identities_ : nullptr;
-        LeaveCriticalSection(&lock_);
-        return result;
+        return found_ ? &identities_ : nullptr;
     }
 
 private:
-    CRITICAL_SECTION lock_;
+    CriticalSection lock_;
     bool found_ = false;
     Identities identities_;
 };
 
 Identities *identities()
 {
-    static IdentityCache cache;
+    static IdentityCache &cache = *new IdentityCache;
     return cache.get();
 }
 

@@ -34,6 +34,7 @@ void RegexMatch::namedGroups(std::map<Str, Str> &out) const
 void RegexMatch::clear()
 {
     groups_.clear();
+    subject_ = nullptr;
     matched_ = false;
     whole_ = StrSegment();
 }
