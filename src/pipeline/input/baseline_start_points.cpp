@@ -10,11 +10,6 @@ namespace {
 
 constexpr std::string_view kSeparator = "\\\\";
 
-bool isLiteral(const Str &text)
-{
-    return text.findFirst(kPatternCharacters, 0, true) == -1;
-}
-
 bool covers(const StartPath &front, const StartPath &path)
 {
     return path.size() >= front.size() && std::equal(front.begin(), front.end(), path.begin());
@@ -33,7 +28,7 @@ StartPath literalComponents(const Str &pattern)
         }
         if (separator != 0) {
             Str component = pattern.substr(position, separator - position);
-            if (!isLiteral(component)) {
+            if (hasPatternCharacters(component)) {
                 break;
             }
             components.push_back(std::move(component));
@@ -43,7 +38,7 @@ StartPath literalComponents(const Str &pattern)
     // Behind the last separator, or the whole of a pattern without one.
     const bool hasRest = components.empty() ? !pattern.empty() : position != 0;
     const Str rest = components.empty() ? pattern : pattern.substr(position);
-    if (hasRest && isLiteral(rest)) {
+    if (hasRest && !hasPatternCharacters(rest)) {
         components.push_back(rest);
     }
     return components;

@@ -1,11 +1,15 @@
 #pragma once
 
-#include "util/char_set.h"
+#include "util/str.h"
 
 namespace velmox {
 
-/// The characters by which a hive pattern shows itself to be more than a plain path. The backslash is none of
-/// them, as a path holds it doubled.
-inline constexpr CharSet kPatternCharacters("*.+?|(){}[]^$");
+/// Whether a hive pattern shows itself to be more than a plain path. The backslash does not show that, as a
+/// path holds it doubled.
+inline bool hasPatternCharacters(const Str &pattern)
+{
+    static constexpr CharSet kPatternCharacters("*.+?|(){}[]^$");
+    return pattern.findFirst(kPatternCharacters, 0, true) != -1;
+}
 
 } // namespace velmox

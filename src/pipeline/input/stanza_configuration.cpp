@@ -53,8 +53,7 @@ Str finalHivePattern(const Str &hive, const HiveNames &hiveNames)
     WideStr wide = WideStr::fromUtf8(hive);
     hiveNames.translateHiveRoot(wide);
     Str pattern = Str::fromUtf16(wide);
-    const bool plainPath = hive.findFirst(kPatternCharacters, 0, true) == -1;
-    if (plainPath) {
+    if (!hasPatternCharacters(hive)) {
         pattern.append(kPlainPathSuffix);
     }
     return pattern;
