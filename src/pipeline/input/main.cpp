@@ -22,15 +22,15 @@ WinRegistryMonitor *theMonitor = nullptr;
 
 constexpr char kFunction[] = "run_regmon";
 constexpr int kFailure = -1;
-constexpr int kNotInSafeMode = ERROR_NOT_SAFEBOOT_SERVICE;
-static_assert(kNotInSafeMode == 1084);
+constexpr int kRefusedBySafeMode = ERROR_NOT_SAFEBOOT_SERVICE;
+static_assert(kRefusedBySafeMode == 1084);
 
 void shutdown_callback(void *)
 {
     if (theMonitor == nullptr) {
         return;
     }
-    trace::entry(Kind::Information, 10);
+    trace::entryPoint(Kind::Information, 10);
     theMonitor->stop();
 }
 
@@ -51,8 +51,8 @@ bool refuseSafeMode()
     monitorLog.error(
         "The '%s' driver cannot be started in safe mode. Error %d - This service cannot be started in "
         "Safe Mode .",
-        Str::fromUtf16(theMonitor->driverName()).c_str(), kNotInSafeMode);
-    trace::entry(Kind::Error, 11, kFunction);
+        Str::fromUtf16(theMonitor->driverName()).c_str(), kRefusedBySafeMode);
+    trace::entryPoint(Kind::Error, 11, kFunction);
     return true;
 }
 
@@ -70,7 +70,7 @@ int monitorUntilStopped(const CommandLine &options)
     }
     if (!theMonitor->run()) {
         monitorLog.error("%s: Failed to start Registry Monitor", kFunction);
-        trace::entry(Kind::Error, 12, kFunction);
+        trace::entryPoint(Kind::Error, 12, kFunction);
         return kFailure;
     }
     return 0;
@@ -89,7 +89,7 @@ int runInstalled(const wchar_t *const *arguments)
         std::fputs("VELMOX_HOME must be set. Stopping.\n", stderr);
         return kFailure;
     }
-    Logger::loadConfig(home.join("etc").join("log-cmdline.cfg"), nullptr, {{"VELMOX_HOME", home.toStr()}},
+    Logger::loadConfig(loader->getConfDir().join("log-cmdline.cfg"), nullptr, {{"VELMOX_HOME", home.toStr()}},
                        true);
     armCrashLog(crashLogFolder());
     const EmptyMainThread mainThread;
@@ -127,6 +127,6 @@ int run_regmon(const wchar_t *const *arguments)
 int wmain(int, wchar_t **arguments)
 {
     const velmox::trace::Provider provider;
-    velmox::trace::entry(velmox::trace::Kind::Information, 13);
+    velmox::trace::entryPoint(velmox::trace::Kind::Information, 13);
     return velmox::run_regmon(arguments);
 }

@@ -10,7 +10,7 @@ namespace {
 constexpr GUID kControl = {0xEC915F6D, 0x0F39, 0x40DE, {0x8E, 0xFE, 0x08, 0xD0, 0x65, 0x45, 0x04, 0xA1}};
 constexpr GUID kMonitorMessages = {
     0xBBD47D81, 0xA1F8, 0x551F, {0xB3, 0x7F, 0x8C, 0xE9, 0x88, 0xBB, 0x02, 0xF2}};
-constexpr GUID kEntryMessages = {
+constexpr GUID kEntryPointMessages = {
     0x0F4EBB29, 0x6E02, 0x8E4D, {0x67, 0x61, 0xEB, 0x67, 0x47, 0xBD, 0x41, 0xFA}};
 constexpr char kProviderName[] = "WinRegistryMonitor";
 
@@ -18,6 +18,7 @@ constexpr char kProviderName[] = "WinRegistryMonitor";
 constexpr ULONG kMessageFlags = 43;
 
 std::atomic<TRACEHANDLE> session{0};
+// Kept as the session gives it; the flags alone let messages through.
 std::atomic<UCHAR> enableLevel{0};
 
 ULONG WINAPI onControl(WMIDPREQUESTCODE request, void *, ULONG *, void *buffer)
@@ -56,9 +57,9 @@ std::size_t Argument::bytes() const
                                     : bytes_;
 }
 
-void sendEntryMessage(std::uint16_t number, const Argument &a, const Argument &b)
+void sendEntryPointMessage(std::uint16_t number, const Argument &a, const Argument &b)
 {
-    send(kEntryMessages, number, a, b, {}, {});
+    send(kEntryPointMessages, number, a, b, {}, {});
 }
 
 void sendMonitorMessage(std::uint16_t number, const Argument &function, const Argument &a, const Argument &b,

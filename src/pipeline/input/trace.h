@@ -17,6 +17,7 @@ enum class Kind : std::uint32_t
     Error = 1,
     Warning = 2,
     Information = 4,
+    /// Entry to a function.
     Entry = 8
 };
 
@@ -51,15 +52,15 @@ inline bool isOn(Kind kind)
     return (enableFlags.load(std::memory_order_relaxed) & static_cast<std::uint32_t>(kind)) != 0;
 }
 
-void sendEntryMessage(std::uint16_t number, const Argument &a, const Argument &b);
+void sendEntryPointMessage(std::uint16_t number, const Argument &a, const Argument &b);
 void sendMonitorMessage(std::uint16_t number, const Argument &function, const Argument &a, const Argument &b,
                         const Argument &c);
 
-/// A message of the program's entry; numbers 10 to 13.
-inline void entry(Kind kind, std::uint16_t number, const Argument &a = {}, const Argument &b = {})
+/// A message of the program's entry point; numbers 10 to 13.
+inline void entryPoint(Kind kind, std::uint16_t number, const Argument &a = {}, const Argument &b = {})
 {
     if (isOn(kind)) {
-        sendEntryMessage(number, a, b);
+        sendEntryPointMessage(number, a, b);
     }
 }
 
