@@ -45,19 +45,19 @@ bool isSameKey(HKEY a, HKEY b)
            nameOfA == nameOfB;
 }
 
-/// A key that the walk is in, and those above it.
-struct Visited
+/// A key that the walk has open, and those above it.
+struct OpenKey
 {
     HKEY key;
     KeyInfo info;
-    const Visited *above;
+    const OpenKey *above;
     unsigned level;
 
     /// Whether the key is one of those above it: a symbolic link has led back up, and any user can make one.
     /// Names are asked for only where all else agrees, as each costs as much as a value.
     bool isRepeated() const
     {
-        for (const Visited *other = above; other != nullptr; other = other->above) {
+        for (const OpenKey *other = above; other != nullptr; other = other->above) {
             if (info == other->info && isSameKey(key, other->key)) {
                 return true;
             }
@@ -115,23 +115,23 @@ void reportValues(const RegistryWalk &walk, HKEY key, const KeyInfo &info, const
     }
 }
 
-std::uint32_t visitKey(const RegistryWalk &walk, HKEY key, std::u16string_view path, const Visited *above);
+std::uint32_t visitKey(const RegistryWalk &walk, HKEY key, std::u16string_view path, const OpenKey *above);
 
 // Returns what came of opening the last sub key.
-LSTATUS visitSubKeys(const RegistryWalk &walk, const Visited &visited, const KeyBuffer &buffer)
+LSTATUS visitSubKeys(const RegistryWalk &walk, const OpenKey &open, const KeyBuffer &buffer)
 {
     LSTATUS status = ERROR_SUCCESS;
-    for (DWORD index = 0; index < visited.info.subKeys; ++index) {
+    for (DWORD index = 0; index < open.info.subKeys; ++index) {
         DWORD nameLength = buffer.nameRoom();
-        RegEnumKeyExW(visited.key, index, buffer.name(), &nameLength, nullptr, nullptr, nullptr, nullptr);
-        // Where that failed there may be no name, by which the key itself would be opened over and over.
+        RegEnumKeyExW(open.key, index, buffer.name(), &nameLength, nullptr, nullptr, nullptr, nullptr);
+        // Where that failed the name may be empty, which would open the key itself over and over.
         const bool hasName = *buffer.name() != L'\0';
         RegistryKeyHandle child;
-        status = hasName ? openForReading(visited.key, buffer.name(), child) : ERROR_SUCCESS;
+        status = hasName ? openForReading(open.key, buffer.name(), child) : ERROR_SUCCESS;
         if (child.isValid() &&
             (walk.keyCallback == nullptr ||
-             walk.keyCallback(buffer.path(), visited.info.lastWriteTime, walk.context) == 1)) {
-            visitKey(walk, child.get(), buffer.path(), &visited);
+             walk.keyCallback(buffer.path(), open.info.lastWriteTime, walk.context) == 1)) {
+            visitKey(walk, child.get(), buffer.path(), &open);
         }
         if (*walk.stop != 0) {
             break;
@@ -140,24 +140,24 @@ LSTATUS visitSubKeys(const RegistryWalk &walk, const Visited &visited, const Key
     return status;
 }
 
-std::uint32_t visitKey(const RegistryWalk &walk, HKEY key, std::u16string_view path, const Visited *above)
+std::uint32_t visitKey(const RegistryWalk &walk, HKEY key, std::u16string_view path, const OpenKey *above)
 {
-    Visited visited = {key, {}, above, above == nullptr ? 0 : above->level + 1};
-    if (*walk.stop != 0 || visited.level > kDeepestLevel) {
+    OpenKey open = {key, {}, above, above == nullptr ? 0 : above->level + 1};
+    if (*walk.stop != 0 || open.level > kDeepestLevel) {
         return ERROR_SUCCESS;
     }
-    if (const LSTATUS result = visited.info.read(key); result != ERROR_SUCCESS) {
+    if (const LSTATUS result = open.info.read(key); result != ERROR_SUCCESS) {
         return static_cast<std::uint32_t>(result);
     }
-    if (visited.isRepeated()) {
+    if (open.isRepeated()) {
         return ERROR_SUCCESS;
     }
-    const KeyBuffer buffer(path, visited.info);
+    const KeyBuffer buffer(path, open.info);
     if (!buffer.isValid()) {
         return ERROR_NOT_ENOUGH_MEMORY;
     }
-    reportValues(walk, key, visited.info, buffer);
-    return static_cast<std::uint32_t>(visitSubKeys(walk, visited, buffer));
+    reportValues(walk, key, open.info, buffer);
+    return static_cast<std::uint32_t>(visitSubKeys(walk, open, buffer));
 }
 
 } // namespace

@@ -65,7 +65,7 @@ bool WinRegistryMonitor::init()
 {
     constexpr char kFunction[] = "WinRegistryMonitor::init";
     trace::monitor(Kind::Entry, 25, kFunction);
-    if (!loadSystemRoutines() || !readConfiguration()) {
+    if (!findStatusMapping() || !readConfiguration()) {
         return false;
     }
     checkpoint_.setDirectory(checkpointDir_.concat("\\"));
@@ -82,7 +82,8 @@ bool WinRegistryMonitor::init()
     return true;
 }
 
-bool WinRegistryMonitor::loadSystemRoutines()
+// False without ntdll.dll; without the routine the status of each event stays "N/A".
+bool WinRegistryMonitor::findStatusMapping()
 {
     constexpr char kFunction[] = "WinRegistryMonitor::init";
     const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");

@@ -74,7 +74,7 @@ private:
     /// Called after each event has been written, with its body text.
     virtual void eventWritten(const Str &text);
 
-    bool loadSystemRoutines();
+    bool findStatusMapping();
     bool readConfiguration();
     bool configure(const char *filterFileName);
     bool StartDriver();
@@ -94,6 +94,7 @@ private:
     StanzaDefaults defaults_;
     Pathname checkpointDir_;
     BaselineCheckPoint checkpoint_;
+    // Not deleted before the process ends.
     WinRegistryMonitorThread *workerThread_ = nullptr;
     BufferQueue queue_;
     StopFlag stopFlag_;
