@@ -59,11 +59,11 @@ void ModularInputs::initializeSchemes()
         return;
     }
     schemes_.clear();
-    seen_.clear();
+    std::set<Str> known;
     for (const AppFolder &app : appFolders(host_.systemDir, host_.appParents)) {
         if (host_.isAppUsable(app.name)) {
             for (const SchemeSpec &spec : readSchemeSpecs(app)) {
-                initializeUnlessKnown(spec);
+                initializeUnlessKnown(spec, known);
             }
         }
     }
@@ -74,11 +74,12 @@ bool ModularInputs::isAllowedHere() const
     return host_.context == ProcessContext::Server || host_.context == ProcessContext::Rest;
 }
 
-void ModularInputs::initializeUnlessKnown(const SchemeSpec &spec)
+/// `known` holds the names met before, also those of schemes that failed.
+void ModularInputs::initializeUnlessKnown(const SchemeSpec &spec, std::set<Str> &known)
 {
     modularInputsLog.debug("===================================================");
     modularInputsLog.debug("Found scheme=\"%s\".", spec.name.c_str());
-    if (!seen_.insert(spec.name).second) {
+    if (!known.insert(spec.name).second) {
         modularInputsLog.debug("Scheme \"%s\" already defined.  Skipping.", spec.name.c_str());
         return;
     }

@@ -73,7 +73,7 @@ public:
 
 private:
     bool isAllowedHere() const;
-    void initializeUnlessKnown(const SchemeSpec &spec);
+    void initializeUnlessKnown(const SchemeSpec &spec, std::set<Str> &known);
     void reportFailure(const SchemeSpec &spec, const std::exception &exception) const;
     std::optional<Scheme> initialize(const SchemeSpec &spec) const;
     std::optional<InputDocument> gather(const Scheme &scheme, const std::optional<Str> &stanza) const;
@@ -81,8 +81,6 @@ private:
 
     ModularInputsHost host_;
     std::map<Str, Scheme> schemes_;
-    /// Also of those that failed.
-    std::set<Str> seen_;
 };
 
 } // namespace velmox

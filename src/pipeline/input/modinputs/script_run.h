@@ -13,11 +13,8 @@ namespace velmox {
 /// what a script writes there never fails a run.
 struct ScriptLimits
 {
-    static constexpr std::chrono::seconds kTime{60};
-    static constexpr std::uint64_t kOutputBytes = 16u << 20;
-
-    std::chrono::milliseconds time = kTime;
-    std::uint64_t outputBytes = kOutputBytes;
+    std::chrono::milliseconds time = std::chrono::seconds(60);
+    std::uint64_t outputBytes = 16u << 20;
 };
 
 /// Runs a script to its end: `input` goes to its standard input, what comes out goes to `onOutput` in pieces,
