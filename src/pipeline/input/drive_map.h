@@ -37,7 +37,7 @@ private:
     DriveMappings mappings_;
 };
 
-/// The same by the system's own drives, which are asked for once; the thread that processes events only.
+/// The same by the drives of this system, as they were at the first call that found any. Main thread only.
 Str translateProcessDrive(const Str &proc);
 Str deviceToDrive(const Str &path);
 

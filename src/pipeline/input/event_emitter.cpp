@@ -24,7 +24,7 @@ bool isSameSecond(const SYSTEMTIME &a, const SYSTEMTIME &b)
 
 } // namespace
 
-// Within a second of event time only the milliseconds change, and they pass through the conversion.
+// Within one second only the milliseconds differ, which the conversion leaves as they are.
 Str EventEmitter::localTimeText(const SYSTEMTIME &time)
 {
     if (isSameSecond(time, lastTime_)) {

@@ -1,3 +1,4 @@
+#include "pipeline/input/drive_map.h"
 #include "pipeline/input/process_enumeration.h"
 #include "pipeline/input/record_processor.h"
 #include "pipeline/input/trace.h"
@@ -27,6 +28,7 @@ void RecordProcessor::onImageRecord(const MonitorRecord &record)
     learnImage(record);
     processImage_ = Str::fromUtf16(imageBuffer_);
     trace::monitor(trace::Kind::Information, 51, kFunction, processImage_);
+    // Both the program and the image that was loaded into it must pass as the process.
     if (!passes(kGroup, processImage_, kNoKey, "image") || !passes(kGroup, keyPath_, kNoKey, "image")) {
         trace::monitor(trace::Kind::Information, 52, kFunction);
         return;

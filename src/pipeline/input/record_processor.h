@@ -1,6 +1,5 @@
 #pragma once
 
-#include "pipeline/input/drive_map.h"
 #include "pipeline/input/driver_protocol.h"
 #include "pipeline/input/event_emitter.h"
 #include "pipeline/input/hive_names.h"
@@ -50,14 +49,14 @@ private:
     EventEmitter &emitter_;
     RecordClock clock_;
 
-    // The record at hand; the strings keep their room from record to record.
+    // The record at hand; the strings keep their memory from record to record.
     std::u16string_view name_;
     std::u16string nameRoom_; // behind data of odd length a name stands at an odd address
-    Str rawPath_;
-    Str keyPath_;
-    char16_t imageBuffer_[kImageUnits];
+    Str rawPath_;             // name_ in UTF-8: the path of a key or an image, or an account
+    Str keyPath_;             // rawPath_ for the filters, with the current control set under that name
+    char16_t imageBuffer_[kImageUnits]; // the table's image of the process, or "N/A"
     bool imageKnown_ = false;
-    Str processImage_;
+    Str processImage_; // imageBuffer_ for the filters, empty for an unknown process
     SYSTEMTIME eventTime_ = {};
     SysMonFilterableEvent event_;
 };

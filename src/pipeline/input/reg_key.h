@@ -5,7 +5,8 @@
 
 namespace velmox {
 
-/// One registry key, found by a root and a path below it. Failures are logged and give false.
+/// One registry key, found by a root and a path below it. Failures give false and, all but those of
+/// `queryValue`, a line in the log.
 class RegKey
 {
 public:

@@ -4,6 +4,7 @@
 
 namespace velmox {
 
+/// Keys that RegCloseKey closes.
 struct RegistryKeyTraits
 {
     using Type = HKEY;

@@ -1,3 +1,4 @@
+#include "pipeline/input/drive_map.h"
 #include "pipeline/input/event_counters.h"
 #include "pipeline/input/record_processor.h"
 #include "pipeline/input/registry_operations.h"

@@ -6,10 +6,12 @@
 
 namespace velmox {
 
-/// What stanzas get that say nothing of their own.
+/// What the command line says for all stanzas.
 struct StanzaDefaults
 {
+    /// For the stanzas that name none.
     Str index;
+    /// The sense of their filters, as in `MonitorFilterGroup`.
     bool inclusive = true;
 };
 

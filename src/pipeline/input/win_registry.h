@@ -33,7 +33,8 @@ public:
     std::uint32_t walk(HKEY rootKey, const char16_t *subKeyPath, KeyCallback keyCallback,
                        ValueCallback valueCallback, void *context, const volatile LONG *stop) const;
 
-    /// Appends the names of the sub keys; names of more than 254 units are left out.
+    /// Appends the names of the sub keys; names of more than 254 units are left out. False, with the reason
+    /// logged, when they cannot all be listed.
     bool getSubKeys(HKEY key, WideStrVector &out) const;
 
     /// Appends the long names of the roots.

@@ -20,7 +20,7 @@ struct InputDocument
     Pathname checkpoint_dir;
     Stanzas stanzas;
 
-    /// The XML document, in UTF-8, with a line an element.
+    /// The XML document, in UTF-8, each element on a line of its own.
     Str toXml() const;
 };
 
