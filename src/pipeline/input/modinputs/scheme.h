@@ -1,7 +1,6 @@
 #pragma once
 
-#include "util/pathname.h"
-#include "util/str.h"
+#include "pipeline/input/modinputs/script_command.h"
 
 #include <map>
 #include <set>
@@ -25,30 +24,6 @@ struct SchemeSpec
     Str name;
     AppFolder app;
     std::set<Str> parameters;
-};
-
-/// What is told of a script before it is found: its file name, and its arguments.
-struct ScriptName
-{
-    Str file;
-    Str arguments;
-
-    /// The arguments stand behind the first blank.
-    static ScriptName fromText(const Str &text);
-};
-
-/// A script with the arguments that it gets on every start.
-struct ScriptCommand
-{
-    Pathname file;
-    Str arguments;
-
-    bool empty() const { return file.empty(); }
-    /// The path, and the arguments behind a blank.
-    Str text() const;
-    /// How it is started: a path with blanks in it is quoted, and a script of the extension `py` is an
-    /// argument of `python`. More arguments go directly behind.
-    Str commandLine() const;
 };
 
 enum class StreamingMode
