@@ -145,7 +145,7 @@ void Logger::writeGuarded(unsigned error, LogLevel level, LogFormatCallback *cal
         throw;
     } catch (...) {
         // What could not be formatted is told by its format.
-        writeFallback(level, message.empty() ? Str(fmt) : message);
+        writeFallback(level, message.empty() ? std::string_view(fmt) : message.view());
     }
 }
 
@@ -193,14 +193,16 @@ bool Logger::deliver(LogLevel level, const Str &message, const LogCulprits *culp
     return written;
 }
 
-void Logger::writeFallback(LogLevel level, const Str &message)
+/// Piece by piece, for memory may be what is missing.
+void Logger::writeFallback(LogLevel level, std::string_view message)
 {
     if (LogSystem::instance().isFallbackSilenced()) {
         return;
     }
-    Str line;
-    line << logLevelName(level) << " - " << message << "\r\n";
-    platform::writeStandardError(line.data(), line.size());
+    for (const std::string_view piece :
+         {logLevelName(level), std::string_view(" - "), message, std::string_view("\r\n")}) {
+        platform::writeStandardError(piece.data(), piece.size());
+    }
 }
 
 void Logger::log(LogLevel level, LogFormatCallback *callback, const char *fmt, std::va_list args)

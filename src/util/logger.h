@@ -97,7 +97,7 @@ private:
     virtual bool escapesLineEnds() const { return true; }
     virtual bool truncatesLongMessages() const { return true; }
 
-    static void writeFallback(LogLevel level, const Str &message);
+    static void writeFallback(LogLevel level, std::string_view message);
 
     void bindTo(LogCategory *category);
     bool passesUnconfigured() const;
