@@ -26,18 +26,18 @@ public:
     /// True when a migration was carried out, false when there was none to do.
     bool migrate();
 
-    /// Reads `sysmon.conf`; `migrated` tells that nothing is to be done.
-    void read(bool &migrated);
-    void writeToInputs();
-    void writeToRegmonAndProcmon(const Str &fileName);
-    void markAsMigrated();
     /// For filter files besides the two: carries a state and an index into every stanza of `sourceName`, and
     /// saves them as stanzas of the registry's or of the processes' filters. Not part of `migrate`.
     void migrateNonRegmonProcmonFilters(const Str &sourceName, const Str &disabled, const Str &index,
                                         bool toRegmon);
 
 private:
+    /// Reads `sysmon.conf`; `migrated` tells that nothing is to be done.
+    void read(bool &migrated);
     void readRecord(const Str &stanzaName, const PropertiesMap &stanza);
+    void writeToInputs();
+    void writeToRegmonAndProcmon(const Str &fileName);
+    void markAsMigrated();
     void saveToConfFile(const Str &fileName, const Str &stanzaName, const PropertiesMap &stanza);
 
     /// By the name of the filter file.

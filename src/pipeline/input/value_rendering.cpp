@@ -103,6 +103,20 @@ void renderStringList(const WideData &list, Str &out)
     }
 }
 
+// True, with a line in the log, for text that could pass for the end of an event in the stream.
+bool hasStreamMark(const Str &text)
+{
+    if (text.size() < STREAM_MARK.size() || !text.contains(STREAM_MARK)) {
+        return false;
+    }
+    if (!STREAM_MARK_PATTERN.match(text)) {
+        return false;
+    }
+    monitorLog.error("Found pattern - \\n***VELMOX*** in data %s. This data will not be printed.",
+                     text.c_str());
+    return true;
+}
+
 void dropForgery(Str &text)
 {
     if (hasStreamMark(text)) {
@@ -118,19 +132,6 @@ const char *dataTypeName(std::uint32_t operation, std::uint32_t dataType)
         return "REG_SD";
     }
     return dataType < kDataTypes.size() ? kDataTypes[dataType] : "UNKNOWN";
-}
-
-bool hasStreamMark(const Str &text)
-{
-    if (text.size() < STREAM_MARK.size() || !text.contains(STREAM_MARK)) {
-        return false;
-    }
-    if (!STREAM_MARK_PATTERN.match(text)) {
-        return false;
-    }
-    monitorLog.error("Found pattern - \\n***VELMOX*** in data %s. This data will not be printed.",
-                     text.c_str());
-    return true;
 }
 
 void renderValueData(std::uint32_t /*operation*/, std::uint32_t dataType, const unsigned char *data,

@@ -19,7 +19,4 @@ const char *dataTypeName(std::uint32_t operation, std::uint32_t dataType);
 void renderValueData(std::uint32_t operation, std::uint32_t dataType, const unsigned char *data,
                      std::uint32_t dataBytes, Str &out);
 
-/// True, with a line in the log, when `text` holds the mark that once ended an event in the stream.
-bool hasStreamMark(const Str &text);
-
 } // namespace velmox
