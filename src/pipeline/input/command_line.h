@@ -13,9 +13,12 @@ struct CommandLine
     std::uint32_t parentPid = 0;
     bool runUntilPidDies = false;
     bool dieWhenPidDies = false;
+    /// For stanzas that name none; empty when it was not given.
     Str index;
+    /// The sense of the filters: true when a match keeps an event.
     bool inclusive = true;
     bool migrateSysmon = true;
+    /// To end after the migration; without one it has no effect.
     bool migrateOnly = false;
 };
 

@@ -6,7 +6,7 @@ namespace {
 
 // The system's message becomes part of the format, and some messages hold conversions of their own. Each of
 // those takes one of the arguments passed behind the number: a pointer to zeros, which every conversion can
-// read, and which one that writes can write to.
+// read, and which one that writes can write to. The compiler must not count these against the format.
 void formatMessage(Str &out, unsigned error, const char *fmt, ...)
 {
     std::va_list args;

@@ -22,7 +22,7 @@ enum class Kind : std::uint32_t
 };
 
 /// A message's argument as event tracing takes it: bytes and their length. Text goes with its NUL, a null
-/// text as "NULL".
+/// text as "NULL". Refers to what it is made of, which must stand until the message is sent.
 class Argument
 {
 public:
