@@ -1,15 +1,9 @@
 #include "pipeline/input/modular_inputs_exception.h"
 
-#include "util/logger.h"
+#include "pipeline/input/modular_inputs_log.h"
 #include "util/platform.h"
 
 namespace velmox {
-
-namespace {
-
-Logger modularInputsLog("ModularInputs");
-
-} // namespace
 
 void ModularInputsException::raise(const char *fmt, ...)
 {

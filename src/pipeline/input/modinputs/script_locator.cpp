@@ -1,6 +1,6 @@
 #include "pipeline/input/modinputs/script_locator.h"
 
-#include "pipeline/input/modinputs/modular_inputs_log.h"
+#include "pipeline/input/modular_inputs_log.h"
 #include "util/file_system.h"
 
 namespace velmox {

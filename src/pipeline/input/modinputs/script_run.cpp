@@ -1,9 +1,9 @@
 #include "pipeline/input/modinputs/script_run.h"
 
 #include "pipeline/input/modinputs/line_splitter.h"
-#include "pipeline/input/modinputs/modular_inputs_log.h"
 #include "pipeline/input/modinputs/script_process.h"
 #include "pipeline/input/modular_inputs_exception.h"
+#include "pipeline/input/modular_inputs_log.h"
 #include "util/thread.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "pipeline/input/modinputs/modular_inputs_log.h"
+#include "pipeline/input/modular_inputs_log.h"
 
 namespace velmox {
 

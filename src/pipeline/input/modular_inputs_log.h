@@ -4,7 +4,7 @@
 
 namespace velmox {
 
-/// The logger `ModularInputs`, which all of the server's side of input programs writes to.
+/// The logger `ModularInputs`: of the server's side of input programs, and of what both sides read.
 extern Logger modularInputsLog;
 
 } // namespace velmox
