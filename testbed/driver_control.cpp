@@ -19,12 +19,6 @@ void check(bool succeeded, const char *what)
         throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), what);
 }
 
-void appendBytes(Bytes &out, const void *data, std::size_t size)
-{
-    const auto *first = static_cast<const unsigned char *>(data);
-    out.insert(out.end(), first, first + size);
-}
-
 } // namespace
 
 TestDriver::TestDriver() : device_(openDevice())
@@ -47,9 +41,9 @@ void TestDriver::control(DWORD code, const void *input, std::size_t size, const 
 
 void TestDriver::pushBatch(const VelmoxTestPush &head, const Bytes &records)
 {
-    Bytes request;
-    appendBytes(request, &head, sizeof head);
-    appendBytes(request, records.data(), records.size());
+    const auto *first = reinterpret_cast<const unsigned char *>(&head);
+    Bytes request(first, first + sizeof head);
+    request.insert(request.end(), records.begin(), records.end());
     control(VELMOX_TEST_PUSH, request.data(), request.size(), "pushing records");
 }
 

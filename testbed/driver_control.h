@@ -52,7 +52,7 @@ public:
 
     /// Whether the state came to meet the condition in time.
     bool waitFor(const std::function<bool(const VelmoxTestState &)> &condition,
-                 std::chrono::milliseconds limit = std::chrono::seconds(10)) const;
+                 std::chrono::milliseconds limit = std::chrono::seconds(30)) const;
 
     /// The monitor's own two calls.
     ReadResult read(std::uint32_t capacity) const;

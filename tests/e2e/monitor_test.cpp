@@ -64,15 +64,13 @@ void MonitorTest::push(const std::vector<Case> &cases)
 
 bool MonitorTest::waitUntilPolled() const
 {
-    return driver.waitFor([](const VelmoxTestState &state) { return state.reads != 0; },
-                          std::chrono::seconds(30));
+    return driver.waitFor([](const VelmoxTestState &state) { return state.reads != 0; });
 }
 
 bool MonitorTest::waitUntilDelivered(std::size_t records) const
 {
     return driver.waitFor(
-        [records](const VelmoxTestState &state) { return state.recordsDelivered >= records; },
-        std::chrono::seconds(30));
+        [records](const VelmoxTestState &state) { return state.recordsDelivered >= records; });
 }
 
 Str MonitorTest::check(const InputDocument &document, const std::vector<Case> &cases,

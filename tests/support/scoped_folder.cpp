@@ -1,7 +1,7 @@
 #include "tests/support/scoped_folder.h"
 
+#include "util/directory_listing.h"
 #include "util/open_file.h"
-#include "util/owned_handle.h"
 
 #include <gtest/gtest.h>
 
@@ -9,34 +9,24 @@ namespace velmox::testing {
 
 namespace {
 
-/// Calls `visit(path, isFolder)` for each entry of a folder.
-template <class Visit>
-void forEachEntry(const Pathname &folder, Visit visit)
+std::vector<DirectoryEntry> entriesOf(const Pathname &folder)
 {
-    WIN32_FIND_DATAW data;
-    const HANDLE search = FindFirstFileW(asWide(folder.join("*")), &data);
-    if (search == INVALID_HANDLE_VALUE) {
-        return;
-    }
-    do {
-        const Pathname name(asUtf16(data.cFileName));
-        if (name != u"." && name != u"..") {
-            visit(folder.join(name), (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0);
-        }
-    } while (FindNextFileW(search, &data));
-    FindClose(search);
+    std::vector<DirectoryEntry> entries;
+    listDirectory(folder, entries);
+    return entries;
 }
 
 void removeTree(const Pathname &folder)
 {
-    forEachEntry(folder, [](const Pathname &path, bool isFolder) {
+    for (const DirectoryEntry &entry : entriesOf(folder)) {
+        const Pathname path = folder.join(Pathname(entry.name));
         SetFileAttributesW(asWide(path), FILE_ATTRIBUTE_NORMAL);
-        if (isFolder) {
+        if (entry.isFolder) {
             removeTree(path);
         } else {
             DeleteFileW(asWide(path));
         }
-    });
+    }
     RemoveDirectoryW(asWide(folder));
 }
 
@@ -58,11 +48,9 @@ ScopedFolder::~ScopedFolder()
     removeTree(path_);
 }
 
-unsigned ScopedFolder::count() const
+std::size_t ScopedFolder::count() const
 {
-    unsigned entries = 0;
-    forEachEntry(path_, [&entries](const Pathname &, bool) { ++entries; });
-    return entries;
+    return entriesOf(path_).size();
 }
 
 void writeWhole(const Pathname &path, std::string_view content)

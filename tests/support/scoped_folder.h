@@ -20,7 +20,7 @@ public:
     Pathname operator/(const char *name) const { return path_.join(name); }
 
     /// Number of files and folders in it.
-    unsigned count() const;
+    std::size_t count() const;
 
 private:
     Pathname path_;

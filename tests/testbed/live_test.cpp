@@ -1,14 +1,18 @@
 #include "testbed/driver/trace_wire.h"
 #include "testbed/driver_control.h"
 #include "testbed/driver_service.h"
+#include "tests/support/child_process.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
+#include <optional>
 #include <string>
 
 namespace velmox::testbed {
 
 namespace {
+
+using velmox::testing::ChildProcess;
 
 constexpr std::uint32_t kWriter = 4444;
 
@@ -36,23 +40,18 @@ std::vector<Seen> parse(const Bytes &bytes)
     return records;
 }
 
-/// Runs a program to its end; its exit code.
-DWORD runProgram(std::wstring commandLine)
+bool run(const char *commandLine)
 {
-    STARTUPINFOW startup = {.cb = sizeof startup};
-    PROCESS_INFORMATION process = {};
-    if (!CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                        &process))
-        return 0xFFFFFFFF;
-    const KernelHandle thread(process.hThread);
-    const KernelHandle handle(process.hProcess);
-    DWORD exitCode = 0xFFFFFFFF;
-    WaitForSingleObject(handle.get(), 30'000);
-    GetExitCodeProcess(handle.get(), &exitCode);
-    return exitCode;
+    return ChildProcess(commandLine).exitCode() == 0;
 }
 
-class LiveTest : public testing::Test
+std::string describe(const Seen &record, std::u16string_view home)
+{
+    const std::u16string_view below = std::u16string_view(record.name).substr(record.name.find(home));
+    return std::to_string(record.header.operation) + " " + std::string(below.begin(), below.end());
+}
+
+class LiveTest : public ::testing::Test
 {
 protected:
     LiveTest()
@@ -61,129 +60,121 @@ protected:
         setLiveAtStart(true);
         startDriverService();
         setLiveAtStart(false);
+        driver.emplace();
+        driver->setFilter(everything());
     }
-    ~LiveTest() override { removeDriverService(); }
+    ~LiveTest() override
+    {
+        driver.reset();
+        removeDriverService();
+    }
 
-    /// Collects records whose name contains `part` until `last` has come for one of them.
-    static std::vector<Seen> collect(TestDriver &driver, std::u16string_view part,
-                                     std::uint32_t lastOperation, std::u16string_view lastEnding)
+    /// Collects the records of the key that is `home` and those below, until the last one of `lines` has
+    /// come.
+    std::vector<Seen> expectSeen(std::u16string_view home, const std::vector<std::string> &lines)
     {
         std::vector<Seen> records;
-        const bool came = driver.waitFor([&](const VelmoxTestState &) {
-            for (const Seen &one : parse(driver.read(65536).bytes))
-                if (one.name.find(part) != std::u16string::npos)
+        std::vector<std::string> seen;
+        driver->waitFor([&](const VelmoxTestState &) {
+            for (const Seen &one : parse(driver->read(65536).bytes)) {
+                if (one.name.find(home) != std::u16string::npos) {
                     records.push_back(one);
-            return !records.empty() && records.back().header.operation == lastOperation &&
-                   records.back().name.ends_with(lastEnding);
+                    seen.push_back(describe(one, home));
+                }
+            }
+            return !seen.empty() && seen.back() == lines.back();
         });
-        EXPECT_TRUE(came);
+        EXPECT_EQ(seen, lines);
+        records.resize(lines.size());
         return records;
     }
+
+    std::optional<TestDriver> driver;
 };
-
-std::string describe(const Seen &record, std::u16string_view home)
-{
-    const std::u16string_view below = std::u16string_view(record.name).substr(record.name.find(home));
-    return std::to_string(record.header.operation) + " " + std::string(below.begin(), below.end());
-}
-
-std::vector<std::string> describe(const std::vector<Seen> &records, std::u16string_view home)
-{
-    std::vector<std::string> lines;
-    for (const Seen &one : records)
-        lines.push_back(describe(one, home));
-    return lines;
-}
 
 TEST_F(LiveTest, seesWhatRegDoes)
 {
-    TestDriver driver;
-    ASSERT_EQ(driver.state().live, 1u);
-    EXPECT_GT(driver.state().liveKeys, 100u);
-    driver.setFilter(everything());
-    driver.startLive(kWriter);
-    const std::wstring key = L"HKLM\\Software\\VelmoxLive";
-    ASSERT_EQ(runProgram(L"reg.exe add " + key + L" /v Number /t REG_DWORD /d 7 /f"), 0u);
-    std::vector<Seen> records = collect(driver, u"\\VelmoxLive", 16, u"\\Number");
-    ASSERT_EQ(describe(records, u"VelmoxLive"),
-              (std::vector<std::string>{"27 VelmoxLive", "16 VelmoxLive\\Number"}));
-    EXPECT_EQ(records[1].name, u"\\REGISTRY\\MACHINE\\Software\\VelmoxLive\\Number");
-    EXPECT_EQ(records[1].header.dataType, 4u);
-    EXPECT_EQ(records[1].data, dwordData(7));
-    EXPECT_EQ(records[1].header.pid, kWriter);
-    EXPECT_EQ(records[1].header.status, 0u);
-
-    ASSERT_EQ(runProgram(L"reg.exe add " + key + L" /v Number /t REG_DWORD /d 8 /f"), 0u);
-    records = collect(driver, u"\\VelmoxLive", 16, u"\\Number");
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].data, dwordData(8));
-
-    FILETIME now;
-    GetSystemTimeAsFileTime(&now);
-    const std::uint64_t ticks = (std::uint64_t{now.dwHighDateTime} << 32) | now.dwLowDateTime;
-    EXPECT_LE(records[0].header.timestamp, ticks);
-    EXPECT_GT(records[0].header.timestamp, ticks - 600'000'000);
-
-    ASSERT_EQ(runProgram(L"reg.exe delete " + key + L" /v Number /f"), 0u);
-    records = collect(driver, u"\\VelmoxLive", 17, u"\\Number");
-    EXPECT_EQ(records.size(), 1u);
-    ASSERT_EQ(runProgram(L"reg.exe delete " + key + L" /f"), 0u);
-    records = collect(driver, u"\\VelmoxLive", 15, u"\\VelmoxLive");
-    EXPECT_EQ(records.size(), 1u);
+    ASSERT_EQ(driver->state().live, 1u);
+    EXPECT_GT(driver->state().liveKeys, 100u);
+    driver->startLive(kWriter);
+    const struct
+    {
+        const char *command;
+        std::vector<std::string> lines;
+        Bytes data;
+    } rows[] = {
+        {"reg.exe add HKLM\\Software\\VelmoxLive /v Number /t REG_DWORD /d 7 /f",
+         {"27 VelmoxLive", "16 VelmoxLive\\Number"},
+         dwordData(7)},
+        {"reg.exe add HKLM\\Software\\VelmoxLive /v Number /t REG_DWORD /d 8 /f",
+         {"16 VelmoxLive\\Number"},
+         dwordData(8)},
+        {"reg.exe delete HKLM\\Software\\VelmoxLive /v Number /f", {"17 VelmoxLive\\Number"}, {}},
+        {"reg.exe delete HKLM\\Software\\VelmoxLive /f", {"15 VelmoxLive"}, {}},
+    };
+    for (const auto &row : rows) {
+        ASSERT_TRUE(run(row.command));
+        const Seen last = expectSeen(u"VelmoxLive", row.lines).back();
+        EXPECT_TRUE(last.name.starts_with(u"\\REGISTRY\\MACHINE\\Software\\VelmoxLive"));
+        EXPECT_EQ(last.header.dataType, row.data.empty() ? 0u : 4u);
+        EXPECT_EQ(last.data, row.data);
+        EXPECT_EQ(last.header.pid, kWriter);
+        EXPECT_EQ(last.header.status, 0u);
+        FILETIME now;
+        GetSystemTimeAsFileTime(&now);
+        const std::uint64_t ticks = (std::uint64_t{now.dwHighDateTime} << 32) | now.dwLowDateTime;
+        EXPECT_LE(last.header.timestamp, ticks);
+        EXPECT_GT(last.header.timestamp, ticks - 600'000'000);
+    }
 }
 
 TEST_F(LiveTest, seesTheExercisersRound)
 {
-    TestDriver driver;
-    driver.setFilter(everything());
-    ASSERT_EQ(runProgram(L"" VELMOX_REGISTRY_EXERCISER " --pause 300"), 0u);
-    const std::vector<Seen> records = collect(driver, u"\\VelmoxExercise", 15, u"\\VelmoxExercise");
-    const std::u16string home = u"VelmoxExercise";
-    EXPECT_EQ(describe(records, home), (std::vector<std::string>{
-                                           "27 VelmoxExercise",
-                                           "27 VelmoxExercise\\Types",
-                                           "16 VelmoxExercise\\Types\\none",
-                                           "16 VelmoxExercise\\Types\\string",
-                                           "16 VelmoxExercise\\Types\\expand",
-                                           "16 VelmoxExercise\\Types\\binary",
-                                           "16 VelmoxExercise\\Types\\dword",
-                                           "16 VelmoxExercise\\Types\\bigEndian",
-                                           "16 VelmoxExercise\\Types\\link",
-                                           "16 VelmoxExercise\\Types\\list",
-                                           "16 VelmoxExercise\\Types\\qword",
-                                           "16 VelmoxExercise\\Types",
-                                           "16 VelmoxExercise\\Types\\dword",
-                                           "16 VelmoxExercise\\Types\\newName",
-                                           "27 VelmoxExercise\\Types\\Below",
-                                           "16 VelmoxExercise\\Types\\Below\\deep",
-                                           "19 VelmoxExercise\\Types",
-                                           "15 VelmoxExercise\\Renamed\\Below",
-                                           "15 VelmoxExercise\\Renamed",
-                                           "15 VelmoxExercise",
-                                       }));
+    ASSERT_TRUE(run("\"" VELMOX_REGISTRY_EXERCISER "\" --pause 300"));
+    const std::vector<Seen> records =
+        expectSeen(u"VelmoxExercise", {
+                                          "27 VelmoxExercise",
+                                          "27 VelmoxExercise\\Types",
+                                          "16 VelmoxExercise\\Types\\none",
+                                          "16 VelmoxExercise\\Types\\string",
+                                          "16 VelmoxExercise\\Types\\expand",
+                                          "16 VelmoxExercise\\Types\\binary",
+                                          "16 VelmoxExercise\\Types\\dword",
+                                          "16 VelmoxExercise\\Types\\bigEndian",
+                                          "16 VelmoxExercise\\Types\\link",
+                                          "16 VelmoxExercise\\Types\\list",
+                                          "16 VelmoxExercise\\Types\\qword",
+                                          "16 VelmoxExercise\\Types",
+                                          "16 VelmoxExercise\\Types\\dword",
+                                          "16 VelmoxExercise\\Types\\newName",
+                                          "27 VelmoxExercise\\Types\\Below",
+                                          "16 VelmoxExercise\\Types\\Below\\deep",
+                                          "19 VelmoxExercise\\Types",
+                                          "15 VelmoxExercise\\Renamed\\Below",
+                                          "15 VelmoxExercise\\Renamed",
+                                          "15 VelmoxExercise",
+                                      });
     EXPECT_TRUE(records[0].name.starts_with(u"\\REGISTRY\\User\\S-1-5-21-"));
     EXPECT_EQ(records[16].data, textData(u"Renamed"));
 }
 
 TEST_F(LiveTest, seesProcessesComeAndGo)
 {
-    TestDriver driver;
-    driver.setFilter({.events = 6, .status = 0x17, .ops = 0, .hives = 0});
-    const std::u16string image = u"\\ping.exe";
-    ASSERT_EQ(runProgram(L"ping.exe -n 2 127.0.0.1"), 0u);
+    driver->setFilter({.events = 6, .status = 0x17, .ops = 0, .hives = 0});
+    ASSERT_TRUE(run("ping.exe -n 2 127.0.0.1"));
     std::vector<Seen> records;
     std::uint32_t pid = 0;
-    EXPECT_TRUE(driver.waitFor([&](const VelmoxTestState &) {
-        for (const Seen &one : parse(driver.read(65536).bytes)) {
+    EXPECT_TRUE(driver->waitFor([&](const VelmoxTestState &) {
+        for (const Seen &one : parse(driver->read(65536).bytes)) {
             records.push_back(one);
-            if (one.header.recordClass == 4 && one.name.ends_with(image))
-                pid = one.header.pid;
-            if (pid && one.header.pid == pid && one.header.recordClass == 2 && one.header.operation == 0)
+            const VelmoxRecordHeader &header = one.header;
+            if (header.recordClass == 4 && one.name.ends_with(u"\\ping.exe"))
+                pid = header.pid;
+            if (pid && header.pid == pid && header.recordClass == 2 && header.operation == 0)
                 return true;
         }
         return false;
     }));
-    ASSERT_NE(pid, 0u);
     std::erase_if(records, [&](const Seen &one) { return one.header.pid != pid; });
     ASSERT_EQ(records.size(), 3u);
     EXPECT_EQ(records[0].header.recordClass, 2u);
