@@ -84,10 +84,11 @@ TEST_F(DriverChannelTest, StopsSoonWhenNothingHappensAndLeavesADriverOfTheSystem
 class DriverServiceTest : public ::testing::Test
 {
 protected:
-    DriverServiceTest() { testbed::placeDriverFile(); }
-    ~DriverServiceTest() override
+    void SetUp() override { testbed::placeDriverFile(); }
+    void TearDown() override
     {
-        // A driver that was killed leaves its name behind, which the next one takes over and removes.
+        testbed::removeDriverService();
+        // A driver that was killed has left its name behind, which the next one takes over and removes.
         testbed::startDriverService();
         testbed::removeDriverService();
     }
