@@ -8,8 +8,8 @@ namespace velmox::testing {
 
 namespace {
 
-constexpr std::chrono::seconds kLimit(30);
-constexpr DWORD kLimitMilliseconds = 30'000;
+constexpr std::chrono::seconds kLimit(100);
+constexpr DWORD kLimitMilliseconds = 100'000;
 
 struct Pipe
 {

@@ -58,8 +58,13 @@ void passBadArgument()
 }
 
 constexpr std::pair<std::string_view, void (*)()> kWays[] = {
-    {"violation", violate},           {"exception", throwSomething}, {"overflow", [] { overflow(0); }},
-    {"badargument", passBadArgument}, {"handler", violateInHandler}, {"nohelp", violate},
+    {"violation", violate},
+    {"exception", throwSomething},
+    {"overflow", [] { overflow(0); }},
+    {"badargument", passBadArgument},
+    {"handler", violateInHandler},
+    {"nohelp", violate},
+    {"nodump", violate},
 };
 
 void die(std::string_view name)
@@ -88,6 +93,9 @@ TEST(CrashChild, DISABLED_Dies)
     }
     if (words[1] != "-") {
         armCrashLog(Pathname::fromUtf8(words[1]));
+    }
+    if (words[0] == "nodump") {
+        (new testing::FailingCall("CreateFileW", -1, ERROR_ACCESS_DENIED, 1))->onAnyThread();
     }
     if (words[0].startsWith("main-")) {
         die(words[0].view());
@@ -151,15 +159,15 @@ TEST(CrashLog, TellsHowTheProcessDied)
     const StrVector violated = {"Access violation (0xC0000005)",
                                 "cannot write at address [0x0000000000000010]"};
     const std::tuple<const char *, const char *, DWORD, StrVector> cases[] = {
-        {"violation", "dying worker", kViolation, violated},
-        {"handler", "dying worker", kViolation, violated},
+        {"main-handler", "Main Thread", kViolation, violated},
         {"nohelp", "dying worker", kViolation, violated},
+        {"nodump", "dying worker", kViolation, violated},
         {"exception", "dying worker", 3, thrown},
         {"main-exception", "Main Thread", 3, thrown},
         {"overflow", "dying worker", EXCEPTION_STACK_OVERFLOW, {"Stack overflow (0xC00000FD)"}},
     };
     for (const auto &[way, thread, exitCode, told] : cases) {
-        const bool hasDump = std::string_view(way) != "nohelp";
+        const bool hasDump = way[0] != 'n';
         const Death death(way);
         const Str log = death.log();
         EXPECT_EQ(death.exitCode, exitCode) << way;
@@ -168,8 +176,8 @@ TEST(CrashLog, TellsHowTheProcessDied)
         expectInOrder(log, told);
         expectInOrder(log, {Str::fromFormat(" Crashing thread: %s\r\n", thread), "RIP [0x",
                             "\r\n OS: Windows\r\n Arch: x86-64\r\n\r\n Backtrace:\r\n",
-                            hasDump ? "  [0x" : "  not available", thread, "inner note of ",
-                            "outer note 1\r\n", " Command line: ", way,
+                            std::string_view(way) == "nohelp" ? "  not available" : "  [0x", thread,
+                            "inner note of ", "outer note 1\r\n", " Command line: ", way,
                             exitCode == kViolation ? " Last error: 1234\r\n" : " Last error: ",
                             thread[0] == 'M' ? "Threads running: 1\r\n" : "Threads running: 2\r\n",
                             " CPU: ", "terminating...\r\n", hasDump ? " Crash dump written to: " : ""});

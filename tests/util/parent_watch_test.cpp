@@ -200,17 +200,22 @@ TEST(ParentWatch, WatchesTheServerThatTheEnvironmentNames)
 {
     Watched ended;
     ended.kill(7); // its handle stays open, so the system knows it still
-    const std::pair<Str, DWORD> cases[] = {
-        {"", kScriptDone + 1},
-        {"server", 98},
-        {"0", 98},
-        {"-1", 98},
-        {Str::fromFormat("%u", ended.pid()), 97},
-        {"00000000000000000000000000000000000000000000000000", kScriptDone + 1},
+    const Str pid = Str::fromFormat("%u", ended.pid());
+    const std::tuple<Str, const char *, DWORD> cases[] = {
+        {"", "-", kScriptDone + 1},
+        {"server", "-", 98},
+        {"0", "-", 98},
+        {"-1", "-", 98},
+        {pid, "-", 97},
+        {pid, "GetExitCodeProcess,5,0", 99},
+        {pid, "OpenProcess,5,0", 98},
+        {pid, "_beginthreadex,5,0", 97},
+        {"00000000000000000000000000000000000000000000000000", "-", kScriptDone + 1},
     };
-    for (const auto &[value, exitCode] : cases) {
-        Helper child(script(3, 0, "trigger called"), {Str::concat("VELMOXD_PROCESSID=", value)});
-        EXPECT_EQ(child.exitCode(), exitCode) << value.c_str();
+    for (const auto &[value, fault, exitCode] : cases) {
+        Helper child(script(3, 0, exitCode == 99 ? "idle" : "trigger called", fault),
+                     {Str::concat("VELMOXD_PROCESSID=", value)});
+        EXPECT_EQ(child.exitCode(), exitCode) << value.c_str() << fault;
     }
 }
 

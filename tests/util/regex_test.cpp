@@ -45,6 +45,7 @@ TEST(Regex, SearchesAndMatchesWholeSubjects)
         {"abc # trailing", PCRE_EXTENDED, "abc", true, true},
         {"abc # trailing", PCRE_EXTENDED, "abcd", true, false},
         {"abc|abcd # trailing", PCRE_EXTENDED, "abcd", true, false},
+        {"bcd # trailing", PCRE_EXTENDED, "abcd", true, false},
         {"\\Qa.b", 0, "a.b", true, true},
         // An exhausted match limit reads as no match.
         {"(*LIMIT_MATCH=1000)(a+)+b", 0, Str(40, 'a'), false, false},

@@ -174,6 +174,10 @@ TEST(Timeval, YieldsTheEndsOfTimeOnFailureAndSaysSo)
                                   late ? "9999-12-31 23:59:59" : "1900-1-1 0:00:00");
         }
     }
+    GmtStructTm never;
+    never.year = 1'000'000;
+    EXPECT_EQ(never.toUnixTime(), Timeval(Timeval::kMax));
+    expected << "WARN Timeval: GmtStructTm::toUnixTime(1001900-1-1 0:00:00) failed!\n";
     EXPECT_EQ(log.text(), expected);
 }
 
