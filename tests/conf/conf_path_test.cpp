@@ -1,23 +1,14 @@
-#include "conf/conf_path.h"
 #include "conf/conf_path_exceptions.h"
 #include "tests/conf/conf_root.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/failing_call.h"
 
 namespace velmox {
 namespace {
 
-/// What `work` raises, by its text; empty when it raises nothing.
-template <class Exception, class Work>
-Str raisedBy(Work work)
-{
-    try {
-        work();
-        return Str();
-    } catch (const Exception &exception) {
-        return exception.message();
-    }
-}
+using namespace testing;
+
+constexpr char kFile[] = "apps/a/local/t.conf";
+constexpr char kMeta[] = "apps/a/metadata/local.meta";
 
 /// A stanza with one key.
 ConfPathTrie stanzaOf(const Str &key, const Str &value)
@@ -28,175 +19,159 @@ ConfPathTrie stanzaOf(const Str &key, const Str &value)
     return stanza;
 }
 
-ConfPath stanzaPath(const testing::ConfRoot &root, const Str &app, const Str &stanza,
-                    const ConfUserContext &identity = {})
+ConfPathMetadata owned(const char *name)
 {
-    return ConfPath(root.setup(), ConfPathBase("", app, {"t", stanza}), identity);
-}
-
-Str valueOf(ConfPath path, const Str &key)
-{
-    path.addPart(key);
-    return path.readData();
+    ConfPathMetadata metadata;
+    metadata.setOwner(name);
+    return metadata;
 }
 
 TEST(ConfPath, WritesToOnePlaceAndReadsAllOfThem)
 {
-    const testing::ConfRoot root;
-    root.write("apps\\a\\default\\t.conf", "[s]\nk = default\nother = o\n");
-    root.write("apps\\a\\metadata\\default.meta", "[t]\nowner = Olga\nexport = system\n");
-    const ConfPath path = stanzaPath(root, "a", "s");
-    ConfPathTrie stanza = stanzaOf("k", "local");
-    ConfPathMetadata metadata;
-    metadata.setOwner("Alice");
-    stanza.setMetadata(metadata);
-    path.write(stanza);
-
-    EXPECT_EQ(valueOf(path, "k"), "local");
-    EXPECT_EQ(valueOf(path, "other"), "o");
-    EXPECT_EQ(*path.effectiveMetadata().owner, "alice");
-    EXPECT_EQ(path.effectiveMetadata().exported, ConfExport::System);
-    EXPECT_TRUE(testing::readWhole(root / "apps\\a\\local\\t.conf").contains("[s]\r\nk = local\r\n"));
-    EXPECT_TRUE(testing::readWhole(root / "apps\\a\\metadata\\local.meta").contains("owner = alice"));
-
-    EXPECT_EQ(raisedBy<ConfPathDoesNotExistException>([&] { valueOf(path, "none"); }),
+    const ConfRoot root;
+    root.write("apps/a/default/t.conf", "[s]\nk = default\nother = o\n");
+    root.write("apps/a/metadata/default.meta", "[t]\nowner = Olga\nexport = system\n");
+    const ConfPath stanza = root.at("/nobody/a/t/s");
+    stanza.write(ConfPathTrie());
+    EXPECT_FALSE(root.has("apps/a/local"));
+    EXPECT_FALSE(root.has(kMeta));
+    ConfPathTrie tree = stanzaOf("k", "local");
+    tree.setMetadata(owned("Alice"));
+    stanza.write(tree);
+    EXPECT_EQ(root.at("/nobody/a/t/s/k").readData(), "local");
+    EXPECT_EQ(root.at("/nobody/a/t/s/other").readData(), "o");
+    EXPECT_EQ(*stanza.effectiveMetadata().owner, "alice");
+    EXPECT_EQ(stanza.effectiveMetadata().exported, ConfExport::System);
+    EXPECT_EQ(root.text(kFile), "\n[s]\nk = local\n");
+    EXPECT_EQ(root.text(kMeta), "[t/s]\nowner = alice\n");
+    EXPECT_EQ(raisedBy<ConfPathDoesNotExistException>([&] { root.at("/nobody/a/t/s/none").readData(); }),
               "Does not exist: /nobody/a/t/s/none");
-    const ConfPath type(root.setup(), ConfPathBase("nobody", "a", {"t"}));
-    EXPECT_EQ(raisedBy<ConfPathHasNoDataException>([&] { type.readData(); }), "Has no data: /nobody/a/t");
-}
-
-TEST(ConfPath, AnEmptyTreeWritesNoFile)
-{
-    const testing::ConfRoot root;
-    root.makeFolder("apps\\a\\default");
-    stanzaPath(root, "a", "s").write(ConfPathTrie());
-    EXPECT_EQ(pathKind(root / "apps\\a\\local"), PathKind::Nothing);
-    EXPECT_EQ(pathKind(root / "apps\\a\\metadata\\local.meta"), PathKind::Nothing);
+    EXPECT_EQ(raisedBy<ConfPathHasNoDataException>([&] { root.at("/nobody/a/t").readData(); }),
+              "Has no data: /nobody/a/t");
 }
 
 TEST(ConfPath, RefusesNamesThatLeadElsewhere)
 {
-    const testing::ConfRoot root;
-    root.makeFolder("apps\\a\\default");
-    struct Case
+    const ConfRoot root;
+    root.makeFolder("apps/a/default");
+    const struct
     {
         ConfPathBase path;
         const char *message;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {{"", "a", {"x/y", "s"}}, "Directory traversal risk in /nobody/a/x/y/s at segment \"x/y\""},
         {{"", "..\\a", {"t", "s"}}, "Directory traversal risk in /nobody/..\\a/t/s at segment \"..\\a\""},
     };
-    for (const Case &c : cases) {
-        const ConfPath path(root.setup(), c.path);
+    for (const auto &[base, message] : cases) {
+        const ConfPath path(root.setup(), base);
         EXPECT_EQ(raisedBy<ConfPathDirectoryTraversalException>([&] { path.write(stanzaOf("k", "v")); }),
-                  c.message);
-        EXPECT_EQ(raisedBy<ConfPathDirectoryTraversalException>([&] { path.remove(); }), c.message);
+                  message);
+        EXPECT_EQ(raisedBy<ConfPathDirectoryTraversalException>([&] { path.remove(); }), message);
     }
-    EXPECT_EQ(pathKind(root / "apps\\a\\local"), PathKind::Nothing);
-    const ConfPath harmless = stanzaPath(root, "a", "monitor://./x\\y");
+    EXPECT_FALSE(root.has("apps/a/local"));
+    ConfPath harmless(root.setup(), ConfPathBase("", "a", {"t", "monitor://./x\\y"}));
     harmless.write(stanzaOf("k/l", "v"));
-    EXPECT_EQ(valueOf(harmless, "k/l"), "v");
+    harmless.addPart("k/l");
+    EXPECT_EQ(harmless.readData(), "v");
 }
 
-TEST(ConfPath, AFailedWriteStillFlushesWhatCameBefore)
+TEST(ConfPath, ReportsTheFirstFailureAndFlushesWhatCameBefore)
 {
-    const testing::ConfRoot root;
-    root.makeFolder("apps\\a\\default");
-    const ConfPath path = stanzaPath(root, "a", "s");
+    const ConfRoot root("[bootstrap]\napps/*/local = conf\napps/*/metadata/local.meta = confdb\n"
+                        "[writes]\ndata:nobody:a:$type$ = apps/a/local\nmeta:nobody:a:$type$ = apps/a/local\n"
+                        "meta:nobody:b:$type$ = apps/b/metadata/local.meta\n");
+    root.makeFolder("apps/a/local");
+    const ConfPath path = root.at("/nobody/a/t/s");
     ConfPathTrie stanza = stanzaOf("a", "1");
     stanza.child("b").child("deeper").setData("2");
     stanza.child("c").setData("3");
-    EXPECT_TRUE(
-        raisedBy<ConfPathWriteDataException>([&] { path.write(stanza); }).contains("/nobody/a/t/s/b/deeper"));
-    const Str written = testing::readWhole(root / "apps\\a\\local\\t.conf");
-    EXPECT_TRUE(written.endsWith("[s]\r\na = 1\r\n")) << written.c_str();
-}
+    // Metadata goes to a place where none can be kept.
+    stanza.setMetadata(owned("o"));
+    EXPECT_EQ(raisedBy<ConfPathWriteMetadataException>([&] { path.write(stanza); }),
+              Str("Could not write metadata: /nobody/a/t/s: ConfPathMapper: ")
+                  << (root / "apps/a/local").toStr());
+    EXPECT_EQ(root.text(kFile), "\n[s]\n");
+    EXPECT_EQ(raisedBy<ConfPathHasNoWriter>([&] { root.at("/nobody/b/t/s").write(stanza); }),
+              Str("Could not find writer for: /nobody/b/t/s [0] [data:nobody:b:t]"));
 
-TEST(ConfPath, ALackOfAWriterEndsTheWrite)
-{
-    const testing::ConfRoot root(
-        "[bootstrap]\nsystem/local = conf\n[relative_depth_to_regular_files]\nconf = 1\n"
-        "[writes]\ndata:nobody:system:$type$ = system/local\n");
-    EXPECT_NE(raisedBy<ConfPathHasNoWriter>([&] { stanzaPath(root, "", "s").write(stanzaOf("k", "v")); }),
-              "");
-    const Str written = testing::readWhole(root / "system\\local\\t.conf");
-    EXPECT_TRUE(written.endsWith("[s]\r\n")) << written.c_str();
-    EXPECT_NE(raisedBy<ConfPathHasNoWriter>([&] { stanzaPath(root, "a", "s").write(stanzaOf("k", "v")); }),
-              "");
-}
-
-TEST(ConfPath, TellsWhichPlaceCouldNotBeFlushed)
-{
-    const testing::ConfRoot root;
-    root.makeFolder("apps\\a\\default");
-    // Stands where the file is written before it gets its name.
-    root.makeFolder(
-        Str::fromFormat("apps\\a\\local\\t.conf.%u.tmp", LoaderInfo::instance()->getPid()).c_str());
-    const Str message =
-        raisedBy<ConfPathFlushException>([&] { stanzaPath(root, "a", "s").write(stanzaOf("k", "v")); });
-    EXPECT_TRUE(message.startsWith("Could not flush changes to disk: /nobody/a/t/s: ConfPathMapper: "))
-        << message.c_str();
+    const ConfRoot shipped;
+    shipped.makeFolder("apps/a/default");
+    const ConfPath other = shipped.at("/nobody/a/t/s");
+    EXPECT_EQ(raisedBy<ConfPathWriteDataException>([&] { other.write(stanza); }),
+              Str("Could not write data: /nobody/a/t/s/b/deeper: ConfPathMapper: ")
+                  << (shipped / "apps/a/local").toStr());
+    EXPECT_EQ(shipped.text(kFile), "\n[s]\na = 1\n");
+    // The failure to write is the one that is told.
+    const FailingCall full("MoveFileExW", FALSE, ERROR_DISK_FULL, 0, 10);
+    EXPECT_NE(raisedBy<ConfPathWriteDataException>([&] { other.write(stanza); }), "nothing");
+    EXPECT_EQ(raisedBy<ConfPathFlushException>([&] { other.write(stanzaOf("k", "v")); }),
+              Str("Could not flush changes to disk: /nobody/a/t/s: ConfPathMapper: ")
+                  << (shipped / "apps/a/local").toStr());
+    EXPECT_EQ(raisedBy<ConfPathFlushException>([&] { shipped.at("/nobody/a/t/s/a").remove(); }),
+              Str("Could not commit removal to disk: /nobody/a/t/s/a: ConfPathMapper: ")
+                  << (shipped / "apps/a/local").toStr());
 }
 
 TEST(ConfPath, ChecksRightsBeforeItWritesAnything)
 {
-    const testing::ConfRoot root;
-    root.write("apps\\a\\metadata\\default.meta", "[]\naccess = write : [ power ]\n[t/guarded]\naccess = "
-                                                  "write : [ power ], write_metadata : [ boss ]\n");
-    root.makeFolder("apps\\a\\default");
-    ConfPathTrie restricted = stanzaOf("k", "v");
-    ConfPathMetadata metadata;
-    metadata.access = ConfAcl::parse("write : [ power, x ]");
-    restricted.setMetadata(metadata);
-    struct Case
+    const ConfRoot root;
+    root.write("apps/a/metadata/default.meta", "[]\naccess = write : [ power ]\n[t/guarded]\n"
+                                               "access = write : [ power ], write_metadata : [ boss ]\n");
+    root.makeFolder("apps/a/default");
+    const struct
     {
         const char *stanza;
         ConfUserContext identity;
-        const ConfPathTrie &tree;
-        bool allowed;
+        bool restricts, allowed;
+    } cases[] = {
+        {"s", {"eve", {"user"}, false}, false, false},
+        {"guarded", {"eve", {"power"}, false}, false, true},
+        {"guarded", {"eve", {"power"}, false}, true, false},
+        {"guarded", {"eve", {"power", "boss"}, false}, true, true},
+        {"s", {"eve", {"power"}, false}, true, true},
     };
-    const ConfPathTrie plain = stanzaOf("k", "v");
-    const Case cases[] = {
-        {"s", {"eve", {"user"}, false}, plain, false},
-        {"guarded", {"eve", {"power"}, false}, plain, true},
-        {"guarded", {"eve", {"power"}, false}, restricted, false},
-        {"guarded", {"eve", {"power", "boss"}, false}, restricted, true},
-        {"s", {"eve", {"power"}, false}, restricted, true},
-    };
-    for (const Case &c : cases) {
-        const ConfPath path = stanzaPath(root, "a", c.stanza, c.identity);
-        const Str message = raisedBy<ConfPathPermissionDeniedException>([&] { path.write(c.tree); });
-        EXPECT_EQ(message.empty(), c.allowed) << c.stanza << ": " << message.c_str();
-        if (!c.allowed && &c.tree == &plain) {
-            EXPECT_EQ(pathKind(root / "apps\\a\\local"), PathKind::Nothing);
+    for (const auto &[name, identity, restricts, allowed] : cases) {
+        const bool hadFile = root.has(kFile);
+        ConfPathTrie tree = stanzaOf("k", "v");
+        if (restricts) {
+            ConfPathMetadata metadata;
+            metadata.access = ConfAcl::parse("write : [ power, x ]");
+            tree.setMetadata(metadata);
         }
+        const ConfPath path = root.at(Str("/nobody/a/t/") << name, identity);
+        EXPECT_EQ(raisedBy<ConfPathPermissionDeniedException>([&] { path.write(tree); }) == "nothing",
+                  allowed)
+            << name;
+        EXPECT_EQ(root.has(kFile), hadFile || allowed);
     }
 }
 
 TEST(ConfPath, RemovesWhatStandsWhereItWouldWrite)
 {
-    const testing::ConfRoot root;
-    root.write("apps\\a\\default\\t.conf", "[s]\nk = default\n");
-    root.write("apps\\a\\local\\t.conf", "[s]\nk = local\nl = local\n[u]\nk = u\n");
-    root.write("apps\\a\\metadata\\local.meta", "[t/s]\nowner = olga\n[t/u]\nowner = uwe\n");
-    const ConfPath path = stanzaPath(root, "a", "s");
-    ConfPath key = path;
-    key.addPart("l");
+    const ConfRoot root;
+    root.write("apps/a/default/t.conf", "[s]\nk = default\n");
+    root.write(kFile, "[s]\nk = local\nl = local\n[u]\nk = u\n");
+    root.write(kMeta, "[t/s]\nowner = olga\n[t/u]\nowner = uwe\n");
+    const ConfPath key = root.at("/nobody/a/t/s/l");
     key.remove();
-    EXPECT_EQ(valueOf(path, "k"), "local");
-    EXPECT_NE(raisedBy<ConfPathDoesNotExistException>([&] { key.remove(); }), "");
-
+    EXPECT_EQ(root.at("/nobody/a/t/s/k").readData(), "local");
+    EXPECT_EQ(raisedBy<ConfPathDoesNotExistException>([&] { key.remove(); }),
+              "Does not exist: /nobody/a/t/s/l");
     EXPECT_NE(raisedBy<ConfPathPermissionDeniedException>([&] {
-                  stanzaPath(root, "a", "s", {"eve", {}, false}).remove();
+                  root.at("/nobody/a/t/s", {"eve", {}, false}).remove();
               }),
-              "");
-    path.remove();
-    EXPECT_EQ(valueOf(path, "k"), "default");
-    EXPECT_EQ(path.effectiveMetadata().owner, nullptr);
-    EXPECT_FALSE(testing::readWhole(root / "apps\\a\\local\\t.conf").contains("[s]"));
-    EXPECT_EQ(valueOf(stanzaPath(root, "a", "u"), "k"), "u");
-    EXPECT_EQ(*stanzaPath(root, "a", "u").effectiveMetadata().owner, "uwe");
+              "nothing");
+    {
+        // What cannot be read cannot be removed from.
+        const FailingCall held("CreateFileW", -1, ERROR_SHARING_VIOLATION, 0, 10);
+        EXPECT_TRUE(raisedBy<ConfPathWriteException>([&] {
+                        root.at("/nobody/a/t/s").remove();
+                    }).startsWith("Could not remove: /nobody/a/t/s/k: ConfPathMapper: "));
+    }
+    root.at("/nobody/a/t/s").remove();
+    EXPECT_EQ(root.at("/nobody/a/t/s/k").readData(), "default");
+    EXPECT_EQ(root.text(kFile), "[u]\nk = u\n");
+    EXPECT_EQ(root.text(kMeta), "[t/u]\nowner = uwe\n");
 }
 
 } // namespace

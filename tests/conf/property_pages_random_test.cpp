@@ -1,8 +1,7 @@
 #include "conf/file/ini_file.h"
 #include "conf/property_pages_registry.h"
 #include "conf/setup/shared_conf_services.h"
-#include "tests/conf/conf_tree.h"
-#include "tests/support/captured_log.h"
+#include "tests/conf/conf_root.h"
 
 #include <random>
 #include <set>
@@ -11,36 +10,35 @@
 namespace velmox {
 namespace {
 
-using testing::CapturedLog;
-using testing::ConfTree;
+using namespace testing;
 
 using Settings = std::map<Str, std::map<Str, Str>>;
 
 /// A conf file of the type "t".
 struct Layer
 {
-    Str user;
-    Str app;
-    Str folder;
-    bool isLocal;
+    Str user, app, file;
     Settings settings;
-
-    Str file() const
-    {
-        return Str::fromFormat("%s/%s/t.conf", folder.c_str(), isLocal ? "local" : "default");
-    }
-    Str text() const
-    {
-        Str text;
-        for (const auto &[stanza, keys] : settings) {
-            text << "[" << stanza << "]\n";
-            for (const auto &[key, value] : keys) {
-                text << key << " = " << value << "\n";
-            }
-        }
-        return text;
-    }
 };
+
+Str textOf(const Settings &settings)
+{
+    Str text;
+    for (const auto &[stanza, keys] : settings) {
+        text << "[" << stanza << "]\n";
+        for (const auto &[key, value] : keys) {
+            text << key << " = " << value << "\n";
+        }
+    }
+    return text;
+}
+
+void fill(Settings &view, const Settings &more)
+{
+    for (const auto &[stanza, keys] : more) {
+        view[stanza].insert(keys.begin(), keys.end());
+    }
+}
 
 /// A small independent model of the rules of precedence, over random layers.
 class Model
@@ -48,52 +46,48 @@ class Model
 public:
     explicit Model(unsigned seed) : random_(seed)
     {
-        addLayer("nobody", "system", "system", true);
+        add("nobody", "system", "system/local");
         for (const char *const owner : {"u/a", "u/b", "v/a"}) {
-            addLayer(Str(owner, 1), owner + 2, Str::concat("users/", owner), true);
+            add(Str(owner, 1), owner + 2, Str::fromFormat("users/%s/local", owner));
         }
-        for (const bool isLocal : {true, false}) {
+        for (const char *const part : {"local", "default"}) {
             for (const char *const app : kApps) {
-                addLayer("nobody", app, Str::concat("apps/", app), isLocal);
+                add("nobody", app, Str::fromFormat("apps/%s/%s", app, part));
             }
         }
-        addLayer("nobody", "system", "system", false);
+        add("nobody", "system", "system/default");
         for (const char *const app : kApps) {
             makeMetadata(app);
         }
         isDisabled_ = oneIn(4);
     }
 
-    void put(ConfTree &tree) const
+    void put(const ConfRoot &root) const
     {
-        for (const Layer &layer : layers_) {
+        for (const Layer &layer : layers) {
             if (!layer.settings.empty()) {
-                tree.put(layer.file().c_str(), layer.text());
+                root.write(layer.file, textOf(layer.settings));
             }
         }
         for (const auto &[app, text] : metadata_) {
-            tree.put(Str::fromFormat("apps/%s/metadata/default.meta", app.c_str()).c_str(), text);
+            root.write(Str::fromFormat("apps/%s/metadata/default.meta", app.c_str()), text);
         }
         if (isDisabled_) {
-            tree.put("apps/c/default/app.conf", "[install]\nstate = disabled\n");
+            root.write("apps/c/default/app.conf", "[install]\nstate = disabled\n");
         }
     }
 
     /// What a reader sees; without an app, what the order of the layers alone makes of them.
     Settings view(const Str &app, const Str &user) const
     {
-        Settings view;
-        if (app.empty()) {
-            for (const Layer &layer : layers_) {
-                if (layer.user == "nobody" && !isOut(layer.app)) {
-                    fill(view, layer.settings);
-                }
+        Settings view = app.empty() ? Settings() : ranked(app, user);
+        for (const Layer &layer : layers) {
+            if (app.empty() && layer.user == "nobody" && !isOut(layer.app)) {
+                fill(view, layer.settings);
             }
-        } else {
-            view = ranked(app, user);
         }
-        if (const auto found = view.find("default"); found != view.end()) {
-            const std::map<Str, Str> inherited = found->second;
+        if (view.contains("default")) {
+            const std::map<Str, Str> inherited = view["default"];
             for (auto &[stanza, keys] : view) {
                 keys.insert(inherited.begin(), inherited.end());
             }
@@ -101,22 +95,24 @@ public:
         return view;
     }
 
-    Layer &local(const Str &user, const Str &app)
+    /// The settings to which a user's changes go.
+    Settings &local(const Str &user, const Str &app)
     {
-        for (Layer &layer : layers_) {
-            if (layer.isLocal && layer.user == user && layer.app == app) {
-                return layer;
-            }
-        }
-        throw std::out_of_range("no such layer");
+        return std::ranges::find_if(layers,
+                                    [&](const Layer &layer) {
+                                        return layer.user == user && layer.app == app &&
+                                               layer.file.contains("/local/");
+                                    })
+            ->settings;
     }
-    const std::vector<Layer> &layers() const { return layers_; }
     bool oneIn(unsigned n) { return random_() % n == 0; }
     template <class Map>
     const Str &anyKey(const Map &map)
     {
         return std::next(map.begin(), static_cast<std::ptrdiff_t>(random_() % map.size()))->first;
     }
+
+    std::vector<Layer> layers;
 
 private:
     static constexpr const char *kApps[] = {"a", "b", "c"};
@@ -126,95 +122,72 @@ private:
 
     bool isOut(const Str &app) const { return isDisabled_ && app == "c"; }
 
-    void addLayer(const Str &user, const Str &app, const Str &folder, bool isLocal)
+    void add(const Str &user, const Str &app, const Str &folder)
     {
-        Layer layer{user, app, folder, isLocal, {}};
+        Settings settings;
         for (const char *const stanza : kStanzas) {
             if (oneIn(2)) {
-                layer.settings[stanza];
+                settings[stanza];
                 for (const char *const key : kKeys) {
                     if (oneIn(2)) {
-                        layer.settings[stanza][key] = Str::fromFormat("v%u", next_++);
+                        settings[stanza][key] = Str::fromFormat("v%u", next_++);
                     }
                 }
             }
         }
-        layers_.push_back(std::move(layer));
+        layers.push_back({user, app, Str(folder) << "/t.conf", settings});
     }
 
     void makeMetadata(const Str &app)
     {
-        Str text;
-        Str imports;
+        Str &text = metadata_[app] = "[]\nimport = ";
         for (const char *const other : kApps) {
             if (app != "c" && !oneIn(3)) {
-                imports << (imports.empty() ? "" : ", ") << other;
+                text << other << ", ";
                 imports_[app].push_back(other);
             }
         }
-        makeExport(app, "", text, imports);
-        makeExport(app, "t", text);
+        text << "\n";
+        makeExport(app, "");
+        makeExport(app, "t");
         for (const char *const stanza : kStanzas) {
-            makeExport(app, Str::concat("t/", stanza), text);
-            makeExport(app, Str::fromFormat("t/%s/%s", stanza, kKeys[0]), text);
+            makeExport(app, Str("t/") << stanza);
+            makeExport(app, Str::fromFormat("t/%s/%s", stanza, kKeys[0]));
         }
-        metadata_[app] = text;
     }
 
-    void makeExport(const Str &app, const Str &header, Str &text, const Str &imports = Str())
+    void makeExport(const Str &app, const Str &header)
     {
-        text << "[" << header << "]\n";
-        if (!imports.empty()) {
-            text << "import = " << imports << "\n";
-        }
         if (oneIn(5)) {
-            const bool exported = oneIn(2);
-            text << "export = " << (exported ? "system\n" : "none\n");
-            exports_[app][header] = exported;
+            const bool exported = exports_[app][header] = oneIn(2);
+            metadata_[app] << "[" << header << "]\nexport = " << (exported ? "system\n" : "none\n");
         }
     }
 
     bool isExported(const Str &app, const Str &stanza, const Str *key) const
     {
-        const auto found = exports_.find(app);
-        if (found == exports_.end()) {
-            return false;
-        }
-        StrVector headers{"", "t", Str::concat("t/", stanza)};
-        if (key != nullptr) {
-            headers.push_back(Str::fromFormat("t/%s/%s", stanza.c_str(), key->c_str()));
-        }
         bool exported = false;
-        for (const Str &header : headers) {
-            const auto own = found->second.find(header);
-            exported = own == found->second.end() ? exported : own->second;
+        const Str ofStanza = Str("t/") << stanza;
+        for (const Str &header : {Str(), Str("t"), ofStanza, key ? Str(ofStanza) << "/" << *key : ofStanza}) {
+            const auto found = exports_.find(app);
+            if (found != exports_.end() && found->second.contains(header)) {
+                exported = found->second.at(header);
+            }
         }
         return exported;
-    }
-
-    static void fill(Settings &view, const Settings &more)
-    {
-        for (const auto &[stanza, keys] : more) {
-            view[stanza].insert(keys.begin(), keys.end());
-        }
     }
 
     std::map<Str, std::int64_t> generations(const Str &app) const
     {
         std::map<Str, std::int64_t> found{{app, 0}};
-        StrVector last{app};
-        for (std::int64_t generation = 1; !last.empty(); ++generation) {
-            StrVector next;
-            for (const Str &importer : last) {
-                if (const auto imports = imports_.find(importer); imports != imports_.end()) {
-                    for (const Str &import : imports->second) {
-                        if (found.emplace(import, generation).second) {
-                            next.push_back(import);
-                        }
+        for (std::int64_t generation = 1; generation < 4; ++generation) {
+            for (const auto &[importer, of] : std::map(found)) {
+                if (of == generation - 1 && imports_.contains(importer)) {
+                    for (const Str &import : imports_.at(importer)) {
+                        found.emplace(import, generation);
                     }
                 }
             }
-            last = next;
         }
         return found;
     }
@@ -223,7 +196,7 @@ private:
     Settings ranked(const Str &app, const Str &user) const
     {
         std::map<std::pair<Str, Str>, Settings> places;
-        for (const Layer &layer : layers_) {
+        for (const Layer &layer : layers) {
             fill(places[{layer.user, layer.app}], layer.settings);
         }
         const auto steps = generations(app);
@@ -231,21 +204,20 @@ private:
         std::map<std::pair<Str, Str>, Rank> ranks;
         for (const auto &[place, settings] : places) {
             const auto &[owner, from] = place;
-            const bool isOwnPlace = from == app && (owner == "nobody" || owner == user);
-            if (isOut(from) ||
-                (user.empty() ? !(isOwnPlace && owner == "nobody") : !(isOwnPlace || owner == "nobody"))) {
+            const bool isShared = owner == "nobody";
+            const bool isOwn = from == app && (isShared || owner == user);
+            if (isOut(from) || !(isOwn || isShared) || (user.empty() && !(isOwn && isShared))) {
                 continue;
             }
             for (const auto &[stanza, keys] : settings) {
                 const auto rankOf = [&](const Str *key) {
                     const bool exported = isExported(from, stanza, key);
-                    const bool isImport = steps.contains(from);
-                    return from == "system"    ? Rank(1, 0)
-                           : owner != "nobody" ? Rank(6, 0)
-                           : from == app       ? Rank(exported ? 4 : 5, 0)
-                           : exported          ? Rank(2, 0)
-                           : isImport          ? Rank(3, -steps.at(from))
-                                               : Rank(0, 0);
+                    return from == "system"       ? Rank(1, 0)
+                           : !isShared            ? Rank(6, 0)
+                           : from == app          ? Rank(exported ? 4 : 5, 0)
+                           : exported             ? Rank(2, 0)
+                           : steps.contains(from) ? Rank(3, -steps.at(from))
+                                                  : Rank(0, 0);
                 };
                 if (rankOf(nullptr) > Rank(0, 0)) {
                     view[stanza];
@@ -265,19 +237,13 @@ private:
 
     std::mt19937 random_;
     unsigned next_ = 0;
-    std::vector<Layer> layers_;
     std::map<Str, Str> metadata_;
     std::map<Str, std::map<Str, bool>> exports_;
     std::map<Str, StrVector> imports_;
     bool isDisabled_ = false;
 };
 
-Str textOf(const Settings &settings)
-{
-    return Layer{{}, {}, {}, false, settings}.text();
-}
-
-Str textOf(const Stanzas &stanzas)
+Settings settingsOf(const Stanzas &stanzas)
 {
     Settings settings;
     for (const auto &[name, stanza] : stanzas) {
@@ -286,7 +252,7 @@ Str textOf(const Stanzas &stanzas)
             settings[name][key] = property.value;
         }
     }
-    return textOf(settings);
+    return settings;
 }
 
 struct Reader
@@ -298,46 +264,44 @@ struct Reader
 constexpr Reader kReaders[] = {{"", ""},   {"a", ""},  {"b", ""},       {"system", ""},
                                {"a", "u"}, {"b", "u"}, {"a", "nobody"}, {"b", "v"}};
 
-void expectEqual(ConfTree &tree, const Model &model)
+void expectViews(const ConfRoot &root, const Model &model)
 {
     for (const auto &[app, user] : kReaders) {
-        EXPECT_EQ(textOf(tree.read("t", app, user)), textOf(model.view(app, user)))
+        EXPECT_EQ(textOf(settingsOf(root.stanzas("t", app, user))), textOf(model.view(app, user)))
             << "user " << user << " app " << app;
     }
 }
 
 /// Every conf file holds what its layer holds, key by key.
-void expectFiles(const ConfTree &tree, const Model &model)
+void expectFiles(const ConfRoot &root, const Model &model)
 {
-    for (const Layer &layer : model.layers()) {
-        const Str file = layer.file();
+    for (const Layer &layer : model.layers) {
         Settings found;
-        if (tree.has(file.c_str())) {
-            const IniFile image = tree.image(file.c_str());
-            for (const auto &item : image) {
-                found[item.key];
-                for (const auto setting : item.value) {
-                    found[item.key][Str(setting.key)] = Str(setting.value);
+        if (root.has(layer.file)) {
+            const IniFile image(root / layer.file);
+            for (const auto &[name, stanza] : image) {
+                found[name];
+                for (const auto &[key, value, entry] : stanza) {
+                    found[name][Str(key)] = Str(value);
                 }
             }
         }
-        EXPECT_EQ(textOf(found), textOf(layer.settings)) << file.c_str();
+        EXPECT_EQ(textOf(found), textOf(layer.settings)) << layer.file.c_str();
     }
 }
 
 /// Reads in one context, changes some of a stanza and writes it in a context with the app that provides it,
 /// whose view may be stale.
-void changeSomething(ConfTree &tree, Model &model, const Reader &reader, unsigned round)
+void changeSomething(const ConfRoot &root, Model &model, const Reader &reader, unsigned round)
 {
-    Stanzas stanzas = tree.read("t", reader.app, reader.user);
+    Stanzas stanzas = root.stanzas("t", reader.app, reader.user);
     if (stanzas.empty()) {
         return;
     }
     const Str name = model.anyKey(stanzas);
     PropertiesMap &stanza = stanzas.at(name);
     const Str app = reader.app[0] == '\0' ? stanza.appName() : Str(reader.app);
-    const Str user = reader.user[0] == '\0' ? Str("nobody") : Str(reader.user);
-    Settings &expected = model.local(user, app).settings;
+    Settings &expected = model.local(reader.user[0] == '\0' ? "nobody" : reader.user, app);
     for (const char *const key : {"i", "k", "x"}) {
         if (key[0] == 'x' || model.oneIn(2)) {
             stanza.set(key, Str::fromFormat("w%u", round));
@@ -345,9 +309,9 @@ void changeSomething(ConfTree &tree, Model &model, const Reader &reader, unsigne
         }
     }
     if (model.oneIn(2)) {
-        tree.setup().shared().pages().invalidateAll();
+        root.shared().pages().invalidateAll();
     }
-    tree.pages("t", app, reader.user).write(app, name, stanza, false);
+    root.pages("t", app, reader.user).write(app, name, stanza, false);
 }
 
 TEST(PropertyPagesRandom, ViewsAreWhatTheRulesMakeOfTheLayersAndWritesTouchOnlyWhatChanged)
@@ -356,15 +320,15 @@ TEST(PropertyPagesRandom, ViewsAreWhatTheRulesMakeOfTheLayersAndWritesTouchOnlyW
     for (unsigned seed = 1; seed <= 12 && !HasFailure(); ++seed) {
         SCOPED_TRACE(seed);
         Model model(seed);
-        ConfTree tree;
-        model.put(tree);
-        expectEqual(tree, model);
+        const ConfRoot root;
+        model.put(root);
+        expectViews(root, model);
         unsigned round = 0;
         for (const Reader &reader : {Reader{"", ""}, Reader{"a", ""}, Reader{"a", "u"}, Reader{"", ""}}) {
-            changeSomething(tree, model, reader, round++);
-            expectEqual(tree, model);
+            changeSomething(root, model, reader, round++);
+            expectViews(root, model);
         }
-        expectFiles(tree, model);
+        expectFiles(root, model);
     }
 }
 

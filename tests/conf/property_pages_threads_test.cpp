@@ -1,6 +1,5 @@
 #include "conf/conf_lock.h"
-#include "tests/conf/conf_tree.h"
-#include "tests/support/captured_log.h"
+#include "tests/conf/conf_root.h"
 #include "tests/support/function_thread.h"
 
 #include <atomic>
@@ -8,38 +7,36 @@
 namespace velmox {
 namespace {
 
-using testing::CapturedLog;
-using testing::ConfTree;
-using testing::FunctionThread;
+using namespace testing;
 
 constexpr const char *kKeys[] = {"a", "b", "c", "d", "e"};
-constexpr unsigned kWrites = 15;
+constexpr int kWrites = 15;
 
 /// Sets all keys of a stanza to the same value, again and again.
-void writeRounds(ConfTree &tree, const char *stanza, const char *user)
+void writeRounds(const ConfRoot &root, const char *stanza, const char *user)
 {
-    for (unsigned round = 1; round <= kWrites; ++round) {
+    for (int round = 1; round <= kWrites; ++round) {
         PropertiesMap desired;
         for (const char *const key : kKeys) {
-            desired.set(key, Str::fromFormat("%u", round));
+            desired.set(key, Str() << round);
         }
-        tree.pages("t", "app", user).write("app", stanza, desired, false);
+        root.pages("t", "app", user).write("app", stanza, desired, false);
     }
 }
 
 /// Counts the reads in which a stanza is of two rounds, or of an earlier one than before.
-unsigned readRounds(ConfTree &tree, const char *app, const char *user, const std::atomic<unsigned> &writers)
+unsigned readRounds(const ConfRoot &root, const char *app, const char *user,
+                    const std::atomic<unsigned> &writers)
 {
     unsigned faults = 0;
     std::map<Str, int> last;
     while (writers.load() != 0) {
-        for (const auto &[name, stanza] : tree.read("t", app, user)) {
+        for (const auto &[name, stanza] : root.stanzas("t", app, user)) {
             const int round = stanza.get("a").toInt(0);
             for (const char *const key : kKeys) {
                 faults += stanza.get(key).toInt(0) != round;
             }
-            faults += round < last[name];
-            last[name] = round;
+            faults += round < std::exchange(last[name], round);
         }
     }
     return faults;
@@ -49,9 +46,9 @@ TEST(PropertyPagesThreads, EachReadIsOfOneStateWhileOthersWrite)
 {
     const CapturedLog quiet;
     const unsigned violations = ConfLock::orderViolations();
-    ConfTree tree;
-    tree.put("apps/app/default/t.conf", "[shared]\n[own]\n");
-    tree.setup();
+    const ConfRoot root;
+    root.write("apps/app/default/t.conf", "[shared]\n[own]\n");
+    root.setup();
     std::atomic<unsigned> writers{2};
     std::atomic<unsigned> faults{0};
     {
@@ -60,18 +57,18 @@ TEST(PropertyPagesThreads, EachReadIsOfOneStateWhileOthersWrite)
             threads.push_back(std::make_unique<FunctionThread>(std::move(body)));
             threads.back()->start();
         };
-        start([&] { writeRounds(tree, "shared", ""), --writers; });
-        start([&] { writeRounds(tree, "own", "u"), --writers; });
+        start([&] { writeRounds(root, "shared", ""), --writers; });
+        start([&] { writeRounds(root, "own", "u"), --writers; });
         constexpr const char *kReaders[][2] = {{"", ""}, {"app", ""}, {"app", "u"}, {"app", "v"}};
         for (const auto &[app, user] : kReaders) {
-            start([&, app = app, user = user] { faults += readRounds(tree, app, user, writers); });
+            start([&, app = app, user = user] { faults += readRounds(root, app, user, writers); });
         }
     }
     EXPECT_EQ(faults.load(), 0u);
-    const Str last = Str::fromFormat("%u", kWrites);
-    EXPECT_EQ(tree.read("t").at("shared").get("e"), last);
-    EXPECT_EQ(tree.read("t", "app", "u").at("own").get("e"), last);
-    EXPECT_EQ(tree.read("t", "app", "v").at("own").get("e"), "");
+    const Str last = Str() << kWrites;
+    EXPECT_EQ(root.stanzas("t").at("shared").get("e"), last);
+    EXPECT_EQ(root.stanzas("t", "app", "u").at("own").get("e"), last);
+    EXPECT_EQ(root.stanzas("t", "app", "v").at("own").get("e"), "");
     EXPECT_EQ(ConfLock::orderViolations(), violations);
 }
 

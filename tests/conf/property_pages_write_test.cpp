@@ -1,11 +1,12 @@
 #include "conf/conf_path_exceptions.h"
 #include "conf/property_pages_exceptions.h"
-#include "tests/conf/conf_tree.h"
+#include "tests/conf/conf_root.h"
+#include "tests/support/failing_call.h"
 
 namespace velmox {
 namespace {
 
-using testing::ConfTree;
+using namespace testing;
 
 PropertiesMap made(std::initializer_list<std::pair<const char *, const char *>> settings)
 {
@@ -18,113 +19,139 @@ PropertiesMap made(std::initializer_list<std::pair<const char *, const char *>> 
 
 TEST(PropertyPagesWrite, WhatWasReadWithoutAContextComesToRestAsItsChangesAlone)
 {
-    ConfTree tree;
-    tree.put("system/local/t.conf", "[default]\nindex=sys\n[s]\nover=sl\n");
-    tree.put("apps/a/default/t.conf", "[default]\nzown=1\n[s]\nproc=p\nover=ad\nthere=1\n");
-    tree.put("apps/b/default/t.conf", "[s]\nzforeign=b\nzown=2\n");
-    tree.put("system/default/t.conf", "[default]\ninherited=d\n[s]\nshipped=sd\n[t]\nk=v\n");
+    const ConfRoot root;
+    root.write("system/local/t.conf", "[default]\nindex=sys\n[s]\nover=sl\n");
+    root.write("apps/a/default/t.conf", "[default]\nzown=1\n[s]\nproc=p\nover=ad\nthere=1\n");
+    root.write("apps/b/default/t.conf", "[s]\nzforeign=b\nzown=2\n");
+    root.write("system/default/t.conf", "[default]\ninherited=d\n[s]\nshipped=sd\n[t]\nk=v\n");
 
-    PropertiesMap stanza = tree.read("t").at("s");
+    PropertiesMap stanza = root.stanzas("t").at("s");
     EXPECT_EQ(stanza.properties.size(), 8u);
     EXPECT_EQ(stanza.appName(), "a");
-    tree.pages("t", "a").write("a", "s", stanza, false);
-    EXPECT_FALSE(tree.has("apps/a/local"));
-    EXPECT_FALSE(tree.has("apps/a/metadata/local.meta"));
+    root.pages("t", "a").write("a", "s", stanza, false);
+    EXPECT_FALSE(root.has("apps/a/local"));
+    EXPECT_FALSE(root.has("apps/a/metadata/local.meta"));
 
     stanza.set("disabled", "1");
     stanza.set("inherited", "mine");
     stanza.set("there", "2");
-    tree.pages("t", "a").write("a", "s", stanza, false);
-    EXPECT_EQ(tree.content("apps/a/local/t.conf"), "\n[s]\ndisabled = 1\ninherited = mine\nthere = 2\n");
-    const PropertiesMap now = tree.read("t").at("s");
+    root.pages("t", "a").write("a", "s", stanza, false);
+    EXPECT_EQ(root.text("apps/a/local/t.conf"), "\n[s]\ndisabled = 1\ninherited = mine\nthere = 2\n");
+    const PropertiesMap now = root.stanzas("t").at("s");
     for (const auto &[key, value] : stanza.properties) {
         EXPECT_EQ(now.get(key), value.value) << key.c_str();
     }
-    EXPECT_EQ(tree.content("system/local/t.conf"), "[default]\nindex=sys\n[s]\nover=sl\n");
+    EXPECT_EQ(root.text("system/local/t.conf"), "[default]\nindex=sys\n[s]\nover=sl\n");
 
     // A stanza of the system goes to the system, where nothing needs an owner.
-    stanza = tree.read("t").at("t");
+    stanza = root.stanzas("t").at("t");
     EXPECT_EQ(stanza.appName(), "system");
     stanza.set("disabled", "1");
-    tree.pages("t", "system").write("system", "t", stanza, false);
-    EXPECT_EQ(tree.content("system/local/t.conf"),
+    root.pages("t", "system").write("system", "t", stanza, false);
+    EXPECT_EQ(root.text("system/local/t.conf"),
               "[default]\nindex = sys\n\n[s]\nover = sl\n\n[t]\ndisabled = 1\n");
-    EXPECT_FALSE(tree.has("system/metadata"));
+    EXPECT_FALSE(root.has("system/metadata"));
 }
 
 TEST(PropertyPagesWrite, WritesTheDifferenceToWhatAReaderOfItsContextSees)
 {
-    ConfTree tree;
-    tree.put("apps/a/default/t.conf", "[default]\nd=1\n[s]\nk=1\n");
-    tree.put("system/default/t.conf", "[s]\nk=2\nshipped=1\n");
-    PropertyPages &pages = tree.pages("t", "a");
+    const ConfRoot root;
+    root.write("apps/a/default/t.conf", "[default]\nd=1\n[s]\nk=1\n");
+    root.write("system/default/t.conf", "[s]\nk=2\nshipped=1\n");
+    PropertyPages &pages = root.pages("t", "a");
 
     pages.write("a", "s", made({{"k", "1"}, {"d", "1"}}), false);
-    EXPECT_FALSE(tree.has("apps/a/local"));
+    EXPECT_FALSE(root.has("apps/a/local"));
     // Nothing of the system is in sight of this context, so the caller who sets it gets it.
     pages.write("a", "s", made({{"k", "2"}, {"d", "1"}, {"shipped", "1"}, {"e", ""}}), false);
-    EXPECT_EQ(tree.content("apps/a/local/t.conf"), "\n[s]\ne = \nk = 2\nshipped = 1\n");
-    EXPECT_EQ(tree.read("t", "a").at("s").get("k"), "2");
+    EXPECT_EQ(root.text("apps/a/local/t.conf"), "\n[s]\ne = \nk = 2\nshipped = 1\n");
+    EXPECT_EQ(root.stanzas("t", "a").at("s").get("k"), "2");
 
     // A new stanza leaves a mark of its own when it has nothing else, and the name of its owner.
     pages.write("a", "new", made({}), false);
-    EXPECT_TRUE(tree.content("apps/a/local/t.conf").endsWith("\n\n[new]\n"));
-    EXPECT_TRUE(tree.read("t", "a").contains("new"));
-    EXPECT_TRUE(tree.content("apps/a/metadata/local.meta").contains("[t/new]\nowner = nobody\n"));
+    EXPECT_TRUE(root.text("apps/a/local/t.conf").endsWith("\n\n[new]\n"));
+    EXPECT_TRUE(root.stanzas("t", "a").contains("new"));
+    EXPECT_TRUE(root.text("apps/a/metadata/local.meta").contains("[t/new]\nowner = nobody\n"));
 
-    tree.pages("t", "a", "u").write("a", "s", made({{"k", "1"}, {"shipped", "1"}}), false);
-    EXPECT_EQ(tree.content("users/u/a/local/t.conf"), "\n[s]\nk = 1\n");
-    EXPECT_EQ(tree.read("t", "a", "u").at("s").get("k"), "1");
-    EXPECT_EQ(tree.read("t", "a").at("s").get("k"), "2");
+    root.pages("t", "a", "u").write("a", "s", made({{"k", "1"}, {"shipped", "1"}}), false);
+    EXPECT_EQ(root.text("users/u/a/local/t.conf"), "\n[s]\nk = 1\n");
+    EXPECT_EQ(root.stanzas("t", "a", "u").at("s").get("k"), "1");
+    EXPECT_EQ(root.stanzas("t", "a").at("s").get("k"), "2");
 }
 
 TEST(PropertyPagesWrite, OverwritingLeavesOnlyWhatIsDesired)
 {
-    ConfTree tree;
-    tree.put("apps/a/default/t.conf", "[s]\nk=1\nj=1\n");
-    tree.put("apps/a/local/t.conf", "# head\n[r]\nk=r\n[s]\nk=2\nm=2\n");
-    PropertyPages &pages = tree.pages("t", "a");
-    EXPECT_EQ(tree.read("t", "a").at("s").get("k"), "2");
+    const ConfRoot root;
+    root.write("apps/a/default/t.conf", "[s]\nk=1\nj=1\n");
+    root.write("apps/a/local/t.conf", "# head\n[r]\nk=r\n[s]\nk=2\nm=2\n");
+    PropertyPages &pages = root.pages("t", "a");
+    EXPECT_EQ(root.stanzas("t", "a").at("s").get("k"), "2");
     pages.write("a", "s", made({{"k", "2"}, {"j", "1"}, {"n", "3"}}), true);
-    EXPECT_EQ(tree.content("apps/a/local/t.conf"), "# head\n[r]\nk = r\n\n[s]\nk = 2\nn = 3\n");
-    EXPECT_EQ(tree.read("t", "a").at("s").get("m"), "");
+    EXPECT_EQ(root.text("apps/a/local/t.conf"), "# head\n[r]\nk = r\n\n[s]\nk = 2\nn = 3\n");
+    EXPECT_EQ(root.stanzas("t", "a").at("s").get("m"), "");
     pages.write("a", "s", made({{"k", "1"}}), true);
-    EXPECT_EQ(tree.content("apps/a/local/t.conf"), "# head\n[r]\nk = r\n\n[s]\n");
+    EXPECT_EQ(root.text("apps/a/local/t.conf"), "# head\n[r]\nk = r\n\n[s]\n");
 }
 
 TEST(PropertyPagesWrite, MakesTheViewsStaleThatItCanHaveChanged)
 {
-    ConfTree tree;
-    tree.put("apps/a/default/t.conf", "[s]\nk=1\n");
+    const ConfRoot root;
+    root.write("apps/a/default/t.conf", "[s]\nk=1\n");
     const auto values = [&] {
-        return Str::fromFormat("%s%s%s", tree.read("t").at("s").get("k").c_str(),
-                               tree.read("t", "a").at("s").get("k").c_str(),
-                               tree.read("t", "a", "u").at("s").get("k").c_str());
+        return Str::fromFormat("%s%s%s", root.stanzas("t").at("s").get("k").c_str(),
+                               root.stanzas("t", "a").at("s").get("k").c_str(),
+                               root.stanzas("t", "a", "u").at("s").get("k").c_str());
     };
     EXPECT_EQ(values(), "111");
-    tree.pages("t", "a").write("a", "s", made({{"k", "2"}}), false);
+    root.pages("t", "a").write("a", "s", made({{"k", "2"}}), false);
     EXPECT_EQ(values(), "222");
-    tree.pages("t", "a", "u").write("a", "s", made({{"k", "3"}}), false);
+    root.pages("t", "a", "u").write("a", "s", made({{"k", "3"}}), false);
     EXPECT_EQ(values(), "223");
-    tree.pages("t", "a", "nobody").write("a", "s", made({{"k", "4"}}), false);
+    root.pages("t", "a", "nobody").write("a", "s", made({{"k", "4"}}), false);
     EXPECT_EQ(values(), "443");
     // What changes on disk behind the store's back is not looked for.
-    tree.put("apps/a/local/t.conf", "[s]\nk=5\n");
+    root.write("apps/a/local/t.conf", "[s]\nk=5\n");
     EXPECT_EQ(values(), "443");
 }
 
 TEST(PropertyPagesWrite, FailuresAreTheCallersAndLeaveTheStoreUsable)
 {
-    ConfTree tree;
-    tree.put("apps/a/default/t.conf", "[s]\nk=1\n");
-    PropertyPages &pages = tree.pages("t", "a");
+    const ConfRoot root;
+    root.write("apps/a/default/t.conf", "[s]\nk=1\n");
+    PropertyPages &pages = root.pages("t", "a");
     PropertiesMap named = made({{"k", "2"}});
     named.self.value = "a stanza has none";
     EXPECT_THROW(pages.write("a", "s", named, false), ConfPathWriteException);
     EXPECT_THROW(pages.write("..\\a", "s", made({{"k", "2"}}), false), ConfPathException);
-    EXPECT_THROW(tree.pages("t").write("", "s", made({{"k", "2"}}), false), PropertyPagesContextException);
-    pages.write("a", "s", made({{"k", "3"}}), false);
-    EXPECT_EQ(tree.read("t").at("s").get("k"), "3");
+    EXPECT_THROW(root.pages("t").write("", "s", made({{"k", "2"}}), false), PropertyPagesContextException);
+    {
+        const FailingCall full("fflush", -1, ERROR_DISK_FULL, 0, 2);
+        EXPECT_THROW(pages.write("a", "s", made({{"k", "3"}}), false), ConfPathFlushException);
+    }
+    const ConfLog log(root);
+    pages.write("a", "s", made({{"k", "4"}}), true);
+    EXPECT_EQ(root.stanzas("t").at("s").get("k"), "4");
+    EXPECT_EQ(root.text("apps/a/local/t.conf"), "\n[s]\nk = 4\n");
+    pages.write("b", "s", made({{"k", "5"}}), true);
+    EXPECT_EQ(log.told(), "WARN PropertyPages: Error removing preexisting values: /nobody/b/t/s "
+                          "[ConfPathMapper: ROOT/apps/b/local]\n");
+}
+
+TEST(PropertyPagesWrite, WithoutAPlaceToWriteToNothingIsRemoved)
+{
+    const ConfRoot root("[bootstrap]\napps/*/local = conf\n[writes]\nx = y\n");
+    root.write("apps/a/local/t.conf", "[s]\nk=1\n");
+    PropertyPages &pages = root.pages("t", "a");
+    const ConfLog log(root);
+    EXPECT_THROW(pages.write("a", "s", made({{"k", "2"}}), true), ConfPathHasNoWriter);
+    const Str none = "ERROR ConfPathMapperManager: No write configuration for: ";
+    EXPECT_EQ(log.text(),
+              Str() << none << "data:nobody:a:t\nWARN PropertyPages: Unexpected lack of conf remover for: "
+                    << "/nobody/a/t/s\n"
+                    << none << "meta:nobody:a:t\nWARN PropertyPages: Unexpected lack of meta remover for: "
+                    << "/nobody/a/t/s\n"
+                    << none << "data:nobody:a:t\n");
+    EXPECT_EQ(root.read("apps/a/local/t.conf"), "[s]\nk=1\n");
 }
 
 } // namespace

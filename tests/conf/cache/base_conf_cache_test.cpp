@@ -1,19 +1,14 @@
 #include "conf/cache/base_conf_cache.h"
 #include "conf/setup/conf_path_mapper_manager.h"
 #include "conf/setup/shared_conf_services.h"
-#include "conf/tree/conf_path_base.h"
-#include "searchthing/filesystem_change_watcher.h"
-#include "tests/conf/conf_tree.h"
-#include "tests/support/captured_log.h"
-#include "util/clock.h"
+#include "tests/conf/conf_root.h"
 
 #include <mutex>
 
 namespace velmox {
 namespace {
 
-using testing::CapturedLog;
-using testing::ConfTree;
+using namespace testing;
 
 /// A cache of nothing at a time of the test's choice.
 class CountingCache : public BaseConfCache
@@ -23,80 +18,67 @@ public:
     void collectDeletable(unsigned, ConfPathTrie &) override {}
     void rebuild() override
     {
-        ++rebuilds;
+        ++rebuilds_;
         if (fails) {
             throw BaseException("no view");
         }
     }
     unsigned rebuildsAt(unsigned milliseconds)
     {
-        rebuilds = 0;
+        rebuilds_ = 0;
         time_ = Timeval(Timeval::kUnixEpoch + Timeval::kTicksPerSecond / 1000 * milliseconds);
         const std::lock_guard guard(lock());
         refresh();
-        return rebuilds;
+        return rebuilds_;
     }
 
     bool fails = false;
-    unsigned rebuilds = 0;
 
 private:
     void buildStanza(const Str &, Stanzas &) override {}
     Timeval now() const override { return time_; }
 
+    unsigned rebuilds_ = 0;
     Timeval time_;
 };
-
-/// Tells the mapper of a file that something happened to it.
-void notice(const BundlesSetup &setup, const Pathname &file)
-{
-    struct Notices : FilesystemChangeWatcher
-    {
-        Notices() : FilesystemChangeWatcher(Clock::system()) {}
-        bool handleChange(WatchedFileState &) override { return true; }
-    } notices;
-    WatchedFileState state(notices, file, {}, WatchedFileState::kPollMs);
-    IConfPathMapper *const mapper = setup.shared().mappers().mapperFor(file);
-    ASSERT_NE(mapper, nullptr);
-    mapper->onFileChange(state);
-}
 
 TEST(BaseConfCache, LooksForChangesInSharedStorageAlone)
 {
     for (const bool isShared : {false, true}) {
-        ConfTree tree;
-        CapturedLog log;
-        tree.put("system/local/t.conf", "[s]\nk=1\n");
-        tree.put("system/local/server.conf", "[pooling]\nstorage = pool\npoll.interval.rebuild = 2\n");
+        const ConfRoot root;
+        const ConfLog log(root);
+        constexpr char kFile[] = "system/local/t.conf";
+        root.write(kFile, "[s]\nk=1\n");
+        root.write("system/local/server.conf", "[pooling]\nstorage = pool\npoll.interval.rebuild = 2\n");
         if (isShared) {
-            tree.put("system/default/server.conf", "[pooling]\nstate = enabled\n");
+            root.write("system/default/server.conf", "[pooling]\nstate = enabled\n");
         }
-        const BundlesSetup &setup = tree.setup();
-        CountingCache cache(setup);
+        const auto change = [&](const char *text) {
+            root.write(kFile, text);
+            noticeChange(root.mapperOf(kFile), root / kFile);
+        };
+        CountingCache cache(root.setup());
         EXPECT_EQ(cache.rebuildsAt(10000), 1u);
         EXPECT_EQ(cache.rebuildsAt(12000), 0u);
-        tree.put("system/local/t.conf", "[s]\nk=2\n");
-        notice(setup, setup.systemLocalDir().join("t.conf"));
+        change("[s]\nk=2\n");
         EXPECT_EQ(cache.rebuildsAt(13999), 0u);
-        EXPECT_EQ(log.text().contains("detected change"), false);
+        EXPECT_FALSE(log.text().contains("detected change"));
         EXPECT_EQ(cache.rebuildsAt(14000), isShared ? 1u : 0u);
         EXPECT_EQ(cache.rebuildsAt(16000), 0u);
-        const Str told =
-            Str::fromFormat("INFO BaseConfCache: [ConfPathMapper: %s] detected change in type t "
-                            "(user: , app: , root: %s)\n",
-                            setup.text(setup.systemLocalDir()).c_str(), setup.text(setup.root()).c_str());
-        EXPECT_EQ(log.text().contains(told), isShared) << log.text().c_str();
+        EXPECT_EQ(
+            log.text().contains("INFO BaseConfCache: [ConfPathMapper: ROOT/system/local] detected change in "
+                                "type t (user: , app: , root: ROOT)\n"),
+            isShared);
 
         // A mapper that joins later is no change by itself, wherever its place is.
-        ConfPathMapperManager &mappers = setup.shared().mappers();
+        ConfPathMapperManager &mappers = root.shared().mappers();
         const std::size_t count = mappers.mappers().size();
-        mappers.findWriter(ConfPathBase("", "fresh", {"t", "s"}), ConfPathMapperManager::Data);
+        mappers.findWriter(root.at("/nobody/fresh/t/s"), ConfPathMapperManager::Data);
         EXPECT_EQ(mappers.mappers().size(), count + 1);
         EXPECT_EQ(cache.rebuildsAt(18000), 0u);
 
         // A clock that was set back must not keep a change out of sight until it has caught up.
-        tree.put("system/local/t.conf", "[s]\nk=3\n");
-        notice(setup, setup.systemLocalDir().join("t.conf"));
+        change("[s]\nk=3\n");
         EXPECT_EQ(cache.rebuildsAt(5000), isShared ? 1u : 0u);
         EXPECT_EQ(log.text().contains(") precedes previous poll time ("), isShared);
         EXPECT_EQ(cache.rebuildsAt(6999), 0u);
@@ -105,8 +87,8 @@ TEST(BaseConfCache, LooksForChangesInSharedStorageAlone)
 
 TEST(BaseConfCache, AViewThatCannotBeBuiltStaysStale)
 {
-    ConfTree tree;
-    CountingCache cache(tree.setup());
+    const ConfRoot root;
+    CountingCache cache(root.setup());
     cache.fails = true;
     EXPECT_THROW(cache.rebuildsAt(0), BaseException);
     cache.fails = false;

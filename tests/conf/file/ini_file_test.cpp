@@ -7,9 +7,7 @@
 namespace velmox {
 namespace {
 
-using testing::CapturedLog;
-using testing::MemoryReader;
-using testing::MemoryWriter;
+using namespace testing;
 using namespace std::string_literals;
 
 IniFile loaded(std::string bytes)
@@ -42,13 +40,10 @@ Str settings(const IniFile &file)
 
 TEST(IniFile, RewritesWhatItRead)
 {
-    struct Case
+    const struct
     {
-        std::string text;
-        const char *settings;
-        std::string rewritten;
-    };
-    const Case cases[] = {
+        const char *text, *settings, *rewritten;
+    } cases[] = {
         {"", "", ""},
         {"\xEF\xBB\xBF", "", ""},
         {"# only\n\n", "", "# only\n\n"},
@@ -60,27 +55,20 @@ TEST(IniFile, RewritesWhatItRead)
         {"[x]\n[y]\n#lost\n[x]\n#kept\nb=2\n", "[x]b=2;[y]", "[x]\n#kept\nb = 2\n\n[y]\n"},
         {"k=1\n[x]\nk=2\n[default]\nj=3\n", "[default]k=1;j=3;[x]k=2;",
          "[default]\nk = 1\nj = 3\n\n[x]\nk = 2\n"},
-        {R"(\=a=b)"
-         "\n"
-         R"(\[x=C:\temp\ )"
-         "\n"
-         R"(a\\b=\\=[)"
-         "\n",
-         R"([default]=a=b;[x=C:\temp\;a\b=\\=[;)",
+        {"\\=a=b\n\\[x=C:\\temp\\ \na\\\\b=\\\\=[\n", "[default]=a=b;[x=C:\\temp\\;a\\b=\\\\=[;",
          "[default]\n\\=a = b\n\\[x = C:\\temp\\ \na\\\\b = \\\\=[\n"},
         {"path = a\\\n  b\\\n", "[default]path=a\n  b\n;", "[default]\npath = a\\\n  b\\\n\n"},
         {"[a\\\nb]\nk=v\n", "[a\nb]k=v;", "[a\\\nb]\nk = v\n"},
         {"[x]\n#c\\\njust text\n  k=v", "[x]k=v;", "[x]\n#c\\\njust text\nk = v\n"},
     };
-    for (const Case &c : cases) {
-        CapturedLog log;
-        const IniFile file = loaded(c.text);
+    const CapturedLog quiet;
+    for (const auto &[text, read, rewritten] : cases) {
+        IniFile file = loaded(text);
         EXPECT_TRUE(file.loaded());
-        EXPECT_EQ(settings(file), c.settings) << c.text;
-        IniFile lineFeeds = file;
-        lineFeeds.setEncoding(2);
-        EXPECT_EQ(written(lineFeeds), c.rewritten) << c.text;
-        EXPECT_EQ(settings(loaded(c.rewritten)), c.settings) << c.text;
+        EXPECT_EQ(settings(file), read) << text;
+        file.setEncoding(2);
+        EXPECT_EQ(written(file), rewritten) << text;
+        EXPECT_EQ(settings(loaded(rewritten)), read) << text;
     }
 }
 
@@ -166,26 +154,26 @@ TEST(IniFile, Edits)
 
 std::string soup(std::mt19937 &random)
 {
-    const auto pick = [&](std::initializer_list<const char *> pieces) {
-        return std::string(pieces.begin()[random() % pieces.size()]);
-    };
+    using Pieces = std::vector<const char *>;
+    static const Pieces kLines = {"#",        "; =\\", "",      " \t",     "just text",
+                                  "  # [x]",  "[a]",   "[b] x", " [c",     "[",
+                                  "[d\\\ne]", "[\\]",  "[]]",   "\t[ a ]", "[default]"};
+    static const Pieces kKeys = {"k", " k", "\\[", "\\=", "\\\\", "a\\\nb", "\xC3\xA4"};
+    static const Pieces kTails = {"=", " =", "\t=", "k=", "\\\\=", "# ="};
+    static const Pieces kValues = {"v", " ", "\t", "\\", "\\\n", "=", "[", "]", "\xF0\x9F\x98\x80", "#"};
     std::string text;
+    const auto add = [&](const Pieces &pieces) { text += pieces[random() % pieces.size()]; };
     for (auto lines = random() % 12; lines > 0; --lines) {
-        switch (random() % 6) {
-        case 0:
-            text += pick({"#", "; =\\", "", " \t", "just text", "  # [x]"});
-            break;
-        case 1:
-            text += pick({"[a]", "[b] x", " [c", "[", "[d\\\ne]", "[\\]", "[]]", "\t[ a ]", "[default]"});
-            break;
-        default:
-            text += pick({"k", " k", "\\[", "\\=", "\\\\", "a\\\nb", "\xC3\xA4"});
-            text += pick({"", " ", "\t", "k", "\\\\", "# "}) + "=";
+        if (random() % 3 == 0) {
+            add(kLines);
+        } else {
+            add(kKeys);
+            add(kTails);
             for (auto pieces = random() % 4; pieces > 0; --pieces) {
-                text += pick({"v", " ", "\t", "\\", "\\\n", "=", "[", "]", "\xF0\x9F\x98\x80", "#"});
+                add(kValues);
             }
         }
-        text += pick({"\n", "\r\n"});
+        add({"\n", "\r\n"});
     }
     return text;
 }

@@ -1,18 +1,14 @@
-#include "conf/conf_path.h"
+#include "conf/conf_lock.h"
 #include "conf/mapper/conf_change_watcher.h"
 #include "conf/setup/application_manager.h"
-#include "conf/setup/conf_path_mapper_manager.h"
 #include "conf/setup/shared_conf_services.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/scoped_folder.h"
+#include "tests/conf/conf_root.h"
 #include "util/clock.h"
-#include "util/file_system.h"
 
 namespace velmox {
 namespace {
 
-using testing::ScopedFolder;
-using testing::writeWhole;
+using namespace testing;
 
 struct SetClock : Clock
 {
@@ -33,149 +29,118 @@ struct CountingWatcher : FilesystemChangeWatcher
     using FilesystemChangeWatcher::FilesystemChangeWatcher;
     bool handleChange(WatchedFileState &state) override
     {
-        seen.push_back(state.path().basename().toStr());
+        seen << state.path().basename().toStr() << " ";
         return settles;
     }
-    StrVector seen;
+    Str seen;
     bool settles = true;
 };
 
 TEST(FilesystemChangeWatcher, LooksAtEachFileInItsOwnTime)
 {
-    ScopedFolder folder;
-    makeDirs(folder / "below", true);
-    writeWhole(folder / "a", "1");
-    writeWhole(folder / "below\\b", "1");
+    const ConfRoot root("");
+    root.write("below/b", "1");
+    root.write("a", "1");
     SetClock clock;
     CountingWatcher watcher(clock);
-    watcher.watch(folder.path());
+    watcher.watch(root.path());
+    const auto seenAfter = [&](unsigned milliseconds) {
+        clock.now += milliseconds;
+        watcher.runDue();
+        return std::exchange(watcher.seen, "");
+    };
     EXPECT_EQ(watcher.runDue(), 30000u) << "the walk for new files";
-    writeWhole(folder / "a", "22");
-    writeWhole(folder / "below\\b", "22");
-    writeWhole(folder / "new", "");
-    clock.now += 30000;
+    root.write("a", "22");
+    root.write("below/b", "22");
+    root.write("new", "");
+    EXPECT_EQ(seenAfter(30000), "new ");
     EXPECT_EQ(watcher.runDue(), 12u);
-    EXPECT_EQ(watcher.seen, StrVector{"new"});
     watcher.settles = false;
-    clock.now += 12;
-    watcher.runDue();
-    EXPECT_EQ(watcher.seen, (StrVector{"new", "a"}));
-    clock.now += 4199;
-    watcher.runDue();
-    EXPECT_EQ(watcher.seen, (StrVector{"new", "a", "b"}));
+    EXPECT_EQ(seenAfter(12), "a ");
+    EXPECT_EQ(seenAfter(4199), "b ");
     watcher.settles = true;
-    clock.now += 1;
-    watcher.runDue();
-    EXPECT_EQ(watcher.seen, (StrVector{"new", "a", "b", "a"}));
-    clock.now += 30000;
-    removeFile(folder / "new");
-    watcher.runDue();
-    clock.now += 35000;
-    watcher.runDue();
-    EXPECT_EQ(watcher.seen, (StrVector{"new", "a", "b", "a", "b", "new"}));
+    EXPECT_EQ(seenAfter(1), "a ");
+    removeFile(root / "new");
+    EXPECT_EQ(seenAfter(30000) << seenAfter(35000), "b new ");
 }
 
-class ConfChangeWatcherTest : public ::testing::Test
+constexpr char kBootstrap[] = "[bootstrap]\nsystem/local = conf\napps/*/local = conf\n"
+                              "[relative_depth_to_regular_files]\nconf = 1\n";
+constexpr char kFile[] = "system/local/inputs.conf";
+constexpr char kSkipped[] = "system/local/skipped.conf";
+
+TEST(ConfChangeWatcher, BringsChangesToTheMapper)
 {
-protected:
-    ConfChangeWatcherTest()
-    {
-        makeDirs(root / "system\\default", true);
-        makeDirs(root / "system\\local", true);
-        makeDirs(root / "apps\\search\\local", true);
-        writeWhole(root / "system\\default\\conf.conf",
-                   "[bootstrap]\nsystem/local = conf\napps/*/local = "
-                   "conf\n[relative_depth_to_regular_files]\nconf = 1\n");
-        writeWhole(root / "system\\default\\server.conf",
-                   "[pooling]\npoll.interval.check = 10s\npoll.blacklist.a = ...skipped.conf\n");
-        writeWhole(file, "[s]\nk = 1\n");
-        writeWhole(skipped, "[s]\nk = 1\n");
-    }
-    bool changed(const Str &type)
-    {
-        return BundlesSetup(root.path())
-            .shared()
-            .mappers()
-            .mappers()
-            .at(0)
-            ->hasChangedSince(type, states[type]);
-    }
-    Str value(const Str &type)
-    {
-        const BundlesSetup setup(root.path());
-        const ConfPath path(setup, ConfPathBase("", "", {type, "s", "k"}));
+    const ConfRoot root(kBootstrap);
+    root.write("system/default/server.conf",
+               "[pooling]\npoll.interval.check = 10s\npoll.blacklist.a = ...skipped.conf\n");
+    root.write(kFile, "[s]\nk = 1\n");
+    root.write(kSkipped, "[s]\nk = 1\n");
+    IConfPathMapper &mapper = root.mapperOf(kFile);
+    ConfTypeState state;
+    const auto changed = [&] { return mapper.hasChangedSince("inputs", state); };
+    const auto value = [&](const char *type) {
+        const ConfPath path = root.at(Str("/nobody/system/") << type << "/s/k");
         ConfPathTrie out;
-        setup.shared().mappers().mappers().at(0)->read(path, out, 0);
-        const ConfPathTrie *node = out.find(path);
-        return node ? node->data() : Str("none");
-    }
-
-    ScopedFolder root;
-    const Pathname file = root / "system\\local\\inputs.conf";
-    const Pathname skipped = root / "system\\local\\skipped.conf";
+        mapper.read(path, out, 0);
+        return out.find(path) ? out.find(path)->data() : Str("none");
+    };
     SetClock clock;
-    std::map<Str, ConfTypeState> states;
-};
-
-TEST_F(ConfChangeWatcherTest, BringsChangesToTheMapper)
-{
-    ConfChangeWatcher watcher(BundlesSetup(root.path()), clock);
+    ConfChangeWatcher watcher(root.setup(), clock);
+    const auto nextLook = [&](unsigned milliseconds) {
+        clock.now += milliseconds;
+        return watcher.runDue();
+    };
+    EXPECT_EQ(value("inputs") << value("skipped"), "11");
+    EXPECT_EQ(nextLook(0), 10000u);
+    root.write(kFile, "[s]\nk = 2\n#\n");
+    root.write(kSkipped, "[s]\nk = 2\n#\n");
+    EXPECT_EQ(nextLook(9999), 1u);
     EXPECT_EQ(value("inputs"), "1");
-    EXPECT_EQ(value("skipped"), "1");
-    EXPECT_EQ(watcher.runDue(), 10000u);
-    writeWhole(file, "[s]\nk = 2\n#\n");
-    writeWhole(skipped, "[s]\nk = 2\n#\n");
-    clock.now += 9999;
-    EXPECT_EQ(watcher.runDue(), 1u);
-    EXPECT_EQ(value("inputs"), "1");
-    clock.now += 1;
-    EXPECT_EQ(watcher.runDue(), 10000u);
-    EXPECT_EQ(value("inputs"), "2");
-    EXPECT_TRUE(changed("inputs"));
-    EXPECT_EQ(value("skipped"), "1");
+    EXPECT_EQ(nextLook(1), 10000u);
+    EXPECT_EQ(value("inputs") << value("skipped"), "21");
+    EXPECT_TRUE(changed());
 
     // A change that says nothing new is looked at once more.
-    writeWhole(file, "# comment\n[s]\nk = 2\n");
-    clock.now += 10000;
-    EXPECT_EQ(watcher.runDue(), 4200u);
-    clock.now += 4200;
-    EXPECT_EQ(watcher.runDue(), 5800u);
-    EXPECT_FALSE(changed("inputs"));
+    root.write(kFile, "# comment\n[s]\nk = 2\n");
+    EXPECT_EQ(nextLook(10000), 4200u);
+    EXPECT_EQ(nextLook(4200), 5800u);
+    EXPECT_FALSE(changed());
 
     // A file that a program is still writing is passed over.
-    writeWhole(file, "[s]\nk = 33\n");
-    clock.now += 10000;
+    root.write(kFile, "[s]\nk = 33\n");
     {
-        const FileHandle writer(CreateFileW(asWide(file), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                            nullptr, OPEN_EXISTING, 0, nullptr));
-        EXPECT_EQ(watcher.runDue(), 4200u);
-        EXPECT_FALSE(changed("inputs"));
+        const FileHandle writer(CreateFileW(asWide(root / kFile), GENERIC_WRITE,
+                                            FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
+                                            nullptr));
+        EXPECT_EQ(nextLook(10000), 4200u);
+        EXPECT_FALSE(changed());
     }
-    clock.now += 4200;
-    watcher.runDue();
+    nextLook(4200);
     EXPECT_EQ(value("inputs"), "33");
 
-    removeFile(file);
-    writeWhole(root / "system\\local\\late.conf", "[s]\nk = 4\n");
+    removeFile(root / kFile);
+    root.write("system/local/late.conf", "[s]\nk = 4\n");
     EXPECT_EQ(value("late"), "none");
-    clock.now += 30000;
-    watcher.runDue();
-    EXPECT_EQ(value("inputs"), "none");
-    EXPECT_EQ(value("late"), "4");
+    nextLook(30000);
+    EXPECT_EQ(value("inputs") << value("late"), "none4");
 }
 
-TEST_F(ConfChangeWatcherTest, TellsTheManagerOfApplicationsAfterTheMapperIsFree)
+TEST(ConfChangeWatcher, TellsTheManagerOfApplicationsAfterTheMapperIsFree)
 {
-    ConfChangeWatcher watcher(BundlesSetup(root.path()), clock);
-    EXPECT_TRUE(BundlesSetup(root.path()).shared().applications().isUsable("search"));
-    writeWhole(root / "apps\\search\\local\\app.conf", "[install]\nstate = disabled\n");
+    const ConfRoot root(kBootstrap);
+    root.makeFolder("apps/search/local");
+    SetClock clock;
+    ConfChangeWatcher watcher(root.setup(), clock);
+    EXPECT_TRUE(root.shared().applications().isUsable("search"));
+    root.write("apps/search/local/app.conf", "[install]\nstate = disabled\n");
     const unsigned violations = ConfLock::orderViolations();
-    testing::CapturedLog log;
+    const ConfLog log(root);
     clock.now += 30000;
     watcher.runDue();
     EXPECT_TRUE(log.text().contains("INFO ConfPathMapper: App modification, creation, or update: search\n"))
-        << log.text().view();
-    EXPECT_FALSE(BundlesSetup(root.path()).shared().applications().isUsable("search"));
+        << log.text().c_str();
+    EXPECT_FALSE(root.shared().applications().isUsable("search"));
     EXPECT_EQ(ConfLock::orderViolations(), violations);
 }
 

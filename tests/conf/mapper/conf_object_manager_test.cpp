@@ -1,61 +1,18 @@
 #include "conf/conf_lock.h"
-#include "conf/conf_path.h"
 #include "conf/conf_path_exceptions.h"
 #include "conf/mapper/conf_object_manager.h"
-#include "conf/property_pages.h"
 #include "conf/setup/application_manager.h"
-#include "conf/setup/conf_path_mapper_manager.h"
 #include "conf/setup/shared_conf_services.h"
-#include "searchthing/filesystem_change_watcher.h"
 #include "tests/conf/conf_root.h"
-#include "tests/support/captured_log.h"
-#include "util/clock.h"
+#include "tests/support/failing_call.h"
 
 namespace velmox {
 namespace {
 
-using testing::CapturedLog;
-using testing::ConfRoot;
-using testing::readWhole;
-using testing::ScopedFolder;
-using testing::ScopedInitSettings;
-using testing::writeWhole;
+using namespace testing;
 
-constexpr char kLocal[] = "apps\\search\\metadata\\local.meta";
-constexpr char kDefault[] = "apps\\search\\metadata\\default.meta";
-
-class ConfObjectManagerTest : public ::testing::Test
-{
-protected:
-    BundlesSetup setup() const { return root.setup(); }
-    ConfPath path(StrVector parts) const
-    {
-        return ConfPath(setup(), ConfPathBase("nobody", "search", std::move(parts)));
-    }
-    ConfObjectManager &mapper(const char *name) const
-    {
-        IConfPathMapper *const found = setup().shared().mappers().mapperFor(root / name);
-        EXPECT_TRUE(found) << name;
-        return dynamic_cast<ConfObjectManager &>(*found);
-    }
-    Str metadataAt(StrVector parts) const
-    {
-        try {
-            return path(std::move(parts)).readMetadata().toStr();
-        } catch (const ConfPathException &exception) {
-            return exception.what();
-        }
-    }
-
-    ConfRoot root;
-};
-
-/// Makes notices of changed files.
-struct Notices : FilesystemChangeWatcher
-{
-    Notices() : FilesystemChangeWatcher(Clock::system()) {}
-    bool handleChange(WatchedFileState &) override { return true; }
-};
+constexpr char kLocal[] = "apps/search/metadata/local.meta";
+constexpr char kDefault[] = "apps/search/metadata/default.meta";
 
 ConfPathMetadata owned(const char *name)
 {
@@ -64,29 +21,55 @@ ConfPathMetadata owned(const char *name)
     return metadata;
 }
 
+/// Addresses are those below the app "search": "/type/stanza".
+class ConfObjectManagerTest : public ::testing::Test
+{
+protected:
+    ConfPath at(const Str &address) const { return root.at(Str("/nobody/search") << address); }
+    ConfObjectManager &mapper(const char *file = kLocal) const
+    {
+        return dynamic_cast<ConfObjectManager &>(root.mapperOf(file));
+    }
+    Str metadataAt(const Str &address) const
+    {
+        try {
+            return at(address).readMetadata().toStr();
+        } catch (const ConfPathException &exception) {
+            return exception.what();
+        }
+    }
+    void write(const Str &address, const ConfPathMetadata &metadata) const
+    {
+        ConfPathTrie tree;
+        tree.setMetadata(metadata);
+        at(address).write(tree);
+    }
+
+    const ConfRoot root;
+};
+
 TEST_F(ConfObjectManagerTest, CompletesLocalMetadataByThatOfTheDefaultLayer)
 {
     root.write(kLocal, "[inputs]\nowner = anna\n[/bert/other/inputs]\nexport = none\n");
     root.write(kDefault, "[]\nexport = system\n[inputs]\nowner = system\naccess = read : [ * ]\n");
-    EXPECT_EQ(metadataAt({"inputs"}), "{ read : [ * ] }, owner: anna");
-    EXPECT_EQ(metadataAt({}), "{  }, export: global");
-    EXPECT_EQ(metadataAt({"outputs"}), "Does not exist: /nobody/search/outputs");
-    EXPECT_EQ(path({"inputs", "x"}).effectiveMetadata().toStr(),
-              "{ read : [ * ] }, export: global, owner: anna");
+    EXPECT_EQ(metadataAt("/inputs"), "{ read : [ * ] }, owner: anna");
+    EXPECT_EQ(metadataAt(""), "{  }, export: global");
+    EXPECT_EQ(metadataAt("/outputs"), "Does not exist: /nobody/search/outputs");
+    EXPECT_EQ(at("/inputs/x").effectiveMetadata().toStr(), "{ read : [ * ] }, export: global, owner: anna");
     ConfPathTrie other;
-    ConfPath(setup(), ConfPathBase("Bert", "other")).read(other);
-    EXPECT_TRUE(other.find(ConfPathBase("bert", "other", {"inputs"})));
+    root.at("/Bert/other").read(other);
+    EXPECT_TRUE(other.find(root.at("/bert/other/inputs")));
 
     ConfSearch search;
     search.constrain(ConfSearch::User, "Nobody");
     search.constrain(ConfSearch::Type, "inputs");
     search.setMaxLevel(ConfPathTrie::kAppLevel);
     ConfPathTrie found;
-    EXPECT_FALSE(mapper(kLocal).search(search, found));
+    EXPECT_FALSE(mapper().search(search, found));
     EXPECT_TRUE(found.empty());
     EXPECT_TRUE(mapper(kDefault).search(search, found));
     search.setMaxLevel(ConfPathTrie::kAllLevels);
-    EXPECT_TRUE(mapper(kLocal).search(search, found));
+    EXPECT_TRUE(mapper().search(search, found));
     Str text;
     found.dump(&text);
     EXPECT_EQ(text, "nobody\n  search {  }, export: global\n    inputs {  }, owner: anna\n");
@@ -96,223 +79,193 @@ TEST_F(ConfObjectManagerTest, WritesOnlyWhatDiffersAndKeepsTheRestOfTheFile)
 {
     const char before[] =
         "# head\n\n[inputs]\n# who\nowner = anna\nversion = 7\n\n[inputs/a%2Fb]\nexport = app\n# tail\n";
+    const ConfPath slashed(root.setup(), ConfPathBase("nobody", "search", {"inputs", "a/b"}));
     root.write(kLocal, before);
-    ConfPathTrie tree;
     {
-        CapturedLog log;
-        path({"inputs"}).write(tree);
-        tree.setMetadata(owned("Anna"));
-        path({"inputs"}).write(tree);
-        mapper(kLocal).remove(path({"absent"}));
-        EXPECT_TRUE(mapper(kLocal).flush());
+        const ConfLog log(root);
+        write("/inputs", {});
+        write("/inputs", owned("Anna"));
+        mapper().remove(at("/absent"));
+        EXPECT_TRUE(mapper().flush());
         EXPECT_FALSE(log.text().contains("Renamed"));
     }
-    EXPECT_EQ(readWhole(root / kLocal), before);
+    EXPECT_EQ(root.read(kLocal), before);
 
-    tree.setMetadata(owned("Bert"));
-    path({"inputs"}).write(tree);
+    write("/inputs", owned("Bert"));
     ConfPathMetadata metadata;
     metadata.access = ConfAcl::parse("read : [ * ]");
     metadata.exported = ConfExport::System;
-    tree.setMetadata(metadata);
-    path({"inputs", "a/b"}).write(tree);
-    EXPECT_EQ(readWhole(root / kLocal),
-              "# head\n\n[inputs]\n# who\nowner = bert\nversion = 7\n\n[inputs/a%2Fb]\nexport = system\n"
-              "access = read : [ * ]\n# tail\n");
-    EXPECT_EQ(metadataAt({"inputs", "a/b"}), "{ read : [ * ] }, export: global");
-
-    EXPECT_TRUE(mapper(kLocal).writeData(path({"inputs", "new", "key"}), "value"));
-    EXPECT_THROW(path({"inputs", "new", "key"}).readData(), ConfPathDoesNotExistException);
-    EXPECT_TRUE(mapper(kLocal).flush());
-    EXPECT_EQ(path({"inputs", "new", "key"}).readData(), "value");
-    EXPECT_TRUE(mapper(kLocal).remove(path({"inputs", "a/b"})));
-    EXPECT_TRUE(mapper(kLocal).writeData(path({"inputs", "new", "key"}), ""));
-    EXPECT_TRUE(mapper(kLocal).flush());
-    EXPECT_EQ(readWhole(root / kLocal),
-              "# head\n\n[inputs]\n# who\nowner = bert\nversion = 7\n\n[inputs/new/key]\n# tail\n");
-    EXPECT_TRUE(mapper(kLocal).remove(path({"inputs"})));
-    EXPECT_TRUE(mapper(kLocal).flush());
-    EXPECT_EQ(metadataAt({"inputs"}), "Does not exist: /nobody/search/inputs");
+    EXPECT_TRUE(mapper().writeMetadata(slashed, metadata));
+    EXPECT_TRUE(mapper().writeData(at("/inputs/new/key"), "value"));
+    EXPECT_THROW(at("/inputs/new/key").readData(), ConfPathDoesNotExistException);
+    EXPECT_TRUE(mapper().flush());
+    const Str kept = "# head\n\n[inputs]\n# who\nowner = bert\nversion = 7\n\n[inputs/";
+    EXPECT_EQ(root.read(kLocal), Str(kept) << "a%2Fb]\nexport = system\naccess = read : [ * ]\n\n"
+                                           << "[inputs/new/key]\ndata = value\n# tail\n");
+    EXPECT_EQ(slashed.readMetadata().toStr(), "{ read : [ * ] }, export: global");
+    EXPECT_EQ(at("/inputs/new/key").readData(), "value");
+    EXPECT_TRUE(mapper().remove(slashed));
+    EXPECT_TRUE(mapper().writeData(at("/inputs/new/key"), ""));
+    EXPECT_TRUE(mapper().flush());
+    EXPECT_EQ(root.read(kLocal), Str(kept) << "new/key]\n# tail\n");
+    EXPECT_TRUE(mapper().remove(at("/inputs")));
+    EXPECT_TRUE(mapper().flush());
+    EXPECT_EQ(metadataAt("/inputs"), "Does not exist: /nobody/search/inputs");
 }
 
 TEST_F(ConfObjectManagerTest, MakesAFileForTheFirstMetadataAndNotBefore)
 {
-    ConfPathTrie tree;
-    path({"inputs", "x"}).write(tree);
-    EXPECT_TRUE(mapper(kLocal).remove(path({"inputs", "x"})));
-    EXPECT_TRUE(mapper(kLocal).flush());
-    EXPECT_EQ(pathKind(root / "apps"), PathKind::Nothing);
+    at("/inputs/x").write(ConfPathTrie());
+    EXPECT_TRUE(mapper().remove(at("/inputs/x")));
+    EXPECT_TRUE(mapper().flush());
+    EXPECT_FALSE(root.has("apps"));
     ConfPathMetadata metadata = owned("anna");
     metadata.removable = true;
-    tree.setMetadata(metadata);
-    path({"inputs", "x y"}).write(tree);
-    EXPECT_EQ(readWhole(root / kLocal), "[inputs/x%20y]\r\nowner = anna\r\n");
+    write("/inputs/x y", metadata);
+    EXPECT_EQ(root.read(kLocal), "[inputs/x%20y]\r\nowner = anna\r\n");
 }
 
 TEST_F(ConfObjectManagerTest, TakesUpWhatAnotherProcessWrote)
 {
     root.write(kLocal, "[a]\nowner = anna\n");
-    EXPECT_EQ(metadataAt({"a"}), "{  }, owner: anna");
+    EXPECT_EQ(metadataAt("/a"), "{  }, owner: anna");
     root.write(kLocal, "[a]\nowner = somebody else\n[b]\nowner = bert\n");
-    EXPECT_EQ(metadataAt({"a"}), "{  }, owner: anna");
-    ConfPathTrie tree;
-    tree.setMetadata(owned("anna"));
-    path({"a"}).write(tree);
-    EXPECT_EQ(readWhole(root / kLocal), "[a]\nowner = anna\n\n[b]\nowner = bert\n");
-    EXPECT_EQ(metadataAt({"b"}), "{  }, owner: bert");
+    EXPECT_EQ(metadataAt("/a"), "{  }, owner: anna");
+    write("/a", owned("anna"));
+    EXPECT_EQ(root.read(kLocal), "[a]\nowner = anna\n\n[b]\nowner = bert\n");
+    EXPECT_EQ(metadataAt("/b"), "{  }, owner: bert");
 }
 
-TEST_F(ConfObjectManagerTest, ReportsAFileThatCannotBeOpened)
+TEST_F(ConfObjectManagerTest, ReadsAFileAgainThatCouldNotBeRead)
 {
     root.write(kLocal, "[a]\nowner = anna\n");
     {
         const FileHandle held(
             CreateFileW(asWide(root / kLocal), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-        CapturedLog log;
-        EXPECT_EQ(metadataAt({"a"}), "Does not exist: /nobody/search/a");
-        Str reason;
-        reason.appendErrorText(ERROR_SHARING_VIOLATION);
-        EXPECT_TRUE(log.text().contains(Str("ERROR ConfObjectManagerDB: Cannot initialize: ")
-                                        << (root / kLocal).toStr() << ": " << reason << "\n"))
-            << log.text().view();
-        ConfPathTrie tree;
-        tree.setMetadata(owned("bert"));
-        EXPECT_THROW(path({"a"}).write(tree), ConfPathFlushException);
-        EXPECT_TRUE(log.text().contains("local.meta: Failed to load from disk and cannot flush\n"));
+        const ConfLog log(root);
+        EXPECT_EQ(metadataAt("/a"), "Does not exist: /nobody/search/a");
+        EXPECT_TRUE(log.text().endsWith(Str("ERROR ConfObjectManagerDB: Cannot initialize: ROOT/")
+                                        << kLocal << ": <32>\n"));
     }
-    EXPECT_TRUE(mapper(kLocal).flush());
-    EXPECT_EQ(metadataAt({"a"}), "{  }, owner: anna");
+    EXPECT_EQ(metadataAt("/a"), "{  }, owner: anna");
+    // Metadata that was written and could not be read back is there at the next look.
+    const std::unique_ptr<ConfTypeState> state = mapper().newState();
+    {
+        const FailingCall held("CreateFileW", -1, ERROR_SHARING_VIOLATION, 2);
+        write("/a", owned("bert"));
+        EXPECT_EQ(held.failed(), 1);
+    }
+    EXPECT_EQ(metadataAt("/a"), "{  }, owner: bert");
+    EXPECT_TRUE(mapper().hasChangedSince("a", *state));
 }
 
 TEST_F(ConfObjectManagerTest, KeepsChangesInMemoryWhenNothingMayBeWritten)
 {
     root.write(kLocal, "[a]\nowner = anna\n");
-    InitSettings settings;
-    settings.inMemoryOnly = true;
-    const ScopedInitSettings inMemoryOnly(settings);
-    ConfPathTrie tree;
-    tree.setMetadata(owned("bert"));
-    CapturedLog log;
-    path({"a"}).write(tree);
-    path({"a"}).write(tree);
-    tree.setMetadata(owned("chris"));
-    path({"b"}).write(tree);
-    ConfObjectManager &manager = mapper(kLocal);
-    EXPECT_TRUE(manager.writeData(path({"b", "x"}), "value"));
-    EXPECT_TRUE(manager.remove(path({"a"})));
-    EXPECT_EQ(metadataAt({"a"}), "{  }, owner: bert");
-    EXPECT_TRUE(manager.flush());
-    EXPECT_EQ(log.text().find("Skipping flush, keeping changes in memory only"),
-              log.text().find("ConfObjectManagerDB") + 23 + (root / kLocal).toStr().size());
-    EXPECT_EQ(metadataAt({"a"}), "Does not exist: /nobody/search/a");
-    EXPECT_EQ(metadataAt({"b"}), "{  }, owner: chris");
-    EXPECT_EQ(path({"b", "x"}).readData(), "value");
-    EXPECT_EQ(readWhole(root / kLocal), "[a]\nowner = anna\n");
-}
-
-/// "LEVEL ConfObjectManagerDB: ", the text, and LF.
-Str line(const char *level, const Str &text)
-{
-    return Str(level) << " ConfObjectManagerDB: " << text << "\n";
+    const ScopedInitSettings scoped(ScopedInitSettings::inMemoryOnly());
+    const ConfLog log(root);
+    write("/a", owned("bert"));
+    write("/a", owned("bert"));
+    write("/b", owned("chris"));
+    EXPECT_TRUE(mapper().writeData(at("/b/x"), "value"));
+    EXPECT_TRUE(mapper().remove(at("/a")));
+    EXPECT_EQ(metadataAt("/a"), "{  }, owner: bert");
+    EXPECT_TRUE(mapper().flush());
+    EXPECT_TRUE(log.text().endsWith(Str("INFO ConfObjectManagerDB: ROOT/")
+                                    << kLocal << ": Skipping flush, keeping changes in memory only\n"));
+    EXPECT_EQ(metadataAt("/a"), "Does not exist: /nobody/search/a");
+    EXPECT_EQ(metadataAt("/b"), "{  }, owner: chris");
+    EXPECT_EQ(at("/b/x").readData(), "value");
+    EXPECT_EQ(root.read(kLocal), "[a]\nowner = anna\n");
 }
 
 TEST_F(ConfObjectManagerTest, FollowsNoticesOfChanges)
 {
     root.write(kLocal, "[a]\nowner = anna\n[b]\nowner = anna\n");
-    ConfObjectManager &manager = mapper(kLocal);
-    Notices notices;
-    const Str file = (root / kLocal).toStr();
-    const auto notice = [&](const Pathname &path, Str &log) {
-        WatchedFileState state(notices, path, {}, WatchedFileState::kPollMs);
-        const CapturedLog captured;
-        const FileChangeAnswer answer = manager.onFileChange(state);
-        log = captured.text();
-        return answer;
+    ConfObjectManager &manager = mapper();
+    /// The last line of the log without level, logger and the file's own name.
+    const auto notice = [&](const char *file, FileChangeAnswer answer) {
+        const ConfLog log(root);
+        EXPECT_EQ(noticeChange(manager, root / file), answer);
+        return replaced(log.told(), Str("ROOT/") << kLocal, "FILE");
     };
     const auto typesChanged = [&, a = manager.newState(), b = manager.newState()] {
         return std::pair(manager.hasChangedSince("a", *a), manager.hasChangedSince("b", *b));
     };
-    Str log;
-    EXPECT_EQ(notice(root / kDefault, log), FileChangeAnswer::Settled);
-    EXPECT_EQ(log, line("ERROR", Str(file) << ": Received change notification for unrelated file: "
-                                           << (root / kDefault).toStr()));
-
+    EXPECT_EQ(notice(kDefault, FileChangeAnswer::Settled),
+              "ERROR ConfObjectManagerDB: FILE: Received change notification for unrelated file: "
+              "ROOT/apps/search/metadata/default.meta\n");
     root.write(kLocal, "# only a comment\n[b]\nowner = Anna\nmodtime = 9\n[a]\nowner = anna\n");
-    EXPECT_EQ(notice(root / kLocal, log), FileChangeAnswer::NoChange);
-    EXPECT_EQ(log,
-              line("INFO", Str(file) << ": Ignored change notification for " << file << ": self-generated"));
+    EXPECT_EQ(notice(kLocal, FileChangeAnswer::NoChange),
+              "INFO ConfObjectManagerDB: FILE: Ignored change notification for FILE: self-generated\n");
     EXPECT_EQ(typesChanged(), std::pair(false, false));
-
     root.write(kLocal, "[a]\nowner = bert\n[b]\nowner = anna\n");
-    EXPECT_EQ(notice(root / kLocal, log), FileChangeAnswer::Settled);
-    EXPECT_TRUE(log.startsWith(Str("INFO ConfObjectManagerDB: ")
-                               << file << ": Detected change to " << file << " with modtime "))
-        << log.view();
+    EXPECT_TRUE(notice(kLocal, FileChangeAnswer::Settled)
+                    .startsWith("INFO ConfObjectManagerDB: FILE: Detected change to FILE with modtime "));
     EXPECT_EQ(typesChanged(), std::pair(true, false));
     EXPECT_EQ(typesChanged(), std::pair(false, false));
 
-    EXPECT_TRUE(manager.writeMetadata(path({"b"}), owned("chris")));
+    EXPECT_TRUE(manager.writeMetadata(at("/b"), owned("chris")));
     removeFile(root / kLocal);
-    EXPECT_EQ(notice(root / kLocal, log), FileChangeAnswer::NoChange);
+    notice(kLocal, FileChangeAnswer::NoChange);
     {
-        CapturedLog refused;
+        const ConfLog log(root);
         EXPECT_FALSE(manager.reload(Str()));
-        EXPECT_EQ(refused.text(), line("ERROR", Str(file) << ": Refused forced reload: outstanding write"));
+        EXPECT_TRUE(log.text().endsWith("local.meta: Refused forced reload: outstanding write\n"));
     }
     EXPECT_TRUE(manager.flush());
     EXPECT_EQ(typesChanged(), std::pair(false, true));
-    EXPECT_EQ(notice(root / kLocal, log), FileChangeAnswer::NoChange);
+    notice(kLocal, FileChangeAnswer::NoChange);
 
     removeFile(root / kLocal);
-    EXPECT_EQ(notice(root / kLocal, log), FileChangeAnswer::Settled);
-    EXPECT_EQ(log, line("INFO", Str(file) << ": Detected deletion: " << file));
+    EXPECT_EQ(notice(kLocal, FileChangeAnswer::Settled),
+              "INFO ConfObjectManagerDB: FILE: Detected deletion: FILE\n");
     EXPECT_EQ(typesChanged(), std::pair(true, true));
     root.write(kLocal, "[]\nowner = anna\n");
-    EXPECT_EQ(metadataAt({}), "Does not exist: /nobody/search");
+    EXPECT_EQ(metadataAt(""), "Does not exist: /nobody/search");
+    {
+        const FailingCall held("CreateFileW", -1, ERROR_SHARING_VIOLATION);
+        notice(kLocal, FileChangeAnswer::Unsettled);
+    }
     EXPECT_TRUE(manager.reload("a"));
-    EXPECT_EQ(metadataAt({}), "{  }, owner: anna");
+    EXPECT_EQ(metadataAt(""), "{  }, owner: anna");
     EXPECT_EQ(typesChanged(), std::pair(true, true));
 }
 
 TEST_F(ConfObjectManagerTest, TellsOthersWhatMattersToThem)
 {
+    constexpr char kOther[] = "apps/other/metadata/local.meta";
     const unsigned violations = ConfLock::orderViolations();
-    root.write("apps\\other\\local\\x.conf", "[o]\nk = 1\n");
-    root.write("apps\\other\\metadata\\local.meta", "[x]\nexport = none\n");
+    root.write("apps/other/local/x.conf", "[o]\nk = 1\n");
+    root.write(kOther, "[x]\nexport = none\n");
     root.write(kLocal, "");
-    const auto seen = [this] {
-        Stanzas stanzas;
-        PropertyPages::get("x", {setup(), "anna", "search"})->enumerateStanzasWithPrefix("", stanzas);
-        return stanzas.contains("o");
-    };
+    const auto seen = [this] { return root.stanzas("x", "search", "anna").contains("o"); };
     const auto importsOther = [this] {
-        return setup().shared().applications().importGenerations("search").contains("other");
+        return root.shared().applications().importGenerations("search").contains("other");
     };
     EXPECT_FALSE(seen());
-
     ConfPathTrie tree;
     ConfPathMetadata metadata;
     metadata.exported = ConfExport::System;
     tree.setMetadata(metadata);
-    ConfPath(setup(), ConfPathBase("nobody", "other", {"x"})).write(tree);
-    EXPECT_TRUE(setup().shared().applications().hasGlobalExports("other"));
+    root.at("/nobody/other/x").write(tree);
+    EXPECT_TRUE(root.shared().applications().hasGlobalExports("other"));
     EXPECT_TRUE(seen());
-    root.write("apps\\other\\metadata\\local.meta", "[x]\nexport = none\n");
+    root.write(kOther, "[x]\nexport = none\n");
     EXPECT_TRUE(seen());
-    mapper("apps\\other\\metadata\\local.meta").reload(Str());
+    mapper(kOther).reload(Str());
     EXPECT_FALSE(seen());
-    EXPECT_FALSE(setup().shared().applications().hasGlobalExports("other"));
+    EXPECT_FALSE(root.shared().applications().hasGlobalExports("other"));
 
     EXPECT_FALSE(importsOther());
     metadata = {};
     metadata.setImports({"other"});
-    tree.setMetadata(metadata);
-    CapturedLog log;
-    path({}).write(tree);
-    EXPECT_TRUE(log.text().contains(
-        line("INFO", (root / kLocal).toStr()
-                         << ": Detected change to app-level metadata: {  } -> {  }, imports: { other }")))
-        << log.text().view();
+    const ConfLog log(root);
+    write("", metadata);
+    EXPECT_TRUE(log.text().contains(Str("INFO ConfObjectManagerDB: ROOT/")
+                                    << kLocal << ": Detected change to app-level metadata: {  } -> "
+                                    << "{  }, imports: { other }\n"))
+        << log.text().c_str();
     EXPECT_TRUE(importsOther());
     EXPECT_TRUE(seen());
     EXPECT_EQ(ConfLock::orderViolations(), violations);
@@ -320,36 +273,60 @@ TEST_F(ConfObjectManagerTest, TellsOthersWhatMattersToThem)
 
 TEST_F(ConfObjectManagerTest, FiltersOutWhatIsGone)
 {
-    root.write("apps\\search\\local\\x.conf", "[kept]\nk = 1\n");
+    root.write("apps/search/local/x.conf", "[kept]\nk = 1\n");
     const char kept[] = "[]\nowner = anna\n\n[x]\nowner = anna\n\n[x/kept]\nmodtime = 1000000000\n\n"
                         "[x/kept/k]\nmodtime = 1000000001.5\n\n[y/own]\ndata = value\n";
-    root.write(kLocal, Str(kept) << "\n[x/gone]\nmodtime = 1200000000\n\n[y/gone/k]\nowner = anna\n");
-    const Str before = readWhole(root / kLocal);
+    const Str all = Str(kept) << "\n[x/gone]\nmodtime = 1200000000\n\n[y/gone/k]\nowner = anna\n";
+    root.write(kLocal, all.view());
     const ScopedFolder target;
     Pathname copy;
-    ASSERT_TRUE(mapper(kLocal).filter(target.path(), copy));
+    ASSERT_TRUE(mapper().filter(target.path(), copy));
     EXPECT_EQ(readWhole(copy), kept);
     EXPECT_EQ(copy.dirname(), target.path());
     Str modtime;
     FileStatus::of(copy).modtime.toUnixStr(modtime, 1);
     EXPECT_EQ(modtime, "1000000001.5");
-    EXPECT_EQ(readWhole(root / kLocal), before);
-
+    EXPECT_EQ(root.read(kLocal), all);
     root.write(kLocal, kept);
-    ASSERT_TRUE(mapper(kLocal).filter(target.path(), copy));
+    ASSERT_TRUE(mapper().filter(target.path(), copy));
     EXPECT_EQ(FileStatus::of(copy), FileStatus::of(root / kLocal));
-    EXPECT_EQ(target.count(), 2u);
 
-    CapturedLog log;
-    EXPECT_FALSE(mapper(kLocal).filter(target / "absent", copy));
-    EXPECT_TRUE(
-        log.text().startsWith(Str("ERROR ConfObjectManagerDB: Cannot create temporary for filtering, in dir=")
-                              << (target / "absent").toStr() << ": "));
-    removeFile(root / kLocal);
-    EXPECT_FALSE(mapper(kLocal).filter(target.path(), copy));
-    EXPECT_TRUE(log.text().contains(Str("ERROR ConfObjectManagerDB: Cannot stat() for filtering: ")
-                                    << (root / kLocal).toStr() << ": "));
-    EXPECT_EQ(target.count(), 2u);
+    // A failure leaves nothing behind.
+    const struct
+    {
+        const char *function;
+        std::intptr_t result;
+        DWORD error;
+        int passed;
+        const char *told;
+    } kFailures[] = {
+        {"GetFileAttributesExW", 0, ERROR_ACCESS_DENIED, 0,
+         "ERROR ConfObjectManagerDB: Cannot stat() for filtering: FILE: <5>\n"},
+        {"CreateFileW", -1, ERROR_DISK_FULL, 0,
+         "ERROR ConfObjectManagerDB: Cannot create temporary for filtering, in dir=ROOT: <112>\n"},
+        {"CreateFileW", -1, ERROR_SHARING_VIOLATION, 1,
+         "ERROR IniFile: Cannot open file=FILE for parsing: <32>\nERROR ConfObjectManagerDB: Cannot open() "
+         "for filtering: FILE: <32>\n"},
+        {"fflush", -1, ERROR_DISK_FULL, 0, "ERROR IniFile: Cannot flush tmpfile=COPY: <112>\n"},
+    };
+    for (const auto &[function, result, error, passed, told] : kFailures) {
+        mapper().reload("");
+        const FailingCall failing(function, result, error, passed);
+        const ConfLog log(target.path());
+        EXPECT_FALSE(mapper().filter(target.path(), copy)) << function;
+        const Str name = replaced((root / kLocal).toStr(), "\\", "/");
+        Str text = replaced(log.text(), name, "FILE");
+        if (const std::size_t at = text.find("tmpfile=ROOT"); at != Str::npos) {
+            text.replace(at + 8, text.find(".tmp", at) + 4 - at - 8, "COPY");
+        }
+        EXPECT_EQ(text, told);
+        EXPECT_EQ(target.count(), 2u) << function;
+    }
+    const FailingCall unstamped("SetFileTime", FALSE, ERROR_ACCESS_DENIED);
+    const ConfLog log(root);
+    EXPECT_TRUE(mapper().filter(target.path(), copy));
+    EXPECT_TRUE(log.text().startsWith("WARN ConfObjectManagerDB: Cannot set the time of: "))
+        << log.text().c_str();
 }
 
 } // namespace

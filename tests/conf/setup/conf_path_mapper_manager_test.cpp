@@ -1,49 +1,35 @@
 #include "conf/conf_path_exceptions.h"
 #include "conf/setup/conf_path_mapper_manager.h"
+#include "conf/setup/path_owner.h"
 #include "conf/setup/shared_conf_services.h"
-#include "conf/tree/conf_path_base.h"
+#include "conf/setup/username_mapper.h"
 #include "tests/conf/conf_root.h"
-#include "tests/support/captured_log.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/support/failing_call.h"
 
 namespace velmox {
 namespace {
 
-using namespace velmox::testing;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+using namespace testing;
 
 constexpr unsigned kData = ConfPathMapperManager::Data;
 constexpr unsigned kMetadata = ConfPathMapperManager::Metadata;
 
-ConfPathMapperManager &managerOf(const ConfRoot &root)
-{
-    return root.setup().shared().mappers();
-}
-
 /// The path that a mapper serves, below the root.
 Str placeOf(const ConfRoot &root, const IConfPathMapper &mapper)
 {
-    const Str text = mapper.describe();
-    const Str base = root.path().toStr();
-    const std::size_t at = text.find(base);
-    return at == Str::npos ? text : text.substr(at + base.size() + 1);
+    const Str text = replaced(mapper.describe(), root.path().toStr() << "\\", "ROOT/");
+    const std::size_t at = text.find("ROOT/");
+    return at == Str::npos ? text : replaced(text.substr(at + 5), "\\", "/");
 }
 
-std::vector<std::string> placesOf(const ConfRoot &root, const ConfPathMapperManager &manager)
+/// In reading order, with a blank behind each.
+Str placesOf(const ConfRoot &root)
 {
-    std::vector<std::string> places;
-    for (const IConfPathMapper *const mapper : manager.mappers()) {
-        places.emplace_back(placeOf(root, *mapper).view());
+    Str places;
+    for (const IConfPathMapper *const mapper : root.shared().mappers().mappers()) {
+        places << placeOf(root, *mapper) << " ";
     }
     return places;
-}
-
-std::vector<std::string> placesOf(const ConfRoot &root)
-{
-    return placesOf(root, managerOf(root));
 }
 
 void makeFolders(const ConfRoot &root, std::initializer_list<const char *> names)
@@ -56,20 +42,20 @@ void makeFolders(const ConfRoot &root, std::initializer_list<const char *> names
 TEST(ConfPathMapperManager, ReadsInTheOrderOfTheBootstrapFile)
 {
     const ConfRoot root;
-    makeFolders(root,
-                {"system\\local", "apps\\b\\local", "apps\\a\\default", "apps\\a\\local", "apps\\b\\default",
-                 "apps\\.git\\local", "users\\Alice\\a\\local", "slave-apps\\c\\default"});
-    root.write("apps\\a\\metadata\\local.meta", "");
-    root.write("apps\\a\\metadata\\default.meta", "");
-    root.write("apps\\a\\metadata\\other.meta", "");
-    root.write("apps\\stray", "");
-    EXPECT_THAT(placesOf(root),
-                ElementsAre("system\\local", "users\\Alice\\a\\local", "apps\\.git\\local", "apps\\a\\local",
-                            "apps\\b\\local", "apps\\a\\metadata\\local.meta", "slave-apps\\c\\default",
-                            "apps\\a\\default", "apps\\b\\default", "apps\\a\\metadata\\default.meta",
-                            "system\\default"));
-    EXPECT_TRUE(managerOf(root).scan());
-    EXPECT_EQ(managerOf(root).mappers().size(), 11u) << "a second scan adds what is unknown alone";
+    makeFolders(root, {"system/local", "apps/b/local", "apps/a/default", "apps/a/local", "apps/b/default",
+                       "apps/.git/local", "users/Alice/a/local", "slave-apps/c/default"});
+    for (const char *const file :
+         {"a/metadata/local.meta", "a/metadata/default.meta", "a/metadata/other.meta", "stray"}) {
+        root.write(Str("apps/") << file, "");
+    }
+    EXPECT_EQ(placesOf(root), "system/local users/Alice/a/local apps/.git/local apps/a/local apps/b/local "
+                              "apps/a/metadata/local.meta slave-apps/c/default apps/a/default apps/b/default "
+                              "apps/a/metadata/default.meta system/default ");
+    EXPECT_TRUE(root.shared().mappers().scan());
+    EXPECT_EQ(root.shared().mappers().mappers().size(), 11u) << "a second scan adds what is unknown alone";
+    // A writer takes its place in the order.
+    root.shared().mappers().findWriter(root.at("/nobody/c/inputs"), kData);
+    EXPECT_TRUE(placesOf(root).contains("apps/b/local apps/c/local apps/a/metadata/local.meta "));
 }
 
 TEST(ConfPathMapperManager, APathBelongsToTheFirstPatternThatMatches)
@@ -79,10 +65,12 @@ TEST(ConfPathMapperManager, APathBelongsToTheFirstPatternThatMatches)
                         "apps/b/local = conf\n"
                         "apps/*/local = conf\n"
                         "apps/*/* = conf\n"
-                        "apps/* = default\n");
-    makeFolders(root,
-                {"apps\\a\\local", "apps\\b\\local", "apps\\b\\.svn", "apps\\hidden\\local", "apps\\a\\x"});
-    EXPECT_THAT(placesOf(root), ElementsAre("apps\\b\\local", "apps\\a\\local", "apps\\a\\x"));
+                        "apps/* = default\n"
+                        "bundles/*/local = conf\n");
+    makeFolders(root, {"apps/a/local", "apps/b/local", "apps/b/.svn", "apps/hidden/local", "apps/a/x",
+                       "bundles/old/local", "bundles/a/local"});
+    EXPECT_EQ(placesOf(root), "apps/b/local apps/a/local apps/a/x bundles/old/local ")
+        << "an app overrides the bundle of its name";
 }
 
 TEST(ConfPathMapperManager, FindsTheWriterOfEveryPlace)
@@ -90,41 +78,30 @@ TEST(ConfPathMapperManager, FindsTheWriterOfEveryPlace)
     const ConfRoot root;
     const struct
     {
-        const char *user;
-        const char *app;
+        const char *user, *app;
         unsigned flags;
         const char *place;
     } cases[] = {
-        {"", "", kData, "system\\local"},
-        {"nobody", "search", kData, "apps\\search\\local"},
-        {"NOBODY", "search", kData, "apps\\search\\local"},
-        {"nobody", "a$b$c", kData, "apps\\a$b$c\\local"},
-        {"alice", "search", kData, "users\\alice\\search\\local"},
-        {"alice", "system", kData, "users\\alice\\system\\local"},
-        {"a$app$", "search", kData, "users\\a$app$\\search\\local"},
-        {"nobody", "system", kMetadata, "system\\metadata\\local.meta"},
-        {"nobody", "search", kMetadata, "apps\\search\\metadata\\local.meta"},
-        {"alice", "search", kMetadata, "users\\alice\\search\\metadata\\local.meta"},
+        {"", "", kData, "system/local"},
+        {"nobody", "search", kData, "apps/search/local"},
+        {"NOBODY", "search", kData, "apps/search/local"},
+        {"nobody", "a$b$c", kData, "apps/a$b$c/local"},
+        {"alice", "search", kData, "users/alice/search/local"},
+        {"alice", "system", kData, "users/alice/system/local"},
+        {"a$app$", "search", kData, "users/a$app$/search/local"},
+        {"A:B", "search", kData, "users/_reserved/SAFE/search/local"},
+        {"nobody", "system", kMetadata, "system/metadata/local.meta"},
+        {"nobody", "search", kMetadata, "apps/search/metadata/local.meta"},
+        {"alice", "search", kMetadata, "users/alice/search/metadata/local.meta"},
     };
-    ConfPathMapperManager &manager = managerOf(root);
-    for (const auto &each : cases) {
-        const ConfPathBase path(each.user, each.app, {"regmon-filters", "default"});
-        IConfPathMapper *const writer = manager.findWriter(path, each.flags);
-        EXPECT_EQ(placeOf(root, *writer), each.place);
-        EXPECT_EQ(manager.findWriter(path, each.flags), writer);
+    ConfPathMapperManager &manager = root.shared().mappers();
+    for (const auto &[user, app, flags, place] : cases) {
+        const ConfPathBase path(user, app, {"regmon-filters", "default"});
+        IConfPathMapper *const writer = manager.findWriter(path, flags);
+        const Str safe = UsernameMapper::makeSafeName(user);
+        EXPECT_EQ(placeOf(root, *writer), replaced(place, "SAFE", safe));
+        EXPECT_EQ(manager.findWriter(path, flags), writer);
     }
-    const ConfPathBase mapped("A:B", "search", {"inputs"});
-    EXPECT_TRUE(placeOf(root, *manager.findWriter(mapped, kData)).startsWith("users\\_reserved\\a_b."));
-}
-
-TEST(ConfPathMapperManager, AWriterTakesItsPlaceInTheReadingOrder)
-{
-    const ConfRoot root;
-    makeFolders(root, {"system\\local", "apps\\a\\default"});
-    ConfPathMapperManager &manager = managerOf(root);
-    manager.findWriter(ConfPathBase("nobody", "a", {"inputs"}), kData);
-    EXPECT_THAT(placesOf(root),
-                ElementsAre("system\\local", "apps\\a\\local", "apps\\a\\default", "system\\default"));
 }
 
 TEST(ConfPathMapperManager, RefusesAWriteThatHasNoPlace)
@@ -133,47 +110,58 @@ TEST(ConfPathMapperManager, RefusesAWriteThatHasNoPlace)
     const ConfRoot wrong("[bootstrap]\nsystem/local = conf\n[writes]\ndata:nobody:a:$type$ = elsewhere\n"
                          "data:nobody:b:$type$ = $gone{required\\=yes}$\n");
     const ConfRoot none("[bootstrap]\nsystem/local = conf\n");
-    const ConfRoot unloaded("");
+    const ConfRoot unread("[bootstrap]\nsystem/local = conf\n");
+    {
+        const FailingCall held("CreateFileW", -1, ERROR_SHARING_VIOLATION);
+        unread.shared();
+    }
     const struct
     {
         const ConfRoot &root;
         const char *app;
         unsigned flags;
         const char *reason;
-        Str place;
+        const char *place;
     } cases[] = {
         {shipped, "a", 3, "No write configuration for: pack:nobody:a:inputs", "pack:nobody:a:inputs"},
-        {shipped, "..", 0, "", (shipped / "apps\\..\\local").toStr()},
-        {wrong, "a", 0, "", (wrong / "elsewhere").toStr()},
+        {shipped, "..", 0, "", "apps\\..\\local"},
+        {wrong, "a", 0, "", "elsewhere"},
         {wrong, "b", 0, "Error while replacing variable name='gone'.", "data:nobody:b:inputs"},
-        {none, "a", 0, "Could not find 'writes' stanza in bootstrapping conf: ", "data:nobody:a:inputs"},
+        {none, "a", 0, "Could not find 'writes' stanza in bootstrapping conf: ROOT/system/default/conf.conf",
+         "data:nobody:a:inputs"},
+        {unread, "a", 0, "Could not read bootstrap configuration: ROOT/system/default/conf.conf",
+         "data:nobody:a:inputs"},
     };
-    for (const auto &each : cases) {
-        ConfPathMapperManager &manager = managerOf(each.root);
-        const CapturedLog log;
-        try {
-            manager.findWriter(ConfPathBase("nobody", each.app, {"inputs"}), each.flags);
-            ADD_FAILURE() << each.app;
-        } catch (const ConfPathHasNoWriter &exception) {
-            EXPECT_EQ(exception.message(),
-                      Str::fromFormat("Could not find writer for: /nobody/%s/inputs [%x] [%s]", each.app,
-                                      each.flags, each.place.c_str()));
+    for (const auto &[root, app, flags, reason, place] : cases) {
+        ConfPathMapperManager &manager = root.shared().mappers();
+        const ConfLog log(root);
+        const Str message = raisedBy<ConfPathHasNoWriter>(
+            [&] { manager.findWriter(ConfPathBase("nobody", app, {"inputs"}), flags); });
+        const Str full = Str(place).contains(":") ? Str(place) : (root.path().toStr() << "\\" << place);
+        EXPECT_EQ(message, Str::fromFormat("Could not find writer for: /nobody/%s/inputs [%x] [%s]", app,
+                                           flags, full.c_str()));
+        EXPECT_TRUE(log.text().contains(reason)) << log.text().c_str();
+        if (&root == &none) {
+            EXPECT_EQ(manager.mapperFor(root / "system/local/x.conf"), nullptr);
+            EXPECT_TRUE(log.text().contains("Could not find 'relative_depth_to_regular_files' stanza"));
         }
-        EXPECT_TRUE(log.text().contains(each.reason)) << log.text().c_str();
     }
+    const ConfLog log(unread);
+    EXPECT_FALSE(unread.shared().mappers().scan());
+    EXPECT_EQ(log.text(),
+              "ERROR ConfSettings: Could not read bootstrap configuration: ROOT/system/default/conf.conf\n");
 }
 
 TEST(ConfPathMapperManager, AHandlerThatIsUnknownLeavesTheOthers)
 {
     const ConfRoot root("[bootstrap]\nsystem/default = nonsense\nsystem/local = conf\n"
                         "system/$gone{required\\=1}$ = conf\n");
-    root.makeFolder("system\\local");
-    const BundlesSetup setup = root.setup();
-    const CapturedLog log;
-    EXPECT_FALSE(setup.shared().mappers().scan());
-    EXPECT_THAT(placesOf(root), ElementsAre("system\\local"));
-    EXPECT_TRUE(log.text().contains("Unrecognized handler name 'nonsense' for path: " +
-                                    std::string((root / "system\\default").toStr().view())))
+    root.makeFolder("system/local");
+    root.setup();
+    const ConfLog log(root);
+    EXPECT_FALSE(root.shared().mappers().scan());
+    EXPECT_EQ(placesOf(root), "system/local ");
+    EXPECT_TRUE(log.text().contains("Unrecognized handler name 'nonsense' for path: ROOT/system/default"))
         << log.text().c_str();
 }
 
@@ -183,74 +171,95 @@ TEST(ConfPathMapperManager, WithoutBootstrapFileTheStoreIsEmpty)
     const ScopedHome scoped(home.path());
     const ScopedFolder root;
     ConfPathMapperManager &manager = BundlesSetup(root.path()).shared().mappers();
-    EXPECT_THAT(manager.mappers(), IsEmpty());
+    EXPECT_TRUE(manager.mappers().empty());
     EXPECT_FALSE(manager.scan());
     EXPECT_THROW(manager.findWriter(ConfPathBase("", "", {"inputs"}), kData), ConfPathHasNoWriter);
     EXPECT_EQ(manager.mapperFor(root / "system\\local\\inputs.conf"), nullptr);
 }
 
-TEST(ConfPathMapperManager, AnAppOverridesTheBundleOfItsName)
-{
-    const ConfRoot root("[bootstrap]\nbundles/*/local = conf\n");
-    makeFolders(root, {"bundles\\old\\local", "bundles\\moved\\local", "apps\\moved"});
-    EXPECT_THAT(placesOf(root), ElementsAre("bundles\\old\\local"));
-}
-
 TEST(ConfPathMapperManager, ARunCanLeaveUsersAndAppsOut)
 {
-    InitSettings oneUser;
-    oneUser.user = "Alice";
-    InitSettings oneApp;
-    oneApp.apps = {{"a", "system"}};
-    InitSettings minimal;
-    minimal.minimal = true;
     const struct
     {
         InitSettings init;
-        std::vector<std::string> places;
+        const char *places;
     } cases[] = {
-        {oneUser,
-         {"users\\Alice\\a\\local", "apps\\a\\local", "apps\\b\\local", "apps\\a\\metadata\\local.meta",
-          "system\\default", "system\\metadata\\default.meta"}},
-        {oneApp,
-         {"users\\alice\\a\\local", "users\\bob\\a\\local", "apps\\a\\local", "apps\\a\\metadata\\local.meta",
-          "system\\default", "system\\metadata\\default.meta"}},
-        {minimal, {"apps\\a\\local", "apps\\b\\local", "system\\default", "system\\metadata\\default.meta"}},
+        {ScopedInitSettings::with(&InitSettings::user, std::optional<Str>("Alice")),
+         "users/Alice/a/local apps/a/local apps/b/local apps/a/metadata/local.meta system/default "
+         "system/metadata/default.meta "},
+        {ScopedInitSettings::with(&InitSettings::apps, std::optional(std::set<Str>{"a", "system"})),
+         "users/alice/a/local users/bob/a/local apps/a/local apps/a/metadata/local.meta system/default "
+         "system/metadata/default.meta "},
+        {ScopedInitSettings::with(&InitSettings::minimal, true),
+         "apps/a/local apps/b/local system/default system/metadata/default.meta "},
     };
-    for (const auto &each : cases) {
+    for (const auto &[init, places] : cases) {
         const ConfRoot root;
-        makeFolders(root,
-                    {"apps\\a\\local", "apps\\b\\local", "users\\alice\\a\\local", "users\\bob\\a\\local"});
-        root.write("apps\\a\\metadata\\local.meta", "");
-        root.write("system\\metadata\\default.meta", "");
-        const ScopedInitSettings scoped(each.init);
-        EXPECT_EQ(placesOf(root), each.places);
+        makeFolders(root, {"apps/a/local", "apps/b/local", "users/alice/a/local", "users/bob/a/local"});
+        root.write("apps/a/metadata/local.meta", "");
+        root.write("system/metadata/default.meta", "");
+        const ScopedInitSettings scoped(init);
+        EXPECT_EQ(placesOf(root), places);
     }
 }
 
 TEST(ConfPathMapperManager, FindsTheMapperOfAFile)
 {
     const ConfRoot root;
-    makeFolders(root, {"apps\\a\\local", "apps\\a\\default"});
-    root.write("apps\\a\\metadata\\local.meta", "");
-    ConfPathMapperManager &manager = managerOf(root);
+    makeFolders(root, {"apps/a/local", "apps/a/default"});
+    root.write("apps/a/metadata/local.meta", "");
+    static constexpr const char *kFiles[][2] = {
+        {"apps/a/local/inputs.conf", "apps/a/local"},
+        {"APPS/a/default/inputs.conf", "apps/a/default"},
+        {"apps/a/metadata/local.meta", "apps/a/metadata/local.meta"},
+        {"apps/a/local/deep/inputs.conf", "none"},
+        {"apps/unknown/local/inputs.conf", "none"},
+        {"apps/a/local", "none"},
+    };
+    for (const auto &[file, place] : kFiles) {
+        const IConfPathMapper *const mapper = root.shared().mappers().mapperFor(root / file);
+        EXPECT_EQ(mapper == nullptr ? "none" : placeOf(root, *mapper), place) << file;
+    }
+}
+
+TEST(PathOwner, FollowsFromWhereThePathLies)
+{
+    const ConfRoot root;
+    const BundlesSetup setup = root.setup();
+    UsernameMapper users(setup);
+    const Str reserved = users.directoryName("A:B");
+    const Str mapped = Str("users/") << reserved << "/Search";
     const struct
     {
-        const char *file;
-        const char *place;
+        Str path;
+        const char *user; ///< null where there is no owner
+        const char *app = nullptr;
+        Str rootDirectory = {};
     } cases[] = {
-        {"apps\\a\\local\\inputs.conf", "apps\\a\\local"},
-        {"APPS/a/default/inputs.conf", "apps\\a\\default"},
-        {"apps\\a\\metadata\\local.meta", "apps\\a\\metadata\\local.meta"},
-        {"apps\\a\\local\\deep\\inputs.conf", nullptr},
-        {"apps\\unknown\\local\\inputs.conf", nullptr},
-        {"apps\\a\\local", nullptr},
+        {"apps/Search/local", "nobody", "Search", "apps/Search"},
+        {"APPS/Search", "nobody", "Search", "apps/Search"},
+        {"slave-apps/peer/default", "nobody", "peer", "slave-apps/peer"},
+        {"system/local", "nobody", "system", "system"},
+        {"system", "nobody", "system", "system"},
+        {"users/Alice/Search/local", "alice", "Search", "users/Alice/Search"},
+        {Str(mapped) << "/local", "A:B", "Search", mapped},
+        {"users/_reserved/unknown.0/Search/local", "", "Search", "users/_reserved/unknown.0/Search"},
+        {"bundles/old/local", "nobody", "system", "bundles/old"},
+        {"bundles", "nobody", "system", "bundles"},
+        {"", "nobody", "system", ""},
+        {"users/alice", nullptr},
+        {"master-apps/x/local", nullptr},
+        {"../apps/search", nullptr},
     };
-    for (const auto &each : cases) {
-        const IConfPathMapper *const mapper = manager.mapperFor(root / each.file);
-        ASSERT_EQ(mapper != nullptr, each.place != nullptr) << each.file;
-        if (mapper != nullptr) {
-            EXPECT_EQ(placeOf(root, *mapper), each.place);
+    for (const auto &[path, user, app, rootDirectory] : cases) {
+        PathOwner owner;
+        ASSERT_EQ(findPathOwner(setup, users, path.empty() ? root.path() : root / path, owner),
+                  user != nullptr)
+            << path.c_str();
+        if (user != nullptr) {
+            EXPECT_EQ(owner.user, user) << path.c_str();
+            EXPECT_EQ(owner.app, app) << path.c_str();
+            EXPECT_EQ(owner.rootDirectory, rootDirectory.empty() ? root.path() : root / rootDirectory);
         }
     }
 }

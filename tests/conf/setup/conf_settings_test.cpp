@@ -1,28 +1,30 @@
+#include "conf/conf_lock.h"
 #include "conf/conf_path_exceptions.h"
+#include "conf/setup/conf_path_mapper_manager.h"
 #include "conf/setup/conf_settings.h"
 #include "conf/setup/shared_conf_services.h"
+#include "conf/setup/shared_conf_services_registry.h"
 #include "tests/conf/conf_root.h"
-#include "tests/support/captured_log.h"
+#include "tests/support/child_test.h"
 
-#include <gtest/gtest.h>
+#include <algorithm>
+#include <set>
+#include <thread>
 
 namespace velmox {
 namespace {
 
-using namespace velmox::testing;
-
-constexpr char kSharedStorage[] = "[pooling]\nstate = Enabled\nstorage = ";
+using namespace testing;
 
 Str sharedStorage(const Pathname &storage)
 {
-    return Str(kSharedStorage) += storage.toStr();
+    return Str("[pooling]\nstate = Enabled\nstorage = ") << storage.toStr();
 }
 
 TEST(ConfSettings, HasDefaults)
 {
     const ConfRoot root;
-    const BundlesSetup setup = root.setup();
-    const ConfSettings &settings = setup.shared().settings();
+    const ConfSettings &settings = root.shared().settings();
     EXPECT_TRUE(settings.image().loaded());
     EXPECT_FALSE(settings.isSharedStorageMode());
     EXPECT_EQ(settings.lockTimeoutMs(), 10'000u);
@@ -30,26 +32,22 @@ TEST(ConfSettings, HasDefaults)
     EXPECT_EQ(settings.rebuildPollMs(), 0u);
     EXPECT_EQ(settings.checkPollMs(), 30'000u);
     EXPECT_FALSE(settings.isBlacklisted(root.path()));
-    EXPECT_EQ(settings.appUpdateTriggers(), "");
     EXPECT_FALSE(settings.allowsDangling("search"));
     EXPECT_TRUE(settings.searchUsesAllApps());
-    EXPECT_EQ(setup.appsDir(), root / "apps");
-    EXPECT_THROW(setup.poolInfoFile(), ConfPathException);
+    EXPECT_EQ(root.setup().appsDir(), root / "apps");
+    EXPECT_THROW(root.setup().poolInfoFile(), ConfPathException);
 }
 
 TEST(ConfSettings, TakesPoolingFromServerConfWithLocalFirst)
 {
     const ConfRoot root("[pooling]\nlock.timeout = 1\napp_update_triggers = bootstrap\n"
                         "[data]\ndangling.allowed.search = 1\n[init]\nsearch.use_all_apps = no\n");
-    root.write("system\\local\\server.conf", "[pooling]\nlock.timeout = 3 min\nlock.logging = true\n"
-                                             "poll.interval.rebuild = 5\n"
-                                             "poll.blacklist.bad = (\n"
-                                             "poll.blacklist.good = ...\\*.tmp\n"
-                                             "[other]\nlost = 1\n");
-    root.write("system\\default\\server.conf", "[pooling]\nlock.timeout = 4\npoll.interval.check = bogus\n"
-                                               "state = enabled\nstorage =\n");
-    const BundlesSetup setup = root.setup();
-    const ConfSettings &settings = setup.shared().settings();
+    root.write("system/local/server.conf", "[pooling]\nlock.timeout = 3 min\nlock.logging = true\n"
+                                           "poll.interval.rebuild = 5\npoll.blacklist.bad = (\n"
+                                           "poll.blacklist.good = ...\\*.tmp\n[other]\nlost = 1\n");
+    root.write("system/default/server.conf", "[pooling]\nlock.timeout = 4\npoll.interval.check = bogus\n"
+                                             "state = enabled\nstorage =\n");
+    const ConfSettings &settings = root.shared().settings();
     EXPECT_EQ(settings.lockTimeoutMs(), 180'000u);
     EXPECT_TRUE(settings.lockLogging());
     EXPECT_EQ(settings.checkPollMs(), 30'000u);
@@ -67,12 +65,11 @@ TEST(ConfSettings, SharedStorageMovesAppsAndUsers)
 {
     const ScopedFolder storage;
     const ConfRoot root;
-    Str slashed = sharedStorage(storage.path());
-    slashed.replaceAll("\\", "/");
-    root.write("system\\local\\server.conf", slashed += "\npoll.interval.rebuild = 5\n");
+    root.write("system/local/server.conf", replaced(sharedStorage(storage.path()), "\\", "/")
+                                               << "\npoll.interval.rebuild = 5\n");
     const BundlesSetup setup = root.setup();
-    EXPECT_TRUE(setup.shared().settings().isSharedStorageMode());
-    EXPECT_EQ(setup.shared().settings().rebuildPollMs(), 5000u);
+    EXPECT_TRUE(root.shared().settings().isSharedStorageMode());
+    EXPECT_EQ(root.shared().settings().rebuildPollMs(), 5000u);
     EXPECT_EQ(setup.appsDir(), storage / "apps");
     EXPECT_EQ(setup.usersDir(), storage / "users");
     EXPECT_EQ(setup.usernameMapFile(), storage / "users\\users.ini");
@@ -81,28 +78,23 @@ TEST(ConfSettings, SharedStorageMovesAppsAndUsers)
     EXPECT_EQ(setup.sentinelFile(), storage / "apps\\sentinel.txt");
     EXPECT_EQ(setup.slaveAppsDir(), root / "slave-apps");
     EXPECT_EQ(BundlesSetup(root.path(), u"C:/elsewhere").slaveAppsDir(), u"C:\\elsewhere");
+
+    const ConfRoot overridden;
+    overridden.write("system/local/server.conf", sharedStorage(u"C:\\configured"));
+    const ScopedInitSettings scoped(
+        ScopedInitSettings::with(&InitSettings::storage, Pathname(u"C:\\override")));
+    EXPECT_EQ(overridden.shared().settings().storage(), u"C:\\override");
 }
 
 TEST(ConfSettings, RelativeStorageLiesBelowTheRoot)
 {
     const ConfRoot root;
-    root.write("system\\local\\server.conf", sharedStorage(u"pool"));
-    const CapturedLog log;
-    EXPECT_EQ(root.setup().shared().settings().storage(), root / "pool");
-    EXPECT_TRUE(log.text().contains("WARN ConfSettings: Storage location is a relative path: pool\n"
-                                    "WARN ConfSettings: Defaulting storage to: " +
-                                    std::string((root / "pool").toStr().view()) + "\n"))
+    root.write("system/local/server.conf", sharedStorage(u"pool"));
+    const ConfLog log(root);
+    EXPECT_EQ(root.shared().settings().storage(), root / "pool");
+    EXPECT_TRUE(log.text().startsWith("WARN ConfSettings: Storage location is a relative path: pool\n"
+                                      "WARN ConfSettings: Defaulting storage to: ROOT/pool\n"))
         << log.text().c_str();
-}
-
-TEST(ConfSettings, StorageCanBeOverridden)
-{
-    const ConfRoot root;
-    root.write("system\\local\\server.conf", sharedStorage(u"C:\\configured"));
-    InitSettings init;
-    init.storage = u"C:\\override";
-    const ScopedInitSettings scoped(init);
-    EXPECT_EQ(root.setup().shared().settings().storage(), u"C:\\override");
 }
 
 TEST(ConfSettings, ARootWithoutBootstrapFileUsesTheDefaultRoots)
@@ -112,11 +104,10 @@ TEST(ConfSettings, ARootWithoutBootstrapFileUsesTheDefaultRoots)
     makeDirs(home / "etc\\system\\default", true);
     const ScopedFolder bare;
     {
-        const CapturedLog log;
+        const ConfLog log(bare.path());
         EXPECT_FALSE(BundlesSetup(bare.path()).shared().settings().image().loaded());
-        EXPECT_TRUE(log.text().contains("WARN ConfSettings: No bootstrap configuration available for: " +
-                                        std::string(bare.path().toStr().view()) + "\n"))
-            << log.text().c_str();
+        EXPECT_TRUE(
+            log.text().startsWith("WARN ConfSettings: No bootstrap configuration available for: ROOT\n"));
     }
     writeWhole(home / "etc\\system\\default\\conf.conf", "[init]\nsearch.use_all_apps = 0\n");
     const ScopedFolder other;
@@ -134,6 +125,77 @@ TEST(BundlesSetup, TellsPathsBelowTheHomeByItsName)
     EXPECT_EQ(inside.text(sibling), sibling.toStr());
     const ScopedFolder elsewhere;
     EXPECT_EQ(BundlesSetup(elsewhere.path()).text(home / "etc2"), (home / "etc2").toStr());
+}
+
+TEST(SharedConfServices, AreOnePerRootHoweverItIsSpelledAndWhoeverAsksFirst)
+{
+    const unsigned violations = ConfLock::orderViolations();
+    const ConfRoot root;
+    std::array<SharedConfServices *, 4> seen{};
+    std::array<const ConfSettings *, 4> settings{};
+    {
+        std::vector<std::jthread> threads;
+        for (std::size_t i = 0; i < seen.size(); ++i) {
+            threads.emplace_back([&, i] {
+                seen[i] = &root.shared();
+                settings[i] = seen[i]->settingsIfMade();
+            });
+        }
+    }
+    EXPECT_EQ(std::set(seen.begin(), seen.end()).size(), 1u);
+    EXPECT_EQ(std::set(settings.begin(), settings.end()).size(), 1u);
+    EXPECT_NE(settings[0], nullptr);
+    const ConfRoot other;
+    const BundlesSetup upper(Pathname::fromUtf8(root.path().toStr().uppered() << "\\"));
+    EXPECT_EQ(&upper.shared(), seen[0]);
+    EXPECT_EQ(upper, root.setup());
+    EXPECT_EQ(upper <=> root.setup(), std::strong_ordering::equal);
+    EXPECT_NE(other.setup(), root.setup());
+    EXPECT_NE(&other.shared(), seen[0]);
+    EXPECT_EQ(ConfLock::orderViolations(), violations);
+}
+
+TEST(SharedConfServices, RecreateReadsTheBootstrapFileAgain)
+{
+    const ConfRoot root("[init]\nsearch.use_all_apps = 0\n");
+    SharedConfServices &services = root.shared();
+    const ConfSettings &before = services.settings();
+    const unsigned generation = services.stats().generation;
+    root.write("system/default/conf.conf", "[init]\nsearch.use_all_apps = 1\n");
+    services.recreate();
+    EXPECT_FALSE(before.searchUsesAllApps()) << "what was handed out stays valid";
+    EXPECT_TRUE(services.settings().searchUsesAllApps());
+    EXPECT_GT(services.stats().generation, generation);
+    EXPECT_EQ(&root.shared(), &services);
+}
+
+TEST(SharedConfServices, DISABLED_InAHome)
+{
+    LoaderInfo::instance()->readEnvironment();
+    const Pathname home = ChildTest::argument();
+    Pathname slashed(home);
+    std::replace(slashed.begin(), slashed.end(), u'\\', u'/');
+    const ScopedHome scoped(slashed);
+    const BundlesSetup setup;
+    EXPECT_TRUE(setup.isDefaultRoot());
+    EXPECT_EQ(setup.root(), home.join("etc"));
+    EXPECT_FALSE(setup.shared().settings().searchUsesAllApps());
+    EXPECT_EQ(setup.shared().mappers().mappers().size(), 1u);
+    EXPECT_EQ(setup.text(setup.appsDir()), "$VELMOX_HOME\\etc\\apps");
+    EXPECT_EQ(BundlesSetup(), setup);
+    EXPECT_EQ(BundlesSetup(home.join("ETC")), setup);
+    EXPECT_TRUE(BundlesSetup(home.join("etc\\")).isDefaultRoot());
+    EXPECT_EQ(SharedConfServicesRegistry::instance().population(), 1u);
+}
+
+TEST(SharedConfServices, OfTheDefaultRootGoByAnyOfItsNames)
+{
+    const ScopedFolder home;
+    makeDirs(home / "etc\\system\\default", true);
+    writeWhole(home / "etc\\system\\default\\conf.conf",
+               "[bootstrap]\nsystem/default = conf\n[init]\nsearch.use_all_apps = 0\n");
+    ChildTest child("SharedConfServices.DISABLED_InAHome", home.path());
+    EXPECT_TRUE(child.succeeds()) << child.output().c_str();
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 #include "conf/tree/conf_path_metadata.h"
-
-#include <gtest/gtest.h>
+#include "conf/tree/stanza_expansion.h"
+#include "util/environment.h"
 
 namespace velmox {
 namespace {
@@ -39,6 +39,28 @@ TEST(ConfPathMetadata, IsToldForLogs)
     metadata.exported = ConfExport::System;
     metadata.removable = false;
     EXPECT_EQ(metadata.toStr(), "{  }, export: global, removable: no");
+}
+
+TEST(StanzaExpansion, MakesRelativePathsAbsolute)
+{
+    setEnvironmentVariable(u"VELMOX_TEST_NAME", u"v\u00E9$VELMOX_TEST_NAME");
+    setEnvironmentVariable(u"VELMOX_TEST_UNSET", u"");
+    static constexpr const char *kCases[][2] = {
+        {"monitor://./logs", "monitor://C:\\app/logs"},
+        {"monitor://.\\logs", "monitor://C:\\app\\logs"},
+        {"monitor://\\logs", "monitor://C:\\applogs"},
+        {"a://b://.", "a://b://C:\\app"},
+        {"monitor://./$VELMOX_TEST_NAME/%VELMOX_TEST_NAME%${VELMOX_TEST_NAME}",
+         "monitor://C:\\app/v\u00E9$VELMOX_TEST_NAME/v\u00E9$VELMOX_TEST_NAMEv\u00E9$VELMOX_TEST_NAME"},
+        {"x://./$VELMOX_TEST_UNSET $ %% %VELMOX_TEST_NAME ${VELMOX_TEST_NAME",
+         "x://C:\\app/$VELMOX_TEST_UNSET $ %% %VELMOX_TEST_NAME ${VELMOX_TEST_NAME"},
+        {"monitor:///$VELMOX_TEST_NAME", ""},
+        {"monitor://", ""},
+        {"./logs", ""},
+    };
+    for (const auto &[name, expansion] : kCases) {
+        EXPECT_EQ(stanzaExpansion(name, Pathname(u"C:\\app")), expansion) << name;
+    }
 }
 
 } // namespace

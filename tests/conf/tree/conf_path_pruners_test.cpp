@@ -3,29 +3,32 @@
 #include "conf/tree/permission_pruner.h"
 #include "tests/support/captured_log.h"
 
-#include <gtest/gtest.h>
-
 namespace velmox {
 namespace {
 
-ConfPathTrie &nodeAt(ConfPathTrie &tree, std::string_view path)
+StrVector split(const Str &text, const char *separator)
 {
     StrVector parts;
-    StrSegment(path).splitInto(parts, "/");
+    StrSegment(text.view()).splitInto(parts, separator);
+    return parts;
+}
+
+ConfPathTrie &nodeAt(ConfPathTrie &tree, const Str &path)
+{
     ConfPathTrie *node = &tree;
-    for (const Str &part : parts) {
+    for (const Str &part : split(path, "/")) {
         node = &node->child(part);
     }
     return *node;
 }
 
-/// A tree with a value at each path; a path in brackets is a node without one.
-ConfPathTrie treeOf(const StrVector &paths)
+/// A tree with a value at each of the paths, between blanks; a path in brackets is a node without one.
+ConfPathTrie treeOf(const Str &paths)
 {
     ConfPathTrie tree;
-    for (const Str &path : paths) {
+    for (const Str &path : split(paths, " ")) {
         if (path.front() == '[') {
-            nodeAt(tree, path.view().substr(1, path.size() - 2));
+            nodeAt(tree, path.substr(1, path.size() - 2));
         } else {
             nodeAt(tree, path).setData("");
         }
@@ -34,62 +37,68 @@ ConfPathTrie treeOf(const StrVector &paths)
 }
 
 /// All nodes without children, and those with data.
-class Lister : public SimpleConfPathTriePruner
+struct Lister : ConfPathTriePruner
 {
-public:
-    StrVector paths;
-
-private:
-    bool shouldPrune(const StrVector &segments, ConfPathTrie &node) override
+    PruneAnswer visit(const StrVector &segments, ConfPathTrie &node) override
     {
         Str path;
         for (const Str &segment : segments) {
             path << (path.empty() ? "" : "/") << segment;
         }
-        if (node.hasData()) {
-            paths.push_back(path);
-        } else if (node.children().empty()) {
-            paths.push_back(Str("[") << path << "]");
+        if (node.hasData() || node.children().empty()) {
+            paths << (paths.empty() ? "" : " ") << (node.hasData() ? path : Str("[") << path << "]");
         }
-        return false;
+        return PruneAnswer::Keep;
     }
+    Str paths;
 };
 
-StrVector listed(ConfPathTrie &tree)
+Str walked(ConfPathTrie &tree, ConfPathTriePruner &&pruner)
 {
+    tree.walk(pruner);
     Lister lister;
     tree.walk(lister);
     return lister.paths;
 }
 
-StrVector pruned(ConfPathTriePruner &pruner, const StrVector &paths)
+Str pruned(const Str &paths, ConfPathTriePruner &&pruner)
 {
     ConfPathTrie tree = treeOf(paths);
-    tree.walk(pruner);
-    return listed(tree);
+    return walked(tree, std::move(pruner));
 }
 
 TEST(ConfPathPruners, KeepWhatIsAskedFor)
 {
-    const StrVector all = {"alice/a/t/s/k",  "bob/a/t",      "nobody/a/t/s",
-                           "nobody/a/t/s/k", "nobody/a/u/s", "nobody/b/t"};
-    DoNothingPruner nothing;
-    EXPECT_EQ(pruned(nothing, all), all);
-    MaxDepthPruner depth(3);
-    EXPECT_EQ(pruned(depth, all),
-              (StrVector{"[alice/a/t]", "bob/a/t", "[nobody/a/t]", "[nobody/a/u]", "nobody/b/t"}));
-    SubtriePruner subtrie(ConfPathBase("Nobody", "a", {"t"}));
-    EXPECT_EQ(pruned(subtrie, all), (StrVector{"nobody/a/t/s", "nobody/a/t/s/k"}));
-    SubtriePruner shallow(ConfPathBase("nobody", "a"), 2);
-    EXPECT_EQ(pruned(shallow, all), (StrVector{"nobody/a/t/s", "nobody/a/u/s"}));
-    OneClassPruner only("t");
-    EXPECT_EQ(pruned(only, {"nobody/a/t/s", "nobody/a/u/t"}), (StrVector{"nobody/a/t/s"}));
-    OneClassPruner without("t", OneClassPruner::Mode::RemoveOnly);
-    EXPECT_EQ(pruned(without, {"nobody/a/t/s", "nobody/a/u/t"}), (StrVector{"nobody/a/u/t"}));
-    UsersPruner shared;
-    EXPECT_EQ(pruned(shared, all), (StrVector(all.begin() + 2, all.end())));
-    UsersPruner users({"bob"});
-    EXPECT_EQ(pruned(users, all), (StrVector(all.begin() + 1, all.end())));
+    const char shared[] = "nobody/a/t/s nobody/a/t/s/k nobody/a/u/s nobody/b/t";
+    const Str all = Str("alice/a/t/s/k bob/a/t ") << shared;
+    EXPECT_EQ(pruned(all, DoNothingPruner()), all);
+    EXPECT_EQ(pruned(all, MaxDepthPruner(3)), "[alice/a/t] bob/a/t [nobody/a/t] [nobody/a/u] nobody/b/t");
+    EXPECT_EQ(pruned(all, SubtriePruner(ConfPathBase("Nobody", "a", {"t"}))), "nobody/a/t/s nobody/a/t/s/k");
+    EXPECT_EQ(pruned(all, SubtriePruner(ConfPathBase("nobody", "a"), 2)), "nobody/a/t/s nobody/a/u/s");
+    EXPECT_EQ(pruned("nobody/a/t/s nobody/a/u/t", OneClassPruner("t")), "nobody/a/t/s");
+    EXPECT_EQ(pruned("nobody/a/t/s nobody/a/u/t", OneClassPruner("t", OneClassPruner::Mode::RemoveOnly)),
+              "nobody/a/u/t");
+    EXPECT_EQ(pruned(all, UsersPruner()), shared);
+    EXPECT_EQ(pruned(all, UsersPruner({"bob"})), Str("bob/a/t ") << shared);
+    // Metadata without data goes.
+    EXPECT_EQ(
+        pruned("[nobody/a/t/hollow] nobody/a/t/keyed/k [nobody/a/t/keyed/l] [nobody/a/t/s/k] nobody/a/t/s "
+               "[nobody/b]",
+               DanglingMetadataPruner()),
+        "nobody/a/t/keyed/k nobody/a/t/s [nobody/b]");
+    // Apps that are off show only their state.
+    EXPECT_EQ(pruned("nobody/off/app/s nobody/off/t/s nobody/on/t/app nobody/on/t/s",
+                     DisabledApplicationPruner([](const Str &app) { return app == "on"; })),
+              "nobody/off/app/s nobody/on/t/app nobody/on/t/s");
+    // In shared storage, private data of apps that are gone goes.
+    const char present[] = "alice/here/t alice/may/t nobody/gone/t";
+    const Str dangling = Str("alice/gone/app ") << present;
+    for (const bool isShared : {true, false}) {
+        EXPECT_EQ(pruned(dangling, DanglingDataPruner(
+                                       isShared, [](const Str &app) { return app == "here"; },
+                                       [](const Str &app) { return app == "may"; })),
+                  isShared ? Str(present) : dangling);
+    }
 }
 
 TEST(ConfPathPruners, SearchesConstrainEachFieldOnce)
@@ -99,43 +108,14 @@ TEST(ConfPathPruners, SearchesConstrainEachFieldOnce)
     EXPECT_TRUE(search.constrain(ConfSearch::User, "NOBODY"));
     EXPECT_TRUE(search.constrain(ConfSearch::Type, "t"));
     EXPECT_FALSE(search.constrain(ConfSearch::Type, "u"));
-    EXPECT_EQ(
-        log.text(),
-        "ERROR ConfSearch: Cannot constrain search with field[2] = u; field is already constrained to t\n");
+    EXPECT_EQ(log.text(), "ERROR ConfSearch: Cannot constrain search with field[2] = u; field is already "
+                          "constrained to t\n");
     search.setMaxLevel(4);
-    const StrVector all = {"alice/a/t/s", "nobody/a/t/s/k", "nobody/b/t", "nobody/b/u/t"};
+    const char all[] = "alice/a/t/s nobody/a/t/s/k nobody/b/t nobody/b/u/t";
     DoNothingPruner nothing;
-    MatchSearchPruner matching(search, nothing);
-    EXPECT_EQ(pruned(matching, all), (StrVector{"[nobody/a/t/s]", "nobody/b/t"}));
+    EXPECT_EQ(pruned(all, MatchSearchPruner(search, nothing)), "[nobody/a/t/s] nobody/b/t");
     DanglingMetadataPruner dangling;
-    MatchSearchPruner both(search, dangling);
-    EXPECT_EQ(pruned(both, all), (StrVector{"[nobody/a/t]", "nobody/b/t"}));
-}
-
-TEST(ConfPathPruners, MetadataWithoutDataGoes)
-{
-    DanglingMetadataPruner pruner;
-    EXPECT_EQ(pruned(pruner, {"[nobody/a/t/hollow]", "nobody/a/t/keyed/k", "[nobody/a/t/keyed/l]",
-                              "[nobody/a/t/s/k]", "nobody/a/t/s", "[nobody/b]"}),
-              (StrVector{"nobody/a/t/keyed/k", "nobody/a/t/s", "[nobody/b]"}));
-}
-
-TEST(ConfPathPruners, AppsThatAreOffShowOnlyTheirState)
-{
-    DisabledApplicationPruner pruner([](const Str &app) { return app == "on"; });
-    EXPECT_EQ(pruned(pruner, {"nobody/off/app/s", "nobody/off/t/s", "nobody/on/t/app", "nobody/on/t/s"}),
-              (StrVector{"nobody/off/app/s", "nobody/on/t/app", "nobody/on/t/s"}));
-}
-
-TEST(ConfPathPruners, PrivateDataOfAppsThatAreGoneGoes)
-{
-    const StrVector all = {"alice/gone/app", "alice/here/t", "alice/may/t", "nobody/gone/t"};
-    const AppPredicate isKnown = [](const Str &app) { return app == "here"; };
-    const AppPredicate mayDangle = [](const Str &app) { return app == "may"; };
-    DanglingDataPruner shared(true, isKnown, mayDangle);
-    EXPECT_EQ(pruned(shared, all), (StrVector(all.begin() + 1, all.end())));
-    DanglingDataPruner single(false, isKnown, mayDangle);
-    EXPECT_EQ(pruned(single, all), all);
+    EXPECT_EQ(pruned(all, MatchSearchPruner(search, dangling)), "[nobody/a/t] nobody/b/t");
 }
 
 ConfPathMetadata exportedTo(ConfExport whom)
@@ -147,53 +127,47 @@ ConfPathMetadata exportedTo(ConfExport whom)
 
 TEST(ContextPruners, ShowOfForeignAppsWhatTheyExport)
 {
-    const StrVector all = {"alice/imported/t/s",      "alice/own/t/s",           "bob/own/t/s",
-                           "nobody/foreign/t/no/k",   "nobody/foreign/t/no/yes", "nobody/foreign/t/yes/k",
-                           "nobody/foreign/t/yes/no", "nobody/foreign/u/s/k",    "nobody/imported/t/s",
-                           "nobody/own/t/s",          "nobody/system/t/s"};
-    ConfPathTrie tree = treeOf(all);
-    const ConfPathMetadata toAll = exportedTo(ConfExport::System);
-    nodeAt(tree, "nobody/foreign/t/yes").setMetadata(toAll);
-    nodeAt(tree, "nobody/foreign/t/yes/no").setMetadata(exportedTo(ConfExport::None));
-    nodeAt(tree, "nobody/foreign/t/no/yes").setMetadata(toAll);
-    ConfPathTrie copy;
-    copy.merge(tree);
-
-    ApplicationContextPruner app("own", {"own", "imported"});
-    tree.walk(app);
-    EXPECT_EQ(listed(tree), (StrVector{"alice/imported/t/s", "alice/own/t/s", "bob/own/t/s",
-                                       "nobody/foreign/t/no/yes", "nobody/foreign/t/yes/k",
-                                       "nobody/imported/t/s", "nobody/own/t/s", "nobody/system/t/s"}));
-    SingleUserAppContextPruner user("Alice", "own", {"own", "imported"});
-    copy.walk(user);
-    EXPECT_EQ(listed(copy), (StrVector{"alice/own/t/s", "nobody/foreign/t/no/yes", "nobody/foreign/t/yes/k",
-                                       "nobody/imported/t/s", "nobody/own/t/s", "nobody/system/t/s"}));
+    for (const bool hasUser : {false, true}) {
+        ConfPathTrie tree =
+            treeOf("alice/imported/t/s alice/own/t/s bob/own/t/s nobody/foreign/t/no/k "
+                   "nobody/foreign/t/no/yes nobody/foreign/t/yes/k nobody/foreign/t/yes/no "
+                   "nobody/foreign/u/s/k nobody/imported/t/s nobody/own/t/s nobody/system/t/s");
+        nodeAt(tree, "nobody/foreign/t/yes").setMetadata(exportedTo(ConfExport::System));
+        nodeAt(tree, "nobody/foreign/t/yes/no").setMetadata(exportedTo(ConfExport::None));
+        nodeAt(tree, "nobody/foreign/t/no/yes").setMetadata(exportedTo(ConfExport::System));
+        const std::set<Str> imports = {"own", "imported"};
+        const Str shared =
+            "nobody/foreign/t/no/yes nobody/foreign/t/yes/k nobody/imported/t/s nobody/own/t/s "
+            "nobody/system/t/s";
+        if (hasUser) {
+            EXPECT_EQ(walked(tree, SingleUserAppContextPruner("Alice", "own", imports)), Str("alice/own/t/s ")
+                                                                                             << shared);
+        } else {
+            EXPECT_EQ(walked(tree, ApplicationContextPruner("own", imports)),
+                      Str("alice/imported/t/s alice/own/t/s bob/own/t/s ") << shared);
+        }
+    }
 }
 
 /// Notes the paths that it is told, with expansion, owner and whether they are removable.
 class PathRecorder : public ConfPathBasedPruner
 {
 public:
-    StrVector seen;
+    Str seen;
 
 private:
     bool visitPath(const ConfPathCached &path, ConfPathTrie &) override
     {
-        Str text = path.toStr();
-        if (!path.parts().empty()) {
-            text << " " << path.expansions().back();
-        }
         const ConfPathMetadata &metadata = path.metadata();
-        text << " " << (metadata.owner ? *metadata.owner : Str("-")) << " "
-             << (metadata.removable ? "r" : "-");
-        seen.push_back(text);
+        seen << path.toStr() << " " << (path.parts().empty() ? Str() : path.expansions().back()) << " "
+             << (metadata.owner ? *metadata.owner : Str("-")) << (metadata.removable ? " r\n" : "\n");
         return false;
     }
 };
 
 TEST(ConfPathBasedPruner, GathersMetadataOnItsWay)
 {
-    ConfPathTrie tree;
+    ConfPathTrie tree = treeOf("[Alice/a/t/s/k] [Alice/b/u]");
     ConfPathMetadata metadata;
     metadata.setOwner("top");
     nodeAt(tree, "Alice/a").setMetadata(metadata);
@@ -201,53 +175,47 @@ TEST(ConfPathBasedPruner, GathersMetadataOnItsWay)
     metadata.setOwner("mid");
     nodeAt(tree, "Alice/a/t/s").setMetadata(metadata);
     nodeAt(tree, "Alice/a/t/s").setExpansion("e");
-    nodeAt(tree, "Alice/a/t/s/k");
-    nodeAt(tree, "Alice/b/u");
     PathRecorder recorder;
     tree.walk(recorder);
-    EXPECT_EQ(recorder.seen, (StrVector{"/alice/a top -", "/alice/a/t  top -", "/alice/a/t/s e mid r",
-                                        "/alice/a/t/s/k  mid -", "/alice/b - -", "/alice/b/u  - -"}));
+    EXPECT_EQ(recorder.seen, "/alice/a  top\n/alice/a/t  top\n/alice/a/t/s e mid r\n/alice/a/t/s/k  mid\n"
+                             "/alice/b  -\n/alice/b/u  -\n");
 }
 
-/// Metadata whose access lets one role have one capability; made without the table of ACLs.
-ConfPathMetadata grants(const char *capability, const char *role)
+/// Metadata whose access is made without the table of ACLs.
+ConfPathMetadata grants(ConfAcl::Capabilities capabilities)
 {
     ConfPathMetadata metadata;
-    metadata.access = std::make_shared<const ConfAcl>(ConfAcl::Capabilities{{capability, {role}}});
+    metadata.access = std::make_shared<const ConfAcl>(std::move(capabilities));
     return metadata;
 }
 
 TEST(ConfPathWithACL, GrantsByNameOwnerRoleAndPermission)
 {
-    struct Case
+    ConfPathMetadata metadata = grants({{"write", {"power"}}});
+    metadata.setOwner("Olga");
+    const struct
     {
         ConfUserContext identity;
         const char *pathUser;
-        bool allowed;
+        bool allowed, allowedWithoutMetadata;
+    } cases[] = {
+        {{}, "nobody", true, true},
+        {{"Nobody", {}, false}, "nobody", true, true},
+        {{"eve", {}, true}, "nobody", true, true},
+        {{"OLGA", {}, false}, "nobody", true, false},
+        {{"eve", {"user"}, false}, "nobody", false, false},
+        {{"eve", {"user", "power"}, false}, "nobody", true, false},
+        {{"eve", {"admin"}, false}, "nobody", true, true},
+        {{"eve", {}, false}, "eve", false, true},
     };
-    ConfPathMetadata metadata = grants("write", "power");
-    metadata.setOwner("Olga");
-    const Case cases[] = {
-        {{}, "nobody", true},
-        {{"Nobody", {}, false}, "nobody", true},
-        {{"eve", {}, true}, "nobody", true},
-        {{"OLGA", {}, false}, "nobody", true},
-        {{"eve", {"user"}, false}, "nobody", false},
-        {{"eve", {"user", "power"}, false}, "nobody", true},
-        {{"eve", {"admin"}, false}, "nobody", true},
-        {{"eve", {}, false}, "eve", false},
-    };
-    for (const Case &c : cases) {
-        ConfPathCached path(ConfPathBase(c.pathUser, "a", {"t"}), c.identity);
+    for (const auto &[identity, pathUser, allowed, allowedWithoutMetadata] : cases) {
+        ConfPathCached path(ConfPathBase(pathUser, "a", {"t"}), identity);
         path.metadata() = metadata;
-        EXPECT_EQ(path.hasCapability(c.identity, "write"), c.allowed) << c.identity.name.c_str();
+        EXPECT_EQ(path.hasCapability(identity, "write"), allowed) << identity.name.c_str();
         path.metadata() = {};
-        EXPECT_EQ(path.hasCapability(c.identity, "write"), c.identity.isUnrestricted() ||
-                                                               c.identity.roles.contains("admin") ||
-                                                               c.identity.name == c.pathUser)
-            << c.identity.name.c_str();
-        path.metadata() = grants("write", "*");
-        EXPECT_TRUE(path.hasCapability(c.identity, "write"));
+        EXPECT_EQ(path.hasCapability(identity, "write"), allowedWithoutMetadata) << identity.name.c_str();
+        path.metadata() = grants({{"write", {"*"}}});
+        EXPECT_TRUE(path.hasCapability(identity, "write"));
     }
     ConfPathCached path(ConfPathBase("", "a", {"t"}), {});
     path.metadata() = metadata;
@@ -262,28 +230,27 @@ TEST(ConfPathWithACL, GrantsByNameOwnerRoleAndPermission)
 
 TEST(PermissionPruners, RemoveWhatTheIdentityMayNot)
 {
-    const StrVector all = {"eve/a/t/s", "nobody/a/t/closed/k", "nobody/a/t/open/k", "nobody/b/t/s/k"};
-    ConfPathTrie tree = treeOf(all);
-    nodeAt(tree, "nobody/a").setMetadata(grants("read", "boss"));
-    nodeAt(tree, "nobody/a/t/open").setMetadata(grants("read", "user"));
-    nodeAt(tree, "nobody/b/t").setMetadata(grants("read", "*"));
-    PermissionPruner readable({"eve", {"user"}, false});
-    tree.walk(readable);
-    EXPECT_EQ(listed(tree), (StrVector{"eve/a/t/s", "nobody/a/t/open/k", "nobody/b/t/s/k"}));
+    const ConfUserContext eve{"eve", {"user"}, false};
+    const ConfPathMetadata everyoneReads = grants({{"read", {"*"}}});
+    ConfPathTrie tree = treeOf("eve/a/t/s nobody/a/t/closed/k nobody/a/t/open/k nobody/b/t/s/k");
+    nodeAt(tree, "nobody/a").setMetadata(grants({{"read", {"boss"}}}));
+    nodeAt(tree, "nobody/a/t/open").setMetadata(grants({{"read", {"user"}}}));
+    nodeAt(tree, "nobody/b/t").setMetadata(everyoneReads);
+    EXPECT_EQ(walked(tree, PermissionPruner(eve)), "eve/a/t/s nobody/a/t/open/k nobody/b/t/s/k");
 
-    tree = treeOf({"nobody/a/t/s/k", "nobody/a/u/s/k"});
-    ConfPathMetadata both;
-    both.access =
-        std::make_shared<const ConfAcl>(ConfAcl::Capabilities{{"read", {"*"}}, {"write", {"user"}}});
-    nodeAt(tree, "nobody").setMetadata(grants("read", "*"));
+    const ConfPathMetadata both = grants({{"read", {"*"}}, {"write", {"user"}}});
+    tree = treeOf("nobody/a/t/s/k nobody/a/u/s/k");
+    nodeAt(tree, "nobody").setMetadata(everyoneReads);
     nodeAt(tree, "nobody/a/t/s").setMetadata(both);
-    DeletablePruner deletable({"eve", {"user"}, false});
-    tree.walk(deletable);
-    EXPECT_EQ(listed(tree), (StrVector{"nobody/a/t/s/k"}));
-    nodeAt(tree, "nobody/a/t/s").setMetadata(grants("read", "*"));
+    EXPECT_EQ(walked(tree, DeletablePruner(eve)), "nobody/a/t/s/k");
+    nodeAt(tree, "nobody/a/t/s").setMetadata(everyoneReads);
     nodeAt(tree, "nobody/a/t/s/k").setMetadata(both);
-    tree.walk(deletable);
-    EXPECT_EQ(listed(tree), (StrVector{"[nobody]"}));
+    EXPECT_EQ(walked(tree, DeletablePruner(eve)), "[nobody]");
+    // Whoever may write to the stanza may delete no key that it cannot see.
+    tree = treeOf("nobody/a/t/s/k nobody/a/t/s/l");
+    nodeAt(tree, "nobody/a/t/s").setMetadata(both);
+    nodeAt(tree, "nobody/a/t/s/k").setMetadata(grants({{"read", {"boss"}}}));
+    EXPECT_EQ(walked(tree, DeletablePruner(eve)), "nobody/a/t/s/l");
 }
 
 } // namespace

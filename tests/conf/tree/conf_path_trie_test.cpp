@@ -1,47 +1,49 @@
 #include "conf/tree/conf_path_trie.h"
 #include "conf/tree/conf_path_trie_pruner.h"
+#include "util/str_segment.h"
 
-#include <gtest/gtest.h>
 #include <random>
 
 namespace velmox {
 namespace {
 
-using Values = std::map<StrVector, Str>;
+/// Values by their addresses, such as "a/b/c".
+using Values = std::map<Str, Str>;
 
 ConfPathTrie treeOf(const Values &values)
 {
     ConfPathTrie tree;
-    for (const auto &[segments, value] : values) {
+    for (const auto &[address, value] : values) {
+        StrVector parts;
+        StrSegment(address.view()).splitInto(parts, "/");
         ConfPathTrie *node = &tree;
-        for (const Str &segment : segments) {
-            node = &node->child(segment);
+        for (const Str &part : parts) {
+            node = &node->child(part);
         }
         node->setData(value);
     }
     return tree;
 }
 
-/// Notes what it sees and answers by a node's data.
-class Recorder : public ConfPathTriePruner
+/// Notes what it sees and answers by the name of a node.
+struct Recorder : ConfPathTriePruner
 {
-public:
     PruneAnswer visit(const StrVector &segments, ConfPathTrie &node) override
     {
+        Str address;
         for (const Str &segment : segments) {
-            seen << "/" << segment;
+            address << (address.empty() ? "" : "/") << segment;
         }
-        seen << " ";
+        seen << address << " ";
         if (node.hasData()) {
-            values[segments] = node.data();
+            values[address] = node.data();
         }
-        return remove.contains(segments.back())    ? PruneAnswer::Remove
-               : emptied.contains(segments.back()) ? PruneAnswer::KeepIfNotEmptied
-                                                   : PruneAnswer::Keep;
+        return segments.back() == removed   ? PruneAnswer::Remove
+               : segments.back() == emptied ? PruneAnswer::KeepIfNotEmptied
+                                            : PruneAnswer::Keep;
     }
 
-    std::set<Str> remove, emptied;
-    Str seen;
+    Str removed, emptied, seen;
     Values values;
 };
 
@@ -52,22 +54,21 @@ Values valuesOf(ConfPathTrie &tree)
     return recorder.values;
 }
 
-TEST(ConfPathBase, KnowsItsAddress)
+Str dumped(const ConfPathTrie &tree)
 {
-    ConfPathBase path("", "", {"inputs", "default"});
-    EXPECT_EQ(path.toStr(), "/nobody/system/inputs/default");
-    EXPECT_TRUE(path.isShared());
-    EXPECT_TRUE(path.isSystemApp());
-    EXPECT_EQ(path.expansions().size(), 2u);
-    path = ConfPathBase("NoBody", "System");
-    EXPECT_TRUE(path.isShared());
-    EXPECT_FALSE(path.isSystemApp());
-    EXPECT_EQ(path.type(), "");
-    EXPECT_EQ(path.toStr(), "/NoBody/System");
+    Str text;
+    tree.dump(&text);
+    return text;
 }
 
 TEST(ConfPathTrie, FindsNodesByPath)
 {
+    const ConfPathBase system("", "", {"inputs", "default"});
+    EXPECT_EQ(system.toStr(), "/nobody/system/inputs/default");
+    EXPECT_TRUE(system.isShared() && system.isSystemApp());
+    EXPECT_TRUE(ConfPathBase("NoBody", "System").isShared());
+    EXPECT_FALSE(ConfPathBase("NoBody", "System").isSystemApp());
+
     ConfPathTrie tree;
     ConfPathBase path("Alice", "search", {"inputs"});
     path.addPart("monitor://./x", "expanded");
@@ -77,7 +78,7 @@ TEST(ConfPathTrie, FindsNodesByPath)
     EXPECT_EQ(tree.child("alice").child("search").child("inputs").child("monitor://./x", "other").expansion(),
               "expanded");
     EXPECT_EQ(tree.find(ConfPathBase("alice", "Search")), nullptr);
-    EXPECT_TRUE(tree.find(ConfPathBase("alice", "search"))->find(path) == nullptr);
+    EXPECT_EQ(tree.find(ConfPathBase("alice", "search"))->find(path), nullptr);
     EXPECT_FALSE(tree.remove(ConfPathBase("alice", "search", {"outputs", "x"})));
     EXPECT_TRUE(tree.remove(ConfPathBase("ALICE", "search", {"inputs"})));
     EXPECT_TRUE(tree.find(ConfPathBase("alice", "search"))->empty());
@@ -85,40 +86,34 @@ TEST(ConfPathTrie, FindsNodesByPath)
 
 TEST(ConfPathTrie, WalksInOrderAndDoesWhatIsAnswered)
 {
-    const Values values = {{{"b", "gone", "x"}, "1"},
-                           {{"b", "kept"}, "2"},
-                           {{"a", "hollow", "gone"}, "3"},
-                           {{"c", "hollow"}, "4"},
-                           {{"c", "hollow", "gone"}, "5"}};
+    const Values values = {{"a/hollow/gone", "3"},
+                           {"b/gone/x", "1"},
+                           {"b/kept", "2"},
+                           {"c/hollow", "4"},
+                           {"c/hollow/gone", "5"}};
     ConfPathTrie tree = treeOf(values);
     tree.child("d").child("hollow");
     Recorder recorder;
     tree.walk(recorder);
-    EXPECT_EQ(recorder.seen, "/a /a/hollow /a/hollow/gone /b /b/gone /b/gone/x /b/kept /c /c/hollow "
-                             "/c/hollow/gone /d /d/hollow ");
-    EXPECT_EQ(recorder.values, values);
-
-    recorder.seen.clear();
-    recorder.remove = {"gone"};
-    recorder.emptied = {"hollow"};
-    tree.walk(recorder);
     EXPECT_EQ(recorder.seen,
-              "/a /a/hollow /a/hollow/gone /b /b/gone /b/kept /c /c/hollow /c/hollow/gone /d /d/hollow ");
-    EXPECT_TRUE(tree.child("a").children().empty());
-    EXPECT_TRUE(tree.child("d").children().empty());
-    EXPECT_EQ(valuesOf(tree), (Values{{{"b", "kept"}, "2"}, {{"c", "hollow"}, "4"}}));
+              "a a/hollow a/hollow/gone b b/gone b/gone/x b/kept c c/hollow c/hollow/gone d d/hollow ");
+    EXPECT_EQ(recorder.values, values);
+    Recorder pruner;
+    pruner.removed = "gone";
+    pruner.emptied = "hollow";
+    tree.walk(pruner);
+    EXPECT_EQ(pruner.seen, "a a/hollow a/hollow/gone b b/gone b/kept c c/hollow c/hollow/gone d d/hollow ");
+    EXPECT_EQ(dumped(tree), "a\nb\n  kept = 2\nc\n  hollow = 4\nd\n");
 }
 
 TEST(ConfPathTrie, StopsAtADepth)
 {
-    const Values values = {{{"a"}, "1"}, {{"a", "b"}, "2"}, {{"a", "b", "c"}, "3"}};
-    ConfPathTrie tree = treeOf(values);
+    ConfPathTrie tree = treeOf({{"a", "1"}, {"a/b", "2"}, {"a/b/c", "3"}});
     ConfPathTrie copy;
     copy.merge(tree, 2);
     tree.pruneDepth(2);
-    const Values expected = {{{"a"}, "1"}, {{"a", "b"}, "2"}};
-    EXPECT_EQ(valuesOf(copy), expected);
-    EXPECT_EQ(valuesOf(tree), expected);
+    EXPECT_EQ(dumped(copy), "a = 1\n  b = 2\n");
+    EXPECT_EQ(dumped(tree), "a = 1\n  b = 2\n");
     tree.pruneDepth(0);
     EXPECT_TRUE(tree.empty());
 }
@@ -132,7 +127,7 @@ ConfPathMetadata stamped(std::uint64_t time)
 
 TEST(ConfPathTrie, MergedMetadataIsCompleted)
 {
-    ConfPathTrie first, second;
+    ConfPathTrie first, second, merged;
     ConfPathMetadata metadata = stamped(1);
     metadata.removable = true;
     first.setMetadata(metadata);
@@ -140,7 +135,6 @@ TEST(ConfPathTrie, MergedMetadataIsCompleted)
     metadata.setOwner("o");
     metadata.removable = false;
     second.setMetadata(metadata);
-    ConfPathTrie merged;
     merged.merge(first);
     merged.merge(second);
     EXPECT_EQ(merged.metadata().toStr(), Str("{  }, owner: o, removable: yes, modtime: ")
@@ -151,12 +145,11 @@ TEST(ConfPathTrie, MergedMetadataIsCompleted)
 
 TEST(ConfPathTrie, DiffersByContentButNotByTime)
 {
-    ConfPathTrie a = treeOf({{{"s", "k"}, "1"}, {{"s", "m"}, "1"}, {{"t", "k"}, "x"}});
+    ConfPathTrie a = treeOf({{"s/k", "1"}, {"s/m", "1"}, {"t/k", "x"}});
     a.child("s").setMetadata(stamped(1));
-    ConfPathTrie b;
+    ConfPathTrie b, out;
     b.merge(a);
     b.child("s").setMetadata(stamped(2));
-    ConfPathTrie out;
     EXPECT_FALSE(ConfPathTrie::diff(out, a, b));
     EXPECT_TRUE(out.empty());
 
@@ -164,15 +157,9 @@ TEST(ConfPathTrie, DiffersByContentButNotByTime)
     b.child("s").child("k").child("new").setData("3\n4");
     b.removeChild("t");
     EXPECT_TRUE(ConfPathTrie::diff(out, a, b));
-    Str text;
-    out.dump(&text);
-    EXPECT_EQ(text, "s\n"
-                    "  k = 2\n"
-                    "    new = 3\\n4\n"
-                    "t\n"
-                    "  k = x\n");
+    EXPECT_EQ(dumped(out), "s\n  k = 2\n    new = 3\\n4\nt\n  k = x\n");
 
-    b = ConfPathTrie();
+    b.clear();
     b.merge(a);
     b.child("s").setExpansion("e");
     ConfPathMetadata metadata;
@@ -180,9 +167,8 @@ TEST(ConfPathTrie, DiffersByContentButNotByTime)
     b.child("t").setMetadata(metadata);
     out.clear();
     EXPECT_TRUE(ConfPathTrie::diff(out, a, b));
-    text.clear();
-    out.dump(&text);
-    EXPECT_EQ(text, Str("s (e) {  }, modtime: ") << Timeval(1).toStr() << "\nt {  }, removable: yes\n");
+    EXPECT_EQ(dumped(out), Str("s (e) {  }, modtime: ")
+                               << Timeval(1).toStr() << "\nt {  }, removable: yes\n");
 }
 
 /// Values at up to a dozen random addresses, few enough that trees overlap.
@@ -190,11 +176,11 @@ Values randomValues(std::mt19937 &random)
 {
     Values values;
     for (auto count = random() % 12; count != 0; --count) {
-        StrVector segments(1 + random() % 5);
-        for (Str &segment : segments) {
-            segment = Str(1, static_cast<char>('a' + random() % 2));
+        Str address = random() % 2 ? "a" : "b";
+        for (auto levels = random() % 5; levels != 0; --levels) {
+            address << (random() % 2 ? "/a" : "/b");
         }
-        values[segments] = Str::fromFormat("%u", static_cast<unsigned>(random()));
+        values[address] = Str::fromFormat("%u", static_cast<unsigned>(random()));
     }
     return values;
 }
@@ -206,14 +192,13 @@ TEST(ConfPathTrie, TheFirstTreeMergedInWinsAtEachAddress)
         ConfPathTrie merged, overwritten;
         Values first, last;
         for (int layer = 0; layer < 4; ++layer) {
-            const Values values = randomValues(random);
+            Values values = randomValues(random);
             const ConfPathTrie tree = treeOf(values);
             merged.merge(tree);
             overwritten.overwrite(tree);
             first.insert(values.begin(), values.end());
-            for (const auto &[segments, value] : values) {
-                last[segments] = value;
-            }
+            values.merge(last);
+            last = std::move(values);
         }
         ASSERT_EQ(valuesOf(merged), first) << "seed " << seed;
         ASSERT_EQ(valuesOf(overwritten), last) << "seed " << seed;

@@ -1,20 +1,17 @@
 #include "conf/tree/permission_parser.h"
 #include "tests/support/captured_log.h"
 
-#include <gtest/gtest.h>
-
 namespace velmox {
 namespace {
 
 TEST(PermissionParser, ReadsAndWritesPermissions)
 {
-    struct Case
+    const struct
     {
         const char *text;
         ConfAcl::Capabilities capabilities;
         const char *written;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"", {}, ""},
         {"  \t", {}, ""},
         {"read : [ admin, power ]", {{"read", {"admin", "power"}}}, "read : [ admin, power ]"},
@@ -26,25 +23,19 @@ TEST(PermissionParser, ReadsAndWritesPermissions)
         {"read : [ b%2Bc, +%09d+ ]", {{"read", {"b+c", " \td "}}}, "read : [ %20\td%20, b%2Bc ]"},
         {"read : [ 100%25 ], ", {{"read", {"100%"}}}, "read : [ 100%25 ]"},
     };
-    for (const Case &c : cases) {
-        ConfAcl::Capabilities read;
-        EXPECT_TRUE(parsePermissions(c.text, read)) << c.text;
-        EXPECT_EQ(read, c.capabilities) << c.text;
-        EXPECT_EQ(permissionText(read), c.written) << c.text;
-        ConfAcl::Capabilities again;
-        EXPECT_TRUE(parsePermissions(c.written, again)) << c.text;
-        EXPECT_EQ(again, c.capabilities) << c.text;
+    for (const auto &[text, capabilities, written] : cases) {
+        ConfAcl::Capabilities read, again;
+        EXPECT_TRUE(parsePermissions(text, read)) << text;
+        EXPECT_EQ(read, capabilities) << text;
+        EXPECT_EQ(permissionText(read), written) << text;
+        EXPECT_TRUE(parsePermissions(written, again)) << text;
+        EXPECT_EQ(again, capabilities) << text;
     }
 }
 
 TEST(PermissionParser, TellsWhereItFailed)
 {
-    struct Case
-    {
-        const char *text;
-        const char *warning;
-    };
-    const Case cases[] = {
+    static constexpr const char *kCases[][2] = {
         {"read : x", "Permission parsing failed at 7 in string: read : x"},
         {"read : [ a ] x", "Permission parsing failed at 13 in string: read : [ a ] x"},
         {"read :", "Parsing found an incomplete permission string [1]: read :"},
@@ -52,18 +43,15 @@ TEST(PermissionParser, TellsWhereItFailed)
         {"read : [ a ], bad", "Unparsed terminating characters ' bad' in: read : [ a ], bad"},
         {"read [ a ]", "Unparsed terminating characters 'read [ a ]' in: read [ a ]"},
     };
-    for (const Case &c : cases) {
-        const testing::CapturedLog log;
-        ConfAcl::Capabilities read;
-        EXPECT_FALSE(parsePermissions(c.text, read)) << c.text;
-        EXPECT_EQ(log.text(), Str("WARN ConfAcl: ") << c.warning << "\n");
-    }
-}
-
-TEST(PermissionParser, LeavesOutARoleThatIsNoText)
-{
-    const testing::CapturedLog log;
     ConfAcl::Capabilities read;
+    for (const auto &[text, warning] : kCases) {
+        const testing::CapturedLog log;
+        EXPECT_FALSE(parsePermissions(text, read)) << text;
+        EXPECT_EQ(log.text(), Str("WARN ConfAcl: ") << warning << "\n");
+    }
+    // A role that is no text is left out.
+    const testing::CapturedLog log;
+    read.clear();
     EXPECT_TRUE(parsePermissions("read : [ %ff, a ]", read));
     EXPECT_EQ(read, (ConfAcl::Capabilities{{"read", {"a"}}}));
     EXPECT_EQ(log.text(), "ERROR ConfAcl: Cannot decode role: %ff\n");
