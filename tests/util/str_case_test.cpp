@@ -1,5 +1,4 @@
 #include "util/str_segment.h"
-#include "util/unicode_table.h"
 
 #include <fstream>
 #include <gtest/gtest.h>
@@ -110,16 +109,6 @@ TEST(StrCase, ComparesInOrderOfFoldedCharacters)
             }
         }
     }
-}
-
-TEST(UnicodeTable, HasTheDocumentedForm)
-{
-    EXPECT_EQ(unicodeRows().front().first, 0xC280u);
-    EXPECT_EQ(unicodeRows().back().first, 0xFFFFFFFFu);
-    EXPECT_EQ(lowerCaseKey(0xF0908080), 0xF0908080u) << "Linear B has no case";
-    EXPECT_EQ(lowerCaseKey(0xF0909080), 0xF09090A8u);
-    EXPECT_EQ(upperCaseKey(0xC2B5), 0xCE9Cu);
-    EXPECT_EQ(lowerCaseKey(0xC2B5), 0xC2B5u);
 }
 
 } // namespace
