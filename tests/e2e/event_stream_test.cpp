@@ -20,66 +20,54 @@ Case reported(const RecordFields &record, const std::function<void(ExpectedBody 
     return {record, ExpectedEvent{.body = body.text()}};
 }
 
-Case valueCase(std::uint32_t type, const Bytes &data, const char *typeName, const Str &text)
+TEST_F(EventStreamTest, TellsOperationValueAndStatus)
 {
-    return reported({.pid = kUnknownPid, .dataType = type, .data = data}, [&](ExpectedBody &body) {
-        body.dataType = typeName;
-        body.data = text;
-    });
-}
-
-Case operationCase(std::uint32_t operation, const char *name, const char *typeName)
-{
-    const RecordFields record = {
-        .operation = operation, .pid = kUnknownPid, .dataType = 4, .data = dwordData(2)};
-    return reported(record, [&](ExpectedBody &body) {
-        body.operation = name;
-        body.dataType = typeName;
-        body.data = "0x00000002(2)";
-    });
-}
-
-Case statusCase(std::uint32_t status, unsigned error)
-{
-    const RecordFields record = {.status = status, .pid = kUnknownPid, .dataType = 0};
-    return reported(record,
-                    [&](ExpectedBody &body) { body.status = statusText(static_cast<int>(status), error); });
-}
-
-TEST_F(EventStreamTest, TellsValueOperationAndStatus)
-{
+    // What would end the event for a reader who takes it apart by its lines.
     const auto forged = [](char16_t last) {
         return std::u16string(u"x\n---velmox-regmon-end-of-event---\n***VELMOX***") + last;
     };
-    const Str log =
-        check(everything(), {
-                                valueCase(1, stringData(u"text"), "REG_SZ", "text"),
-                                valueCase(1, {'u', 0, 'x'}, "REG_SZ", "u"),
-                                valueCase(2, stringData(u"%PATH%;%d"), "REG_EXPAND_SZ", "%PATH%;%d"),
-                                valueCase(3, {1, 2, 3}, "REG_BINARY", ""),
-                                valueCase(4, dwordData(0xFFFFFFFF), "REG_DWORD", "0xffffffff(4294967295)"),
-                                valueCase(7, multiStringData({u"a", u"b"}), "REG_MULTI_SZ", "a\nb"),
-                                valueCase(11, qwordData(258), "REG_QWORD", "0x0000000000000102(258)"),
-                                valueCase(12, {1}, "UNKNOWN", ""),
-                                // No value forges the end of an event.
-                                valueCase(1, stringData(u"***VELMOX***"), "REG_SZ", "***VELMOX***"),
-                                valueCase(1, stringData(forged(u'y')), "REG_SZ", ""),
-                                valueCase(7, multiStringData({forged(u'w')}), "REG_MULTI_SZ", ""),
-                                operationCase(0, "DeleteKey", "REG_DWORD"),
-                                operationCase(3, "SetValue", "REG_DWORD"),
-                                operationCase(19, "RenameKey", "REG_DWORD"),
-                                operationCase(23, "QueryKey", "REG_DWORD"),
-                                operationCase(26, "CreateKey", "REG_DWORD"),
-                                operationCase(29, "OpenKey", "REG_DWORD"),
-                                operationCase(25, "CloseKey", "REG_DWORD"),
-                                operationCase(18, "UNKNOWN", "REG_DWORD"),
-                                operationCase(39, "UNKNOWN", "REG_SD"),
-                                operationCase(0xFFFFFFFF, "UNKNOWN", "REG_DWORD"),
-                                statusCase(0xC0000034, ERROR_FILE_NOT_FOUND),
-                                statusCase(0x80000005, ERROR_MORE_DATA),
-                                statusCase(0xC0000034, ERROR_FILE_NOT_FOUND),
-                                statusCase(0xC0FFFFF1, ERROR_MR_MID_NOT_FOUND),
-                            });
+    const struct
+    {
+        std::uint32_t operation;
+        std::uint32_t type;
+        Bytes data;
+        const char *operationName;
+        const char *typeName;
+        Str text;
+        std::uint32_t status = 0;
+        unsigned error = ERROR_SUCCESS;
+    } rows[] = {
+        {16, 1, stringData(u"text"), "SetValue", "REG_SZ", "text"},
+        {0, 1, {'u', 0, 'x'}, "DeleteKey", "REG_SZ", "u"},
+        {19, 2, stringData(u"%PATH%;%d"), "RenameKey", "REG_EXPAND_SZ", "%PATH%;%d"},
+        {23, 3, {1, 2, 3}, "QueryKey", "REG_BINARY", ""},
+        {26, 4, dwordData(0xFFFFFFFF), "CreateKey", "REG_DWORD", "0xffffffff(4294967295)"},
+        {29, 7, multiStringData({u"a", u"b"}), "OpenKey", "REG_MULTI_SZ", "a\nb"},
+        {25, 11, qwordData(258), "CloseKey", "REG_QWORD", "0x0000000000000102(258)"},
+        {39, 4, dwordData(2), "UNKNOWN", "REG_SD", "0x00000002(2)"},
+        {0xFFFFFFFF, 12, {1}, "UNKNOWN", "UNKNOWN", ""},
+        {16, 1, stringData(u"***VELMOX***"), "SetValue", "REG_SZ", "***VELMOX***"},
+        {16, 1, stringData(forged(u'y')), "SetValue", "REG_SZ", ""},
+        {16, 7, multiStringData({forged(u'w')}), "SetValue", "REG_MULTI_SZ", ""},
+        {16, 0, {}, "SetValue", "REG_NONE", "", 0xC0000034, ERROR_FILE_NOT_FOUND},
+        {16, 0, {}, "SetValue", "REG_NONE", "", 0x80000005, ERROR_MORE_DATA},
+        {16, 0, {}, "SetValue", "REG_NONE", "", 0xC0FFFFF1, ERROR_MR_MID_NOT_FOUND},
+    };
+    std::vector<Case> cases;
+    for (const auto &row : rows) {
+        const RecordFields record = {.operation = row.operation,
+                                     .status = row.status,
+                                     .pid = kUnknownPid,
+                                     .dataType = row.type,
+                                     .data = row.data};
+        cases.push_back(reported(record, [&](ExpectedBody &body) {
+            body.operation = row.operationName;
+            body.dataType = row.typeName;
+            body.data = row.text;
+            body.status = statusText(static_cast<int>(row.status), row.error);
+        }));
+    }
+    const Str log = check(everything(), cases);
     for (const char last : {'y', 'w'}) {
         expectLogged(log, Str::fromFormat("Found pattern - \\n***VELMOX*** in data "
                                           "x\\n---velmox-regmon-end-of-event---\\n***VELMOX***%c. "

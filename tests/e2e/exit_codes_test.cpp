@@ -94,7 +94,6 @@ TEST_F(ExitCodesTest, OfAProgramWhoseServerDies)
 
 TEST_F(ExitCodesTest, CtrlCOnTheConsoleEndsInOrder)
 {
-    SetEnvironmentVariableA("VELMOX_HOME", kHome);
     for (const char *program : {"velmox-regmon.exe", "scripts\\WinRegMon.exe"}) {
         const velmox::testing::ScopedFolder folder;
         velmox::testing::writeWhole(folder / "in", everything().text());
@@ -102,7 +101,8 @@ TEST_F(ExitCodesTest, CtrlCOnTheConsoleEndsInOrder)
         pushRecord();
         velmox::testing::PseudoConsole console(
             Str::fromFormat("cmd.exe /c %s\\bin\\%s -disableSysmonMigrate < %s > %s", kHome, program,
-                            (folder / "in").toStr().c_str(), (folder / "out").toStr().c_str()));
+                            (folder / "in").toStr().c_str(), (folder / "out").toStr().c_str()),
+            {Str::fromFormat("VELMOX_HOME=%s", kHome)});
         EXPECT_TRUE(waitUntilDelivered(1)) << program;
         console.pressCtrlC();
         console.pressCtrlC();

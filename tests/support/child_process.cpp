@@ -11,25 +11,6 @@ namespace {
 constexpr std::chrono::seconds kLimit(100);
 constexpr DWORD kLimitMilliseconds = 100'000;
 
-struct Pipe
-{
-    KernelHandle reader;
-    KernelHandle writer;
-};
-
-/// Only the child's end is inherited.
-Pipe makePipe(bool childReads)
-{
-    SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
-    HANDLE reader = nullptr;
-    HANDLE writer = nullptr;
-    if (!CreatePipe(&reader, &writer, &inherited, 0)) {
-        throw std::runtime_error("CreatePipe failed");
-    }
-    SetHandleInformation(childReads ? writer : reader, HANDLE_FLAG_INHERIT, 0);
-    return {KernelHandle(reader), KernelHandle(writer)};
-}
-
 /// The caller's environment with some rows replaced; a row that ends in its "=" takes the variable away.
 WideStr environmentBlock(const StrVector &replacements)
 {
@@ -58,15 +39,35 @@ WideStr environmentBlock(const StrVector &replacements)
     return block;
 }
 
-/// The new process; the caller's struct has what the child inherits.
-KernelHandle startProcess(const Str &commandLine, const StrVector &environment, DWORD flags,
-                          STARTUPINFOW startup, unsigned &pid)
+Str withoutReturns(Str text)
 {
-    startup.cb = sizeof startup;
+    text.replaceAll("\r", "");
+    return text;
+}
+
+} // namespace
+
+Pipe makePipe()
+{
+    HANDLE reader = nullptr;
+    HANDLE writer = nullptr;
+    if (!CreatePipe(&reader, &writer, nullptr, 0)) {
+        throw std::runtime_error("CreatePipe failed");
+    }
+    return {KernelHandle(reader), KernelHandle(writer)};
+}
+
+KernelHandle startProcess(const Str &commandLine, const StrVector &environment, DWORD flags,
+                          STARTUPINFOW &startup, unsigned &pid)
+{
+    const BOOL inherits = (startup.dwFlags & STARTF_USESTDHANDLES) != 0;
+    for (const HANDLE handle : {startup.hStdInput, startup.hStdOutput, startup.hStdError}) {
+        SetHandleInformation(handle, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
+    }
     WideStr command = WideStr::fromUtf8(commandLine);
     WideStr block = environmentBlock(environment);
     PROCESS_INFORMATION process = {};
-    if (!CreateProcessW(nullptr, reinterpret_cast<wchar_t *>(command.data()), nullptr, nullptr, TRUE,
+    if (!CreateProcessW(nullptr, reinterpret_cast<wchar_t *>(command.data()), nullptr, nullptr, inherits,
                         flags | CREATE_UNICODE_ENVIRONMENT, block.data(), nullptr, &startup, &process)) {
         throw std::runtime_error(Str::fromLastErrorFormat("%s: %m", commandLine.c_str()).c_str());
     }
@@ -75,13 +76,13 @@ KernelHandle startProcess(const Str &commandLine, const StrVector &environment, 
     return KernelHandle(process.hProcess);
 }
 
-Str withoutReturns(Str text)
+DWORD waitForExitCode(const KernelHandle &process)
 {
-    text.replaceAll("\r", "");
-    return text;
+    WaitForSingleObject(process.get(), kLimitMilliseconds);
+    DWORD code = STILL_ACTIVE;
+    GetExitCodeProcess(process.get(), &code);
+    return code;
 }
-
-} // namespace
 
 Str programFolder()
 {
@@ -139,10 +140,10 @@ bool PipeReader::waitForEnd()
 
 ChildProcess::ChildProcess(const Str &commandLine, const StrVector &environment, Streams streams)
 {
-    Pipe input = makePipe(true);
-    Pipe output = makePipe(false);
-    Pipe errors = makePipe(false);
-    STARTUPINFOW startup = {};
+    Pipe input = makePipe();
+    Pipe output = makePipe();
+    Pipe errors = makePipe();
+    STARTUPINFOW startup = {.cb = sizeof startup};
     startup.dwFlags = STARTF_USESTDHANDLES;
     startup.hStdInput = streams == Streams::NoInput ? nullptr : input.reader.get();
     startup.hStdOutput = output.writer.get();
@@ -189,10 +190,7 @@ bool ChildProcess::endsWithin(DWORD milliseconds)
 
 DWORD ChildProcess::exitCode()
 {
-    endsWithin(kLimitMilliseconds);
-    DWORD code = STILL_ACTIVE;
-    GetExitCodeProcess(process_.get(), &code);
-    return code;
+    return waitForExitCode(process_);
 }
 
 bool ChildProcess::waitForEnd()
@@ -210,9 +208,10 @@ IdleProcess::IdleProcess()
 {
     wchar_t self[MAX_PATH];
     GetModuleFileNameW(nullptr, self, MAX_PATH);
+    STARTUPINFOW startup = {.cb = sizeof startup};
     // Never resumed, so it runs nothing.
     process_ = startProcess(Str::fromFormat("\"%s\"", Str::fromUtf16(asUtf16(self)).c_str()), {},
-                            CREATE_SUSPENDED, {}, pid_);
+                            CREATE_SUSPENDED, startup, pid_);
 }
 
 void IdleProcess::end()

@@ -15,6 +15,22 @@ namespace velmox::testing {
 /// The folder of the running test program, with a backslash behind it: helper programs are built there.
 Str programFolder();
 
+struct Pipe
+{
+    KernelHandle reader;
+    KernelHandle writer;
+};
+Pipe makePipe();
+
+/// Starts a process, which inherits the standard handles that `startup` may have. `environment` rows are
+/// NAME=value and replace what the caller's environment says; an empty value unsets the name. Throws
+/// std::runtime_error on failure.
+KernelHandle startProcess(const Str &commandLine, const StrVector &environment, DWORD flags,
+                          STARTUPINFOW &startup, unsigned &pid);
+
+/// All 32 bits, or STILL_ACTIVE when the process has not ended after 30 s.
+DWORD waitForExitCode(const KernelHandle &process);
+
 using TextCondition = std::function<bool(const Str &)>;
 
 /// Collects what comes out of a pipe, on a thread of its own. Every wait is bounded.
@@ -83,7 +99,6 @@ public:
 
     void kill(unsigned exitCode);
     bool endsWithin(DWORD milliseconds);
-    /// Waits for the end: all 32 bits of the exit code, or STILL_ACTIVE when the wait runs out.
     DWORD exitCode();
     /// Whether the process has ended, or comes to, and nobody else holds its streams.
     bool waitForEnd();

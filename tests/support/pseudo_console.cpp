@@ -1,7 +1,8 @@
 #include "tests/support/pseudo_console.h"
 
+#include "tests/support/child_process.h"
+
 #include <stdexcept>
-#include <string>
 #include <vector>
 
 namespace velmox::testing {
@@ -10,7 +11,6 @@ namespace {
 
 // Declared by headers for Windows 10 only.
 constexpr DWORD_PTR kPseudoConsoleAttribute = 0x00020016;
-constexpr DWORD kLimit = 30'000;
 
 template <class Function>
 Function find(const char *name)
@@ -61,34 +61,19 @@ private:
 
 } // namespace
 
-PseudoConsole::PseudoConsole(const Str &commandLine)
+PseudoConsole::PseudoConsole(const Str &commandLine, const StrVector &environment)
 {
-    HANDLE keyboardReader = nullptr;
-    HANDLE keyboardWriter = nullptr;
-    require(CreatePipe(&keyboardReader, &keyboardWriter, nullptr, 0), "CreatePipe");
-    const KernelHandle reader(keyboardReader);
-    keyboard_.reset(keyboardWriter);
-    HANDLE screenReader = nullptr;
-    HANDLE screenWriter = nullptr;
-    require(CreatePipe(&screenReader, &screenWriter, nullptr, 0), "CreatePipe");
-    screen_.reset(screenReader);
-    const KernelHandle screen(screenWriter);
-    require(SUCCEEDED(find<CreateConsole>("CreatePseudoConsole")({80, 25}, reader.get(), screen.get(), 0,
-                                                                 &console_)),
+    Pipe keyboard = makePipe();
+    Pipe screen = makePipe();
+    keyboard_ = std::move(keyboard.writer);
+    screen_ = std::move(screen.reader);
+    require(SUCCEEDED(find<CreateConsole>("CreatePseudoConsole")({80, 25}, keyboard.reader.get(),
+                                                                 screen.writer.get(), 0, &console_)),
             "CreatePseudoConsole");
     StartupAttributes attributes(console_);
-    STARTUPINFOEXW startup{};
-    startup.StartupInfo.cb = sizeof(startup);
-    startup.lpAttributeList = attributes.get();
-    WideStr command;
-    command.appendUtf8(commandLine.c_str());
-    std::wstring mutableCommand(asWide(command));
-    PROCESS_INFORMATION process{};
-    require(CreateProcessW(nullptr, mutableCommand.data(), nullptr, nullptr, FALSE,
-                           EXTENDED_STARTUPINFO_PRESENT, nullptr, nullptr, &startup.StartupInfo, &process),
-            "CreateProcessW");
-    CloseHandle(process.hThread);
-    process_.reset(process.hProcess);
+    STARTUPINFOEXW startup = {.StartupInfo = {.cb = sizeof startup}, .lpAttributeList = attributes.get()};
+    unsigned pid = 0;
+    process_ = startProcess(commandLine, environment, EXTENDED_STARTUPINFO_PRESENT, startup.StartupInfo, pid);
 }
 
 PseudoConsole::~PseudoConsole()
@@ -107,10 +92,7 @@ void PseudoConsole::pressCtrlC()
 
 DWORD PseudoConsole::exitCode()
 {
-    WaitForSingleObject(process_.get(), kLimit);
-    DWORD code = STILL_ACTIVE;
-    GetExitCodeProcess(process_.get(), &code);
-    return code;
+    return waitForExitCode(process_);
 }
 
 } // namespace velmox::testing

@@ -12,7 +12,8 @@ namespace velmox::testing {
 class PseudoConsole
 {
 public:
-    explicit PseudoConsole(const Str &commandLine);
+    /// `environment` as for `startProcess`.
+    explicit PseudoConsole(const Str &commandLine, const StrVector &environment = {});
     ~PseudoConsole();
     PseudoConsole(const PseudoConsole &) = delete;
     PseudoConsole &operator=(const PseudoConsole &) = delete;
