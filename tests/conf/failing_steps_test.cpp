@@ -105,9 +105,16 @@ public:
                 << name.c_str();
         }
     }
+    /// With "FILE" for the path of the file, and "REFUSED" for the line with which a conf mapper refuses a
+    /// value.
     Str told(const ConfLog &log) const
     {
-        return replaced(log.told(), Str("ROOT/") << replaced(change_.file, "\\", "/"), "FILE");
+        const Str refused =
+            Str::fromFormat("ERROR ConfPathMapper: ROOT/apps/%c/local: Setting %s = new: Cannot load "
+                            "ini file to modify\n",
+                            change_.file[5], change_.address ? change_.address : "");
+        const Str text = replaced(log.told(), Str("ROOT/") << replaced(change_.file, "\\", "/"), "FILE");
+        return replaced(text, refused, "REFUSED\n");
     }
 
     const ConfRoot root{kBootstrap};
@@ -137,16 +144,13 @@ constexpr Row kRows[] = {
     {"conf", "CreateFileW", -1, ERROR_ACCESS_DENIED, 0, false,
      "ERROR ConfPathMapper: Cannot open file for create or append: FILE: <5>\n"
      "ERROR ConfPathMapper: Cannot create or open conf file: FILE: <5>\n"
-     "ERROR ConfPathMapper: ROOT/apps/a/local: Setting /nobody/a/t/s/k = new: Cannot load ini file to "
-     "modify\n"},
+     "REFUSED\n"},
     {"conf", "CreateFileW", -1, ERROR_SHARING_VIOLATION, 1, false,
      "ERROR IniFile: Cannot open file=FILE for parsing: <32>\n"
-     "ERROR ConfPathMapper: ROOT/apps/a/local: Setting /nobody/a/t/s/k = new: Cannot load ini file to "
-     "modify\n"},
+     "REFUSED\n"},
     {"conf", "ferror", 1, ERROR_CRC, 0, false,
      "ERROR IniFile: Cannot read file=FILE: <23>\n"
-     "ERROR ConfPathMapper: ROOT/apps/a/local: Setting /nobody/a/t/s/k = new: Cannot load ini file to "
-     "modify\n"},
+     "REFUSED\n"},
     {"conf", "CreateFileW", -1, ERROR_SHARING_VIOLATION, 2, true,
      "WARN ConfPathMapper: Failed to open: FILE: <32>\n"},
     {"conf", "CreateFileW", -1, ERROR_ACCESS_DENIED, 3, false,
@@ -168,12 +172,11 @@ constexpr Row kRows[] = {
      "ERROR IniFile: Cannot rename FILE.PID.tmp to FILE: Rename failed in 20 attempt(s) [status code: 32]\n",
      20, ".tmp"},
     {"conf", "MoveFileExW", 0, ERROR_ACCESS_DENIED, 0, true,
-     "WARN IniFile: Renamed FILE.PID.tmp to FILE: Rename succeeded in 20 attempt(s)\n", 19},
+     "WARN IniFile: Renamed FILE.PID.tmp to FILE: Rename succeeded in 2 attempt(s)\n"},
     {"new conf", "CreateDirectoryW", 0, ERROR_DISK_FULL, 0, false,
      "ERROR ConfPathMapper: Cannot create parent directory: ROOT/apps/b/local: <112>\n"
      "ERROR ConfPathMapper: Cannot create or open conf file: FILE: <112>\n"
-     "ERROR ConfPathMapper: ROOT/apps/b/local: Setting /nobody/b/t/s/k = new: Cannot load ini file to "
-     "modify\n"},
+     "REFUSED\n"},
     {"new conf", "_setmode", -1, ERROR_ACCESS_DENIED, 0, true,
      "WARN ConfPathMapper: Cannot open file as UTF-8: FILE: <5>\n"},
     {"new conf", "fwrite", 0, ERROR_DISK_FULL, 0, true,
@@ -279,8 +282,7 @@ constexpr struct
     {"conf", Obstacle::FolderInPlace,
      "ERROR ConfPathMapper: FILE already exists, but it is a directory\n"
      "ERROR ConfPathMapper: Cannot create or open conf file: FILE: <183>\n"
-     "ERROR ConfPathMapper: ROOT/apps/a/local: Setting /nobody/a/t/s/k = new: Cannot load ini file to "
-     "modify\n"},
+     "REFUSED\n"},
     {"meta", Obstacle::FolderInPlace,
      "ERROR IniFile: Cannot open file=FILE for parsing: <5>\n"
      "ERROR ConfObjectManagerDB: FILE: Failed to load from disk and cannot flush\n"},
@@ -294,8 +296,7 @@ constexpr struct
     {"conf", Obstacle::HeldOpen,
      "ERROR ConfPathMapper: Cannot open file for create or append: FILE: <32>\n"
      "ERROR ConfPathMapper: Cannot create or open conf file: FILE: <32>\n"
-     "ERROR ConfPathMapper: ROOT/apps/a/local: Setting /nobody/a/t/s/k = new: Cannot load ini file to "
-     "modify\n"},
+     "REFUSED\n"},
     {"meta", Obstacle::HeldOpen,
      "ERROR IniFile: Cannot rename FILE.PID.tmp to FILE: Rename failed in 20 attempt(s) [status code: 5]\n"},
     {"model", Obstacle::HeldOpen, "ERROR ModelConfPathMapper: Cannot rename: FILE.tmp -> FILE: <5>\n"},

@@ -50,6 +50,7 @@ TEST(PropertyPagesWrite, WhatWasReadWithoutAContextComesToRestAsItsChangesAlone)
     root.pages("t", "system").write("system", "t", stanza, false);
     EXPECT_EQ(root.text("system/local/t.conf"),
               "[default]\nindex = sys\n\n[s]\nover = sl\n\n[t]\ndisabled = 1\n");
+    root.pages("t", "system").write("system", "fresh", made({{"k", "1"}}), false);
     EXPECT_FALSE(root.has("system/metadata"));
 }
 
@@ -84,11 +85,13 @@ TEST(PropertyPagesWrite, OverwritingLeavesOnlyWhatIsDesired)
     const ConfRoot root;
     root.write("apps/a/default/t.conf", "[s]\nk=1\nj=1\n");
     root.write("apps/a/local/t.conf", "# head\n[r]\nk=r\n[s]\nk=2\nm=2\n");
+    root.write("apps/a/metadata/local.meta", "[t/r]\nowner = r\n[t/s]\nexport = none\n");
     PropertyPages &pages = root.pages("t", "a");
     EXPECT_EQ(root.stanzas("t", "a").at("s").get("k"), "2");
     pages.write("a", "s", made({{"k", "2"}, {"j", "1"}, {"n", "3"}}), true);
     EXPECT_EQ(root.text("apps/a/local/t.conf"), "# head\n[r]\nk = r\n\n[s]\nk = 2\nn = 3\n");
     EXPECT_EQ(root.stanzas("t", "a").at("s").get("m"), "");
+    EXPECT_EQ(root.text("apps/a/metadata/local.meta"), "[t/r]\nowner = r\n");
     pages.write("a", "s", made({{"k", "1"}}), true);
     EXPECT_EQ(root.text("apps/a/local/t.conf"), "# head\n[r]\nk = r\n\n[s]\n");
 }

@@ -52,6 +52,7 @@ TEST(IniFile, RewritesWhatItRead)
         {"[b]\nz=1\na=2\n# of s\n\n[ s ] x\n#k\nk=v\n[t]\n#end\n", "[b]z=1;a=2;[ s ]k=v;[t]",
          "[b]\nz = 1\na = 2\n# of s\n\n[ s ]\n#k\nk = v\n\n[t]\n#end\n"},
         {"[x]\na=1\n#lost\n[y]\n[x]\nb=2\n", "[x]a=1;b=2;[y]", "[x]\na = 1\nb = 2\n#lost\n[y]\n"},
+        {"[x]\na=1\n#lost\na=2\nb=3\n", "[x]a=1;b=3;", "[x]\na = 1\nb = 3\n"},
         {"[x]\n[y]\n#lost\n[x]\n#kept\nb=2\n", "[x]b=2;[y]", "[x]\n#kept\nb = 2\n\n[y]\n"},
         {"k=1\n[x]\nk=2\n[default]\nj=3\n", "[default]k=1;j=3;[x]k=2;",
          "[default]\nk = 1\nj = 3\n\n[x]\nk = 2\n"},
@@ -194,25 +195,21 @@ TEST(IniFile, RewritingChangesNoSettingAndSettlesAtOnce)
 
 TEST(IniFile, SizeHasNoLimit)
 {
-    CapturedLog log;
-    constexpr std::size_t kLength = 10'000'000;
-    const IniFile longLines = loaded("k=" + std::string(kLength, 'v') + "\n" + std::string(kLength, '\\') +
-                                     "=x\n" + std::string(kLength, '\0') + "n=" + std::string(kLength, '\0') +
-                                     "\n" + std::string(kLength, ' '));
-    const IniStanza &stanza = *longLines.findStanza("default");
+    const CapturedLog quiet;
+    constexpr std::size_t kLength = 5'000'000;
+    const IniFile file = loaded("k=" + std::string(kLength, 'v') + "\n" + std::string(kLength, '\\') +
+                                "=x\n" + std::string(kLength, '\0') + "n=" + std::string(kLength, '\0') +
+                                "\n" + std::string(kLength, ' '));
+    const IniStanza &stanza = *file.findStanza("default");
     EXPECT_EQ(stanza.findKey("k")->value().size(), kLength);
     EXPECT_EQ((*++stanza.begin()).key, std::string(kLength / 2, '\\'));
-    EXPECT_EQ(longLines.tailComments().back().size(), kLength);
-
+    EXPECT_EQ(file.tailComments().back().size(), kLength);
     std::string text;
     for (int number = 0; number < 100'000; ++number) {
-        text += "[stanza " + std::to_string(number) + "]\nkey = " + std::to_string(number) + "\n\n";
+        const std::string name = std::to_string(number);
+        text += (number == 0 ? "[s" : "\n[s") + name + "]\nkey = " + name + "\n";
     }
-    text.pop_back();
-    IniFile many = loaded(text);
-    EXPECT_EQ(many.stanzaCount(), 100'000u);
-    EXPECT_EQ(many.findStanza("stanza 77777")->findKey("key")->value(), "77777");
-    EXPECT_EQ(written(many), text);
+    EXPECT_EQ(written(loaded(text)), text);
 }
 
 } // namespace

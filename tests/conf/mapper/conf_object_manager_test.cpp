@@ -134,6 +134,10 @@ TEST_F(ConfObjectManagerTest, TakesUpWhatAnotherProcessWrote)
     write("/a", owned("anna"));
     EXPECT_EQ(root.read(kLocal), "[a]\nowner = anna\n\n[b]\nowner = bert\n");
     EXPECT_EQ(metadataAt("/b"), "{  }, owner: bert");
+    // Of two spellings of an address the later one has the say.
+    root.write(kLocal, "[a+b]\nowner = anna\n[a%20b]\nowner = bert\n");
+    write("/a b", owned("chris"));
+    EXPECT_EQ(root.read(kLocal), "[a+b]\nowner = anna\n\n[a%20b]\nowner = chris\n");
 }
 
 TEST_F(ConfObjectManagerTest, ReadsAFileAgainThatCouldNotBeRead)

@@ -69,6 +69,11 @@ TEST_F(JSONConfPathMapperTest, WritesAndFollowsJsonFiles)
 {
     put("views/two.json", "{}");
     makeJson();
+    removeFile(root / "apps/search/local/data/views/two.json");
+    EXPECT_EQ(notice("apps/search/local/data/views/two.json"), FileChangeAnswer::Settled)
+        << "of a type not read yet";
+    EXPECT_TRUE(changedSince("views"));
+    state = {};
     EXPECT_TRUE(write("/fresh/one", "{\"a\": 1}"));
     EXPECT_EQ(root.read(kOne), "{\"a\": 1}");
     EXPECT_EQ(read("fresh"), ";one:{\"a\": 1}");

@@ -43,7 +43,8 @@ TEST(ConfPathMapperManager, ReadsInTheOrderOfTheBootstrapFile)
 {
     const ConfRoot root;
     makeFolders(root, {"system/local", "apps/b/local", "apps/a/default", "apps/a/local", "apps/b/default",
-                       "apps/.git/local", "users/Alice/a/local", "slave-apps/c/default"});
+                       "apps/.git/local", "users/Alice/a/local", "slave-apps/c/default",
+                       "users/_reserved/unknown.0/a/local"});
     for (const char *const file :
          {"a/metadata/local.meta", "a/metadata/default.meta", "a/metadata/other.meta", "stray"}) {
         root.write(Str("apps/") << file, "");
@@ -51,7 +52,7 @@ TEST(ConfPathMapperManager, ReadsInTheOrderOfTheBootstrapFile)
     EXPECT_EQ(placesOf(root), "system/local users/Alice/a/local apps/.git/local apps/a/local apps/b/local "
                               "apps/a/metadata/local.meta slave-apps/c/default apps/a/default apps/b/default "
                               "apps/a/metadata/default.meta system/default ");
-    EXPECT_TRUE(root.shared().mappers().scan());
+    EXPECT_FALSE(root.shared().mappers().scan()) << "nobody has the one safe name";
     EXPECT_EQ(root.shared().mappers().mappers().size(), 11u) << "a second scan adds what is unknown alone";
     // A writer takes its place in the order.
     root.shared().mappers().findWriter(root.at("/nobody/c/inputs"), kData);
@@ -152,17 +153,20 @@ TEST(ConfPathMapperManager, RefusesAWriteThatHasNoPlace)
               "ERROR ConfSettings: Could not read bootstrap configuration: ROOT/system/default/conf.conf\n");
 }
 
-TEST(ConfPathMapperManager, AHandlerThatIsUnknownLeavesTheOthers)
+TEST(ConfPathMapperManager, ARuleThatIsWrongLeavesTheOthers)
 {
-    const ConfRoot root("[bootstrap]\nsystem/default = nonsense\nsystem/local = conf\n"
-                        "system/$gone{required\\=1}$ = conf\n");
-    root.makeFolder("system/local");
-    root.setup();
-    const ConfLog log(root);
-    EXPECT_FALSE(root.shared().mappers().scan());
-    EXPECT_EQ(placesOf(root), "system/local ");
-    EXPECT_TRUE(log.text().contains("Unrecognized handler name 'nonsense' for path: ROOT/system/default"))
-        << log.text().c_str();
+    static constexpr const char *kWrong[][2] = {
+        {"system/default = nonsense\n", "Unrecognized handler name 'nonsense' for path: ROOT/system/default"},
+        {"system/$gone{required\\=1}$ = conf\n", "Error while replacing variable name='gone'."}};
+    for (const auto &[rule, told] : kWrong) {
+        const ConfRoot root(Str("[bootstrap]\n") << rule << "system/local = conf\n");
+        root.makeFolder("system/local");
+        root.setup();
+        const ConfLog log(root);
+        EXPECT_FALSE(root.shared().mappers().scan());
+        EXPECT_EQ(placesOf(root), "system/local ");
+        EXPECT_TRUE(log.text().contains(told)) << log.text().c_str();
+    }
 }
 
 TEST(ConfPathMapperManager, WithoutBootstrapFileTheStoreIsEmpty)

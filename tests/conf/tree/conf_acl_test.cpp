@@ -1,4 +1,4 @@
-#include "conf/tree/conf_path_metadata.h"
+#include "conf/tree/conf_acl.h"
 #include "conf/tree/stanza_expansion.h"
 #include "util/environment.h"
 
@@ -21,24 +21,6 @@ TEST(ConfAcl, EqualPermissionsAreOneObjectForAsLongAsItIsHeld)
         ConfAcl::parse(Str::fromFormat("read : [ role%d ]", i));
     }
     EXPECT_EQ(ConfAcl::parse("read : [ * ], write : [ a, b ]"), acl);
-}
-
-TEST(ConfPathMetadata, IsToldForLogs)
-{
-    ConfPathMetadata metadata;
-    EXPECT_EQ(metadata.toStr(), "{  }");
-    metadata.access = ConfAcl::parse("read : [ * ]");
-    metadata.exported = ConfExport::None;
-    metadata.setImports({"b", "a"});
-    metadata.setOwner("Alice");
-    metadata.removable = true;
-    metadata.modtime.emplace(Timeval::kMin);
-    EXPECT_EQ(metadata.toStr(), "{ read : [ * ] }, export: app, imports: { b a }, owner: alice, "
-                                "removable: yes, modtime: MIN_TIME");
-    metadata = {};
-    metadata.exported = ConfExport::System;
-    metadata.removable = false;
-    EXPECT_EQ(metadata.toStr(), "{  }, export: global, removable: no");
 }
 
 TEST(StanzaExpansion, MakesRelativePathsAbsolute)

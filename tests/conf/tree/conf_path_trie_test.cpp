@@ -128,7 +128,10 @@ ConfPathMetadata stamped(std::uint64_t time)
 TEST(ConfPathTrie, MergedMetadataIsCompleted)
 {
     ConfPathTrie first, second, merged;
-    ConfPathMetadata metadata = stamped(1);
+    ConfPathMetadata metadata;
+    metadata.exported = ConfExport::None;
+    merged.setMetadata(metadata);
+    metadata = stamped(1);
     metadata.removable = true;
     first.setMetadata(metadata);
     metadata = stamped(2);
@@ -137,7 +140,7 @@ TEST(ConfPathTrie, MergedMetadataIsCompleted)
     second.setMetadata(metadata);
     merged.merge(first);
     merged.merge(second);
-    EXPECT_EQ(merged.metadata().toStr(), Str("{  }, owner: o, removable: yes, modtime: ")
+    EXPECT_EQ(merged.metadata().toStr(), Str("{  }, export: app, owner: o, removable: yes, modtime: ")
                                              << Timeval(1).toStr());
     merged.overwrite(second);
     EXPECT_EQ(merged.metadata(), second.metadata());
