@@ -1,6 +1,8 @@
 #include "conf/conf_path_exceptions.h"
+#include "conf/tree/stanza_expansion.h"
 #include "tests/conf/conf_root.h"
 #include "tests/support/failing_call.h"
+#include "util/environment.h"
 
 namespace velmox {
 namespace {
@@ -172,6 +174,28 @@ TEST(ConfPath, RemovesWhatStandsWhereItWouldWrite)
     EXPECT_EQ(root.at("/nobody/a/t/s/k").readData(), "default");
     EXPECT_EQ(root.text(kFile), "[u]\nk = u\n");
     EXPECT_EQ(root.text(kMeta), "[t/u]\nowner = uwe\n");
+}
+
+TEST(StanzaExpansion, MakesRelativePathsAbsolute)
+{
+    setEnvironmentVariable(u"VELMOX_TEST_NAME", u"v\u00E9$VELMOX_TEST_NAME");
+    setEnvironmentVariable(u"VELMOX_TEST_UNSET", u"");
+    static constexpr const char *kCases[][2] = {
+        {"monitor://./logs", "monitor://C:\\app/logs"},
+        {"monitor://.\\logs", "monitor://C:\\app\\logs"},
+        {"monitor://\\logs", "monitor://C:\\applogs"},
+        {"a://b://.", "a://b://C:\\app"},
+        {"monitor://./$VELMOX_TEST_NAME/%VELMOX_TEST_NAME%${VELMOX_TEST_NAME}",
+         "monitor://C:\\app/v\u00E9$VELMOX_TEST_NAME/v\u00E9$VELMOX_TEST_NAMEv\u00E9$VELMOX_TEST_NAME"},
+        {"x://./$VELMOX_TEST_UNSET $ %% %VELMOX_TEST_NAME ${VELMOX_TEST_NAME",
+         "x://C:\\app/$VELMOX_TEST_UNSET $ %% %VELMOX_TEST_NAME ${VELMOX_TEST_NAME"},
+        {"monitor:///$VELMOX_TEST_NAME", ""},
+        {"monitor://", ""},
+        {"./logs", ""},
+    };
+    for (const auto &[name, expansion] : kCases) {
+        EXPECT_EQ(stanzaExpansion(name, Pathname(u"C:\\app")), expansion) << name;
+    }
 }
 
 } // namespace

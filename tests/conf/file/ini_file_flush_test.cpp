@@ -1,11 +1,7 @@
 #include "conf/file/ini_file.h"
 #include "tests/conf/conf_root.h"
-#include "tests/support/child_test.h"
-#include "tests/support/failing_call.h"
 #include "util/handle_stream.h"
 #include "util/open_file.h"
-
-#include <random>
 
 namespace velmox {
 namespace {
@@ -69,53 +65,6 @@ TEST(IniFileFlush, WhatCannotBeReadIsAnEmptyImage)
     file.setDestination(folder / "new.conf");
     EXPECT_TRUE(file.flush());
     EXPECT_EQ(readWhole(folder / "new.conf"), "[made]\n");
-}
-
-constexpr int kKeys = 2'000;
-
-TEST(IniFileChild, DISABLED_FlushesForever)
-{
-    IniFile file(ChildTest::argument());
-    for (unsigned number = 1;; ++number) {
-        for (int key = 0; key < kKeys; ++key) {
-            file.stanza("s").findKey(Str() << "key" << key)->setValue(Str() << number);
-        }
-        file.flush();
-    }
-}
-
-TEST(IniFileFlush, LeavesTheOldFileOrTheNewOneWhenKilled)
-{
-    const CapturedLog quiet;
-    const ScopedFolder folder;
-    const Pathname path = folder / "x.conf";
-    IniFile file;
-    for (int key = 0; key < kKeys; ++key) {
-        file.stanza("s").insertKey(Str() << "key" << key, "0");
-    }
-    file.setDestination(path);
-    ASSERT_TRUE(file.flush());
-    std::mt19937 random(std::random_device{}());
-    unsigned changes = 0;
-    for (int round = 0; round < 15; ++round) {
-        const Str before = readWhole(path);
-        {
-            ChildTest child("IniFileChild.DISABLED_FlushesForever", path);
-            for (int wait = 0; wait < 2'000 && readWhole(path) == before; ++wait) {
-                Sleep(5);
-            }
-            Sleep(random() % 20);
-        }
-        const Str after = readLeftBehind(path);
-        const IniFile left(path);
-        const IniStanza *stanza = left.findStanza("s");
-        ASSERT_TRUE(stanza && stanza->keyCount() == kKeys) << round << ": " << after.size() << " bytes";
-        for (const auto &[key, value, entry] : *stanza) {
-            ASSERT_EQ(value, (*stanza->begin()).value) << key;
-        }
-        changes += after != before;
-    }
-    EXPECT_GT(changes, 5u);
 }
 
 } // namespace

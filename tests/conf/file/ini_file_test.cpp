@@ -76,18 +76,14 @@ TEST(IniFile, RewritesWhatItRead)
 TEST(IniFile, EncodingMarkAndLineEndsComeBack)
 {
     const char16_t text[] = u"# \u00e4\U0001F600\n[s]\nk = \u20ac\n\n[t]\n";
-    for (const TextEncodingWord flags : {0u, 0x4000u, 0x8000u, 0xC000u}) {
-        for (const TextEncodingWord encoding : {2u, 3u, 4u, 5u, 6u}) {
-            if (encoding != 2 && (flags & kByteOrderMarkFlag) == 0) {
-                continue;
-            }
-            MemoryWriter in(flags | encoding);
-            in.write(text, std::size(text) - 1);
-            const IniFile file = loaded(in.bytes);
-            EXPECT_EQ(file.encoding(), flags | encoding);
-            EXPECT_EQ(file.findStanza("s")->findKey("k")->value(), "\xE2\x82\xAC");
-            EXPECT_EQ(written(file), in.bytes) << flags << " " << encoding;
-        }
+    for (const TextEncodingWord word :
+         {0x0002u, 0x4002u, 0x8002u, 0xC002u, 0x8003u, 0xC004u, 0x8005u, 0xC006u}) {
+        MemoryWriter in(word);
+        in.write(text, std::size(text) - 1);
+        const IniFile file = loaded(in.bytes);
+        EXPECT_EQ(file.encoding(), word);
+        EXPECT_EQ(file.findStanza("s")->findKey("k")->value(), "\xE2\x82\xAC");
+        EXPECT_EQ(written(file), in.bytes) << word;
     }
     // Line ends of the one kind that prevails; on a tie those that prevailed before.
     EXPECT_EQ(written(loaded("[a]\r\n\r\n#b\n")), "[a]\r\n\r\n#b\r\n");
@@ -98,9 +94,9 @@ TEST(IniFile, EncodingMarkAndLineEndsComeBack)
         EXPECT_EQ(file.encoding(), word);
         IniFile changed = file;
         changed.stanza("s");
+        EXPECT_EQ(written(changed), "[s]\r\n");
         MemoryWriter out;
         changed.write(out);
-        EXPECT_EQ(out.bytes, "[s]\r\n");
         EXPECT_EQ(changed.encoding(), 0x4002u);
     }
 }

@@ -110,6 +110,7 @@ TEST_F(ConfObjectManagerTest, WritesOnlyWhatDiffersAndKeepsTheRestOfTheFile)
     EXPECT_EQ(root.read(kLocal), Str(kept) << "new/key]\n# tail\n");
     EXPECT_TRUE(mapper().remove(at("/inputs")));
     EXPECT_TRUE(mapper().flush());
+    EXPECT_EQ(root.read(kLocal), "# head\n\n# tail\n");
     EXPECT_EQ(metadataAt("/inputs"), "Does not exist: /nobody/search/inputs");
 }
 
@@ -151,6 +152,7 @@ TEST_F(ConfObjectManagerTest, ReadsAFileAgainThatCouldNotBeRead)
         EXPECT_TRUE(log.text().endsWith(Str("ERROR ConfObjectManagerDB: Cannot initialize: ROOT/")
                                         << kLocal << ": <32>\n"));
     }
+    EXPECT_EQ(noticeChange(mapper(), root / kLocal), FileChangeAnswer::Settled);
     EXPECT_EQ(metadataAt("/a"), "{  }, owner: anna");
     // Metadata that was written and could not be read back is there at the next look.
     const std::unique_ptr<ConfTypeState> state = mapper().newState();

@@ -57,5 +57,23 @@ TEST(PermissionParser, TellsWhereItFailed)
     EXPECT_EQ(log.text(), "ERROR ConfAcl: Cannot decode role: %ff\n");
 }
 
+TEST(ConfAcl, EqualPermissionsAreOneObjectForAsLongAsItIsHeld)
+{
+    const ConfAclPtr acl = ConfAcl::parse("write:[b,A],read:[*]");
+    ASSERT_TRUE(acl);
+    EXPECT_EQ(acl->toStr(), "read : [ * ], write : [ a, b ]");
+    EXPECT_EQ(ConfAcl::parse(acl->toStr()), acl);
+    EXPECT_NE(ConfAcl::parse("read : [ * ]"), acl);
+    EXPECT_EQ(ConfAcl::parse(""), ConfAcl::parse(" "));
+    EXPECT_EQ(ConfAcl::parse("read : x"), nullptr);
+
+    const std::weak_ptr<const ConfAcl> shortLived = ConfAcl::parse("list : [ x ]");
+    EXPECT_TRUE(shortLived.expired());
+    for (int i = 0; i < 200; ++i) {
+        ConfAcl::parse(Str::fromFormat("read : [ role%d ]", i));
+    }
+    EXPECT_EQ(ConfAcl::parse("read : [ * ], write : [ a, b ]"), acl);
+}
+
 } // namespace
 } // namespace velmox
