@@ -98,6 +98,18 @@ TEST_F(MigrationTest, NothingToDoWritesNothing)
                "SysmonMigrator::read -'sysmon.conf' - 'migrated' found!!! - no migration will be done.");
 }
 
+TEST_F(MigrationTest, WithoutItsSettingsTheProgramStartsAllTheSame)
+{
+    const ScopedFolder elsewhere;
+    for (const auto &[part, place] :
+         {std::pair("etc\\system\\default\\conf.conf", "file"), {"etc", "folder"}}) {
+        ASSERT_TRUE(MoveFileExW(asWide(home_ / part), asWide(elsewhere / place), 0));
+        const Str log = run("-migrateOnly", 0, "sysmon migration complete.");
+        expectLine(log, "SysmonMigrator::read - 'sysmon.conf' was not found, no migration is required.");
+        EXPECT_TRUE(log.contains("Could not read bootstrap configuration: ")) << log.c_str();
+    }
+}
+
 TEST_F(MigrationTest, SettingsComeToRestInTheAppThatProvidedThem)
 {
     add({

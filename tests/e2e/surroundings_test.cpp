@@ -62,16 +62,20 @@ TEST_F(SurroundingsTest, AServerThatDiesWithItsPipesEndsAMonitorWhoseEventsItHas
     EXPECT_EQ(run.waitForEnd(), 99u);
 }
 
-TEST_F(SurroundingsTest, AReaderThatHasGoneIsNotNoticed)
+TEST_F(SurroundingsTest, AReaderThatHasGoneOrNeverWasIsNotNoticed)
 {
-    MonitorRun run(everything().text(), {.streams = Streams::Unread});
-    run.process().closeOutput();
-    EXPECT_TRUE(waitUntilDelivered(cases_.size()));
-    // What went wrong with these is known by now.
-    push(cases_);
-    EXPECT_TRUE(waitUntilDelivered(2 * cases_.size()));
-    EXPECT_EQ(run.stop(), 0u);
-    EXPECT_EQ(run.errors(), "");
+    for (const Streams streams : {Streams::Unread, Streams::NoOutput}) {
+        driver.reset();
+        push(cases_);
+        MonitorRun run(everything().text(), {.streams = streams});
+        run.process().closeOutput();
+        EXPECT_TRUE(waitUntilDelivered(cases_.size()));
+        // What went wrong with these is known by now.
+        push(cases_);
+        EXPECT_TRUE(waitUntilDelivered(2 * cases_.size()));
+        EXPECT_EQ(run.stop(), 0u);
+        EXPECT_EQ(run.errors(), "");
+    }
 }
 
 TEST_F(SurroundingsTest, ALogThatCannotBeWrittenCostsNoEvent)

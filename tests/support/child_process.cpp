@@ -146,14 +146,14 @@ ChildProcess::ChildProcess(const Str &commandLine, const StrVector &environment,
     STARTUPINFOW startup = {.cb = sizeof startup};
     startup.dwFlags = STARTF_USESTDHANDLES;
     startup.hStdInput = streams == Streams::NoInput ? nullptr : input.reader.get();
-    startup.hStdOutput = output.writer.get();
+    startup.hStdOutput = streams == Streams::NoOutput ? nullptr : output.writer.get();
     startup.hStdError = streams == Streams::Together ? startup.hStdOutput : errors.writer.get();
     process_ = startProcess(commandLine, environment, 0, startup, pid_);
     input_ = std::move(input.writer);
     output_ = std::make_unique<PipeReader>(std::move(output.reader));
     errors_ = std::make_unique<PipeReader>(std::move(errors.reader));
     errors_->start();
-    if (streams != Streams::Unread) {
+    if (streams != Streams::Unread && streams != Streams::NoOutput) {
         output_->start();
     }
 }

@@ -65,8 +65,9 @@ enum class Streams
 {
     Together, ///< errors come where output does
     Apart,
-    NoInput, ///< apart, and no standard input at all
-    Unread,  ///< apart, and nobody reads the output until `readOutput`
+    NoInput, ///< apart, and the one is not there at all
+    NoOutput,
+    Unread, ///< apart, and nobody reads the output until `readOutput`
 };
 
 /// A program started by a test, with pipes on its standard streams.
