@@ -37,6 +37,8 @@ class MonitorRun
 {
 public:
     explicit MonitorRun(std::string_view document, const RunOptions &options = {});
+    /// A program that lives on without its starter holds the streams until then.
+    ~MonitorRun() { watched_.end(); }
 
     ChildProcess &process() { return process_; }
     Str output() const { return process_.outputBytes(); }
