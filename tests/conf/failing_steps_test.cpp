@@ -93,16 +93,15 @@ public:
     }
 
     /// The file is as it was, or as it is to be; a new conf file begins as an empty one. Nothing else is new
-    /// but `leftOver`, which ends the name of a file.
+    /// but a file whose name `leftOver` ends, with the new content.
     void expectWhole(bool isChanged, const char *leftOver = nullptr) const
     {
         FileTree files = readTree(root.path());
         const Str file = replaced(files[change_.file], kNew, "");
         EXPECT_TRUE(file == (isChanged ? change_.after : change_.before)) << file.substr(0, 200).c_str();
         for (const auto &[name, content] : files) {
-            EXPECT_TRUE(scene_.contains(name) || name == change_.file ||
-                        (leftOver && name.endsWith(leftOver)))
-                << name.c_str();
+            const bool isLeft = leftOver && name.endsWith(leftOver) && content == change_.after;
+            EXPECT_TRUE(scene_.contains(name) || name == change_.file || isLeft) << name.c_str();
         }
     }
     /// With "FILE" for the path of the file, and "REFUSED" for the line with which a conf mapper refuses a
