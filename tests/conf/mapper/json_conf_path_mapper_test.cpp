@@ -176,14 +176,5 @@ TEST_F(JSONConfPathMapperTest, MovesLookupTablesInFromTheRunDirectoryAlone)
     EXPECT_EQ(root.read("outside.csv"), "secret");
 }
 
-TEST_F(JSONConfPathMapperTest, KeepsModelsInOneDirectory)
-{
-    make("models", kData);
-    EXPECT_TRUE(mapper->describe().startsWith("ModelConfPathMapper: "));
-    EXPECT_TRUE(write("/models/m", "weights"));
-    EXPECT_EQ(content("m.model"), "weights");
-    EXPECT_EQ(read("models"), ";m:weights");
-}
-
 } // namespace
 } // namespace velmox

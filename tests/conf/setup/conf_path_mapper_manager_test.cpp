@@ -169,18 +169,6 @@ TEST(ConfPathMapperManager, ARuleThatIsWrongLeavesTheOthers)
     }
 }
 
-TEST(ConfPathMapperManager, WithoutBootstrapFileTheStoreIsEmpty)
-{
-    const ScopedFolder home;
-    const ScopedHome scoped(home.path());
-    const ScopedFolder root;
-    ConfPathMapperManager &manager = BundlesSetup(root.path()).shared().mappers();
-    EXPECT_TRUE(manager.mappers().empty());
-    EXPECT_FALSE(manager.scan());
-    EXPECT_THROW(manager.findWriter(ConfPathBase("", "", {"inputs"}), kData), ConfPathHasNoWriter);
-    EXPECT_EQ(manager.mapperFor(root / "system\\local\\inputs.conf"), nullptr);
-}
-
 TEST(ConfPathMapperManager, ARunCanLeaveUsersAndAppsOut)
 {
     const struct

@@ -106,6 +106,7 @@ TEST(ConfSettings, ARootWithoutBootstrapFileUsesTheDefaultRoots)
     {
         const ConfLog log(bare.path());
         EXPECT_FALSE(BundlesSetup(bare.path()).shared().settings().image().loaded());
+        EXPECT_TRUE(BundlesSetup(bare.path()).shared().mappers().mappers().empty());
         EXPECT_TRUE(
             log.text().startsWith("WARN ConfSettings: No bootstrap configuration available for: ROOT\n"));
     }
