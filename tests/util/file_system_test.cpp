@@ -46,6 +46,7 @@ TEST(FileSystem, MakesFoldersWithTheirParents)
         {u"C:", true, 0},
         {u"C:\\", true, 0},
         {u"\\", true, 0},
+        {u"Q:\\", true, 0}, // no such drive: nothing is left to be made
         {u"", true, 0},
         {folder / "file", false, ERROR_ALREADY_EXISTS},
         {folder / "file\\x", false, ERROR_ALREADY_EXISTS},
@@ -89,6 +90,9 @@ TEST(PathnameSystem, AsksTheSystem)
     EXPECT_TRUE(base.join("mixedcasename.TXT").trueCase(stored));
     EXPECT_EQ(stored, base.join("MixedCaseName.txt"));
     EXPECT_FALSE((folder / "absent").trueCase(stored));
+    wchar_t shortName[MAX_PATH];
+    ASSERT_NE(GetShortPathNameW(asWide(stored), shortName, MAX_PATH), 0u);
+    EXPECT_FALSE(Pathname(asUtf16(shortName)).trueCase(stored)) << "differs by more than case";
 
     Pathname tooLong(Pathname(u"C:\\").concat(Str(300, 'x')));
     const Pathname before(tooLong);

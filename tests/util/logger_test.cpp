@@ -142,19 +142,22 @@ TEST_F(LoggerTest, ReadsItsCompanionAndItsSection)
     logger.warn("off");
     logger.error("on");
     EXPECT_EQ(log(), "on\r\n");
+    const std::uint64_t start = LogSystem::instance().startTime();
     EXPECT_FALSE(load("rootCategory=INFO,F\n[A]\nnonsense\n", "a"));
+    EXPECT_EQ(LogSystem::instance().startTime(), start);
     EXPECT_TRUE(load("rootCategory=INFO,F\n[A]\nnonsense\n", "b"));
     EXPECT_TRUE(logger.debugEnabled());
 }
 
 TEST_F(LoggerTest, TellsWhatIsWrongWithItsConfiguration)
 {
-    EXPECT_FALSE(load("category.Logger=WARN,F\n"
+    EXPECT_FALSE(load("category.Logger=WARN,F,G\n"
                       "rootCategory=WARN,F,Bogus\n"
                       "category.A\n"
                       "what is this\n"
                       " appender.F.maxFileSize = 010 # bytes\n"
                       "appender.F.maxBackupIndex=1\n"
+                      "appender.G.fileName=${HOME}\\y.log\n"
                       "appender.E=x\n"
                       "appender.E.maxBackupIndex=1\n"
                       "appender.E.maxFileSize=1\n"
@@ -169,12 +172,13 @@ TEST_F(LoggerTest, TellsWhatIsWrongWithItsConfiguration)
         "Error opening \"%s\": %m\r\n"
         "FILE:5: Parse error at \"what is this\"\r\n"
         "FILE:6: Parse error at \"appender.F.maxFileSize = 010\"\r\n"
-        "FILE:12: Unterminated XML comment started\r\n"
+        "FILE:13: Unterminated XML comment started\r\n"
         "FILE:3: Parse error at \"rootCategory=WARN,F,Bogus\"\r\n"
         "FILE:4: Parse error at \"category.A\"\r\n",
         (folder / "none\\y.log").toStr().c_str());
     expected.replaceAll("FILE", (settings / "log.cfg").toStr());
     EXPECT_EQ(log(), expected);
+    EXPECT_EQ(testing::readWhole(folder / "y.log"), expected);
 }
 
 TEST_F(LoggerTest, TakesTheLastLayoutNamed)
@@ -251,6 +255,10 @@ TEST_F(LoggerTest, TellsWhatFailsToTheOthersAndTriesAgain)
         const FailingCall refused(function, result, error, passed);
         logger.info("first");
         EXPECT_EQ(refused.failed(), 1) << function;
+        EXPECT_TRUE(*limits || FileHandle(CreateFileW(asWide(folder / "bad.log"), GENERIC_READ, 0, nullptr,
+                                                      OPEN_ALWAYS, 0, nullptr))
+                                   .isValid())
+            << function << " leaves the file open";
         logger.info("second");
         FileTree expected = after;
         expected["x.log"] = Str::fromErrorFormat(error, told, bad.c_str(), bad.c_str())

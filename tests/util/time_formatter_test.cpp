@@ -67,7 +67,7 @@ TEST(TimeFormatter, WritesFieldsAndCompositesByFlagsAndWidths)
         {"%+", "Sun Mar  3 12:34:56 Fix 2024"},
         {"%#c|%#x", "Sunday, March 3, 2024, 12:34:56|Sunday, March 3, 2024"},
         {"%-d %_d %0e %-m|%5d %_5d %-5d %05e %^05d", "3  3 03 3|00003     3 3 00003 00003"},
-        {"%^a %#a %^B %#p %^P %#Z", "SUN sUN MARCH pm PM fIX"},
+        {"%^a %^^a %#a %^B %#p %^P %#Z", "SUN SUN sUN MARCH pm PM fIX"},
         {"%2a %10A %-10A %_4a", "Su     Sunday Sunday  Sun"},
         {"%6Y %_6Y %_12s %012s", "002024   2024   1709469296 001709469296"},
         // Without flags and width, `%l` is the hour or the milliseconds.
@@ -124,18 +124,20 @@ TEST(TimeFormatter, WritesOffsets)
     }
 }
 
-TEST(TimeFormatter, NumbersIsoWeeks)
+TEST(TimeFormatter, NumbersWeeks)
 {
     const std::pair<std::int64_t, const char *> cases[] = {
-        {1'104'537'600, "2004-53-6"}, // 1 January 2005
-        {1'230'768'000, "2009-01-4"}, // 1 January 2009
-        {1'230'595'200, "2009-01-2"}, // 30 December 2008
-        {1'262'476'800, "2009-53-7"}, // 3 January 2010
-        {1'262'563'200, "2010-01-1"}, // 4 January 2010
-        {1'609'372'800, "2020-53-4"}, // 31 December 2020
+        {1'104'537'600, "2004-53-6 00 00"}, // 1 January 2005
+        {1'136'073'600, "2005-52-7 01 00"}, // 1 January 2006
+        {1'167'609'600, "2007-01-1 00 01"}, // 1 January 2007
+        {1'230'768'000, "2009-01-4 00 00"}, // 1 January 2009
+        {1'230'595'200, "2009-01-2 52 52"}, // 30 December 2008
+        {1'262'476'800, "2009-53-7 01 00"}, // 3 January 2010
+        {1'262'563'200, "2010-01-1 01 01"}, // 4 January 2010
+        {1'609'372'800, "2020-53-4 52 52"}, // 31 December 2020
     };
     for (const auto &[unixSeconds, expected] : cases) {
-        EXPECT_EQ(formatAt("%G-%V-%u", moment(unixSeconds)), expected);
+        EXPECT_EQ(formatAt("%G-%V-%u %U %W", moment(unixSeconds)), expected);
     }
 }
 
