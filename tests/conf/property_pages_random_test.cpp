@@ -33,13 +33,6 @@ Str textOf(const Settings &settings)
     return text;
 }
 
-void fill(Settings &view, const Settings &more)
-{
-    for (const auto &[stanza, keys] : more) {
-        view[stanza].insert(keys.begin(), keys.end());
-    }
-}
-
 /// A small independent model of the rules of precedence, over random layers.
 class Model
 {
@@ -80,17 +73,34 @@ public:
     /// What a reader sees; without an app, what the order of the layers alone makes of them.
     Settings view(const Str &app, const Str &user) const
     {
-        Settings view = app.empty() ? Settings() : ranked(app, user);
+        Settings view;
+        std::map<std::pair<Str, Str>, Rank> best;
+        const auto steps = generations(app);
         for (const Layer &layer : layers) {
-            if (app.empty() && layer.user == "nobody" && !isOut(layer.app)) {
-                fill(view, layer.settings);
+            for (const auto &[stanza, keys] : isVisible(layer, app, user) ? layer.settings : Settings()) {
+                const auto rankOf = [&](const Str *key) {
+                    const int level =
+                        app.empty() ? 1 : levelOf(layer, app, steps, isExported(layer.app, stanza, key));
+                    return app.empty() ? Rank(1, 0, "", "", &layers.front() - &layer)
+                                       : Rank(level, level == 3 ? -steps.at(layer.app) : 0, layer.user,
+                                              layer.app, &layers.front() - &layer);
+                };
+                if (std::get<int>(rankOf(nullptr)) > 0) {
+                    view[stanza];
+                }
+                for (const auto &[key, value] : keys) {
+                    const Rank rank = rankOf(&key);
+                    if (std::get<int>(rank) > 0 && rank > best[{stanza, key}]) {
+                        best[{stanza, key}] = rank;
+                        view[stanza][key] = value;
+                    }
+                }
             }
         }
-        if (view.contains("default")) {
-            const std::map<Str, Str> inherited = view["default"];
-            for (auto &[stanza, keys] : view) {
-                keys.insert(inherited.begin(), inherited.end());
-            }
+        const std::map<Str, Str> inherited =
+            view.contains("default") ? view["default"] : std::map<Str, Str>();
+        for (auto &[stanza, keys] : view) {
+            keys.insert(inherited.begin(), inherited.end());
         }
         return view;
     }
@@ -118,9 +128,27 @@ private:
     static constexpr const char *kApps[] = {"a", "b", "c"};
     static constexpr const char *kStanzas[] = {"default", "r", "s"};
     static constexpr const char *kKeys[] = {"i", "j", "k"};
-    using Rank = std::tuple<int, std::int64_t>;
+    /// The level, the closeness of an import, the later user and app, and the earlier layer win.
+    using Rank = std::tuple<int, std::int64_t, Str, Str, std::ptrdiff_t>;
+    using Generations = std::map<Str, std::int64_t>;
 
-    bool isOut(const Str &app) const { return isDisabled_ && app == "c"; }
+    bool isVisible(const Layer &layer, const Str &app, const Str &user) const
+    {
+        const bool isShared = layer.user == "nobody";
+        const bool isOwn = layer.app == app && (isShared || layer.user == user);
+        const bool isOff = isDisabled_ && layer.app == "c";
+        return !isOff && (app.empty() ? isShared : user.empty() ? isOwn && isShared : isOwn || isShared);
+    }
+
+    static int levelOf(const Layer &layer, const Str &app, const Generations &steps, bool exported)
+    {
+        return layer.app == "system"       ? 1
+               : layer.user != "nobody"    ? 6
+               : layer.app == app          ? (exported ? 4 : 5)
+               : exported                  ? 2
+               : steps.contains(layer.app) ? 3
+                                           : 0;
+    }
 
     void add(const Str &user, const Str &app, const Str &folder)
     {
@@ -159,7 +187,7 @@ private:
     void makeExport(const Str &app, const Str &header)
     {
         if (oneIn(5)) {
-            const bool exported = exports_[app][header] = oneIn(2);
+            const bool exported = exports_[{app, header}] = oneIn(2);
             metadata_[app] << "[" << header << "]\nexport = " << (exported ? "system\n" : "none\n");
         }
     }
@@ -169,17 +197,15 @@ private:
         bool exported = false;
         const Str ofStanza = Str("t/") << stanza;
         for (const Str &header : {Str(), Str("t"), ofStanza, key ? Str(ofStanza) << "/" << *key : ofStanza}) {
-            const auto found = exports_.find(app);
-            if (found != exports_.end() && found->second.contains(header)) {
-                exported = found->second.at(header);
-            }
+            const auto found = exports_.find({app, header});
+            exported = found == exports_.end() ? exported : found->second;
         }
         return exported;
     }
 
-    std::map<Str, std::int64_t> generations(const Str &app) const
+    Generations generations(const Str &app) const
     {
-        std::map<Str, std::int64_t> found{{app, 0}};
+        Generations found{{app, 0}};
         for (std::int64_t generation = 1; generation < 4; ++generation) {
             for (const auto &[importer, of] : std::map(found)) {
                 if (of == generation - 1 && imports_.contains(importer)) {
@@ -192,53 +218,10 @@ private:
         return found;
     }
 
-    /// Ranks all that stands at the same place; of equals the later user and app win.
-    Settings ranked(const Str &app, const Str &user) const
-    {
-        std::map<std::pair<Str, Str>, Settings> places;
-        for (const Layer &layer : layers) {
-            fill(places[{layer.user, layer.app}], layer.settings);
-        }
-        const auto steps = generations(app);
-        Settings view;
-        std::map<std::pair<Str, Str>, Rank> ranks;
-        for (const auto &[place, settings] : places) {
-            const auto &[owner, from] = place;
-            const bool isShared = owner == "nobody";
-            const bool isOwn = from == app && (isShared || owner == user);
-            if (isOut(from) || !(isOwn || isShared) || (user.empty() && !(isOwn && isShared))) {
-                continue;
-            }
-            for (const auto &[stanza, keys] : settings) {
-                const auto rankOf = [&](const Str *key) {
-                    const bool exported = isExported(from, stanza, key);
-                    return from == "system"       ? Rank(1, 0)
-                           : !isShared            ? Rank(6, 0)
-                           : from == app          ? Rank(exported ? 4 : 5, 0)
-                           : exported             ? Rank(2, 0)
-                           : steps.contains(from) ? Rank(3, -steps.at(from))
-                                                  : Rank(0, 0);
-                };
-                if (rankOf(nullptr) > Rank(0, 0)) {
-                    view[stanza];
-                }
-                for (const auto &[key, value] : keys) {
-                    const Rank rank = rankOf(&key);
-                    Rank &best = ranks[{stanza, key}];
-                    if (rank > Rank(0, 0) && rank >= best) {
-                        best = rank;
-                        view[stanza][key] = value;
-                    }
-                }
-            }
-        }
-        return view;
-    }
-
     std::mt19937 random_;
     unsigned next_ = 0;
     std::map<Str, Str> metadata_;
-    std::map<Str, std::map<Str, bool>> exports_;
+    std::map<std::pair<Str, Str>, bool> exports_;
     std::map<Str, StrVector> imports_;
     bool isDisabled_ = false;
 };
