@@ -202,13 +202,13 @@ class MonitorTest : public ::testing::Test
 protected:
     MonitorTest() { testing::ensureMainThread(); }
 
-    Str document(const char *params, const char *folder = "") const
+    Str document(const char *params) const
     {
         return Str::fromFormat(
-            "<input><checkpoint_dir>%s%s</checkpoint_dir><configuration><stanza name='WinRegMon://x'>"
+            "<input><checkpoint_dir>%s</checkpoint_dir><configuration><stanza name='WinRegMon://x'>"
             "<param name='type'>nothing</param><param name='proc'>.*</param>%s"
             "</stanza></configuration></input>",
-            folder_.path().toStr().c_str(), folder, params);
+            folder_.path().toStr().c_str(), params);
     }
 
     const testing::ScopedFolder folder_;
@@ -230,9 +230,7 @@ TEST_F(MonitorTest, EachFailureOfTheStartIsToldWithItsReason)
     const struct
     {
         const char *function;
-        DWORD error;
-        DWORD openError;
-        DWORD filterError;
+        DWORD error, openError, filterError;
         bool isReady;
         int managed;
         std::string log;
@@ -320,30 +318,6 @@ TEST_F(MonitorTest, WithoutABaselineItWaitsForAWorkerThatNeverEnds)
         "StartMonitorWorker: Unable to establish baseline for the registry keys that are being monitored\n" +
         kHead + "run: Failed to start Registry Monitor: device driver has not been installed\n" + kNoManager;
     EXPECT_TRUE(log.text().endsWith(errors(lines))) << log.text().c_str();
-}
-
-TEST_F(MonitorTest, ADriverThatIsGoneIsPolledUntilTheStop)
-{
-    for (const bool canWrite : {true, false}) {
-        script_.sizes.clear();
-        script_.reads = {{ERROR_DEVICE_NOT_CONNECTED, 0}, {ERROR_INVALID_HANDLE, 0}, {0, 60}};
-        TestMonitor monitor(document(kLocalMachine, canWrite ? "" : "\\none").view());
-        script_.atEnd = [&monitor] { monitor.stop(); };
-        ASSERT_TRUE(monitor.init());
-        const CapturedLog log;
-        EXPECT_TRUE(monitor.run());
-        EXPECT_EQ(script_.sizes.size(), 4u);
-        EXPECT_TRUE(script_.isClosed);
-        EXPECT_EQ(
-            log.text().contains(errors(kHead + "MonitorWorker: Failed to set checkpoint 'last_time_run'")),
-            !canWrite);
-        EXPECT_TRUE(log.text().endsWith(
-            Str("INFO velmox-regmon: WinRegistryMonitor::MonitorWorker: Monitor Worker Exiting...\n")
-                .append(errors(kNoManager))))
-            << log.text().c_str();
-    }
-    const Str written = testing::readWhole(folder_ / "last_time_run");
-    EXPECT_LT(secondsSinceEpoch() - written.toInt64(0, 10), 60);
 }
 
 } // namespace

@@ -60,9 +60,7 @@ TEST_F(DriverServiceTest, EachCallThatFailsIsToldAndLeavesNoHandleOpen)
         unsigned short code;
         const char *function;
         DWORD error;
-        int passed;
-        int result;
-        int closes;
+        int passed, result, closes;
         bool staysInstalled;
         std::string log;
     } rows[] = {
@@ -158,8 +156,7 @@ TEST_F(DriverServiceTest, ChecksWhoseDriverStandsThere)
         const char *installed;
         bool isRunning;
         const char *failing;
-        int passed;
-        int result;
+        int passed, result;
         bool isStarted;
         std::string log;
     } rows[] = {

@@ -10,12 +10,7 @@ TEST(RegMonEventFilter, JudgesTypeProcessAndPath)
 {
     const struct
     {
-        const char *proc;
-        const char *hive;
-        const char *type;
-        const char *process;
-        const char *keyPath;
-        const char *word;
+        const char *proc, *hive, *type, *process, *keyPath, *word;
         bool matches;
     } rows[] = {
         {".*", R"(\\registry\\user\\.*)", "set", "p", R"(\registry\user\s-1-5-18\x)", "set", true},

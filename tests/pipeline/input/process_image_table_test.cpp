@@ -98,11 +98,8 @@ TEST_F(ProcessImageTableTest, EachCallThatFailsCostsThePathOrTheProcess)
     {
         const char *function;
         std::intptr_t result;
-        bool withSnapshot;
-        bool withProcesses;
-        bool hasPath;
-        const char *image;
-        const char *log;
+        bool withSnapshot, withProcesses, hasPath;
+        const char *image, *log;
     } rows[] = {
         {nullptr, 0, true, true, true, kWhole, ""},
         {"Process32FirstW", FALSE, true, true, true, kWhole, ""},

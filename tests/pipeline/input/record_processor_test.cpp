@@ -4,8 +4,6 @@
 #include "util/file_star.h"
 
 #include <gtest/gtest.h>
-#include <map>
-#include <random>
 
 namespace velmox {
 namespace {
@@ -93,91 +91,6 @@ TEST_F(RecordProcessorTest, TellsTheLivesOfProcessesAndLearnsTheirImages)
     const Str created = process({processCreated(GetCurrentProcessId(), 8, u"NT\\me")}).at(0);
     EXPECT_TRUE(created.startsWith("parent_pid=8\nparent_process_image=\"N/A\"\npid="));
     EXPECT_TRUE(created.contains("input-tests.exe\"\nregistry_type=\"ProcessCreated\"\nuser=\"NT\\me\"\n\n"));
-}
-
-TEST_F(RecordProcessorTest, ATimeWithinAMillisecondOrOlderIsThatOfTheLastConversion)
-{
-    const std::uint64_t first =
-        setValue().timestamp + 9'995'000; // half a millisecond ahead of the next second
-    std::initializer_list<RecordFields> records = {{.timestamp = first},
-                                                   {.timestamp = first + 10'000},
-                                                   {.timestamp = first - 50'000'000},
-                                                   {.timestamp = first + 10'001}};
-    EXPECT_EQ(process(records).size(), 4u);
-    std::fflush(out_.get());
-    std::rewind(out_.get());
-    StrVector times;
-    for (Str line; out_.readLine(line);) {
-        if (line.startsWith("<time>")) {
-            times.push_back(line);
-        }
-    }
-    const char *before = "<time>1577836800</time>";
-    EXPECT_EQ(times, (StrVector{before, before, before, "<time>1577836801</time>"}));
-}
-
-TEST_F(RecordProcessorTest, OtherClassesAreSkippedAndTheRecordBehindThemIsFound)
-{
-    RecordFields unknown = {.recordClass = 5, .data = {1, 2, 3}};
-    EXPECT_EQ(process({unknown, setValue()}).size(), 1u);
-    records_.processData(nullptr, 0);
-    EXPECT_EQ(bodies_.size(), 1u);
-}
-
-// 16-bit text of odd and even bytes, half surrogates and markup.
-RecordFields randomRecord(std::mt19937 &random)
-{
-    const auto pick = [&](unsigned count) { return static_cast<unsigned>(random()) % count; };
-    constexpr std::u16string_view kPieces[] = {
-        u"\\",         u"a",      u"\n</event>\n<event stanza=\"x\">\n",
-        u"]]>",        u"&#10;",  u"\xD800",
-        u"\xDC00",     u"\x0001", u".exe",
-        u"\"\n<data>", u"\x0000"};
-    constexpr std::uint32_t kClasses[] = {kRegistryRecord, kProcessRecord, kImageRecord, 3};
-    RecordFields record = {.recordClass = kClasses[pick(4)],
-                           .operation = pick(50),
-                           .status = static_cast<std::uint32_t>(random()),
-                           .pid = kPid + pick(3),
-                           .dataType = pick(13),
-                           .name = {}};
-    record.timestamp += random();
-    for (unsigned count = pick(300) == 0 ? 20'000 : pick(12); count > 0; --count) {
-        record.name += kPieces[pick(std::size(kPieces))];
-    }
-    for (unsigned count = pick(8); count > 0; --count) {
-        const Bytes piece = testbed::textData(kPieces[pick(std::size(kPieces))]);
-        record.data.insert(record.data.end(), piece.begin(), piece.end());
-    }
-    record.data.resize(record.data.size() + pick(2));
-    return record;
-}
-
-TEST_F(RecordProcessorTest, NoRecordAddsALineOfMarkup)
-{
-    std::mt19937 random(8);
-    std::size_t registryRecords = 0;
-    for (int round = 0; round < 300; ++round) {
-        Bytes buffer;
-        for (int count = 0; count < 10; ++count) {
-            const RecordFields record = randomRecord(random);
-            registryRecords += record.recordClass == kRegistryRecord;
-            testbed::appendRecord(buffer, record);
-        }
-        records_.processData(buffer.data(), static_cast<std::uint32_t>(buffer.size()));
-    }
-    const std::size_t events = bodies_.size();
-    EXPECT_GT(events, registryRecords);
-    std::map<std::string, std::size_t> tags;
-    std::rewind(out_.get());
-    for (Str line; out_.readLine(line);) {
-        if (line.startsWith("<")) {
-            ++tags[std::string(line.view().substr(0, line.find('>')))];
-        }
-    }
-    const std::map<std::string, std::size_t> expected = {
-        {"<stream", 1},      {"<event stanza=\"all\"", events}, {"<time", events},  {"<data", events},
-        {"<source", events}, {"<sourcetype", events},           {"<index", events}, {"</event", events}};
-    EXPECT_EQ(tags, expected);
 }
 
 } // namespace

@@ -9,10 +9,7 @@ TEST(SchemeScript, FindsTheFirstFault)
 {
     const struct
     {
-        const char *stanza;
-        const char *key;
-        const char *value;
-        const char *fault;
+        const char *stanza, *key, *value, *fault;
     } rows[] = {
         {"WinRegMon://x", "hive", "HKLM\\\\Software\\\\.*", ""},
         {"winregmon:x", "unknown", "(", ""},

@@ -1,4 +1,3 @@
-#include "pipeline/input/drive_map.h"
 #include "pipeline/input/filter_block.h"
 #include "pipeline/input/registry_operations.h"
 #include "tests/pipeline/input/stanzas.h"
@@ -38,10 +37,7 @@ TEST(StanzaConfiguration, APlainPathAdmitsOneComponentMoreAndAPatternIsTakenAsIt
 {
     const struct
     {
-        const char *hive;
-        const char *pattern;
-        const char *passing;
-        const char *failing;
+        const char *hive, *pattern, *passing, *failing;
     } rows[] = {
         {"HKLM\\\\Soft", "\\\\registry\\\\machine\\\\soft\\\\?([^\\\\\r\n]+){0,1}",
          "\\registry\\machine\\soft", "\\registry\\machine\\soft\\key\\value"},
@@ -66,26 +62,13 @@ TEST(StanzaConfiguration, APlainPathAdmitsOneComponentMoreAndAPatternIsTakenAsIt
     }
 }
 
-TEST(StanzaConfiguration, ADriveInAProcessPatternMeetsDevicePaths)
-{
-    Str device = translateProcessDrive("C:");
-    device.replaceAll("\\\\", "\\");
-    ASSERT_TRUE(device.startsWith("\\device\\"));
-    StanzaSet set;
-    const auto group = set.add("WinRegMon://x", {{"proc", "C:\\\\Windows\\\\.*"}}).group();
-    EXPECT_TRUE(group->passes({Str::concat(device, "\\windows\\reg.exe"), "k", "set"}));
-    EXPECT_FALSE(group->passes({Str::concat(device, "\\other\\reg.exe"), "k", "set"}));
-    EXPECT_EQ(group->configs[0].proc.pattern(), "c:\\\\windows\\\\.*");
-}
-
 TEST(StanzaConfiguration, TheDriversMasksFollowTheStanzas)
 {
     using Stanza = std::pair<const char *, const char *>;
     const struct
     {
         std::vector<Stanza> stanzas; // type and hive
-        std::uint32_t ops;
-        std::uint32_t hives;
+        std::uint32_t ops, hives;
     } rows[] = {
         {{{"set", "HKLM\\\\.*"}}, 4, 2},
         {{{"set", "HKLM\\\\.*"}, {"create|delete", "HKCU\\\\x"}, {"open", "HKEY_USERS\\\\.*"}}, 29, 3},

@@ -1,6 +1,5 @@
 #include "pipeline/input/value_rendering.h"
 
-#include <cstring>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -23,9 +22,8 @@ std::string rendered(std::uint32_t dataType, const Bytes &data)
 
 std::string rendered(std::uint32_t dataType, const std::u16string &text)
 {
-    Bytes bytes(text.size() * sizeof(char16_t));
-    std::memcpy(bytes.data(), text.data(), bytes.size());
-    return rendered(dataType, bytes);
+    const auto *bytes = reinterpret_cast<const unsigned char *>(text.data());
+    return rendered(dataType, Bytes(bytes, bytes + text.size() * sizeof(char16_t)));
 }
 
 TEST(ValueRendering, NumbersInBothNotationsWithMissingBytesAsZero)

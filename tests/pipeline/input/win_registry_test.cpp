@@ -14,31 +14,29 @@ namespace {
 using testing::CapturedLog;
 using ::testing::ElementsAre;
 using testing::FailingCall;
-using ::testing::UnorderedElementsAre;
 
-/// What a walk reported, and what to make of it on the way.
+/// What to make of a walk on its way, and what it reported: "[\key]" and "\key\value=type/length/first byte".
 struct Walk
 {
-    std::vector<std::string> seen;
-    std::vector<std::string> data;
-    std::string veto;
-    std::string stopAt;
+    bool withKeys = false;
+    std::string veto, stopAt;
+    std::string seen = {};
+    std::size_t prefix = 0;
     FILETIME lastWriteTime = {};
     volatile LONG stop = 0;
 
-    void see(const char *mark, const Str &path)
+    std::string see(const char16_t *path, const char *before, const std::string &after)
     {
-        seen.emplace_back(std::string(mark) + path.c_str());
-        if (seen.back() == stopAt) {
-            stop = 1;
-        }
+        const std::string one = before + std::string(Str::fromUtf16(path).view().substr(prefix)) + after;
+        seen += one + " ";
+        stop = stop != 0 || one == stopAt;
+        return one;
     }
 
     static BYTE onKey(const char16_t *path, const FILETIME &, void *context)
     {
         Walk &walk = *static_cast<Walk *>(context);
-        walk.see("key ", Str::fromUtf16(path));
-        return walk.seen.back() != walk.veto;
+        return walk.see(path, "[", "]") != walk.veto;
     }
 
     static void onValue(const char16_t *path, const char16_t *name, DWORD nameLength, DWORD type,
@@ -46,113 +44,111 @@ struct Walk
     {
         Walk &walk = *static_cast<Walk *>(context);
         EXPECT_TRUE(WideStr(path).endsWith(WideStr(u"\\").append(name, nameLength)));
-        walk.see("", Str::fromUtf16(path));
-        const Str text = Str::fromFormat("%u/%u/%02x", static_cast<unsigned>(type),
-                                         static_cast<unsigned>(dataLength), dataLength != 0 ? data[0] : 0u);
-        walk.data.emplace_back(text.c_str());
+        walk.see(path, "",
+                 Str::fromFormat("=%lu/%lu/%02x", type, dataLength, dataLength ? *data : 0u).c_str());
         walk.lastWriteTime = lastWriteTime;
-    }
-
-    std::uint32_t run(const WideStr &path, bool withKeys = false)
-    {
-        return WinRegistry().walk(HKEY_CURRENT_USER, path.c_str(), withKeys ? onKey : nullptr, onValue, this,
-                                  &stop);
     }
 };
 
+/// Walks of a key with two values and the sub keys a, a\deep and b, which have one each.
 class WinRegistryWalk : public ::testing::Test
 {
 protected:
-    std::string at(const char *rest) const { return std::string(Str::fromUtf16(key_.path()).c_str()) + rest; }
+    WinRegistryWalk()
+    {
+        key_.setNumber(u"", u"1", 7);
+        key_.setValue(u"", u"2", REG_SZ, u"x", 4);
+        key_.setNumber(u"a", u"v", 1);
+        key_.setValue(u"a\\deep", u"", REG_NONE, nullptr, 0);
+        key_.setNumber(u"b", u"v", 2);
+    }
+
+    /// What it reports, paths from the key on, and the code.
+    std::string walked(Walk &&walk, const char16_t *before = u"")
+    {
+        walk.prefix = key_.path().size();
+        const std::uint32_t code =
+            WinRegistry().walk(HKEY_CURRENT_USER, WideStr(before).append(key_.path()).c_str(),
+                               walk.withKeys ? Walk::onKey : nullptr, Walk::onValue, &walk, &walk.stop);
+        lastWriteTime_ = walk.lastWriteTime;
+        return walk.seen + std::to_string(code);
+    }
 
     RegistryTestKey key_;
-    Walk walk_;
+    FILETIME lastWriteTime_ = {};
 };
+
+const std::string kTop = R"(\1=4/4/07 \2=1/4/78 )";
+const std::string kA = R"(\a\v=4/4/01 \a\deep\=0/0/00 )";
+const std::string kB = R"(\b\v=4/4/02 )";
 
 TEST_F(WinRegistryWalk, ReportsValuesBeforeSubKeysDepthFirst)
 {
-    key_.setNumber(u"", u"top", 7);
-    key_.setValue(u"", u"", REG_SZ, u"x", 4);
-    key_.setNumber(u"a\\deep", u"v", 1);
-    key_.setValue(u"b", u"none", REG_NONE, nullptr, 0);
-    WideStr slashed(u"\\\\\\");
-    slashed.append(key_.path());
-
-    EXPECT_EQ(walk_.run(slashed, true), 0u);
-    ASSERT_EQ(walk_.seen.size(), 7u);
-    // The order of values is the registry's own.
-    EXPECT_THAT(std::vector(walk_.seen.begin(), walk_.seen.begin() + 2),
-                UnorderedElementsAre(at("\\top"), at("\\")));
-    EXPECT_THAT(std::vector(walk_.seen.begin() + 2, walk_.seen.end()),
-                ElementsAre("key " + at("\\a"), "key " + at("\\a\\deep"), at("\\a\\deep\\v"),
-                            "key " + at("\\b"), at("\\b\\none")));
-    EXPECT_THAT(walk_.data, UnorderedElementsAre("4/4/07", "1/4/78", "4/4/01", "0/0/00"));
-
+    EXPECT_EQ(walked({}, u"\\\\\\"), kTop + kA + kB + "0");
     FILETIME written = {};
     RegQueryInfoKeyW(key_.create(u"b").get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
                      nullptr, nullptr, nullptr, &written);
-    EXPECT_EQ(CompareFileTime(&walk_.lastWriteTime, &written), 0);
-}
+    EXPECT_EQ(CompareFileTime(&lastWriteTime_, &written), 0);
+    EXPECT_EQ(walked({true}), kTop + R"([\a] \a\v=4/4/01 [\a\deep] \a\deep\=0/0/00 [\b] \b\v=4/4/02 0)");
+    EXPECT_EQ(walked({true, "[\\a]"}), kTop + R"([\a] [\b] \b\v=4/4/02 0)") << "a veto";
+    // A stop comes before the next key, when the values are done.
+    EXPECT_EQ(walked({false, "", "\\1=4/4/07"}), kTop + "0");
+    EXPECT_EQ(walked({false, "", "\\a\\v=4/4/01"}), kTop + R"(\a\v=4/4/01 0)");
 
-TEST_F(WinRegistryWalk, StaysOutOfVetoedKeys)
-{
-    key_.setNumber(u"a\\deep", u"v", 1);
-    key_.setNumber(u"b", u"v", 1);
-    walk_.veto = "key " + at("\\a");
-    EXPECT_EQ(walk_.run(key_.path(), true), 0u);
-    EXPECT_THAT(walk_.seen, ElementsAre("key " + at("\\a"), "key " + at("\\b"), at("\\b\\v")));
-}
-
-TEST_F(WinRegistryWalk, StopsBeforeTheNextKeyButFinishesTheValues)
-{
-    key_.setNumber(u"", u"1", 1);
-    key_.setNumber(u"", u"2", 1);
-    key_.setNumber(u"a", u"v", 1);
-    key_.setNumber(u"b", u"v", 1);
-    walk_.stopAt = at("\\1");
-    EXPECT_EQ(walk_.run(key_.path()), 0u);
-    EXPECT_THAT(walk_.seen, UnorderedElementsAre(at("\\1"), at("\\2")));
-
-    Walk later;
-    later.stopAt = at("\\a\\v");
-    EXPECT_EQ(later.run(key_.path()), 0u);
-    EXPECT_THAT(later.seen, UnorderedElementsAre(at("\\1"), at("\\2"), at("\\a\\v")));
+    // Under a root itself paths begin with a backslash.
+    Walk walk;
+    const RegistryKeyHandle b = key_.create(u"b");
+    ASSERT_EQ(WinRegistry().walk(b.get(), u"", nullptr, Walk::onValue, &walk, &walk.stop), 0u);
+    EXPECT_EQ(walk.seen, "\\v=4/4/02 ");
+    EXPECT_EQ(WinRegistry().walk(b.get(), nullptr, nullptr, Walk::onValue, &walk, &walk.stop), 87u);
+    EXPECT_EQ(WinRegistry().walk(b.get(), u"none", nullptr, Walk::onValue, &walk, &walk.stop), 2u);
 }
 
 TEST_F(WinRegistryWalk, FitsLongNamesAndData)
 {
     const WideStr longKey(std::size_t{250}, u'k');
     const WideStr longValue(std::size_t{600}, u'\u00E9');
-    std::vector<BYTE> data(20001, 0xAB);
+    const std::vector<BYTE> data(20001, 0xAB);
     key_.setValue(longKey.c_str(), longValue.c_str(), REG_BINARY, data.data(), data.size());
-    EXPECT_EQ(walk_.run(key_.path()), 0u);
-    WideStr path = key_.below(longKey.c_str());
-    path.append(u"\\").append(longValue);
-    EXPECT_THAT(walk_.seen, ElementsAre(Str::fromUtf16(path).c_str()));
-    EXPECT_THAT(walk_.data, ElementsAre("3/20001/ab"));
+    const Str path = Str::fromUtf16(WideStr(u"\\").append(longKey).append(u"\\").append(longValue));
+    EXPECT_EQ(walked({}), kTop + kA + kB + path.c_str() + "=3/20001/ab 0");
 }
 
-TEST_F(WinRegistryWalk, GivesTheCodeOfTheKeyItself)
+TEST_F(WinRegistryWalk, AFailureSkipsItsPartAndLeavesNothingOpen)
 {
-    EXPECT_EQ(WinRegistry().walk(HKEY_CURRENT_USER, nullptr, nullptr, Walk::onValue, &walk_, &walk_.stop),
-              87u);
-    EXPECT_EQ(walk_.run(key_.below(u"missing")), 2u);
+    const struct
+    {
+        const char *function;
+        std::intptr_t result;
+        int passed, keys, blocks;
+        std::string walk;
+    } rows[] = {
+        {"RegOpenKeyExW", 5, 0, 0, 0, "5"},
+        {"RegOpenKeyExW", 5, 1, 2, 2, kTop + kB + "0"},
+        {"RegOpenKeyExW", 5, 3, 3, 3, kTop + kA + "5"}, // the last sub key
+        {"RegQueryInfoKeyA", 6, 0, 1, 0, "6"},
+        {"RegQueryInfoKeyA", 6, 3, 4, 3, kTop + kA + "0"},
+        {"LocalAlloc", 0, 0, 1, 0, "8"},
+        {"LocalAlloc", 0, 1, 3, 2, kTop + kB + "0"},
+        {"RegEnumValueW", 5, 0, 4, 4, "\\2=1/4/78 " + kA + kB + "0"},
+        {"RegEnumKeyExW", 5, 0, 2, 2, kTop + kB + "0"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(::testing::Message() << row.function << " after " << row.passed);
+        const FailingCall refused(row.function, row.result, ERROR_NOT_ENOUGH_MEMORY, row.passed);
+        const FailingCall closed("RegCloseKey", 0, 0, 0, 0);
+        const FailingCall freed("LocalFree", 0, 0, 0, 0);
+        EXPECT_EQ(walked({}), row.walk);
+        EXPECT_EQ(closed.calls(), row.keys);
+        EXPECT_EQ(freed.calls(), row.blocks);
+    }
 }
 
-TEST_F(WinRegistryWalk, BeginsPathsWithABackslashUnderARootItself)
-{
-    key_.setNumber(u"", u"v", 1);
-    const RegistryKeyHandle top = key_.create(u"");
-    ASSERT_EQ(WinRegistry().walk(top.get(), u"", nullptr, Walk::onValue, &walk_, &walk_.stop), 0u);
-    EXPECT_THAT(walk_.seen, ElementsAre("\\v"));
-}
-
-/// A symbolic link; to nowhere, it is a key that is listed and cannot be opened.
+/// A symbolic link to a key.
 class Link
 {
 public:
-    Link(const RegistryTestKey &parent, const char16_t *name,
-         const WideStr &target = u"\\Registry\\User\\VelmoxNowhere")
+    Link(const RegistryTestKey &parent, const char16_t *name, const WideStr &target)
         : key_(parent.create(name, REG_OPTION_CREATE_LINK))
     {
         RegSetValueExW(key_.get(), L"SymbolicLinkValue", 0, REG_LINK,
@@ -170,25 +166,8 @@ private:
     RegistryKeyHandle key_;
 };
 
-TEST_F(WinRegistryWalk, ReturnsTheFailureOfTheLastSubKeyAlone)
-{
-    key_.setNumber(u"b", u"v", 1);
-    {
-        const Link first(key_, u"a");
-        const Link deeper(key_, u"b\\z");
-        EXPECT_EQ(walk_.run(key_.path()), 0u);
-        EXPECT_THAT(walk_.seen, ElementsAre(at("\\b\\v")));
-    }
-    const Link last(key_, u"z");
-    Walk second;
-    EXPECT_EQ(second.run(key_.path()), 2u);
-    EXPECT_THAT(second.seen, ElementsAre(at("\\b\\v")));
-}
-
 TEST_F(WinRegistryWalk, EndsWhereALinkLeadsBackUp)
 {
-    key_.setNumber(u"", u"v", 1);
-    key_.setNumber(u"down", u"v", 1);
     HiveNames names;
     names.initHiveNameKeyMap();
     WideStr self;
@@ -199,47 +178,8 @@ TEST_F(WinRegistryWalk, EndsWhereALinkLeadsBackUp)
     }
     self.append(u"\\").append(key_.path());
     const Link up(key_, u"up", self);
-    const Link again(key_, u"down\\up", self);
-    EXPECT_EQ(walk_.run(key_.path()), 0u);
-    EXPECT_THAT(walk_.seen, ElementsAre(at("\\v"), at("\\down\\v")));
-}
-
-TEST_F(WinRegistryWalk, AFailureSkipsItsPartAndLeavesNothingOpen)
-{
-    key_.setNumber(u"", u"v", 1);
-    key_.setNumber(u"a", u"v", 1);
-    key_.setNumber(u"b", u"v", 1);
-    const struct
-    {
-        const char *function;
-        std::intptr_t result;
-        int passed;
-        std::uint32_t code;
-        std::vector<std::string> seen;
-        int keys;
-        int blocks;
-    } rows[] = {
-        {"RegOpenKeyExW", 5, 0, 5, {}, 0, 0},
-        {"RegOpenKeyExW", 5, 1, 0, {at("\\v"), at("\\b\\v")}, 2, 2},
-        {"RegOpenKeyExW", 5, 2, 5, {at("\\v"), at("\\a\\v")}, 2, 2},
-        {"RegQueryInfoKeyA", 6, 0, 6, {}, 1, 0},
-        {"RegQueryInfoKeyA", 6, 2, 0, {at("\\v"), at("\\a\\v")}, 3, 2},
-        {"LocalAlloc", 0, 0, 8, {}, 1, 0},
-        {"LocalAlloc", 0, 1, 0, {at("\\v"), at("\\b\\v")}, 3, 2},
-        {"RegEnumValueW", 5, 0, 0, {at("\\a\\v"), at("\\b\\v")}, 3, 3},
-        {"RegEnumKeyExW", 5, 0, 0, {at("\\v"), at("\\b\\v")}, 2, 2},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(::testing::Message() << row.function << " after " << row.passed);
-        const FailingCall refused(row.function, row.result, ERROR_NOT_ENOUGH_MEMORY, row.passed);
-        const FailingCall closed("RegCloseKey", 0, 0, 0, 0);
-        const FailingCall freed("LocalFree", 0, 0, 0, 0);
-        Walk walk;
-        EXPECT_EQ(walk.run(key_.path()), row.code);
-        EXPECT_EQ(walk.seen, row.seen);
-        EXPECT_EQ(closed.calls(), row.keys);
-        EXPECT_EQ(freed.calls(), row.blocks);
-    }
+    const Link again(key_, u"a\\up", self);
+    EXPECT_EQ(walked({}), kTop + kA + kB + "0");
 }
 
 TEST(WinRegistry, ListsSubKeysAndSkipsNamesThatAreTooLong)

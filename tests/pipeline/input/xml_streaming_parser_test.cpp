@@ -1,8 +1,6 @@
 #include "pipeline/input/xml_streaming_parser.h"
 
 #include <gtest/gtest.h>
-#include <iterator>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -129,47 +127,6 @@ TEST(XmlStreamingParser, CallsWhatItMeets)
     }
     EXPECT_EQ(parse("a\0b<c d='&#0;x'/><![CDATA[\0y]]>"sv, "?"),
               "[ text(a?b) ] start(c) name(d) value(?x) end cdata{ [ text(?y) }cdata");
-}
-
-/// Bits of markup in random order, and a tail that ends whatever stands open.
-std::string randomDocument(std::mt19937 &random)
-{
-    static constexpr std::string_view kBits[] = {
-        "<",         ">",   "/", "=",   "'", "\"",   " ",   "\n",   "\0"sv, "<!--",  "-->", "-",
-        "<![CDATA[", "]]>", "]", "a",   "&", ";",    "&am", "p;",   "&#",   "x4",    "1;",  "<a",
-        "</",        "?",   "!", "b=c", "é", "</a>", "/>",  "&lt;", "&#0",  "&quot;"};
-    std::string document;
-    for (auto count = random() % 40; count > 0; --count) {
-        document += kBits[random() % std::size(kBits)];
-    }
-    return document + "|'>|\">|-->|]]>|'>|\">|<z>";
-}
-
-void expectSameInPieces(const std::string &document, std::size_t first, std::size_t size)
-{
-    Recorder recorder("^");
-    recorder.feed(document.data(), first);
-    for (std::size_t at = first; at < document.size(); at += size) {
-        recorder.feed(document.data() + at, std::min(size, document.size() - at));
-    }
-    ASSERT_EQ(recorder.calls, parse(document, "^"))
-        << document << " split at " << first << ", then by " << size;
-    ASSERT_EQ(recorder.position(), document.size());
-}
-
-TEST(XmlStreamingParser, AnySplitGivesTheSameCalls)
-{
-    std::mt19937 random(20);
-    for (const Case &c : kCases) {
-        const std::string document = std::string(c.document) + "<q w=\"e\">&quot;</q>";
-        for (std::size_t first = 0; first <= document.size(); ++first) {
-            expectSameInPieces(document, first, document.size());
-            expectSameInPieces(document, first, 1 + random() % 8);
-        }
-    }
-    for (int i = 0; i < 5000; ++i) {
-        expectSameInPieces(randomDocument(random), 0, 1);
-    }
 }
 
 TEST(XmlStreamingParser, TextDoesNotWaitForItsEnd)
