@@ -128,41 +128,44 @@ TEST_F(BaselineScanTest, AFailureCostsItsPartAndALine)
 
 TEST_F(BaselineScanTest, ACheckpointSaysWhetherItIsDue)
 {
-    const Str now = Str::fromFormat("%lld", secondsSinceEpoch());
+    const testing::ReplacedCall clock(
+        "GetSystemTimeAsFileTime", +[](FILETIME *time) {
+            *time = {0, 30'800'000};
+        });
+    const auto ago = [](long long seconds) { return Str::fromFormat("%lld", secondsSinceEpoch() - seconds); };
+    const FileTree fresh = {{"filter_x", pattern_}, {"comleted", "1"}, {"last_time_run", ago(0)}};
     const struct
     {
-        FileTree files;
+        const char *name; // of the file that is not as after a walk; nothing for none
+        Str content;
         std::size_t events;
     } rows[] = {
-        {{}, 2},
-        {{{"filter_x", pattern_}, {"comleted", "1"}, {"last_time_run", now}}, 0},
-        {{{"filter_x", Str::concat(pattern_, "\r\nmore")}, {"comleted", "maybe"}, {"last_time_run", now}}, 0},
-        {{{"filter_x", "x"}, {"comleted", "1"}, {"last_time_run", now}}, 2},
-        {{{"filter_x", ""}, {"comleted", "1"}, {"last_time_run", now}}, 2},
-        {{{"filter_x", pattern_}, {"comleted", "0"}, {"last_time_run", now}}, 2},
-        {{{"filter_x", pattern_}, {"last_time_run", now}}, 2},
-        {{{"filter_x", pattern_}, {"comleted", "1"}}, 2},
-        {{{"filter_x", pattern_}, {"comleted", "1"}, {"last_time_run", "soon"}}, 2},
-        {{{"filter_x", pattern_},
-          {"comleted", "1"},
-          {"last_time_run", Str::fromFormat("%lld", secondsSinceEpoch() - 86400)}},
-         2},
-        {{{"filter_x", pattern_},
-          {"comleted", "1"},
-          {"last_time_run", Str::fromFormat("%lld", secondsSinceEpoch() - 86300)}},
-         0},
+        {"filter_x", pattern_, 0},
+        {"filter_x", Str::concat(pattern_, "\r\nmore"), 0},
+        {"filter_x", "x", 2},
+        {"filter_x", "\n", 2},
+        {"filter_x", "", 2},
+        {"comleted", "maybe", 0},
+        {"comleted", "0", 2},
+        {"comleted", "", 2},
+        {"last_time_run", "", 2},
+        {"last_time_run", "soon", 2},
+        {"last_time_run", ago(86400), 2},
+        {"last_time_run", ago(86300), 0},
     };
     const CapturedLog log;
     for (const auto &row : rows) {
-        for (const char *name : {"comleted", "filter_x", "last_time_run"}) {
-            DeleteFileW(asWide(folder_ / name));
+        FileTree files = fresh;
+        files[row.name] = row.content;
+        testing::writeTree(folder_.path(), files);
+        if (row.content.empty()) {
+            DeleteFileW(asWide(folder_ / row.name));
         }
-        testing::writeTree(folder_.path(), row.files);
         EXPECT_TRUE(establish(rules_));
         EXPECT_EQ(bodies_.size(), row.events) << &row - rows;
-        const auto kept = row.files.find("filter_x");
-        const bool isKept = kept != row.files.end() && !kept->second.empty();
-        EXPECT_EQ(testing::readWhole(folder_ / "filter_x"), isKept ? kept->second : pattern_);
+        const Str &filter = files["filter_x"];
+        EXPECT_EQ(testing::readWhole(folder_ / "filter_x"),
+                  filter.empty() || filter == "\n" ? pattern_ : filter);
     }
 }
 

@@ -97,7 +97,8 @@ TEST(ConfigXmlStreamingParser, TakesWhatStandsInItsPlaceAndRefusesUnknownElement
     }
     const std::pair<const char *, std::string> bodies[] = {
         {"<stanza><param name='k'>v</param></stanza>", ""},
-        {"<stanza name='s'><param>v</param><param name=''>w</param></stanza>", "[s]"},
+        {"<stanza name='s'><param name='k'>u</param><param>v</param><param name=''>w</param></stanza>",
+         "[s] k=u"},
         {"<stanza name='s'><param name='k'/></stanza>", "[s] k="},
         {"<stanza name='s'><param name='k'>1</param></stanza><stanza><param name='lost'>x</param></stanza>"
          "<stanza name='s'><param name='l'>2</param></stanza>",

@@ -291,6 +291,7 @@ TEST_F(MonitorTest, AWorkerThatCannotStartFailsTheRunAndGivesTheDriverUp)
             } else {
                 EXPECT_FALSE(monitor.run());
                 EXPECT_TRUE(log.text().endsWith(errors(kNoManager)));
+                EXPECT_TRUE(script_.isClosed) << "by the run itself";
             }
         }
         EXPECT_TRUE(script_.isClosed) << function;

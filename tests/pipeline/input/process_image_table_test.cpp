@@ -89,6 +89,8 @@ TEST_F(ProcessImageTableTest, ARetiredEntryGoesOnceExpiredWithTheNextAdd)
     ticks += 5001;
     table_.add(28, u"x");
     EXPECT_EQ(lookup(12) + lookup(16), "N/AN/A");
+    retire(20);
+    EXPECT_EQ(lookup(20), "x") << "the first of the next";
 }
 
 TEST_F(ProcessImageTableTest, EachCallThatFailsCostsThePathOrTheProcess)

@@ -93,5 +93,19 @@ TEST_F(RecordProcessorTest, TellsTheLivesOfProcessesAndLearnsTheirImages)
     EXPECT_TRUE(created.contains("input-tests.exe\"\nregistry_type=\"ProcessCreated\"\nuser=\"NT\\me\"\n\n"));
 }
 
+TEST_F(RecordProcessorTest, AnUnknownProcessHasNoNameForTheFilters)
+{
+    MonitorRules nameless;
+    nameless.insert(kRegmonFilters, testing::StanzaSet().add("WinRegMon://x", {{"proc", "^$"}}).group());
+    RecordProcessor records(nameless, all_.hives, statuses_, emitter_);
+    RecordFields unknown = setValue();
+    unknown.pid += 4;
+    const Bytes buffer =
+        testbed::recordBuffer({imageLoaded(kPid, u"\\Device\\X\\a.exe"), setValue(), unknown, setValue()});
+    records.processData(buffer.data(), static_cast<std::uint32_t>(buffer.size()));
+    ASSERT_EQ(bodies_.size(), 1u);
+    EXPECT_TRUE(bodies_[0].contains("pid=1000005\nprocess_image=\"N/A\"\n"));
+}
+
 } // namespace
 } // namespace velmox

@@ -75,6 +75,7 @@ TEST(StanzaConfiguration, TheDriversMasksFollowTheStanzas)
         {{{"query|close|rename", "(\\\\registry\\\\user|nothing)"}}, 98, 1},
         {{{"SET", "HKLM"}}, 0, 2}, // types are not folded for the driver
         {{{"", "HKLM"}}, 77, 2},
+        {{{"set", "elsewhere"}}, 4, 3},
         {{{"set", "hklm\\\\x"}, {"set", "elsewhere"}, {"set", "HKLM\\\\x"}}, 4, 3},
     };
     for (const auto &row : rows) {

@@ -94,6 +94,7 @@ TEST_F(WinRegistryWalk, ReportsValuesBeforeSubKeysDepthFirst)
     // A stop comes before the next key, when the values are done.
     EXPECT_EQ(walked({false, "", "\\1=4/4/07"}), kTop + "0");
     EXPECT_EQ(walked({false, "", "\\a\\v=4/4/01"}), kTop + R"(\a\v=4/4/01 0)");
+    EXPECT_EQ(walked({true, "", "\\a\\v=4/4/01"}), kTop + R"([\a] \a\v=4/4/01 [\a\deep] 0)");
 
     // Under a root itself paths begin with a backslash.
     Walk walk;

@@ -8,7 +8,7 @@ namespace {
 TEST(InputDocument, HasItsForm)
 {
     InputDocument document{{"here", "https://h:1", "a<b"}, u"C:\\db\\modinputs\\S", {}};
-    document.stanzas["S://x\t\"y\""].set("key", "a\nb\rc & 'd'\x01\xff");
+    document.stanzas["S://x\t\"y\""].set("<key>", "a\nb\rc & 'd'\x01\xff");
     EXPECT_EQ(document.toXml(), R"(<?xml version="1.0" encoding="UTF-8"?>
 <input>
   <server_host>here</server_host>
@@ -17,7 +17,7 @@ TEST(InputDocument, HasItsForm)
   <checkpoint_dir>C:\db\modinputs\S</checkpoint_dir>
   <configuration>
     <stanza name="S://x&#9;&quot;y&quot;">
-      <param name="key">a
+      <param name="&lt;key&gt;">a
 b&#13;c &amp; &apos;d&apos;\x01)"
                                 "\xEF\xBF\xBD"
                                 R"(</param>

@@ -125,6 +125,7 @@ TEST_F(ModularInputsTest, FindsSchemesOfTheSystemAndOfApps)
          "INFO Introspection setup completed for scheme \"two\".",
          "DEBUG Scheme \"two\" already defined.  Skipping."});
     EXPECT_FALSE(home_.logged("ERROR No script to handle scheme \"absent\""));
+    EXPECT_FALSE(home_.logged("Found scheme=\"\"."));
 }
 
 TEST_F(ModularInputsTest, OddScripts)
