@@ -205,18 +205,20 @@ TEST_F(UsernameMapperFile, StaysInMemoryWhenNothingMayBeWritten)
 
 TEST(UsernameMapperStore, LeadsToTheUsersFilesAndBack)
 {
-    const ConfRoot root;
     for (const char *user : {"con", "dom\\anna", "../../apps"}) {
-        const ConfPath path(root.setup(), ConfPathBase(user, "search", {"x", "s", "k"}));
-        ConfPathTrie tree;
-        tree.setData("v");
-        path.write(tree);
-        EXPECT_EQ(root.text(Str("users/")
-                            << reserved(UsernameMapper::makeSafeName(user)) << "/search/local/x.conf"),
-                  "\n[s]\nk = v\n");
-        // What was in memory is gone with the services.
-        root.shared().recreate();
-        EXPECT_EQ(path.readData(), "v") << user;
+        for (const char *variable : {"$user-case-handler$", "$user$"}) {
+            const ConfRoot root(replaced(ConfRoot::shippedBootstrap(), "$user-case-handler$", variable));
+            const ConfPath path(root.setup(), ConfPathBase(user, "search", {"x", "s", "k"}));
+            ConfPathTrie tree;
+            tree.setData("v");
+            path.write(tree);
+            EXPECT_EQ(root.text(Str("users/")
+                                << reserved(UsernameMapper::makeSafeName(user)) << "/search/local/x.conf"),
+                      "\n[s]\nk = v\n");
+            // What was in memory is gone with the services.
+            root.shared().recreate();
+            EXPECT_EQ(path.readData(), "v") << user;
+        }
     }
 }
 
