@@ -1,9 +1,9 @@
 #include "bench/program.h"
 
+#include "testbed/handle_count.h"
+
 #include <psapi.h>
 #include <stdexcept>
-#include <vector>
-#include <winternl.h>
 
 namespace velmox::bench {
 
@@ -144,20 +144,7 @@ double Program::peakWorkingSetMiB() const
 
 unsigned Program::handleCount() const
 {
-    std::vector<std::uint64_t> list(1 << 17);
-    check(NtQuerySystemInformation(SystemProcessInformation, list.data(), 1 << 20, nullptr) == 0,
-          "NtQuerySystemInformation");
-    const auto *at = reinterpret_cast<const unsigned char *>(list.data());
-    for (;;) {
-        const auto &process = *reinterpret_cast<const SYSTEM_PROCESS_INFORMATION *>(at);
-        if (reinterpret_cast<std::uintptr_t>(process.UniqueProcessId) == pid()) {
-            return process.HandleCount;
-        }
-        if (process.NextEntryOffset == 0) {
-            throw std::runtime_error("a program is not in the list of processes");
-        }
-        at += process.NextEntryOffset;
-    }
+    return testbed::handleCount(pid());
 }
 
 FileHandle createOutputFile(const Str &path)

@@ -60,7 +60,6 @@ public:
     void terminate() { TerminateProcess(process_.get(), 0); }
     double workingSetMiB() const;
     double peakWorkingSetMiB() const;
-    /// From the list of processes: Wine's GetProcessHandleCount always says 0.
     unsigned handleCount() const;
     DWORD pid() const { return GetProcessId(process_.get()); }
 

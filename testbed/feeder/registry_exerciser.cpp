@@ -1,8 +1,8 @@
-// registry-exerciser [--machine] [--rounds N] [--pause MILLISECONDS]
+// registry-exerciser [--rounds N] [--pause MILLISECONDS]
 //
 // Changes the registry as programs do: makes keys, sets a value of each type, renames a value and a key,
-// deletes it all. Works below Software\VelmoxExercise of the current user, or with --machine of the machine.
-// --rounds 0 goes on for ever. The exit code is 0 if every call succeeded.
+// deletes it all. Works below Software\VelmoxExercise of the current user. --rounds 0 goes on for ever. The
+// exit code is 0 if every call succeeded.
 
 #include "testbed/record_builder.h"
 #include "util/windows_api.h"
@@ -19,7 +19,6 @@ namespace {
 
 struct Options
 {
-    HKEY hive = HKEY_CURRENT_USER;
     unsigned rounds = 1;
     unsigned pauseMilliseconds = 0;
 };
@@ -113,7 +112,7 @@ void renameKey(const Key &key, wchar_t *newName)
 /// One after the other, with a pause between: a watcher that only compares sees each by itself.
 void runRound(const Options &options)
 {
-    Key home(options.hive, kHome);
+    Key home(HKEY_CURRENT_USER, kHome);
     const auto pause = [&] { Sleep(options.pauseMilliseconds); };
     {
         Key types(home.handle(), L"Types");
@@ -135,7 +134,7 @@ void runRound(const Options &options)
     pause();
     home.deleteKey(L"Renamed");
     pause();
-    check(RegDeleteKeyW(options.hive, kHome), "deleting the home key");
+    check(RegDeleteKeyW(HKEY_CURRENT_USER, kHome), "deleting the home key");
     pause();
 }
 
@@ -150,9 +149,7 @@ bool readOptions(int count, char **arguments, Options &options)
     for (int i = 1; i < count; ++i) {
         const std::string_view argument = arguments[i];
         const char *value = i + 1 < count ? arguments[i + 1] : "";
-        if (argument == "--machine")
-            options.hive = HKEY_LOCAL_MACHINE;
-        else if (argument == "--rounds" && readNumber(value, options.rounds))
+        if (argument == "--rounds" && readNumber(value, options.rounds))
             ++i;
         else if (argument == "--pause" && readNumber(value, options.pauseMilliseconds))
             ++i;
@@ -166,7 +163,7 @@ int run(int count, char **arguments)
 {
     Options options;
     if (!readOptions(count, arguments, options)) {
-        std::fputs("usage: registry-exerciser [--machine] [--rounds N] [--pause MILLISECONDS]\n", stderr);
+        std::fputs("usage: registry-exerciser [--rounds N] [--pause MILLISECONDS]\n", stderr);
         return 2;
     }
     for (unsigned round = 0; options.rounds == 0 || round < options.rounds; ++round)

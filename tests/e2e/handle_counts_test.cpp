@@ -4,17 +4,13 @@
 #include "pipeline/input/device_channel.h"
 #include "pipeline/input/driver_service.h"
 #include "testbed/driver_service.h"
+#include "testbed/handle_count.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/function_thread.h"
 #include "tests/support/scoped_folder.h"
 #include "util/event.h"
 #include "util/file_system.h"
 #include "util/job_process.h"
-
-#include <cstring>
-
-/// The system headers' own form takes an enumeration that lacks the class that is asked for here.
-extern "C" __declspec(dllimport) LONG __stdcall NtQuerySystemInformation(int, void *, ULONG, ULONG *);
 
 namespace velmox::e2e {
 
@@ -23,35 +19,9 @@ namespace {
 using velmox::testing::FunctionThread;
 using velmox::testing::ScopedFolder;
 
-/// SYSTEM_HANDLE_TABLE_ENTRY_INFO_EX, of which the head and a count go before the first.
-struct HandleEntry
-{
-    void *object;
-    ULONG_PTR processId;
-    ULONG_PTR rest[3];
-};
-static_assert(sizeof(HandleEntry) == 40);
-
-constexpr int kExtendedHandleInformation = 64;
-constexpr LONG kLengthMismatch = static_cast<LONG>(0xC0000004);
-
-/// GetProcessHandleCount is no more than a stub under Wine.
 unsigned ownHandles()
 {
-    std::vector<ULONG_PTR> words(8192);
-    const auto bytes = [&] { return static_cast<ULONG>(words.size() * sizeof words[0]); };
-    while (NtQuerySystemInformation(kExtendedHandleInformation, words.data(), bytes(), nullptr) ==
-           kLengthMismatch) {
-        words.resize(2 * words.size());
-    }
-    unsigned count = 0;
-    for (std::size_t i = 0; i < words[0]; ++i) {
-        HandleEntry entry;
-        std::memcpy(&entry, reinterpret_cast<const char *>(words.data() + 2) + i * sizeof entry,
-                    sizeof entry);
-        count += entry.processId == GetCurrentProcessId() ? 1 : 0;
-    }
-    return count;
+    return testbed::handleCount(GetCurrentProcessId());
 }
 
 /// What lives long in the program, made, used and destroyed.
