@@ -169,11 +169,23 @@ TEST_F(BaselineScanTest, ACheckpointSaysWhetherItIsDue)
     }
 }
 
-TEST_F(BaselineScanTest, FailsAsAWholeWithoutRulesOrWhenEventsCannotBeWritten)
+TEST_F(BaselineScanTest, FailsAsAWholeWithoutRulesOrMemoryOrAPlaceForItsEvents)
 {
     const CapturedLog log;
     MonitorRules none;
     EXPECT_FALSE(establish(none));
+    // Of the allocations that may fail, one is that of the list.
+    bool isDone = true;
+    for (int passed = 0; passed < 1000 && !log.text().contains("Failed to create RegexFilterList object");
+         ++passed) {
+        DeleteFileW(asWide(folder_ / "comleted"));
+        const FailingCall exhausted("malloc", 0, ERROR_NOT_ENOUGH_MEMORY, passed);
+        try {
+            isDone = establish(rules_);
+        } catch (const std::bad_alloc &) {
+        }
+    }
+    EXPECT_FALSE(isDone);
     refusesEvents_ = true;
     EXPECT_FALSE(establish(rules_));
     EXPECT_TRUE(log.text().contains(

@@ -1,6 +1,9 @@
 #include "pipeline/input/filter_block.h"
 #include "pipeline/input/registry_operations.h"
 #include "tests/pipeline/input/stanzas.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/failing_call.h"
+#include "tests/support/log_lines.h"
 
 #include <gtest/gtest.h>
 
@@ -31,6 +34,26 @@ TEST(StanzaConfiguration, OnlyEnabledStanzasWithThePrefixCountAndWhatTheyLeaveOu
     EXPECT_TRUE(group->passes({"c:\\x.exe", "\\registry\\machine\\a", "delete"}));
     EXPECT_FALSE(group->passes({"", "\\registry\\machine\\a", "open"}));
     EXPECT_THROW(set.add("WinRegMon://z", {{"hive", "("}}).group(), RegexException);
+}
+
+// Any allocation may fail; those of the group and its list are told, the others throw.
+TEST(StanzaConfiguration, WithoutMemoryThereIsNoGroup)
+{
+    StanzaSet set;
+    set.add("WinRegMon://x",
+            {{"proc", "c:\\\\windows\\\\.*"}, {"hive", "HKLM\\\\Software"}, {"type", "set"}});
+    const testing::CapturedLog log;
+    int withoutGroup = 0;
+    for (int passed = 0; passed < 200; ++passed) {
+        const testing::FailingCall exhausted("malloc", 0, ERROR_NOT_ENOUGH_MEMORY, passed);
+        try {
+            withoutGroup += set.group() == nullptr;
+        } catch (const std::exception &) {
+        }
+    }
+    EXPECT_EQ(withoutGroup, 2);
+    const char *line = "WinRegistryMonitor::configure: Failed to create SystemMonitoringConfig object";
+    EXPECT_EQ(log.text(), testing::logLines("ERROR velmox-regmon: ", Str::fromFormat("%s\n%s", line, line)));
 }
 
 TEST(StanzaConfiguration, APlainPathAdmitsOneComponentMoreAndAPatternIsTakenAsItIs)
