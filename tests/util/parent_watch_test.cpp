@@ -134,11 +134,16 @@ struct Watched : Helper
     Watched() : Helper(script(0, 0, "up input")) { waitForOutput("up"); }
 };
 
+unsigned pidOfNobody()
+{
+    return Watched().pid();
+}
+
 TEST(ParentWatch, SeesAProcessThatIsDeadBefore)
 {
     for (const char *fault : {"-", "OpenProcess,3,0"}) {
-        EXPECT_EQ(Helper(script(1, Watched().pid(), "called", fault)).exitCode(), kScriptDone + 1) << fault;
-        Helper dieWhen(script(2, Watched().pid(), "called", fault));
+        EXPECT_EQ(Helper(script(1, pidOfNobody(), "called", fault)).exitCode(), kScriptDone + 1) << fault;
+        Helper dieWhen(script(2, pidOfNobody(), "called", fault));
         EXPECT_EQ(dieWhen.exitCode(), 2u) << fault;
         EXPECT_EQ(dieWhen.said(), "") << fault;
     }
