@@ -152,12 +152,6 @@ TEST_F(EventStreamTest, TakesTheTimeOfTheRecordAtMostOnceAMillisecond)
     check(everything(), cases);
 }
 
-TEST_F(EventStreamTest, WritesNothingWhenNothingIsReported)
-{
-    check(InputDocument().stanza("WinRegMon://none", {{"hive", "HKLM\\\\Elsewhere"}}),
-          {{{.pid = kUnknownPid}, std::nullopt}});
-}
-
 } // namespace
 
 } // namespace velmox::e2e

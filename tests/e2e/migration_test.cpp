@@ -16,6 +16,10 @@ using velmox::testing::writeTree;
 constexpr char kNew[] = "\xEF\xBB\xBF\r\n";
 constexpr char kMigratedMark[] = "[default]\r\nmigrated = 1\r\n";
 
+// Old settings that put the monitor's filters out of use.
+const FileTree::value_type kDisableFilters = {"system\\default\\sysmon.conf",
+                                              "[regmon]\nfilter_file_name = regmon-filters\ndisabled = 1\n"};
+
 Str shipped(const char *name)
 {
     return velmox::testing::readWhole(Pathname::fromUtf8(kHome).join("etc\\system\\default").join(name));
@@ -196,7 +200,7 @@ TEST_F(MigrationTest, FilesKeepTheirFormAroundTheChange)
 TEST_F(MigrationTest, AppsThatAreOffOrUnknownTakeNoPart)
 {
     add({
-        {"system\\default\\sysmon.conf", "[regmon]\nfilter_file_name = regmon-filters\ndisabled = 1\n"},
+        kDisableFilters,
         {"apps\\off\\default\\app.conf", "[install]\nstate = disabled\n"},
         {"apps\\off\\local\\regmon-filters.conf", "[x]\nhive = HKLM\n"},
         {"apps\\.hidden\\local\\regmon-filters.conf", "[y]\nhive = HKLM\n"},
@@ -209,7 +213,7 @@ TEST_F(MigrationTest, AppsThatAreOffOrUnknownTakeNoPart)
 TEST_F(MigrationTest, WhatIsKeptToAnAppSpeaksForAStanzaBeforeWhatIsExported)
 {
     add({
-        {"system\\default\\sysmon.conf", "[regmon]\nfilter_file_name = regmon-filters\ndisabled = 1\n"},
+        kDisableFilters,
         {"apps\\alpha\\default\\regmon-filters.conf", "[x]\nhive = HKLM\n[y]\nhive = HKLM\n"},
         {"apps\\alpha\\metadata\\default.meta", "[]\nexport = system\nimport = beta, gone\n"},
         {"apps\\beta\\local\\regmon-filters.conf", "[x]\nproc = .*\n"},
@@ -222,7 +226,7 @@ TEST_F(MigrationTest, WhatIsKeptToAnAppSpeaksForAStanzaBeforeWhatIsExported)
 TEST_F(MigrationTest, DamagedFilesAreReportedAndTheRestIsRead)
 {
     add({
-        {"system\\default\\sysmon.conf", "[regmon]\nfilter_file_name = regmon-filters\ndisabled = 1\n"},
+        kDisableFilters,
         {"apps\\a\\default\\regmon-filters.conf", "[open\nhive = 1\nno pair\n[x/y\\z]\nhive = 2\\"},
         {"apps\\b\\default\\regmon-filters.conf\\in.txt", "the conf file is a folder"},
         {"apps\\c\\default\\regmon-filters.conf", "[last]\nhive = 3\n"},
