@@ -85,14 +85,7 @@ void TestDriver::setGate(bool closed)
 
 void TestDriver::startLive(std::uint32_t writerPid)
 {
-    const VelmoxTestLive request = {.enabled = 1, .writerPid = writerPid};
-    control(VELMOX_TEST_LIVE, &request, sizeof request, "starting live mode");
-}
-
-void TestDriver::stopLive()
-{
-    const VelmoxTestLive request = {};
-    control(VELMOX_TEST_LIVE, &request, sizeof request, "stopping live mode");
+    control(VELMOX_TEST_LIVE, &writerPid, sizeof writerPid, "starting live mode");
 }
 
 void TestDriver::reset()

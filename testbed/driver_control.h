@@ -44,8 +44,7 @@ public:
     void closeGate() { setGate(true); }
     void openGate() { setGate(false); }
 
-    void startLive(std::uint32_t writerPid = 0);
-    void stopLive();
+    void startLive(std::uint32_t writerPid);
 
     void reset();
     VelmoxTestState state() const;

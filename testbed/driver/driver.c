@@ -29,14 +29,6 @@ static NTSTATUS push(const UCHAR *input, ULONG bytes)
     return queuePush((const struct VelmoxTestPush *)input, input + head, bytes - head);
 }
 
-static NTSTATUS setLive(const struct VelmoxTestLive *request)
-{
-    if (request->enabled)
-        return liveStart(request->writerPid);
-    liveStop();
-    return STATUS_SUCCESS;
-}
-
 static NTSTATUS getState(struct VelmoxTestState *state, ULONG *answerBytes)
 {
     queueGetState(state);
@@ -72,7 +64,7 @@ static const struct BufferedCode kBufferedCodes[] = {
     {VELMOX_TEST_GATE, sizeof(uint32_t), 0},
     {VELMOX_TEST_GET_STATE, 0, sizeof(struct VelmoxTestState)},
     {VELMOX_TEST_RESET, 0, 0},
-    {VELMOX_TEST_LIVE, sizeof(struct VelmoxTestLive), 0},
+    {VELMOX_TEST_LIVE, sizeof(uint32_t), 0},
 };
 
 static NTSTATUS checkSizes(ULONG code, ULONG inputBytes, ULONG outputBytes)
@@ -103,7 +95,7 @@ static NTSTATUS serveBuffered(ULONG code, void *buffer, ULONG inputBytes, ULONG 
     case VELMOX_TEST_RESET:
         return reset();
     default:
-        return setLive(buffer);
+        return liveStart(*(const uint32_t *)buffer);
     }
 }
 

@@ -12,9 +12,12 @@
 #define VELMOX_TEST_GATE VELMOX_TEST_CODE(2)  /* in: uint32_t, 0 opens the gate, anything else closes it */
 #define VELMOX_TEST_GET_STATE VELMOX_TEST_CODE(3) /* out: VelmoxTestState */
 #define VELMOX_TEST_RESET                                                                                    \
-    VELMOX_TEST_CODE(4)                      /* back to the state after a start; live mode stays as it is    \
-                                              */
-#define VELMOX_TEST_LIVE VELMOX_TEST_CODE(5) /* in: VelmoxTestLive */
+    VELMOX_TEST_CODE(4) /* back to the state after a start; live mode stays as it is                         \
+                         */
+/* Starts live mode. In: uint32_t, the process number for live registry records, since who wrote cannot be
+   known; 0 stands for the process in which the driver runs. Returns when the first picture of the registry
+   has been taken. */
+#define VELMOX_TEST_LIVE VELMOX_TEST_CODE(5)
 
 /* Bytes of records that may wait. A push beyond that fails with STATUS_INSUFFICIENT_RESOURCES (error 1450),
    and a live record beyond it is dropped; both count in recordsDropped. */
@@ -51,16 +54,6 @@ struct VelmoxTestFault
     uint32_t count;
 };
 VELMOX_STATIC_ASSERT(sizeof(struct VelmoxTestFault) == 12);
-
-/* Live mode. `writerPid` is put on live registry records, since who wrote cannot be known; 0 stands for the
-   process in which the driver runs. Switching on returns when the first picture of the registry has been
-   taken. */
-struct VelmoxTestLive
-{
-    uint32_t enabled;
-    uint32_t writerPid;
-};
-VELMOX_STATIC_ASSERT(sizeof(struct VelmoxTestLive) == 8);
 
 struct VelmoxTestState
 {
