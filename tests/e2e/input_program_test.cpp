@@ -82,6 +82,20 @@ TEST_F(InputProgramTest, TheMonitorEndsWithTheSchemesScript)
     EXPECT_TRUE(run.process().waitForEnd()) << "the monitor still holds the stream";
 }
 
+TEST(SchemesScript, SaysThatTheMonitorIsMissing)
+{
+    const velmox::testing::ScopedFolder bin;
+    const Pathname script = bin / "scripts\\WinRegMon.exe";
+    ASSERT_TRUE(makeDirs(script.dirname(), true));
+    ASSERT_TRUE(CopyFileW(asWide(Pathname::fromUtf8(kHome).join("bin\\scripts\\WinRegMon.exe")),
+                          asWide(script), TRUE));
+    ChildProcess process(Str::fromFormat("\"%s\"", script.toStr().c_str()));
+    EXPECT_EQ(process.exitCode(), 1u);
+    EXPECT_TRUE(process.output().startsWith(
+        Str::fromFormat("Unable to run \"%s\": ", (bin / "velmox-regmon.exe").toStr().c_str())))
+        << process.output().c_str();
+}
+
 } // namespace
 
 } // namespace velmox::e2e

@@ -110,6 +110,7 @@ TEST_F(MigrationTest, WithoutItsSettingsTheProgramStartsAllTheSame)
         ASSERT_TRUE(MoveFileExW(asWide(home_ / part), asWide(elsewhere / place), 0));
         const Str log = run("-migrateOnly", 0, "sysmon migration complete.");
         expectLine(log, "SysmonMigrator::read - 'sysmon.conf' was not found, no migration is required.");
+        EXPECT_TRUE(log.startsWith("Couldn't open log file configuration \"")) << log.c_str();
         EXPECT_TRUE(log.contains("No bootstrap configuration available for: ")) << log.c_str();
     }
 }
