@@ -320,9 +320,14 @@ TEST_F(ConfPathMapperTest, ReloadsWhatIsNotBeingEdited)
     removeFile(root / kOther);
     EXPECT_TRUE(mapper->reload("other"));
     EXPECT_EQ(read("other"), "nothing");
+    root.write(kOther, "[o]\n");
+    EXPECT_FALSE(mapper->reload("other"));
+    EXPECT_EQ(read("other"), ";o");
+    removeFile(root / kOther);
     const ConfLog log(root);
     EXPECT_TRUE(mapper->reload(""));
     EXPECT_EQ(read("third"), ";p");
+    EXPECT_EQ(read("other"), "nothing");
 
     EXPECT_TRUE(write("/inputs/s/k", "3"));
     EXPECT_FALSE(mapper->reload("inputs"));
