@@ -20,9 +20,14 @@ Str FileStatus::toStr() const
     if (!exists) {
         return "no file";
     }
-    Str text("modtime ");
+    return Str("modtime ") << modtimeText() << ", " << static_cast<unsigned long long>(size) << " bytes";
+}
+
+Str FileStatus::modtimeText() const
+{
+    Str text;
     modtime.toUnixStr(text, 3);
-    return text << ", " << static_cast<unsigned long long>(size) << " bytes";
+    return text;
 }
 
 } // namespace velmox

@@ -7,18 +7,20 @@
 
 namespace velmox {
 
-/// A file as it was when it was looked at. A size and time of zero without `exists` mean no file.
+/// A file as it was when it was looked at. Size and time are zero when it does not exist.
 struct FileStatus
 {
     bool exists = false;
     std::uint64_t size = 0; ///< bytes
     Timeval modtime;
 
-    /// Of what is no file, such as a directory, there is no status.
+    /// A directory counts as no file.
     static FileStatus of(const Pathname &path);
     bool operator==(const FileStatus &) const = default;
     /// "modtime 1795243876.514, 26 bytes", or "no file".
     Str toStr() const;
+    /// The seconds since 1970, to the millisecond.
+    Str modtimeText() const;
 };
 
 } // namespace velmox

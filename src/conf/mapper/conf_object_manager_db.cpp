@@ -60,13 +60,6 @@ const ConfPathMetadata &metadataAt(const ConfPathTrie &tree, const ConfPathBase 
     return node && node->hasMetadata() ? node->metadata() : none;
 }
 
-Str dumped(const ConfPathTrie &tree)
-{
-    Str text;
-    tree.dump(&text);
-    return text;
-}
-
 } // namespace
 
 ConfObjectManagerDB::ConfObjectManagerDB(const BundleHandlerData &data)
@@ -150,7 +143,7 @@ bool ConfObjectManagerDB::ensureLoaded()
 std::optional<bool> ConfObjectManagerDB::refresh()
 {
     const Str name = text();
-    const ConfFileStatus status = ConfFileStatus::of(file_);
+    const FileStatus status = FileStatus::of(file_);
     ConfPathTrie tree;
     if (status.exists && !readMetaFile(file_, owner_, tree)) {
         metaLog.error("Cannot initialize: %s: %m", name.c_str());
@@ -160,7 +153,7 @@ std::optional<bool> ConfObjectManagerDB::refresh()
 }
 
 /// The first tree is no change: nobody has seen another.
-bool ConfObjectManagerDB::takeOver(ConfPathTrie &&tree, const ConfFileStatus &status)
+bool ConfObjectManagerDB::takeOver(ConfPathTrie &&tree, const FileStatus &status)
 {
     ConfPathTrie difference;
     const bool differs = loaded_ && ConfPathTrie::diff(difference, tree_, tree);
@@ -179,9 +172,9 @@ bool ConfObjectManagerDB::takeOver(ConfPathTrie &&tree, const ConfFileStatus &st
 void ConfObjectManagerDB::noteChanges(const ConfPathTrie &tree, const ConfPathTrie &difference)
 {
     if (metaLog.debugEnabled()) {
-        metaLog.debug("Old metadata:\n%s", dumped(tree_).c_str());
-        metaLog.debug("New metadata:\n%s", dumped(tree).c_str());
-        metaLog.debug("Metadata diff:\n%s", dumped(difference).c_str());
+        metaLog.debug("Old metadata:\n%s", tree_.toStr().c_str());
+        metaLog.debug("New metadata:\n%s", tree.toStr().c_str());
+        metaLog.debug("Metadata diff:\n%s", difference.toStr().c_str());
     }
     noteAppLevel(tree);
     for (const auto &[user, ofUser] : difference.children()) {

@@ -69,7 +69,7 @@ private:
     bool ensureLoaded();
     /// Reads the file; tells whether that changed anything, or nothing when it cannot be opened.
     std::optional<bool> refresh();
-    bool takeOver(ConfPathTrie &&tree, const ConfFileStatus &status);
+    bool takeOver(ConfPathTrie &&tree, const FileStatus &status);
     void noteChanges(const ConfPathTrie &tree, const ConfPathTrie &difference);
     void noteAppLevel(const ConfPathTrie &tree);
     std::uint64_t generationOf(const Str &type) const;
@@ -85,7 +85,7 @@ private:
     ConfLock lock_{ConfLockRank::Mapper};
     bool loaded_ = false;
     ConfPathTrie tree_;
-    ConfFileStatus status_;
+    FileStatus status_;
     std::set<Str> exporters_; ///< apps of which something is exported to everyone
     std::unique_ptr<Edit> edit_;
     News news_;

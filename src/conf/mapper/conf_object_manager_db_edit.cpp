@@ -2,19 +2,14 @@
 #include "conf/mapper/conf_object_manager_db.h"
 #include "conf/mapper/meta_file.h"
 #include "conf/mapper/meta_log.h"
+#include "conf/setup/in_memory_only.h"
 #include "util/file_system.h"
-#include "util/loader_info.h"
 
 #include <mutex>
 
 namespace velmox {
 
 namespace {
-
-bool isInMemoryOnly()
-{
-    return LoaderInfo::instance()->initSettings().inMemoryOnly;
-}
 
 bool makeParent(const Pathname &file)
 {
@@ -36,7 +31,7 @@ ConfObjectManagerDB::Edit &ConfObjectManagerDB::edit()
     if (edit_) {
         return *edit_;
     }
-    if (!loaded_ || (!isInMemoryOnly() && ConfFileStatus::of(file_) != status_)) {
+    if (!loaded_ || (!isInMemoryOnly() && FileStatus::of(file_) != status_)) {
         refresh();
     }
     const bool hasFile = !isInMemoryOnly() && pathKind(file_) != PathKind::Nothing;

@@ -1,5 +1,6 @@
 #include "conf/mapper/conf_object_manager_db.h"
 #include "conf/mapper/meta_log.h"
+#include "conf/setup/path_forms.h"
 #include "searchthing/watched_file_state.h"
 
 #include <mutex>
@@ -10,7 +11,7 @@ FileChangeAnswer ConfObjectManagerDB::onFileChange(WatchedFileState &state)
 {
     const std::lock_guard guard(lock_);
     const Str name = setup_.text(state.path());
-    if (state.path().toStr().compareCaseless(file_.toStr()) != 0) {
+    if (!isSamePath(state.path(), file_)) {
         metaLog.error("%s: Received change notification for unrelated file: %s", text().c_str(),
                       name.c_str());
         return FileChangeAnswer::Settled;
@@ -23,7 +24,8 @@ FileChangeAnswer ConfObjectManagerDB::onFileChange(WatchedFileState &state)
     return takeFileChange();
 }
 
-/// Whoever read the file before it was there, or could be opened, took it for an empty one.
+/// What the file holds is a change even if it was never read: whoever asked before it was there, or could be
+/// opened, took it for an empty one.
 FileChangeAnswer ConfObjectManagerDB::takeFileChange()
 {
     const Str name = text();
@@ -38,10 +40,8 @@ FileChangeAnswer ConfObjectManagerDB::takeFileChange()
         metaLog.info("%s: Ignored change notification for %s: self-generated", name.c_str(), name.c_str());
         return FileChangeAnswer::NoChange;
     } else {
-        Str modtime;
-        status_.modtime.toUnixStr(modtime, 3);
         metaLog.info("%s: Detected change to %s with modtime %s", name.c_str(), name.c_str(),
-                     modtime.c_str());
+                     status_.modtimeText().c_str());
     }
     return FileChangeAnswer::Settled;
 }

@@ -39,11 +39,11 @@ bool ConfPathMapper::readType(const Str &type, Type &record, ConfPathTrie &conte
     if (!record.state.status.exists) {
         return false;
     }
-    record.state.status = ConfFileStatus::of(fileOf(type));
+    record.state.status = FileStatus::of(fileOf(type));
     return readFile(type, record.state.status, content) || !record.state.status.exists;
 }
 
-bool ConfPathMapper::readFile(const Str &type, const ConfFileStatus &status, ConfPathTrie &content) const
+bool ConfPathMapper::readFile(const Str &type, const FileStatus &status, ConfPathTrie &content) const
 {
     const Pathname file = fileOf(type);
     const Str name = text(file);

@@ -35,7 +35,7 @@ private:
     // All below are called with the lock held.
     void listTypes();
     bool readType(const Str &type, Type &record, ConfPathTrie &content) override;
-    bool readFile(const Str &type, const ConfFileStatus &status, ConfPathTrie &content) const;
+    bool readFile(const Str &type, const FileStatus &status, ConfPathTrie &content) const;
 
     Edit *editOf(const Str &type, bool create);
     void knowType(const Str &type);
@@ -45,7 +45,7 @@ private:
     void restamp(const Str &type);
 
     FileChangeAnswer takeFileChange(const Pathname &file, bool &appChanged);
-    FileChangeAnswer takeContent(const Str &type, Type &record, const ConfFileStatus &status);
+    FileChangeAnswer takeContent(const Str &type, Type &record, const FileStatus &status);
     FileChangeAnswer takeDeletion(const Str &type, Type &record);
     bool reloadType(const Str &type);
     bool reloadAll();

@@ -2,6 +2,7 @@
 #include "conf/mapper/conf_file_creation.h"
 #include "conf/mapper/conf_path_mapper.h"
 #include "conf/mapper/conf_read_counters.h"
+#include "conf/setup/in_memory_only.h"
 #include "conf/tree/stanza_expansion.h"
 #include "util/file_system.h"
 #include "util/logger.h"
@@ -75,7 +76,7 @@ void ConfPathMapper::knowType(const Str &type)
 {
     const auto [record, added] = types_.try_emplace(type);
     if (added) {
-        record->second.state.status = ConfFileStatus::of(fileOf(type));
+        record->second.state.status = FileStatus::of(fileOf(type));
     }
     load(type, record->second);
 }
@@ -101,7 +102,7 @@ ConfPathMapper::Edit *ConfPathMapper::editOf(const Str &type, bool create)
     if (!edit.image.loaded()) {
         return nullptr;
     }
-    confReadCounters.count(ConfFileStatus::of(file).size);
+    confReadCounters.count(FileStatus::of(file).size);
     return &edits_.emplace(type, std::move(edit)).first->second;
 }
 
@@ -214,8 +215,8 @@ bool ConfPathMapper::flush()
 /// Takes over the time of a file that was written here.
 void ConfPathMapper::restamp(const Str &type)
 {
-    ConfFileStatus &status = types_[type].state.status;
-    status = ConfFileStatus::of(fileOf(type));
+    FileStatus &status = types_[type].state.status;
+    status = FileStatus::of(fileOf(type));
     stamp(typeNode(type), shared(metadataOf(status)));
 }
 

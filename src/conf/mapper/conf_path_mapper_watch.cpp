@@ -1,5 +1,6 @@
 #include "conf/mapper/conf_path_mapper.h"
 #include "conf/setup/application_manager.h"
+#include "conf/setup/path_forms.h"
 #include "conf/setup/shared_conf_services.h"
 #include "conf/tree/conf_path_pruners.h"
 #include "searchthing/watched_file_state.h"
@@ -8,17 +9,6 @@
 #include <mutex>
 
 namespace velmox {
-
-namespace {
-
-Str dumped(const ConfPathTrie &trie)
-{
-    Str text;
-    trie.dump(&text);
-    return text;
-}
-
-} // namespace
 
 FileChangeAnswer ConfPathMapper::onFileChange(WatchedFileState &state)
 {
@@ -37,7 +27,7 @@ FileChangeAnswer ConfPathMapper::takeFileChange(const Pathname &file, bool &appC
     const std::lock_guard guard(lock_);
     const Str type = file.stem();
     const Str name = text(file);
-    if (file.dirname().toStr().compareCaseless(path_.toStr()) != 0) {
+    if (!isSamePath(file.dirname(), path_)) {
         log_.error("%s: Received change notification for unrelated file: %s", pathText().c_str(),
                    name.c_str());
         return FileChangeAnswer::Settled;
@@ -52,14 +42,14 @@ FileChangeAnswer ConfPathMapper::takeFileChange(const Pathname &file, bool &appC
     }
     Type &record = types_[type];
     const std::uint64_t generation = record.state.generation;
-    const ConfFileStatus status = ConfFileStatus::of(file);
+    const FileStatus status = FileStatus::of(file);
     const FileChangeAnswer answer =
         status.exists ? takeContent(type, record, status) : takeDeletion(type, record);
     appChanged = type == kAppType && record.state.generation != generation;
     return answer;
 }
 
-FileChangeAnswer ConfPathMapper::takeContent(const Str &type, Type &record, const ConfFileStatus &status)
+FileChangeAnswer ConfPathMapper::takeContent(const Str &type, Type &record, const FileStatus &status)
 {
     const Str name = text(fileOf(type));
     ConfPathTrie content;
@@ -74,16 +64,12 @@ FileChangeAnswer ConfPathMapper::takeContent(const Str &type, Type &record, cons
         return FileChangeAnswer::NoChange;
     }
     if (log_.debugEnabled()) {
-        log_.debug("Previous conf:\n%s", dumped(known).c_str());
-        log_.debug("New conf:\n%s", dumped(content).c_str());
-        log_.debug("Conf diff:\n%s", dumped(difference).c_str());
+        log_.debug("Previous conf:\n%s", known.toStr().c_str());
+        log_.debug("New conf:\n%s", content.toStr().c_str());
+        log_.debug("Conf diff:\n%s", difference.toStr().c_str());
     }
     known = std::move(content);
-    record.state.status = status;
-    ++record.state.generation;
-    Str modtime;
-    status.modtime.toUnixStr(modtime, 3);
-    log_.info("%s: Detected change to %s with modtime %s", pathText().c_str(), name.c_str(), modtime.c_str());
+    noteChange(record, status, name);
     return FileChangeAnswer::Settled;
 }
 
@@ -112,7 +98,7 @@ bool ConfPathMapper::reload(const Str &type)
 bool ConfPathMapper::reloadType(const Str &type)
 {
     appNode().removeChild(type);
-    const ConfFileStatus status = isFileName(type) ? ConfFileStatus::of(fileOf(type)) : ConfFileStatus();
+    const FileStatus status = isFileName(type) ? FileStatus::of(fileOf(type)) : FileStatus();
     const auto found = types_.find(type);
     if (found == types_.end()) {
         if (status.exists) {

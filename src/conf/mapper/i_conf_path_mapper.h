@@ -12,12 +12,10 @@ namespace velmox {
 class ConfPath;
 class WatchedFileState;
 
-using ConfFileStatus = FileStatus;
-
 /// What a mapper had of one type at some moment. The generation rises with each change.
 struct ConfTypeState
 {
-    ConfFileStatus status;
+    FileStatus status;
     std::uint64_t generation = 0;
 
     /// The status, then " [generation: 3]".

@@ -3,6 +3,8 @@
 #include "conf/conf_path.h"
 #include "conf/conf_path_traversal.h"
 #include "conf/mapper/object_file_io.h"
+#include "conf/setup/in_memory_only.h"
+#include "conf/setup/path_forms.h"
 #include "searchthing/watched_file_state.h"
 #include "util/directory_listing.h"
 #include "util/file_system.h"
@@ -81,8 +83,7 @@ bool JSONConfPathMapper::readObject(const Pathname &file, Str &value) const
     return readTextFile(file, text(file), log_, value);
 }
 
-bool JSONConfPathMapper::isUnchanged(const ConfPathTrie &known, const Str &value,
-                                     const ConfFileStatus &) const
+bool JSONConfPathMapper::isUnchanged(const ConfPathTrie &known, const Str &value, const FileStatus &) const
 {
     return known.data() == value;
 }
@@ -111,13 +112,13 @@ bool JSONConfPathMapper::readType(const Str &type, Type &, ConfPathTrie &content
     return true;
 }
 
-void JSONConfPathMapper::take(ConfPathTrie &node, const Str &value, const ConfFileStatus &status) const
+void JSONConfPathMapper::take(ConfPathTrie &node, const Str &value, const FileStatus &status) const
 {
     node.setData(value);
     node.setMetadata(metadataOf(status));
 }
 
-bool JSONConfPathMapper::canChange(const ConfPath &path) const
+bool JSONConfPathMapper::canChange(const ConfPath &path, const char *request) const
 {
     const StrVector &parts = path.parts();
     const bool isOfType = form_.onlyType.empty() || path.type() == form_.onlyType;
@@ -130,6 +131,11 @@ bool JSONConfPathMapper::canChange(const ConfPath &path) const
         log_.error("%s: Unsupported path: %s", pathText().c_str(), path.toStr().c_str());
         return false;
     }
+    if (isInMemoryOnly()) {
+        log_.warn("%s: Only in-memory changes may be made; refusing request to %s file: %s",
+                  pathText().c_str(), request, text(fileOf(path)).c_str());
+        return false;
+    }
     return true;
 }
 
@@ -137,23 +143,18 @@ bool JSONConfPathMapper::canChange(const ConfPath &path) const
 bool JSONConfPathMapper::holds(const Pathname &file, const ConfPathBase &path, const Str &value) const
 {
     const ConfPathTrie *const known = master_.find(path);
-    const ConfFileStatus status = ConfFileStatus::of(file);
+    const FileStatus status = FileStatus::of(file);
     return known && known->data() == value && status.exists && known->metadata().modtime == status.modtime;
 }
 
 bool JSONConfPathMapper::writeData(const ConfPath &path, const Str &value)
 {
     const std::lock_guard guard(lock_);
-    if (!canChange(path)) {
+    if (!canChange(path, "write to")) {
         return false;
     }
     const Pathname file = fileOf(path);
     const Str name = text(file);
-    if (isInMemoryOnly()) {
-        log_.warn("%s: Only in-memory changes may be made; refusing request to write to file: %s",
-                  pathText().c_str(), name.c_str());
-        return false;
-    }
     Type &record = types_[path.type()];
     load(path.type(), record);
     if (holds(file, path, value)) {
@@ -168,23 +169,18 @@ bool JSONConfPathMapper::writeData(const ConfPath &path, const Str &value)
     if (!writeObject(file, written)) {
         return false;
     }
-    take(master_.node(path), written, ConfFileStatus::of(file));
+    take(master_.node(path), written, FileStatus::of(file));
     return true;
 }
 
 bool JSONConfPathMapper::remove(const ConfPath &path)
 {
     const std::lock_guard guard(lock_);
-    if (!canChange(path)) {
+    if (!canChange(path, "remove")) {
         return false;
     }
     const Pathname file = fileOf(path);
     const Str name = text(file);
-    if (isInMemoryOnly()) {
-        log_.warn("%s: Only in-memory changes may be made; refusing request to remove file: %s",
-                  pathText().c_str(), name.c_str());
-        return false;
-    }
     if (belongs(path)) {
         loadFor(path);
     }
@@ -196,30 +192,31 @@ bool JSONConfPathMapper::remove(const ConfPath &path)
     return true;
 }
 
-bool JSONConfPathMapper::isObject(const Pathname &file, Object &object) const
+std::optional<JSONConfPathMapper::Object> JSONConfPathMapper::objectOf(const Pathname &file) const
 {
-    object.stanza = stanzaOf(file.basename());
+    const Str stanza = stanzaOf(file.basename());
+    if (stanza.empty()) {
+        return std::nullopt;
+    }
     for (const Str &type : listTypes()) {
-        if (directoryOf(type).toStr().compareCaseless(file.dirname().toStr()) == 0) {
-            object.type = type;
-            return !object.stanza.empty();
+        if (isSamePath(directoryOf(type), file.dirname())) {
+            return Object{type, stanza};
         }
     }
-    return false;
+    return std::nullopt;
 }
 
 FileChangeAnswer JSONConfPathMapper::onFileChange(WatchedFileState &state)
 {
     const std::lock_guard guard(lock_);
     const Pathname &file = state.path();
-    Object object;
-    if (!isObject(file, object)) {
+    const std::optional<Object> object = objectOf(file);
+    if (!object) {
         log_.error("%s: Received change notification for unrelated file: %s", pathText().c_str(),
                    text(file).c_str());
         return FileChangeAnswer::Settled;
     }
-    types_.try_emplace(object.type);
-    return pathKind(file) == PathKind::File ? takeContent(file, object) : takeDeletion(file, object);
+    return pathKind(file) == PathKind::File ? takeContent(file, *object) : takeDeletion(file, *object);
 }
 
 /// A type that nobody has read yet is not looked at: only its generation rises.
@@ -227,7 +224,7 @@ FileChangeAnswer JSONConfPathMapper::takeContent(const Pathname &file, const Obj
 {
     Type &record = types_[object.type];
     const Str name = text(file);
-    const ConfFileStatus status = ConfFileStatus::of(file);
+    const FileStatus status = FileStatus::of(file);
     if (record.loaded) {
         Str value;
         if (!readObject(file, value)) {
@@ -240,11 +237,7 @@ FileChangeAnswer JSONConfPathMapper::takeContent(const Pathname &file, const Obj
         }
         take(typeNode(object.type).child(object.stanza), value, status);
     }
-    record.state.status = status;
-    ++record.state.generation;
-    Str modtime;
-    status.modtime.toUnixStr(modtime, 3);
-    log_.info("%s: Detected change to %s with modtime %s", pathText().c_str(), name.c_str(), modtime.c_str());
+    noteChange(record, status, name);
     return FileChangeAnswer::Settled;
 }
 

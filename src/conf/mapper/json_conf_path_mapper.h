@@ -2,6 +2,8 @@
 
 #include "conf/mapper/lazy_conf_path_mapper.h"
 
+#include <optional>
+
 namespace velmox {
 
 /// Keeps one `.json` file for each object: the path's type names the directory and its stanza the file. A
@@ -44,7 +46,7 @@ private:
     /// The value of a file. False, logged, when there is none to be had.
     virtual bool readObject(const Pathname &file, Str &value) const;
     /// Whether `value` is what the file held when `known` was read.
-    virtual bool isUnchanged(const ConfPathTrie &known, const Str &value, const ConfFileStatus &status) const;
+    virtual bool isUnchanged(const ConfPathTrie &known, const Str &value, const FileStatus &status) const;
     /// Gives the file a value, which becomes that by which it is read. False, logged, on failure.
     virtual bool writeObject(const Pathname &file, Str &value) const;
 
@@ -54,13 +56,16 @@ private:
     /// Empty for the name of a file that is no object.
     Str stanzaOf(const Pathname &name) const;
     Pathname fileOf(const ConfPathBase &path) const;
-    bool canChange(const ConfPath &path) const;
-    bool isObject(const Pathname &file, Object &object) const;
+    /// False, logged, when the path names no object of this mapper, or this run changes none. `request` says
+    /// in the log what was to be done: "write to" or "remove".
+    bool canChange(const ConfPath &path, const char *request) const;
+    /// Nothing for a file that is no object of this mapper.
+    std::optional<Object> objectOf(const Pathname &file) const;
 
     // Called with the lock held.
     bool readType(const Str &type, Type &record, ConfPathTrie &content) override;
     bool holds(const Pathname &file, const ConfPathBase &path, const Str &value) const;
-    void take(ConfPathTrie &node, const Str &value, const ConfFileStatus &status) const;
+    void take(ConfPathTrie &node, const Str &value, const FileStatus &status) const;
     FileChangeAnswer takeContent(const Pathname &file, const Object &object);
     FileChangeAnswer takeDeletion(const Pathname &file, const Object &object);
     bool reloadType(const Str &type);

@@ -3,7 +3,6 @@
 #include "conf/conf_path.h"
 #include "conf/setup/reserved_name.h"
 #include "conf/tree/conf_path_pruners.h"
-#include "util/loader_info.h"
 #include "util/logger.h"
 
 #include <algorithm>
@@ -34,13 +33,8 @@ bool LazyConfPathMapper::isFileName(const Str &part)
     return !part.empty() && part.findFirst(kUnsafeInNames, 0, true) < 0 && !isReservedName(part);
 }
 
-bool LazyConfPathMapper::isInMemoryOnly()
-{
-    return LoaderInfo::instance()->initSettings().inMemoryOnly;
-}
-
 /// A value of a local directory can be removed: what it covers comes to light then.
-ConfPathMetadata LazyConfPathMapper::metadataOf(const ConfFileStatus &status) const
+ConfPathMetadata LazyConfPathMapper::metadataOf(const FileStatus &status) const
 {
     ConfPathMetadata metadata;
     metadata.removable = isLocal_;
@@ -56,6 +50,14 @@ bool LazyConfPathMapper::isOwn(const ConfPathBase &path) const
 bool LazyConfPathMapper::belongs(const ConfPathBase &path) const
 {
     return isOwn(path) && (path.parts().empty() || types_.contains(path.type()));
+}
+
+void LazyConfPathMapper::noteChange(Type &record, const FileStatus &status, const Str &name)
+{
+    record.state.status = status;
+    ++record.state.generation;
+    log_.info("%s: Detected change to %s with modtime %s", pathText().c_str(), name.c_str(),
+              status.modtimeText().c_str());
 }
 
 ConfPathTrie &LazyConfPathMapper::typeNode(const Str &type)

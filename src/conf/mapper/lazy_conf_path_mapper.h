@@ -36,13 +36,12 @@ protected:
 
     /// Whether a part can name a file or directory: one that stays where it is put, and no device or stream.
     static bool isFileName(const Str &part);
-    static bool isInMemoryOnly();
     /// Whether the path is of this mapper's user and app.
     bool isOwn(const ConfPathBase &path) const;
     Str text(const Pathname &path) const { return setup_.text(path); }
     Str pathText() const { return setup_.text(path_); }
     /// What each node of a file's content says of the file.
-    ConfPathMetadata metadataOf(const ConfFileStatus &status) const;
+    ConfPathMetadata metadataOf(const FileStatus &status) const;
 
     // These are called with the lock held.
 
@@ -53,6 +52,8 @@ protected:
     /// Loads the type of the path, or all if it has none. The types must be known.
     void loadFor(const ConfPathBase &path);
     void load(const Str &type, Type &record);
+    /// Takes over the status of a file of the type that another program changed, and logs it under `name`.
+    void noteChange(Type &record, const FileStatus &status, const Str &name);
 
     const BundlesSetup setup_;
     const Pathname path_;
@@ -61,6 +62,7 @@ protected:
     const Str app_;
     Logger &log_;
 
+    /// Guards what follows, and what derived classes add to it.
     ConfLock lock_{ConfLockRank::Mapper};
     std::map<Str, Type> types_;
     ConfPathTrie master_; ///< what is loaded

@@ -1,6 +1,7 @@
 #include "conf/mapper/lookup_table_conf_path_mapper.h"
 
 #include "conf/mapper/object_file_io.h"
+#include "conf/setup/path_forms.h"
 #include "util/file_system.h"
 #include "util/logger.h"
 
@@ -10,16 +11,14 @@ namespace {
 
 Logger log("LookupTableConfPathMapper");
 
-/// Whether the file lies in the directory or below it, wherever the path winds.
+/// Whether the file lies below the directory, wherever the path winds.
 bool liesBelow(const Pathname &file, const Pathname &directory)
 {
     Pathname fullFile;
     Pathname fullDirectory;
-    if (!file.toFull(fullFile) || !directory.toFull(fullDirectory)) {
-        return false;
-    }
-    fullDirectory.ensureTrailingSlash();
-    return fullFile.toStr().lowered().startsWith(fullDirectory.toStr().lowered());
+    std::vector<Pathname> levels;
+    return file.toFull(fullFile) && directory.toFull(fullDirectory) &&
+           levelsBelow(fullFile, fullDirectory, levels) && !levels.empty();
 }
 
 } // namespace
@@ -42,7 +41,7 @@ bool LookupTableConfPathMapper::readObject(const Pathname &file, Str &value) con
 
 /// The value stays when the content changes, and the file's time tells.
 bool LookupTableConfPathMapper::isUnchanged(const ConfPathTrie &known, const Str &,
-                                            const ConfFileStatus &status) const
+                                            const FileStatus &status) const
 {
     return known.metadata().modtime == status.modtime;
 }

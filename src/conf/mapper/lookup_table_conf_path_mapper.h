@@ -16,8 +16,7 @@ public:
 
 private:
     bool readObject(const Pathname &file, Str &value) const override;
-    bool isUnchanged(const ConfPathTrie &known, const Str &value,
-                     const ConfFileStatus &status) const override;
+    bool isUnchanged(const ConfPathTrie &known, const Str &value, const FileStatus &status) const override;
     bool writeObject(const Pathname &file, Str &value) const override;
 
     const Str type_;

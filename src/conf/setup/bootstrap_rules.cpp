@@ -1,7 +1,7 @@
 #include "conf/setup/bootstrap_rules.h"
 
 #include "conf/setup/conf_settings.h"
-#include "conf/setup/path_pattern.h"
+#include "conf/setup/path_forms.h"
 #include "conf/setup/shared_conf_services.h"
 #include "conf/setup/username_mapper.h"
 #include "conf/tree/conf_path_base.h"

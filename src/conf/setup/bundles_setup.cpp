@@ -2,7 +2,7 @@
 
 #include "conf/conf_path_exceptions.h"
 #include "conf/setup/conf_settings.h"
-#include "conf/setup/path_pattern.h"
+#include "conf/setup/path_forms.h"
 #include "conf/setup/shared_conf_services.h"
 #include "conf/setup/shared_conf_services_registry.h"
 #include "util/environment.h"

@@ -2,6 +2,7 @@
 
 #include "conf/conf_path_exceptions.h"
 #include "conf/setup/conf_path_mapper_manager.h"
+#include "conf/setup/path_forms.h"
 #include "conf/setup/path_pattern.h"
 #include "conf/tree/conf_path_base.h"
 #include "util/logger.h"

@@ -2,6 +2,7 @@
 
 #include "conf/mapper/conf_path_mapper_factory.h"
 #include "conf/setup/conf_settings.h"
+#include "conf/setup/path_forms.h"
 #include "conf/setup/path_owner.h"
 #include "conf/setup/path_pattern.h"
 #include "conf/setup/path_restrictions.h"

@@ -1,7 +1,7 @@
 #include "conf/setup/conf_settings.h"
 
 #include "conf/setup/blacklist_pattern.h"
-#include "conf/setup/path_pattern.h"
+#include "conf/setup/path_forms.h"
 #include "conf/setup/time_with_unit.h"
 #include "util/file_system.h"
 #include "util/loader_info.h"

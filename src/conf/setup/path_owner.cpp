@@ -1,6 +1,6 @@
 #include "conf/setup/path_owner.h"
 
-#include "conf/setup/path_pattern.h"
+#include "conf/setup/path_forms.h"
 #include "conf/setup/username_mapper.h"
 #include "conf/tree/conf_path_base.h"
 #include "util/logger.h"

@@ -56,37 +56,4 @@ bool matchesPathPattern(const Pathname &path, const Pathname &pattern)
     return std::equal(names.begin(), names.end(), patterns.begin(), patterns.end(), matchesNamePattern);
 }
 
-Pathname cleanedPath(const Pathname &path)
-{
-    Pathname result(path);
-    std::replace(result.begin(), result.end(), u'/', Pathname::kSeparator);
-    result.collapseSlashes();
-    result.stripTrailingSlashes();
-    return result;
-}
-
-Pathname foldedPath(const Pathname &path)
-{
-    return Pathname::fromUtf8(foldedName(path));
-}
-
-bool levelsBelow(const Pathname &path, const Pathname &folder, std::vector<Pathname> &out)
-{
-    std::vector<Pathname> names;
-    std::vector<Pathname> folders;
-    path.split(names);
-    folder.split(folders);
-    if (names.size() < folders.size()) {
-        return false;
-    }
-    const auto below = names.begin() + static_cast<std::ptrdiff_t>(folders.size());
-    if (!std::equal(names.begin(), below, folders.begin(), [](const WideStr &a, const WideStr &b) {
-            return Str::fromUtf16(a).compareCaseless(Str::fromUtf16(b)) == 0;
-        })) {
-        return false;
-    }
-    out.assign(below, names.end());
-    return true;
-}
-
 } // namespace velmox

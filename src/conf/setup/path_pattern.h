@@ -19,11 +19,4 @@ std::vector<Pathname> expandPathPattern(const Pathname &pattern);
 /// One level: a name without separators.
 bool matchesNamePattern(const WideStr &name, const WideStr &pattern);
 
-/// The path with backslashes for slashes, each run of them reduced to one, and none at its end.
-Pathname cleanedPath(const Pathname &path);
-/// The form that all spellings of a path by case have in common.
-Pathname foldedPath(const Pathname &path);
-/// The levels of `path` below `folder`: none for the folder itself. False when it lies elsewhere.
-bool levelsBelow(const Pathname &path, const Pathname &folder, std::vector<Pathname> &out);
-
 } // namespace velmox

@@ -1,6 +1,6 @@
 #include "conf/setup/path_restrictions.h"
 
-#include "conf/setup/path_pattern.h"
+#include "conf/setup/path_forms.h"
 #include "conf/tree/conf_path_base.h"
 #include "util/file_system.h"
 #include "util/loader_info.h"

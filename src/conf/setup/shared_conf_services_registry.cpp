@@ -1,5 +1,6 @@
 #include "conf/setup/shared_conf_services_registry.h"
 
+#include "conf/setup/path_forms.h"
 #include "conf/setup/shared_conf_services.h"
 #include "util/loader_info.h"
 
@@ -10,19 +11,12 @@ namespace velmox {
 namespace {
 
 /// The path in the one form that all names of a root share but for their case.
-Pathname cleaned(Pathname root)
+Pathname absoluteRoot(Pathname root)
 {
     if (!root.empty()) {
         root.absolute();
-        root.collapseSlashes();
-        root.stripTrailingSlashes();
     }
-    return root;
-}
-
-Pathname lowered(const Pathname &path)
-{
-    return Pathname::fromUtf8(path.toStr().lowered());
+    return cleanedPath(root);
 }
 
 } // namespace
@@ -41,9 +35,9 @@ SharedConfServices &SharedConfServicesRegistry::defaultRoot()
 
 SharedConfServices &SharedConfServicesRegistry::get(const Pathname &root, const Pathname &slaveApps)
 {
-    Pathname path = cleaned(root);
-    Pathname key = lowered(path);
-    if (key == lowered(cleaned(LoaderInfo::instance()->getConfDir()))) {
+    Pathname path = absoluteRoot(root);
+    Pathname key = foldedPath(path);
+    if (key == foldedPath(absoluteRoot(LoaderInfo::instance()->getConfDir()))) {
         path.clear();
         key.clear();
     }

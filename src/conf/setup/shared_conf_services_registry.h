@@ -32,7 +32,7 @@ private:
     SharedConfServices &make(const Pathname &key, const Pathname &root, const Pathname &slaveApps);
 
     mutable ConfLock lock_{ConfLockRank::Setups};
-    /// By root in lower case; the default root's key is empty.
+    /// By folded root; the default root's key is empty.
     std::map<Pathname, std::unique_ptr<SharedConfServices>> services_;
     std::atomic<SharedConfServices *> default_{nullptr};
 };

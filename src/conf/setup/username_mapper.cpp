@@ -1,12 +1,12 @@
 #include "conf/setup/username_mapper.h"
 
 #include "conf/setup/conf_settings.h"
+#include "conf/setup/in_memory_only.h"
 #include "conf/setup/reserved_name.h"
 #include "conf/setup/sentinel_scope.h"
 #include "conf/setup/shared_conf_services.h"
 #include "util/base_exception.h"
 #include "util/file_system.h"
-#include "util/loader_info.h"
 #include "util/logger.h"
 #include "util/open_file.h"
 
@@ -40,11 +40,6 @@ void appendMd5(std::string_view text, Str &out)
 bool canBeKey(const Str &name)
 {
     return trimmedView(name) == name.view() && name[0] != '#' && name[0] != ';';
-}
-
-bool isInMemoryOnly()
-{
-    return LoaderInfo::instance()->initSettings().inMemoryOnly;
 }
 
 bool ensureExists(const Pathname &file)

@@ -83,6 +83,8 @@ public:
 
     /// Appends the tree as indented text, for logs.
     void dump(Str *out) const;
+    /// The same as a text of its own.
+    Str toStr() const;
 
 private:
     bool sameNode(const ConfPathTrie &other) const;

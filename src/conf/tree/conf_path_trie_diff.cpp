@@ -45,6 +45,13 @@ void ConfPathTrie::dump(Str *out) const
     }
 }
 
+Str ConfPathTrie::toStr() const
+{
+    Str text;
+    dump(&text);
+    return text;
+}
+
 void ConfPathTrie::dumpLevel(Str &out, unsigned level) const
 {
     if (!expansion_.empty()) {

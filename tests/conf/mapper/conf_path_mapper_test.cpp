@@ -53,7 +53,7 @@ TEST_F(ConfPathMapperTest, ReadsATypeWhenItIsFirstAskedFor)
     EXPECT_EQ(out.find(stanza)->data(), "");
     EXPECT_TRUE(out.find(stanza)->children().empty());
     EXPECT_EQ(metadataOf(at("/inputs/default/x")).removable, true);
-    EXPECT_EQ(metadataOf(at("/inputs/default/x")).modtime, ConfFileStatus::of(root / kFile).modtime);
+    EXPECT_EQ(metadataOf(at("/inputs/default/x")).modtime, FileStatus::of(root / kFile).modtime);
 
     // All types, of its own user and app alone.
     out.clear();
@@ -159,7 +159,7 @@ TEST_F(ConfPathMapperTest, EditsInPlaceAndRemoves)
     EXPECT_TRUE(write("/other/s/k", "2"));
     EXPECT_TRUE(mapper->flush());
     EXPECT_EQ(notice(kOther), FileChangeAnswer::NoChange);
-    EXPECT_EQ(metadataOf(at("/other/t")).modtime, ConfFileStatus::of(root / kOther).modtime);
+    EXPECT_EQ(metadataOf(at("/other/t")).modtime, FileStatus::of(root / kOther).modtime);
 
     EXPECT_TRUE(remove("/inputs"));
     EXPECT_TRUE(mapper->flush());
@@ -277,7 +277,7 @@ TEST_F(ConfPathMapperTest, FollowsChangesOnDisk)
     follow("# only a comment\n[s]\n\nk=1\n", FileChangeAnswer::NoChange, false, ";s k=1");
     follow("[s]\nk = 2\n", FileChangeAnswer::Settled, true, ";s k=2");
     Str time;
-    ConfFileStatus::of(root / kFile).modtime.toUnixStr(time, 3);
+    FileStatus::of(root / kFile).modtime.toUnixStr(time, 3);
     // Between a write and its flush nothing is taken over; behind it, nothing is left to take over.
     EXPECT_TRUE(write("/inputs/s/k", "3"));
     root.write(kFile, "[s]\nk = 77\n");

@@ -77,7 +77,7 @@ TEST_F(JSONConfPathMapperTest, WritesAndFollowsJsonFiles)
     EXPECT_TRUE(write("/fresh/one", "{\"a\": 1}"));
     EXPECT_EQ(root.read(kOne), "{\"a\": 1}");
     EXPECT_EQ(read("fresh"), ";one:{\"a\": 1}");
-    const ConfFileStatus before = ConfFileStatus::of(root / kOne);
+    const FileStatus before = FileStatus::of(root / kOne);
     {
         const FileHandle held = lockOpen(root / kOne);
         EXPECT_TRUE(write("/fresh/one", "{\"a\": 1}")) << "what is unchanged is not written";
@@ -85,7 +85,7 @@ TEST_F(JSONConfPathMapperTest, WritesAndFollowsJsonFiles)
         EXPECT_FALSE(remove("/fresh/one"));
         EXPECT_EQ(told(log), "ERROR Failed to remove: PLACE/fresh/one.json: <32>\n");
     }
-    EXPECT_EQ(ConfFileStatus::of(root / kOne), before);
+    EXPECT_EQ(FileStatus::of(root / kOne), before);
     root.write(kOne, "[]");
     EXPECT_TRUE(write("/fresh/one", "{\"a\": 1}"));
     EXPECT_EQ(root.read(kOne), "{\"a\": 1}") << "another program changed it";

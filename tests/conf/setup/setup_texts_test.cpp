@@ -1,4 +1,5 @@
 #include "conf/setup/blacklist_pattern.h"
+#include "conf/setup/path_forms.h"
 #include "conf/setup/path_pattern.h"
 #include "conf/setup/placeholders.h"
 #include "conf/setup/reserved_name.h"
