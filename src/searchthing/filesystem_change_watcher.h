@@ -25,9 +25,6 @@ public:
     /// Looks at what is due. Returns the milliseconds to the next look.
     std::uint64_t runDue() { return queue_.runDue(); }
 
-protected:
-    PollJitter &jitter() { return jitter_; }
-
 private:
     friend class WatchedFileState;
     class Walk;

@@ -5,8 +5,6 @@
 #include "util/file_system.h"
 #include "util/random_hex.h"
 
-#include <cstdint>
-
 namespace velmox {
 
 namespace {
@@ -16,7 +14,7 @@ constexpr DWORD kTryIntervalMs = 10;
 
 constexpr int kCanCreate = 0;
 constexpr int kEmptyName = 2;
-constexpr int kCannotCreate = 8; ///< with the value of the handle added
+constexpr int kCannotCreate = 7; ///< 8, and the value of an invalid handle
 constexpr int kCannotLock = 9;
 
 /// Forms the name of the lock; false when it is too long.
@@ -108,12 +106,12 @@ int lockFileCanCreateIn(const Pathname &folder)
     }
     Str name("lock_test_");
     if (!appendRandomHex(name, 8)) {
-        return kCannotCreate - 1; // as for a handle that is invalid
+        return kCannotCreate;
     }
     const Pathname probe = folder.join(name);
     FileDescriptor file;
     if (!file.openWrite(probe, FilePermissions::Private)) {
-        return kCannotCreate + static_cast<int>(reinterpret_cast<std::intptr_t>(file.get()));
+        return kCannotCreate;
     }
     file.close();
     const bool locked = lockFileTry(probe) == LockTry::Taken;
