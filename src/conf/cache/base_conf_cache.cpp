@@ -19,7 +19,10 @@ class StanzaIterator : public IConfCacheIteratorImpl
 public:
     StanzaIterator(Stanzas::const_iterator at, const Stanzas &stanzas) : at_(at), stanzas_(stanzas) {}
 
-    IConfCache::Iterator clone() const override { return std::make_unique<StanzaIterator>(*this); }
+    std::unique_ptr<IConfCacheIteratorImpl> clone() const override
+    {
+        return std::make_unique<StanzaIterator>(*this);
+    }
     const Str &name() const override { return at_->first; }
     const Str &expansion() const override { return at_->second.expansion; }
     bool atEnd() const override { return at_ == stanzas_.end(); }
@@ -116,9 +119,13 @@ bool BaseConfCache::haveLayersChanged()
         return false;
     }
     states_.follow(mappers());
-    const bool changed = states_.haveChanged(typeName_, context_);
+    const std::vector<const IConfPathMapper *> changed = states_.changedMappers(typeName_);
+    for (const IConfPathMapper *const mapper : changed) {
+        log.info("[%s] detected change in type %s %s", mapper->describe().c_str(), typeName_.c_str(),
+                 context_.toStr().c_str());
+    }
     scheduleNextPoll(now());
-    return changed;
+    return !changed.empty();
 }
 
 bool BaseConfCache::isPollDue()

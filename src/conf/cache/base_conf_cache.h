@@ -40,8 +40,8 @@ private:
     public:
         /// Takes in the mappers that are not in the list yet, each at its place in `mappers`.
         void follow(const std::vector<IConfPathMapper *> &mappers);
-        /// Asks every mapper, so that all states catch up. True when one has changed.
-        bool haveChanged(const Str &typeName, const ConfContext &context);
+        /// The mappers whose type changed. Asks all, so that all states catch up.
+        std::vector<const IConfPathMapper *> changedMappers(const Str &typeName);
 
     private:
         struct Entry

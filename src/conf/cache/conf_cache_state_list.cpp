@@ -6,7 +6,6 @@ namespace velmox {
 namespace {
 
 Logger log("BaseConfCache::StateList");
-Logger cacheLog("BaseConfCache");
 
 } // namespace
 
@@ -25,14 +24,12 @@ void BaseConfCache::StateList::follow(const std::vector<IConfPathMapper *> &mapp
     splice(at, added);
 }
 
-bool BaseConfCache::StateList::haveChanged(const Str &typeName, const ConfContext &context)
+std::vector<const IConfPathMapper *> BaseConfCache::StateList::changedMappers(const Str &typeName)
 {
-    bool changed = false;
+    std::vector<const IConfPathMapper *> changed;
     for (const Entry &entry : entries_) {
         if (entry.mapper->hasChangedSince(typeName, *entry.state)) {
-            cacheLog.info("[%s] detected change in type %s %s", entry.mapper->describe().c_str(),
-                          typeName.c_str(), context.toStr().c_str());
-            changed = true;
+            changed.push_back(entry.mapper);
         }
     }
     return changed;

@@ -1,18 +1,16 @@
 #include "conf/setup/bootstrap_rules.h"
 
 #include "conf/setup/conf_settings.h"
+#include "conf/setup/mapper_manager_log.h"
 #include "conf/setup/path_forms.h"
 #include "conf/setup/shared_conf_services.h"
 #include "conf/setup/username_mapper.h"
 #include "conf/tree/conf_path_base.h"
 #include "util/loader_info.h"
-#include "util/logger.h"
 
 namespace velmox {
 
 namespace {
-
-Logger log("ConfPathMapperManager");
 
 constexpr char kBootstrapStanza[] = "bootstrap";
 constexpr char kDepthStanza[] = "relative_depth_to_regular_files";
@@ -66,7 +64,7 @@ bool BootstrapRules::patterns(std::vector<BootstrapPattern> &out) const
         try {
             out.push_back({expandToPath(setting.key, known), setting.value});
         } catch (const PlaceholderException &exception) {
-            log.error(exception);
+            mapperManagerLog.error(exception);
             allExpanded = false;
         }
     }
@@ -114,7 +112,7 @@ const IniEntry *BootstrapRules::findWriteRule(const ConfPathBase &path, const St
             return &rule.entry;
         }
     }
-    log.error("No write configuration for: %s", writeKey.c_str());
+    mapperManagerLog.error("No write configuration for: %s", writeKey.c_str());
     return nullptr;
 }
 

@@ -2,18 +2,16 @@
 
 #include "conf/conf_path_exceptions.h"
 #include "conf/setup/conf_path_mapper_manager.h"
+#include "conf/setup/mapper_manager_log.h"
 #include "conf/setup/path_forms.h"
 #include "conf/setup/path_pattern.h"
 #include "conf/tree/conf_path_base.h"
-#include "util/logger.h"
 
 #include <mutex>
 
 namespace velmox {
 
 namespace {
-
-Logger log("ConfPathMapperManager");
 
 Str writeKeyOf(const ConfPathBase &path, unsigned flags)
 {
@@ -44,7 +42,7 @@ Pathname ConfPathMapperManager::findWriteDirectory(const ConfPathBase &path, con
             return user.empty() ? Pathname() : rules_.directoryOf(*rule, path, user);
         }
     } catch (const PlaceholderException &exception) {
-        log.error(exception);
+        mapperManagerLog.error(exception);
     }
     return Pathname();
 }
@@ -54,18 +52,18 @@ IConfPathMapper *ConfPathMapperManager::findWriter(const ConfPathBase &path, uns
     const std::lock_guard guard(lock_);
     const Str pathText = path.toStr();
     const Str writeKey = writeKeyOf(path, flags);
-    log.debug("Searching for write configuration for: %s", writeKey.c_str());
+    mapperManagerLog.debug("Searching for write configuration for: %s", writeKey.c_str());
     Str place = writeKey;
     const Pathname directory = findWriteDirectory(path, writeKey);
     if (!directory.empty()) {
         place = setup_.text(directory);
-        log.debug("Found write path for: %s [%x]: %s", pathText.c_str(), flags, place.c_str());
+        mapperManagerLog.debug("Found write path for: %s [%x]: %s", pathText.c_str(), flags, place.c_str());
         if (mapperAt(directory) == nullptr) {
             scan(directory);
         }
         if (IConfPathMapper *const mapper = mapperAt(directory)) {
-            log.debug("Found writer IConfPathMapper for %s [%x]: %s", pathText.c_str(), flags,
-                      mapper->describe().c_str());
+            mapperManagerLog.debug("Found writer IConfPathMapper for %s [%x]: %s", pathText.c_str(), flags,
+                                   mapper->describe().c_str());
             return mapper;
         }
     }
@@ -77,8 +75,8 @@ IConfPathMapper *ConfPathMapperManager::mapperFor(const Pathname &file)
 {
     const std::lock_guard guard(lock_);
     IConfPathMapper *const mapper = findByFile(cleanedPath(file));
-    log.debug("%s update IConfPathMapper for %s: %s", mapper != nullptr ? "Found" : "No",
-              setup_.text(file).c_str(), mapper != nullptr ? mapper->describe().c_str() : "");
+    mapperManagerLog.debug("%s update IConfPathMapper for %s: %s", mapper != nullptr ? "Found" : "No",
+                           setup_.text(file).c_str(), mapper != nullptr ? mapper->describe().c_str() : "");
     return mapper;
 }
 

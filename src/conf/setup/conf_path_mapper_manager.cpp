@@ -2,21 +2,21 @@
 
 #include "conf/mapper/conf_path_mapper_factory.h"
 #include "conf/setup/conf_settings.h"
+#include "conf/setup/mapper_manager_log.h"
 #include "conf/setup/path_forms.h"
 #include "conf/setup/path_owner.h"
 #include "conf/setup/path_pattern.h"
 #include "conf/setup/path_restrictions.h"
 #include "conf/setup/shared_conf_services.h"
-#include "util/logger.h"
 
 #include <mutex>
 #include <set>
 
 namespace velmox {
 
-namespace {
+Logger mapperManagerLog("ConfPathMapperManager");
 
-Logger log("ConfPathMapperManager");
+namespace {
 
 /// What exists and matches the pattern; with `only`, that path if it matches, whether it exists or not.
 std::vector<Pathname> pathsOf(const Pathname &pattern, const Pathname &only)
@@ -36,8 +36,8 @@ ConfPathMapperManager::ConfPathMapperManager(const BundlesSetup &setup)
     if (!image.loaded()) {
         return;
     }
-    log.debug("Running setup for %s using %s", setup_.text(setup_.root()).c_str(),
-              setup_.text(image.destination()).c_str());
+    mapperManagerLog.debug("Running setup for %s using %s", setup_.text(setup_.root()).c_str(),
+                           setup_.text(image.destination()).c_str());
     scan();
 }
 
@@ -65,16 +65,16 @@ bool ConfPathMapperManager::scan(const Pathname &only)
 bool ConfPathMapperManager::addPath(const Pathname &path, const Str &handler, PathMappers &mappers)
 {
     if (!path.isAbsolute()) {
-        log.error("BundleHandlerData given a relative path: %s", path.toStr().c_str());
+        mapperManagerLog.error("BundleHandlerData given a relative path: %s", path.toStr().c_str());
         return false;
     }
     if (mapperAt(path) != nullptr) {
-        log.debug("Already known: %s", setup_.text(path).c_str());
+        mapperManagerLog.debug("Already known: %s", setup_.text(path).c_str());
         return true;
     }
     const Pathname name = path.basename();
     if (name.startsWith(u".") && name != u".") {
-        log.debug("Ignoring dot file: %s", setup_.text(path).c_str());
+        mapperManagerLog.debug("Ignoring dot file: %s", setup_.text(path).c_str());
         return true;
     }
     if (confHandler(handler) == ConfHandler::Ignore) {
@@ -96,7 +96,8 @@ bool ConfPathMapperManager::addMapper(const Pathname &path, const Str &handler, 
     }
     const ConfHandler kind = confHandler(handler);
     if (kind == ConfHandler::Unrecognized) {
-        log.error("Unrecognized handler name '%s' for path: %s", handler.c_str(), setup_.text(path).c_str());
+        mapperManagerLog.error("Unrecognized handler name '%s' for path: %s", handler.c_str(),
+                               setup_.text(path).c_str());
         return false;
     }
     if (kind == ConfHandler::IterateOnly) {
@@ -107,7 +108,7 @@ bool ConfPathMapperManager::addMapper(const Pathname &path, const Str &handler, 
         setup_, path, owner.rootDirectory, owner.user, owner.app, rules_.settingsOf(handler), &users_};
     std::unique_ptr<IConfPathMapper> mapper = makeConfPathMapper(handler, data);
     if (mapper) {
-        log.debug("Added IConfPathMapper: %s", mapper->describe().c_str());
+        mapperManagerLog.debug("Added IConfPathMapper: %s", mapper->describe().c_str());
         mappers.emplace(path, mapper.get());
         all_.emplace(foldedPath(path), std::move(mapper));
     }

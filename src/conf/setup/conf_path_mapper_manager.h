@@ -41,7 +41,6 @@ public:
     IConfPathMapper *findWriter(const ConfPathBase &path, unsigned flags);
     /// The mapper that serves a file; null when none does.
     IConfPathMapper *mapperFor(const Pathname &file);
-    UsernameMapper &users() { return users_; }
 
 private:
     /// Null for a path that is known by its place alone.

@@ -1,15 +1,13 @@
 #include "conf/setup/path_owner.h"
 
+#include "conf/setup/mapper_manager_log.h"
 #include "conf/setup/path_forms.h"
 #include "conf/setup/username_mapper.h"
 #include "conf/tree/conf_path_base.h"
-#include "util/logger.h"
 
 namespace velmox {
 
 namespace {
-
-Logger log("ConfPathMapperManager");
 
 using Levels = std::vector<Pathname>;
 
@@ -33,7 +31,7 @@ Str trueNameOf(UsernameMapper &users, const Pathname &safeName, const Pathname &
 {
     Str name;
     if (!users.trueName(safeName.toStr().lowered(), name)) {
-        log.warn("Failed to look up real username for: %s", path.toStr().c_str());
+        mapperManagerLog.warn("Failed to look up real username for: %s", path.toStr().c_str());
         name.clear();
     }
     return name;
@@ -87,14 +85,15 @@ bool findPathOwner(const BundlesSetup &setup, UsernameMapper &users, const Pathn
     const bool found = findAppIn(setup.appsDir(), path, owner) ||
                        findAppIn(setup.slaveAppsDir(), path, owner) ||
                        findUserIn(setup.usersDir(), users, path, owner) || findSystem(setup, path, owner);
-    if (!log.debugEnabled()) {
+    if (!mapperManagerLog.debugEnabled()) {
         return found;
     }
     if (found) {
-        log.debug("Root directory for %s: %s [user: %s, application: %s]", setup.text(path).c_str(),
-                  setup.text(owner.rootDirectory).c_str(), owner.user.c_str(), owner.app.c_str());
+        mapperManagerLog.debug("Root directory for %s: %s [user: %s, application: %s]",
+                               setup.text(path).c_str(), setup.text(owner.rootDirectory).c_str(),
+                               owner.user.c_str(), owner.app.c_str());
     } else {
-        log.debug("Cannot determine root directory: %s", setup.text(path).c_str());
+        mapperManagerLog.debug("Cannot determine root directory: %s", setup.text(path).c_str());
     }
     return found;
 }

@@ -1,16 +1,14 @@
 #include "conf/setup/path_restrictions.h"
 
+#include "conf/setup/mapper_manager_log.h"
 #include "conf/setup/path_forms.h"
 #include "conf/tree/conf_path_base.h"
 #include "util/file_system.h"
 #include "util/loader_info.h"
-#include "util/logger.h"
 
 namespace velmox {
 
 namespace {
-
-Logger log("ConfPathMapperManager");
 
 constexpr char kConfHandler[] = "conf";
 
@@ -18,11 +16,11 @@ bool isOmitted(const BundlesSetup &setup, const Pathname &path, const PathOwner 
 {
     const InitSettings &init = LoaderInfo::instance()->initSettings();
     if (init.apps && init.apps->count(owner.app) == 0) {
-        log.debug("Skipping path in omitted application: %s", setup.text(path).c_str());
+        mapperManagerLog.debug("Skipping path in omitted application: %s", setup.text(path).c_str());
         return true;
     }
     if (init.user && owner.user != kSharedUser && owner.user.compareCaseless(*init.user) != 0) {
-        log.debug("Skipping path for omitted user: %s", setup.text(path).c_str());
+        mapperManagerLog.debug("Skipping path for omitted user: %s", setup.text(path).c_str());
         return true;
     }
     return false;
@@ -38,9 +36,9 @@ bool isInOverriddenBundle(const BundlesSetup &setup, const Pathname &path)
     if (pathKind(app) != PathKind::Folder) {
         return false;
     }
-    log.debug("Overridden bundle: %s, by: %s", setup.text(setup.bundlesDir().join(levels[0])).c_str(),
-              setup.text(app).c_str());
-    log.debug("Skipping path in overridden application: %s", setup.text(path).c_str());
+    mapperManagerLog.debug("Overridden bundle: %s, by: %s",
+                           setup.text(setup.bundlesDir().join(levels[0])).c_str(), setup.text(app).c_str());
+    mapperManagerLog.debug("Skipping path in overridden application: %s", setup.text(path).c_str());
     return true;
 }
 
@@ -51,11 +49,13 @@ bool isBeyondMinimum(const BundlesSetup &setup, const Pathname &path, const Str 
         return false;
     }
     if (owner.user != kSharedUser) {
-        log.debug("Skipping user-specific data during minimal init: %s", setup.text(path).c_str());
+        mapperManagerLog.debug("Skipping user-specific data during minimal init: %s",
+                               setup.text(path).c_str());
         return true;
     }
     if (handler != kConfHandler && owner.app != kSystemApp) {
-        log.debug("Skipping non-conf app data during minimal init: %s", setup.text(path).c_str());
+        mapperManagerLog.debug("Skipping non-conf app data during minimal init: %s",
+                               setup.text(path).c_str());
         return true;
     }
     return false;
