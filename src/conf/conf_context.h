@@ -12,6 +12,7 @@ struct ConfContext
     Str user;
     Str app;
 
+    /// Whether it is nobody in particular who reads: neither a user nor an app is named.
     bool isPlain() const { return user.empty() && app.empty(); }
     /// "(user: alice, app: search, root: $VELMOX_HOME\etc)".
     Str toStr() const;

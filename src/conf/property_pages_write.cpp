@@ -1,4 +1,3 @@
-#include "conf/cache/user_conf_cache.h"
 #include "conf/conf_path.h"
 #include "conf/conf_path_exceptions.h"
 #include "conf/conf_path_traversal.h"
@@ -63,8 +62,8 @@ bool needsOwner(const ConfPath &target)
     }
 }
 
-/// `kind` names what is removed from: "conf" or "meta".
-void removePreexisting(const ConfPath &target, unsigned flags, const char *kind)
+/// `kind` names the file in the log: "conf" or "meta".
+void removeFromFile(const ConfPath &target, unsigned flags, const char *kind)
 {
     const Str path = target.toStr();
     try {
@@ -78,6 +77,15 @@ void removePreexisting(const ConfPath &target, unsigned flags, const char *kind)
     } catch (const ConfPathHasNoWriter &) {
         log.warn("Unexpected lack of %s remover for: %s", kind, path.c_str());
     }
+}
+
+/// Checks first what the write that follows checks: what is removed stays so, even if that is refused.
+void removePreexisting(const ConfPath &target)
+{
+    refuseTraversal(target);
+    target.require(ConfAcl::kWrite);
+    removeFromFile(target, ConfPathMapperManager::Data, "conf");
+    removeFromFile(target, ConfPathMapperManager::Metadata, "meta");
 }
 
 /// Whether this is a stanza that was read, or one that its caller made up.
@@ -133,11 +141,7 @@ void PropertyPages::write(const Str &app, const Str &stanza, const PropertiesMap
     const AtEnd invalidation([this] { invalidateReaders(); });
     const bool isOwnerless = !properties.metadata && needsOwner(target);
     if (overwriteAll) {
-        // What is removed stays so, even if the write that follows is refused.
-        refuseTraversal(target);
-        target.require(ConfAcl::kWrite);
-        removePreexisting(target, ConfPathMapperManager::Data, "conf");
-        removePreexisting(target, ConfPathMapperManager::Metadata, "meta");
+        removePreexisting(target);
         invalidateReaders();
     }
     ConfPathTrie tree;
@@ -160,7 +164,7 @@ ConfPath PropertyPages::writeTarget(const Str &app, const Str &stanza) const
         throw PropertyPagesContextException(toStr(), PropertyPagesContextException::kNoApp);
     }
     return ConfPath(context_.setup, ConfPathBase(context_.user, targetApp, {typeName_, stanza}),
-                    UserContextStore::rightsOf(actingUser_));
+                    ConfUserContextFactory::rightsOf(actingUser_));
 }
 
 bool PropertyPages::putDifference(const ConfPath &target, const PropertiesMap &desired, bool overwriteAll,

@@ -9,11 +9,6 @@ namespace {
 
 Logger log("BaseConfCacheBuilder");
 
-// Number of parts behind user and app.
-constexpr std::size_t kAppParts = 0;
-constexpr std::size_t kStanzaParts = 2;
-constexpr std::size_t kKeyParts = 3;
-
 } // namespace
 
 BaseConfCacheBuilder::BaseConfCacheBuilder(const BaseConfCache &cache, Stanzas &view, bool override)

@@ -10,11 +10,6 @@ namespace velmox {
 
 namespace {
 
-bool operator==(const ConfUserContext &a, const ConfUserContext &b)
-{
-    return a.name == b.name && a.roles == b.roles && a.privileged == b.privileged;
-}
-
 /// Copies the part of a tree that lies at a path.
 void copyAt(const ConfPathBase &path, const ConfPathTrie &from, ConfPathTrie &out)
 {
@@ -34,27 +29,15 @@ void copyUser(const Str &user, const ConfPathTrie &from, ConfPathTrie &out)
 } // namespace
 
 UserContextStore::UserContextStore(const Str &user)
-    : user_(user), context_(std::make_shared<const ConfUserContext>(rightsOf(user)))
+    : user_(user), context_(std::make_shared<const ConfUserContext>(ConfUserContextFactory::rightsOf(user)))
 {
 }
 
 bool UserContextStore::update()
 {
-    auto fresh = std::make_shared<const ConfUserContext>(rightsOf(user_));
+    auto fresh = std::make_shared<const ConfUserContext>(ConfUserContextFactory::rightsOf(user_));
     const auto last = context_.exchange(fresh);
     return !(*last == *fresh);
-}
-
-ConfUserContext UserContextStore::rightsOf(const Str &user)
-{
-    IConfUserContextFactory *const factory = ConfUserContextFactory::instance();
-    if (user.empty()) {
-        return {};
-    }
-    if (factory == nullptr) {
-        return {user, {}, true};
-    }
-    return factory->named(user);
 }
 
 UserConfCache::UserConfCache(const Str &typeName, const ConfContext &context, const Str &actingUser)
@@ -115,7 +98,7 @@ void UserConfCache::pruneForUser(ConfPathTrie &tree) const
     }
     SingleUserAppContextPruner foreign(context());
     tree.walk(foreign);
-    PermissionPruner unreadable(UserContextStore::rightsOf(actingUser_));
+    PermissionPruner unreadable(ConfUserContextFactory::rightsOf(actingUser_));
     tree.walk(unreadable);
 }
 
@@ -124,7 +107,7 @@ void UserConfCache::collectDeletable(unsigned levels, ConfPathTrie &out)
     ConfPathTrie tree;
     shared_.withTree([&](const ConfPathTrie &layers) { copyVisible(layers, tree); });
     pruneForUser(tree);
-    DeletablePruner undeletable(UserContextStore::rightsOf(actingUser_));
+    DeletablePruner undeletable(ConfUserContextFactory::rightsOf(actingUser_));
     tree.walk(undeletable);
     out.merge(tree, levels);
 }

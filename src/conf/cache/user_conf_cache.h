@@ -19,9 +19,6 @@ public:
     /// Asks anew; true when the answer differs from the last.
     bool update();
 
-    /// What the process's factory says of a user. In a process without users everyone may do everything.
-    static ConfUserContext rightsOf(const Str &user);
-
 private:
     const Str user_;
     std::atomic<std::shared_ptr<const ConfUserContext>> context_;

@@ -66,9 +66,7 @@ public:
     void merge(const IniFile &other);
 
     /// The lines before the first header or key, and those after the last.
-    StrVector &headComments() { return headComments_; }
     const StrVector &headComments() const { return headComments_; }
-    StrVector &tailComments() { return tailComments_; }
     const StrVector &tailComments() const { return tailComments_; }
 
 private:

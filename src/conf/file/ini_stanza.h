@@ -22,7 +22,6 @@ public:
 
     /// Without the blanks around it.
     std::string_view value() const { return trimmedView(value_); }
-    const Str &rawValue() const { return value_; }
     void setValue(const Str &value) { value_ = value; }
 
     /// The blank lines and comments directly above the key, as they stand in the file.
@@ -76,7 +75,6 @@ public:
     const_iterator begin() const { return const_iterator(keys_.begin()); }
     const_iterator end() const { return const_iterator(keys_.end()); }
     bool empty() const { return keys_.empty(); }
-    std::size_t keyCount() const { return keys_.size(); }
 
     /// Null when there is none.
     IniEntry *findKey(std::string_view key);

@@ -23,7 +23,7 @@ private:
 class ConfChangeWatcher : public FilesystemChangeWatcher
 {
 public:
-    explicit ConfChangeWatcher(const BundlesSetup &setup, Clock &clock);
+    ConfChangeWatcher(const BundlesSetup &setup, Clock &clock);
 
 private:
     bool wants(const Pathname &path) override;

@@ -51,7 +51,7 @@ bool ConfObjectManager::filter(const Pathname &directory, Pathname &copy) const
 /// Apps and types need no file of their own to be there.
 bool ConfObjectManager::isObjectThere(const ConfPathBase &path) const
 {
-    if (path.parts().size() < 2 || setup().shared().settings().allowsDangling(path.app())) {
+    if (path.parts().size() < kStanzaParts || setup().shared().settings().allowsDangling(path.app())) {
         return true;
     }
     try {

@@ -29,7 +29,7 @@ void ConfPathMapper::listTypes()
 
 Pathname ConfPathMapper::fileOf(const Str &type) const
 {
-    return path_.join(type).concat(".conf");
+    return path_.join(type).concat(Str(".") << kExtension);
 }
 
 /// A file that is there and cannot be opened, as another program keeps it to itself, is tried again with the

@@ -38,6 +38,7 @@ private:
     bool readFile(const Str &type, const FileStatus &status, ConfPathTrie &content) const;
 
     Edit *editOf(const Str &type, bool create);
+    bool setInImage(const ConfPathBase &path, const Str &value);
     void knowType(const Str &type);
     void change(Edit &edit, const ConfPathBase &path, const Str &value);
     void setPending(const ConfPathBase &path, const Str &value);

@@ -13,10 +13,6 @@ namespace velmox {
 
 namespace {
 
-constexpr std::size_t kTypeParts = 1;
-constexpr std::size_t kStanzaParts = 2;
-constexpr std::size_t kKeyParts = 3;
-
 bool canHold(const StrVector &parts, const Str &value)
 {
     return parts.size() == kKeyParts ||
@@ -44,20 +40,26 @@ bool ConfPathMapper::writeData(const ConfPath &path, const Str &value)
         logWrite(LogLevel::Error, path, value, "Unsupported path or value");
         return false;
     }
-    if (!isInMemoryOnly()) {
-        Edit *const edit = editOf(parts[0], true);
-        if (!edit) {
-            logWrite(LogLevel::Error, path, value, "Cannot load ini file to modify");
-            return false;
-        }
-        knowType(parts[0]);
-        change(*edit, path, value);
-    } else {
+    if (isInMemoryOnly()) {
         log_.info("%s: Skipping on-disk modification, keeping changes in memory only for write of: %s = %s",
                   pathText().c_str(), path.toStr().c_str(), value.c_str());
         knowType(parts[0]);
+    } else if (!setInImage(path, value)) {
+        return false;
     }
     setPending(path, value);
+    return true;
+}
+
+bool ConfPathMapper::setInImage(const ConfPathBase &path, const Str &value)
+{
+    Edit *const edit = editOf(path.type(), true);
+    if (!edit) {
+        logWrite(LogLevel::Error, path, value, "Cannot load ini file to modify");
+        return false;
+    }
+    knowType(path.type());
+    change(*edit, path, value);
     return true;
 }
 

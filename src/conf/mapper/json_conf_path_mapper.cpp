@@ -19,8 +19,6 @@ namespace {
 
 Logger jsonLog("JSONConfPathMapper");
 
-constexpr std::size_t kObjectParts = 2;
-
 } // namespace
 
 JSONConfPathMapper::JSONConfPathMapper(const BundleHandlerData &data)
@@ -122,7 +120,7 @@ bool JSONConfPathMapper::canChange(const ConfPath &path, const char *request) co
 {
     const StrVector &parts = path.parts();
     const bool isOfType = form_.onlyType.empty() || path.type() == form_.onlyType;
-    const bool isObject = isOwn(path) && parts.size() == kObjectParts && isOfType && !isReadOnly();
+    const bool isObject = isOwn(path) && parts.size() == kStanzaParts && isOfType && !isReadOnly();
     if (isObject) {
         refuseTraversal(path);
         refuseTraversal(path, parts[1]);

@@ -4,6 +4,7 @@
 #include "conf/file/ini_stanza.h"
 #include "conf/mapper/meta_header.h"
 #include "conf/mapper/meta_log.h"
+#include "util/joined.h"
 #include "util/str_segment.h"
 
 namespace velmox {
@@ -178,15 +179,6 @@ private:
     Str value_;
 };
 
-Str joined(const StrVector &apps)
-{
-    Str text;
-    for (const Str &app : apps) {
-        text << (text.empty() ? "" : ", ") << app;
-    }
-    return text;
-}
-
 Str timeText(const Timeval &time)
 {
     Str text;
@@ -212,7 +204,7 @@ std::vector<std::pair<const char *, Str>> metaSettings(const ConfPathMetadata &m
                               metadata.exported == ConfExport::System ? kExportSystem : kExportNone);
     }
     if (metadata.imports) {
-        settings.emplace_back("import", joined(*metadata.imports));
+        settings.emplace_back("import", joined(*metadata.imports, ", "));
     }
     if (metadata.owner) {
         settings.emplace_back("owner", *metadata.owner);

@@ -1,10 +1,12 @@
 #include "conf/setup/application_manager.h"
 
+#include "conf/setup/application_manager_exceptions.h"
 #include "conf/setup/conf_path_mapper_manager.h"
 #include "conf/setup/shared_conf_services.h"
 #include "conf/tree/conf_search.h"
 #include "util/directory_listing.h"
 #include "util/file_system.h"
+#include "util/joined.h"
 #include "util/logger.h"
 
 #include <mutex>
@@ -36,15 +38,6 @@ void readApps(const std::vector<IConfPathMapper *> &mappers, ConfPathTrie &out)
     appLevel.constrain(ConfSearch::User, kSharedUser);
     appLevel.setMaxLevel(ConfPathTrie::kAppLevel);
     readFrom(mappers, appLevel, out);
-}
-
-Str joined(const std::set<Str> &names)
-{
-    Str text;
-    for (const Str &name : names) {
-        text << (text.empty() ? "" : ", ") << name;
-    }
-    return text;
 }
 
 } // namespace
@@ -194,7 +187,11 @@ void ApplicationManager::scanDirectory(const Pathname &directory, const ConfPath
             const Str name = Str::fromUtf16(entry.name);
             ApplicationInfo info =
                 ApplicationInfo::from(name, settings.find(ConfPathBase(kSharedUser, name)));
-            detectChanges ? detectChange(name, std::move(info)) : enter(name, std::move(info));
+            if (detectChanges) {
+                detectChange(name, std::move(info));
+            } else {
+                enter(name, std::move(info));
+            }
             ++count;
         }
     }
@@ -230,7 +227,7 @@ void ApplicationManager::collectIds()
     for (const auto &[id, names] : appsById_) {
         if (names.size() > 1) {
             log.info("Skipping update check for app id '%s' used by more than one app: %s", id.c_str(),
-                     joined(names).c_str());
+                     joined(names, ", ").c_str());
         }
     }
 }

@@ -14,13 +14,20 @@ class ConfPathTrie;
 /// The apps in which a reader's own app has its settings: each with the number of steps to it.
 using ImportGenerations = std::map<Str, std::uint64_t>;
 
+enum class ApplicationChange
+{
+    None = 0,
+    Created = 1,
+    Modified = 2,
+};
+
 /// Knows the applications of a root. Any thread; nothing that is handed out points into it.
 class ApplicationManager
 {
 public:
     explicit ApplicationManager(const BundlesSetup &setup);
 
-    /// Throws ApplicationDoesNotExistException. "system" always exists.
+    /// Throws ApplicationDoesNotExistException; "system" always exists.
     void getInfo(const Str &name, ApplicationInfo &info) const;
     bool isKnown(const Str &name) const;
     /// Whether the app is known and enabled.

@@ -1,5 +1,7 @@
 #include "conf/tree/conf_path_with_acl.h"
 
+#include "util/joined.h"
+
 namespace velmox {
 
 namespace {
@@ -17,21 +19,7 @@ bool rolesAllow(const std::set<Str> &roles, const Str &capability, const ConfPat
     return roles.contains(kAdminRole) || (metadata.access && metadata.access->allows(capability, roles));
 }
 
-Str joined(const std::set<Str> &roles)
-{
-    Str text;
-    for (const Str &role : roles) {
-        text << (text.empty() ? "" : ", ") << role;
-    }
-    return text;
-}
-
 } // namespace
-
-bool ConfUserContext::isUnrestricted() const
-{
-    return privileged || name.empty() || name.compareCaseless(kSharedUser) == 0;
-}
 
 bool ConfPathWithACL::hasCapability(const ConfUserContext &identity, const Str &capability, Str *reason) const
 {
@@ -45,7 +33,7 @@ bool ConfPathWithACL::hasCapability(const ConfUserContext &identity, const Str &
     const bool allowed = rolesAllow(identity.roles, capability, metadata);
     if (reason) {
         reason->format("User '%s' with roles { %s } %s %s: %s %s", identity.name.c_str(),
-                       joined(identity.roles).c_str(), allowed ? "" : "cannot", capability.c_str(),
+                       joined(identity.roles, ", ").c_str(), allowed ? "" : "cannot", capability.c_str(),
                        toStr().c_str(), metadata.toStr().c_str());
     }
     return allowed;

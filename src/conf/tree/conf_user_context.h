@@ -17,6 +17,7 @@ struct ConfUserContext
 
     /// Whether nothing is refused, whatever the permissions say.
     bool isUnrestricted() const;
+    bool operator==(const ConfUserContext &) const = default;
 };
 
 /// Tells the current identity, and the roles of others, to the store. A program that has users installs one;
@@ -39,6 +40,9 @@ public:
     static void install(std::unique_ptr<IConfUserContextFactory> factory);
     /// Null when none is installed.
     static IConfUserContextFactory *instance();
+    /// What the factory says of a user at this moment. Where none is installed nothing is refused to anybody,
+    /// nor is it to the empty name.
+    static ConfUserContext rightsOf(const Str &user);
 };
 
 } // namespace velmox

@@ -46,8 +46,7 @@ Reference referenceAt(std::string_view text)
     return name.empty() ? enclosedReference(text, "${", '}') : Reference{name, name.size() + 1};
 }
 
-} // namespace
-
+/// Values are not looked through for further references.
 Str expandEnvironment(const Str &text)
 {
     Str out;
@@ -66,6 +65,8 @@ Str expandEnvironment(const Str &text)
     }
     return out;
 }
+
+} // namespace
 
 Str stanzaExpansion(const Str &name, const Pathname &rootDirectory)
 {

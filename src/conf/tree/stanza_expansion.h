@@ -6,11 +6,8 @@ namespace velmox {
 
 /// What a stanza's name stands for when it holds a relative path, as in "monitor://./logs": the name with the
 /// point (or the backslash) behind "://" replaced by the root directory of the file in which it stands, and
-/// the environment variables filled in. Empty for other names.
+/// each reference to an environment variable that is set (`$NAME`, `${NAME}` or `%NAME%`) filled in. Empty
+/// for other names.
 Str stanzaExpansion(const Str &name, const Pathname &rootDirectory);
-
-/// The text with each reference to a variable that is set (`$NAME`, `${NAME}` or `%NAME%`) replaced by its
-/// value; others stay as they are. Values are not looked through again.
-Str expandEnvironment(const Str &text);
 
 } // namespace velmox

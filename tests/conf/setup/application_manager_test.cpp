@@ -1,4 +1,5 @@
 #include "conf/setup/application_manager.h"
+#include "conf/setup/application_manager_exceptions.h"
 #include "conf/setup/conf_path_mapper_manager.h"
 #include "conf/setup/shared_conf_services.h"
 #include "tests/conf/conf_root.h"
