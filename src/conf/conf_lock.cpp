@@ -1,13 +1,10 @@
 #include "conf/conf_lock.h"
 
+#include "conf/thread_list.h"
 #include "util/logger.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cassert>
-#include <type_traits>
-#include <utility>
-#include <vector>
 
 namespace velmox {
 
@@ -17,11 +14,8 @@ Logger log("ConfLock");
 
 std::atomic<unsigned> violations{0};
 
-/// In the order in which this thread took them; a lock taken twice stands here twice.
-/// Exists while there is an entry: MinGW frees the variables of an ending thread before it destroys them, so
-/// that none may have a destructor.
-thread_local std::vector<const ConfLock *> *heldLocks = nullptr;
-static_assert(std::is_trivially_destructible_v<decltype(heldLocks)>);
+/// A lock taken twice stands here twice.
+constinit thread_local ThreadList<const ConfLock *> heldLocks;
 
 void reportBrokenOrder(const ConfLock &taken, const ConfLock &later)
 {
@@ -35,31 +29,21 @@ void reportBrokenOrder(const ConfLock &taken, const ConfLock &later)
 
 void ConfLock::lock()
 {
-    if (heldLocks == nullptr) {
-        heldLocks = new std::vector<const ConfLock *>;
-    }
-    auto &held = *heldLocks;
-    const bool again = std::find(held.begin(), held.end(), this) != held.end();
     // The last one held need not be of the highest rank: an early one may have been taken again.
-    const auto later =
-        std::find_if(held.begin(), held.end(), [this](const ConfLock *lock) { return lock->rank_ >= rank_; });
-    if (!again && later != held.end()) {
+    const ConfLock *const *const later =
+        heldLocks.findIf([this](const ConfLock *held) { return held->rank_ >= rank_; });
+    if (later != nullptr && !heldLocks.contains(this)) {
         reportBrokenOrder(*this, **later);
     }
     // Noted first: that may fail for want of memory, and the lock must not stay taken then.
-    held.push_back(this);
+    heldLocks.add(this);
     mutex_.lock();
 }
 
 void ConfLock::unlock()
 {
-    auto &held = *heldLocks;
-    const auto last = std::find(held.rbegin(), held.rend(), this);
-    assert(last != held.rend());
-    held.erase(std::next(last).base());
-    if (held.empty()) {
-        delete std::exchange(heldLocks, nullptr);
-    }
+    assert(heldLocks.contains(this));
+    heldLocks.remove(this);
     mutex_.unlock();
 }
 

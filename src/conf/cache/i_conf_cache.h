@@ -43,9 +43,11 @@ public:
     virtual Iterator find(const Str &name) = 0;
     /// Marks the view stale. Does not take the cache's lock.
     virtual void invalidate() = 0;
+    /// Adds what the acting user may delete, as deep as `levels` below the root.
     virtual void collectDeletable(unsigned levels, ConfPathTrie &out) = 0;
     /// Looks for changes, and rebuilds the view when it is stale.
     virtual void refresh() = 0;
+    /// Builds the view anew. To be called with the lock held.
     virtual void rebuild() = 0;
     /// Adds a stanza with what it inherits to `out`; nothing when there is none. Takes the place of
     /// `refresh`. Of a stale view no more is built than that, and it stays stale: a row of writes, each of

@@ -3,6 +3,7 @@
 #include "conf/conf_path_exceptions.h"
 #include "conf/setup/conf_settings.h"
 #include "conf/setup/shared_conf_services.h"
+#include "conf/thread_list.h"
 #include "searchthing/lock.h"
 #include "searchthing/osfile.h"
 #include "util/logger.h"
@@ -12,9 +13,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <type_traits>
-#include <utility>
-#include <vector>
 
 namespace velmox {
 
@@ -23,10 +21,7 @@ namespace {
 Logger log("SentinelScope");
 
 /// The sentinels that this thread holds; a scope inside another of the same root has nothing to do.
-/// Exists while there is an entry: MinGW frees the variables of an ending thread before it destroys them, so
-/// that none may have a destructor.
-thread_local std::vector<Pathname> *held = nullptr;
-static_assert(std::is_trivially_destructible_v<decltype(held)>);
+constinit thread_local ThreadList<Pathname> held;
 
 int wholeSeconds(std::uint64_t milliseconds)
 {
@@ -67,15 +62,12 @@ SentinelScope::SentinelScope(const BundlesSetup &setup, const Str &purpose)
         return;
     }
     const Pathname sentinel = setup.sentinelFile();
-    if (held != nullptr && std::find(held->begin(), held->end(), sentinel) != held->end()) {
+    if (held.contains(sentinel)) {
         return;
     }
     lock(setup, sentinel, settings.lockTimeoutMs());
     locked_ = sentinel;
-    if (held == nullptr) {
-        held = new std::vector<Pathname>;
-    }
-    held->push_back(sentinel);
+    held.add(sentinel);
     if (settings.lockLogging()) {
         note(sentinel, purpose);
     }
@@ -86,10 +78,7 @@ SentinelScope::~SentinelScope()
     if (locked_.empty()) {
         return;
     }
-    std::erase(*held, locked_);
-    if (held->empty()) {
-        delete std::exchange(held, nullptr);
-    }
+    held.remove(locked_);
     if (lockFileRelease(locked_) != LockRelease::Done) {
         log.warn("Cannot release the lock of %s: %m", locked_.toStr().c_str());
     }
