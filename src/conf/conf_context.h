@@ -12,7 +12,7 @@ struct ConfContext
     Str user;
     Str app;
 
-    /// Whether it is nobody in particular who reads: neither a user nor an app is named.
+    /// Whether this is a reader for `LegacyPropertyPages`.
     bool isPlain() const { return user.empty() && app.empty(); }
     /// "(user: alice, app: search, root: $VELMOX_HOME\etc)".
     Str toStr() const;

@@ -198,7 +198,7 @@ PropertiesMap PropertyPages::readExisting(const Str &stanza, const PropertiesMap
 {
     PropertiesMap existing;
     readStanza(stanza, existing);
-    if (context_.user.empty() && !context_.isPlain()) {
+    if (context_.user.empty() && !context_.app.empty()) {
         const ConfContext plainContext{context_.setup, Str(), Str()};
         PropertiesMap plain;
         registry().get(typeName_, plainContext, Str())->readStanza(stanza, plain);

@@ -79,9 +79,7 @@ IConfCache::Iterator BaseConfCache::find(const Str &name)
 
 void BaseConfCache::refresh()
 {
-    if (haveLayersChanged()) {
-        invalidate();
-    }
+    poll();
     // Cleared first: what makes the view stale while it is being built counts for the next read.
     if (!dirty_.exchange(false)) {
         return;
@@ -96,9 +94,7 @@ void BaseConfCache::refresh()
 
 void BaseConfCache::readStanza(const Str &name, PropertiesMap &out)
 {
-    if (haveLayersChanged()) {
-        invalidate();
-    }
+    poll();
     Stanzas built;
     const bool isStale = dirty_.load();
     if (isStale) {
@@ -113,10 +109,10 @@ std::vector<IConfPathMapper *> BaseConfCache::mappers() const
     return context_.setup.shared().mappers().mappers();
 }
 
-bool BaseConfCache::haveLayersChanged()
+void BaseConfCache::poll()
 {
     if (!isPollDue()) {
-        return false;
+        return;
     }
     states_.follow(mappers());
     const std::vector<const IConfPathMapper *> changed = states_.changedMappers(typeName_);
@@ -125,7 +121,9 @@ bool BaseConfCache::haveLayersChanged()
                  context_.toStr().c_str());
     }
     scheduleNextPoll(now());
-    return !changed.empty();
+    if (!changed.empty()) {
+        invalidate();
+    }
 }
 
 bool BaseConfCache::isPollDue()

@@ -64,7 +64,8 @@ private:
     virtual Timeval now() const { return Timeval::now(); }
     bool isPollDue();
     void scheduleNextPoll(const Timeval &time);
-    bool haveLayersChanged();
+    /// Looks for changes in the layers when it is time to, and marks the view stale when there are.
+    void poll();
 
     // All but `dirty_` under the lock.
     Stanzas stanzas_;

@@ -31,7 +31,8 @@ enum class FileChangeAnswer
 };
 
 /// The bridge between one path on disk and the configuration tree. Operations may be called on any thread and
-/// take the mapper's lock, the last in the order of locks. They report by their results and the log.
+/// take the mapper's lock, of the rank `ConfLockRank::Mapper`. They report by their results and the log. The
+/// trees that they fill begin above the user.
 class IConfPathMapper
 {
 public:
@@ -46,10 +47,13 @@ public:
     virtual bool remove(const ConfPath &path) = 0;
     /// Copies what fits the search into `out`, which holds nothing else; false when that cannot be here.
     virtual bool search(const ConfSearch &search, ConfPathTrie &out) = 0;
+    /// Writes the changes to disk; false when some of them could not be written, and are given up.
     virtual bool flush() = 0;
     /// Forgets what was read of a type, or of all when it is empty, so that the next read goes to disk.
     virtual bool reload(const Str &type) = 0;
+    /// Told that a file may have been changed by whomever, this mapper included.
     virtual FileChangeAnswer onFileChange(WatchedFileState &state) = 0;
+    /// For `hasChangedSince`, in which it knows of no change yet.
     virtual std::unique_ptr<ConfTypeState> newState() = 0;
     /// Whether the type changed since `state`, which is brought up to date.
     virtual bool hasChangedSince(const Str &type, ConfTypeState &state) = 0;

@@ -11,7 +11,7 @@ namespace velmox {
 
 class ConfPathTrie;
 
-/// The apps in which a reader's own app has its settings: each with the number of steps to it.
+/// An app and those that it imports, directly or through others, each with the number of steps to it.
 using ImportGenerations = std::map<Str, std::uint64_t>;
 
 enum class ApplicationChange

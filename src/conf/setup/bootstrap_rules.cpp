@@ -37,7 +37,8 @@ PlaceholderVariables BootstrapRules::variablesFor(const ConfPathBase &path) cons
     PlaceholderVariables result = variables();
     const Str user = path.isShared() ? Str(kSharedUser) : path.user();
     result["user"] = placeholderLiteral(user);
-    // A safe name is never a user's in a write key; looking it up could record it for nothing.
+    // Left out where a safe name stands for the user: to ask for it could record it, and write keys that are
+    // compared with this text hold true names.
     if (!UsernameMapper::needsMapping(user)) {
         result["user-case-handler"] = placeholderLiteral(user);
     }

@@ -90,7 +90,7 @@ Str UsernameMapper::directoryName(const Str &user)
     Str safeName;
     {
         const std::lock_guard guard(lock_);
-        if (ensureLoaded() && !findSafeName(user, safeName) && isShared()) {
+        if (ensureLoaded() && !findSafeName(user, safeName) && isSharedStorage()) {
             load();
             findSafeName(user, safeName);
         }
@@ -105,7 +105,7 @@ bool UsernameMapper::trueName(const Str &safeName, Str &out)
 {
     const std::lock_guard guard(lock_);
     ensureLoaded();
-    if (!isShared()) {
+    if (!isSharedStorage()) {
         return lookUpTrueName(safeName, out, LogLevel::Warn);
     }
     if (lookUpTrueName(safeName, out, LogLevel::Debug)) {
@@ -121,7 +121,7 @@ bool UsernameMapper::record(const Str &user, Str &safeName)
 {
     const SentinelScope scope(setup_, Str("mapping username: ") << user);
     const std::lock_guard guard(lock_);
-    if (isShared()) {
+    if (isSharedStorage()) {
         load();
     }
     if (!ensureLoaded()) {
@@ -224,7 +224,7 @@ void UsernameMapper::load()
     }
 }
 
-bool UsernameMapper::isShared() const
+bool UsernameMapper::isSharedStorage() const
 {
     return setup_.shared().settings().isSharedStorageMode();
 }

@@ -40,7 +40,7 @@ private:
     bool insert(const Str &user, const Str &safeName);
 
     bool record(const Str &user, Str &safeName);
-    bool isShared() const;
+    bool isSharedStorage() const;
     Str fileText() const;
 
     const BundlesSetup setup_;
