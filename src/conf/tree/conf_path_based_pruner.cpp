@@ -30,14 +30,15 @@ void ConfPathBasedPruner::gather(std::size_t depth, const ConfPathTrie &node)
 
 void ConfPathBasedPruner::enter(const StrVector &segments, const ConfPathTrie &node)
 {
-    if (segments.size() == ConfPathTrie::kAppLevel) {
+    const std::size_t partCount = segments.size() - ConfPathTrie::kAppLevel;
+    if (partCount == kAppParts) {
         path_.setUser(segments[0].lowered());
         path_.setApp(segments[1]);
     }
-    while (!path_.parts().empty() && path_.parts().size() + ConfPathTrie::kTypeLevel > segments.size()) {
+    while (!path_.parts().empty() && path_.parts().size() >= partCount) {
         path_.removeLastPart();
     }
-    if (segments.size() > ConfPathTrie::kAppLevel) {
+    if (partCount > kAppParts) {
         path_.addPart(segments.back(), node.expansion());
     }
 }
