@@ -1,6 +1,9 @@
 #include "tests/support/child_test.h"
 
+#include "tests/support/scoped_folder.h"
+
 #include <gtest/gtest.h>
+#include <random>
 
 namespace velmox::testing {
 
@@ -37,6 +40,27 @@ Pathname ChildTest::argument()
     const std::u16string_view whole = asUtf16(GetCommandLineW());
     const std::size_t at = whole.find(kArgument);
     return at == whole.npos ? Pathname() : Pathname(whole.substr(at + kArgument.size()));
+}
+
+unsigned killWhileChanging(const Pathname &file, const char *test, const Pathname &argument, unsigned rounds,
+                           const std::function<bool(const Str &content)> &isWhole)
+{
+    std::mt19937 random(std::random_device{}());
+    unsigned changes = 0;
+    for (unsigned round = 0; round < rounds; ++round) {
+        const Str before = readWhole(file);
+        {
+            const ChildTest child(test, argument);
+            for (int wait = 0; wait < 2'000 && readWhole(file) == before; ++wait) {
+                Sleep(5);
+            }
+            Sleep(random() % 20);
+        }
+        const Str after = readLeftBehind(file);
+        EXPECT_TRUE(isWhole(after)) << "round " << round << ": " << after.size() << " bytes";
+        changes += after != before;
+    }
+    return changes;
 }
 
 } // namespace velmox::testing

@@ -1,3 +1,4 @@
+#include "tests/support/child_test.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/file_tree.h"
 #include "tests/support/scoped_folder.h"
@@ -164,6 +165,30 @@ TEST_F(FileReplace, TriesAgainToRenameOnlyAfterTransientErrors)
     EXPECT_TRUE(result.toStr().startsWith(
         Str::fromFormat("Rename succeeded in 2 attempt(s) made between %s and ", time.c_str())));
     EXPECT_FALSE(result.toStr().contains("status code"));
+}
+
+TEST(FileReplaceChild, DISABLED_ReplacesForever)
+{
+    const Pathname file = testing::ChildTest::argument();
+    const Pathname next = file.concat(".next");
+    for (unsigned number = 0;; ++number) {
+        testing::writeWhole(next, Str(20'000, static_cast<char>('a' + number % 26)).view());
+        // The parent may be reading just then.
+        while (!replaceFile(next, file)) {
+            Sleep(0);
+        }
+    }
+}
+
+TEST(FileReplaceTest, LeavesOldOrNewContentWhenKilled)
+{
+    const ScopedFolder folder;
+    const Pathname file = folder / "file";
+    testing::writeWhole(file, Str(20'000, 'A').view());
+    const unsigned changes = testing::killWhileChanging(
+        file, "FileReplaceChild.DISABLED_ReplacesForever", file, 25,
+        [](const Str &content) { return content.size() == 20'000 && content == Str(20'000, content[0]); });
+    EXPECT_GT(changes, 10u);
 }
 
 } // namespace

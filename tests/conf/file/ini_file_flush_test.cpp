@@ -1,7 +1,10 @@
 #include "conf/file/ini_file.h"
 #include "tests/conf/conf_root.h"
+#include "tests/support/child_test.h"
 #include "util/handle_stream.h"
 #include "util/open_file.h"
+
+#include <set>
 
 namespace velmox {
 namespace {
@@ -65,6 +68,49 @@ TEST(IniFileFlush, WhatCannotBeReadIsAnEmptyImage)
     file.setDestination(folder / "new.conf");
     EXPECT_TRUE(file.flush());
     EXPECT_EQ(readWhole(folder / "new.conf"), "[made]\n");
+}
+
+constexpr unsigned kKeys = 2'000;
+
+void setAll(IniFile &file, unsigned number)
+{
+    for (unsigned key = 0; key < kKeys; ++key) {
+        file.stanza("s").insertKey(Str() << "key" << key, Str() << number);
+    }
+}
+
+TEST(IniFileChild, DISABLED_FlushesForever)
+{
+    for (unsigned number = 1;; ++number) {
+        IniFile file;
+        setAll(file, number);
+        file.setDestination(ChildTest::argument());
+        file.flush();
+    }
+}
+
+TEST(IniFileFlush, LeavesTheOldFileOrTheNewOneWhenKilled)
+{
+    const CapturedLog quiet;
+    const ScopedFolder folder;
+    const Pathname path = folder / "x.conf";
+    IniFile file;
+    setAll(file, 0);
+    file.setDestination(path);
+    ASSERT_TRUE(file.flush());
+    const auto isWhole = [&path](const Str &) {
+        const IniFile left(path);
+        unsigned keys = 0;
+        std::set<Str> values;
+        if (const IniStanza *const stanza = left.findStanza("s")) {
+            for (const auto &[key, value, entry] : *stanza) {
+                ++keys;
+                values.emplace(value);
+            }
+        }
+        return keys == kKeys && values.size() == 1;
+    };
+    EXPECT_GT(killWhileChanging(path, "IniFileChild.DISABLED_FlushesForever", path, 15, isWhole), 5u);
 }
 
 } // namespace
