@@ -6,7 +6,6 @@
 
 #include <atomic>
 #include <list>
-#include <map>
 #include <vector>
 
 namespace velmox {
