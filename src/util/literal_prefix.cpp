@@ -1,5 +1,8 @@
 #include "util/literal_prefix.h"
 
+#include "util/ascii.h"
+#include "util/code_point.h"
+
 namespace velmox {
 
 namespace {
@@ -8,14 +11,16 @@ constexpr CharSet kSpecial("*.+?|(){}[]^$");
 // What can follow a character without a say in how often that character occurs.
 constexpr CharSet kNeutral(".[");
 
-bool isWordByte(char c)
+/// Whether a backslash in front may give the byte a meaning, as it does to letters and digits; from
+/// punctuation it takes the meaning.
+bool gainsMeaning(char byte)
 {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c & 0x80) != 0;
+    return isAsciiAlphanumeric(byte) || (byte & 0x80) != 0;
 }
 
 void dropLastCharacter(Str &text)
 {
-    while (!text.empty() && (text.back() & 0xC0) == 0x80) {
+    while (!text.empty() && isUtf8Continuation(static_cast<unsigned char>(text.back()))) {
         text.pop_back();
     }
     if (!text.empty()) {
@@ -33,9 +38,8 @@ Str literalPrefix(const Str &pattern)
     }
     std::string_view rest = pattern.c_str();
     while (!rest.empty() && !kSpecial.contains(rest.front())) {
-        // A backslash takes the meaning from punctuation, but gives one to letters and digits.
         if (rest.front() == '\\') {
-            if (rest.size() == 1 || isWordByte(rest[1])) {
+            if (rest.size() == 1 || gainsMeaning(rest[1])) {
                 break;
             }
             rest.remove_prefix(1);

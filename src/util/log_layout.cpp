@@ -1,9 +1,11 @@
 #include "util/log_layout.h"
 
+#include "util/ascii.h"
 #include "util/log_message.h"
 #include "util/struct_tm.h"
 #include "util/timeval.h"
 
+#include <algorithm>
 #include <array>
 #include <ctime>
 #include <utility>
@@ -56,7 +58,8 @@ void appendDate(const TimeFormatter &format, std::uint64_t time, Str &out)
 
 std::uint64_t millisecondsSinceStart(const LogRecord &record)
 {
-    return record.time <= record.startTime ? 0 : (record.time - record.startTime + 9999) / 10000;
+    const std::uint64_t time = std::max(record.time, record.startTime);
+    return static_cast<std::uint64_t>(Timeval(time).millisecondsSince(Timeval(record.startTime)));
 }
 
 } // namespace
@@ -97,7 +100,7 @@ private:
         return true;
     }
 
-    bool atDigit() const { return !rest_.empty() && rest_[0] >= '0' && rest_[0] <= '9'; }
+    bool atDigit() const { return !rest_.empty() && isAsciiDigit(rest_[0]); }
 
     std::size_t width()
     {

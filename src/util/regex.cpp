@@ -1,5 +1,6 @@
 #include "util/regex.h"
 
+#include "util/ascii.h"
 #include "util/logger.h"
 
 #include <algorithm>
@@ -33,6 +34,16 @@ StrSegment segmentOf(const char *subject, const int *pair)
 const char *orEmpty(const char *subject)
 {
     return subject != nullptr ? subject : "";
+}
+
+bool hasMatched(int result)
+{
+    return result >= 0 || result == PCRE_ERROR_PARTIAL;
+}
+
+bool spans(const int *whole, std::size_t length)
+{
+    return static_cast<std::size_t>(whole[1] - whole[0]) == length;
 }
 
 } // namespace
@@ -147,10 +158,7 @@ bool Regex::match(StrSegment &subject, RegexMatch *out, bool consume, bool fullM
     const std::size_t length = subject.size();
     int offsets[kVectorSize];
     const int result = program->exec(start, length, kMatchOptions, offsets);
-    if (result < 0 && result != PCRE_ERROR_PARTIAL) {
-        return false;
-    }
-    if (fullMatch && static_cast<std::size_t>(offsets[1] - offsets[0]) != length) {
+    if (!hasMatched(result) || (fullMatch && !spans(offsets, length))) {
         return false;
     }
     if (consume) {
@@ -178,7 +186,7 @@ bool Regex::partialMatch(const Str &subject, RegexMatch *out) const
     }
     int offsets[kVectorSize];
     const int result = compiled_->exec(subject.data(), subject.size(), PCRE_PARTIAL, offsets);
-    if (result < 0 && result != PCRE_ERROR_PARTIAL) {
+    if (!hasMatched(result)) {
         return false;
     }
     if (out != nullptr) {
@@ -196,10 +204,7 @@ int Regex::findAt(const char *subject, unsigned length, bool anchoredHere, bool 
     int offsets[kVectorSize];
     const int options = kMatchOptions | (anchoredHere ? PCRE_ANCHORED : 0);
     const int result = program->exec(orEmpty(subject), length, options, offsets);
-    if (result < 0 && result != PCRE_ERROR_PARTIAL) {
-        return -1;
-    }
-    if (fullMatch && static_cast<unsigned>(offsets[1] - offsets[0]) != length) {
+    if (!hasMatched(result) || (fullMatch && !spans(offsets, length))) {
         return -1;
     }
     return offsets[0];
@@ -221,10 +226,7 @@ void Regex::fill(RegexMatch &out, const char *subject, const int *offsets, int f
 
 void Regex::escape(const Str &in, Str &out)
 {
-    const auto isPlain = [](char c) {
-        return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' ||
-               (c & 0x80) != 0;
-    };
+    const auto isPlain = [](char c) { return isAsciiAlphanumeric(c) || c == '_' || (c & 0x80) != 0; };
     Str escaped;
     escaped.reserve(2 * in.size());
     for (const char c : in) {

@@ -1,3 +1,4 @@
+#include "util/ascii.h"
 #include "util/code_point.h"
 #include "util/unicode_table.h"
 
@@ -43,16 +44,6 @@ std::size_t asciiPrefix(const char *text, std::size_t length)
         ++at;
     }
     return at;
-}
-
-constexpr char lowerAscii(char byte)
-{
-    return static_cast<char>(byte ^ (byte >= 'A' && byte <= 'Z' ? 0x20 : 0));
-}
-
-constexpr char upperAscii(char byte)
-{
-    return static_cast<char>(byte ^ (byte >= 'a' && byte <= 'z' ? 0x20 : 0));
 }
 
 Utf8Key pack(Utf8Key key, char byte)
@@ -122,7 +113,7 @@ Utf8Key takeCharacter(std::string_view &text)
 
 Utf8Key caselessKey(Utf8Key key)
 {
-    return key < 0x80 ? static_cast<Utf8Key>(lowerAscii(static_cast<char>(key))) : lowerCaseKey(key);
+    return key < 0x80 ? static_cast<Utf8Key>(toAsciiLower(static_cast<char>(key))) : lowerCaseKey(key);
 }
 
 int compareCharacters(std::string_view &a, std::string_view &b)
@@ -161,8 +152,8 @@ int Str::compareCaseless(const char *a, std::size_t aLength, const char *b, std:
     skipEqualAscii(left, right);
     while (!left.empty() && !right.empty()) {
         if (isAscii(left.front()) && isAscii(right.front())) {
-            const char leftByte = lowerAscii(left.front());
-            const char rightByte = lowerAscii(right.front());
+            const char leftByte = toAsciiLower(left.front());
+            const char rightByte = toAsciiLower(right.front());
             if (leftByte != rightByte) {
                 return leftByte < rightByte ? -1 : 1;
             }
@@ -187,12 +178,12 @@ int Str::compareCaseless(const Str &other) const
 
 void Str::toLower(Str &out) const
 {
-    appendFolded<lowerAscii, lowerCaseKey>(view(), out);
+    appendFolded<toAsciiLower, lowerCaseKey>(view(), out);
 }
 
 void Str::toUpper(Str &out) const
 {
-    appendFolded<upperAscii, upperCaseKey>(view(), out);
+    appendFolded<toAsciiUpper, upperCaseKey>(view(), out);
 }
 
 Str Str::lowered() const

@@ -1,3 +1,4 @@
+#include "util/ascii.h"
 #include "util/str.h"
 #include "util/str_segment.h"
 
@@ -50,14 +51,9 @@ bool isSpace(char byte)
     return byte == ' ' || (byte >= '\t' && byte <= '\r');
 }
 
-char asciiLower(char byte)
-{
-    return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte | 0x20) : byte;
-}
-
 bool equalsAsciiCaseless(std::string_view a, std::string_view b)
 {
-    return std::ranges::equal(a, b, {}, asciiLower, asciiLower);
+    return std::ranges::equal(a, b, {}, toAsciiLower, toAsciiLower);
 }
 
 struct BoolWord
@@ -75,28 +71,19 @@ constexpr std::array<BoolWord, 8> kBoolWords{{{"f", false},
                                               {"yes", true},
                                               {"1", true}}};
 
-std::string_view withoutLeadingBlanks(std::string_view text)
-{
-    while (!text.empty() && CharSet::blanks().contains(text.front())) {
-        text.remove_prefix(1);
-    }
-    return text;
-}
-
 /// Digits with blanks on either side, and nothing else, up to `limit`.
-bool parseMagnitude(std::string_view text, std::uint64_t limit, std::uint64_t &out)
+bool parseMagnitude(StrSegment text, std::uint64_t limit, std::uint64_t &out)
 {
-    text = withoutLeadingBlanks(text);
+    const StrSegment digits = text.trimmed();
     std::uint64_t value = 0;
-    std::size_t digits = 0;
-    for (; digits < text.size() && text[digits] >= '0' && text[digits] <= '9'; ++digits) {
-        const auto digit = static_cast<std::uint64_t>(text[digits] - '0');
-        if (value > limit / 10 || value * 10 > limit - digit) {
+    for (const char byte : digits) {
+        const auto digit = static_cast<std::uint64_t>(byte - '0');
+        if (!isAsciiDigit(byte) || value > limit / 10 || value * 10 > limit - digit) {
             return false;
         }
         value = value * 10 + digit;
     }
-    if (digits == 0 || !withoutLeadingBlanks(text.substr(digits)).empty()) {
+    if (digits.empty()) {
         return false;
     }
     out = value;
@@ -104,13 +91,14 @@ bool parseMagnitude(std::string_view text, std::uint64_t limit, std::uint64_t &o
 }
 
 template <class Signed>
-bool parseStrictSigned(std::string_view text, Signed &out)
+bool parseStrictSigned(StrSegment text, Signed &out)
 {
-    text = withoutLeadingBlanks(text);
-    const bool negative = text.starts_with('-');
+    text = text.trimmed();
+    const bool negative = !text.empty() && text[0] == '-';
+    text.removePrefix(negative);
     const auto positiveLimit = static_cast<std::uint64_t>(std::numeric_limits<Signed>::max());
     std::uint64_t magnitude = 0;
-    if (!parseMagnitude(text.substr(negative), positiveLimit + negative, magnitude)) {
+    if (!parseMagnitude(text, positiveLimit + negative, magnitude)) {
         return false;
     }
     out = static_cast<Signed>(negative ? 0 - magnitude : magnitude);
@@ -118,7 +106,7 @@ bool parseStrictSigned(std::string_view text, Signed &out)
 }
 
 template <class Unsigned>
-bool parseStrictUnsigned(std::string_view text, Unsigned &out)
+bool parseStrictUnsigned(StrSegment text, Unsigned &out)
 {
     std::uint64_t magnitude = 0;
     if (!parseMagnitude(text, std::numeric_limits<Unsigned>::max(), magnitude)) {
@@ -181,42 +169,42 @@ bool StrSegment::toInt(int &out, int base) const
 
 bool StrSegment::parseSigned(std::int8_t &out) const
 {
-    return parseStrictSigned(view(), out);
+    return parseStrictSigned(*this, out);
 }
 
 bool StrSegment::parseSigned(std::int16_t &out) const
 {
-    return parseStrictSigned(view(), out);
+    return parseStrictSigned(*this, out);
 }
 
 bool StrSegment::parseSigned(std::int32_t &out) const
 {
-    return parseStrictSigned(view(), out);
+    return parseStrictSigned(*this, out);
 }
 
 bool StrSegment::parseSigned(std::int64_t &out) const
 {
-    return parseStrictSigned(view(), out);
+    return parseStrictSigned(*this, out);
 }
 
 bool StrSegment::parseUnsigned(std::uint8_t &out) const
 {
-    return parseStrictUnsigned(view(), out);
+    return parseStrictUnsigned(*this, out);
 }
 
 bool StrSegment::parseUnsigned(std::uint16_t &out) const
 {
-    return parseStrictUnsigned(view(), out);
+    return parseStrictUnsigned(*this, out);
 }
 
 bool StrSegment::parseUnsigned(std::uint32_t &out) const
 {
-    return parseStrictUnsigned(view(), out);
+    return parseStrictUnsigned(*this, out);
 }
 
 bool StrSegment::parseUnsigned(std::uint64_t &out) const
 {
-    return parseStrictUnsigned(view(), out);
+    return parseStrictUnsigned(*this, out);
 }
 
 } // namespace velmox

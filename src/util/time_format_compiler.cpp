@@ -1,8 +1,8 @@
 #include "util/time_format_compiler.h"
 
+#include "util/ascii.h"
 #include "util/time_format_letters.h"
 
-#include <algorithm>
 #include <iterator>
 #include <optional>
 
@@ -154,7 +154,7 @@ private:
     {
         constexpr unsigned kLargest = 0xFFFF;
         unsigned width = 0;
-        for (; !rest_.empty() && rest_.front() >= '0' && rest_.front() <= '9'; rest_.remove_prefix(1)) {
+        for (; !rest_.empty() && isAsciiDigit(rest_.front()); rest_.remove_prefix(1)) {
             width = width * 10 + static_cast<unsigned>(rest_.front() - '0');
             if (width > kLargest) {
                 return false;

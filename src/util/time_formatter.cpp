@@ -1,5 +1,6 @@
 #include "util/time_formatter.h"
 
+#include "util/ascii.h"
 #include "util/calendar.h"
 #include "util/time_format_compiler.h"
 #include "util/time_names.h"
@@ -18,13 +19,7 @@ using Case = Atom::Case;
 
 char changeCase(char letter, Case letterCase)
 {
-    constexpr char kCaseBit = 0x20;
-    if (letter >= 'a' && letter <= 'z') {
-        return static_cast<char>(letter ^ kCaseBit);
-    }
-    return letter >= 'A' && letter <= 'Z' && letterCase == Case::Swapped
-               ? static_cast<char>(letter ^ kCaseBit)
-               : letter;
+    return letterCase == Case::Swapped && isAsciiUpper(letter) ? toAsciiLower(letter) : toAsciiUpper(letter);
 }
 
 std::int64_t century(std::int64_t year)
