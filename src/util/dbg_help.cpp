@@ -1,14 +1,10 @@
 #include "util/dbg_help.h"
 
+#include "util/library_routine.h"
+
 namespace velmox {
 
 namespace {
-
-template <class Function>
-void find(HMODULE library, const char *name, Function &function)
-{
-    function = reinterpret_cast<Function>(reinterpret_cast<void *>(GetProcAddress(library, name)));
-}
 
 DbgHelp load()
 {
@@ -17,15 +13,15 @@ DbgHelp load()
     if (library == nullptr) {
         return calls;
     }
-    find(library, "SymSetOptions", calls.symSetOptions);
-    find(library, "SymInitialize", calls.symInitialize);
-    find(library, "SymFromAddr", calls.symFromAddr);
-    find(library, "SymGetLineFromAddr64", calls.symGetLineFromAddr64);
-    find(library, "SymGetModuleInfo64", calls.symGetModuleInfo64);
-    find(library, "SymFunctionTableAccess64", calls.symFunctionTableAccess64);
-    find(library, "SymGetModuleBase64", calls.symGetModuleBase64);
-    find(library, "StackWalk64", calls.stackWalk64);
-    find(library, "MiniDumpWriteDump", calls.miniDumpWriteDump);
+    findRoutine(library, "SymSetOptions", calls.symSetOptions);
+    findRoutine(library, "SymInitialize", calls.symInitialize);
+    findRoutine(library, "SymFromAddr", calls.symFromAddr);
+    findRoutine(library, "SymGetLineFromAddr64", calls.symGetLineFromAddr64);
+    findRoutine(library, "SymGetModuleInfo64", calls.symGetModuleInfo64);
+    findRoutine(library, "SymFunctionTableAccess64", calls.symFunctionTableAccess64);
+    findRoutine(library, "SymGetModuleBase64", calls.symGetModuleBase64);
+    findRoutine(library, "StackWalk64", calls.stackWalk64);
+    findRoutine(library, "MiniDumpWriteDump", calls.miniDumpWriteDump);
     return calls;
 }
 

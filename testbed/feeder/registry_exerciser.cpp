@@ -5,6 +5,7 @@
 // exit code is 0 if every call succeeded.
 
 #include "testbed/record_builder.h"
+#include "util/library_routine.h"
 #include "util/windows_api.h"
 
 #include <charconv>
@@ -94,9 +95,8 @@ using NtRenameKeyRoutine = NTSTATUS(NTAPI *)(HANDLE, UNICODE_STRING *);
 
 NtRenameKeyRoutine findNtRenameKey()
 {
-    const FARPROC found = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtRenameKey");
     NtRenameKeyRoutine routine = nullptr;
-    std::memcpy(&routine, &found, sizeof routine);
+    findRoutine(GetModuleHandleW(L"ntdll.dll"), "NtRenameKey", routine);
     return routine;
 }
 

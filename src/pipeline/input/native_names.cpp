@@ -1,5 +1,7 @@
 #include "pipeline/input/native_names.h"
 
+#include "util/library_routine.h"
+
 #include <memory>
 
 namespace velmox {
@@ -26,9 +28,11 @@ struct VirtualMemoryDeleter
 
 NtQueryObject findNtQueryObject()
 {
-    const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
-    const FARPROC routine = ntdll == nullptr ? nullptr : GetProcAddress(ntdll, "NtQueryObject");
-    return reinterpret_cast<NtQueryObject>(reinterpret_cast<void *>(routine));
+    NtQueryObject routine = nullptr;
+    if (const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll")) {
+        findRoutine(ntdll, "NtQueryObject", routine);
+    }
+    return routine;
 }
 
 bool queryName(NtQueryObject query, HANDLE object, WideStr &name)

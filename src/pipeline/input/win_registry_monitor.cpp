@@ -9,6 +9,7 @@
 #include "pipeline/input/registry_operations.h"
 #include "pipeline/input/trace.h"
 #include "pipeline/input/xml_stdin.h"
+#include "util/library_routine.h"
 
 #include <new>
 #include <utility>
@@ -91,12 +92,12 @@ bool WinRegistryMonitor::findStatusMapping()
         monitorLog.error("%s: Failed to load ntdll.dll: '%m'", kFunction);
         return false;
     }
-    const FARPROC routine = GetProcAddress(ntdll, "RtlNtStatusToDosError");
-    if (routine == nullptr) {
+    StatusTexts::StatusToError mapping = nullptr;
+    if (!findRoutine(ntdll, "RtlNtStatusToDosError", mapping)) {
         monitorLog.error("%s: Failed to get RtlNtStatusToDosError function pointer from ntdll.dll: '%m'",
                          kFunction);
     }
-    statusTexts_.setMapping(reinterpret_cast<StatusTexts::StatusToError>(reinterpret_cast<void *>(routine)));
+    statusTexts_.setMapping(mapping);
     return true;
 }
 
