@@ -1,6 +1,6 @@
 #include "searchthing/file_status.h"
 
-#include "util/windows_api.h"
+#include "util/file_time.h"
 
 namespace velmox {
 
@@ -12,7 +12,7 @@ FileStatus FileStatus::of(const Pathname &path)
         return {};
     }
     return {true, std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow,
-            Timeval::fromHalves(data.ftLastWriteTime.dwLowDateTime, data.ftLastWriteTime.dwHighDateTime)};
+            timevalOf(data.ftLastWriteTime)};
 }
 
 Str FileStatus::toStr() const

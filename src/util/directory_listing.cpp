@@ -1,5 +1,6 @@
 #include "util/directory_listing.h"
 
+#include "util/file_time.h"
 #include "util/owned_handle.h"
 
 #include <algorithm>
@@ -23,8 +24,7 @@ DirectoryEntry entryOf(const WIN32_FIND_DATAW &found)
     entry.name = WideStr(asUtf16(found.cFileName));
     entry.isFolder = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     entry.size = std::uint64_t{found.nFileSizeHigh} << 32 | found.nFileSizeLow;
-    entry.modtime =
-        Timeval::fromHalves(found.ftLastWriteTime.dwLowDateTime, found.ftLastWriteTime.dwHighDateTime);
+    entry.modtime = timevalOf(found.ftLastWriteTime);
     return entry;
 }
 

@@ -7,6 +7,7 @@
 #include "searchthing/file_status.h"
 #include "searchthing/osfile.h"
 #include "util/file_system.h"
+#include "util/file_time.h"
 #include "util/owned_handle.h"
 #include "util/random_hex.h"
 
@@ -65,7 +66,7 @@ bool stamp(const Pathname &path, const Timeval &modtime)
     const FileHandle file(CreateFileW(asWide(path), FILE_WRITE_ATTRIBUTES,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                       OPEN_EXISTING, 0, nullptr));
-    const FILETIME time{static_cast<DWORD>(modtime.ticks()), static_cast<DWORD>(modtime.ticks() >> 32)};
+    const FILETIME time = fileTimeOf(modtime);
     return file.isValid() && SetFileTime(file.get(), nullptr, nullptr, &time);
 }
 

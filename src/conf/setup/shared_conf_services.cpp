@@ -7,9 +7,8 @@
 #include "conf/setup/conf_settings.h"
 #include "conf/setup/search_head_pool_info.h"
 #include "conf/setup/shared_conf_services_registry.h"
+#include "util/file_time.h"
 #include "util/logger.h"
-#include "util/timeval.h"
-#include "util/windows_api.h"
 
 namespace velmox {
 
@@ -18,11 +17,6 @@ namespace {
 Logger log("SharedConfServices");
 
 std::atomic<unsigned> generations{0};
-
-Timeval timeOf(const FILETIME &time)
-{
-    return Timeval::fromHalves(time.dwLowDateTime, time.dwHighDateTime);
-}
 
 /// Measures what the calling thread spends from its construction on.
 class Stopwatch
@@ -42,7 +36,7 @@ private:
         FILETIME kernel{};
         FILETIME user{};
         GetThreadTimes(GetCurrentThread(), &made, &ended, &kernel, &user);
-        return timeOf(kernel).ticks() + timeOf(user).ticks();
+        return timevalOf(kernel).ticks() + timevalOf(user).ticks();
     }
 
     const std::uint64_t startMs_ = GetTickCount64();

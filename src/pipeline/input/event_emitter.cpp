@@ -1,6 +1,6 @@
 #include "pipeline/input/event_emitter.h"
 
-#include "util/timeval.h"
+#include "util/file_time.h"
 
 namespace velmox {
 
@@ -13,7 +13,7 @@ long long unixSeconds(const SYSTEMTIME &time)
 {
     FILETIME fileTime = {};
     SystemTimeToFileTime(&time, &fileTime);
-    return Timeval::fromHalves(fileTime.dwLowDateTime, fileTime.dwHighDateTime).toUnixSeconds();
+    return timevalOf(fileTime).toUnixSeconds();
 }
 
 bool isSameSecond(const SYSTEMTIME &a, const SYSTEMTIME &b)

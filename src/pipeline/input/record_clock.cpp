@@ -1,5 +1,7 @@
 #include "pipeline/input/record_clock.h"
 
+#include "util/file_time.h"
+
 namespace velmox {
 
 namespace {
@@ -12,7 +14,7 @@ const SYSTEMTIME &RecordClock::timeOf(std::uint64_t timestamp)
 {
     if (lastTimestamp_ == 0 || static_cast<std::int64_t>(timestamp - lastTimestamp_) > kTicksPerMillisecond) {
         lastTimestamp_ = timestamp;
-        const FILETIME fileTime = {static_cast<DWORD>(timestamp), static_cast<DWORD>(timestamp >> 32)};
+        const FILETIME fileTime = fileTimeOf(Timeval(timestamp));
         FileTimeToSystemTime(&fileTime, &cachedTime_);
     }
     return cachedTime_;
