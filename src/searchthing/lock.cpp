@@ -3,6 +3,7 @@
 #include "searchthing/osfile.h"
 #include "util/file_descriptor.h"
 #include "util/file_system.h"
+#include "util/last_error_keeper.h"
 #include "util/random_hex.h"
 
 namespace velmox {
@@ -115,12 +116,11 @@ int lockFileCanCreateIn(const Pathname &folder)
     }
     file.close();
     const bool locked = lockFileTry(probe) == LockTry::Taken;
-    const DWORD error = GetLastError();
+    const LastErrorKeeper keeper;
     if (locked) {
         lockFileRelease(probe);
     }
     removeFile(probe);
-    SetLastError(error);
     return locked ? kCanCreate : kCannotLock;
 }
 

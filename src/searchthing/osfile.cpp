@@ -2,6 +2,7 @@
 
 #include "util/file_descriptor.h"
 #include "util/file_system.h"
+#include "util/last_error_keeper.h"
 
 #include <winsock2.h>
 
@@ -52,10 +53,9 @@ bool createWithContent(const Pathname &path, std::string_view content)
     if (file.write(content.data(), content.size()) == static_cast<std::ptrdiff_t>(content.size())) {
         return true;
     }
-    const DWORD error = GetLastError();
+    const LastErrorKeeper keeper;
     file.close();
     removeFile(path);
-    SetLastError(error);
     return false;
 }
 

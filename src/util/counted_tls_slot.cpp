@@ -1,5 +1,6 @@
 #include "util/counted_tls_slot.h"
 
+#include "util/last_error_keeper.h"
 #include "util/thread_primitives.h"
 
 namespace velmox {
@@ -95,9 +96,8 @@ bool CountedTlsSlot::tryGet(void *&value)
         return true;
     }
     const bool read = readSlot(slotOf(state_.load()), value);
-    const DWORD error = GetLastError();
+    const LastErrorKeeper keeper;
     leave();
-    SetLastError(error);
     return read;
 }
 

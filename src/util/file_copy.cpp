@@ -1,6 +1,7 @@
 #include "util/file_copy.h"
 
 #include "util/file_system.h"
+#include "util/last_error_keeper.h"
 
 namespace velmox {
 
@@ -72,10 +73,9 @@ bool copyToNewFile(const FileHandle &source, const Pathname &to, FilePermissions
     if (copyBlocks(source, target)) {
         return true;
     }
-    const DWORD error = GetLastError();
+    const LastErrorKeeper keeper;
     target.close();
     removeFile(to);
-    SetLastError(error);
     return false;
 }
 

@@ -2,6 +2,7 @@
 
 #include "util/file_copy.h"
 #include "util/file_system.h"
+#include "util/last_error_keeper.h"
 #include "util/random_hex.h"
 
 namespace velmox {
@@ -50,9 +51,8 @@ bool replaceAcrossVolumes(const Pathname &from, const Pathname &to)
     if (copied && moveFile(temporary, to)) {
         return true;
     }
-    const DWORD error = GetLastError();
+    const LastErrorKeeper keeper;
     removeFile(temporary);
-    SetLastError(error);
     return false;
 }
 

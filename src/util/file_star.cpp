@@ -1,6 +1,7 @@
 #include "util/file_star.h"
 
 #include "util/handle_stream.h"
+#include "util/last_error_keeper.h"
 #include "util/pathname.h"
 
 #include <fcntl.h>
@@ -52,9 +53,8 @@ FileStar FileStar::tempFile()
                                   FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
     FileStar file = handle.isValid() ? streamFromHandle(std::move(handle), 0, "w+b") : FileStar();
     if (!file.isOpen()) {
-        const DWORD error = GetLastError();
+        const LastErrorKeeper keeper;
         DeleteFileW(asWide(path));
-        SetLastError(error);
     }
     return file;
 }
@@ -70,10 +70,8 @@ bool FileStar::close()
     if (!file) {
         return true;
     }
-    const DWORD error = GetLastError();
-    const bool closed = std::fclose(file) == 0;
-    SetLastError(error);
-    return closed;
+    const LastErrorKeeper keeper;
+    return std::fclose(file) == 0;
 }
 
 bool FileStar::readLine(Str &out)

@@ -1,5 +1,7 @@
 #include "util/handle_stream.h"
 
+#include "util/last_error_keeper.h"
+
 #include <cerrno>
 #include <cstdint>
 #include <io.h>
@@ -44,9 +46,8 @@ FileStar streamFromHandle(FileHandle handle, int flags, const char *mode)
     FileStar file(_fdopen(descriptor, mode));
     if (!file.isOpen()) {
         setLastErrorFromErrno();
-        const DWORD error = GetLastError();
+        const LastErrorKeeper keeper;
         _close(descriptor);
-        SetLastError(error);
     }
     return file;
 }

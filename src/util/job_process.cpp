@@ -1,5 +1,7 @@
 #include "util/job_process.h"
 
+#include "util/last_error_keeper.h"
+
 namespace velmox {
 
 namespace {
@@ -51,12 +53,11 @@ void JobProcess::end()
     if (!process_.isValid()) {
         return;
     }
-    const DWORD error = GetLastError();
+    const LastErrorKeeper keeper;
     if (!job_.isValid() || !TerminateJobObject(job_.get(), kEndedFromOutside)) {
         TerminateProcess(process_.get(), kEndedFromOutside);
     }
     WaitForSingleObject(process_.get(), INFINITE);
-    SetLastError(error);
 }
 
 DWORD JobProcess::exitStatus() const

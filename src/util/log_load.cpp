@@ -1,3 +1,4 @@
+#include "util/last_error_keeper.h"
 #include "util/log_loader.h"
 #include "util/logger.h"
 #include "util/open_file.h"
@@ -44,7 +45,7 @@ bool loadFiles(LogSystem &system, const Pathname &path, const char *section,
 bool Logger::loadConfig(const Pathname &path, const char *section, const std::map<Str, Str> &variables,
                         bool mayUseStderr)
 {
-    const unsigned error = platform::lastError();
+    const LastErrorKeeper keeper;
     LogSystem &system = LogSystem::instance();
     system.setThreadName(Thread::currentName);
     system.reset(&systemLogFiles());
@@ -52,9 +53,7 @@ bool Logger::loadConfig(const Pathname &path, const char *section, const std::ma
         system.silenceFallback();
     }
     system.start(platform::systemTime());
-    const bool loaded = loadFiles(system, path, section, variables, mayUseStderr);
-    platform::setLastError(error);
-    return loaded;
+    return loadFiles(system, path, section, variables, mayUseStderr);
 }
 
 } // namespace velmox

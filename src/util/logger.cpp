@@ -1,30 +1,19 @@
 #include "util/logger.h"
 
+#include "util/last_error_keeper.h"
 #include "util/log_message.h"
 #include "util/log_suppressor.h"
 #include "util/log_system.h"
 #include "util/platform.h"
 #include "util/structured_exception.h"
 
+#include <span>
+
 namespace velmox {
 
 namespace {
 
 constexpr int kEverything = 0;
-
-class LastErrorKeeper
-{
-public:
-    LastErrorKeeper() : error_(platform::lastError()) {}
-    ~LastErrorKeeper() { platform::setLastError(error_); }
-    LastErrorKeeper(const LastErrorKeeper &) = delete;
-    LastErrorKeeper &operator=(const LastErrorKeeper &) = delete;
-
-    unsigned error() const { return error_; }
-
-private:
-    const unsigned error_;
-};
 
 void formatMessage(Str &out, unsigned error, LogFormatCallback *callback, const char *fmt, std::va_list args)
 {
@@ -176,17 +165,18 @@ bool Logger::deliver(LogLevel level, const Str &message, const LogCulprits *culp
         escaped = withVisibleLineEnds(message);
     }
     const LogCategory *category = category_.load(std::memory_order_acquire);
-    LogAppender *root = &system.appenders().root();
-    const bool hasAppenders = category && !category->appenders.empty();
-    LogAppender *const *appenders = hasAppenders ? category->appenders.data() : &root;
-    const std::size_t count = hasAppenders ? category->appenders.size() : 1;
+    LogAppender *const root = &system.appenders().root();
+    std::span<LogAppender *const> appenders(&root, 1);
+    if (category && !category->appenders.empty()) {
+        appenders = category->appenders;
+    }
 
     bool written = false;
-    for (std::size_t index = 0; index < count; ++index) {
-        if (!culprits || !culprits->contains(appenders[index])) {
+    for (LogAppender *appender : appenders) {
+        if (!culprits || !culprits->contains(appender)) {
             LogReports reports;
-            written |= appenders[index]->append(record, escapes ? escaped : message, reports);
-            const LogCulprits culprit{appenders[index], culprits};
+            written |= appender->append(record, escapes ? escaped : message, reports);
+            const LogCulprits culprit{appender, culprits};
             system.report(reports, &culprit);
         }
     }

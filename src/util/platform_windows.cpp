@@ -1,3 +1,4 @@
+#include "util/last_error_keeper.h"
 #include "util/platform.h"
 #include "util/str.h"
 #include "util/wide_str.h"
@@ -99,10 +100,9 @@ void appendUtf8AsUtf16(const char *text, std::size_t length, WideStr &out)
 
 bool systemMessage(unsigned error, WideStr &out)
 {
-    const unsigned savedError = GetLastError();
+    const LastErrorKeeper keeper;
     const SystemMessage message(error);
     out.append(message.view());
-    SetLastError(savedError);
     return !message.view().empty();
 }
 

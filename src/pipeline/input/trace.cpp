@@ -1,5 +1,7 @@
 #include "pipeline/input/trace.h"
 
+#include "util/last_error_keeper.h"
+
 #include <evntrace.h>
 #include <wmistr.h>
 
@@ -40,11 +42,10 @@ ULONG WINAPI onControl(WMIDPREQUESTCODE request, void *, ULONG *, void *buffer)
 void send(const GUID &guid, std::uint16_t number, const Argument &a, const Argument &b, const Argument &c,
           const Argument &d)
 {
-    const DWORD error = GetLastError();
+    const LastErrorKeeper keeper;
     GUID identifier = guid;
     TraceMessage(session, kMessageFlags, &identifier, number, a.data(), a.bytes(), b.data(), b.bytes(),
                  c.data(), c.bytes(), d.data(), d.bytes(), nullptr);
-    SetLastError(error);
 }
 
 } // namespace

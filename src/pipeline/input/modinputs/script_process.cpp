@@ -1,6 +1,7 @@
 #include "pipeline/input/modinputs/script_process.h"
 
 #include "pipeline/input/modular_inputs_exception.h"
+#include "util/last_error_keeper.h"
 
 #include <cstddef>
 #include <iterator>
@@ -51,11 +52,10 @@ public:
     }
     ~InheritedHandles()
     {
-        const DWORD error = GetLastError();
+        const LastErrorKeeper keeper;
         if (isInitialized_) {
             DeleteProcThreadAttributeList(list());
         }
-        SetLastError(error);
     }
     InheritedHandles(const InheritedHandles &) = delete;
     InheritedHandles &operator=(const InheritedHandles &) = delete;
