@@ -7,6 +7,7 @@ namespace velmox {
 
 inline constexpr char32_t kLastCodePoint = 0x10FFFF;
 inline constexpr char32_t kReplacementCharacter = 0xFFFD;
+inline constexpr char32_t kByteOrderMark = 0xFEFF;
 
 constexpr bool isHighSurrogate(char32_t unit)
 {
@@ -41,6 +42,15 @@ constexpr unsigned utf8ContinuationCount(unsigned lead)
         return 0;
     }
     return lead <= 0xDF ? 1 : lead <= 0xEF ? 2 : 3;
+}
+
+/// Whether a byte may stand right behind a UTF-8 lead. The lead narrows the range of continuation bytes where
+/// the rest of it would make an overlong form, a surrogate or a value beyond U+10FFFF.
+constexpr bool isUtf8Second(unsigned lead, unsigned byte)
+{
+    const unsigned low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+    const unsigned high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+    return byte >= low && byte <= high;
 }
 
 /// Whether a character read from a sequence with that many continuation bytes needed all of them.

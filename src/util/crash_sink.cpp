@@ -1,5 +1,6 @@
 #include "util/crash_sink.h"
 
+#include "util/code_point.h"
 #include "util/windows_api.h"
 
 #include <cstdarg>
@@ -22,7 +23,7 @@ void CrashSink::print(const char16_t *text)
     std::size_t left = std::char_traits<char16_t>::length(text);
     while (left != 0) {
         int units = static_cast<int>(left < kPiece ? left : kPiece);
-        if (units > 1 && IS_HIGH_SURROGATE(text[units - 1])) {
+        if (units > 1 && isHighSurrogate(text[units - 1])) {
             --units; // the pair goes with the next piece
         }
         const int length =

@@ -4,13 +4,6 @@
 
 namespace velmox::platform {
 
-namespace {
-
-// The bounds of the C run-time library of Windows.
-constexpr std::int64_t kLastLocalTime = 32'535'244'799;
-
-} // namespace
-
 bool localTime(std::int64_t unixSeconds, StructTm &out)
 {
     const std::time_t seconds = unixSeconds;

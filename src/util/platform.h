@@ -28,6 +28,10 @@ bool systemMessage(unsigned error, WideStr &out);
 /// UTC in 100-nanosecond units since 1 January 1601.
 std::uint64_t systemTime();
 
+/// The end of the year 3000, the last moment that the C run-time library of Windows breaks down in every
+/// zone, in seconds since 1970.
+inline constexpr std::int64_t kLastLocalTime = 32'535'244'799;
+
 /// Breaks seconds since 1970 down in the process's local zone; false before 1970 and behind the year 3000.
 bool localTime(std::int64_t unixSeconds, StructTm &out);
 /// The way back; fields beyond their range carry over, and a negative daylight flag leaves it to the zone.

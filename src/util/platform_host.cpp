@@ -1,5 +1,6 @@
 #include "util/code_point.h"
 #include "util/platform.h"
+#include "util/timeval.h"
 
 #include <chrono>
 #include <cstdio>
@@ -10,40 +11,25 @@ namespace {
 
 thread_local unsigned threadError = 0;
 
-/// What a lead byte promises: how many bytes follow, and which range the first of them must lie in.
-struct Lead
-{
-    unsigned following;
-    unsigned char low;
-    unsigned char high;
-};
-
-Lead leadOf(unsigned char byte)
-{
-    const unsigned char low = byte == 0xE0 ? 0xA0 : byte == 0xF0 ? 0x90 : 0x80;
-    const unsigned char high = byte == 0xED ? 0x9F : byte == 0xF4 ? 0x8F : 0xBF;
-    return {utf8ContinuationCount(byte), low, high};
-}
-
 /// Reads one character at `at` and moves behind it; the longest ill-formed beginning counts as one.
 char32_t nextCodePoint(const unsigned char *text, std::size_t length, std::size_t &at)
 {
-    const unsigned char first = text[at++];
-    if (first < 0x80) {
-        return first;
+    const unsigned char lead = text[at++];
+    if (lead < 0x80) {
+        return lead;
     }
-    Lead lead = leadOf(first);
-    if (lead.following == 0) {
+    const unsigned following = utf8ContinuationCount(lead);
+    if (following == 0) {
         return kReplacementCharacter;
     }
-    char32_t c = first & (0x3Fu >> lead.following);
-    for (; lead.following != 0; --lead.following, ++at) {
-        if (at == length || text[at] < lead.low || text[at] > lead.high) {
+    char32_t c = lead & (0x3Fu >> following);
+    for (unsigned taken = 0; taken < following; ++taken, ++at) {
+        const bool fits =
+            at < length && (taken == 0 ? isUtf8Second(lead, text[at]) : isUtf8Continuation(text[at]));
+        if (!fits) {
             return kReplacementCharacter;
         }
         c = c << 6 | (text[at] & 0x3F);
-        lead.low = 0x80;
-        lead.high = 0xBF;
     }
     return c;
 }
@@ -90,11 +76,9 @@ bool systemMessage(unsigned, WideStr &)
 
 std::uint64_t systemTime()
 {
-    constexpr std::uint64_t kSecondsTo1970 = 11644473600;
-    constexpr std::uint64_t kTicksPerSecond = 10'000'000;
     const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
     const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(sinceEpoch).count();
-    return kSecondsTo1970 * kTicksPerSecond + static_cast<std::uint64_t>(nanoseconds) / 100;
+    return Timeval::kUnixEpoch + static_cast<std::uint64_t>(nanoseconds) / 100;
 }
 
 void writeStandardError(const char *bytes, std::size_t length)

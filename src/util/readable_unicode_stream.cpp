@@ -2,7 +2,6 @@
 
 #include "util/code_point.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace velmox {
@@ -13,7 +12,6 @@ namespace {
 constexpr char32_t kEnd = 0xFFFFFFFF;
 constexpr char32_t kInvalid = 0xFFFFFFFE;
 
-constexpr char32_t kByteOrderMark = 0xFEFF;
 constexpr std::size_t kFirstLineBuffer = 128;
 
 char32_t characterOrInvalid(char32_t value)
@@ -157,9 +155,6 @@ int ReadableUnicodeStream::nextByte()
     }
     if (phase_ == Phase::ReadingOn) {
         return readByte();
-    }
-    if (phase_ == Phase::NothingRead) {
-        detectEncoding();
     }
     if (headPosition_ < headLength_) {
         return head_[headPosition_++];

@@ -1,43 +1,22 @@
-#include "util/str.h"
+#include "util/code_point.h"
 
 namespace velmox {
 
 namespace {
 
-/// What a lead byte demands: how many bytes follow, and the range of the first of them. The narrowed ranges
-/// shut out overlong forms, surrogates and code points beyond U+10FFFF.
-struct LeadRule
-{
-    unsigned char lastLead;
-    unsigned char following;
-    unsigned char low;
-    unsigned char high;
-};
-
-constexpr LeadRule kLeadRules[] = {
-    {0xDF, 1, 0x80, 0xBF}, {0xE0, 2, 0xA0, 0xBF}, {0xEC, 2, 0x80, 0xBF}, {0xED, 2, 0x80, 0x9F},
-    {0xEF, 2, 0x80, 0xBF}, {0xF0, 3, 0x90, 0xBF}, {0xF3, 3, 0x80, 0xBF}, {0xF4, 3, 0x80, 0x8F},
-};
-
 /// The length of the well-formed character at the front, which is not ASCII; 0 when there is none.
 std::size_t wellFormedLength(const unsigned char *text, std::size_t length)
 {
-    if (text[0] < 0xC2 || text[0] > 0xF4) {
+    const std::size_t following = utf8ContinuationCount(text[0]);
+    if (following == 0 || following >= length || !isUtf8Second(text[0], text[1])) {
         return 0;
     }
-    const LeadRule *rule = kLeadRules;
-    while (rule->lastLead < text[0]) {
-        ++rule;
-    }
-    if (rule->following >= length || text[1] < rule->low || text[1] > rule->high) {
-        return 0;
-    }
-    for (std::size_t at = 2; at <= rule->following; ++at) {
-        if ((text[at] & 0xC0) != 0x80) {
+    for (std::size_t at = 2; at <= following; ++at) {
+        if (!isUtf8Continuation(text[at])) {
             return 0;
         }
     }
-    return rule->following + std::size_t{1};
+    return following + 1;
 }
 
 int hexValue(char digit)

@@ -4,17 +4,12 @@
 #include "util/struct_tm.h"
 #include "util/time_names.h"
 
-#include <cmath>
-#include <limits>
-
 namespace velmox {
 
 namespace {
 
 constexpr std::uint64_t kTicksPerMillisecond = 10'000;
 constexpr std::uint64_t kTicksPerMicrosecond = 10;
-/// The end of the year 3000, the last moment that the C run-time library breaks down in every zone.
-constexpr std::int64_t kLastLocalTime = 32'535'244'799;
 
 struct DurationUnit
 {
@@ -92,7 +87,7 @@ Str Timeval::toStr() const
     }
     const std::int64_t seconds = toUnixSeconds();
     StructTm tm;
-    if (seconds > kLastLocalTime || !platform::localTime(seconds, tm)) {
+    if (seconds > platform::kLastLocalTime || !platform::localTime(seconds, tm)) {
         return Str::fromFormat("INVALID_TIME (%lld)", static_cast<long long>(seconds));
     }
     const std::string_view weekDay = weekDayName(tm.weekDay).substr(0, 3);

@@ -4,12 +4,6 @@
 
 namespace velmox {
 
-namespace {
-
-constexpr char32_t kByteOrderMark = 0xFEFF;
-
-} // namespace
-
 void WritableUnicodeStream::write(const char *utf8, std::size_t length)
 {
     if (length != 0) {

@@ -64,8 +64,8 @@ private:
     bool bigEndian_ = false;
     bool afterCr_ = false;
     Output output_ = nullptr;
-    unsigned continuations_ = 0; ///< of the unfinished UTF-8 sequence; 0 is none
-    unsigned missing_ = 0;       ///< of these, not read yet
+    unsigned continuations_ = 0; ///< of the last UTF-8 sequence
+    unsigned missing_ = 0;       ///< of these, not taken yet; 0 when the sequence is finished
     char32_t partial_ = 0;
     char16_t highSurrogate_ = 0; ///< 0 is none
     Str formatted_;
