@@ -7,6 +7,16 @@ namespace {
 constexpr std::int64_t kDaysPerEra = 146'097;  // 400 years
 constexpr std::int64_t kEpochInEras = 719'468; // 1 March of the year 0 to 1 January 1970
 
+bool isLeapYear(std::int64_t year)
+{
+    return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+}
+
+std::int32_t daysInYear(std::int64_t year)
+{
+    return isLeapYear(year) ? 366 : 365;
+}
+
 /// Days from 1 March to the first of a month that is counted from March.
 constexpr std::int64_t daysBeforeMonth(std::int64_t monthFromMarch)
 {

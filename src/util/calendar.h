@@ -19,16 +19,6 @@ constexpr std::int64_t floorDivide(std::int64_t value, std::int64_t by)
     return value / by - (value % by < 0 ? 1 : 0);
 }
 
-constexpr bool isLeapYear(std::int64_t year)
-{
-    return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
-}
-
-constexpr std::int32_t daysInYear(std::int64_t year)
-{
-    return isLeapYear(year) ? 366 : 365;
-}
-
 /// A month or a day beyond its range carries over.
 std::int64_t daysSinceEpoch(std::int64_t year, std::int32_t month, std::int32_t dayOfMonth);
 Date dateOf(std::int64_t days);

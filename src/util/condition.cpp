@@ -1,6 +1,5 @@
 #include "util/condition.h"
 
-#include <memory>
 #include <mutex>
 
 namespace velmox {

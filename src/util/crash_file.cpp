@@ -1,6 +1,5 @@
 #include "util/crash_file.h"
 
-#include <algorithm>
 #include <stdio.h>
 #include <vector>
 

@@ -66,9 +66,9 @@ void writeOnAnotherThread(CrashFacts &facts)
     }
 }
 
-/// Lets the first crash through. A thread that crashes while another one reports waits for the end of the
+/// True for the first crash alone. A thread that crashes while another one reports waits for the end of the
 /// process; a crash within the report ends it.
-bool isFirstCrash(DWORD code)
+bool beginReport(DWORD code)
 {
     const auto self = static_cast<LONG>(GetCurrentThreadId());
     const LONG first = InterlockedCompareExchange(&reportingThread, self, 0);
@@ -85,7 +85,7 @@ bool isFirstCrash(DWORD code)
 void report(EXCEPTION_POINTERS *exception, DWORD lastError)
 {
     const DWORD code = exception->ExceptionRecord->ExceptionCode;
-    if (!isFirstCrash(code)) {
+    if (!beginReport(code)) {
         return;
     }
     breakIntoDebugger();

@@ -4,11 +4,11 @@
 
 namespace velmox {
 
-/// What is left behind when the process dies of a fatal exception: a text file with what is known at that
-/// moment, and a dump beside it. A C++ exception that nobody catches counts, on any thread.
-///
-/// Catching starts with the main thread's object. Until the log is armed a report goes to standard error, and
-/// there is no dump.
+// The crash log is what a process leaves behind when it dies of a fatal exception: a text file with what is
+// known at that moment, and a dump beside it. A C++ exception that nobody catches counts, on any thread.
+
+/// Has fatal exceptions reported from here on; the main thread's object calls it. Until the log is armed a
+/// report goes to standard error, and there is no dump.
 void installCrashHandlers();
 
 /// Names the folder for crash logs, which must exist by the time of the crash, loads what writing them takes,

@@ -1,6 +1,7 @@
 #include "util/invalid_parameter.h"
 
 #include "util/logger.h"
+#include "util/windows_api.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -19,7 +20,7 @@ void appendPart(Str &parts, const char *label, const wchar_t *text)
     if (!parts.empty()) {
         parts << " ";
     }
-    parts << label << reinterpret_cast<const char16_t *>(text) << "'";
+    parts << label << asUtf16(text) << "'";
 }
 
 void logInvalidParameter(const wchar_t *expression, const wchar_t *function, const wchar_t *file,

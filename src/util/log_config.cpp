@@ -1,5 +1,6 @@
 #include "util/log_config.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace velmox {

@@ -2,8 +2,6 @@
 
 #include "util/str_segment.h"
 
-#include <vector>
-
 namespace velmox {
 
 /// Where a setting stands: the file's name, the line counted from 1, and the line's content without comments

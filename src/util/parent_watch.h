@@ -2,12 +2,14 @@
 
 namespace velmox {
 
-/// Turns a console signal, the death of a watched process and a demand of the caller into one call of a
-/// shutdown callback, at most once.
-///
-/// Stands on bare calls of the operating system and the C run-time library, with no logging and none of this
-/// library's classes, because it must work before they do and after they are gone. Whatever cannot be set up
-/// ends the process with code 1 and one line on standard error.
+// The parent watch turns a console signal, the death of a watched process and a demand of the caller into one
+// call of a shutdown callback, at most once.
+//
+// It stands on bare calls of the operating system and the C run-time library, with no logging and none of
+// this library's classes, because it must work before they do and after they are gone. Whatever cannot be set
+// up ends the process with code 1 and one line on standard error.
+
+/// Whose death counts, and what it leads to.
 enum class ParentWatchMode : unsigned
 {
     /// Ctrl-C and Ctrl-Break alone. They count in every mode.

@@ -2,8 +2,6 @@
 
 #include "util/split_acceptor.h"
 
-#include <cstring>
-
 namespace velmox {
 
 namespace {

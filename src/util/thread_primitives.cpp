@@ -3,6 +3,8 @@
 #include "util/thread.h"
 #include "util/thread_exception.h"
 
+#include <utility>
+
 namespace velmox::thread_primitives {
 
 namespace {
@@ -29,6 +31,28 @@ void reportBadWait(DWORD result, const char *word)
     }
 }
 
+/// Judges the result of a wait without a limit.
+void checkWait(DWORD result, const char *word)
+{
+    if (result == WAIT_TIMEOUT) {
+        reportUnexpectedTimeout(word);
+    } else if (result != WAIT_OBJECT_0) {
+        reportBadWait(result, word);
+    }
+}
+
+/// The same for a wait with a limit; false on timeout.
+bool checkTimedWait(DWORD result, const char *word)
+{
+    if (result == WAIT_TIMEOUT) {
+        return false;
+    }
+    if (result != WAIT_OBJECT_0) {
+        reportBadWait(result, word);
+    }
+    return true;
+}
+
 } // namespace
 
 bool errorsThrow()
@@ -48,26 +72,6 @@ void reportFailure(const char *word)
         throwThreadException(error, "%s: about to throw a ThreadException: %s: %m; %u threads active",
                              Thread::currentName().c_str(), word, Thread::activeCount());
     }
-}
-
-void checkWait(DWORD result, const char *word)
-{
-    if (result == WAIT_TIMEOUT) {
-        reportUnexpectedTimeout(word);
-    } else if (result != WAIT_OBJECT_0) {
-        reportBadWait(result, word);
-    }
-}
-
-bool checkTimedWait(DWORD result, const char *word)
-{
-    if (result == WAIT_TIMEOUT) {
-        return false;
-    }
-    if (result != WAIT_OBJECT_0) {
-        reportBadWait(result, word);
-    }
-    return true;
 }
 
 void waitForObject(HANDLE object)

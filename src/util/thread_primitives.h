@@ -2,12 +2,8 @@
 
 #include "util/windows_api.h"
 
-#include <utility>
-
 /// What every primitive of threads and locks shares: the one rule for the result of a wait, the one road of a
 /// failed call, and the switch that silences both in the last moments of the process.
-///
-/// `word` is the name of the system call as failure messages tell it.
 namespace velmox::thread_primitives {
 
 /// Whether failures are raised. While they are not, they pass in silence.
@@ -15,15 +11,10 @@ bool errorsThrow();
 void ignoreErrorsFromNowOn();
 
 /// Raises a `ThreadException` for the calling thread's last error, which must not have changed since the call
-/// failed. Returns only when failures are ignored.
+/// failed. Returns only when failures are ignored. `word` is the name of the call, for the message.
 void reportFailure(const char *word);
 
-/// Judges the result of a wait without a limit.
-void checkWait(DWORD result, const char *word);
-/// The same for a wait with a limit; false on timeout.
-bool checkTimedWait(DWORD result, const char *word);
-
-/// The common waits, judged.
+/// The waits, whose failures and meaningless results are raised. Those with a limit are false on timeout.
 void waitForObject(HANDLE object);
 bool waitForObject(HANDLE object, DWORD milliseconds);
 /// Releases `released` and begins to wait for `object` in one step.

@@ -7,6 +7,21 @@ namespace velmox {
 
 namespace {
 
+/// One run of code points with equal case property and general category; it ends where the next row begins.
+struct UnicodeRow
+{
+    Utf8Key first;
+    /// Bits 29 and 30 give the case kind. The low 24 bits are what a key of an upper-case or lower-case run
+    /// is XORed with to give the key of the other case. In a run of pairs an even key is the upper case and
+    /// the odd key next to it the lower case. Bits 24 to 28 hold the general category, numbered in
+    /// unicode_rows.pl.
+    std::uint32_t attributes;
+};
+
+/// The key of U+0080. A smaller key is one byte by itself, or ill-formed.
+constexpr Utf8Key kFirstTableKey = 0xC280;
+
+/// In order of their keys, from U+0080 on, closed by a sentinel.
 constexpr UnicodeRow kRows[] = {
 #include "unicode_rows.inc"
     {0xFFFFFFFF, 0},
@@ -28,11 +43,6 @@ std::uint32_t attributesOf(Utf8Key key)
 }
 
 } // namespace
-
-std::span<const UnicodeRow> unicodeRows()
-{
-    return kRows;
-}
 
 Utf8Key lowerCaseKey(Utf8Key key)
 {
