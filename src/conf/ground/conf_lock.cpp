@@ -1,7 +1,7 @@
-#include "conf/conf_lock.h"
+#include "conf/ground/conf_lock.h"
 
-#include "conf/thread_list.h"
-#include "util/logger.h"
+#include "conf/ground/thread_list.h"
+#include "util/log/logger.h"
 
 #include <atomic>
 #include <cassert>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/base_exception.h"
+#include "util/text/base_exception.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
-#include "conf/setup/reserved_name.h"
+#include "conf/ground/reserved_name.h"
 
-#include "util/str.h"
+#include "util/text/str.h"
 
 #include <algorithm>
 #include <iterator>

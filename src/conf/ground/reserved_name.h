@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/char_set.h"
+#include "util/text/char_set.h"
 
 #include <string_view>
 

@@ -1,4 +1,4 @@
-#include "conf/legacy_property_pages.h"
+#include "conf/pages/legacy_property_pages.h"
 
 #include "conf/cache/legacy_conf_cache.h"
 

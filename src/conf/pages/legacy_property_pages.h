@@ -1,6 +1,6 @@
 #pragma once
 
-#include "conf/property_pages.h"
+#include "conf/pages/property_pages.h"
 
 namespace velmox {
 

@@ -1,9 +1,9 @@
-#include "conf/property_pages.h"
+#include "conf/pages/property_pages.h"
 
-#include "conf/property_pages_exceptions.h"
-#include "conf/property_pages_registry.h"
-#include "conf/setup/application_manager.h"
-#include "conf/setup/shared_conf_services.h"
+#include "conf/ground/property_pages_exceptions.h"
+#include "conf/pages/property_pages_registry.h"
+#include "conf/store/application_manager.h"
+#include "conf/store/shared_conf_services.h"
 #include "conf/tree/conf_path_base.h"
 #include "conf/tree/conf_user_context.h"
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "conf/cache/i_conf_cache.h"
-#include "conf/conf_context.h"
-#include "conf/properties_map.h"
-#include "util/string_filters.h"
+#include "conf/store/conf_context.h"
+#include "conf/tree/properties_map.h"
+#include "util/match/string_filters.h"
 
 #include <memory>
 

@@ -1,7 +1,7 @@
-#include "conf/property_pages_registry.h"
+#include "conf/pages/property_pages_registry.h"
 
-#include "conf/legacy_property_pages.h"
-#include "conf/user_property_pages.h"
+#include "conf/pages/legacy_property_pages.h"
+#include "conf/pages/user_property_pages.h"
 
 #include <mutex>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "conf/conf_lock.h"
-#include "conf/property_pages.h"
+#include "conf/ground/conf_lock.h"
+#include "conf/pages/property_pages.h"
 
 #include <map>
 #include <memory>

@@ -1,13 +1,13 @@
-#include "conf/conf_path.h"
-#include "conf/conf_path_exceptions.h"
-#include "conf/conf_path_traversal.h"
-#include "conf/property_pages.h"
-#include "conf/property_pages_exceptions.h"
-#include "conf/property_pages_registry.h"
-#include "conf/setup/conf_path_mapper_manager.h"
-#include "conf/setup/sentinel_scope.h"
-#include "conf/setup/shared_conf_services.h"
-#include "util/logger.h"
+#include "conf/ground/conf_path_exceptions.h"
+#include "conf/ground/property_pages_exceptions.h"
+#include "conf/pages/property_pages.h"
+#include "conf/pages/property_pages_registry.h"
+#include "conf/store/conf_path.h"
+#include "conf/store/conf_path_mapper_manager.h"
+#include "conf/store/conf_path_traversal.h"
+#include "conf/store/sentinel_scope.h"
+#include "conf/store/shared_conf_services.h"
+#include "util/log/logger.h"
 
 #include <mutex>
 

@@ -1,4 +1,4 @@
-#include "conf/user_property_pages.h"
+#include "conf/pages/user_property_pages.h"
 
 #include "conf/cache/user_conf_cache.h"
 

@@ -1,4 +1,4 @@
-#include "conf/setup/application_info.h"
+#include "conf/root/application_info.h"
 
 #include "conf/tree/conf_path_trie.h"
 

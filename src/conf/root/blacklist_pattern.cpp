@@ -1,4 +1,4 @@
-#include "conf/setup/blacklist_pattern.h"
+#include "conf/root/blacklist_pattern.h"
 
 namespace velmox {
 

@@ -1,12 +1,12 @@
-#include "conf/setup/bootstrap_rules.h"
+#include "conf/root/bootstrap_rules.h"
 
-#include "conf/setup/conf_settings.h"
-#include "conf/setup/mapper_manager_log.h"
-#include "conf/setup/path_forms.h"
-#include "conf/setup/shared_conf_services.h"
-#include "conf/setup/username_mapper.h"
+#include "conf/root/path_forms.h"
+#include "conf/root/username_mapper.h"
+#include "conf/store/conf_settings.h"
+#include "conf/store/mapper_manager_log.h"
+#include "conf/store/shared_conf_services.h"
 #include "conf/tree/conf_path_base.h"
-#include "util/loader_info.h"
+#include "util/process/loader_info.h"
 
 namespace velmox {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "conf/setup/bundles_setup.h"
-#include "conf/setup/placeholders.h"
+#include "conf/root/bundles_setup.h"
+#include "conf/root/placeholders.h"
 
 #include <map>
 #include <vector>

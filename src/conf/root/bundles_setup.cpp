@@ -1,12 +1,12 @@
-#include "conf/setup/bundles_setup.h"
+#include "conf/root/bundles_setup.h"
 
-#include "conf/conf_path_exceptions.h"
-#include "conf/setup/conf_settings.h"
-#include "conf/setup/path_forms.h"
-#include "conf/setup/shared_conf_services.h"
-#include "conf/setup/shared_conf_services_registry.h"
-#include "util/environment.h"
-#include "util/loader_info.h"
+#include "conf/ground/conf_path_exceptions.h"
+#include "conf/root/path_forms.h"
+#include "conf/store/conf_settings.h"
+#include "conf/store/shared_conf_services.h"
+#include "conf/store/shared_conf_services_registry.h"
+#include "util/process/loader_info.h"
+#include "util/system/environment.h"
 
 namespace velmox {
 

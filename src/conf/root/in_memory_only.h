@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/loader_info.h"
+#include "util/process/loader_info.h"
 
 namespace velmox {
 

@@ -1,4 +1,4 @@
-#include "conf/setup/path_forms.h"
+#include "conf/root/path_forms.h"
 
 #include <algorithm>
 

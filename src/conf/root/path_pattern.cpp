@@ -1,4 +1,4 @@
-#include "conf/setup/path_pattern.h"
+#include "conf/root/path_pattern.h"
 
 #include <algorithm>
 

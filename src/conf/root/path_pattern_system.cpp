@@ -1,6 +1,6 @@
-#include "conf/setup/path_pattern.h"
-#include "util/directory_listing.h"
-#include "util/file_system.h"
+#include "conf/root/path_pattern.h"
+#include "util/files/directory_listing.h"
+#include "util/files/file_system.h"
 
 #include <algorithm>
 

@@ -1,10 +1,10 @@
-#include "conf/setup/path_restrictions.h"
+#include "conf/root/path_restrictions.h"
 
-#include "conf/setup/mapper_manager_log.h"
-#include "conf/setup/path_forms.h"
+#include "conf/root/path_forms.h"
+#include "conf/store/mapper_manager_log.h"
 #include "conf/tree/conf_path_base.h"
-#include "util/file_system.h"
-#include "util/loader_info.h"
+#include "util/files/file_system.h"
+#include "util/process/loader_info.h"
 
 namespace velmox {
 

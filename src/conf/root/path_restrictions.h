@@ -1,6 +1,6 @@
 #pragma once
 
-#include "conf/setup/path_owner.h"
+#include "conf/root/path_owner.h"
 
 namespace velmox {
 

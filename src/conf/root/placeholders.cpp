@@ -1,6 +1,6 @@
-#include "conf/setup/placeholders.h"
+#include "conf/root/placeholders.h"
 
-#include "util/regex.h"
+#include "util/match/regex.h"
 
 #include <algorithm>
 #include <optional>

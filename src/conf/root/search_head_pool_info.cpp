@@ -1,8 +1,8 @@
-#include "conf/setup/search_head_pool_info.h"
+#include "conf/root/search_head_pool_info.h"
 
-#include "conf/setup/conf_settings.h"
-#include "conf/setup/shared_conf_services.h"
-#include "util/file_system.h"
+#include "conf/store/conf_settings.h"
+#include "conf/store/shared_conf_services.h"
+#include "util/files/file_system.h"
 
 namespace velmox {
 

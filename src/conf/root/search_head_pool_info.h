@@ -1,7 +1,7 @@
 #pragma once
 
 #include "conf/file/ini_file.h"
-#include "conf/setup/bundles_setup.h"
+#include "conf/root/bundles_setup.h"
 
 namespace velmox {
 

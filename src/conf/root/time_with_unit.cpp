@@ -1,4 +1,4 @@
-#include "conf/setup/time_with_unit.h"
+#include "conf/root/time_with_unit.h"
 
 #include <algorithm>
 #include <array>

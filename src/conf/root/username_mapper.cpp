@@ -1,14 +1,14 @@
-#include "conf/setup/username_mapper.h"
+#include "conf/root/username_mapper.h"
 
-#include "conf/setup/conf_settings.h"
-#include "conf/setup/in_memory_only.h"
-#include "conf/setup/reserved_name.h"
-#include "conf/setup/sentinel_scope.h"
-#include "conf/setup/shared_conf_services.h"
-#include "util/base_exception.h"
-#include "util/file_system.h"
-#include "util/logger.h"
-#include "util/open_file.h"
+#include "conf/ground/reserved_name.h"
+#include "conf/root/in_memory_only.h"
+#include "conf/store/conf_settings.h"
+#include "conf/store/sentinel_scope.h"
+#include "conf/store/shared_conf_services.h"
+#include "util/files/file_system.h"
+#include "util/files/open_file.h"
+#include "util/log/logger.h"
+#include "util/text/base_exception.h"
 
 #include <mutex>
 #include <openssl/evp.h>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "conf/conf_lock.h"
 #include "conf/file/ini_file.h"
-#include "conf/setup/bundles_setup.h"
-#include "util/log_level.h"
+#include "conf/ground/conf_lock.h"
+#include "conf/root/bundles_setup.h"
+#include "util/log/log_level.h"
 
 namespace velmox {
 

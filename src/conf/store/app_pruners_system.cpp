@@ -1,7 +1,7 @@
-#include "conf/conf_context.h"
-#include "conf/setup/application_manager.h"
-#include "conf/setup/conf_settings.h"
-#include "conf/setup/shared_conf_services.h"
+#include "conf/store/application_manager.h"
+#include "conf/store/conf_context.h"
+#include "conf/store/conf_settings.h"
+#include "conf/store/shared_conf_services.h"
 #include "conf/tree/conf_path_pruners.h"
 #include "conf/tree/context_pruners.h"
 

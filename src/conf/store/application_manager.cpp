@@ -1,13 +1,13 @@
-#include "conf/setup/application_manager.h"
+#include "conf/store/application_manager.h"
 
-#include "conf/setup/application_manager_exceptions.h"
-#include "conf/setup/conf_path_mapper_manager.h"
-#include "conf/setup/shared_conf_services.h"
+#include "conf/root/application_manager_exceptions.h"
+#include "conf/store/conf_path_mapper_manager.h"
+#include "conf/store/shared_conf_services.h"
 #include "conf/tree/conf_search.h"
-#include "util/directory_listing.h"
-#include "util/file_system.h"
-#include "util/joined.h"
-#include "util/logger.h"
+#include "util/files/directory_listing.h"
+#include "util/files/file_system.h"
+#include "util/log/logger.h"
+#include "util/text/joined.h"
 
 #include <mutex>
 

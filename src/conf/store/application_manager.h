@@ -1,8 +1,8 @@
 #pragma once
 
-#include "conf/conf_lock.h"
-#include "conf/setup/application_info.h"
-#include "conf/setup/bundles_setup.h"
+#include "conf/ground/conf_lock.h"
+#include "conf/root/application_info.h"
+#include "conf/root/bundles_setup.h"
 
 #include <map>
 #include <set>

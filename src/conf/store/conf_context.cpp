@@ -1,4 +1,4 @@
-#include "conf/conf_context.h"
+#include "conf/store/conf_context.h"
 
 namespace velmox {
 

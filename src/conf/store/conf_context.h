@@ -1,7 +1,7 @@
 #pragma once
 
-#include "conf/setup/bundles_setup.h"
-#include "util/str.h"
+#include "conf/root/bundles_setup.h"
+#include "util/text/str.h"
 
 namespace velmox {
 

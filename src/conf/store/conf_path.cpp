@@ -1,9 +1,9 @@
-#include "conf/conf_path.h"
+#include "conf/store/conf_path.h"
 
-#include "conf/conf_path_exceptions.h"
-#include "conf/conf_path_traversal.h"
-#include "conf/setup/conf_path_mapper_manager.h"
-#include "conf/setup/shared_conf_services.h"
+#include "conf/ground/conf_path_exceptions.h"
+#include "conf/store/conf_path_mapper_manager.h"
+#include "conf/store/conf_path_traversal.h"
+#include "conf/store/shared_conf_services.h"
 
 namespace velmox {
 

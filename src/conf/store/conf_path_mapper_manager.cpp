@@ -1,13 +1,13 @@
-#include "conf/setup/conf_path_mapper_manager.h"
+#include "conf/store/conf_path_mapper_manager.h"
 
 #include "conf/mapper/conf_path_mapper_factory.h"
-#include "conf/setup/conf_settings.h"
-#include "conf/setup/mapper_manager_log.h"
-#include "conf/setup/path_forms.h"
-#include "conf/setup/path_owner.h"
-#include "conf/setup/path_pattern.h"
-#include "conf/setup/path_restrictions.h"
-#include "conf/setup/shared_conf_services.h"
+#include "conf/root/path_forms.h"
+#include "conf/root/path_owner.h"
+#include "conf/root/path_pattern.h"
+#include "conf/root/path_restrictions.h"
+#include "conf/store/conf_settings.h"
+#include "conf/store/mapper_manager_log.h"
+#include "conf/store/shared_conf_services.h"
 
 #include <mutex>
 #include <set>

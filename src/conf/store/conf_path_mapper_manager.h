@@ -1,11 +1,11 @@
 #pragma once
 
-#include "conf/conf_lock.h"
 #include "conf/file/insertion_ordered_map.h"
+#include "conf/ground/conf_lock.h"
 #include "conf/mapper/i_conf_path_mapper.h"
-#include "conf/setup/bootstrap_rules.h"
-#include "conf/setup/bundles_setup.h"
-#include "conf/setup/username_mapper.h"
+#include "conf/root/bootstrap_rules.h"
+#include "conf/root/bundles_setup.h"
+#include "conf/root/username_mapper.h"
 
 #include <map>
 #include <memory>

@@ -1,6 +1,6 @@
-#include "conf/conf_path_traversal.h"
+#include "conf/store/conf_path_traversal.h"
 
-#include "conf/conf_path_exceptions.h"
+#include "conf/ground/conf_path_exceptions.h"
 #include "conf/tree/conf_path_base.h"
 
 namespace velmox {

@@ -1,11 +1,11 @@
-#include "conf/setup/conf_settings.h"
+#include "conf/store/conf_settings.h"
 
-#include "conf/setup/blacklist_pattern.h"
-#include "conf/setup/path_forms.h"
-#include "conf/setup/time_with_unit.h"
-#include "util/file_system.h"
-#include "util/loader_info.h"
-#include "util/logger.h"
+#include "conf/root/blacklist_pattern.h"
+#include "conf/root/path_forms.h"
+#include "conf/root/time_with_unit.h"
+#include "util/files/file_system.h"
+#include "util/log/logger.h"
+#include "util/process/loader_info.h"
 
 #include <algorithm>
 

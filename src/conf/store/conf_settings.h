@@ -1,8 +1,8 @@
 #pragma once
 
 #include "conf/file/ini_file.h"
-#include "conf/setup/bundles_setup.h"
-#include "util/regex.h"
+#include "conf/root/bundles_setup.h"
+#include "util/match/regex.h"
 
 #include <memory>
 #include <vector>

@@ -1,15 +1,15 @@
-#include "conf/setup/sentinel_scope.h"
+#include "conf/store/sentinel_scope.h"
 
-#include "conf/conf_path_exceptions.h"
-#include "conf/setup/conf_settings.h"
-#include "conf/setup/shared_conf_services.h"
-#include "conf/thread_list.h"
+#include "conf/ground/conf_path_exceptions.h"
+#include "conf/ground/thread_list.h"
+#include "conf/store/conf_settings.h"
+#include "conf/store/shared_conf_services.h"
 #include "searchthing/lock.h"
 #include "searchthing/osfile.h"
-#include "util/logger.h"
-#include "util/open_file.h"
-#include "util/timeval.h"
-#include "util/windows_api.h"
+#include "util/files/open_file.h"
+#include "util/log/logger.h"
+#include "util/system/windows_api.h"
+#include "util/time/timeval.h"
 
 #include <algorithm>
 #include <limits>

@@ -1,14 +1,14 @@
-#include "conf/setup/shared_conf_services.h"
+#include "conf/store/shared_conf_services.h"
 
 #include "conf/cache/shared_conf_state.h"
-#include "conf/property_pages_registry.h"
-#include "conf/setup/application_manager.h"
-#include "conf/setup/conf_path_mapper_manager.h"
-#include "conf/setup/conf_settings.h"
-#include "conf/setup/search_head_pool_info.h"
-#include "conf/setup/shared_conf_services_registry.h"
-#include "util/file_time.h"
-#include "util/logger.h"
+#include "conf/pages/property_pages_registry.h"
+#include "conf/root/search_head_pool_info.h"
+#include "conf/store/application_manager.h"
+#include "conf/store/conf_path_mapper_manager.h"
+#include "conf/store/conf_settings.h"
+#include "conf/store/shared_conf_services_registry.h"
+#include "util/log/logger.h"
+#include "util/time/file_time.h"
 
 namespace velmox {
 

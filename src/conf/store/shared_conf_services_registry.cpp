@@ -1,8 +1,8 @@
-#include "conf/setup/shared_conf_services_registry.h"
+#include "conf/store/shared_conf_services_registry.h"
 
-#include "conf/setup/path_forms.h"
-#include "conf/setup/shared_conf_services.h"
-#include "util/loader_info.h"
+#include "conf/root/path_forms.h"
+#include "conf/store/shared_conf_services.h"
+#include "util/process/loader_info.h"
 
 #include <mutex>
 

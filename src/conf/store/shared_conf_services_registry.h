@@ -1,7 +1,7 @@
 #pragma once
 
-#include "conf/conf_lock.h"
-#include "util/pathname.h"
+#include "conf/ground/conf_lock.h"
+#include "util/text/pathname.h"
 
 #include <atomic>
 #include <map>

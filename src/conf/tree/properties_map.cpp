@@ -1,4 +1,4 @@
-#include "conf/properties_map.h"
+#include "conf/tree/properties_map.h"
 
 #include "conf/tree/conf_path_base.h"
 

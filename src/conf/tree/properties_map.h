@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/str.h"
-#include "util/timeval.h"
+#include "util/text/str.h"
+#include "util/time/timeval.h"
 
 #include <cstdint>
 #include <map>

@@ -1,7 +1,7 @@
-#include "util/cpu_identification.h"
+#include "util/crash/cpu_identification.h"
 
-#include "util/crash_sink.h"
-#include "util/windows_api.h"
+#include "util/crash/crash_sink.h"
+#include "util/system/windows_api.h"
 
 #include <cpuid.h>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "util/crash_file.h"
+#include "util/crash/crash_file.h"
 
 #include <stdio.h>
 #include <vector>

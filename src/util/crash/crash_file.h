@@ -1,8 +1,8 @@
 #pragma once
 
-#include "util/crash_sink.h"
-#include "util/owned_handle.h"
-#include "util/pathname.h"
+#include "util/crash/crash_sink.h"
+#include "util/system/owned_handle.h"
+#include "util/text/pathname.h"
 
 namespace velmox {
 

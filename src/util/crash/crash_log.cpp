@@ -1,13 +1,13 @@
-#include "util/crash_log.h"
+#include "util/crash/crash_log.h"
 
-#include "util/crash_file.h"
-#include "util/crash_report.h"
-#include "util/dbg_help.h"
-#include "util/environment.h"
-#include "util/exception_text.h"
-#include "util/invalid_parameter.h"
-#include "util/mini_dump.h"
-#include "util/thread.h"
+#include "util/crash/crash_file.h"
+#include "util/crash/crash_report.h"
+#include "util/crash/dbg_help.h"
+#include "util/crash/exception_text.h"
+#include "util/crash/invalid_parameter.h"
+#include "util/crash/mini_dump.h"
+#include "util/system/environment.h"
+#include "util/thread/thread.h"
 
 #include <exception>
 #include <stdio.h>

@@ -1,7 +1,7 @@
-#include "util/crash_notes.h"
+#include "util/crash/crash_notes.h"
 
-#include "util/crash_sink.h"
-#include "util/thread.h"
+#include "util/crash/crash_sink.h"
+#include "util/thread/thread.h"
 
 #include <cstdarg>
 

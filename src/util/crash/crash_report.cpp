@@ -1,12 +1,12 @@
-#include "util/crash_report.h"
+#include "util/crash/crash_report.h"
 
-#include "util/cpu_identification.h"
-#include "util/crash_notes.h"
-#include "util/crash_sink.h"
-#include "util/crash_stack.h"
-#include "util/exception_text.h"
-#include "util/owned_handle.h"
-#include "util/thread.h"
+#include "util/crash/cpu_identification.h"
+#include "util/crash/crash_notes.h"
+#include "util/crash/crash_sink.h"
+#include "util/crash/crash_stack.h"
+#include "util/crash/exception_text.h"
+#include "util/system/owned_handle.h"
+#include "util/thread/thread.h"
 
 namespace velmox {
 

@@ -1,7 +1,7 @@
-#include "util/crash_sink.h"
+#include "util/crash/crash_sink.h"
 
-#include "util/code_point.h"
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
+#include "util/text/code_point.h"
 
 #include <cstdarg>
 #include <cstdio>

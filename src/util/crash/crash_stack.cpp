@@ -1,7 +1,7 @@
-#include "util/crash_stack.h"
+#include "util/crash/crash_stack.h"
 
-#include "util/crash_sink.h"
-#include "util/dbg_help.h"
+#include "util/crash/crash_sink.h"
+#include "util/crash/dbg_help.h"
 
 namespace velmox {
 

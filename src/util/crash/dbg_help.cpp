@@ -1,6 +1,6 @@
-#include "util/dbg_help.h"
+#include "util/crash/dbg_help.h"
 
-#include "util/library_routine.h"
+#include "util/system/library_routine.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
-#include "util/exception_text.h"
+#include "util/crash/exception_text.h"
 
-#include "util/crash_sink.h"
+#include "util/crash/crash_sink.h"
 
 #include <cstdlib>
 #include <cxxabi.h>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/logger.h"
-#include "util/str.h"
+#include "util/log/logger.h"
+#include "util/text/str.h"
 
 #include <cstddef>
 

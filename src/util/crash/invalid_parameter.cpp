@@ -1,7 +1,7 @@
-#include "util/invalid_parameter.h"
+#include "util/crash/invalid_parameter.h"
 
-#include "util/logger.h"
-#include "util/windows_api.h"
+#include "util/log/logger.h"
+#include "util/system/windows_api.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,7 +1,7 @@
-#include "util/mini_dump.h"
+#include "util/crash/mini_dump.h"
 
-#include "util/dbg_help.h"
-#include "util/owned_handle.h"
+#include "util/crash/dbg_help.h"
+#include "util/system/owned_handle.h"
 
 namespace velmox {
 

@@ -1,7 +1,7 @@
-#include "util/directory_listing.h"
+#include "util/files/directory_listing.h"
 
-#include "util/file_time.h"
-#include "util/owned_handle.h"
+#include "util/system/owned_handle.h"
+#include "util/time/file_time.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
-#include "util/file_copy.h"
+#include "util/files/file_copy.h"
 
-#include "util/file_system.h"
-#include "util/last_error_keeper.h"
+#include "util/files/file_system.h"
+#include "util/system/last_error_keeper.h"
 
 namespace velmox {
 

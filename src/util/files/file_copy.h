@@ -1,8 +1,8 @@
 #pragma once
 
-#include "util/file_descriptor.h"
-#include "util/file_permissions.h"
-#include "util/pathname.h"
+#include "util/files/file_descriptor.h"
+#include "util/files/file_permissions.h"
+#include "util/text/pathname.h"
 
 namespace velmox {
 

@@ -1,4 +1,4 @@
-#include "util/file_descriptor.h"
+#include "util/files/file_descriptor.h"
 
 #include <algorithm>
 

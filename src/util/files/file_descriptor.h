@@ -1,9 +1,9 @@
 #pragma once
 
-#include "util/file_permissions.h"
-#include "util/owned_handle.h"
-#include "util/pathname.h"
-#include "util/str.h"
+#include "util/files/file_permissions.h"
+#include "util/system/owned_handle.h"
+#include "util/text/pathname.h"
+#include "util/text/str.h"
 
 #include <cstddef>
 

@@ -1,7 +1,7 @@
-#include "util/file_permissions.h"
+#include "util/files/file_permissions.h"
 
-#include "util/critical_section.h"
-#include "util/logger.h"
+#include "util/log/logger.h"
+#include "util/thread/critical_section.h"
 
 #include <mutex>
 #include <span>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/base_exception.h"
-#include "util/owned_handle.h"
+#include "util/system/owned_handle.h"
+#include "util/text/base_exception.h"
 
 namespace velmox {
 

@@ -1,9 +1,9 @@
-#include "util/file_replace.h"
+#include "util/files/file_replace.h"
 
-#include "util/file_copy.h"
-#include "util/file_system.h"
-#include "util/last_error_keeper.h"
-#include "util/random_hex.h"
+#include "util/files/file_copy.h"
+#include "util/files/file_system.h"
+#include "util/system/last_error_keeper.h"
+#include "util/system/random_hex.h"
 
 namespace velmox {
 

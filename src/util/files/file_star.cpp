@@ -1,8 +1,8 @@
-#include "util/file_star.h"
+#include "util/files/file_star.h"
 
-#include "util/handle_stream.h"
-#include "util/last_error_keeper.h"
-#include "util/pathname.h"
+#include "util/files/handle_stream.h"
+#include "util/system/last_error_keeper.h"
+#include "util/text/pathname.h"
 
 #include <fcntl.h>
 #include <io.h>

@@ -1,7 +1,7 @@
-#include "util/file_system.h"
+#include "util/files/file_system.h"
 
-#include "util/file_permissions.h"
-#include "util/windows_api.h"
+#include "util/files/file_permissions.h"
+#include "util/system/windows_api.h"
 
 namespace velmox {
 

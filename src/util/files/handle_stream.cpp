@@ -1,6 +1,6 @@
-#include "util/handle_stream.h"
+#include "util/files/handle_stream.h"
 
-#include "util/last_error_keeper.h"
+#include "util/system/last_error_keeper.h"
 
 #include <cerrno>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/file_star.h"
-#include "util/owned_handle.h"
+#include "util/files/file_star.h"
+#include "util/system/owned_handle.h"
 
 namespace velmox {
 

@@ -1,7 +1,7 @@
-#include "util/open_file.h"
+#include "util/files/open_file.h"
 
-#include "util/file_permissions.h"
-#include "util/handle_stream.h"
+#include "util/files/file_permissions.h"
+#include "util/files/handle_stream.h"
 
 #include <fcntl.h>
 #include <string_view>

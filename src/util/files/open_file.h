@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/file_star.h"
-#include "util/pathname.h"
+#include "util/files/file_star.h"
+#include "util/text/pathname.h"
 
 namespace velmox {
 

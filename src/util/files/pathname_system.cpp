@@ -1,5 +1,5 @@
-#include "util/pathname.h"
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
+#include "util/text/pathname.h"
 
 namespace velmox {
 

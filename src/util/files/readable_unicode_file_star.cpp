@@ -1,4 +1,4 @@
-#include "util/readable_unicode_file_star.h"
+#include "util/files/readable_unicode_file_star.h"
 
 namespace velmox {
 

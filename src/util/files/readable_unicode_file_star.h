@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/readable_unicode_stream.h"
+#include "util/files/readable_unicode_stream.h"
 
 #include <cstdio>
 

@@ -1,6 +1,6 @@
-#include "util/readable_unicode_stream.h"
+#include "util/files/readable_unicode_stream.h"
 
-#include "util/code_point.h"
+#include "util/text/code_point.h"
 
 #include <cstring>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "util/pathname.h"
-#include "util/str_segment.h"
-#include "util/text_encoding.h"
+#include "util/text/pathname.h"
+#include "util/text/str_segment.h"
+#include "util/text/text_encoding.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "util/writable_unicode_file_star.h"
+#include "util/files/writable_unicode_file_star.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/writable_unicode_stream.h"
+#include "util/files/writable_unicode_stream.h"
 
 #include <cstdio>
 

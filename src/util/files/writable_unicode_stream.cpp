@@ -1,6 +1,6 @@
-#include "util/writable_unicode_stream.h"
+#include "util/files/writable_unicode_stream.h"
 
-#include "util/code_point.h"
+#include "util/text/code_point.h"
 
 namespace velmox {
 

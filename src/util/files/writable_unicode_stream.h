@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/str.h"
-#include "util/text_encoding.h"
+#include "util/text/str.h"
+#include "util/text/text_encoding.h"
 
 #include <cstddef>
 

@@ -1,7 +1,7 @@
-#include "util/log_appender.h"
+#include "util/log/log_appender.h"
 
-#include "util/platform.h"
-#include "util/structured_exception.h"
+#include "util/system/structured_exception.h"
+#include "util/text/platform.h"
 
 #include <charconv>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/log_file.h"
-#include "util/log_layout.h"
+#include "util/log/log_file.h"
+#include "util/log/log_layout.h"
 
 #include <mutex>
 #include <vector>

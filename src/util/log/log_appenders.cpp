@@ -1,4 +1,4 @@
-#include "util/log_appenders.h"
+#include "util/log/log_appenders.h"
 
 namespace velmox {
 

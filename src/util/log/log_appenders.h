@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/log_appender.h"
+#include "util/log/log_appender.h"
 
 #include <map>
 

@@ -1,6 +1,6 @@
-#include "util/log_category.h"
+#include "util/log/log_category.h"
 
-#include "util/log_appenders.h"
+#include "util/log/log_appenders.h"
 
 namespace velmox {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/log_level.h"
-#include "util/str_segment.h"
+#include "util/log/log_level.h"
+#include "util/text/str_segment.h"
 
 #include <map>
 #include <vector>

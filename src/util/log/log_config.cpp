@@ -1,4 +1,4 @@
-#include "util/log_config.h"
+#include "util/log/log_config.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/str_segment.h"
+#include "util/text/str_segment.h"
 
 namespace velmox {
 

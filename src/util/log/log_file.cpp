@@ -1,7 +1,7 @@
-#include "util/log_file.h"
+#include "util/log/log_file.h"
 
-#include "util/file_descriptor.h"
-#include "util/file_system.h"
+#include "util/files/file_descriptor.h"
+#include "util/files/file_system.h"
 
 namespace velmox {
 

@@ -1,9 +1,9 @@
-#include "util/log_layout.h"
+#include "util/log/log_layout.h"
 
-#include "util/ascii.h"
-#include "util/log_message.h"
-#include "util/struct_tm.h"
-#include "util/timeval.h"
+#include "util/log/log_message.h"
+#include "util/text/ascii.h"
+#include "util/time/struct_tm.h"
+#include "util/time/timeval.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "util/log_level.h"
-#include "util/str_segment.h"
-#include "util/time_formatter.h"
+#include "util/log/log_level.h"
+#include "util/text/str_segment.h"
+#include "util/time/time_formatter.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,4 +1,4 @@
-#include "util/log_level.h"
+#include "util/log/log_level.h"
 
 #include <array>
 #include <cstddef>

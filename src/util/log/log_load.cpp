@@ -1,10 +1,10 @@
-#include "util/last_error_keeper.h"
-#include "util/log_loader.h"
-#include "util/logger.h"
-#include "util/open_file.h"
-#include "util/platform.h"
-#include "util/readable_unicode_file_star.h"
-#include "util/thread.h"
+#include "util/files/open_file.h"
+#include "util/files/readable_unicode_file_star.h"
+#include "util/log/log_loader.h"
+#include "util/log/logger.h"
+#include "util/system/last_error_keeper.h"
+#include "util/text/platform.h"
+#include "util/thread/thread.h"
 
 namespace velmox {
 

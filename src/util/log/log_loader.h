@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/log_config.h"
-#include "util/log_system.h"
+#include "util/log/log_config.h"
+#include "util/log/log_system.h"
 
 #include <map>
 #include <optional>

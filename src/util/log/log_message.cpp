@@ -1,4 +1,4 @@
-#include "util/log_message.h"
+#include "util/log/log_message.h"
 
 namespace velmox {
 

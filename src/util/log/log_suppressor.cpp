@@ -1,6 +1,6 @@
-#include "util/log_suppressor.h"
+#include "util/log/log_suppressor.h"
 
-#include "util/structured_exception.h"
+#include "util/system/structured_exception.h"
 
 #include <algorithm>
 

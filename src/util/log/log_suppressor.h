@@ -1,8 +1,8 @@
 #pragma once
 
-#include "util/log_level.h"
-#include "util/str.h"
-#include "util/timeval.h"
+#include "util/log/log_level.h"
+#include "util/text/str.h"
+#include "util/time/timeval.h"
 
 #include <functional>
 #include <map>

@@ -1,6 +1,6 @@
-#include "util/log_system.h"
+#include "util/log/log_system.h"
 
-#include "util/logger.h"
+#include "util/log/logger.h"
 
 namespace velmox {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/log_appenders.h"
-#include "util/log_category.h"
+#include "util/log/log_appenders.h"
+#include "util/log/log_category.h"
 
 #include <atomic>
 #include <mutex>

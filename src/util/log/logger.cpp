@@ -1,11 +1,11 @@
-#include "util/logger.h"
+#include "util/log/logger.h"
 
-#include "util/last_error_keeper.h"
-#include "util/log_message.h"
-#include "util/log_suppressor.h"
-#include "util/log_system.h"
-#include "util/platform.h"
-#include "util/structured_exception.h"
+#include "util/log/log_message.h"
+#include "util/log/log_suppressor.h"
+#include "util/log/log_system.h"
+#include "util/system/last_error_keeper.h"
+#include "util/system/structured_exception.h"
+#include "util/text/platform.h"
 
 #include <span>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "util/log_level.h"
-#include "util/pathname.h"
-#include "util/str.h"
+#include "util/log/log_level.h"
+#include "util/text/pathname.h"
+#include "util/text/str.h"
 
 #include <atomic>
 #include <map>

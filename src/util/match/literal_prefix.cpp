@@ -1,7 +1,7 @@
-#include "util/literal_prefix.h"
+#include "util/match/literal_prefix.h"
 
-#include "util/ascii.h"
-#include "util/code_point.h"
+#include "util/text/ascii.h"
+#include "util/text/code_point.h"
 
 namespace velmox {
 

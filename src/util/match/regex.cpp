@@ -1,7 +1,7 @@
-#include "util/regex.h"
+#include "util/match/regex.h"
 
-#include "util/ascii.h"
-#include "util/logger.h"
+#include "util/log/logger.h"
+#include "util/text/ascii.h"
 
 #include <algorithm>
 #include <pcre.h>

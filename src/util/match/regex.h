@@ -1,8 +1,8 @@
 #pragma once
 
-#include "util/base_exception.h"
-#include "util/regex_match.h"
-#include "util/str_segment.h"
+#include "util/match/regex_match.h"
+#include "util/text/base_exception.h"
+#include "util/text/str_segment.h"
 
 #include <map>
 #include <memory>

@@ -1,6 +1,6 @@
-#include "util/regex_match.h"
+#include "util/match/regex_match.h"
 
-#include "util/regex.h"
+#include "util/match/regex.h"
 
 namespace velmox {
 

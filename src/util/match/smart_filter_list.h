@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/abstract_filter.h"
+#include "util/match/abstract_filter.h"
 
 #include <algorithm>
 #include <map>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/regex.h"
-#include "util/smart_filter_list.h"
+#include "util/match/regex.h"
+#include "util/match/smart_filter_list.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
-#include "util/job_process.h"
+#include "util/process/job_process.h"
 
-#include "util/last_error_keeper.h"
+#include "util/system/last_error_keeper.h"
 
 namespace velmox {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/owned_handle.h"
-#include "util/wide_str.h"
+#include "util/system/owned_handle.h"
+#include "util/text/wide_str.h"
 
 namespace velmox {
 

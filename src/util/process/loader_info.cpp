@@ -1,8 +1,8 @@
-#include "util/loader_info.h"
+#include "util/process/loader_info.h"
 
-#include "util/environment.h"
-#include "util/file_system.h"
-#include "util/windows_api.h"
+#include "util/files/file_system.h"
+#include "util/system/environment.h"
+#include "util/system/windows_api.h"
 
 namespace velmox {
 

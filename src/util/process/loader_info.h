@@ -1,8 +1,8 @@
 #pragma once
 
-#include "util/init_settings.h"
-#include "util/pathname.h"
-#include "util/server_identity.h"
+#include "util/process/server_identity.h"
+#include "util/system/init_settings.h"
+#include "util/text/pathname.h"
 
 #include <cstdint>
 

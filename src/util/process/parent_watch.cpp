@@ -1,6 +1,6 @@
-#include "util/parent_watch.h"
+#include "util/process/parent_watch.h"
 
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
 
 #include <process.h>
 #include <stdarg.h>

@@ -1,8 +1,8 @@
-#include "util/server_identity.h"
+#include "util/process/server_identity.h"
 
-#include "util/base_exception.h"
-#include "util/environment.h"
-#include "util/random_hex.h"
+#include "util/system/environment.h"
+#include "util/system/random_hex.h"
+#include "util/text/base_exception.h"
 
 namespace velmox {
 

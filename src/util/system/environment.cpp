@@ -1,6 +1,6 @@
-#include "util/environment.h"
+#include "util/system/environment.h"
 
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
 
 #include <cstdlib>
 #include <new>

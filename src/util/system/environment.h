@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/wide_str.h"
+#include "util/text/wide_str.h"
 
 namespace velmox {
 

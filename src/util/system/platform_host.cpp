@@ -1,6 +1,6 @@
-#include "util/code_point.h"
-#include "util/platform.h"
-#include "util/timeval.h"
+#include "util/text/code_point.h"
+#include "util/text/platform.h"
+#include "util/time/timeval.h"
 
 #include <chrono>
 #include <cstdio>

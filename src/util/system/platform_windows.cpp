@@ -1,8 +1,8 @@
-#include "util/last_error_keeper.h"
-#include "util/platform.h"
-#include "util/str.h"
-#include "util/wide_str.h"
-#include "util/windows_api.h"
+#include "util/system/last_error_keeper.h"
+#include "util/system/windows_api.h"
+#include "util/text/platform.h"
+#include "util/text/str.h"
+#include "util/text/wide_str.h"
 
 #include <array>
 #include <limits>

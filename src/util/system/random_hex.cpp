@@ -1,6 +1,6 @@
-#include "util/random_hex.h"
+#include "util/system/random_hex.h"
 
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
 
 #include <algorithm>
 #include <openssl/rand.h>

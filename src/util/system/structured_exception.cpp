@@ -1,6 +1,6 @@
-#include "util/structured_exception.h"
+#include "util/system/structured_exception.h"
 
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
 
 #include <cstring>
 #include <malloc.h>

@@ -1,4 +1,4 @@
-#include "util/structured_exception.h"
+#include "util/system/structured_exception.h"
 
 namespace velmox {
 

@@ -9,7 +9,7 @@
 #define NOMINMAX
 #endif
 
-#include "util/wide_str.h"
+#include "util/text/wide_str.h"
 
 #include <windows.h>
 

@@ -1,4 +1,4 @@
-#include "util/char_set.h"
+#include "util/text/char_set.h"
 
 namespace velmox {
 

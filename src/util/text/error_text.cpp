@@ -1,7 +1,7 @@
-#include "util/error_text.h"
+#include "util/text/error_text.h"
 
-#include "util/platform.h"
-#include "util/wide_str.h"
+#include "util/text/platform.h"
+#include "util/text/wide_str.h"
 
 namespace velmox {
 

@@ -1,4 +1,4 @@
-#include "util/error_text.h"
+#include "util/text/error_text.h"
 
 #include <iterator>
 

@@ -1,4 +1,4 @@
-#include "util/pathname.h"
+#include "util/text/pathname.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,7 +1,7 @@
-#include "util/str.h"
+#include "util/text/str.h"
 
-#include "util/platform.h"
-#include "util/str_segment.h"
+#include "util/text/platform.h"
+#include "util/text/str_segment.h"
 
 #include <charconv>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/basic_text.h"
-#include "util/char_set.h"
+#include "util/text/basic_text.h"
+#include "util/text/char_set.h"
 
 #include <cstdarg>
 #include <exception>

@@ -1,6 +1,6 @@
-#include "util/ascii.h"
-#include "util/code_point.h"
-#include "util/unicode_table.h"
+#include "util/text/ascii.h"
+#include "util/text/code_point.h"
+#include "util/text/unicode_table.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,6 @@
-#include "util/error_text.h"
-#include "util/platform.h"
-#include "util/str.h"
+#include "util/text/error_text.h"
+#include "util/text/platform.h"
+#include "util/text/str.h"
 
 #include <cstdio>
 #include <cstring>

@@ -1,6 +1,6 @@
-#include "util/ascii.h"
-#include "util/str.h"
-#include "util/str_segment.h"
+#include "util/text/ascii.h"
+#include "util/text/str.h"
+#include "util/text/str_segment.h"
 
 #include <algorithm>
 #include <array>

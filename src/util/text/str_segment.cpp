@@ -1,6 +1,6 @@
-#include "util/str_segment.h"
+#include "util/text/str_segment.h"
 
-#include "util/split_acceptor.h"
+#include "util/text/split_acceptor.h"
 
 namespace velmox {
 

@@ -1,4 +1,4 @@
-#include "util/code_point.h"
+#include "util/text/code_point.h"
 
 namespace velmox {
 

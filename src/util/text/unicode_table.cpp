@@ -1,4 +1,4 @@
-#include "util/unicode_table.h"
+#include "util/text/unicode_table.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,6 +1,6 @@
-#include "util/wide_str.h"
+#include "util/text/wide_str.h"
 
-#include "util/platform.h"
+#include "util/text/platform.h"
 
 namespace velmox {
 

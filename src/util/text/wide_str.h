@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/basic_text.h"
+#include "util/text/basic_text.h"
 
 #include <vector>
 

@@ -1,4 +1,4 @@
-#include "util/condition.h"
+#include "util/thread/condition.h"
 
 #include <mutex>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/critical_section.h"
-#include "util/mutex.h"
+#include "util/thread/critical_section.h"
+#include "util/thread/mutex.h"
 
 namespace velmox {
 

@@ -1,7 +1,7 @@
-#include "util/counted_tls_slot.h"
+#include "util/thread/counted_tls_slot.h"
 
-#include "util/last_error_keeper.h"
-#include "util/thread_primitives.h"
+#include "util/system/last_error_keeper.h"
+#include "util/thread/thread_primitives.h"
 
 namespace velmox {
 

@@ -1,4 +1,4 @@
-#include "util/event.h"
+#include "util/thread/event.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/mutex.h"
+#include "util/thread/mutex.h"
 
 namespace velmox {
 

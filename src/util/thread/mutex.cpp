@@ -1,4 +1,4 @@
-#include "util/mutex.h"
+#include "util/thread/mutex.h"
 
 #include <exception>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/thread_primitives.h"
+#include "util/thread/thread_primitives.h"
 
 namespace velmox {
 

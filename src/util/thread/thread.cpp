@@ -1,11 +1,11 @@
-#include "util/thread.h"
+#include "util/thread/thread.h"
 
-#include "util/argument_list_end.h"
-#include "util/crash_log.h"
-#include "util/crash_sink.h"
-#include "util/thread_debugger_name.h"
-#include "util/thread_exception.h"
-#include "util/thread_xml_errors.h"
+#include "util/crash/crash_log.h"
+#include "util/crash/crash_sink.h"
+#include "util/text/argument_list_end.h"
+#include "util/thread/thread_debugger_name.h"
+#include "util/thread/thread_exception.h"
+#include "util/thread/thread_xml_errors.h"
 
 #include <process.h>
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "util/condition.h"
-#include "util/counted_tls_slot.h"
-#include "util/crash_notes.h"
-#include "util/in_thread_actor.h"
-#include "util/str.h"
+#include "util/crash/crash_notes.h"
+#include "util/text/str.h"
+#include "util/thread/condition.h"
+#include "util/thread/counted_tls_slot.h"
+#include "util/thread/in_thread_actor.h"
 
 #include <cstddef>
 

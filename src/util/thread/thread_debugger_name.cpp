@@ -1,6 +1,6 @@
-#include "util/thread_debugger_name.h"
+#include "util/thread/thread_debugger_name.h"
 
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
 
 namespace velmox {
 

@@ -1,7 +1,7 @@
-#include "util/thread_exception.h"
+#include "util/thread/thread_exception.h"
 
-#include "util/argument_list_end.h"
-#include "util/logger.h"
+#include "util/log/logger.h"
+#include "util/text/argument_list_end.h"
 
 namespace velmox {
 

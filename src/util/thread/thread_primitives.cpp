@@ -1,7 +1,7 @@
-#include "util/thread_primitives.h"
+#include "util/thread/thread_primitives.h"
 
-#include "util/thread.h"
-#include "util/thread_exception.h"
+#include "util/thread/thread.h"
+#include "util/thread/thread_exception.h"
 
 #include <utility>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
 
 /// What every primitive of threads and locks shares: the one rule for the result of a wait, the one road of a
 /// failed call, and the switch that silences both in the last moments of the process.

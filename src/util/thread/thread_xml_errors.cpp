@@ -1,4 +1,4 @@
-#include "util/thread_xml_errors.h"
+#include "util/thread/thread_xml_errors.h"
 
 #include <libxml/xmlerror.h>
 

@@ -1,4 +1,4 @@
-#include "util/usage_count.h"
+#include "util/thread/usage_count.h"
 
 namespace velmox {
 

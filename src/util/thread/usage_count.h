@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/event.h"
+#include "util/thread/event.h"
 
 namespace velmox {
 

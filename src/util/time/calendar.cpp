@@ -1,4 +1,4 @@
-#include "util/calendar.h"
+#include "util/time/calendar.h"
 
 namespace velmox::calendar {
 

@@ -1,6 +1,6 @@
-#include "util/clock.h"
+#include "util/time/clock.h"
 
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
 
 namespace velmox {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/timeval.h"
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
+#include "util/time/timeval.h"
 
 namespace velmox {
 

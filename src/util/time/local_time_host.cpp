@@ -1,6 +1,6 @@
-#include "util/c_time_fields.h"
-#include "util/platform.h"
-#include "util/str.h"
+#include "util/text/platform.h"
+#include "util/text/str.h"
+#include "util/time/c_time_fields.h"
 
 namespace velmox::platform {
 

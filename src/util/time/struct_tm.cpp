@@ -1,9 +1,9 @@
-#include "util/struct_tm.h"
+#include "util/time/struct_tm.h"
 
-#include "util/calendar.h"
-#include "util/logger.h"
-#include "util/platform.h"
-#include "util/zone_source.h"
+#include "util/log/logger.h"
+#include "util/text/platform.h"
+#include "util/time/calendar.h"
+#include "util/time/zone_source.h"
 
 #include <optional>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/timeval.h"
+#include "util/time/timeval.h"
 
 #include <cstdint>
 

@@ -1,7 +1,7 @@
-#include "util/time_format_compiler.h"
+#include "util/time/time_format_compiler.h"
 
-#include "util/ascii.h"
-#include "util/time_format_letters.h"
+#include "util/text/ascii.h"
+#include "util/time/time_format_letters.h"
 
 #include <iterator>
 #include <optional>

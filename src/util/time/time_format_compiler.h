@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/str.h"
-#include "util/time_format_atom.h"
+#include "util/text/str.h"
+#include "util/time/time_format_atom.h"
 
 #include <string_view>
 #include <vector>

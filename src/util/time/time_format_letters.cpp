@@ -1,4 +1,4 @@
-#include "util/time_format_letters.h"
+#include "util/time/time_format_letters.h"
 
 #include <algorithm>
 #include <iterator>

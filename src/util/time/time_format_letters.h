@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/time_format_atom.h"
+#include "util/time/time_format_atom.h"
 
 #include <cstdint>
 #include <string_view>

@@ -1,9 +1,9 @@
-#include "util/time_formatter.h"
+#include "util/time/time_formatter.h"
 
-#include "util/ascii.h"
-#include "util/calendar.h"
-#include "util/time_format_compiler.h"
-#include "util/time_names.h"
+#include "util/text/ascii.h"
+#include "util/time/calendar.h"
+#include "util/time/time_format_compiler.h"
+#include "util/time/time_names.h"
 
 #include <charconv>
 #include <cstdlib>

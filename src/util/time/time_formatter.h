@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/time_format_atom.h"
-#include "util/zone_source.h"
+#include "util/time/time_format_atom.h"
+#include "util/time/zone_source.h"
 
 #include <cstdint>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "util/time_names.h"
+#include "util/time/time_names.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
-#include "util/timeout.h"
+#include "util/time/timeout.h"
 
-#include "util/clock.h"
+#include "util/time/clock.h"
 
 namespace velmox {
 

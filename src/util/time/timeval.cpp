@@ -1,8 +1,8 @@
-#include "util/timeval.h"
+#include "util/time/timeval.h"
 
-#include "util/platform.h"
-#include "util/struct_tm.h"
-#include "util/time_names.h"
+#include "util/text/platform.h"
+#include "util/time/struct_tm.h"
+#include "util/time/time_names.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
-#include "util/zone_source.h"
+#include "util/time/zone_source.h"
 
-#include "util/platform.h"
+#include "util/text/platform.h"
 
 #include <algorithm>
 #include <cstring>

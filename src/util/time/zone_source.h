@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/struct_tm.h"
+#include "util/time/struct_tm.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,9 +1,9 @@
-#include "conf/conf_path_exceptions.h"
-#include "conf/setup/username_mapper.h"
+#include "conf/ground/conf_path_exceptions.h"
+#include "conf/root/username_mapper.h"
 #include "tests/conf/conf_root.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/file_tree.h"
-#include "util/environment.h"
+#include "util/system/environment.h"
 
 #include <optional>
 

@@ -1,6 +1,6 @@
 #include "conf/file/ini_file.h"
-#include "conf/property_pages_registry.h"
-#include "conf/setup/shared_conf_services.h"
+#include "conf/pages/property_pages_registry.h"
+#include "conf/store/shared_conf_services.h"
 #include "tests/conf/conf_root.h"
 
 #include <random>

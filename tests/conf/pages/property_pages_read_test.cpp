@@ -1,6 +1,6 @@
 #include "conf/cache/user_conf_cache.h"
-#include "conf/conf_path_exceptions.h"
-#include "conf/property_pages_exceptions.h"
+#include "conf/ground/conf_path_exceptions.h"
+#include "conf/ground/property_pages_exceptions.h"
 #include "tests/conf/conf_root.h"
 #include "tests/support/function_thread.h"
 

@@ -1,10 +1,10 @@
-#include "conf/setup/blacklist_pattern.h"
-#include "conf/setup/path_forms.h"
-#include "conf/setup/path_pattern.h"
-#include "conf/setup/placeholders.h"
-#include "conf/setup/reserved_name.h"
-#include "conf/setup/time_with_unit.h"
-#include "util/regex.h"
+#include "conf/ground/reserved_name.h"
+#include "conf/root/blacklist_pattern.h"
+#include "conf/root/path_forms.h"
+#include "conf/root/path_pattern.h"
+#include "conf/root/placeholders.h"
+#include "conf/root/time_with_unit.h"
+#include "util/match/regex.h"
 
 namespace velmox {
 namespace {

@@ -1,8 +1,8 @@
-#include "conf/conf_path_exceptions.h"
-#include "conf/setup/conf_path_mapper_manager.h"
-#include "conf/setup/path_owner.h"
-#include "conf/setup/shared_conf_services.h"
-#include "conf/setup/username_mapper.h"
+#include "conf/ground/conf_path_exceptions.h"
+#include "conf/root/path_owner.h"
+#include "conf/root/username_mapper.h"
+#include "conf/store/conf_path_mapper_manager.h"
+#include "conf/store/shared_conf_services.h"
 #include "tests/conf/conf_root.h"
 #include "tests/support/failing_call.h"
 

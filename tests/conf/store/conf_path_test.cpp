@@ -1,8 +1,8 @@
-#include "conf/conf_path_exceptions.h"
+#include "conf/ground/conf_path_exceptions.h"
 #include "conf/tree/stanza_expansion.h"
 #include "tests/conf/conf_root.h"
 #include "tests/support/failing_call.h"
-#include "util/environment.h"
+#include "util/system/environment.h"
 
 namespace velmox {
 namespace {

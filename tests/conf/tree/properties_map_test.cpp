@@ -1,5 +1,5 @@
-#include "conf/conf_lock.h"
-#include "conf/properties_map.h"
+#include "conf/ground/conf_lock.h"
+#include "conf/tree/properties_map.h"
 
 #include <mutex>
 

@@ -3,11 +3,11 @@
 #include "tests/support/file_tree.h"
 #include "tests/support/function_thread.h"
 #include "tests/support/scoped_folder.h"
-#include "util/crash_log.h"
-#include "util/crash_notes.h"
-#include "util/environment.h"
-#include "util/str_segment.h"
-#include "util/thread_exception.h"
+#include "util/crash/crash_log.h"
+#include "util/crash/crash_notes.h"
+#include "util/system/environment.h"
+#include "util/text/str_segment.h"
+#include "util/thread/thread_exception.h"
 
 #include <dbghelp.h>
 #include <gmock/gmock.h>

@@ -1,7 +1,7 @@
 #include "tests/support/main_thread.h"
-#include "util/crash_notes.h"
-#include "util/crash_sink.h"
-#include "util/hex_dump.h"
+#include "util/crash/crash_notes.h"
+#include "util/crash/crash_sink.h"
+#include "util/crash/hex_dump.h"
 
 #include <gtest/gtest.h>
 #include <memory>

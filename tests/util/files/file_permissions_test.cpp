@@ -2,8 +2,8 @@
 #include "tests/support/child_test.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/scoped_folder.h"
-#include "util/file_descriptor.h"
-#include "util/file_system.h"
+#include "util/files/file_descriptor.h"
+#include "util/files/file_system.h"
 
 #include <aclapi.h>
 #include <gtest/gtest.h>

@@ -2,10 +2,10 @@
 #include "tests/support/failing_call.h"
 #include "tests/support/file_tree.h"
 #include "tests/support/scoped_folder.h"
-#include "util/file_copy.h"
-#include "util/file_rename.h"
-#include "util/file_replace.h"
-#include "util/file_system.h"
+#include "util/files/file_copy.h"
+#include "util/files/file_rename.h"
+#include "util/files/file_replace.h"
+#include "util/files/file_system.h"
 
 #include <gtest/gtest.h>
 #include <set>

@@ -1,6 +1,6 @@
 #include "tests/support/failing_call.h"
 #include "tests/support/scoped_folder.h"
-#include "util/file_system.h"
+#include "util/files/file_system.h"
 
 #include <gtest/gtest.h>
 

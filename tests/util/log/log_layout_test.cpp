@@ -1,5 +1,5 @@
-#include "util/log_layout.h"
-#include "util/log_message.h"
+#include "util/log/log_layout.h"
+#include "util/log/log_message.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "util/log_suppressor.h"
+#include "util/log/log_suppressor.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

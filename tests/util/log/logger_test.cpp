@@ -3,11 +3,11 @@
 #include "tests/support/file_tree.h"
 #include "tests/support/function_thread.h"
 #include "tests/support/scoped_folder.h"
-#include "util/file_system.h"
-#include "util/log_system.h"
-#include "util/logger.h"
-#include "util/structured_exception.h"
-#include "util/windows_api.h"
+#include "util/files/file_system.h"
+#include "util/log/log_system.h"
+#include "util/log/logger.h"
+#include "util/system/structured_exception.h"
+#include "util/system/windows_api.h"
 
 #include <gtest/gtest.h>
 

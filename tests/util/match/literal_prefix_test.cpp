@@ -1,5 +1,5 @@
-#include "util/literal_prefix.h"
-#include "util/regex.h"
+#include "util/match/literal_prefix.h"
+#include "util/match/regex.h"
 
 #include <gtest/gtest.h>
 #include <random>

@@ -1,4 +1,4 @@
-#include "util/regex.h"
+#include "util/match/regex.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "util/string_filters.h"
+#include "util/match/string_filters.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

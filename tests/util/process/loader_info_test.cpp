@@ -2,9 +2,9 @@
 #include "tests/support/failing_call.h"
 #include "tests/support/file_tree.h"
 #include "tests/support/scoped_folder.h"
-#include "util/environment.h"
-#include "util/file_system.h"
-#include "util/loader_info.h"
+#include "util/files/file_system.h"
+#include "util/process/loader_info.h"
+#include "util/system/environment.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 #include "tests/support/child_test.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/pseudo_console.h"
-#include "util/parent_watch.h"
-#include "util/str_segment.h"
+#include "util/process/parent_watch.h"
+#include "util/text/str_segment.h"
 
 #include <atomic>
 #include <cstdio>

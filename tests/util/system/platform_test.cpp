@@ -2,11 +2,11 @@
 
 #include "tests/support/failing_call.h"
 #include "tests/support/scoped_folder.h"
-#include "util/base_exception.h"
-#include "util/file_replace.h"
-#include "util/platform.h"
-#include "util/random_hex.h"
-#include "util/server_identity.h"
+#include "util/files/file_replace.h"
+#include "util/process/server_identity.h"
+#include "util/system/random_hex.h"
+#include "util/text/base_exception.h"
+#include "util/text/platform.h"
 
 #include <gtest/gtest.h>
 #include <openssl/rand.h>

@@ -1,4 +1,4 @@
-#include "util/str_segment.h"
+#include "util/text/str_segment.h"
 
 #include <fstream>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-#include "util/error_text.h"
-#include "util/platform.h"
+#include "util/text/error_text.h"
+#include "util/text/platform.h"
 
 #include <gtest/gtest.h>
 

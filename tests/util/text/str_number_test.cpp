@@ -1,4 +1,4 @@
-#include "util/str_segment.h"
+#include "util/text/str_segment.h"
 
 #include <cerrno>
 #include <gtest/gtest.h>

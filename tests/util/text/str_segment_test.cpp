@@ -1,4 +1,4 @@
-#include "util/split_acceptor.h"
+#include "util/text/split_acceptor.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "util/str.h"
-#include "util/str_segment.h"
+#include "util/text/str.h"
+#include "util/text/str_segment.h"
 
 #include <gtest/gtest.h>
 #include <stdexcept>

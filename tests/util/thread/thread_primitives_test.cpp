@@ -2,10 +2,10 @@
 #include "tests/support/child_test.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/function_thread.h"
-#include "util/condition.h"
-#include "util/event.h"
-#include "util/thread_exception.h"
-#include "util/usage_count.h"
+#include "util/thread/condition.h"
+#include "util/thread/event.h"
+#include "util/thread/thread_exception.h"
+#include "util/thread/usage_count.h"
 
 #include <atomic>
 #include <gtest/gtest.h>

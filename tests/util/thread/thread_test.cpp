@@ -1,8 +1,8 @@
 #include "tests/support/child_test.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/function_thread.h"
-#include "util/thread.h"
-#include "util/thread_exception.h"
+#include "util/thread/thread.h"
+#include "util/thread/thread_exception.h"
 
 #include <atomic>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-#include "tests/util/scoped_zone.h"
-#include "util/time_formatter.h"
+#include "tests/util/time/scoped_zone.h"
+#include "util/time/time_formatter.h"
 
 #include <cstring>
 #include <gtest/gtest.h>

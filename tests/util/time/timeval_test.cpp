@@ -1,8 +1,8 @@
 #include "tests/support/captured_log.h"
-#include "tests/util/scoped_zone.h"
-#include "util/struct_tm.h"
-#include "util/timeval.h"
-#include "util/zone_source.h"
+#include "tests/util/time/scoped_zone.h"
+#include "util/time/struct_tm.h"
+#include "util/time/timeval.h"
+#include "util/time/zone_source.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
-#include "pipeline/input/baseline_checkpoint.h"
+#include "pipeline/input/baseline/baseline_checkpoint.h"
 
-#include "pipeline/input/monitor_log.h"
-#include "util/open_file.h"
-#include "util/owned_handle.h"
-#include "util/timeval.h"
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "util/files/open_file.h"
+#include "util/system/owned_handle.h"
+#include "util/time/timeval.h"
 
 namespace velmox {
 

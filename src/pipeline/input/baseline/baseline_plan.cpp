@@ -1,6 +1,6 @@
-#include "pipeline/input/baseline_plan.h"
+#include "pipeline/input/baseline/baseline_plan.h"
 
-#include "pipeline/input/monitor_log.h"
+#include "pipeline/input/diagnostics/monitor_log.h"
 
 namespace velmox {
 

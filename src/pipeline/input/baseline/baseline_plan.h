@@ -1,8 +1,8 @@
 #pragma once
 
-#include "pipeline/input/baseline_checkpoint.h"
-#include "pipeline/input/baseline_start_points.h"
-#include "pipeline/input/monitor_rules.h"
+#include "pipeline/input/baseline/baseline_checkpoint.h"
+#include "pipeline/input/baseline/baseline_start_points.h"
+#include "pipeline/input/rules/monitor_rules.h"
 
 namespace velmox {
 

@@ -1,9 +1,9 @@
-#include "pipeline/input/baseline_scan.h"
+#include "pipeline/input/baseline/baseline_scan.h"
 
-#include "pipeline/input/baseline_plan.h"
-#include "pipeline/input/monitor_log.h"
-#include "pipeline/input/value_rendering.h"
-#include "pipeline/input/win_registry.h"
+#include "pipeline/input/baseline/baseline_plan.h"
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/events/value_rendering.h"
+#include "pipeline/input/registry/win_registry.h"
 
 #include <memory>
 #include <new>

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "pipeline/input/baseline_checkpoint.h"
-#include "pipeline/input/baseline_start_points.h"
-#include "pipeline/input/event_emitter.h"
-#include "pipeline/input/hive_names.h"
-#include "pipeline/input/monitor_rules.h"
-#include "pipeline/input/stop_flag.h"
-#include "util/string_filters.h"
+#include "pipeline/input/baseline/baseline_checkpoint.h"
+#include "pipeline/input/baseline/baseline_start_points.h"
+#include "pipeline/input/driver/stop_flag.h"
+#include "pipeline/input/events/event_emitter.h"
+#include "pipeline/input/rules/hive_names.h"
+#include "pipeline/input/rules/monitor_rules.h"
+#include "util/match/string_filters.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
-#include "pipeline/input/baseline_start_points.h"
+#include "pipeline/input/baseline/baseline_start_points.h"
 
-#include "pipeline/input/pattern_characters.h"
+#include "pipeline/input/rules/pattern_characters.h"
 
 #include <algorithm>
 

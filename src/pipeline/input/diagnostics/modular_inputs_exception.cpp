@@ -1,7 +1,7 @@
-#include "pipeline/input/modular_inputs_exception.h"
+#include "pipeline/input/diagnostics/modular_inputs_exception.h"
 
-#include "pipeline/input/modular_inputs_log.h"
-#include "util/platform.h"
+#include "pipeline/input/diagnostics/modular_inputs_log.h"
+#include "util/text/platform.h"
 
 namespace velmox {
 

@@ -1,4 +1,4 @@
-#include "pipeline/input/modular_inputs_log.h"
+#include "pipeline/input/diagnostics/modular_inputs_log.h"
 
 namespace velmox {
 

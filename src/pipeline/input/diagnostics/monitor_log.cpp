@@ -1,4 +1,4 @@
-#include "pipeline/input/monitor_log.h"
+#include "pipeline/input/diagnostics/monitor_log.h"
 
 namespace velmox {
 

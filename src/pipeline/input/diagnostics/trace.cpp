@@ -1,6 +1,6 @@
-#include "pipeline/input/trace.h"
+#include "pipeline/input/diagnostics/trace.h"
 
-#include "util/last_error_keeper.h"
+#include "util/system/last_error_keeper.h"
 
 #include <evntrace.h>
 #include <wmistr.h>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/str.h"
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
+#include "util/text/str.h"
 
 #include <atomic>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "pipeline/input/buffer_queue.h"
+#include "pipeline/input/driver/buffer_queue.h"
 
 #include <new>
 

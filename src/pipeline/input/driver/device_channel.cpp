@@ -1,4 +1,4 @@
-#include "pipeline/input/device_channel.h"
+#include "pipeline/input/driver/device_channel.h"
 
 namespace velmox {
 

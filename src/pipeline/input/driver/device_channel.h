@@ -1,7 +1,7 @@
 #pragma once
 
-#include "pipeline/input/driver_protocol.h"
-#include "util/owned_handle.h"
+#include "pipeline/input/driver/driver_protocol.h"
+#include "util/system/owned_handle.h"
 
 namespace velmox {
 

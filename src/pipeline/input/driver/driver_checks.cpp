@@ -1,7 +1,7 @@
-#include "pipeline/input/driver_checks.h"
+#include "pipeline/input/driver/driver_checks.h"
 
-#include "pipeline/input/driver_service.h"
-#include "pipeline/input/monitor_log.h"
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/driver/driver_service.h"
 
 #include <utility>
 

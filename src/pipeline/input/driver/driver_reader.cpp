@@ -1,8 +1,8 @@
-#include "pipeline/input/driver_reader.h"
+#include "pipeline/input/driver/driver_reader.h"
 
-#include "pipeline/input/event_counters.h"
-#include "pipeline/input/monitor_log.h"
-#include "pipeline/input/trace.h"
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/diagnostics/trace.h"
+#include "pipeline/input/driver/event_counters.h"
 
 #include <new>
 #include <psapi.h>

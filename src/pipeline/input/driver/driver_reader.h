@@ -1,8 +1,8 @@
 #pragma once
 
-#include "pipeline/input/buffer_queue.h"
-#include "pipeline/input/device_channel.h"
-#include "pipeline/input/stop_flag.h"
+#include "pipeline/input/driver/buffer_queue.h"
+#include "pipeline/input/driver/device_channel.h"
+#include "pipeline/input/driver/stop_flag.h"
 
 namespace velmox {
 

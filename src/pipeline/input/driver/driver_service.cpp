@@ -1,8 +1,8 @@
-#include "pipeline/input/driver_service.h"
+#include "pipeline/input/driver/driver_service.h"
 
-#include "pipeline/input/monitor_log.h"
-#include "util/local_memory.h"
-#include "util/owned_handle.h"
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "util/system/local_memory.h"
+#include "util/system/owned_handle.h"
 
 namespace velmox {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "util/pathname.h"
-#include "util/str.h"
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
+#include "util/text/pathname.h"
+#include "util/text/str.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
-#include "pipeline/input/event_emitter.h"
+#include "pipeline/input/events/event_emitter.h"
 
-#include "util/file_time.h"
+#include "util/time/file_time.h"
 
 namespace velmox {
 

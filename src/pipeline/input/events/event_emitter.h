@@ -1,7 +1,7 @@
 #pragma once
 
-#include "pipeline/input/event_stream_writer.h"
-#include "util/windows_api.h"
+#include "pipeline/input/events/event_stream_writer.h"
+#include "util/system/windows_api.h"
 
 #include <functional>
 

@@ -1,6 +1,6 @@
-#include "pipeline/input/event_stream_writer.h"
+#include "pipeline/input/events/event_stream_writer.h"
 
-#include "pipeline/input/xml_escape.h"
+#include "pipeline/input/xml/xml_escape.h"
 
 #include <array>
 #include <cstdint>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "pipeline/input/input_event.h"
+#include "pipeline/input/xml/input_event.h"
 
 #include <cstdio>
 

@@ -1,8 +1,8 @@
-#include "pipeline/input/process_enumeration.h"
+#include "pipeline/input/events/process_enumeration.h"
 
-#include "pipeline/input/monitor_log.h"
-#include "util/local_memory.h"
-#include "util/owned_handle.h"
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "util/system/local_memory.h"
+#include "util/system/owned_handle.h"
 
 #include <psapi.h>
 #include <tlhelp32.h>

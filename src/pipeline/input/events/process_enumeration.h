@@ -1,6 +1,6 @@
 #pragma once
 
-#include "pipeline/input/process_image_table.h"
+#include "pipeline/input/events/process_image_table.h"
 
 namespace velmox {
 

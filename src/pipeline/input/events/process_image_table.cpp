@@ -1,4 +1,4 @@
-#include "pipeline/input/process_image_table.h"
+#include "pipeline/input/events/process_image_table.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,7 +1,7 @@
-#include "pipeline/input/drive_map.h"
-#include "pipeline/input/process_enumeration.h"
-#include "pipeline/input/record_processor.h"
-#include "pipeline/input/trace.h"
+#include "pipeline/input/diagnostics/trace.h"
+#include "pipeline/input/events/process_enumeration.h"
+#include "pipeline/input/events/record_processor.h"
+#include "pipeline/input/rules/drive_map.h"
 
 #include <algorithm>
 #include <cwchar>

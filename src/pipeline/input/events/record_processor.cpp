@@ -1,7 +1,7 @@
-#include "pipeline/input/record_processor.h"
+#include "pipeline/input/events/record_processor.h"
 
-#include "pipeline/input/trace.h"
-#include "pipeline/input/wide_text.h"
+#include "pipeline/input/diagnostics/trace.h"
+#include "pipeline/input/xml/wide_text.h"
 
 namespace velmox {
 

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "pipeline/input/driver_protocol.h"
-#include "pipeline/input/event_emitter.h"
-#include "pipeline/input/hive_names.h"
-#include "pipeline/input/monitor_rules.h"
-#include "pipeline/input/process_image_table.h"
-#include "pipeline/input/record_clock.h"
-#include "pipeline/input/status_texts.h"
+#include "pipeline/input/driver/driver_protocol.h"
+#include "pipeline/input/events/event_emitter.h"
+#include "pipeline/input/events/process_image_table.h"
+#include "pipeline/input/events/record_clock.h"
+#include "pipeline/input/events/status_texts.h"
+#include "pipeline/input/rules/hive_names.h"
+#include "pipeline/input/rules/monitor_rules.h"
 
 namespace velmox {
 

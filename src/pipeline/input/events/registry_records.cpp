@@ -1,9 +1,9 @@
-#include "pipeline/input/drive_map.h"
-#include "pipeline/input/event_counters.h"
-#include "pipeline/input/record_processor.h"
-#include "pipeline/input/registry_operations.h"
-#include "pipeline/input/trace.h"
-#include "pipeline/input/value_rendering.h"
+#include "pipeline/input/diagnostics/trace.h"
+#include "pipeline/input/driver/event_counters.h"
+#include "pipeline/input/events/record_processor.h"
+#include "pipeline/input/events/value_rendering.h"
+#include "pipeline/input/rules/drive_map.h"
+#include "pipeline/input/rules/registry_operations.h"
 
 namespace velmox {
 

@@ -1,4 +1,4 @@
-#include "pipeline/input/status_texts.h"
+#include "pipeline/input/events/status_texts.h"
 
 namespace velmox {
 

@@ -1,8 +1,8 @@
-#include "pipeline/input/value_rendering.h"
+#include "pipeline/input/events/value_rendering.h"
 
-#include "pipeline/input/monitor_log.h"
-#include "pipeline/input/wide_text.h"
-#include "util/regex.h"
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/xml/wide_text.h"
+#include "util/match/regex.h"
 
 #include <algorithm>
 #include <array>

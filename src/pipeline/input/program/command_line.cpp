@@ -1,7 +1,7 @@
-#include "pipeline/input/command_line.h"
+#include "pipeline/input/program/command_line.h"
 
-#include "pipeline/input/monitor_log.h"
-#include "util/windows_api.h"
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "util/system/windows_api.h"
 
 #include <cwchar>
 #include <string_view>

@@ -1,13 +1,13 @@
-#include "pipeline/input/command_line.h"
-#include "pipeline/input/monitor_log.h"
-#include "pipeline/input/sysmon_migrator.h"
-#include "pipeline/input/trace.h"
-#include "pipeline/input/win_registry_monitor.h"
-#include "util/base_exception.h"
-#include "util/crash_log.h"
-#include "util/loader_info.h"
-#include "util/parent_watch.h"
-#include "util/thread.h"
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/diagnostics/trace.h"
+#include "pipeline/input/program/command_line.h"
+#include "pipeline/input/program/sysmon_migrator.h"
+#include "pipeline/input/program/win_registry_monitor.h"
+#include "util/crash/crash_log.h"
+#include "util/process/loader_info.h"
+#include "util/process/parent_watch.h"
+#include "util/text/base_exception.h"
+#include "util/thread/thread.h"
 
 #include <cstdio>
 

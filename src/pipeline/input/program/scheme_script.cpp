@@ -1,8 +1,8 @@
-#include "pipeline/input/scheme_script.h"
+#include "pipeline/input/program/scheme_script.h"
 
-#include "pipeline/input/xml_escape.h"
-#include "util/regex.h"
-#include "util/str_segment.h"
+#include "pipeline/input/xml/xml_escape.h"
+#include "util/match/regex.h"
+#include "util/text/str_segment.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "conf/properties_map.h"
+#include "conf/tree/properties_map.h"
 
 namespace velmox {
 

@@ -2,11 +2,11 @@
 // stanzas for it, and otherwise is the monitor, by starting bin\velmox-regmon.exe with what it was given
 // itself.
 
-#include "pipeline/input/config_xml_streaming_parser.h"
-#include "pipeline/input/scheme_script.h"
-#include "pipeline/input/xml_stdin.h"
-#include "util/job_process.h"
-#include "util/pathname.h"
+#include "pipeline/input/program/scheme_script.h"
+#include "pipeline/input/xml/config_xml_streaming_parser.h"
+#include "pipeline/input/xml/xml_stdin.h"
+#include "util/process/job_process.h"
+#include "util/text/pathname.h"
 
 #include <cstdio>
 #include <cwchar>

@@ -1,7 +1,7 @@
-#include "pipeline/input/sysmon_migrator.h"
+#include "pipeline/input/program/sysmon_migrator.h"
 
-#include "pipeline/input/monitor_log.h"
-#include "pipeline/input/monitor_rules.h"
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/rules/monitor_rules.h"
 
 #include <algorithm>
 

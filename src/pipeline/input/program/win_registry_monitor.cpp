@@ -1,15 +1,15 @@
-#include "pipeline/input/win_registry_monitor.h"
+#include "pipeline/input/program/win_registry_monitor.h"
 
-#include "pipeline/input/baseline_scan.h"
-#include "pipeline/input/driver_reader.h"
-#include "pipeline/input/driver_service.h"
-#include "pipeline/input/filter_block.h"
-#include "pipeline/input/monitor_log.h"
-#include "pipeline/input/process_enumeration.h"
-#include "pipeline/input/registry_operations.h"
-#include "pipeline/input/trace.h"
-#include "pipeline/input/xml_stdin.h"
-#include "util/library_routine.h"
+#include "pipeline/input/baseline/baseline_scan.h"
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/diagnostics/trace.h"
+#include "pipeline/input/driver/driver_reader.h"
+#include "pipeline/input/driver/driver_service.h"
+#include "pipeline/input/events/process_enumeration.h"
+#include "pipeline/input/rules/filter_block.h"
+#include "pipeline/input/rules/registry_operations.h"
+#include "pipeline/input/xml/xml_stdin.h"
+#include "util/system/library_routine.h"
 
 #include <new>
 #include <utility>

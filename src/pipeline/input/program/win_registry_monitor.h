@@ -1,18 +1,18 @@
 #pragma once
 
-#include "pipeline/input/baseline_checkpoint.h"
-#include "pipeline/input/buffer_queue.h"
-#include "pipeline/input/config_xml_streaming_parser.h"
-#include "pipeline/input/device_channel.h"
-#include "pipeline/input/event_emitter.h"
-#include "pipeline/input/hive_names.h"
-#include "pipeline/input/monitor_rules.h"
-#include "pipeline/input/record_processor.h"
-#include "pipeline/input/stanza_configuration.h"
-#include "pipeline/input/status_texts.h"
-#include "pipeline/input/stop_flag.h"
-#include "util/pathname.h"
-#include "util/thread.h"
+#include "pipeline/input/baseline/baseline_checkpoint.h"
+#include "pipeline/input/driver/buffer_queue.h"
+#include "pipeline/input/driver/device_channel.h"
+#include "pipeline/input/driver/stop_flag.h"
+#include "pipeline/input/events/event_emitter.h"
+#include "pipeline/input/events/record_processor.h"
+#include "pipeline/input/events/status_texts.h"
+#include "pipeline/input/rules/hive_names.h"
+#include "pipeline/input/rules/monitor_rules.h"
+#include "pipeline/input/rules/stanza_configuration.h"
+#include "pipeline/input/xml/config_xml_streaming_parser.h"
+#include "util/text/pathname.h"
+#include "util/thread/thread.h"
 
 namespace velmox {
 

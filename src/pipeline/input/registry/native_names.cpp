@@ -1,6 +1,6 @@
-#include "pipeline/input/native_names.h"
+#include "pipeline/input/registry/native_names.h"
 
-#include "util/library_routine.h"
+#include "util/system/library_routine.h"
 
 #include <memory>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/wide_str.h"
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
+#include "util/text/wide_str.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
-#include "pipeline/input/reg_key.h"
+#include "pipeline/input/registry/reg_key.h"
 
-#include "util/logger.h"
+#include "util/log/logger.h"
 
 #include <vector>
 

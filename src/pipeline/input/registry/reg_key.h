@@ -1,7 +1,7 @@
 #pragma once
 
-#include "pipeline/input/registry_key_handle.h"
-#include "util/str.h"
+#include "pipeline/input/registry/registry_key_handle.h"
+#include "util/text/str.h"
 
 namespace velmox {
 

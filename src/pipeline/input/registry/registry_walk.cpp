@@ -1,8 +1,8 @@
-#include "pipeline/input/registry_walk.h"
+#include "pipeline/input/registry/registry_walk.h"
 
-#include "pipeline/input/native_names.h"
-#include "pipeline/input/registry_key_handle.h"
-#include "util/local_memory.h"
+#include "pipeline/input/registry/native_names.h"
+#include "pipeline/input/registry/registry_key_handle.h"
+#include "util/system/local_memory.h"
 
 #include <algorithm>
 

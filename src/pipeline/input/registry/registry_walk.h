@@ -1,6 +1,6 @@
 #pragma once
 
-#include "pipeline/input/win_registry.h"
+#include "pipeline/input/registry/win_registry.h"
 
 #include <string_view>
 

@@ -1,8 +1,8 @@
-#include "pipeline/input/win_registry.h"
+#include "pipeline/input/registry/win_registry.h"
 
-#include "pipeline/input/registry_key_handle.h"
-#include "pipeline/input/registry_walk.h"
-#include "util/logger.h"
+#include "pipeline/input/registry/registry_key_handle.h"
+#include "pipeline/input/registry/registry_walk.h"
+#include "util/log/logger.h"
 
 namespace velmox {
 

@@ -1,4 +1,4 @@
-#include "pipeline/input/drive_map.h"
+#include "pipeline/input/rules/drive_map.h"
 
 namespace velmox {
 

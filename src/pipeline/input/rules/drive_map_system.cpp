@@ -1,5 +1,5 @@
-#include "pipeline/input/drive_map.h"
-#include "util/windows_api.h"
+#include "pipeline/input/rules/drive_map.h"
+#include "util/system/windows_api.h"
 
 namespace velmox {
 

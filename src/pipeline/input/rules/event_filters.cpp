@@ -1,6 +1,6 @@
-#include "pipeline/input/event_filters.h"
+#include "pipeline/input/rules/event_filters.h"
 
-#include "util/literal_prefix.h"
+#include "util/match/literal_prefix.h"
 
 namespace velmox {
 

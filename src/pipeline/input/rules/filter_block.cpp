@@ -1,8 +1,8 @@
-#include "pipeline/input/filter_block.h"
+#include "pipeline/input/rules/filter_block.h"
 
-#include "pipeline/input/monitor_log.h"
-#include "pipeline/input/trace.h"
-#include "util/string_filters.h"
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/diagnostics/trace.h"
+#include "util/match/string_filters.h"
 
 namespace velmox {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "pipeline/input/driver_protocol.h"
-#include "pipeline/input/hive_names.h"
-#include "pipeline/input/monitor_rules.h"
+#include "pipeline/input/driver/driver_protocol.h"
+#include "pipeline/input/rules/hive_names.h"
+#include "pipeline/input/rules/monitor_rules.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
-#include "pipeline/input/hive_names.h"
+#include "pipeline/input/rules/hive_names.h"
 
-#include "pipeline/input/driver_protocol.h"
+#include "pipeline/input/driver/driver_protocol.h"
 
 namespace velmox {
 

@@ -1,7 +1,7 @@
-#include "pipeline/input/hive_names.h"
-#include "pipeline/input/monitor_log.h"
-#include "pipeline/input/native_names.h"
-#include "pipeline/input/registry_key_handle.h"
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/registry/native_names.h"
+#include "pipeline/input/registry/registry_key_handle.h"
+#include "pipeline/input/rules/hive_names.h"
 
 namespace velmox {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "pipeline/input/event_filters.h"
-#include "util/regex.h"
+#include "pipeline/input/rules/event_filters.h"
+#include "util/match/regex.h"
 
 #include <map>
 #include <memory>

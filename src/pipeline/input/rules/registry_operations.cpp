@@ -1,6 +1,6 @@
-#include "pipeline/input/registry_operations.h"
+#include "pipeline/input/rules/registry_operations.h"
 
-#include "util/str.h"
+#include "util/text/str.h"
 
 #include <array>
 

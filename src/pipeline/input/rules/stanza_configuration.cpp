@@ -1,10 +1,10 @@
-#include "pipeline/input/stanza_configuration.h"
+#include "pipeline/input/rules/stanza_configuration.h"
 
-#include "pipeline/input/drive_map.h"
-#include "pipeline/input/monitor_log.h"
-#include "pipeline/input/pattern_characters.h"
-#include "util/literal_prefix.h"
-#include "util/str_segment.h"
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/rules/drive_map.h"
+#include "pipeline/input/rules/pattern_characters.h"
+#include "util/match/literal_prefix.h"
+#include "util/text/str_segment.h"
 
 #include <new>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "conf/properties_map.h"
-#include "pipeline/input/hive_names.h"
-#include "pipeline/input/monitor_rules.h"
+#include "conf/tree/properties_map.h"
+#include "pipeline/input/rules/hive_names.h"
+#include "pipeline/input/rules/monitor_rules.h"
 
 namespace velmox {
 

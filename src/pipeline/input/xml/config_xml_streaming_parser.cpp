@@ -1,6 +1,6 @@
-#include "pipeline/input/config_xml_streaming_parser.h"
+#include "pipeline/input/xml/config_xml_streaming_parser.h"
 
-#include "pipeline/input/modular_inputs_exception.h"
+#include "pipeline/input/diagnostics/modular_inputs_exception.h"
 
 namespace velmox {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "conf/properties_map.h"
-#include "pipeline/input/xml_streaming_parser.h"
-#include "util/pathname.h"
+#include "conf/tree/properties_map.h"
+#include "pipeline/input/xml/xml_streaming_parser.h"
+#include "util/text/pathname.h"
 
 namespace velmox {
 

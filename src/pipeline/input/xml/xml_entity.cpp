@@ -1,7 +1,7 @@
-#include "pipeline/input/xml_entity.h"
+#include "pipeline/input/xml/xml_entity.h"
 
-#include "util/char_set.h"
-#include "util/code_point.h"
+#include "util/text/char_set.h"
+#include "util/text/code_point.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,6 +1,6 @@
-#include "pipeline/input/xml_escape.h"
+#include "pipeline/input/xml/xml_escape.h"
 
-#include "util/wide_str.h"
+#include "util/text/wide_str.h"
 
 namespace velmox {
 

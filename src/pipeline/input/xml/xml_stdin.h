@@ -1,6 +1,6 @@
 #pragma once
 
-#include "pipeline/input/xml_streaming_parser.h"
+#include "pipeline/input/xml/xml_streaming_parser.h"
 
 #include <cstdio>
 

@@ -1,7 +1,7 @@
-#include "pipeline/input/xml_streaming_parser.h"
+#include "pipeline/input/xml/xml_streaming_parser.h"
 
-#include "pipeline/input/xml_entity.h"
-#include "util/code_point.h"
+#include "pipeline/input/xml/xml_entity.h"
+#include "util/text/code_point.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/char_set.h"
-#include "util/str.h"
+#include "util/text/char_set.h"
+#include "util/text/str.h"
 
 #include <cstdint>
 #include <string_view>

@@ -1,12 +1,12 @@
-#include "pipeline/input/baseline_scan.h"
-#include "tests/pipeline/input/registry_test_key.h"
-#include "tests/pipeline/input/stanzas.h"
+#include "pipeline/input/baseline/baseline_scan.h"
+#include "tests/pipeline/input/registry/registry_test_key.h"
+#include "tests/pipeline/input/rules/stanzas.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/file_tree.h"
 #include "tests/support/log_lines.h"
 #include "tests/support/scoped_folder.h"
-#include "util/file_star.h"
+#include "util/files/file_star.h"
 
 #include <gtest/gtest.h>
 

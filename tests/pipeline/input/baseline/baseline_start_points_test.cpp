@@ -1,4 +1,4 @@
-#include "pipeline/input/baseline_start_points.h"
+#include "pipeline/input/baseline/baseline_start_points.h"
 
 #include <gtest/gtest.h>
 

@@ -1,14 +1,14 @@
-#include "pipeline/input/driver_reader.h"
-#include "pipeline/input/event_counters.h"
-#include "pipeline/input/win_registry_monitor.h"
+#include "pipeline/input/driver/driver_reader.h"
+#include "pipeline/input/driver/event_counters.h"
+#include "pipeline/input/program/win_registry_monitor.h"
 #include "testbed/record_builder.h"
-#include "tests/pipeline/input/registry_test_key.h"
+#include "tests/pipeline/input/registry/registry_test_key.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/log_lines.h"
 #include "tests/support/main_thread.h"
 #include "tests/support/scoped_folder.h"
-#include "util/thread_exception.h"
+#include "util/thread/thread_exception.h"
 
 #include <cwchar>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-#include "pipeline/input/driver_checks.h"
-#include "pipeline/input/driver_service.h"
+#include "pipeline/input/driver/driver_checks.h"
+#include "pipeline/input/driver/driver_service.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/log_lines.h"

@@ -1,4 +1,4 @@
-#include "pipeline/input/event_stream_writer.h"
+#include "pipeline/input/events/event_stream_writer.h"
 
 #include <cstdio>
 #include <functional>

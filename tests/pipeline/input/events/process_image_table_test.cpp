@@ -1,5 +1,5 @@
-#include "pipeline/input/process_enumeration.h"
-#include "pipeline/input/process_image_table.h"
+#include "pipeline/input/events/process_enumeration.h"
+#include "pipeline/input/events/process_image_table.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/log_lines.h"

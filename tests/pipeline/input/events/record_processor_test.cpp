@@ -1,7 +1,7 @@
-#include "pipeline/input/record_processor.h"
+#include "pipeline/input/events/record_processor.h"
 #include "testbed/record_builder.h"
-#include "tests/pipeline/input/stanzas.h"
-#include "util/file_star.h"
+#include "tests/pipeline/input/rules/stanzas.h"
+#include "util/files/file_star.h"
 
 #include <gtest/gtest.h>
 

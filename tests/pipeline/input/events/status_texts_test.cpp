@@ -1,5 +1,5 @@
-#include "pipeline/input/status_texts.h"
-#include "util/windows_api.h"
+#include "pipeline/input/events/status_texts.h"
+#include "util/system/windows_api.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "pipeline/input/value_rendering.h"
+#include "pipeline/input/events/value_rendering.h"
 
 #include <gtest/gtest.h>
 #include <string>

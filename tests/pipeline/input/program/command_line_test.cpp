@@ -1,4 +1,4 @@
-#include "pipeline/input/command_line.h"
+#include "pipeline/input/program/command_line.h"
 
 #include <gtest/gtest.h>
 #include <vector>

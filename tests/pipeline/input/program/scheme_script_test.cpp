@@ -1,4 +1,4 @@
-#include "pipeline/input/scheme_script.h"
+#include "pipeline/input/program/scheme_script.h"
 
 #include <gtest/gtest.h>
 

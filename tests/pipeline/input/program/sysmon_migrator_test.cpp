@@ -1,11 +1,11 @@
-#include "pipeline/input/sysmon_migrator.h"
+#include "pipeline/input/program/sysmon_migrator.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/child_test.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/file_tree.h"
 #include "tests/support/scoped_folder.h"
-#include "util/environment.h"
-#include "util/loader_info.h"
+#include "util/process/loader_info.h"
+#include "util/system/environment.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "pipeline/input/drive_map.h"
+#include "pipeline/input/rules/drive_map.h"
 #include "tests/support/child_test.h"
 #include "tests/support/failing_call.h"
 

@@ -1,4 +1,4 @@
-#include "pipeline/input/event_filters.h"
+#include "pipeline/input/rules/event_filters.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "pipeline/input/hive_names.h"
-#include "tests/pipeline/input/registry_test_key.h"
+#include "pipeline/input/rules/hive_names.h"
+#include "tests/pipeline/input/registry/registry_test_key.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/log_lines.h"

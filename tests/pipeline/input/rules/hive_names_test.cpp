@@ -1,4 +1,4 @@
-#include "pipeline/input/hive_names.h"
+#include "pipeline/input/rules/hive_names.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "pipeline/input/registry_operations.h"
-#include "pipeline/input/value_rendering.h"
+#include "pipeline/input/events/value_rendering.h"
+#include "pipeline/input/rules/registry_operations.h"
 
 #include <gtest/gtest.h>
 #include <string>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "pipeline/input/stanza_configuration.h"
+#include "pipeline/input/rules/stanza_configuration.h"
 
 namespace velmox::testing {
 

@@ -1,4 +1,4 @@
-#include "pipeline/input/xml_streaming_parser.h"
+#include "pipeline/input/xml/xml_streaming_parser.h"
 
 #include <gtest/gtest.h>
 #include <string>
