@@ -135,6 +135,8 @@ TEST(PropertyPagesWrite, FailuresAreTheCallersAndLeaveTheStoreUsable)
         const FailingCall full("fflush", -1, ERROR_DISK_FULL, 0, 2);
         EXPECT_THROW(pages.write("a", "s", made({{"k", "3"}}), false), ConfPathFlushException);
     }
+    EXPECT_THROW(pages.write("a", "s", made({{"k/l", "4"}}), true), ConfPathDirectoryTraversalException);
+    EXPECT_EQ(root.stanzas("t").at("s").get("k"), "3");
     const ConfLog log(root);
     pages.write("a", "s", made({{"k", "4"}}), true);
     EXPECT_EQ(root.stanzas("t").at("s").get("k"), "4");
