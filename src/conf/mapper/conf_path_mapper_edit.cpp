@@ -151,10 +151,12 @@ bool ConfPathMapper::remove(const ConfPath &path)
 {
     const std::lock_guard guard(lock_);
     const std::size_t count = path.parts().size();
-    if (!belongs(path) || count < kTypeParts || count > kKeyParts) {
+    if (!isOwn(path) || count < kTypeParts || count > kKeyParts) {
         return false;
     }
-    loadFor(path);
+    if (belongs(path)) {
+        loadFor(path);
+    }
     if (isInMemoryOnly()) {
         log_.info("%s: Skipping on-disk modification, keeping changes in memory only for removal of: %s",
                   pathText().c_str(), path.toStr().c_str());
@@ -173,7 +175,7 @@ bool ConfPathMapper::remove(const ConfPath &path)
 
 bool ConfPathMapper::removeFromImage(const ConfPathBase &path)
 {
-    Edit *const edit = editOf(path.type(), false);
+    Edit *const edit = belongs(path) ? editOf(path.type(), false) : nullptr;
     if (!edit) {
         log_.debug("%s: No ini file to modify for removal of: %s", pathText().c_str(), path.toStr().c_str());
         return false;
