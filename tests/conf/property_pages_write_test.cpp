@@ -1,6 +1,8 @@
 #include "conf/conf_lock.h"
 #include "conf/conf_path_exceptions.h"
 #include "conf/property_pages_exceptions.h"
+#include "conf/setup/application_manager.h"
+#include "conf/setup/shared_conf_services.h"
 #include "tests/conf/conf_root.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/function_thread.h"
@@ -119,6 +121,22 @@ TEST(PropertyPagesWrite, MakesTheViewsStaleThatItCanHaveChanged)
     // What changes on disk behind the store's back is not looked for.
     root.write("apps/a/local/t.conf", "[s]\nk=5\n");
     EXPECT_EQ(values(), "443");
+}
+
+TEST(PropertyPagesWrite, TakesEffectInAnAppThatAnotherHostHandsOut)
+{
+    const ConfRoot root;
+    root.write("slave-apps/c/default/t.conf", "[s]\nk=1\n");
+    root.write("slave-apps/d/local/t.conf", "[s]\nk=1\n");
+    root.pages("t", "c").write("c", "s", made({{"k", "2"}}), false);
+    root.pages("t", "c").write("c", "new", made({{"k", "3"}}), false);
+    root.pages("t", "d").write("d", "s", made({{"k", "4"}}), false);
+    EXPECT_EQ(root.stanzas("t", "c").at("s").get("k"), "2");
+    EXPECT_EQ(root.stanzas("t", "d").at("s").get("k"), "4");
+    EXPECT_TRUE(root.text("slave-apps/c/metadata/local.meta").contains("[t/new]\nowner = nobody\n"));
+    const ConfLog log(root);
+    root.shared().applications().rescan(false);
+    EXPECT_EQ(log.text(), "");
 }
 
 TEST(PropertyPagesWrite, FailuresAreTheCallersAndLeaveTheStoreUsable)
