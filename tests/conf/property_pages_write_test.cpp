@@ -123,6 +123,32 @@ TEST(PropertyPagesWrite, MakesTheViewsStaleThatItCanHaveChanged)
     EXPECT_EQ(values(), "443");
 }
 
+TEST(PropertyPagesWrite, ReachesTheRegisterOfApps)
+{
+    const ConfRoot root;
+    root.write("apps/a/default/t.conf", "[s]\nk=1\n");
+    EXPECT_EQ(root.stanzas("t", "a", "u").size(), 1u);
+    PropertyPages &ofApp = root.pages("app", "a");
+    ofApp.write("a", "install", made({{"state", "disabled"}}), false);
+    EXPECT_EQ(root.stanzas("t").size(), 0u);
+    EXPECT_EQ(root.stanzas("t", "a", "u").size(), 0u);
+    EXPECT_THROW(root.pages("t", "a"), PropertyPagesDisabledAppException);
+    root.at("/nobody/a/app/install").remove();
+    EXPECT_EQ(root.stanzas("t", "a").size(), 1u);
+    // What does not change the app is not told.
+    const ConfLog log(root);
+    root.pages("t", "a").write("a", "s", made({{"k", "2"}}), false);
+    EXPECT_EQ(log.told(), "");
+    root.pages("t", "b").write("b", "ofB", made({{"k", "3"}}), false);
+    EXPECT_TRUE(root.stanzas("t").contains("ofB"));
+    EXPECT_EQ(log.told(), "INFO ApplicationManager: Detected app creation: b\n");
+    const ScopedInitSettings scoped(ScopedInitSettings::inMemoryOnly());
+    ofApp.write("a", "install", made({{"state", "disabled"}}), false);
+    EXPECT_TRUE(log.told().endsWith("INFO ConfPathMapper: App modification, creation, or update: a\n"
+                                    "INFO ApplicationManager: Detected app modification: a\n"))
+        << log.told().c_str();
+}
+
 TEST(PropertyPagesWrite, TakesEffectInAnAppThatAnotherHostHandsOut)
 {
     const ConfRoot root;
@@ -161,7 +187,8 @@ TEST(PropertyPagesWrite, FailuresAreTheCallersAndLeaveTheStoreUsable)
     EXPECT_EQ(root.text("apps/a/local/t.conf"), "\n[s]\nk = 4\n");
     pages.write("b", "s", made({{"k", "5"}}), true);
     EXPECT_EQ(log.told(), "WARN PropertyPages: Error removing preexisting values: /nobody/b/t/s "
-                          "[ConfPathMapper: ROOT/apps/b/local]\n");
+                          "[ConfPathMapper: ROOT/apps/b/local]\n"
+                          "INFO ApplicationManager: Detected app creation: b\n");
 }
 
 TEST(PropertyPagesWrite, WithoutAPlaceToWriteToNothingIsRemoved)

@@ -110,6 +110,7 @@ TEST_F(ConfPathMapperTest, Searches)
 TEST_F(ConfPathMapperTest, PutsTwoWritesIntoOneNewFile)
 {
     const Str made = "apps/search/made/local/inputs.conf";
+    root.makeFolder("apps/search");
     MapperTest::make("conf", "made\\local");
     EXPECT_EQ(read("inputs"), "nothing");
     EXPECT_TRUE(write("/inputs"));
