@@ -2,6 +2,7 @@
 
 #include "conf/file/ini_file.h"
 #include "util/directory_listing.h"
+#include "util/file_system.h"
 
 #include <algorithm>
 
@@ -51,8 +52,12 @@ std::vector<AppFolder> appFolders(const Pathname &systemDir, const std::vector<P
 
 std::vector<SchemeSpec> readSchemeSpecs(const AppFolder &app)
 {
+    const Pathname path = app.path.join("README").join("inputs.conf.spec");
+    if (pathKind(path) == PathKind::Nothing) {
+        return {};
+    }
     std::vector<SchemeSpec> specs;
-    const IniFile file(app.path.join("README").join("inputs.conf.spec"));
+    const IniFile file(path);
     for (const auto &[stanzaName, stanza] : file) {
         const std::size_t end = stanzaName.find("://");
         if (end != Str::npos && end != 0) {
