@@ -67,6 +67,9 @@ TEST_F(ConfPathMapperTest, ReadsATypeWhenItIsFirstAskedFor)
     EXPECT_TRUE(mapper->read(at(""), out, 2));
     EXPECT_EQ(describe(out, "inputs"), ";default;e;monitor://./a");
     EXPECT_EQ(describe(out, "other"), ";o");
+    root.write("apps/search/local/nested/inputs.conf", "[s]\n");
+    MapperTest::make("conf", "local/nested");
+    EXPECT_EQ(metadataOf(at("/inputs/s")).removable, false) << "its own name counts";
     MapperTest::make("conf", "absent");
     EXPECT_FALSE(mapper->read(at(""), out, 1));
     EXPECT_EQ(log.text(), "");
