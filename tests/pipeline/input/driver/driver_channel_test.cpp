@@ -10,10 +10,13 @@
 #include "tests/support/scoped_folder.h"
 #include "util/thread/thread_exception.h"
 
+#include <atomic>
+#include <chrono>
 #include <cwchar>
 #include <gtest/gtest.h>
 #include <optional>
 #include <psapi.h>
+#include <thread>
 
 namespace velmox {
 namespace {
@@ -171,6 +174,67 @@ TEST(DriverReader, RetriesDropsGrowsOrEndsAsTheFailureHasIt)
         }
         EXPECT_EQ(queued, row.queued);
         EXPECT_EQ(registry_evt_total - before, static_cast<LONG>(row.queued));
+    }
+}
+
+std::atomic<bool> isTakerAsleep = false;
+
+/// Called with the lock held, which is free again only when the thread sleeps.
+BOOL WINAPI noteSleep(CONDITION_VARIABLE *condition, SRWLOCK *lock, DWORD milliseconds, ULONG flags)
+{
+    isTakerAsleep = true;
+    const auto sleep = reinterpret_cast<decltype(SleepConditionVariableSRW) *>(reinterpret_cast<void *>(
+        GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "SleepConditionVariableSRW")));
+    return sleep(condition, lock, milliseconds, flags);
+}
+
+TEST(DriverReader, WakesTheTakerBeforeItGrowsDropsOrEnds)
+{
+    const struct
+    {
+        const char *what;
+        Answer read;
+        SIZE_T workingSet;
+        DWORD memoryError;
+    } rows[] = {
+        {"grows", {ERROR_INSUFFICIENT_BUFFER, 0}, 0, 0},
+        {"drops", {0, 60}, 524288000, 0},
+        {"ends", {0, 60}, 0, ERROR_ACCESS_DENIED},
+    };
+    for (const auto &row : rows) {
+        constexpr auto kSoon = std::chrono::seconds(10);
+        ScriptedDevice script;
+        script.reads = {row.read};
+        script.workingSet = row.workingSet;
+        script.memoryError = row.memoryError;
+        BufferQueue queue;
+        StopFlag stop;
+        std::atomic<bool> isTaken = false;
+        const auto start = std::chrono::steady_clock::now();
+        const auto waitFor = [&](const std::atomic<bool> &condition) {
+            while (!condition && std::chrono::steady_clock::now() - start < kSoon) {
+                std::this_thread::yield();
+            }
+        };
+        script.atEnd = [&] {
+            waitFor(isTaken);
+            stop.set();
+        };
+        DeviceChannel device;
+        ASSERT_TRUE(device.open());
+        isTakerAsleep = false;
+        const ReplacedCall noted("SleepConditionVariableSRW", noteSleep);
+        std::thread taker([&] {
+            EventBuffer buffer;
+            isTaken = queue.get(buffer, 30'000);
+        });
+        waitFor(isTakerAsleep);
+        EventBuffer waiting{std::make_unique<unsigned char[]>(1), 1};
+        EXPECT_TRUE(queue.put(waiting));
+        DriverReader(device, queue, stop).run();
+        taker.join();
+        EXPECT_TRUE(isTaken);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, kSoon) << row.what;
     }
 }
 

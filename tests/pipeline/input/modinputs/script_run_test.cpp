@@ -24,7 +24,7 @@ public:
         try {
             const auto keep = [this](std::string_view piece) { output_.append(piece); };
             const int status = runScript("Label", command, input, keep, limits);
-            return Str::fromFormat("%d, %zu bytes", status, output_.size());
+            return Str::fromFormat("%d, %u bytes", status, static_cast<unsigned>(output_.size()));
         } catch (const ModularInputsException &exception) {
             EXPECT_TRUE(home_.logged(exception.what()));
             return exception.message();
