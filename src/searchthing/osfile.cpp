@@ -1,14 +1,19 @@
 #include "searchthing/osfile.h"
 
 #include "util/files/file_descriptor.h"
+#include "util/files/file_permissions.h"
 #include "util/files/file_system.h"
+#include "util/log/logger.h"
 #include "util/system/last_error_keeper.h"
+#include "util/time/file_time.h"
 
 #include <winsock2.h>
 
 namespace velmox {
 
 namespace {
+
+Logger permissionsLogger("FilePermissions");
 
 /// The socket library, which knows the host's name, ready for use.
 class SocketLibrary
@@ -42,6 +47,43 @@ Str buildOwnerText()
 }
 
 } // namespace
+
+FileStatus FileStatus::of(const Pathname &path)
+{
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    if (!GetFileAttributesExW(asWide(path), GetFileExInfoStandard, &data) ||
+        (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+        return {};
+    }
+    return {true, std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow,
+            timevalOf(data.ftLastWriteTime)};
+}
+
+Str FileStatus::toStr() const
+{
+    if (!exists) {
+        return "no file";
+    }
+    return Str("modtime ") << modtimeText() << ", " << static_cast<unsigned long long>(size) << " bytes";
+}
+
+Str FileStatus::modtimeText() const
+{
+    Str text;
+    modtime.toUnixStr(text, 3);
+    return text;
+}
+
+FileSecurity requireFileSecurity(FilePermissions permissions)
+{
+    FileSecurity security(permissions);
+    if (!security.isValid()) {
+        const Str message = Str::fromLastErrorFormat("Error building the permissions of a new file: %m");
+        permissionsLogger.error("%s", message.c_str());
+        throw FilePermissionsException(message);
+    }
+    return security;
+}
 
 bool createWithContent(const Pathname &path, std::string_view content)
 {

@@ -1,6 +1,6 @@
 #include "util/crash/hex_dump.h"
 
-#include "util/crash/crash_sink.h"
+#include "util/thread/crash_sink.h"
 
 #include <algorithm>
 #include <cstdint>

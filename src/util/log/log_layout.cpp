@@ -1,6 +1,5 @@
 #include "util/log/log_layout.h"
 
-#include "util/log/log_message.h"
 #include "util/text/ascii.h"
 #include "util/time/struct_tm.h"
 #include "util/time/timeval.h"

@@ -1,12 +1,13 @@
 #include "util/log/logger.h"
 
-#include "util/log/log_message.h"
 #include "util/log/log_suppressor.h"
 #include "util/log/log_system.h"
 #include "util/system/last_error_keeper.h"
 #include "util/system/structured_exception.h"
 #include "util/text/platform.h"
+#include "util/time/struct_tm.h"
 
+#include <mutex>
 #include <span>
 
 namespace velmox {
@@ -15,6 +16,16 @@ namespace {
 
 constexpr int kEverything = 0;
 constexpr int kInfo = static_cast<int>(LogLevel::Info);
+
+/// The room of time stands below the log and names no logger: its failures come here.
+Logger timeLogger("Timeval");
+
+void logTimeFailure(const char *fmt, std::va_list args)
+{
+    timeLogger.log(LogLevel::Warn, nullptr, fmt, args);
+}
+
+[[maybe_unused]] const bool timeLogSet = (setTimeFailureLog(logTimeFailure), true);
 
 void formatMessage(Str &out, unsigned error, LogFormatCallback *callback, const char *fmt, std::va_list args)
 {
@@ -45,12 +56,34 @@ private:
 void reportStructuredException() noexcept
 {
     try {
-        guarded([] {
-            LogSystem::instance().report({LogLevel::Fatal, "caught SEH exception while trying to log!"});
-        });
+        guarded([] { Logger::report({LogLevel::Fatal, "caught SEH exception while trying to log!"}); });
     } catch (...) {
         // The logging system itself is broken; the caller must not feel it.
     }
+}
+
+/// Whether loggers are bound to their categories.
+std::atomic<bool> configured = false;
+
+/// Guards the list of loggers, which begins with the one that came last, and their links. Made at first use,
+/// which is that of a static constructor, and never destroyed, for static destructors come as late.
+struct LoggerList
+{
+    std::mutex lock;
+    Logger *first = nullptr;
+};
+
+LoggerList &loggers()
+{
+    static LoggerList &list = *new LoggerList;
+    return list;
+}
+
+/// The logging system's own logger.
+Logger &ownLogger()
+{
+    static Logger &logger = *new Logger("Logger");
+    return logger;
 }
 
 } // namespace
@@ -62,7 +95,7 @@ Logger::Logger(const char *name, bool suppressRepeats, unsigned windowSeconds, u
     if (suppressRepeats) {
         suppressor_ = std::make_unique<LogSuppressor>(windowSeconds, repeatThreshold);
     }
-    LogSystem::instance().enter(*this);
+    enter();
 }
 
 Logger::Logger(const char *name, Unlisted) : name_(name), threshold_(kInfo), writtenFrom_(kEverything) {}
@@ -71,8 +104,37 @@ Logger::~Logger()
 {
     if (isListed_) {
         const LastErrorKeeper keeper;
-        LogSystem::instance().leave(*this);
+        leave();
     }
+}
+
+/// A logger that comes late is bound at once.
+void Logger::enter()
+{
+    LoggerList &list = loggers();
+    const std::lock_guard held(list.lock);
+    next_ = list.first;
+    list.first = this;
+    isListed_ = true;
+    if (configured.load(std::memory_order_acquire)) {
+        bind();
+    }
+}
+
+void Logger::leave()
+{
+    LoggerList &list = loggers();
+    const std::lock_guard held(list.lock);
+    Logger **link = &list.first;
+    while (*link != this) {
+        link = &(*link)->next_;
+    }
+    *link = next_;
+}
+
+void Logger::bind()
+{
+    bindTo(&LogSystem::instance().categories().named(name_));
 }
 
 void Logger::bindTo(LogCategory *category)
@@ -85,19 +147,61 @@ void Logger::bindTo(LogCategory *category)
 
 void Logger::bindAll()
 {
-    LogSystem::instance().bindAll();
+    ownLogger();
+    LoggerList &list = loggers();
+    const std::lock_guard held(list.lock);
+    for (Logger *logger = list.first; logger; logger = logger->next_) {
+        logger->bind();
+    }
+    configured.store(true, std::memory_order_release);
 }
 
 bool Logger::setThreshold(const char *name, LogLevel level)
 {
-    return LogSystem::instance().setThreshold(name, level);
+    LoggerList &list = loggers();
+    const std::lock_guard held(list.lock);
+    bool found = false;
+    for (Logger *logger = list.first; logger && configured; logger = logger->next_) {
+        if (std::string_view(name) == logger->name_) {
+            LogSystem::instance().categories().named(name).threshold = level;
+            logger->bind();
+            found = true;
+        }
+    }
+    return found;
+}
+
+void Logger::reset(LogFileSystem *files)
+{
+    LoggerList &list = loggers();
+    const std::lock_guard held(list.lock);
+    for (Logger *logger = list.first; logger; logger = logger->next_) {
+        logger->bindTo(nullptr);
+    }
+    LogSystem::instance().categories().reset();
+    LogSystem::instance().appenders().reset(files);
+}
+
+void Logger::report(const LogReport &report, const FailedAppenders *failed)
+{
+    Logger &logger = ownLogger();
+    if (logger.isEnabled(report.level) && !logger.deliver(report.level, report.text, failed)) {
+        writeFallback(report.level, report.text);
+    }
+}
+
+void Logger::report(const LogReports &reports, const FailedAppenders *failed)
+{
+    for (const LogReport &each : reports) {
+        report(each, failed);
+    }
 }
 
 /// Whether the message goes to standard error as it is: nobody has read a configuration, and the logger is
 /// not among those that wait for one.
 bool Logger::passesUnconfigured() const
 {
-    return !LogSystem::isConfigured() && !isListed_;
+    return !configured.load(std::memory_order_acquire) && !isListed_;
 }
 
 void Logger::write(LogLevel level, LogFormatCallback *callback, const char *fmt, std::va_list args)
@@ -156,7 +260,7 @@ void Logger::writeSuppressed(Str &message, unsigned error, LogLevel level, LogFo
 
 /// Writes the message to the appenders of the category, or to the root appender when it has none. True when
 /// one of them took it.
-bool Logger::deliver(LogLevel level, const Str &message, const LogCulprits *culprits)
+bool Logger::deliver(LogLevel level, const Str &message, const FailedAppenders *failed)
 {
     LogSystem &system = LogSystem::instance();
     LogRecord record{platform::systemTime(),  system.startTime(), name_, level,
@@ -175,11 +279,11 @@ bool Logger::deliver(LogLevel level, const Str &message, const LogCulprits *culp
 
     bool written = false;
     for (LogAppender *appender : appenders) {
-        if (!culprits || !culprits->contains(appender)) {
+        if (!failed || !failed->contains(appender)) {
             LogReports reports;
             written |= appender->append(record, escapes ? escaped : message, reports);
-            const LogCulprits culprit{appender, culprits};
-            system.report(reports, &culprit);
+            const FailedAppenders withThis{appender, failed};
+            report(reports, &withThis);
         }
     }
     return written;

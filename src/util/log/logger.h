@@ -1,20 +1,22 @@
 #pragma once
 
-#include "util/log/log_level.h"
+#include "util/log/log_message.h"
 #include "util/text/pathname.h"
 #include "util/text/str.h"
 
 #include <atomic>
 #include <map>
 #include <memory>
+#include <vector>
 
 namespace velmox {
 
+class LogFileSystem;
 class LogStream;
 class LogSuppressor;
-class LogSystem;
+struct FailedAppenders;
 struct LogCategory;
-struct LogCulprits;
+struct LogReport;
 
 /// Wraps a message: both operations append to its text.
 class LogFormatCallback
@@ -83,6 +85,13 @@ public:
     /// Changes the threshold of one component until the next configuration; false when logging is not
     /// configured or no logger has the name. For the main thread, before there are others.
     static bool setThreshold(const char *name, LogLevel level);
+    /// Drops every category and every named appender; `files` serves those that follow. Loggers go back to
+    /// the root category until `bindAll`. For the main thread, before there are others.
+    static void reset(LogFileSystem *files);
+    /// Logs what went wrong inside the logging system, under the name "Logger", to every appender but the
+    /// failed ones, and to standard error when none of them took it.
+    static void report(const LogReport &report, const FailedAppenders *failed = nullptr);
+    static void report(const std::vector<LogReport> &reports, const FailedAppenders *failed = nullptr);
 
 protected:
     struct Unlisted
@@ -91,7 +100,6 @@ protected:
     Logger(const char *name, Unlisted);
 
 private:
-    friend class LogSystem;
     friend class LogStream;
 
     virtual bool escapesLineEnds() const { return true; }
@@ -99,6 +107,9 @@ private:
 
     static void writeFallback(LogLevel level, std::string_view message);
 
+    void enter();
+    void leave();
+    void bind();
     void bindTo(LogCategory *category);
     bool isWritten(LogLevel level) const
     {
@@ -112,7 +123,7 @@ private:
     void writeSuppressed(Str &message, unsigned error, LogLevel level, LogFormatCallback *callback,
                          const char *fmt, std::va_list args);
     void logThrough(LogFormatCallback &callback, LogLevel level, const char *fmt, ...);
-    bool deliver(LogLevel level, const Str &message, const LogCulprits *culprits = nullptr);
+    bool deliver(LogLevel level, const Str &message, const FailedAppenders *failed = nullptr);
 
     // A static logger that is used before its constructor ran consists of zeros: its threshold lets
     // everything through, and the message takes the road for loggers that are in no list.
@@ -125,7 +136,7 @@ private:
     bool isListed_ = false;
     /// Null until bound.
     std::atomic<LogCategory *> category_{nullptr};
-    Logger *next_ = nullptr;
+    Logger *next_ = nullptr; // under the lock of the list
     std::unique_ptr<LogSuppressor> suppressor_;
 };
 

@@ -2,7 +2,9 @@
 
 #include "util/files/file_system.h"
 #include "util/system/environment.h"
+#include "util/system/random_hex.h"
 #include "util/system/windows_api.h"
+#include "util/text/base_exception.h"
 
 namespace velmox {
 
@@ -67,6 +69,18 @@ constexpr FolderTest kFolderTests[] = {
 };
 
 } // namespace
+
+ServerIdentity::ServerIdentity()
+{
+    constexpr unsigned kRandomDigits = 32;
+    const WideStr computer = environmentVariable(u"COMPUTERNAME");
+    hostIdentity_ = computer.empty() ? Str("no-hostname-set") : Str::fromUtf16(computer);
+    hostIdentity_ << " [";
+    if (!appendRandomHex(hostIdentity_, kRandomDigits)) {
+        throw ComponentException(Str::fromLastErrorFormat("Cannot make the host identity: %m"));
+    }
+    hostIdentity_ << "]";
+}
 
 LoaderInfo::LoaderInfo()
     : pid_(GetCurrentProcessId()), serverName_(environmentVariable(u"VELMOX_SERVER_NAME"))

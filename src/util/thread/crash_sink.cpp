@@ -1,4 +1,4 @@
-#include "util/crash/crash_sink.h"
+#include "util/thread/crash_sink.h"
 
 #include "util/system/windows_api.h"
 #include "util/text/code_point.h"
