@@ -7,6 +7,7 @@
 #include "util/environment.h"
 #include "util/loader_info.h"
 #include "util/logger.h"
+#include "util/program_version.h"
 #include "util/thread.h"
 #include "util/windows_api.h"
 
@@ -112,6 +113,10 @@ int runVelmoxd(const wchar_t *const *arguments)
     StrVector words;
     for (const wchar_t *const *word = arguments + 1; *word != nullptr; ++word) {
         words.push_back(Str::fromUtf16(asUtf16(*word)));
+    }
+    if (words == StrVector{"--version"}) {
+        std::printf("velmoxd %s\n", ProgramVersion::ofThisProgram().text().c_str());
+        return kSuccess;
     }
     const std::optional<VelmoxdCommandLine> options = readVelmoxdCommandLine(words);
     if (!options) {
