@@ -6,6 +6,7 @@
 #include "util/system/environment.h"
 #include "util/system/library_routine.h"
 #include "util/system/owned_handle.h"
+#include "util/system/program_version.h"
 #include "util/thread/crash_sink.h"
 #include "util/thread/thread.h"
 
@@ -24,6 +25,8 @@ constexpr DWORD kReportLimit = 60'000;
 
 /// Set by arming and never freed; null before.
 const Pathname *fileStem = nullptr;
+/// Read ahead of a crash, as looking for a resource may take locks of the loader.
+unsigned buildNumber = 0;
 /// The thread whose crash is reported; 0 before. One report a process.
 LONG reportingThread = 0;
 
@@ -149,7 +152,7 @@ void report(EXCEPTION_POINTERS *exception, DWORD lastError)
     }
     breakIntoDebugger();
     CrashFacts facts{exception, GetCurrentThreadId(), Thread::currentNameText(), Thread::currentOrMain(),
-                     lastError};
+                     lastError, buildNumber};
     if (code == static_cast<DWORD>(EXCEPTION_STACK_OVERFLOW)) {
         writeOnAnotherThread(facts);
     } else {
@@ -189,6 +192,7 @@ LONG WINAPI handleUnhandledException(EXCEPTION_POINTERS *exception)
 /// there is no dump.
 void installCrashHandlers()
 {
+    buildNumber = ProgramVersion::ofThisProgram().build();
     SetUnhandledExceptionFilter(handleUnhandledException);
     std::set_terminate(handleTerminate);
     thread_primitives::reserveStackForCrash();

@@ -18,6 +18,7 @@ struct CrashFacts
     const char *threadName;
     const Thread *thread; ///< null for one that no object stands for
     DWORD lastError;
+    unsigned buildNumber;
 };
 
 /// Writes all sections of the report, in their order. A C++ exception must be in the hands of the calling
