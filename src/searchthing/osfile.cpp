@@ -36,6 +36,7 @@ private:
     bool ready_;
 };
 
+/// The number of a process means nothing without the name of its host: then neither is told.
 Str buildOwnerText()
 {
     const SocketLibrary sockets;
@@ -85,6 +86,7 @@ FileSecurity requireFileSecurity(FilePermissions permissions)
     return security;
 }
 
+// A file that could not be written whole would be a lock of nobody, so it goes again.
 bool createWithContent(const Pathname &path, std::string_view content)
 {
     FileDescriptor file(CreateFileW(asWide(path), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,

@@ -8,6 +8,9 @@
 
 namespace velmox {
 
+// File primitives that several programs share: what a file is at a moment, files that name their owner, locks
+// that are files (lock.h), and files that are looked at from time to time (filesystem_change_watcher.h).
+
 class FileSecurity;
 enum class FilePermissions;
 

@@ -87,13 +87,7 @@ private:
     FileHandle file_;
 };
 
-void breakIntoDebugger()
-{
-    if (IsDebuggerPresent()) {
-        DebugBreak();
-    }
-}
-
+/// Last, for it is what is likeliest to fail; the text file is complete without it.
 void writeDump(CrashFile &file, const CrashFacts &facts)
 {
     if (file.path() == nullptr) {
@@ -119,7 +113,8 @@ DWORD WINAPI writeLogAndDump(void *argument)
     return 0;
 }
 
-/// For a thread whose stack is used up.
+/// For a thread whose stack is used up. A limit, for the loader's lock may be held, without which no thread
+/// begins.
 void writeOnAnotherThread(CrashFacts &facts)
 {
     const KernelHandle thread(CreateThread(nullptr, 0, writeLogAndDump, &facts, 0, nullptr));
@@ -150,7 +145,9 @@ void report(EXCEPTION_POINTERS *exception, DWORD lastError)
     if (!beginReport(code)) {
         return;
     }
-    breakIntoDebugger();
+    if (IsDebuggerPresent()) {
+        DebugBreak();
+    }
     CrashFacts facts{exception, GetCurrentThreadId(), Thread::currentNameText(), Thread::currentOrMain(),
                      lastError, buildNumber};
     if (code == static_cast<DWORD>(EXCEPTION_STACK_OVERFLOW)) {
@@ -173,6 +170,8 @@ LONG WINAPI handleUnhandledException(EXCEPTION_POINTERS *exception)
     return EXCEPTION_EXECUTE_HANDLER;
 }
 
+// There is no record of a C++ exception here, so one is made, of the place that the run-time library called
+// from.
 [[noreturn]] void handleTerminate()
 {
     const DWORD lastError = GetLastError();
@@ -198,8 +197,7 @@ void installCrashHandlers()
     thread_primitives::reserveStackForCrash();
 }
 
-/// A process that has threads has this hook, if anything in it names this file: the linker leaves it out
-/// else.
+/// For every program that arms the crash log somewhere: the linker leaves this file out of the others.
 [[maybe_unused]] const bool hookSet = (Thread::setMainThreadHook(installCrashHandlers), true);
 
 Logger backtracerLogger("Backtracer");

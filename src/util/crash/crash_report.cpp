@@ -17,6 +17,9 @@ namespace velmox {
 
 namespace {
 
+// Everything here runs in a process whose state is unknown. The demangler of type names is the one thing that
+// takes memory from the heap; it stands behind the record of the exception, which is out by then.
+
 struct CodeName
 {
     DWORD code;

@@ -29,6 +29,7 @@ struct DbgHelp
     bool canWalk() const;
 };
 
+/// Looks for each call by itself: older libraries lack some, and a dump needs no more than its own.
 DbgHelp load()
 {
     DbgHelp calls;
@@ -147,7 +148,7 @@ private:
     const DbgHelp &dbgHelp_;
     HANDLE process_ = GetCurrentProcess();
     HANDLE thread_;
-    CONTEXT context_; // changed by each step
+    CONTEXT context_; // a copy, for each step changes it
     STACKFRAME64 frame_{};
 };
 

@@ -73,7 +73,9 @@ public:
 
     /// Back to standard error, the plain layout and no limits.
     void reset(LogFileSystem *files);
+    /// Takes nothing from here on; for an appender without a file where standard error is not allowed.
     void disable() { disabled_ = true; }
+    /// The next line opens the file again.
     void close();
 
     /// Sets one property from a configuration; false when there is none of this name or the value is bad,

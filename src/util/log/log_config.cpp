@@ -39,6 +39,17 @@ bool takeEquals(std::string_view &text)
     return true;
 }
 
+void warn(const Str &text)
+{
+    Logger::report({LogLevel::Warn, text});
+}
+
+void warnOfIgnored(const char *appender, const char *property, const char *missing)
+{
+    warn(Str::fromFormat("Appender \"%s\" has %s set without specifying %s, ignoring", appender, property,
+                         missing));
+}
+
 } // namespace
 
 LogConfigParser::LogConfigParser(Str file, Str section, LogConfigHandler &handler)
@@ -121,6 +132,8 @@ void LogConfigParser::header(StrSegment text)
     counts_ = !section_.empty() && name.toStr().compareCaseless(section_) == 0;
 }
 
+/// One setting. A prefix that other readers of such files want is skipped, once; keys are told apart by what
+/// ends them, for a category's name may hold points and an appender's may not.
 bool LogConfigParser::setting(StrSegment text)
 {
     std::string_view rest = text.view();
@@ -207,6 +220,7 @@ void LogConfigLoader::unterminatedComment(const LogConfigLine &at)
                        Str::fromFormat("%s:%u: Unterminated XML comment started", at.file.c_str(), at.line)});
 }
 
+/// The root first, for each category begins as a copy of it; then the lines in their order, of all files.
 void LogConfigLoader::applyCategories()
 {
     if (root_ && !system_.categories().root().apply(root_->value, system_.appenders())) {
@@ -258,13 +272,11 @@ void LogConfigLoader::finishWithoutFile(LogAppender &appender, bool mayUseStderr
         appender.disable();
     }
     if (appender.maximumBackupIndex() != 0) {
-        warn(Str::fromFormat("Appender \"%s\" has maxBackupIndex set without specifying a filename, ignoring",
-                             name));
+        warnOfIgnored(name, "maxBackupIndex", "a filename");
         appender.clearMaximumBackupIndex();
     }
     if (appender.maximumSize() != 0) {
-        warn(Str::fromFormat("Appender \"%s\" has maxFileSize set without specifying a filename, ignoring",
-                             name));
+        warnOfIgnored(name, "maxFileSize", "a filename");
         appender.clearMaximumSize();
     }
 }
@@ -285,8 +297,7 @@ void LogConfigLoader::finishRoot()
 void LogConfigLoader::ignoreBackupsWithoutRolling(LogAppender &appender, const char *shownName)
 {
     if (appender.maximumBackupIndex() != 0 && appender.maximumSize() == 0) {
-        warn(Str::fromFormat(
-            "Appender \"%s\" has maxBackupIndex set without specifying maxFileSize, ignoring", shownName));
+        warnOfIgnored(shownName, "maxBackupIndex", "maxFileSize");
         appender.clearMaximumBackupIndex();
     }
 }
@@ -297,11 +308,6 @@ void LogConfigLoader::tryOpen(LogAppender &appender)
     appender.tryOpen(reports);
     const FailedAppenders failed{&appender, nullptr};
     Logger::report(reports, &failed);
-}
-
-void LogConfigLoader::warn(const Str &text)
-{
-    Logger::report({LogLevel::Warn, text});
 }
 
 bool LogConfigLoader::reportErrors()

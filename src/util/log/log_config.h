@@ -114,7 +114,6 @@ private:
     void finishRoot();
     void ignoreBackupsWithoutRolling(LogAppender &appender, const char *shownName);
     void tryOpen(LogAppender &appender);
-    void warn(const Str &text);
 
     LogSystem &system_;
     const std::map<Str, Str> &variables_;

@@ -101,6 +101,7 @@ private:
 
     bool atDigit() const { return !rest_.empty() && isAsciiDigit(rest_[0]); }
 
+    /// A number of any length; beyond the largest width it makes no difference, and must not overflow.
     std::size_t width()
     {
         std::size_t value = 0;
@@ -131,6 +132,7 @@ private:
         }
     }
 
+    /// Behind the percent sign. A conversion that the pattern ends in the middle of is left out.
     void conversion()
     {
         if (takeIf('%')) {

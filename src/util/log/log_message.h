@@ -7,11 +7,6 @@
 
 namespace velmox {
 
-// The room of the log: from a message at some `Logger` (logger.h) to lines at the ends of files. A logger has
-// a category, a category names appenders (log_system.h), an appender has a layout (log_layout.h) and owns its
-// file (log_appender.h); a configuration file (log_config.h) says all three. Below it stand rooms that do not
-// log: what they have to tell comes through hooks.
-
 /// Severity of a message. A message is written when its level is at or above the threshold in force.
 enum class LogLevel : int
 {
@@ -29,7 +24,7 @@ enum class LogLevel : int
 /// The name in upper case, as log lines and configuration have it; "???" for a value that is no level.
 std::string_view logLevelName(LogLevel level);
 
-/// The level of a name; the case must match.
+/// The level of a name; the case must match. Nothing for a word that names none, which may be an appender.
 std::optional<LogLevel> logLevelNamed(std::string_view name);
 
 /// Smallest limit that `appendCompressed` takes: the longest marker and some text in front of it.

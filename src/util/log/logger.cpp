@@ -197,6 +197,10 @@ void Logger::report(const LogReports &reports, const FailedAppenders *failed)
     }
 }
 
+// A listed logger's messages from before the configuration go to the root appender, which is standard error
+// then. Those of a logger that is in no list, because it is a `LoggerSimple` or its constructor has yet to
+// run, have no appender to go to.
+
 /// Whether the message goes to standard error as it is: nobody has read a configuration, and the logger is
 /// not among those that wait for one.
 bool Logger::passesUnconfigured() const
@@ -219,6 +223,7 @@ void Logger::write(LogLevel level, LogFormatCallback *callback, const char *fmt,
 void Logger::writeGuarded(unsigned error, LogLevel level, LogFormatCallback *callback, const char *fmt,
                           std::va_list args)
 {
+    // Outside of the try block, for what was formatted before a failure is still worth showing.
     Str message;
     try {
         if (passesUnconfigured()) {
@@ -227,6 +232,7 @@ void Logger::writeGuarded(unsigned error, LogLevel level, LogFormatCallback *cal
             return;
         }
         if (!isListed_ && level < LogLevel::Info) {
+            // The first one since the configuration: from here on the comparison in front keeps them out.
             bindTo(nullptr);
             return;
         }
@@ -247,6 +253,7 @@ void Logger::writeGuarded(unsigned error, LogLevel level, LogFormatCallback *cal
 void Logger::writeSuppressed(Str &message, unsigned error, LogLevel level, LogFormatCallback *callback,
                              const char *fmt, std::va_list args)
 {
+    // The suppressor counts by the format and asks for the text with its lock held.
     const auto make = [&] {
         formatMessage(message, error, callback, fmt, args);
         return message;
@@ -280,6 +287,8 @@ bool Logger::deliver(LogLevel level, const Str &message, const FailedAppenders *
     bool written = false;
     for (LogAppender *appender : appenders) {
         if (!failed || !failed->contains(appender)) {
+            // The appender's lock is free again when its failures are told: they go to the others, which may
+            // fail too.
             LogReports reports;
             written |= appender->append(record, escapes ? escaped : message, reports);
             const FailedAppenders withThis{appender, failed};
@@ -358,54 +367,12 @@ void Logger::error(const char *fmt, ...)
     }
 }
 
-void Logger::info(const std::exception &exception)
-{
-    log(LogLevel::Info, "%s", exception.what());
-}
-
-void Logger::warn(const std::exception &exception)
-{
-    log(LogLevel::Warn, "%s", exception.what());
-}
-
-void Logger::error(const std::exception &exception)
-{
-    log(LogLevel::Error, "%s", exception.what());
-}
-
-LogStream Logger::debug()
-{
-    return LogStream(*this, LogLevel::Debug);
-}
-
-LogStream Logger::info()
-{
-    return LogStream(*this, LogLevel::Info);
-}
-
-LogStream Logger::warn()
-{
-    return LogStream(*this, LogLevel::Warn);
-}
-
-LogStream Logger::error()
-{
-    return LogStream(*this, LogLevel::Error);
-}
-
-void Logger::logThrough(LogFormatCallback &callback, LogLevel level, const char *fmt, ...)
-{
-    std::va_list args;
-    va_start(args, fmt);
-    log(level, &callback, fmt, args);
-    va_end(args);
-}
-
 LogStream::~LogStream()
 {
     if (logger_ && !text_.empty()) {
         WholeText text(text_);
-        logger_->logThrough(text, level_, "");
+        std::va_list none{};
+        logger_->log(level_, &text, "", none);
     }
 }
 

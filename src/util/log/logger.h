@@ -11,6 +11,14 @@
 
 namespace velmox {
 
+// The room of the log: from a message at some `Logger` to lines at the ends of files. A logger has a
+// category, a category names appenders (log_system.h), an appender has a layout (log_layout.h) and owns its
+// file (log_appender.h); a configuration file (log_config.h) says all three. Below it stand rooms that do not
+// log: what they have to tell comes through hooks.
+//
+// Any thread may log at any time. No lock is held while text is made or a failure is told, but for that of a
+// logger's repeat suppressor, which comes ahead of an appender's.
+
 class LogFileSystem;
 class LogStream;
 class LogSuppressor;
@@ -18,7 +26,8 @@ struct FailedAppenders;
 struct LogCategory;
 struct LogReport;
 
-/// Wraps a message: both operations append to its text.
+/// Wraps a message: both operations append to its text, `before` ahead of what the format gives and `after`
+/// behind it. Called on the logging thread, and only for a message that passes the threshold.
 class LogFormatCallback
 {
 public:
@@ -53,9 +62,9 @@ public:
     void log(LogLevel level, LogFormatCallback *callback, const char *fmt, std::va_list args);
 
     /// Log the exception's text.
-    void info(const std::exception &exception);
-    void warn(const std::exception &exception);
-    void error(const std::exception &exception);
+    void info(const std::exception &exception) { log(LogLevel::Info, "%s", exception.what()); }
+    void warn(const std::exception &exception) { log(LogLevel::Warn, "%s", exception.what()); }
+    void error(const std::exception &exception) { log(LogLevel::Error, "%s", exception.what()); }
 
     /// A stream that lives for one statement and logs what was put into it.
     LogStream debug();
@@ -100,8 +109,6 @@ protected:
     Logger(const char *name, Unlisted);
 
 private:
-    friend class LogStream;
-
     virtual bool escapesLineEnds() const { return true; }
     virtual bool truncatesLongMessages() const { return true; }
 
@@ -122,7 +129,6 @@ private:
     /// Leaves the formatted text in `message`.
     void writeSuppressed(Str &message, unsigned error, LogLevel level, LogFormatCallback *callback,
                          const char *fmt, std::va_list args);
-    void logThrough(LogFormatCallback &callback, LogLevel level, const char *fmt, ...);
     bool deliver(LogLevel level, const Str &message, const FailedAppenders *failed = nullptr);
 
     // A static logger that is used before its constructor ran consists of zeros: its threshold lets
@@ -185,5 +191,25 @@ private:
     const LogLevel level_;
     Str text_;
 };
+
+inline LogStream Logger::debug()
+{
+    return LogStream(*this, LogLevel::Debug);
+}
+
+inline LogStream Logger::info()
+{
+    return LogStream(*this, LogLevel::Info);
+}
+
+inline LogStream Logger::warn()
+{
+    return LogStream(*this, LogLevel::Warn);
+}
+
+inline LogStream Logger::error()
+{
+    return LogStream(*this, LogLevel::Error);
+}
 
 } // namespace velmox

@@ -10,6 +10,7 @@ namespace velmox {
 
 namespace {
 
+/// A variable that is not set leaves the path as it was.
 void readPath(const char16_t *variable, Pathname &path)
 {
     const WideStr text = environmentVariable(variable);
@@ -44,7 +45,8 @@ bool isAbsolute(const Pathname &path)
     return path.isAbsolute();
 }
 
-/// One test of the installation's folders, with what is wrong when home, data or configuration fails it.
+/// One test of the installation's folders, made on all three before the next one, with what is wrong when
+/// home, data or configuration fails it.
 struct FolderTest
 {
     bool (*passes)(const Pathname &path);

@@ -8,6 +8,9 @@
 
 namespace velmox {
 
+// The room of processes: where this one is installed and what it is called, others that it starts
+// (job_process.h), and the one that it must not outlive (parent_watch.h).
+
 /// Who this process says it is to other hosts. A fresh instance names the host with a random part behind, so
 /// that no two runs share an identity.
 class ServerIdentity

@@ -4,6 +4,9 @@
 
 namespace velmox {
 
+// The one to be woken next stands in front: who came last is served first. A woken waiter stays on the list
+// until it has the mutex again and takes itself off, so a second signal may hit it in vain.
+
 void ConditionWaiterList::pushFront(ConditionWaiter *waiter)
 {
     waiter->previous = nullptr;
@@ -62,6 +65,7 @@ private:
 
 Condition::~Condition()
 {
+    // In the last moments of the process others may still stand on the lists: they are left alone.
     if (!thread_primitives::errorsThrow()) {
         return;
     }
@@ -72,6 +76,8 @@ Condition::~Condition()
 
 void Condition::wait(Mutex &mutex)
 {
+    // On the list before the mutex is free: a signal from there on finds the event, whether the wait has
+    // begun or not.
     const WaiterScope waiter(*this);
     thread_primitives::signalAndWait(mutex.handle(), waiter.event());
     mutex.lock();

@@ -28,6 +28,7 @@ bool Mutex::tryLock()
     return thread_primitives::waitForObject(handle_.get(), 0);
 }
 
+// Two exceptions at a time would end the process.
 MutexGuard::~MutexGuard() noexcept(false)
 {
     try {

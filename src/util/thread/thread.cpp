@@ -140,6 +140,7 @@ Thread::Thread()
     }
 }
 
+/// A thread that is made too early counts while its failure is told, and nobody has been created by it.
 void Thread::create(std::size_t stackSize, const char *fmt, std::va_list args)
 {
     slotUser_.enter(threadSlot);
@@ -229,6 +230,7 @@ unsigned __stdcall Thread::threadEntry(void *thread)
     return 0;
 }
 
+/// The slot is filled before the first lock is taken, so that a failure of that has a name to tell.
 void Thread::run()
 {
     nameThreadForDebugger(GetCurrentThreadId(), name_.c_str());
@@ -293,6 +295,7 @@ const char *Thread::currentNameText() noexcept
     }
 }
 
+// Static constructors and whatever runs ahead of the main thread's object count as the main thread.
 bool Thread::isMainThreadNow()
 {
     return !mainThreadExists || mainThreadId == GetCurrentThreadId();

@@ -8,6 +8,10 @@
 
 namespace velmox {
 
+// The room of threads: workers with a name and a moment to start at, what they lock and wait on (locks.h,
+// condition.h), and the rule for failures of all of these (thread_primitives.h). The log and the crash report
+// ask this room who is speaking.
+
 class CrashSink;
 class ScopedPerThreadCrashLogNotation;
 

@@ -33,18 +33,12 @@ namespace {
 
 constexpr ULONG kReservedStack = 32 * 1024;
 
+// What there is to say before `Thread` has set its hooks.
 Str (*threadName)() = [] { return Str("Main Thread"); };
 unsigned (*threadCount)() = [] { return 1u; };
 
 /// Cleared once, when other threads may have died in unknown states.
 bool threadErrorsThrow = true;
-
-void reportUnexpectedTimeout(const char *word)
-{
-    if (threadErrorsThrow) {
-        throwThreadException(WAIT_TIMEOUT, "%s: unexpected timeout from %s", threadName().c_str(), word);
-    }
-}
 
 /// A failed wait, or one whose result means nothing here, such as a mutex whose owner died.
 void reportBadWait(DWORD result, const char *word)
@@ -57,26 +51,21 @@ void reportBadWait(DWORD result, const char *word)
     }
 }
 
-/// Judges the result of a wait without a limit.
-void checkWait(DWORD result, const char *word)
-{
-    if (result == WAIT_TIMEOUT) {
-        reportUnexpectedTimeout(word);
-    } else if (result != WAIT_OBJECT_0) {
-        reportBadWait(result, word);
-    }
-}
-
-/// The same for a wait with a limit; false on timeout.
+/// Judges the result of a wait with a limit; false on timeout.
 bool checkTimedWait(DWORD result, const char *word)
 {
-    if (result == WAIT_TIMEOUT) {
-        return false;
-    }
-    if (result != WAIT_OBJECT_0) {
+    if (result != WAIT_TIMEOUT && result != WAIT_OBJECT_0) {
         reportBadWait(result, word);
     }
-    return true;
+    return result != WAIT_TIMEOUT;
+}
+
+/// The same for a wait without a limit.
+void checkWait(DWORD result, const char *word)
+{
+    if (!checkTimedWait(result, word) && threadErrorsThrow) {
+        throwThreadException(WAIT_TIMEOUT, "%s: unexpected timeout from %s", threadName().c_str(), word);
+    }
 }
 
 } // namespace
