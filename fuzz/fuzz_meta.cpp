@@ -2,7 +2,7 @@
 #include "conf/file/ini_file.h"
 #include "conf/mapper/meta_file.h"
 #include "conf/mapper/meta_header.h"
-#include "conf/tree/conf_path_trie_pruner.h"
+#include "conf/tree/conf_path_trie.h"
 #include "fuzz/fuzz_target.h"
 #include "tests/support/memory_stream.h"
 

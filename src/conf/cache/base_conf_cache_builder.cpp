@@ -24,8 +24,7 @@ bool BaseConfCacheBuilder::visitPath(const ConfPathCached &path, ConfPathTrie &n
 {
     const std::size_t depth = path.parts().size();
     const Level parent = depth == kAppParts ? Unknown : levels_[depth - 1];
-    const ConfExport exported = node.hasMetadata() ? node.metadata().exported : ConfExport::NotSet;
-    levels_[depth] = levelOf(path, exported, parent);
+    levels_[depth] = levelOf(path, node.metadata().exported, parent);
     PropertyValue *target = nullptr;
     if (depth == kAppParts) {
         enterApp(path);

@@ -3,8 +3,8 @@
 #include "conf/cache/base_conf_cache_builder.h"
 #include "conf/cache/shared_conf_state.h"
 #include "conf/store/shared_conf_services.h"
-#include "conf/tree/context_pruners.h"
-#include "conf/tree/permission_pruner.h"
+#include "conf/tree/conf_path_based_pruner.h"
+#include "conf/tree/conf_path_pruners.h"
 
 namespace velmox {
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "conf/cache/base_conf_cache.h"
-#include "conf/tree/conf_user_context.h"
+#include "conf/tree/conf_rights.h"
 
 #include <atomic>
 #include <memory>

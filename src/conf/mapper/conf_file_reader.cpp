@@ -1,8 +1,7 @@
 #include "conf/mapper/conf_file_reader.h"
 
 #include "conf/file/conf_line_reader.h"
-#include "conf/file/conf_read_counters.h"
-#include "conf/file/ini_stanza.h"
+#include "conf/file/ini_file.h"
 #include "conf/tree/stanza_expansion.h"
 #include "util/files/open_file.h"
 #include "util/files/readable_unicode_file_star.h"

@@ -1,4 +1,4 @@
-#include "conf/file/conf_read_counters.h"
+#include "conf/file/conf_line_reader.h"
 #include "conf/mapper/conf_file_creation.h"
 #include "conf/mapper/conf_path_mapper.h"
 #include "conf/root/in_memory_only.h"

@@ -1,6 +1,6 @@
 #include "conf/mapper/object_file_io.h"
 
-#include "conf/file/conf_read_counters.h"
+#include "conf/file/conf_line_reader.h"
 #include "util/files/file_copy.h"
 #include "util/files/file_system.h"
 #include "util/files/open_file.h"

@@ -5,7 +5,7 @@
 #include "conf/store/application_manager.h"
 #include "conf/store/shared_conf_services.h"
 #include "conf/tree/conf_path_base.h"
-#include "conf/tree/conf_user_context.h"
+#include "conf/tree/conf_rights.h"
 
 #include <mutex>
 

@@ -3,7 +3,6 @@
 #include "conf/store/conf_settings.h"
 #include "conf/store/shared_conf_services.h"
 #include "conf/tree/conf_path_pruners.h"
-#include "conf/tree/context_pruners.h"
 
 namespace velmox {
 

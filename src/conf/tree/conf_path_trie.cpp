@@ -1,8 +1,15 @@
 #include "conf/tree/conf_path_trie.h"
 
-#include "conf/tree/conf_path_trie_pruner.h"
+#include "util/log/log_message.h"
 
 namespace velmox {
+
+PruneAnswer SimpleConfPathTriePruner::visit(const StrVector &segments, ConfPathTrie &node)
+{
+    return shouldPrune(segments, node) ? PruneAnswer::Remove : PruneAnswer::Keep;
+}
+
+const ConfPathMetadata ConfPathTrie::kNoMetadata;
 
 std::unique_ptr<ConfPathTrie> ConfPathTrie::makeEmpty() const
 {
@@ -97,6 +104,7 @@ void ConfPathTrie::walk(ConfPathTriePruner &pruner)
     walkBelow(pruner, segments);
 }
 
+/// `segments` is one vector for the whole walk, whose last part is exchanged from child to child.
 void ConfPathTrie::walkBelow(ConfPathTriePruner &pruner, StrVector &segments)
 {
     segments.emplace_back();
@@ -152,6 +160,8 @@ void ConfPathTrie::merge(ConfPathTrie &&other)
     }
 }
 
+// The children of both trees come in the same order, so that each look-up can start from the last: to merge
+// thousands of stanzas costs a step each, not a search.
 ConfPathTrie::Children::iterator ConfPathTrie::childBefore(Children::iterator next, const Str &part)
 {
     const auto at = children_.try_emplace(next, part);
@@ -191,6 +201,73 @@ void ConfPathTrie::overwrite(const ConfPathTrie &other)
     }
     for (const auto &[part, node] : other.children_) {
         child(part).overwrite(*node);
+    }
+}
+
+bool ConfPathTrie::sameNode(const ConfPathTrie &other) const
+{
+    return data_ == other.data_ && expansion_ == other.expansion_ &&
+           metadata().equalsButTime(other.metadata());
+}
+
+// Children of `a` come first, of which those in `b` are compared; what is left is what `b` alone has.
+bool ConfPathTrie::diff(ConfPathTrie &out, const ConfPathTrie &a, const ConfPathTrie &b)
+{
+    bool differ = !a.sameNode(b);
+    if (differ) {
+        out.merge(b, 0);
+    }
+    for (const auto &[part, ofA] : a.children_) {
+        const ConfPathTrie *const ofB = b.findChild(part);
+        ConfPathTrie below;
+        if (ofB == nullptr) {
+            below.merge(*ofA);
+        } else if (!diff(below, *ofA, *ofB)) {
+            continue;
+        }
+        differ = true;
+        out.child(part).merge(below);
+    }
+    for (const auto &[part, ofB] : b.children_) {
+        if (a.findChild(part) == nullptr) {
+            differ = true;
+            out.child(part).merge(*ofB);
+        }
+    }
+    return differ;
+}
+
+void ConfPathTrie::dump(Str *out) const
+{
+    for (const auto &[part, node] : children_) {
+        *out << part;
+        node->dumpLevel(*out, 1);
+    }
+}
+
+Str ConfPathTrie::toStr() const
+{
+    Str text;
+    dump(&text);
+    return text;
+}
+
+void ConfPathTrie::dumpLevel(Str &out, unsigned level) const
+{
+    if (!expansion_.empty()) {
+        out << " (" << expansion_ << ")";
+    }
+    if (data_) {
+        out << " = " << withVisibleLineEnds(*data_);
+    }
+    if (metadata_) {
+        out << " " << metadata_->toStr();
+    }
+    out << "\n";
+    for (const auto &[part, node] : children_) {
+        out.append(2 * level, ' ');
+        out << part;
+        node->dumpLevel(out, level + 1);
     }
 }
 

@@ -27,6 +27,7 @@ bool ConfSearch::matchesLast(const StrVector &segments) const
     return segments.size() <= maxLevel_ && fits(segments.size(), segments.back());
 }
 
+/// Names of users count in any case; those of apps, types and stanzas are compared as they are.
 bool ConfSearch::fits(std::size_t level, const Str &part) const
 {
     switch (level) {

@@ -1,6 +1,5 @@
+#include "conf/tree/conf_path_based_pruner.h"
 #include "conf/tree/conf_path_pruners.h"
-#include "conf/tree/context_pruners.h"
-#include "conf/tree/permission_pruner.h"
 #include "tests/support/captured_log.h"
 
 namespace velmox {

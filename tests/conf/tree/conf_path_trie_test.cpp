@@ -1,5 +1,4 @@
 #include "conf/tree/conf_path_trie.h"
-#include "conf/tree/conf_path_trie_pruner.h"
 #include "util/text/str_segment.h"
 
 #include <random>

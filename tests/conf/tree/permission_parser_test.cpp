@@ -1,4 +1,4 @@
-#include "conf/tree/permission_parser.h"
+#include "conf/tree/conf_acl.h"
 #include "tests/support/captured_log.h"
 
 namespace velmox {
