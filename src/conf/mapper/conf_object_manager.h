@@ -2,6 +2,8 @@
 
 #include "conf/mapper/conf_object_manager_db.h"
 
+#include <functional>
+
 namespace velmox {
 
 /// The mapper of a metadata file. What changes there and matters beyond the file it tells to those whom it
@@ -9,19 +11,24 @@ namespace velmox {
 class ConfObjectManager : public ConfObjectManagerDB
 {
 public:
-    using ConfObjectManagerDB::ConfObjectManagerDB;
+    explicit ConfObjectManager(const BundleHandlerData &data)
+        : ConfObjectManagerDB(data), observer_(data.observer)
+    {
+    }
 
     bool flush() override;
     bool reload(const Str &type) override;
     FileChangeAnswer onFileChange(WatchedFileState &state) override;
 
-    /// Writes a copy of the file, without the stanzas of what is no longer there, to a new file in
+    /// Writes a copy of the file, without the stanzas of whose paths `isThere` says no, to a new file in
     /// `directory`, whose name goes to `copy`. False, with the reason in the log, on failure.
-    bool filter(const Pathname &directory, Pathname &copy) const;
+    bool filter(const Pathname &directory, const std::function<bool(const ConfPathBase &)> &isThere,
+                Pathname &copy) const;
 
 private:
     void tell();
-    bool isObjectThere(const ConfPathBase &path) const;
+
+    ConfChangeObserver &observer_;
 };
 
 } // namespace velmox

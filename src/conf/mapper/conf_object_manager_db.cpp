@@ -2,7 +2,6 @@
 
 #include "conf/mapper/meta_file.h"
 #include "conf/mapper/meta_log.h"
-#include "conf/store/conf_path.h"
 
 #include <mutex>
 
@@ -67,7 +66,7 @@ ConfObjectManagerDB::ConfObjectManagerDB(const BundleHandlerData &data)
 {
 }
 
-bool ConfObjectManagerDB::read(const ConfPath &path, ConfPathTrie &out, unsigned levels)
+bool ConfObjectManagerDB::read(const ConfPathBase &path, ConfPathTrie &out, unsigned levels)
 {
     const std::lock_guard guard(lock_);
     const ConfPathTrie *const found = ensureLoaded() ? tree_.find(path) : nullptr;

@@ -2,7 +2,6 @@
 #include "conf/mapper/meta_file.h"
 #include "conf/mapper/meta_log.h"
 #include "conf/root/in_memory_only.h"
-#include "conf/store/conf_path.h"
 #include "util/files/file_system.h"
 
 #include <mutex>
@@ -52,7 +51,7 @@ bool ConfObjectManagerDB::note(MetaEdit result)
     return result != MetaEdit::Refused;
 }
 
-bool ConfObjectManagerDB::writeData(const ConfPath &path, const Str &value)
+bool ConfObjectManagerDB::writeData(const ConfPathBase &path, const Str &value)
 {
     const std::lock_guard guard(lock_);
     Edit &current = edit();
@@ -67,7 +66,7 @@ bool ConfObjectManagerDB::writeData(const ConfPath &path, const Str &value)
     return true;
 }
 
-bool ConfObjectManagerDB::writeMetadata(const ConfPath &path, const ConfPathMetadata &metadata)
+bool ConfObjectManagerDB::writeMetadata(const ConfPathBase &path, const ConfPathMetadata &metadata)
 {
     const std::lock_guard guard(lock_);
     if (isInMemoryOnly()) {
@@ -99,7 +98,7 @@ bool ConfObjectManagerDB::setInTree(const ConfPathBase &path, const ConfPathMeta
 }
 
 /// What is not there needs no removal.
-bool ConfObjectManagerDB::remove(const ConfPath &path)
+bool ConfObjectManagerDB::remove(const ConfPathBase &path)
 {
     const std::lock_guard guard(lock_);
     Edit &current = edit();

@@ -2,7 +2,6 @@
 #include "conf/mapper/conf_file_creation.h"
 #include "conf/mapper/conf_path_mapper.h"
 #include "conf/root/in_memory_only.h"
-#include "conf/store/conf_path.h"
 #include "conf/tree/stanza_expansion.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"
@@ -32,7 +31,7 @@ void stamp(ConfPathTrie &node, const ConfPathMetadataPtr &metadata)
 
 } // namespace
 
-bool ConfPathMapper::writeData(const ConfPath &path, const Str &value)
+bool ConfPathMapper::writeData(const ConfPathBase &path, const Str &value)
 {
     const std::lock_guard guard(lock_);
     const StrVector &parts = path.parts();
@@ -148,7 +147,7 @@ void ConfPathMapper::setPending(const ConfPathBase &path, const Str &value)
     }
 }
 
-bool ConfPathMapper::remove(const ConfPath &path)
+bool ConfPathMapper::remove(const ConfPathBase &path)
 {
     const std::lock_guard guard(lock_);
     const std::size_t count = path.parts().size();
@@ -206,9 +205,10 @@ bool ConfPathMapper::flush()
     bool hadEdits = false;
     bool appChanged = false;
     const bool flushed = flushEdits(hadEdits, appChanged);
-    // The first file of a new app makes its directory, and thereby the app.
-    if (appChanged || (hadEdits && isUnknownApp())) {
-        tellOfApp(appChanged);
+    if (appChanged) {
+        tellOfApp();
+    } else if (hadEdits && user_ == kSharedUser) {
+        observer_.onAppWritten(app_);
     }
     return flushed;
 }

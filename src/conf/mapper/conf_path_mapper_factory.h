@@ -1,7 +1,6 @@
 #pragma once
 
 #include "conf/mapper/i_conf_path_mapper.h"
-#include "conf/root/bundle_handler_data.h"
 
 #include <memory>
 

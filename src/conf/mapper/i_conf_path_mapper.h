@@ -1,15 +1,16 @@
 #pragma once
 
+#include "conf/root/bundles_setup.h"
 #include "conf/tree/conf_path_trie.h"
 #include "conf/tree/conf_search.h"
 #include "searchthing/file_status.h"
 
 #include <cstdint>
+#include <map>
 #include <set>
 
 namespace velmox {
 
-class ConfPath;
 class WatchedFileState;
 
 /// What a mapper had of one type at some moment. The generation rises with each change.
@@ -30,6 +31,36 @@ enum class FileChangeAnswer
     Settled = 2,
 };
 
+/// Is told by mappers of changes that matter beyond what they serve. They call it without their lock, since
+/// whoever is told may ask all mappers in turn.
+class ConfChangeObserver
+{
+public:
+    virtual ~ConfChangeObserver() = default;
+    /// Settings or metadata of apps changed that count for the readers of all types: whether an app is
+    /// enabled, what it imports, what it exports.
+    virtual void onAppsChanged() = 0;
+    /// Shared files of an app were written. The first file of a new app makes its directory, and thereby the
+    /// app.
+    virtual void onAppWritten(const Str &app) = 0;
+};
+
+/// What a mapper is told of the path that it is to serve.
+struct BundleHandlerData
+{
+    BundlesSetup setup;
+    /// The file or directory; absolute.
+    Pathname path;
+    /// The directory of the app, or of the user's app, in which the path lies.
+    Pathname rootDirectory;
+    Str user;
+    Str app;
+    /// The settings of the handler's own stanza in the bootstrap file.
+    std::map<Str, Str> settings;
+    /// Outlives the mapper.
+    ConfChangeObserver &observer;
+};
+
 /// The bridge between one path on disk and the configuration tree. Operations may be called on any thread and
 /// take the mapper's lock, of the rank `ConfLockRank::Mapper`. They report by their results and the log. The
 /// trees that they fill begin above the user.
@@ -38,13 +69,13 @@ class IConfPathMapper
 public:
     virtual ~IConfPathMapper() = default;
     /// Copies what stands at `path` and up to `levels` below it into `out`; false when nothing does.
-    virtual bool read(const ConfPath &path, ConfPathTrie &out, unsigned levels) = 0;
+    virtual bool read(const ConfPathBase &path, ConfPathTrie &out, unsigned levels) = 0;
     /// Adds the apps that may export to everyone; false when this mapper cannot tell.
     virtual bool collectGlobalExporters(std::set<Str> &apps) = 0;
     // Changes stay in memory until `flush`.
-    virtual bool writeData(const ConfPath &path, const Str &value) = 0;
-    virtual bool writeMetadata(const ConfPath &path, const ConfPathMetadata &metadata) = 0;
-    virtual bool remove(const ConfPath &path) = 0;
+    virtual bool writeData(const ConfPathBase &path, const Str &value) = 0;
+    virtual bool writeMetadata(const ConfPathBase &path, const ConfPathMetadata &metadata) = 0;
+    virtual bool remove(const ConfPathBase &path) = 0;
     /// Copies what fits the search into `out`, which holds nothing else; false when that cannot be here.
     virtual bool search(const ConfSearch &search, ConfPathTrie &out) = 0;
     /// Writes the changes to disk; false when some of them could not be written, and are given up.

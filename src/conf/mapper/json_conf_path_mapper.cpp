@@ -2,8 +2,7 @@
 
 #include "conf/mapper/object_file_io.h"
 #include "conf/root/in_memory_only.h"
-#include "conf/store/conf_path.h"
-#include "conf/store/conf_path_traversal.h"
+#include "conf/tree/conf_path_traversal.h"
 #include "util/files/directory_listing.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"
@@ -122,7 +121,7 @@ void JSONConfPathMapper::take(ConfPathTrie &node, const Str &value, const FileSt
     node.setMetadata(metadataOf(status));
 }
 
-bool JSONConfPathMapper::canChange(const ConfPath &path, const char *request) const
+bool JSONConfPathMapper::canChange(const ConfPathBase &path, const char *request) const
 {
     const StrVector &parts = path.parts();
     const bool isOfType = form_.onlyType.empty() || path.type() == form_.onlyType;
@@ -151,7 +150,7 @@ bool JSONConfPathMapper::holds(const Pathname &file, const ConfPathBase &path, c
     return known && known->data() == value && status.exists && known->metadata().modtime == status.modtime;
 }
 
-bool JSONConfPathMapper::writeData(const ConfPath &path, const Str &value)
+bool JSONConfPathMapper::writeData(const ConfPathBase &path, const Str &value)
 {
     const std::lock_guard guard(lock_);
     if (!canChange(path, "write to")) {
@@ -177,7 +176,7 @@ bool JSONConfPathMapper::writeData(const ConfPath &path, const Str &value)
     return true;
 }
 
-bool JSONConfPathMapper::remove(const ConfPath &path)
+bool JSONConfPathMapper::remove(const ConfPathBase &path)
 {
     const std::lock_guard guard(lock_);
     if (!canChange(path, "remove")) {

@@ -1,7 +1,6 @@
 #include "conf/mapper/lazy_conf_path_mapper.h"
 
 #include "conf/ground/reserved_name.h"
-#include "conf/store/conf_path.h"
 #include "conf/tree/conf_path_pruners.h"
 #include "util/log/logger.h"
 
@@ -12,7 +11,7 @@ namespace velmox {
 LazyConfPathMapper::LazyConfPathMapper(const BundleHandlerData &data, Logger &log, const char *className,
                                        bool isLocal)
     : setup_(data.setup), path_(data.path), rootDirectory_(data.rootDirectory), user_(data.user.lowered()),
-      app_(data.app), log_(log), className_(className), isLocal_(isLocal)
+      app_(data.app), log_(log), observer_(data.observer), className_(className), isLocal_(isLocal)
 {
 }
 
@@ -52,7 +51,7 @@ ConfPathTrie &LazyConfPathMapper::typeNode(const Str &type)
     return appNode().child(type);
 }
 
-bool LazyConfPathMapper::read(const ConfPath &path, ConfPathTrie &out, unsigned levels)
+bool LazyConfPathMapper::read(const ConfPathBase &path, ConfPathTrie &out, unsigned levels)
 {
     const std::lock_guard guard(lock_);
     if (!belongs(path) || (path.parts().empty() && levels == 0)) {

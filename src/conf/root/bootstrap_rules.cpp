@@ -1,11 +1,10 @@
 #include "conf/root/bootstrap_rules.h"
 
+#include "conf/root/conf_settings.h"
+#include "conf/root/mapper_manager_log.h"
 #include "conf/root/path_forms.h"
 #include "conf/root/path_pattern.h"
 #include "conf/root/username_mapper.h"
-#include "conf/store/conf_settings.h"
-#include "conf/store/mapper_manager_log.h"
-#include "conf/store/shared_conf_services.h"
 #include "conf/tree/conf_path_base.h"
 #include "util/files/file_system.h"
 #include "util/process/loader_info.h"
@@ -66,7 +65,7 @@ Pathname BootstrapRules::expandToPath(const Str &text, const PlaceholderVariable
 
 bool BootstrapRules::patterns(std::vector<BootstrapPattern> &out) const
 {
-    const IniStanza *const bootstrap = setup_.shared().settings().requiredStanza(kBootstrapStanza);
+    const IniStanza *const bootstrap = settings_.requiredStanza(kBootstrapStanza);
     if (bootstrap == nullptr) {
         return false;
     }
@@ -86,7 +85,7 @@ bool BootstrapRules::patterns(std::vector<BootstrapPattern> &out) const
 std::map<Str, Str> BootstrapRules::settingsOf(const Str &handler) const
 {
     std::map<Str, Str> settings;
-    if (const IniStanza *const stanza = setup_.shared().settings().image().findStanza(handler)) {
+    if (const IniStanza *const stanza = settings_.image().findStanza(handler)) {
         for (const IniStanza::Setting &setting : *stanza) {
             settings.emplace(setting.key, setting.value);
         }
@@ -96,7 +95,7 @@ std::map<Str, Str> BootstrapRules::settingsOf(const Str &handler) const
 
 bool BootstrapRules::depthsOfFiles(std::map<Str, unsigned> &out) const
 {
-    const IniStanza *const depths = setup_.shared().settings().requiredStanza(kDepthStanza);
+    const IniStanza *const depths = settings_.requiredStanza(kDepthStanza);
     if (depths == nullptr) {
         return false;
     }
@@ -111,7 +110,7 @@ bool BootstrapRules::depthsOfFiles(std::map<Str, unsigned> &out) const
 
 const IniEntry *BootstrapRules::findWriteRule(const ConfPathBase &path, const Str &writeKey) const
 {
-    const IniStanza *const writes = setup_.shared().settings().requiredStanza(kWritesStanza);
+    const IniStanza *const writes = settings_.requiredStanza(kWritesStanza);
     if (writes == nullptr) {
         return nullptr;
     }

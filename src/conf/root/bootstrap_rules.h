@@ -9,6 +9,7 @@
 namespace velmox {
 
 class ConfPathBase;
+class ConfSettings;
 class IniEntry;
 
 /// A key of the bootstrap file: the paths that it names, and what serves them.
@@ -22,7 +23,11 @@ struct BootstrapPattern
 class BootstrapRules
 {
 public:
-    explicit BootstrapRules(const BundlesSetup &setup) : setup_(setup) {}
+    /// The settings outlive this object.
+    BootstrapRules(const BundlesSetup &setup, const ConfSettings &settings)
+        : setup_(setup), settings_(settings)
+    {
+    }
 
     /// In the order of the file. False when there are none, or when one cannot be filled in, which is then
     /// left out.
@@ -44,6 +49,7 @@ private:
     Pathname expandToPath(const Str &text, const PlaceholderVariables &variables) const;
 
     const BundlesSetup setup_;
+    const ConfSettings &settings_;
 };
 
 } // namespace velmox

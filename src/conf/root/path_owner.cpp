@@ -1,8 +1,8 @@
 #include "conf/root/path_owner.h"
 
+#include "conf/root/mapper_manager_log.h"
 #include "conf/root/path_forms.h"
 #include "conf/root/username_mapper.h"
-#include "conf/store/mapper_manager_log.h"
 #include "conf/tree/conf_path_base.h"
 
 namespace velmox {

@@ -1,7 +1,7 @@
 #include "conf/root/path_restrictions.h"
 
+#include "conf/root/mapper_manager_log.h"
 #include "conf/root/path_forms.h"
-#include "conf/store/mapper_manager_log.h"
 #include "conf/tree/conf_path_base.h"
 #include "util/files/file_system.h"
 #include "util/process/loader_info.h"

@@ -1,14 +1,13 @@
 #include "conf/root/search_head_pool_info.h"
 
-#include "conf/store/conf_settings.h"
-#include "conf/store/shared_conf_services.h"
+#include "conf/root/conf_settings.h"
 #include "util/files/file_system.h"
 
 namespace velmox {
 
-SearchHeadPoolInfo::SearchHeadPoolInfo(const BundlesSetup &setup)
+SearchHeadPoolInfo::SearchHeadPoolInfo(const BundlesSetup &setup, const ConfSettings &settings)
 {
-    if (!setup.shared().settings().isSharedStorageMode()) {
+    if (!settings.isSharedStorageMode()) {
         return;
     }
     const Pathname file = setup.poolInfoFile();

@@ -5,11 +5,13 @@
 
 namespace velmox {
 
+class ConfSettings;
+
 /// What the shared storage says of itself. Read-only once made; any thread.
 class SearchHeadPoolInfo
 {
 public:
-    explicit SearchHeadPoolInfo(const BundlesSetup &setup);
+    SearchHeadPoolInfo(const BundlesSetup &setup, const ConfSettings &settings);
 
     /// `pooling.ini`; not loaded without shared storage, or when there is no such file.
     const IniFile &image() const { return image_; }

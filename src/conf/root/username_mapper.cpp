@@ -1,10 +1,9 @@
 #include "conf/root/username_mapper.h"
 
 #include "conf/ground/reserved_name.h"
+#include "conf/root/conf_settings.h"
 #include "conf/root/in_memory_only.h"
-#include "conf/store/conf_settings.h"
-#include "conf/store/sentinel_scope.h"
-#include "conf/store/shared_conf_services.h"
+#include "conf/root/sentinel_scope.h"
 #include "util/files/file_system.h"
 #include "util/files/open_file.h"
 #include "util/log/logger.h"
@@ -63,7 +62,10 @@ bool ensureExists(const Pathname &file)
 
 } // namespace
 
-UsernameMapper::UsernameMapper(const BundlesSetup &setup) : setup_(setup) {}
+UsernameMapper::UsernameMapper(const BundlesSetup &setup, const ConfSettings &settings)
+    : setup_(setup), settings_(settings)
+{
+}
 
 bool UsernameMapper::needsMapping(const Str &name)
 {
@@ -119,7 +121,7 @@ bool UsernameMapper::trueName(const Str &safeName, Str &out)
 /// Another thread, or another host, may have been quicker.
 bool UsernameMapper::record(const Str &user, Str &safeName)
 {
-    const SentinelScope scope(setup_, Str("mapping username: ") << user);
+    const SentinelScope scope(setup_, settings_, Str("mapping username: ") << user);
     const std::lock_guard guard(lock_);
     if (isSharedStorage()) {
         load();
@@ -226,7 +228,7 @@ void UsernameMapper::load()
 
 bool UsernameMapper::isSharedStorage() const
 {
-    return setup_.shared().settings().isSharedStorageMode();
+    return settings_.isSharedStorageMode();
 }
 
 Str UsernameMapper::fileText() const

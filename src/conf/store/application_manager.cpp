@@ -2,7 +2,6 @@
 
 #include "conf/root/application_manager_exceptions.h"
 #include "conf/store/conf_path_mapper_manager.h"
-#include "conf/store/shared_conf_services.h"
 #include "conf/tree/conf_search.h"
 #include "util/files/directory_listing.h"
 #include "util/files/file_system.h"
@@ -42,7 +41,8 @@ void readApps(const std::vector<IConfPathMapper *> &mappers, ConfPathTrie &out)
 
 } // namespace
 
-ApplicationManager::ApplicationManager(const BundlesSetup &setup) : setup_(setup)
+ApplicationManager::ApplicationManager(const ConfPathMapperManager &mappers)
+    : mappers_(mappers), setup_(mappers.setup())
 {
     rescan(false);
 }
@@ -149,7 +149,7 @@ StrVector ApplicationManager::importsOf(const Str &app) const
 void ApplicationManager::rescan(bool detectChanges)
 {
     const std::lock_guard guard(lock_);
-    const std::vector<IConfPathMapper *> mappers = setup_.shared().mappers().mappers();
+    const std::vector<IConfPathMapper *> mappers = mappers_.mappers();
     ConfPathTrie settings;
     readApps(mappers, settings);
     if (!detectChanges) {

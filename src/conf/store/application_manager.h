@@ -9,6 +9,7 @@
 
 namespace velmox {
 
+class ConfPathMapperManager;
 class ConfPathTrie;
 
 /// An app and those that it imports, directly or through others, each with the number of steps to it.
@@ -25,7 +26,8 @@ enum class ApplicationChange
 class ApplicationManager
 {
 public:
-    explicit ApplicationManager(const BundlesSetup &setup);
+    /// The mappers, of which it reads what there is, outlive it.
+    explicit ApplicationManager(const ConfPathMapperManager &mappers);
 
     /// Throws ApplicationDoesNotExistException; "system" always exists.
     void getInfo(const Str &name, ApplicationInfo &info) const;
@@ -60,6 +62,7 @@ private:
     void collectIds();
 
     mutable ConfLock lock_{ConfLockRank::Applications};
+    const ConfPathMapperManager &mappers_;
     const BundlesSetup setup_;
     std::map<Str, Record> apps_;
     std::map<Str, std::set<Str>> appsById_;

@@ -1,9 +1,9 @@
 #include "conf/store/conf_path.h"
 
 #include "conf/ground/conf_path_exceptions.h"
+#include "conf/root/conf_settings.h"
 #include "conf/store/conf_path_mapper_manager.h"
-#include "conf/store/conf_path_traversal.h"
-#include "conf/store/shared_conf_services.h"
+#include "conf/tree/conf_path_traversal.h"
 
 namespace velmox {
 
@@ -13,7 +13,7 @@ namespace {
 bool readMappers(const ConfPath &path, ConfPathTrie &out, unsigned levels)
 {
     bool delivered = false;
-    for (IConfPathMapper *const mapper : path.setup().shared().mappers().mappers()) {
+    for (IConfPathMapper *const mapper : path.mappers().mappers()) {
         delivered = mapper->read(path, out, levels) || delivered;
     }
     return delivered;
@@ -21,15 +21,20 @@ bool readMappers(const ConfPath &path, ConfPathTrie &out, unsigned levels)
 
 } // namespace
 
-ConfPath::ConfPath(const BundlesSetup &setup, ConfPathBase base, ConfUserContext identity)
-    : ConfPathWithACL(std::move(base), std::move(identity)), setup_(setup)
+ConfPath::ConfPath(ConfPathMapperManager &mappers, ConfPathBase base, ConfUserContext identity)
+    : ConfPathWithACL(std::move(base), std::move(identity)), mappers_(&mappers)
 {
+}
+
+const BundlesSetup &ConfPath::setup() const
+{
+    return mappers_->setup();
 }
 
 ConfPathMetadata ConfPath::effectiveMetadata() const
 {
     ConfPathMetadata effective;
-    ConfPath level(setup_, ConfPathBase(user(), app()));
+    ConfPath level(*mappers_, ConfPathBase(user(), app()));
     for (auto part = parts().begin();; ++part) {
         ConfPathTrie found;
         const ConfPathTrie *const node = readMappers(level, found, 0) ? found.find(level) : nullptr;
@@ -77,6 +82,19 @@ ConfPathMetadata ConfPath::readMetadata() const
         throw ConfPathHasNoMetadataException(Str("Has no metadata: ") << toStr());
     }
     return node->metadata();
+}
+
+bool ConfPath::isObjectThere() const
+{
+    if (parts().size() < kStanzaParts || mappers_->settings().allowsDangling(app())) {
+        return true;
+    }
+    try {
+        readData();
+        return true;
+    } catch (const ConfPathException &) {
+        return false;
+    }
 }
 
 } // namespace velmox

@@ -1,10 +1,10 @@
 // How the manager finds the mapper for a write and for a file.
 
 #include "conf/ground/conf_path_exceptions.h"
+#include "conf/root/mapper_manager_log.h"
 #include "conf/root/path_forms.h"
 #include "conf/root/path_pattern.h"
 #include "conf/store/conf_path_mapper_manager.h"
-#include "conf/store/mapper_manager_log.h"
 #include "conf/tree/conf_path_base.h"
 
 #include <mutex>

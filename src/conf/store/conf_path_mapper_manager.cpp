@@ -1,13 +1,12 @@
 #include "conf/store/conf_path_mapper_manager.h"
 
 #include "conf/mapper/conf_path_mapper_factory.h"
+#include "conf/root/conf_settings.h"
+#include "conf/root/mapper_manager_log.h"
 #include "conf/root/path_forms.h"
 #include "conf/root/path_owner.h"
 #include "conf/root/path_pattern.h"
 #include "conf/root/path_restrictions.h"
-#include "conf/store/conf_settings.h"
-#include "conf/store/mapper_manager_log.h"
-#include "conf/store/shared_conf_services.h"
 
 #include <mutex>
 #include <set>
@@ -29,10 +28,12 @@ std::vector<Pathname> pathsOf(const Pathname &pattern, const Pathname &only)
 
 } // namespace
 
-ConfPathMapperManager::ConfPathMapperManager(const BundlesSetup &setup)
-    : setup_(setup), rules_(setup), users_(setup)
+ConfPathMapperManager::ConfPathMapperManager(const BundlesSetup &setup, const ConfSettings &settings,
+                                             ConfChangeObserver &observer)
+    : setup_(setup), settings_(settings), observer_(observer), rules_(setup, settings),
+      users_(setup, settings)
 {
-    const IniFile &image = setup_.shared().settings().image();
+    const IniFile &image = settings_.image();
     if (!image.loaded()) {
         return;
     }
@@ -105,7 +106,7 @@ bool ConfPathMapperManager::addMapper(const Pathname &path, const Str &handler, 
         return true;
     }
     const BundleHandlerData data = {
-        setup_, path, owner.rootDirectory, owner.user, owner.app, rules_.settingsOf(handler), &users_};
+        setup_, path, owner.rootDirectory, owner.user, owner.app, rules_.settingsOf(handler), observer_};
     std::unique_ptr<IConfPathMapper> mapper = makeConfPathMapper(handler, data);
     if (mapper) {
         mapperManagerLog.debug("Added IConfPathMapper: %s", mapper->describe().c_str());

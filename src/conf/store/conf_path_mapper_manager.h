@@ -28,8 +28,13 @@ public:
         Packed = 2,
     };
 
-    explicit ConfPathMapperManager(const BundlesSetup &setup);
+    /// Makes the mappers of what stands there already. All that is given outlives this object.
+    ConfPathMapperManager(const BundlesSetup &setup, const ConfSettings &settings,
+                          ConfChangeObserver &observer);
     ~ConfPathMapperManager();
+
+    const BundlesSetup &setup() const { return setup_; }
+    const ConfSettings &settings() const { return settings_; }
 
     /// Adds what the patterns match and is not known yet; with `only`, that path alone, which need not exist.
     /// False when a path could not be added, or `only` is matched by no pattern.
@@ -54,6 +59,8 @@ private:
 
     mutable ConfLock lock_{ConfLockRank::MapperManager};
     const BundlesSetup setup_;
+    const ConfSettings &settings_;
+    ConfChangeObserver &observer_;
     const BootstrapRules rules_;
     UsernameMapper users_;
     /// By expanded pattern.

@@ -2,8 +2,7 @@
 #include "conf/mapper/touched_mappers.h"
 #include "conf/store/conf_path.h"
 #include "conf/store/conf_path_mapper_manager.h"
-#include "conf/store/conf_path_traversal.h"
-#include "conf/store/shared_conf_services.h"
+#include "conf/tree/conf_path_traversal.h"
 #include "util/log/logger.h"
 
 namespace velmox {
@@ -43,7 +42,7 @@ void collectBelow(ConfPath &path, const ConfPathTrie &node, IConfPathMapper &map
 /// What stands in the one place to which `path` is written.
 void collect(const ConfPath &path, unsigned flags, std::vector<Doomed> &out)
 {
-    IConfPathMapper &mapper = *path.setup().shared().mappers().findWriter(path, flags);
+    IConfPathMapper &mapper = *path.mappers().findWriter(path, flags);
     ConfPathTrie held;
     const bool isThere = mapper.read(path, held, ConfPathTrie::kAllLevels);
     if (const ConfPathTrie *const node = isThere ? held.find(path) : nullptr) {

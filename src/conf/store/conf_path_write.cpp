@@ -1,10 +1,9 @@
 #include "conf/ground/conf_path_exceptions.h"
 #include "conf/mapper/touched_mappers.h"
+#include "conf/root/sentinel_scope.h"
 #include "conf/store/conf_path.h"
 #include "conf/store/conf_path_mapper_manager.h"
-#include "conf/store/conf_path_traversal.h"
-#include "conf/store/sentinel_scope.h"
-#include "conf/store/shared_conf_services.h"
+#include "conf/tree/conf_path_traversal.h"
 
 namespace velmox {
 
@@ -70,7 +69,7 @@ private:
 
     IConfPathMapper &writerOf(const ConfPath &path, unsigned flags)
     {
-        IConfPathMapper &writer = *path.setup().shared().mappers().findWriter(path, flags);
+        IConfPathMapper &writer = *path.mappers().findWriter(path, flags);
         touched_.add(writer);
         return writer;
     }
@@ -124,7 +123,7 @@ void ConfPath::write(const ConfPathTrie &trie, unsigned flags) const
 
 void ConfPath::writeAndNotify(const ConfPathTrie &trie, unsigned flags) const
 {
-    const SentinelScope sentinel(setup_, Str("writing: ") << toStr());
+    const SentinelScope sentinel(setup(), mappers_->settings(), Str("writing: ") << toStr());
     write(trie, flags);
 }
 

@@ -8,9 +8,6 @@
 
 namespace velmox {
 
-class BundlesSetup;
-struct ConfContext;
-
 class DoNothingPruner : public SimpleConfPathTriePruner
 {
     bool shouldPrune(const StrVector &, ConfPathTrie &) override { return false; }
@@ -93,7 +90,6 @@ using AppPredicate = std::function<bool(const Str &app)>;
 class DisabledApplicationPruner : public SimpleConfPathTriePruner
 {
 public:
-    explicit DisabledApplicationPruner(const BundlesSetup &setup);
     /// `isUsable` says whether an app is known and enabled.
     explicit DisabledApplicationPruner(AppPredicate isUsable) : isUsable_(std::move(isUsable)) {}
 
@@ -111,7 +107,6 @@ private:
 class DanglingDataPruner : public ConfPathTriePruner
 {
 public:
-    explicit DanglingDataPruner(const BundlesSetup &setup);
     /// Does nothing unless storage is shared. `isKnown` says whether an app is installed, `mayDangle` whether
     /// the settings allow data without an app.
     DanglingDataPruner(bool isSharedStorage, AppPredicate isKnown, AppPredicate mayDangle)
@@ -165,8 +160,6 @@ class SingleUserAppContextPruner : public ApplicationContextPruner
 {
 public:
     SingleUserAppContextPruner(const Str &user, const Str &app, std::set<Str> imports);
-    /// For a reader's context, with what the app imports at this moment.
-    explicit SingleUserAppContextPruner(const ConfContext &reader);
     PruneAnswer visit(const StrVector &segments, ConfPathTrie &node) override;
 
 private:

@@ -1,6 +1,4 @@
-#include "conf/pages/property_pages.h"
-#include "conf/store/application_manager.h"
-#include "conf/store/shared_conf_services.h"
+#include "conf/pages/shared_conf_services.h"
 #include "pipeline/input/modinputs/modinputs_helper_thread.h"
 #include "pipeline/input/modinputs/velmoxd_command_line.h"
 #include "util/crash/crash_log.h"
@@ -30,7 +28,7 @@ int fail(const char *text)
 
 bool isAppUsable(const Str &app)
 {
-    return BundlesSetup().shared().applications().isUsable(app);
+    return SharedConfServices::of(BundlesSetup()).applications().isUsable(app);
 }
 
 Stanzas enabledStanzas(const Str &prefix)

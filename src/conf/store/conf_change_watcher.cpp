@@ -1,8 +1,7 @@
-#include "conf/mapper/conf_change_watcher.h"
+#include "conf/store/conf_change_watcher.h"
 
+#include "conf/root/conf_settings.h"
 #include "conf/store/conf_path_mapper_manager.h"
-#include "conf/store/conf_settings.h"
-#include "conf/store/shared_conf_services.h"
 #include "util/log/logger.h"
 
 namespace velmox {
@@ -13,18 +12,18 @@ Logger log("ConfChangeWatcher");
 
 } // namespace
 
-ConfChangeWatcher::ConfChangeWatcher(const BundlesSetup &setup, Clock &clock)
-    : FilesystemChangeWatcher(clock), setup_(setup)
+ConfChangeWatcher::ConfChangeWatcher(ConfPathMapperManager &mappers, Clock &clock)
+    : FilesystemChangeWatcher(clock), mappers_(mappers), setup_(mappers.setup())
 {
-    for (const Pathname &directory :
-         {setup.systemDir(), setup.appsDir(), setup.slaveAppsDir(), setup.usersDir(), setup.bundlesDir()}) {
+    for (const Pathname &directory : {setup_.systemDir(), setup_.appsDir(), setup_.slaveAppsDir(),
+                                      setup_.usersDir(), setup_.bundlesDir()}) {
         watch(directory);
     }
 }
 
 bool ConfChangeWatcher::wants(const Pathname &path)
 {
-    const bool blacklisted = setup_.shared().settings().isBlacklisted(path);
+    const bool blacklisted = mappers_.settings().isBlacklisted(path);
     log.debug(blacklisted ? "Not watching blacklisted path for updates: %s" : "Watching path for updates: %s",
               setup_.text(path).c_str());
     return !blacklisted;
@@ -32,7 +31,7 @@ bool ConfChangeWatcher::wants(const Pathname &path)
 
 std::unique_ptr<WatchedFileState> ConfChangeWatcher::makeState(const Pathname &path, const FileStatus &known)
 {
-    return std::make_unique<WatchedConfState>(*this, path, known, setup_.shared().settings().checkPollMs());
+    return std::make_unique<WatchedConfState>(*this, path, known, mappers_.settings().checkPollMs());
 }
 
 bool ConfChangeWatcher::handleChange(WatchedFileState &state)
@@ -56,7 +55,7 @@ bool ConfChangeWatcher::tellMapper(WatchedConfState &state, const Str &name)
         return false;
     }
     if (!state.mapper_) {
-        state.mapper_ = setup_.shared().mappers().mapperFor(state.path());
+        state.mapper_ = mappers_.mapperFor(state.path());
     }
     if (!state.mapper_) {
         return true;

@@ -1,9 +1,8 @@
-#include "conf/store/sentinel_scope.h"
+#include "conf/root/sentinel_scope.h"
 
 #include "conf/ground/conf_path_exceptions.h"
 #include "conf/ground/thread_list.h"
-#include "conf/store/conf_settings.h"
-#include "conf/store/shared_conf_services.h"
+#include "conf/root/conf_settings.h"
 #include "searchthing/lock.h"
 #include "searchthing/osfile.h"
 #include "util/files/open_file.h"
@@ -55,9 +54,8 @@ void note(const Pathname &sentinel, const Str &purpose)
 
 } // namespace
 
-SentinelScope::SentinelScope(const BundlesSetup &setup, const Str &purpose)
+SentinelScope::SentinelScope(const BundlesSetup &setup, const ConfSettings &settings, const Str &purpose)
 {
-    const ConfSettings &settings = setup.shared().settings();
     if (!settings.isSharedStorageMode()) {
         return;
     }

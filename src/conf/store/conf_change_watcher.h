@@ -5,6 +5,7 @@
 
 namespace velmox {
 
+class ConfPathMapperManager;
 class IConfPathMapper;
 
 /// A file of the configuration store that is looked at.
@@ -23,7 +24,8 @@ private:
 class ConfChangeWatcher : public FilesystemChangeWatcher
 {
 public:
-    ConfChangeWatcher(const BundlesSetup &setup, Clock &clock);
+    /// All that is given outlives this object.
+    ConfChangeWatcher(ConfPathMapperManager &mappers, Clock &clock);
 
 private:
     bool wants(const Pathname &path) override;
@@ -31,6 +33,7 @@ private:
     bool handleChange(WatchedFileState &state) override;
     bool tellMapper(WatchedConfState &state, const Str &name);
 
+    ConfPathMapperManager &mappers_;
     const BundlesSetup setup_;
 };
 

@@ -1,4 +1,4 @@
-#include "conf/store/conf_path_traversal.h"
+#include "conf/tree/conf_path_traversal.h"
 
 #include "conf/ground/conf_path_exceptions.h"
 #include "conf/tree/conf_path_base.h"

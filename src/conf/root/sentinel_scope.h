@@ -5,6 +5,8 @@
 
 namespace velmox {
 
+class ConfSettings;
+
 /// Keeps other hosts from changing shared storage for a scope. Without shared storage it does nothing.
 ///
 /// Throws `ConfPathException` when the lock cannot be had in time.
@@ -12,7 +14,7 @@ class SentinelScope
 {
 public:
     /// `purpose` goes into the sentinel file where lock logging is on.
-    SentinelScope(const BundlesSetup &setup, const Str &purpose);
+    SentinelScope(const BundlesSetup &setup, const ConfSettings &settings, const Str &purpose);
     SentinelScope(const SentinelScope &) = delete;
     SentinelScope &operator=(const SentinelScope &) = delete;
     ~SentinelScope();

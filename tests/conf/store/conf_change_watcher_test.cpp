@@ -1,7 +1,6 @@
 #include "conf/ground/conf_lock.h"
-#include "conf/mapper/conf_change_watcher.h"
 #include "conf/store/application_manager.h"
-#include "conf/store/shared_conf_services.h"
+#include "conf/store/conf_change_watcher.h"
 #include "tests/conf/conf_root.h"
 #include "util/time/clock.h"
 
@@ -86,7 +85,7 @@ TEST(ConfChangeWatcher, BringsChangesToTheMapper)
         return out.find(path) ? out.find(path)->data() : Str("none");
     };
     SetClock clock;
-    ConfChangeWatcher watcher(root.setup(), clock);
+    ConfChangeWatcher watcher(root.shared().mappers(), clock);
     const auto nextLook = [&](unsigned milliseconds) {
         clock.now += milliseconds;
         return watcher.runDue();
@@ -131,7 +130,7 @@ TEST(ConfChangeWatcher, TellsTheManagerOfApplicationsAfterTheMapperIsFree)
     const ConfRoot root(kBootstrap);
     root.makeFolder("apps/search/local");
     SetClock clock;
-    ConfChangeWatcher watcher(root.setup(), clock);
+    ConfChangeWatcher watcher(root.shared().mappers(), clock);
     EXPECT_TRUE(root.shared().applications().isUsable("search"));
     root.write("apps/search/local/app.conf", "[install]\nstate = disabled\n");
     const unsigned violations = ConfLock::orderViolations();

@@ -1,4 +1,4 @@
-#include "conf/store/conf_settings.h"
+#include "conf/root/conf_settings.h"
 
 #include "conf/root/blacklist_pattern.h"
 #include "conf/root/path_forms.h"
