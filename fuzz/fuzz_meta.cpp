@@ -38,7 +38,7 @@ public:
         if (std::find(segments.begin(), segments.end(), Str()) != segments.end()) {
             return PruneAnswer::Remove;
         }
-        if (segments.size() >= ConfPathTrie::kAppLevel) {
+        if (segments.size() >= kAppLevel) {
             write(ConfPathBase(segments[0], segments[1], StrVector(segments.begin() + 2, segments.end())),
                   node);
         }

@@ -27,7 +27,7 @@ enum class ConfLockRank
 /// A recursive lock with a place in the order of locks. Usable with std::lock_guard.
 ///
 /// Taking one while the thread holds another of the same or a later rank risks a deadlock: it is counted and
-/// logged, and stops a debug build.
+/// logged, and the lock is taken nevertheless.
 class ConfLock
 {
 public:

@@ -2,7 +2,7 @@
 
 #include "conf/mapper/object_file_io.h"
 #include "conf/root/in_memory_only.h"
-#include "conf/tree/conf_path_traversal.h"
+#include "conf/tree/conf_path_base.h"
 #include "util/files/directory_listing.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"

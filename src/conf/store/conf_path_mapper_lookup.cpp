@@ -1,6 +1,6 @@
 // How the manager finds the mapper for a write and for a file.
 
-#include "conf/ground/conf_path_exceptions.h"
+#include "conf/ground/conf_exceptions.h"
 #include "conf/root/mapper_manager_log.h"
 #include "conf/root/path_forms.h"
 #include "conf/root/path_pattern.h"

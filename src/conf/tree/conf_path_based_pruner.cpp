@@ -10,7 +10,7 @@ ConfPathBasedPruner::ConfPathBasedPruner(ConfUserContext identity)
 bool ConfPathBasedPruner::shouldPrune(const StrVector &segments, ConfPathTrie &node)
 {
     gather(segments.size(), node);
-    if (segments.size() < ConfPathTrie::kAppLevel) {
+    if (segments.size() < kAppLevel) {
         return false;
     }
     enter(segments, node);
@@ -29,15 +29,15 @@ void ConfPathBasedPruner::gather(std::size_t depth, const ConfPathTrie &node)
 /// down.
 void ConfPathBasedPruner::enter(const StrVector &segments, const ConfPathTrie &node)
 {
-    const std::size_t partCount = segments.size() - ConfPathTrie::kAppLevel;
-    if (partCount == kAppParts) {
+    const std::size_t level = segments.size();
+    if (level == kAppLevel) {
         path_.setUser(segments[0].lowered());
         path_.setApp(segments[1]);
     }
-    while (!path_.parts().empty() && path_.parts().size() >= partCount) {
+    while (path_.level() > kAppLevel && path_.level() >= level) {
         path_.removeLastPart();
     }
-    if (partCount > kAppParts) {
+    if (level > kAppLevel) {
         path_.addPart(segments.back(), node.expansion());
     }
 }

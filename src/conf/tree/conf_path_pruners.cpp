@@ -34,7 +34,7 @@ bool SubtriePruner::shouldPrune(const StrVector &segments, ConfPathTrie &)
 
 bool OneClassPruner::shouldPrune(const StrVector &segments, ConfPathTrie &)
 {
-    const bool isType = segments.size() == ConfPathTrie::kTypeLevel;
+    const bool isType = segments.size() == kTypeLevel;
     return isType && (segments.back() == type_) == (mode_ == Mode::RemoveOnly);
 }
 
@@ -45,14 +45,13 @@ PruneAnswer MatchSearchPruner::visit(const StrVector &segments, ConfPathTrie &no
 
 PruneAnswer DanglingMetadataPruner::visit(const StrVector &segments, ConfPathTrie &node)
 {
-    const bool holdsData =
-        segments.size() == ConfPathTrie::kStanzaLevel || segments.size() == ConfPathTrie::kKeyLevel;
+    const bool holdsData = segments.size() == kStanzaLevel || segments.size() == kKeyLevel;
     return holdsData && !node.hasData() ? PruneAnswer::KeepIfNotEmptied : PruneAnswer::Keep;
 }
 
 bool DisabledApplicationPruner::shouldPrune(const StrVector &segments, ConfPathTrie &)
 {
-    if (segments.size() != ConfPathTrie::kTypeLevel || segments[2] == kAppType || isUsable_(segments[1])) {
+    if (segments.size() != kTypeLevel || segments[2] == kAppType || isUsable_(segments[1])) {
         return false;
     }
     // The text is made for the log alone, and this is asked of each type of each app.
@@ -65,7 +64,7 @@ bool DisabledApplicationPruner::shouldPrune(const StrVector &segments, ConfPathT
 
 PruneAnswer DanglingDataPruner::visit(const StrVector &segments, ConfPathTrie &)
 {
-    const bool isPrivateApp = segments.size() == ConfPathTrie::kAppLevel && segments[0] != kSharedUser;
+    const bool isPrivateApp = segments.size() == kAppLevel && segments[0] != kSharedUser;
     const bool dangles =
         isSharedStorage_ && isPrivateApp && !isKnown_(segments[1]) && !mayDangle_(segments[1]);
     return dangles ? PruneAnswer::Remove : PruneAnswer::Keep;
@@ -73,7 +72,7 @@ PruneAnswer DanglingDataPruner::visit(const StrVector &segments, ConfPathTrie &)
 
 bool UsersPruner::shouldPrune(const StrVector &segments, ConfPathTrie &)
 {
-    return segments.size() == ConfPathTrie::kUserLevel && segments.front() != kSharedUser &&
+    return segments.size() == kUserLevel && segments.front() != kSharedUser &&
            !kept_.contains(segments.front());
 }
 
@@ -85,7 +84,7 @@ ApplicationContextPruner::ApplicationContextPruner(const Str &app, std::set<Str>
 PruneAnswer ApplicationContextPruner::visit(const StrVector &segments, ConfPathTrie &node)
 {
     enter(segments.size(), node);
-    if (segments.size() < ConfPathTrie::kAppLevel || exports_.back() == ConfExport::System) {
+    if (segments.size() < kAppLevel || exports_.back() == ConfExport::System) {
         return PruneAnswer::Keep;
     }
     const Str &app = segments[1];
@@ -111,8 +110,7 @@ PruneAnswer SingleUserAppContextPruner::visit(const StrVector &segments, ConfPat
     if (segments[0] == kSharedUser) {
         return ApplicationContextPruner::visit(segments, node);
     }
-    const bool isOwn =
-        segments[0] == user_ && (segments.size() < ConfPathTrie::kAppLevel || segments[1] == app());
+    const bool isOwn = segments[0] == user_ && (segments.size() < kAppLevel || segments[1] == app());
     return isOwn ? PruneAnswer::Keep : PruneAnswer::Remove;
 }
 

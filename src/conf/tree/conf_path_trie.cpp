@@ -25,10 +25,9 @@ ConfPathTrie &ConfPathTrie::node(const ConfPathBase &path)
     return *node;
 }
 
-template <class Trie>
-Trie *ConfPathTrie::findIn(Trie *node, const ConfPathBase &path)
+const ConfPathTrie *ConfPathTrie::find(const ConfPathBase &path) const
 {
-    node = node->findChild(path.user().lowered());
+    const ConfPathTrie *node = findChild(path.user().lowered());
     node = node ? node->findChild(path.app()) : nullptr;
     for (auto part = path.parts().begin(); node && part != path.parts().end(); ++part) {
         node = node->findChild(*part);
@@ -36,14 +35,9 @@ Trie *ConfPathTrie::findIn(Trie *node, const ConfPathBase &path)
     return node;
 }
 
-const ConfPathTrie *ConfPathTrie::find(const ConfPathBase &path) const
-{
-    return findIn(this, path);
-}
-
 ConfPathTrie *ConfPathTrie::find(const ConfPathBase &path)
 {
-    return findIn(this, path);
+    return const_cast<ConfPathTrie *>(std::as_const(*this).find(path));
 }
 
 const ConfPathTrie *ConfPathTrie::findChild(const Str &part) const
@@ -59,11 +53,7 @@ ConfPathTrie *ConfPathTrie::findChild(const Str &part)
 
 ConfPathTrie &ConfPathTrie::child(const Str &part)
 {
-    std::unique_ptr<ConfPathTrie> &slot = children_[part];
-    if (!slot) {
-        slot = makeEmpty();
-    }
-    return *slot;
+    return *childBefore(children_.end(), part)->second;
 }
 
 ConfPathTrie &ConfPathTrie::child(const Str &part, const Str &expansion)

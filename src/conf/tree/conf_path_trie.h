@@ -50,12 +50,6 @@ public:
     using Children = std::map<Str, std::unique_ptr<ConfPathTrie>>;
 
     static constexpr unsigned kAllLevels = ~0u;
-    // Levels of nodes below the root.
-    static constexpr unsigned kUserLevel = 1;
-    static constexpr unsigned kAppLevel = 2;
-    static constexpr unsigned kTypeLevel = 3;
-    static constexpr unsigned kStanzaLevel = 4;
-    static constexpr unsigned kKeyLevel = 5;
 
     ConfPathTrie() = default;
     ConfPathTrie(ConfPathTrie &&) = default;
@@ -124,8 +118,6 @@ private:
     /// The child, which is the one before `next` when it was not there and the parts come in order.
     Children::iterator childBefore(Children::iterator next, const Str &part);
     void dumpLevel(Str &out, unsigned level) const;
-    template <class Trie>
-    static Trie *findIn(Trie *node, const ConfPathBase &path);
     void walkBelow(ConfPathTriePruner &pruner, StrVector &segments);
 
     static const ConfPathMetadata kNoMetadata;
