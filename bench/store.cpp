@@ -1,7 +1,7 @@
 #include "bench/store.h"
 
 #include "bench/program.h"
-#include "conf/file/conf_read_counters.h"
+#include "conf/file/conf_line_reader.h"
 #include "conf/pages/property_pages.h"
 #include "util/files/file_copy.h"
 #include "util/files/file_descriptor.h"

@@ -1,8 +1,7 @@
 #include "conf/mapper/conf_file_io.h"
 
 #include "conf/file/conf_line_reader.h"
-#include "conf/file/conf_read_counters.h"
-#include "conf/file/ini_stanza.h"
+#include "conf/file/ini_file.h"
 #include "conf/tree/stanza_expansion.h"
 #include "util/files/directory_listing.h"
 #include "util/files/file_copy.h"

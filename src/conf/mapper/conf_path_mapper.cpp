@@ -1,6 +1,6 @@
 #include "conf/mapper/conf_path_mapper.h"
 
-#include "conf/file/conf_read_counters.h"
+#include "conf/file/conf_line_reader.h"
 #include "conf/mapper/conf_file_io.h"
 #include "conf/root/conf_settings.h"
 #include "conf/root/path_forms.h"

@@ -1,6 +1,6 @@
 #include "conf/root/sentinel_scope.h"
 
-#include "conf/ground/conf_path_exceptions.h"
+#include "conf/ground/conf_exceptions.h"
 #include "conf/ground/thread_list.h"
 #include "conf/root/conf_settings.h"
 #include "searchthing/lock.h"

@@ -34,7 +34,7 @@ void readApps(const std::vector<IConfPathMapper *> &mappers, ConfPathTrie &out)
     readFrom(mappers, settings, out);
     ConfSearch appLevel;
     appLevel.constrain(ConfSearch::User, kSharedUser);
-    appLevel.setMaxLevel(ConfPathTrie::kAppLevel);
+    appLevel.setMaxLevel(kAppLevel);
     readFrom(mappers, appLevel, out);
 }
 

@@ -1,6 +1,6 @@
 #include "conf/store/conf_path_mapper_manager.h"
 
-#include "conf/ground/conf_path_exceptions.h"
+#include "conf/ground/conf_exceptions.h"
 #include "conf/mapper/conf_path_mapper_factory.h"
 #include "conf/root/conf_settings.h"
 #include "conf/root/path_forms.h"
