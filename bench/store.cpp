@@ -3,7 +3,7 @@
 #include "bench/program.h"
 #include "conf/file/conf_read_counters.h"
 #include "conf/pages/property_pages.h"
-#include "util/files/file_copy.h"
+#include "util/files/file_replace.h"
 #include "util/files/file_descriptor.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"

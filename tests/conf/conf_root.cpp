@@ -4,7 +4,7 @@
 #include "conf/store/shared_conf_services.h"
 #include "searchthing/filesystem_change_watcher.h"
 #include "util/system/environment.h"
-#include "util/time/clock.h"
+#include "util/time/timeout.h"
 
 namespace velmox::testing {
 

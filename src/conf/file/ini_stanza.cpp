@@ -2,15 +2,6 @@
 
 namespace velmox {
 
-std::string_view trimmedView(std::string_view text)
-{
-    const std::size_t first = text.find_first_not_of(" \t");
-    if (first == std::string_view::npos) {
-        return {};
-    }
-    return text.substr(first, text.find_last_not_of(" \t") + 1 - first);
-}
-
 IniEntry *IniStanza::findKey(std::string_view key)
 {
     const auto found = keys_.find(key);

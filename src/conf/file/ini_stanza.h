@@ -7,9 +7,6 @@
 
 namespace velmox {
 
-/// The text without blanks and tabs around it.
-std::string_view trimmedView(std::string_view text);
-
 /// One key of a stanza: its value and the lines above it.
 class IniEntry
 {

@@ -4,8 +4,8 @@
 #include "conf/file/conf_read_counters.h"
 #include "conf/file/ini_stanza.h"
 #include "conf/tree/stanza_expansion.h"
-#include "util/files/open_file.h"
-#include "util/files/readable_unicode_file_star.h"
+#include "util/files/file_star.h"
+#include "util/files/readable_unicode_stream.h"
 
 namespace velmox {
 

@@ -4,7 +4,6 @@
 #include "conf/root/in_memory_only.h"
 #include "conf/store/conf_path.h"
 #include "conf/store/conf_path_traversal.h"
-#include "util/files/directory_listing.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"
 

@@ -4,7 +4,7 @@
 #include "conf/file/ini_stanza.h"
 #include "conf/mapper/meta_header.h"
 #include "conf/mapper/meta_log.h"
-#include "util/text/joined.h"
+#include "util/text/str.h"
 #include "util/text/str_segment.h"
 
 namespace velmox {

@@ -1,9 +1,9 @@
 #include "conf/mapper/object_file_io.h"
 
 #include "conf/file/conf_read_counters.h"
-#include "util/files/file_copy.h"
+#include "util/files/file_replace.h"
 #include "util/files/file_system.h"
-#include "util/files/open_file.h"
+#include "util/files/file_star.h"
 #include "util/log/logger.h"
 #include "util/system/windows_api.h"
 

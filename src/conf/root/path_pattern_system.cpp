@@ -1,5 +1,4 @@
 #include "conf/root/path_pattern.h"
-#include "util/files/directory_listing.h"
 #include "util/files/file_system.h"
 
 #include <algorithm>

@@ -6,7 +6,7 @@
 #include "conf/store/sentinel_scope.h"
 #include "conf/store/shared_conf_services.h"
 #include "util/files/file_system.h"
-#include "util/files/open_file.h"
+#include "util/files/file_star.h"
 #include "util/log/logger.h"
 #include "util/text/base_exception.h"
 

@@ -6,7 +6,7 @@
 #include "conf/store/shared_conf_services.h"
 #include "searchthing/lock.h"
 #include "searchthing/osfile.h"
-#include "util/files/open_file.h"
+#include "util/files/file_star.h"
 #include "util/log/logger.h"
 #include "util/system/windows_api.h"
 #include "util/time/timeval.h"

@@ -8,7 +8,7 @@
 #include "conf/store/conf_settings.h"
 #include "conf/store/shared_conf_services_registry.h"
 #include "util/log/logger.h"
-#include "util/time/file_time.h"
+#include "util/time/timeval.h"
 
 namespace velmox {
 

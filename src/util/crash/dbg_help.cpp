@@ -1,6 +1,6 @@
 #include "util/crash/dbg_help.h"
 
-#include "util/system/library_routine.h"
+#include "util/system/windows_api.h"
 
 namespace velmox {
 

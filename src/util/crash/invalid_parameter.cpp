@@ -1,7 +1,6 @@
 #include "util/crash/invalid_parameter.h"
 
 #include "util/log/logger.h"
-#include "util/system/library_routine.h"
 #include "util/system/windows_api.h"
 
 #include <cstdint>

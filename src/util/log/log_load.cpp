@@ -1,5 +1,5 @@
-#include "util/files/open_file.h"
-#include "util/files/readable_unicode_file_star.h"
+#include "util/files/file_star.h"
+#include "util/files/readable_unicode_stream.h"
 #include "util/log/log_loader.h"
 #include "util/log/logger.h"
 #include "util/system/last_error_keeper.h"

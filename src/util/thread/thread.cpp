@@ -2,7 +2,7 @@
 
 #include "util/crash/crash_log.h"
 #include "util/crash/crash_sink.h"
-#include "util/text/argument_list_end.h"
+#include "util/text/str.h"
 #include "util/thread/thread_debugger_name.h"
 #include "util/thread/thread_exception.h"
 #include "util/thread/thread_xml_errors.h"

@@ -1,8 +1,7 @@
 #include "conf/file/ini_file.h"
 #include "tests/conf/conf_root.h"
 #include "tests/support/child_test.h"
-#include "util/files/handle_stream.h"
-#include "util/files/open_file.h"
+#include "util/files/file_star.h"
 
 #include <set>
 

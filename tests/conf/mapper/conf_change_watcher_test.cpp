@@ -3,7 +3,7 @@
 #include "conf/store/application_manager.h"
 #include "conf/store/shared_conf_services.h"
 #include "tests/conf/conf_root.h"
-#include "util/time/clock.h"
+#include "util/time/timeout.h"
 
 namespace velmox {
 namespace {

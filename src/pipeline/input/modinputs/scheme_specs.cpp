@@ -1,7 +1,6 @@
 #include "pipeline/input/modinputs/scheme_specs.h"
 
 #include "conf/file/ini_file.h"
-#include "util/files/directory_listing.h"
 #include "util/files/file_system.h"
 
 #include <algorithm>

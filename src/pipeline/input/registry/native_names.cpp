@@ -1,6 +1,6 @@
 #include "pipeline/input/registry/native_names.h"
 
-#include "util/system/library_routine.h"
+#include "util/system/windows_api.h"
 
 #include <memory>
 

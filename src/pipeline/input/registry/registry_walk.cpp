@@ -2,7 +2,7 @@
 
 #include "pipeline/input/registry/native_names.h"
 #include "pipeline/input/registry/registry_key_handle.h"
-#include "util/system/local_memory.h"
+#include "util/system/owned_handle.h"
 
 #include <algorithm>
 
