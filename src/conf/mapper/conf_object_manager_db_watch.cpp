@@ -1,7 +1,7 @@
 #include "conf/mapper/conf_object_manager_db.h"
 #include "conf/mapper/meta_log.h"
 #include "conf/root/path_forms.h"
-#include "searchthing/watched_file_state.h"
+#include "searchthing/filesystem_change_watcher.h"
 
 #include <mutex>
 

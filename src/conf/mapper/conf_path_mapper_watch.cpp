@@ -4,7 +4,7 @@
 #include "conf/store/application_manager.h"
 #include "conf/store/shared_conf_services.h"
 #include "conf/tree/conf_path_pruners.h"
-#include "searchthing/watched_file_state.h"
+#include "searchthing/filesystem_change_watcher.h"
 #include "util/log/logger.h"
 
 #include <mutex>

@@ -2,7 +2,7 @@
 
 #include "conf/tree/conf_path_trie.h"
 #include "conf/tree/conf_search.h"
-#include "searchthing/file_status.h"
+#include "searchthing/osfile.h"
 
 #include <cstdint>
 #include <set>

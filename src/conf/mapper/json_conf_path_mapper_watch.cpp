@@ -1,6 +1,6 @@
 #include "conf/mapper/json_conf_path_mapper.h"
 #include "conf/root/path_forms.h"
-#include "searchthing/watched_file_state.h"
+#include "searchthing/filesystem_change_watcher.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"
 

@@ -4,7 +4,6 @@
 #include "conf/mapper/meta_file.h"
 #include "conf/mapper/meta_header.h"
 #include "conf/mapper/meta_log.h"
-#include "searchthing/file_status.h"
 #include "searchthing/osfile.h"
 #include "util/files/file_system.h"
 #include "util/system/owned_handle.h"

@@ -8,7 +8,7 @@
 #include "tests/support/log_lines.h"
 #include "tests/support/main_thread.h"
 #include "tests/support/scoped_folder.h"
-#include "util/thread/thread_exception.h"
+#include "util/thread/thread_primitives.h"
 
 #include <cwchar>
 #include <gtest/gtest.h>
