@@ -1,8 +1,8 @@
 #include "conf/mapper/conf_file_creation.h"
 
 #include "conf/mapper/conf_path_mapper_log.h"
-#include "util/files/file_system.h"
 #include "util/files/file_star.h"
+#include "util/files/file_system.h"
 #include "util/files/writable_unicode_stream.h"
 #include "util/system/windows_api.h"
 

@@ -2,8 +2,8 @@
 
 #include "conf/file/conf_read_counters.h"
 #include "util/files/file_replace.h"
-#include "util/files/file_system.h"
 #include "util/files/file_star.h"
+#include "util/files/file_system.h"
 #include "util/log/logger.h"
 #include "util/system/windows_api.h"
 

@@ -5,8 +5,8 @@
 #include "conf/store/conf_settings.h"
 #include "conf/store/sentinel_scope.h"
 #include "conf/store/shared_conf_services.h"
-#include "util/files/file_system.h"
 #include "util/files/file_star.h"
+#include "util/files/file_system.h"
 #include "util/log/logger.h"
 #include "util/text/base_exception.h"
 

@@ -1,6 +1,6 @@
 #include "util/files/file_descriptor.h"
-#include "util/files/file_system.h"
 #include "util/files/file_star.h"
+#include "util/files/file_system.h"
 #include "util/files/readable_unicode_stream.h"
 #include "util/log/log_config.h"
 #include "util/log/logger.h"
