@@ -6,7 +6,7 @@
 #include "util/crash/crash_log.h"
 #include "util/crash/crash_notes.h"
 #include "util/system/environment.h"
-#include "util/system/library_routine.h"
+#include "util/system/windows_api.h"
 #include "util/text/str_segment.h"
 #include "util/thread/thread_primitives.h"
 
@@ -133,17 +133,6 @@ struct Death
     Str output;
     testing::FileTree files;
 };
-
-void expectInOrder(const Str &text, const StrVector &parts)
-{
-    std::size_t at = 0;
-    for (const Str &part : parts) {
-        const std::size_t found = text.find(part.view(), at);
-        ASSERT_NE(found, Str::npos) << part.c_str() << " is missing behind byte " << at << " of\n"
-                                    << text.c_str();
-        at = found + part.size();
-    }
-}
 
 /// What a stream of a dump holds, by DbgHelp's reader; null if the dump lacks it.
 template <class Stream>
