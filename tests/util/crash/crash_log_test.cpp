@@ -181,7 +181,7 @@ TEST(CrashLog, TellsHowTheProcessDied)
         const Str log = death.log();
         EXPECT_EQ(death.exitCode, exitCode) << way;
         ASSERT_EQ(death.files.size(), hasDump ? 2u : 1u) << death.output.c_str();
-        EXPECT_THAT(log.c_str(), ::testing::StartsWith("[build "));
+        EXPECT_THAT(log.c_str(), ::testing::StartsWith("[build 4711] "));
         expectInOrder(log, told);
         expectInOrder(log, {Str::fromFormat(" Crashing thread: %s\r\n", thread), "RIP [0x",
                             "\r\n OS: Windows\r\n Arch: x86-64\r\n\r\n Backtrace:\r\n",
@@ -213,7 +213,7 @@ TEST(CrashLog, GoesToStandardErrorWithoutAFile)
     for (const char *folder : {"-", "C:\\absent"}) {
         const Death death("violation", folder);
         EXPECT_EQ(death.exitCode, static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION));
-        expectInOrder(death.output, {"[build ", "Access violation", "inner note", "terminating...\n"});
+        expectInOrder(death.output, {"[build 4711] ", "Access violation", "inner note", "terminating...\n"});
         EXPECT_THAT(death.output.c_str(), Not(HasSubstr("Crash dump"))) << folder;
     }
 }
