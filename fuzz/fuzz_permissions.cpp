@@ -1,4 +1,4 @@
-#include "conf/mapper/meta_header.h"
+#include "conf/mapper/meta_file.h"
 #include "conf/tree/permission_parser.h"
 #include "fuzz/fuzz_target.h"
 

@@ -1,6 +1,6 @@
 #include "conf/file/ini_file.h"
 #include "conf/mapper/conf_path_mapper.h"
-#include "conf/store/conf_path.h"
+#include "conf/pages/shared_conf_services.h"
 #include "pipeline/input/driver/device_channel.h"
 #include "pipeline/input/driver/driver_service.h"
 #include "testbed/driver_service.h"
@@ -122,10 +122,10 @@ TEST_F(HandleCounts, OfFilesOfSettingsReturnToTheirStart)
         EXPECT_TRUE(image.flush());
     });
     expectNoneLeft("ConfPathMapper", [&] {
-        ConfPathMapper mapper({setup, folder, root / "apps\\a", "nobody", "a", {}, nullptr});
+        ConfPathMapper mapper(
+            {setup, folder, root / "apps\\a", "nobody", "a", {}, SharedConfServices::of(setup)});
         ConfPathTrie content;
-        EXPECT_TRUE(mapper.read(ConfPath(setup, ConfPathBase("nobody", "a", {"inputs"})), content,
-                                ConfPathTrie::kAllLevels));
+        EXPECT_TRUE(mapper.read(ConfPathBase("nobody", "a", {"inputs"}), content, ConfPathTrie::kAllLevels));
     });
 }
 

@@ -1,8 +1,7 @@
 #include "conf/cache/base_conf_cache.h"
 
+#include "conf/root/conf_settings.h"
 #include "conf/store/conf_path_mapper_manager.h"
-#include "conf/store/conf_settings.h"
-#include "conf/store/shared_conf_services.h"
 #include "conf/tree/conf_path_base.h"
 #include "util/log/logger.h"
 
@@ -62,8 +61,8 @@ void copyStanza(const IConfCacheIteratorImpl &at, const IConfCacheIteratorImpl &
     }
 }
 
-BaseConfCache::BaseConfCache(const Str &typeName, const ConfContext &context)
-    : typeName_(typeName), context_(context), pollMs_(context.setup.shared().settings().rebuildPollMs())
+BaseConfCache::BaseConfCache(const Str &typeName, const ConfContext &context, const ConfSources &sources)
+    : typeName_(typeName), context_(context), sources_(sources), pollMs_(sources.settings.rebuildPollMs())
 {
 }
 
@@ -106,7 +105,7 @@ void BaseConfCache::readStanza(const Str &name, PropertiesMap &out)
 
 std::vector<IConfPathMapper *> BaseConfCache::mappers() const
 {
-    return context_.setup.shared().mappers().mappers();
+    return sources_.mappers.mappers();
 }
 
 void BaseConfCache::poll()

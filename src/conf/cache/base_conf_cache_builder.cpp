@@ -1,6 +1,5 @@
 #include "conf/cache/base_conf_cache_builder.h"
 
-#include "conf/store/shared_conf_services.h"
 #include "util/log/logger.h"
 
 namespace velmox {
@@ -16,7 +15,7 @@ BaseConfCacheBuilder::BaseConfCacheBuilder(const BaseConfCache &cache, Stanzas &
 {
     const ConfContext &reader = cache.context();
     if (!reader.app.empty()) {
-        imports_ = reader.setup.shared().applications().importGenerations(reader.app);
+        imports_ = cache.sources().applications.importGenerations(reader.app);
     }
 }
 

@@ -39,7 +39,8 @@ void LegacyConfCache::build(const ConfSearch &search, Stanzas &out)
 void LegacyConfCache::addLayer(ConfPathTrie &layer, Stanzas &out)
 {
     layer.pruneDepth(ConfPathTrie::kKeyLevel);
-    DisabledApplicationPruner disabled(context().setup);
+    DisabledApplicationPruner disabled(
+        [this](const Str &app) { return sources().applications.isUsable(app); });
     layer.walk(disabled);
     DanglingMetadataPruner dangling;
     layer.walk(dangling);

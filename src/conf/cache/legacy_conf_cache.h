@@ -8,7 +8,10 @@ namespace velmox {
 class LegacyConfCache : public BaseConfCache
 {
 public:
-    LegacyConfCache(const Str &typeName, const ConfContext &context) : BaseConfCache(typeName, context) {}
+    LegacyConfCache(const Str &typeName, const ConfContext &context, const ConfSources &sources)
+        : BaseConfCache(typeName, context, sources)
+    {
+    }
 
     void collectDeletable(unsigned, ConfPathTrie &) override {}
     void rebuild() override;

@@ -2,7 +2,7 @@
 
 #include "conf/cache/base_conf_cache_builder.h"
 #include "conf/cache/shared_conf_state.h"
-#include "conf/store/shared_conf_services.h"
+#include "conf/store/application_manager.h"
 #include "conf/tree/context_pruners.h"
 #include "conf/tree/permission_pruner.h"
 
@@ -40,9 +40,10 @@ bool UserContextStore::update()
     return !(*last == *fresh);
 }
 
-UserConfCache::UserConfCache(const Str &typeName, const ConfContext &context, const Str &actingUser)
-    : BaseConfCache(typeName, context), actingUser_(actingUser),
-      shared_(context.setup.shared().states().of(typeName)), rights_(actingUser)
+UserConfCache::UserConfCache(const Str &typeName, const ConfContext &context, const ConfSources &sources,
+                             const Str &actingUser)
+    : BaseConfCache(typeName, context, sources), actingUser_(actingUser),
+      shared_(sources.states.of(typeName)), rights_(actingUser)
 {
 }
 
@@ -96,7 +97,9 @@ void UserConfCache::pruneForUser(ConfPathTrie &tree) const
     if (context().user.empty()) {
         return;
     }
-    SingleUserAppContextPruner foreign(context());
+    std::set<Str> apps = {context().app};
+    sources().applications.expandImports(apps);
+    SingleUserAppContextPruner foreign(context().user, context().app, std::move(apps));
     tree.walk(foreign);
     PermissionPruner unreadable(ConfUserContextFactory::rightsOf(actingUser_));
     tree.walk(unreadable);

@@ -28,7 +28,8 @@ private:
 class UserConfCache : public BaseConfCache
 {
 public:
-    UserConfCache(const Str &typeName, const ConfContext &context, const Str &actingUser);
+    UserConfCache(const Str &typeName, const ConfContext &context, const ConfSources &sources,
+                  const Str &actingUser);
 
     /// Takes the lock of the type's shared state, which gets stale too.
     void invalidate() override;

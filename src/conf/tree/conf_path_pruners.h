@@ -8,8 +8,6 @@
 
 namespace velmox {
 
-class BundlesSetup;
-
 class DoNothingPruner : public SimpleConfPathTriePruner
 {
     bool shouldPrune(const StrVector &, ConfPathTrie &) override { return false; }
@@ -92,7 +90,6 @@ using AppPredicate = std::function<bool(const Str &app)>;
 class DisabledApplicationPruner : public SimpleConfPathTriePruner
 {
 public:
-    explicit DisabledApplicationPruner(const BundlesSetup &setup);
     /// `isUsable` says whether an app is known and enabled.
     explicit DisabledApplicationPruner(AppPredicate isUsable) : isUsable_(std::move(isUsable)) {}
 
@@ -110,7 +107,6 @@ private:
 class DanglingDataPruner : public ConfPathTriePruner
 {
 public:
-    explicit DanglingDataPruner(const BundlesSetup &setup);
     /// Does nothing unless storage is shared. `isKnown` says whether an app is installed, `mayDangle` whether
     /// the settings allow data without an app.
     DanglingDataPruner(bool isSharedStorage, AppPredicate isKnown, AppPredicate mayDangle)

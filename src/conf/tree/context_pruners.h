@@ -8,8 +8,6 @@
 
 namespace velmox {
 
-struct ConfContext;
-
 /// Keeps what a reader in an app may see of other apps: all of "system", of the reader's own app and of those
 /// it imports; of the rest what is exported to everyone.
 class ApplicationContextPruner : public ConfPathTriePruner
@@ -35,8 +33,6 @@ class SingleUserAppContextPruner : public ApplicationContextPruner
 {
 public:
     SingleUserAppContextPruner(const Str &user, const Str &app, std::set<Str> imports);
-    /// For a reader's context, with what the app imports at this moment.
-    explicit SingleUserAppContextPruner(const ConfContext &reader);
     PruneAnswer visit(const StrVector &segments, ConfPathTrie &node) override;
 
 private:

@@ -1,6 +1,5 @@
 #include "conf/cache/base_conf_cache.h"
 #include "conf/store/conf_path_mapper_manager.h"
-#include "conf/store/shared_conf_services.h"
 #include "tests/conf/conf_root.h"
 
 #include <mutex>
@@ -14,7 +13,10 @@ using namespace testing;
 class CountingCache : public BaseConfCache
 {
 public:
-    explicit CountingCache(const BundlesSetup &setup) : BaseConfCache("t", {setup, "", ""}) {}
+    explicit CountingCache(const ConfRoot &root)
+        : BaseConfCache("t", {root.setup(), "", ""}, root.shared().sources())
+    {
+    }
     void collectDeletable(unsigned, ConfPathTrie &) override {}
     void rebuild() override
     {
@@ -57,7 +59,7 @@ TEST(BaseConfCache, LooksForChangesInSharedStorageAlone)
             root.write(kFile, text);
             noticeChange(root.mapperOf(kFile), root / kFile);
         };
-        CountingCache cache(root.setup());
+        CountingCache cache(root);
         EXPECT_EQ(cache.rebuildsAt(10000), 1u);
         EXPECT_EQ(cache.rebuildsAt(12000), 0u);
         change("[s]\nk=2\n");
@@ -88,7 +90,7 @@ TEST(BaseConfCache, LooksForChangesInSharedStorageAlone)
 TEST(BaseConfCache, AViewThatCannotBeBuiltStaysStale)
 {
     const ConfRoot root;
-    CountingCache cache(root.setup());
+    CountingCache cache(root);
     cache.fails = true;
     EXPECT_THROW(cache.rebuildsAt(0), BaseException);
     cache.fails = false;

@@ -1,8 +1,6 @@
 #include "conf/ground/conf_lock.h"
 #include "conf/ground/conf_path_exceptions.h"
 #include "conf/mapper/conf_object_manager.h"
-#include "conf/store/application_manager.h"
-#include "conf/store/shared_conf_services.h"
 #include "tests/conf/conf_root.h"
 #include "tests/support/failing_call.h"
 
@@ -79,7 +77,7 @@ TEST_F(ConfObjectManagerTest, WritesOnlyWhatDiffersAndKeepsTheRestOfTheFile)
 {
     const char before[] =
         "# head\n\n[inputs]\n# who\nowner = anna\nversion = 7\n\n[inputs/a%2Fb]\nexport = app\n# tail\n";
-    const ConfPath slashed(root.setup(), ConfPathBase("nobody", "search", {"inputs", "a/b"}));
+    const ConfPath slashed(root.shared().mappers(), ConfPathBase("nobody", "search", {"inputs", "a/b"}));
     root.write(kLocal, before);
     {
         const ConfLog log(root);
@@ -284,9 +282,12 @@ TEST_F(ConfObjectManagerTest, FiltersOutWhatIsGone)
                         "[x/kept/k]\nmodtime = 1000000001.5\n\n[y/own]\ndata = value\n";
     const Str all = Str(kept) << "\n[x/gone]\nmodtime = 1200000000\n\n[y/gone/k]\nowner = anna\n";
     root.write(kLocal, all.view());
+    const auto isThere = [this](const ConfPathBase &path) {
+        return ConfPath(root.shared().mappers(), path).isObjectThere();
+    };
     const ScopedFolder target;
     Pathname copy;
-    ASSERT_TRUE(mapper().filter(target.path(), copy));
+    ASSERT_TRUE(mapper().filter(target.path(), isThere, copy));
     EXPECT_EQ(readWhole(copy), kept);
     EXPECT_EQ(copy.dirname(), target.path());
     Str modtime;
@@ -294,7 +295,7 @@ TEST_F(ConfObjectManagerTest, FiltersOutWhatIsGone)
     EXPECT_EQ(modtime, "1000000001.5");
     EXPECT_EQ(root.read(kLocal), all);
     root.write(kLocal, kept);
-    ASSERT_TRUE(mapper().filter(target.path(), copy));
+    ASSERT_TRUE(mapper().filter(target.path(), isThere, copy));
     EXPECT_EQ(FileStatus::of(copy), FileStatus::of(root / kLocal));
 
     // A failure leaves nothing behind.
@@ -319,7 +320,7 @@ TEST_F(ConfObjectManagerTest, FiltersOutWhatIsGone)
         mapper().reload("");
         const FailingCall failing(function, result, error, passed);
         const ConfLog log(target.path());
-        EXPECT_FALSE(mapper().filter(target.path(), copy)) << function;
+        EXPECT_FALSE(mapper().filter(target.path(), isThere, copy)) << function;
         const Str name = replaced((root / kLocal).toStr(), "\\", "/");
         Str text = replaced(log.text(), name, "FILE");
         if (const std::size_t at = text.find("tmpfile=ROOT"); at != Str::npos) {
@@ -330,7 +331,7 @@ TEST_F(ConfObjectManagerTest, FiltersOutWhatIsGone)
     }
     const FailingCall unstamped("SetFileTime", FALSE, ERROR_ACCESS_DENIED);
     const ConfLog log(root);
-    EXPECT_TRUE(mapper().filter(target.path(), copy));
+    EXPECT_TRUE(mapper().filter(target.path(), isThere, copy));
     EXPECT_TRUE(log.text().startsWith("WARN ConfObjectManagerDB: Cannot set the time of: "))
         << log.text().c_str();
 }

@@ -47,7 +47,8 @@ TEST_F(ConfPathMapperTest, ReadsATypeWhenItIsFirstAskedFor)
         EXPECT_EQ(read(absent), "nothing");
     }
 
-    const ConfPath stanza(root.setup(), ConfPathBase("nobody", "search", {"inputs", "monitor://./a"}));
+    const ConfPath stanza(root.shared().mappers(),
+                          ConfPathBase("nobody", "search", {"inputs", "monitor://./a"}));
     ConfPathTrie out;
     ASSERT_TRUE(mapper->read(stanza, out, 0));
     EXPECT_EQ(out.find(stanza)->expansion(), Str("monitor://") << (root / "apps/search").toStr() << "/a");

@@ -25,7 +25,7 @@ protected:
                 "nobody",
                 "search",
                 {},
-                nullptr};
+                root.shared()};
     }
 
     ConfPath at(const Str &address) const { return root.at(Str("/Nobody/search") << address); }
@@ -41,7 +41,7 @@ protected:
     Str read(const Str &type) const
     {
         ConfPathTrie out;
-        const ConfPath path(root.setup(), ConfPathBase("Nobody", "search", {type}));
+        const ConfPathBase path("Nobody", "search", {type});
         return mapper->read(path, out, ConfPathTrie::kAllLevels) ? describe(out, type) : "nothing";
     }
     static Str describe(const ConfPathTrie &tree, const Str &type)

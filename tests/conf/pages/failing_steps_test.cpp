@@ -78,7 +78,7 @@ public:
     bool make() const
     {
         if (change_.address == nullptr) {
-            return !UsernameMapper(root.setup()).directoryName("con").empty();
+            return !UsernameMapper(root.setup(), root.shared().settings()).directoryName("con").empty();
         }
         ConfPathTrie tree;
         if (change_.value == nullptr) {

@@ -1,6 +1,4 @@
 #include "conf/file/ini_file.h"
-#include "conf/pages/property_pages_registry.h"
-#include "conf/store/shared_conf_services.h"
 #include "tests/conf/conf_root.h"
 
 #include <random>

@@ -211,7 +211,7 @@ TEST(PropertyPagesRead, AUserSeesAndDeletesWhatItsRightsLetIt)
     EXPECT_EQ(names(root.stanzas("t", "a", "ann")), "open shut ");
     AsIdentity::roles.clear();
     EXPECT_EQ(names(root.stanzas("t", "a", "ann")), "open ");
-    UserConfCache cache("t", {root.setup(), "ann", "a"}, "ann");
+    UserConfCache cache("t", {root.setup(), "ann", "a"}, root.shared().sources(), "ann");
     ConfPathTrie deletable;
     cache.collectDeletable(ConfPathTrie::kStanzaLevel, deletable);
     Str text;

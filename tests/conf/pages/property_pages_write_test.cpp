@@ -2,7 +2,6 @@
 #include "conf/ground/conf_path_exceptions.h"
 #include "conf/ground/property_pages_exceptions.h"
 #include "conf/store/application_manager.h"
-#include "conf/store/shared_conf_services.h"
 #include "tests/conf/conf_root.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/function_thread.h"

@@ -2,7 +2,6 @@
 #include "conf/root/path_owner.h"
 #include "conf/root/username_mapper.h"
 #include "conf/store/conf_path_mapper_manager.h"
-#include "conf/store/shared_conf_services.h"
 #include "tests/conf/conf_root.h"
 #include "tests/support/failing_call.h"
 
@@ -220,7 +219,7 @@ TEST(PathOwner, FollowsFromWhereThePathLies)
 {
     const ConfRoot root;
     const BundlesSetup setup = root.setup();
-    UsernameMapper users(setup);
+    UsernameMapper users(setup, root.shared().settings());
     const Str reserved = users.directoryName("A:B");
     const Str mapped = Str("users/") << reserved << "/Search";
     const struct

@@ -66,13 +66,13 @@ TEST(ConfPath, RefusesNamesThatLeadElsewhere)
         {{"", "a", {"t", "s", "k\\l"}}, "Directory traversal risk in /nobody/a/t/s/k\\l at segment \"k\\l\""},
     };
     for (const auto &[base, message] : cases) {
-        const ConfPath path(root.setup(), base);
+        const ConfPath path(root.shared().mappers(), base);
         EXPECT_EQ(raisedBy<ConfPathDirectoryTraversalException>([&] { path.write(stanzaOf("k", "v")); }),
                   message);
         EXPECT_EQ(raisedBy<ConfPathDirectoryTraversalException>([&] { path.remove(); }), message);
     }
     EXPECT_FALSE(root.has("apps/a/local"));
-    ConfPath harmless(root.setup(), ConfPathBase("", "a", {"t", "monitor://./x\\y"}));
+    ConfPath harmless(root.shared().mappers(), ConfPathBase("", "a", {"t", "monitor://./x\\y"}));
     harmless.write(stanzaOf("k", "v"));
     EXPECT_EQ(raisedBy<ConfPathDirectoryTraversalException>([&] { harmless.write(stanzaOf("k/l", "w")); }),
               "Directory traversal risk in /nobody/a/t/monitor://./x\\y/k/l at segment \"k/l\"");

@@ -1,7 +1,6 @@
 #include "conf/ground/conf_path_exceptions.h"
+#include "conf/root/sentinel_scope.h"
 #include "conf/root/username_mapper.h"
-#include "conf/store/sentinel_scope.h"
-#include "conf/store/shared_conf_services.h"
 #include "searchthing/lock.h"
 #include "tests/conf/conf_root.h"
 #include "tests/support/failing_call.h"
@@ -33,7 +32,7 @@ TEST(SentinelScope, LocksSharedStorageAlone)
 {
     const ConfRoot alone;
     {
-        const SentinelScope scope(alone.setup(), "nothing");
+        const SentinelScope scope(alone.setup(), alone.shared().settings(), "nothing");
         EXPECT_FALSE(alone.has("apps"));
     }
     const ConfRoot root;
@@ -41,21 +40,23 @@ TEST(SentinelScope, LocksSharedStorageAlone)
     const BundlesSetup setup = root.setup();
     const Pathname sentinel = setup.sentinelFile();
     {
-        const SentinelScope scope(setup, "outer");
-        const SentinelScope nested(setup, "nested");
+        const SentinelScope scope(setup, root.shared().settings(), "outer");
+        const SentinelScope nested(setup, root.shared().settings(), "nested");
         EXPECT_EQ(lockFileExists(sentinel), LockState::Exists);
         EXPECT_TRUE(root.text("storage/apps/sentinel.txt").endsWith(": outer\n"));
     }
     EXPECT_EQ(lockFileExists(sentinel), LockState::Absent);
 
     ASSERT_EQ(lockFileTry(sentinel), LockTry::Taken);
-    EXPECT_TRUE(raisedBy<ConfPathException>([&] { SentinelScope(setup, "refused"); })
-                    .startsWith(Str::fromFormat("Failed to lock %s with code 1, possible reason: ",
-                                                sentinel.toStr().c_str())));
+    EXPECT_TRUE(
+        raisedBy<ConfPathException>([&] { SentinelScope(setup, root.shared().settings(), "refused"); })
+            .startsWith(Str::fromFormat("Failed to lock %s with code 1, possible reason: ",
+                                        sentinel.toStr().c_str())));
     EXPECT_EQ(lockFileRelease(sentinel), LockRelease::Done);
     {
         const FailingCall full("CreateFileW", -1, ERROR_DISK_FULL);
-        const Str message = raisedBy<ConfPathException>([&] { SentinelScope(setup, "refused"); });
+        const Str message =
+            raisedBy<ConfPathException>([&] { SentinelScope(setup, root.shared().settings(), "refused"); });
         EXPECT_TRUE(message.contains(" with code -1, ")) << message.c_str();
     }
     // A note that cannot be made, and a lock that cannot be taken off, are told and keep nobody from writing.
@@ -63,7 +64,7 @@ TEST(SentinelScope, LocksSharedStorageAlone)
     {
         const FailingCall noNote("CreateFileW", -1, ERROR_DISK_FULL, 1);
         const FailingCall noRelease("DeleteFileW", FALSE, ERROR_SHARING_VIOLATION);
-        const SentinelScope scope(setup, "silent");
+        const SentinelScope scope(setup, root.shared().settings(), "silent");
     }
     EXPECT_EQ(log.text(),
               "WARN SentinelScope: Cannot note a write in ROOT/storage/apps/sentinel.txt: <112>\n"
@@ -111,7 +112,7 @@ struct UsernameMapperFile : ::testing::Test
 
 TEST_F(UsernameMapperFile, RecordsANameOnceForAllWhoAsk)
 {
-    UsernameMapper mapper(root.setup());
+    UsernameMapper mapper(root.setup(), root.shared().settings());
     EXPECT_EQ(mapper.directoryName("anna"), "anna");
     EXPECT_FALSE(root.has(kMap));
     EXPECT_EQ(mapper.directoryName("dom\\anna"), reserved(kDomainUser));
@@ -119,11 +120,11 @@ TEST_F(UsernameMapperFile, RecordsANameOnceForAllWhoAsk)
     EXPECT_EQ(written, Str("[contains-uppercase]\r\ndom\\\\anna = ") << kDomainUser << "\r\n");
     // The same user, though the digest of this spelling is another.
     EXPECT_EQ(mapper.directoryName("DOM\\Anna"), reserved(kDomainUser));
-    UsernameMapper other(root.setup());
+    UsernameMapper other(root.setup(), root.shared().settings());
     EXPECT_EQ(other.directoryName("dom\\anna"), reserved(kDomainUser));
     EXPECT_EQ(root.read(kMap), written);
     Str user;
-    EXPECT_TRUE(UsernameMapper(root.setup()).trueName(kDomainUser, user));
+    EXPECT_TRUE(UsernameMapper(root.setup(), root.shared().settings()).trueName(kDomainUser, user));
     EXPECT_EQ(user, "dom\\anna");
     const ConfLog log(root);
     EXPECT_FALSE(other.trueName("x", user));
@@ -149,11 +150,11 @@ TEST_F(UsernameMapperFile, ReportsWhatFails)
     for (const auto &[function, result, error, told] : kFailures) {
         const FailingCall failing(function, result, error);
         const ConfLog log(root);
-        EXPECT_FALSE(UsernameMapper(root.setup()).trueName("x", user));
+        EXPECT_FALSE(UsernameMapper(root.setup(), root.shared().settings()).trueName("x", user));
         EXPECT_EQ(log.text(), Str(told) << "WARN UsernameMapper: Error accessing username mapping file: "
                                         << "ROOT/users/users.ini\n");
     }
-    UsernameMapper mapper(root.setup());
+    UsernameMapper mapper(root.setup(), root.shared().settings());
     const ConfLog log(root);
     EXPECT_FALSE(mapper.trueName("x", user));
     EXPECT_EQ(log.text(),
@@ -174,8 +175,8 @@ TEST_F(UsernameMapperFile, ReportsWhatFails)
 TEST_F(UsernameMapperFile, SeesWhatAnotherHostRecordsInSharedStorage)
 {
     shareStorage(root);
-    UsernameMapper mine(root.setup());
-    UsernameMapper others(root.setup());
+    UsernameMapper mine(root.setup(), root.shared().settings());
+    UsernameMapper others(root.setup(), root.shared().settings());
     Str user;
     {
         const ConfLog log(root);
@@ -195,7 +196,7 @@ TEST_F(UsernameMapperFile, SeesWhatAnotherHostRecordsInSharedStorage)
 TEST_F(UsernameMapperFile, StaysInMemoryWhenNothingMayBeWritten)
 {
     const ScopedInitSettings scoped(ScopedInitSettings::inMemoryOnly());
-    UsernameMapper mapper(root.setup());
+    UsernameMapper mapper(root.setup(), root.shared().settings());
     EXPECT_EQ(mapper.directoryName("con"), reserved(kCon));
     Str user;
     EXPECT_TRUE(mapper.trueName(kCon, user));
@@ -208,7 +209,7 @@ TEST(UsernameMapperStore, LeadsToTheUsersFilesAndBack)
     for (const char *user : {"con", "dom\\anna", "../../apps"}) {
         for (const char *variable : {"$user-case-handler$", "$user$"}) {
             const ConfRoot root(replaced(ConfRoot::shippedBootstrap(), "$user-case-handler$", variable));
-            const ConfPath path(root.setup(), ConfPathBase(user, "search", {"x", "s", "k"}));
+            const ConfPath path(root.shared().mappers(), ConfPathBase(user, "search", {"x", "s", "k"}));
             ConfPathTrie tree;
             tree.setData("v");
             path.write(tree);
