@@ -121,11 +121,18 @@ TEST_F(LoggerTest, KeepsTheLastErrorInEveryFormAndFillsIn)
 
 TEST_F(LoggerTest, ReadsItsCompanionAndItsSection)
 {
-    writeWhole(settings / "log-local.cfg", "category.Test=ERROR\n[b]\ncategory.Test=DEBUG\n");
-    EXPECT_TRUE(load("rootCategory=INFO,F\n[a]\nnonsense\n"));
-    logger.warn("off");
-    logger.error("on");
-    EXPECT_EQ(log(), "on\r\n");
+    writeWhole(settings / "log-local.cfg",
+               "rootCategory=WARN,F\ncategory.Test=ERROR\nappender.F.layout=SimpleLayout\n"
+               "[b]\ncategory.Test=DEBUG\n");
+    EXPECT_TRUE(
+        load("rootCategory=INFO,F\ncategory.Test=DEBUG\nappender.F.layout=BasicLayout\n[a]\nnonsense\n"));
+    Logger other("Other");
+    for (Logger *each : {&logger, &other}) { // where both say something, the companion's word holds
+        each->info("off");
+        each->warn("from %s", each->name());
+        each->error("from %s", each->name());
+    }
+    EXPECT_EQ(log(), "ERROR   : from Test\r\nWARN    : from Other\r\nERROR   : from Other\r\n");
     const std::uint64_t start = LogSystem::instance().startTime();
     EXPECT_FALSE(load("rootCategory=INFO,F\n[A]\nnonsense\n", "a"));
     EXPECT_EQ(LogSystem::instance().startTime(), start);

@@ -36,6 +36,22 @@ BOOL WINAPI countPress(DWORD)
     return FALSE;
 }
 
+/// The watch's handler of console signals, as the system would call it; no other process here can send
+/// Ctrl-Break.
+PHANDLER_ROUTINE watchHandler = nullptr;
+const ReplacedCall *handlerCalls = nullptr;
+
+BOOL WINAPI keepHandler(PHANDLER_ROUTINE handler, BOOL add)
+{
+    watchHandler = watchHandler != nullptr ? watchHandler : handler;
+    return handlerCalls->original<decltype(keepHandler)>()(handler, add);
+}
+
+void signal(DWORD type)
+{
+    say(watchHandler(type) ? "handled" : "passed on");
+}
+
 void await(bool come)
 {
     if (!come) {
@@ -60,6 +76,8 @@ const std::pair<std::string_view, void (*)()> kSteps[] = {
      }},
     {"event", [] { SetEvent(OpenEventW(EVENT_MODIFY_STATE, FALSE, L"velmox-test-step")); }},
     {"idle", [] { Sleep(kLimit); }},
+    {"close", [] { signal(CTRL_CLOSE_EVENT); }},
+    {"break", [] { signal(CTRL_BREAK_EVENT); }},
 };
 
 void follow(const Str &step)
@@ -87,6 +105,8 @@ TEST(ParentWatchChild, DISABLED_Follows)
         auto *refused = new FailingCall(fault[0].c_str(), fault[0] == "WaitForMultipleObjects" ? -1 : 0,
                                         static_cast<DWORD>(fault[1].toInt(0)), fault[2].toInt(0));
         refused->onAnyThread();
+    } else {
+        handlerCalls = new ReplacedCall("SetConsoleCtrlHandler", keepHandler);
     }
     static char callback[] = "callback";
     waitForParentOrSignal(countCall, callback, static_cast<ParentWatchMode>(words[0].toInt(0)),
@@ -173,6 +193,7 @@ TEST(ParentWatch, CallsBackOnceAndArmsOnce)
     const std::tuple<const char *, DWORD, const char *> cases[] = {
         {"trigger trigger", 1, "callback\n"},
         {"rearm trigger", 1, "callback\n"},
+        {"close break break", 1, "passed on\ncallback\nhandled\nhandled\n"},
         {"stop trigger", 0, ""},
         {"trigger stop stop rearm trigger", 2, "callback\nsecond callback\n"},
     };
