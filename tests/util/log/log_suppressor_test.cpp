@@ -64,18 +64,6 @@ TEST(LogSuppressor, HoldsBackAboveTheThresholdAndTellsTheNumberBehindTheWindow)
     others.pass("c", {"other"});
     EXPECT_EQ(others.news(),
               Str::concat(told("INFO first", "1"), "INFO other\n").append(told("INFO first", "1")));
-
-    // What a failed write should have told is not made up for, and counting begins anew.
-    Suppressor failing;
-    failing.pass("f", {"1", "2", "3"});
-    failing.news();
-    failing.at(12);
-    const auto make = [] { return Str("4"); };
-    EXPECT_THROW(failing.suppressor.pass("f", LogLevel::Info, make, [](LogLevel, const Str &) { throw 0; }),
-                 int);
-    failing.pass("other", {"5"});
-    failing.pass("f", {"6"});
-    EXPECT_EQ(failing.news(), "INFO 5\nINFO 6\n");
 }
 
 } // namespace

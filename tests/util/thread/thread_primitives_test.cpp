@@ -133,57 +133,41 @@ TEST(Condition, TimesOutWithTheMutexHeld)
     EXPECT_THROW(mutex.unlock(), ThreadException);
 }
 
-/// Threads that wait on one condition, each begun when the one before is on the list.
-class ConditionOrder : public ::testing::Test
+TEST(Condition, ServesFirstWhoCameLastAndAllByABroadcast)
 {
-protected:
-    void addWaiter()
-    {
-        const std::size_t number = waiters_.size();
-        waiters_.push_back(std::make_unique<FunctionThread>([this, number] {
-            const MutexGuard guard(mutex_);
-            ++waiting_;
-            arrived_.set();
-            if (condition_.waitFor(mutex_, kLongEnough)) {
-                woken_.push_back(number);
+    Mutex mutex;
+    Event arrived;
+    Event left;
+    Condition condition;
+    int waiting = 0;
+    std::vector<int> woken;
+    std::vector<std::unique_ptr<FunctionThread>> waiters;
+    const MutexGuard guard(mutex);
+    const auto await = [&](Event &event, const auto &isSo) {
+        while (!isSo()) {
+            ASSERT_TRUE(event.waitFor(mutex, kLongEnough));
+        }
+    };
+    for (int number = 0; number < 5; ++number) {
+        waiters.push_back(std::make_unique<FunctionThread>([&, number] {
+            const MutexGuard held(mutex);
+            ++waiting;
+            arrived.set();
+            if (condition.waitFor(mutex, kLongEnough)) {
+                woken.push_back(number);
             }
-            left_.set();
+            left.set();
         }));
-        const MutexGuard guard(mutex_);
-        waiters_.back()->start();
-        for (const std::size_t before = waiting_; waiting_ == before;) {
-            ASSERT_TRUE(arrived_.waitFor(mutex_, kLongEnough));
-        }
+        waiters.back()->start();
+        await(arrived, [&] { return waiting > number; });
     }
-    void awaitWoken(std::size_t count)
-    {
-        const MutexGuard guard(mutex_);
-        while (woken_.size() < count) {
-            ASSERT_TRUE(left_.waitFor(mutex_, kLongEnough));
-        }
+    for (std::size_t count = 1; count <= 3; ++count) {
+        condition.signal();
+        await(left, [&] { return woken.size() >= count; });
     }
-
-    Mutex mutex_;
-    Event arrived_;
-    Event left_;
-    Condition condition_;
-    std::size_t waiting_ = 0;
-    std::vector<std::size_t> woken_;
-    std::vector<std::unique_ptr<FunctionThread>> waiters_;
-};
-
-TEST_F(ConditionOrder, ServesFirstWhoCameLastAndAllByABroadcast)
-{
-    for (int i = 0; i < 5; ++i) {
-        addWaiter();
-    }
-    for (std::size_t i = 1; i <= 3; ++i) {
-        condition_.signal();
-        awaitWoken(i);
-    }
-    EXPECT_EQ(woken_, (std::vector<std::size_t>{4, 3, 2}));
-    condition_.broadcast();
-    awaitWoken(5);
+    EXPECT_THAT(woken, ElementsAre(4, 3, 2));
+    condition.broadcast();
+    await(left, [&] { return woken.size() == 5; });
 }
 
 // Two threads hand a token to and fro. One lost wake-up stops them until the time limit of a wait.
@@ -212,43 +196,29 @@ TEST(Condition, LosesNoWakeUp)
     EXPECT_GE(turn, kRounds);
 }
 
-TEST(UsageCount, DrainsWhenTheLastOneLeavesAndKeepsOthersOut)
+TEST(UsageCount, DrainsWhenNobodyIsInsideAndKeepsOthersOut)
 {
     UsageCount usage;
     usage.enter();
-    usage.enter();
-    std::atomic<int> inside = 2;
-    std::atomic<bool> kept = false;
+    std::atomic<bool> inside = true;
     std::atomic<bool> arriving = false;
-    const auto leave = [&] {
-        --inside;
+    FunctionThread leaver([&] {
+        inside = false;
         usage.leave();
-    };
-    FunctionThread first(leave);
-    FunctionThread last(leave);
+    });
     FunctionThread latecomer([&] {
         arriving = true;
         arriving.notify_all();
         usage.enter();
-        EXPECT_FALSE(kept);
-        usage.leave();
+        inside = true;
     });
-    FunctionThread other([&] {
-        const UsageCount::Drained empty = usage.drain();
-        EXPECT_EQ(inside, 0);
-    });
-    for (FunctionThread *thread : {&other, &first, &last}) {
-        thread->start();
-    }
-    {
-        const UsageCount::Drained empty = usage.drain();
-        EXPECT_EQ(inside, 0);
-        kept = true;
-        latecomer.start();
-        arriving.wait(false);
-        SwitchToThread();
-        kept = false;
-    }
+    leaver.start();
+    const UsageCount::Drained empty = usage.drain();
+    EXPECT_FALSE(inside);
+    latecomer.start();
+    arriving.wait(false);
+    SwitchToThread();
+    EXPECT_FALSE(inside);
 }
 
 } // namespace

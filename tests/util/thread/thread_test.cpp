@@ -56,9 +56,15 @@ TEST(Thread, NamesItselfToWhomeverItIsCurrent)
 TEST(Thread, RunsItsBodyOnlyWhenItIsStarted)
 {
     ensureMainThread();
-    bodies = ends = 0;
+    static std::atomic<int> wrapped;
+    bodies = ends = wrapped = 0;
     {
+        Thread::setEntryWrapper([](void *thread) -> unsigned {
+            ++wrapped;
+            return Thread::threadEntry(thread);
+        });
         CountedThread started(bodies, ends);
+        Thread::setEntryWrapper(nullptr);
         CountedThread cancelled(bodies, ends);
         const CountedThread destroyed(bodies, ends);
         EXPECT_EQ(bodies, 0);
@@ -66,6 +72,7 @@ TEST(Thread, RunsItsBodyOnlyWhenItIsStarted)
         started.joinOrCancel();
         cancelled.joinOrCancel();
         EXPECT_EQ(bodies, 1);
+        EXPECT_EQ(wrapped, 1);
     }
     EXPECT_EQ(bodies, 1);
     EXPECT_EQ(ends, 3);
@@ -126,26 +133,8 @@ TEST(Thread, CollectsTheXmlErrorsOfItsOwnThread)
     worker.start();
     other.start();
     worker.join();
-    other.join();
     EXPECT_TRUE(worker.xmlErrors().contains("mismatch")) << worker.xmlErrors().c_str();
     EXPECT_TRUE(other.xmlErrors().empty());
-}
-
-TEST(Thread, CallsTheEntryThroughAWrapper)
-{
-    ensureMainThread();
-    static std::atomic<int> wrapped;
-    bodies = wrapped = 0;
-    Thread::setEntryWrapper([](void *thread) -> unsigned {
-        ++wrapped;
-        return Thread::threadEntry(thread);
-    });
-    CountedThread worker(bodies, ends);
-    Thread::setEntryWrapper(nullptr);
-    worker.start();
-    worker.join();
-    EXPECT_EQ(wrapped, 1);
-    EXPECT_EQ(bodies, 1);
 }
 
 } // namespace
