@@ -1,8 +1,7 @@
 #include "tests/support/captured_log.h"
 
-#include "util/log/log_file.h"
-#include "util/log/log_loader.h"
-#include "util/log/log_system.h"
+#include "util/log/log_config.h"
+#include "util/log/logger.h"
 
 #include <map>
 
@@ -48,7 +47,7 @@ CapturedLog::CapturedLog() : files_(std::make_unique<Files>())
         "appender.F.fileName=log",
         "appender.F.layout.ConversionPattern=%p %c: %m%n",
     };
-    LogSystem::instance().reset(files_.get());
+    Logger::reset(files_.get());
     const std::map<Str, Str> variables;
     LogConfigLoader loader(LogSystem::instance(), variables);
     const char *const *next = std::begin(kConfiguration);
@@ -57,14 +56,14 @@ CapturedLog::CapturedLog() : files_(std::make_unique<Files>())
         return !line.isNull();
     });
     loader.applyCategories();
-    LogSystem::instance().bindAll();
+    Logger::bindAll();
     loader.finishAppenders(true);
 }
 
 CapturedLog::~CapturedLog()
 {
-    LogSystem::instance().reset(nullptr);
-    LogSystem::instance().bindAll();
+    Logger::reset(nullptr);
+    Logger::bindAll();
 }
 
 const Str &CapturedLog::text() const
