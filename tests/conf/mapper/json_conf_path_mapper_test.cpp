@@ -127,6 +127,7 @@ TEST_F(JSONConfPathMapperTest, MovesLookupTablesInFromTheRunDirectoryAlone)
     EXPECT_EQ(root.read("outside.csv"), "secret");
     for (const char *const handler : {"searchscripts", "history"}) {
         make(handler, kData);
+        ASSERT_TRUE(mapper) << handler;
         EXPECT_EQ(read(handler), Str(";t.csv:") << (root / target).toStr());
     }
 }
