@@ -1,7 +1,6 @@
 #include "conf/file/conf_line_reader.h"
 #include "conf/file/ini_file.h"
 #include "conf/mapper/meta_file.h"
-#include "conf/mapper/meta_header.h"
 #include "conf/tree/conf_path_trie.h"
 #include "fuzz/fuzz_target.h"
 #include "tests/support/memory_stream.h"

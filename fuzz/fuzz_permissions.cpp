@@ -1,4 +1,4 @@
-#include "conf/mapper/meta_header.h"
+#include "conf/mapper/meta_file.h"
 #include "conf/tree/conf_acl.h"
 #include "fuzz/fuzz_target.h"
 

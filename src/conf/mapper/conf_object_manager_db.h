@@ -31,7 +31,6 @@ public:
     /// A file that was read is read anew at once, whatever the type, so that others can be told of changes.
     bool reload(const Str &type) override;
     FileChangeAnswer onFileChange(WatchedFileState &state) override;
-    std::unique_ptr<ConfTypeState> newState() override { return std::make_unique<ConfTypeState>(); }
     bool hasChangedSince(const Str &type, ConfTypeState &state) override;
     Str describe() const override;
 
@@ -47,6 +46,9 @@ protected:
         bool ofApp = false;     ///< the metadata of the app itself changed
         bool ofExports = false; ///< what readers of other apps see may have changed
     };
+    /// Puts what a metadata file of `app` says into `out`. False, with the reason in the last error, when it
+    /// cannot be opened or read to its end.
+    static bool readFile(const Pathname &file, const ConfPathBase &app, ConfPathTrie &out);
     /// What happened since the last call.
     News takeNews();
 

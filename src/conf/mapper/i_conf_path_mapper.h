@@ -4,12 +4,21 @@
 #include "conf/tree/conf_path_trie.h"
 #include "conf/tree/conf_search.h"
 #include "searchthing/file_status.h"
+#include "util/log/logger.h"
 
 #include <cstdint>
 #include <map>
 #include <set>
 
 namespace velmox {
+
+// The room conf/mapper turns files into trees of settings and back. A mapper serves one place on disk: a
+// directory of `.conf` files, one `.meta` file, or files each of which is an object. It knows whose place
+// that is, reads a type when it is first asked for, keeps changes until they are flushed, and finds out what
+// other programs changed.
+//
+// A mapper has one lock, under which it does all of its work, file operations included. It calls nobody who
+// might ask another mapper while it holds it.
 
 class WatchedFileState;
 
@@ -20,7 +29,20 @@ struct ConfTypeState
     std::uint64_t generation = 0;
 
     /// The status, then " [generation: 3]".
-    Str toStr() const;
+    Str toStr() const
+    {
+        return status.toStr() << " [generation: " << static_cast<unsigned long long>(generation) << "]";
+    }
+    /// Takes over a later state, and tells `log` under the mapper's name. False when there is nothing new.
+    bool follow(const ConfTypeState &current, Logger &log, const Str &name)
+    {
+        if (current.generation == generation) {
+            return false;
+        }
+        log.debug("%s: Changed since: %s -> %s", name.c_str(), toStr().c_str(), current.toStr().c_str());
+        *this = current;
+        return true;
+    }
 };
 
 /// What a mapper made of a notice that a file changed.
@@ -85,7 +107,7 @@ public:
     /// Told that a file may have been changed by whomever, this mapper included.
     virtual FileChangeAnswer onFileChange(WatchedFileState &state) = 0;
     /// For `hasChangedSince`, in which it knows of no change yet.
-    virtual std::unique_ptr<ConfTypeState> newState() = 0;
+    virtual std::unique_ptr<ConfTypeState> newState() { return std::make_unique<ConfTypeState>(); }
     /// Whether the type changed since `state`, which is brought up to date.
     virtual bool hasChangedSince(const Str &type, ConfTypeState &state) = 0;
     virtual Str describe() const = 0;

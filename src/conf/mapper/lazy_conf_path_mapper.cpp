@@ -20,6 +20,8 @@ bool LazyConfPathMapper::isFileName(const Str &part)
     return !part.empty() && part.findFirst(kUnsafeInNames, 0, true) < 0 && !isReservedName(part);
 }
 
+/// Each node gets these, so that a reader can tell from which file a value comes and whether it can be taken
+/// away again.
 ConfPathMetadata LazyConfPathMapper::metadataOf(const FileStatus &status) const
 {
     ConfPathMetadata metadata;
@@ -61,6 +63,8 @@ bool LazyConfPathMapper::read(const ConfPathBase &path, ConfPathTrie &out, unsig
     return copyOut(path, out, levels);
 }
 
+/// The constraints take the place of the mapper's own user and app: what then does not belong here is of
+/// another mapper. A search that ends above the types needs no file to be read.
 bool LazyConfPathMapper::search(const ConfSearch &search, ConfPathTrie &out)
 {
     ConfPathBase path(search.constraint(ConfSearch::User).value_or(user_).lowered(),
@@ -135,14 +139,7 @@ bool LazyConfPathMapper::hasChangedSince(const Str &type, ConfTypeState &state)
 {
     const std::lock_guard guard(lock_);
     const auto found = types_.find(type);
-    const ConfTypeState current = found == types_.end() ? ConfTypeState() : found->second.state;
-    if (current.generation == state.generation) {
-        return false;
-    }
-    log_.debug("%s: Changed since: %s -> %s", pathText().c_str(), state.toStr().c_str(),
-               current.toStr().c_str());
-    state = current;
-    return true;
+    return state.follow(found == types_.end() ? ConfTypeState() : found->second.state, log_, pathText());
 }
 
 Str LazyConfPathMapper::describe() const

@@ -7,8 +7,6 @@
 
 namespace velmox {
 
-class Logger;
-
 /// What the mappers have in common that serve one user and one app and read a type when it is first asked
 /// for: what they know, and how it is read and searched. Names of paths in the log are the setup's texts.
 class LazyConfPathMapper : public IConfPathMapper
@@ -19,7 +17,6 @@ public:
     /// Refused: metadata has files of its own.
     bool writeMetadata(const ConfPathBase &, const ConfPathMetadata &) override { return false; }
     bool search(const ConfSearch &search, ConfPathTrie &out) override;
-    std::unique_ptr<ConfTypeState> newState() override { return std::make_unique<ConfTypeState>(); }
     bool hasChangedSince(const Str &type, ConfTypeState &state) override;
     Str describe() const override;
 

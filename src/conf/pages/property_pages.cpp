@@ -243,10 +243,13 @@ void PropertyPages::write(const Str &app, const Str &stanza, const PropertiesMap
     const SentinelScope sentinel(context_.setup, sources().settings,
                                  Str::fromFormat("writing with overwriteAll == %s: %s",
                                                  overwriteAll ? "true" : "false", target.toStr().c_str()));
+    // In whatever way this ends something may have been written, and nobody else writes before readers know.
     const AtEnd invalidation([this] { invalidateReaders(); });
+    // Asked before anything is removed: what was there had its owner.
     const bool isOwnerless = !properties.metadata && needsOwner(target);
     if (overwriteAll) {
         removePreexisting(target, properties);
+        // The difference is taken against what is left, and that must not be an old view.
         invalidateReaders();
     }
     ConfPathTrie tree;
@@ -312,6 +315,7 @@ PropertiesMap PropertyPages::readExisting(const Str &stanza, const PropertiesMap
     return existing;
 }
 
+/// What a user keeps is seen by that user alone, in this app; what is shared may be seen by all.
 void PropertyPages::invalidateReaders()
 {
     if (!context_.user.empty() && context_.user.compareCaseless(kSharedUser) != 0) {
@@ -353,6 +357,7 @@ PropertyPages *PropertyPagesRegistry::get(const Str &typeName, const ConfContext
 std::unique_ptr<PropertyPages> PropertyPagesRegistry::make(const Str &typeName, const Reader &reader)
 {
     const auto &[context, actingUser] = reader;
+    // In two steps, since the cache is made by an operation of the derived class.
     const PropertyPages::Request request{*this, typeName, context, actingUser};
     std::unique_ptr<PropertyPages> pages;
     if (context.isPlain()) {

@@ -10,6 +10,10 @@
 
 namespace velmox {
 
+// The room conf/pages is the door of the store: programs read and write settings by `PropertyPages` alone.
+// The services behind it are made, and given what they work with, by the composition root next to it
+// (shared_conf_services.h).
+
 class ConfPath;
 class ConfPathTrie;
 class PropertyPagesRegistry;

@@ -4,7 +4,6 @@
 #include "conf/mapper/i_conf_path_mapper.h"
 #include "conf/pages/property_pages.h"
 #include "conf/root/conf_settings.h"
-#include "conf/root/search_head_pool_info.h"
 #include "conf/store/application_manager.h"
 #include "conf/store/conf_path_mapper_manager.h"
 

@@ -1,9 +1,7 @@
 #include "conf/root/bootstrap_rules.h"
 
 #include "conf/root/conf_settings.h"
-#include "conf/root/mapper_manager_log.h"
 #include "conf/root/path_forms.h"
-#include "conf/root/path_pattern.h"
 #include "conf/root/username_mapper.h"
 #include "conf/tree/conf_path_base.h"
 #include "util/files/file_system.h"
@@ -11,13 +9,16 @@
 
 namespace velmox {
 
+Logger mapperManagerLog("ConfPathMapperManager");
+
 namespace {
 
 constexpr char kBootstrapStanza[] = "bootstrap";
 constexpr char kDepthStanza[] = "relative_depth_to_regular_files";
 constexpr char kWritesStanza[] = "writes";
 
-/// Where the app is. One that is nowhere yet becomes an app of this host.
+/// Where the app is. One that is nowhere yet becomes an app of this host. The pattern keeps out "." and "..",
+/// which would find a folder in any case.
 Pathname appDirectory(const BundlesSetup &setup, const Str &app)
 {
     const Pathname name = Pathname::fromUtf8(app);
@@ -93,19 +94,18 @@ std::map<Str, Str> BootstrapRules::settingsOf(const Str &handler) const
     return settings;
 }
 
-bool BootstrapRules::depthsOfFiles(std::map<Str, unsigned> &out) const
+std::map<Str, unsigned> BootstrapRules::depthsOfFiles() const
 {
-    const IniStanza *const depths = settings_.requiredStanza(kDepthStanza);
-    if (depths == nullptr) {
-        return false;
-    }
-    for (const IniStanza::Setting &setting : *depths) {
-        unsigned depth = 0;
-        if (StrSegment(setting.value).parseUnsigned(depth)) {
-            out.emplace(setting.key, depth);
+    std::map<Str, unsigned> depths;
+    if (const IniStanza *const stanza = settings_.requiredStanza(kDepthStanza)) {
+        for (const IniStanza::Setting &setting : *stanza) {
+            unsigned depth = 0;
+            if (StrSegment(setting.value).parseUnsigned(depth)) {
+                depths.emplace(setting.key, depth);
+            }
         }
     }
-    return true;
+    return depths;
 }
 
 const IniEntry *BootstrapRules::findWriteRule(const ConfPathBase &path, const Str &writeKey) const
@@ -114,6 +114,7 @@ const IniEntry *BootstrapRules::findWriteRule(const ConfPathBase &path, const St
     if (writes == nullptr) {
         return nullptr;
     }
+    // A rule that names the one place goes before all that name several, wherever it stands.
     if (const IniEntry *const exact = writes->findKey(writeKey)) {
         return exact;
     }

@@ -2,6 +2,7 @@
 
 #include "conf/root/bundles_setup.h"
 #include "conf/root/placeholders.h"
+#include "util/log/logger.h"
 
 #include <map>
 #include <vector>
@@ -11,6 +12,9 @@ namespace velmox {
 class ConfPathBase;
 class ConfSettings;
 class IniEntry;
+
+/// `ConfPathMapperManager`, the logger of the manager of mappers and of all that helps it.
+extern Logger mapperManagerLog;
 
 /// A key of the bootstrap file: the paths that it names, and what serves them.
 struct BootstrapPattern
@@ -35,7 +39,7 @@ public:
     /// The settings in the handler's own stanza.
     std::map<Str, Str> settingsOf(const Str &handler) const;
     /// How many levels below a path its files lie, for those handlers that have regular files.
-    bool depthsOfFiles(std::map<Str, unsigned> &out) const;
+    std::map<Str, unsigned> depthsOfFiles() const;
 
     /// The write rule for a key such as "data:nobody:search:inputs"; null when there is none. Throws
     /// PlaceholderException, as does `directoryOf`.

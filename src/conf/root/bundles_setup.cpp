@@ -65,6 +65,7 @@ Pathname BundlesSetup::runDir() const
     return orElse(state_->storage_, LoaderInfo::instance()->getHome()).join("var\\run\\velmox");
 }
 
+/// Asks the environment each time: a program may learn its home after the root was named.
 Str BundlesSetup::text(const Pathname &path) const
 {
     const Pathname home = cleanedPath(environmentVariable(u"VELMOX_HOME"));

@@ -6,6 +6,13 @@
 
 namespace velmox {
 
+// The room conf/root is about one configuration root: which directories belong to it, what its bootstrap file
+// says of them, whose settings lie where, and under which names users have directories. It reads the
+// bootstrap file and `server.conf`, and never a file of settings: those are for the mappers above.
+//
+// A root is used by many hosts at once when its apps and users lie on shared storage. What such hosts must
+// not do at the same time is done within a `SentinelScope`.
+
 /// What all values of one configuration root have in common for the life of the process. The services of the
 /// root are made in one object with it, by the composition root: nothing below that one knows them.
 class ConfRootState

@@ -1,8 +1,7 @@
 #include "conf/root/conf_settings.h"
 
-#include "conf/root/blacklist_pattern.h"
 #include "conf/root/path_forms.h"
-#include "conf/root/time_with_unit.h"
+#include "conf/root/setting_values.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"
 #include "util/process/loader_info.h"
@@ -18,6 +17,7 @@ Logger log("ConfSettings");
 constexpr char kPooling[] = "pooling";
 constexpr char kBlacklistPrefix[] = "poll.blacklist.";
 
+/// A root need not have one of its own.
 Pathname findBootstrapFile(const BundlesSetup &setup)
 {
     const Pathname own = setup.bootstrapFile();
@@ -54,6 +54,11 @@ std::unique_ptr<Regex> compileBlacklistPattern(const Str &wildcard)
 
 } // namespace
 
+bool isInMemoryOnly()
+{
+    return LoaderInfo::instance()->initSettings().inMemoryOnly;
+}
+
 ConfSettings::ConfSettings(const BundlesSetup &setup) : setup_(setup)
 {
     loadImage();
@@ -71,6 +76,8 @@ void ConfSettings::loadImage()
     } else {
         image_.load(bootstrap);
     }
+    // Pooling is a matter of this host: the bootstrap file, which all share, has no say in it. What a file
+    // merged before has said stays.
     image_.removeStanza(kPooling);
     mergePooling(image_, setup_.systemLocalDir().join("server.conf"));
     mergePooling(image_, setup_.systemDefaultDir().join("server.conf"));
@@ -161,6 +168,17 @@ bool ConfSettings::allowsDangling(const Str &app) const
 bool ConfSettings::searchUsesAllApps() const
 {
     return setting("init", "search.use_all_apps").toBool(true, true);
+}
+
+SearchHeadPoolInfo::SearchHeadPoolInfo(const BundlesSetup &setup, const ConfSettings &settings)
+{
+    if (!settings.isSharedStorageMode()) {
+        return;
+    }
+    const Pathname file = setup.poolInfoFile();
+    if (pathKind(file) != PathKind::Nothing) {
+        image_.load(file);
+    }
 }
 
 } // namespace velmox

@@ -9,6 +9,9 @@
 
 namespace velmox {
 
+/// Whether this run writes no change of the configuration to disk.
+bool isInMemoryOnly();
+
 /// The bootstrap file of a root and the settings in it. Read-only once made; any thread.
 class ConfSettings
 {
@@ -55,6 +58,19 @@ private:
     bool lockLogging_ = false;
     std::uint64_t rebuildPollMs_ = 0;
     std::uint64_t checkPollMs_ = 30000;
+};
+
+/// What the shared storage says of itself. Read-only once made; any thread.
+class SearchHeadPoolInfo
+{
+public:
+    SearchHeadPoolInfo(const BundlesSetup &setup, const ConfSettings &settings);
+
+    /// `pooling.ini`; not loaded without shared storage, or when there is no such file.
+    const IniFile &image() const { return image_; }
+
+private:
+    IniFile image_;
 };
 
 } // namespace velmox

@@ -22,6 +22,7 @@ Logger log("SentinelScope");
 /// The sentinels that this thread holds; a scope inside another of the same root has nothing to do.
 constinit thread_local ThreadList<Pathname> held;
 
+/// Rounded up: a short wait is not to become none.
 int wholeSeconds(std::uint64_t milliseconds)
 {
     constexpr std::uint64_t kLongest = std::numeric_limits<int>::max();
@@ -76,6 +77,7 @@ SentinelScope::~SentinelScope()
     if (locked_.empty()) {
         return;
     }
+    // First, so that the thread never takes the file for locked when it is not.
     held.remove(locked_);
     if (lockFileRelease(locked_) != LockRelease::Done) {
         log.warn("Cannot release the lock of %s: %m", locked_.toStr().c_str());

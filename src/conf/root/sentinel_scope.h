@@ -7,7 +7,8 @@ namespace velmox {
 
 class ConfSettings;
 
-/// Keeps other hosts from changing shared storage for a scope. Without shared storage it does nothing.
+/// Keeps other hosts from changing shared storage for a scope. Without shared storage it does nothing, and so
+/// does a scope within another of the same thread and root.
 ///
 /// Throws `ConfPathException` when the lock cannot be had in time.
 class SentinelScope

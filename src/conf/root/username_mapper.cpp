@@ -2,7 +2,6 @@
 
 #include "conf/ground/reserved_name.h"
 #include "conf/root/conf_settings.h"
-#include "conf/root/in_memory_only.h"
 #include "conf/root/sentinel_scope.h"
 #include "util/files/file_system.h"
 #include "util/files/open_file.h"
@@ -23,14 +22,13 @@ constexpr char kStanza[] = "contains-uppercase";
 
 void appendMd5(std::string_view text, Str &out)
 {
-    constexpr char kDigits[] = "0123456789abcdef";
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned length = 0;
     if (EVP_Digest(text.data(), text.size(), digest, &length, EVP_md5(), nullptr) != 1) {
         throw BaseException("Cannot compute the digest of a user's name");
     }
     for (unsigned i = 0; i < length; ++i) {
-        out << kDigits[digest[i] >> 4] << kDigits[digest[i] & 15];
+        out.appendFormat("%02x", static_cast<unsigned>(digest[i]));
     }
 }
 
@@ -92,11 +90,12 @@ Str UsernameMapper::directoryName(const Str &user)
     Str safeName;
     {
         const std::lock_guard guard(lock_);
-        if (ensureLoaded() && !findSafeName(user, safeName) && isSharedStorage()) {
+        if (ensureLoaded() && !findSafeName(user, safeName) && settings_.isSharedStorageMode()) {
             load();
             findSafeName(user, safeName);
         }
     }
+    // Without the lock: `record` waits for other hosts first, and threads that only look must not wait too.
     if (safeName.empty() && !record(user, safeName)) {
         return Str();
     }
@@ -107,7 +106,7 @@ bool UsernameMapper::trueName(const Str &safeName, Str &out)
 {
     const std::lock_guard guard(lock_);
     ensureLoaded();
-    if (!isSharedStorage()) {
+    if (!settings_.isSharedStorageMode()) {
         return lookUpTrueName(safeName, out, LogLevel::Warn);
     }
     if (lookUpTrueName(safeName, out, LogLevel::Debug)) {
@@ -123,7 +122,7 @@ bool UsernameMapper::record(const Str &user, Str &safeName)
 {
     const SentinelScope scope(setup_, settings_, Str("mapping username: ") << user);
     const std::lock_guard guard(lock_);
-    if (isSharedStorage()) {
+    if (settings_.isSharedStorageMode()) {
         load();
     }
     if (!ensureLoaded()) {
@@ -145,6 +144,7 @@ bool UsernameMapper::insert(const Str &user, const Str &safeName)
 {
     IniStanza &stanza = file_.stanza(kStanza);
     stanza.insertKey(user, safeName);
+    // A name that is on no disk would lead nobody back to the user, so it is taken back.
     if (!isInMemoryOnly() && !file_.flush()) {
         log.error("Error flushing username mapping to file: %s: %s = %s", fileText().c_str(), user.c_str(),
                   safeName.c_str());
@@ -208,6 +208,7 @@ bool UsernameMapper::ensureLoaded()
     return loaded_;
 }
 
+/// Where nothing may be written, names live in the image alone: it is read once, and not made anew.
 void UsernameMapper::load()
 {
     const Pathname path = setup_.usernameMapFile();
@@ -224,11 +225,6 @@ void UsernameMapper::load()
     if (!loaded_) {
         log.error("Error opening username mapping file: %s", fileText().c_str());
     }
-}
-
-bool UsernameMapper::isSharedStorage() const
-{
-    return settings_.isSharedStorageMode();
 }
 
 Str UsernameMapper::fileText() const

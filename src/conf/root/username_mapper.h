@@ -43,7 +43,6 @@ private:
     bool insert(const Str &user, const Str &safeName);
 
     bool record(const Str &user, Str &safeName);
-    bool isSharedStorage() const;
     Str fileText() const;
 
     const BundlesSetup setup_;

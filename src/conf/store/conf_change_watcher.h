@@ -20,7 +20,8 @@ private:
     IConfPathMapper *mapper_ = nullptr;
 };
 
-/// Tells mappers of the files of a root that other programs changed. The monitor starts none.
+/// Tells mappers of the files of a root that other programs changed, once nobody writes to them any more. For
+/// programs that have to follow such changes; the monitor starts none, since it reads its settings once.
 class ConfChangeWatcher : public FilesystemChangeWatcher
 {
 public:

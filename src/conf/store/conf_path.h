@@ -9,6 +9,10 @@ namespace velmox {
 class ConfPathMapperManager;
 
 /// An address in a configuration root, and what can be done there on behalf of an identity.
+///
+/// A read asks all mappers: several may hold a part of what stands at an address. A write goes to one mapper
+/// for data and to one for metadata, as the write rules of the bootstrap file say; each node below may have
+/// writers of its own. Nothing is undone when a part fails: what was written before stays and is flushed.
 class ConfPath : public ConfPathWithACL
 {
 public:

@@ -16,12 +16,6 @@ inline constexpr unsigned kTypeLevel = 3;
 inline constexpr unsigned kStanzaLevel = 4;
 inline constexpr unsigned kKeyLevel = 5;
 
-// How many parts the addresses of an app, a type, a stanza and a key have.
-inline constexpr std::size_t kAppParts = 0;
-inline constexpr std::size_t kTypeParts = 1;
-inline constexpr std::size_t kStanzaParts = 2;
-inline constexpr std::size_t kKeyParts = 3;
-
 /// The address of a configuration item: whose it is, in which app, then its type, stanza and key.
 class ConfPathBase
 {

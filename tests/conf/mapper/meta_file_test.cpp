@@ -1,6 +1,5 @@
 #include "conf/file/conf_line_reader.h"
 #include "conf/mapper/meta_file.h"
-#include "conf/mapper/meta_header.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/memory_stream.h"
 

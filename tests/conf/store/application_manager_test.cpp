@@ -1,4 +1,3 @@
-#include "conf/root/application_manager_exceptions.h"
 #include "conf/store/application_manager.h"
 #include "conf/store/conf_path_mapper_manager.h"
 #include "tests/conf/conf_root.h"

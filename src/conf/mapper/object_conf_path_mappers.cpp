@@ -1,6 +1,6 @@
-#include "conf/mapper/lookup_table_conf_path_mapper.h"
+#include "conf/mapper/object_conf_path_mappers.h"
 
-#include "conf/mapper/object_file_io.h"
+#include "conf/mapper/conf_file_io.h"
 #include "conf/root/path_forms.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"
@@ -9,7 +9,10 @@ namespace velmox {
 
 namespace {
 
-Logger log("LookupTableConfPathMapper");
+Logger directLog("DirectFileConfPathMapper");
+Logger modelLog("ModelConfPathMapper");
+
+Logger lookupLog("LookupTableConfPathMapper");
 
 /// Whether the file lies below the directory, wherever the path winds.
 bool liesBelow(const Pathname &file, const Pathname &directory)
@@ -23,8 +26,21 @@ bool liesBelow(const Pathname &file, const Pathname &directory)
 
 } // namespace
 
+DirectFileConfPathMapper::DirectFileConfPathMapper(const BundleHandlerData &data)
+    : JSONConfPathMapper(data, directLog, {"DirectFileConfPathMapper", {"xml", "html"}})
+{
+    for (const auto &[type, record] : types_) {
+        log_.debug("%s: Detected initial type '%s'", pathText().c_str(), type.c_str());
+    }
+}
+
+ModelConfPathMapper::ModelConfPathMapper(const BundleHandlerData &data)
+    : JSONConfPathMapper(data, modelLog, {"ModelConfPathMapper", {"model"}, "models"})
+{
+}
+
 LookupTableConfPathMapper::LookupTableConfPathMapper(const BundleHandlerData &data, const Str &handler)
-    : JSONConfPathMapper(data, log, {"LookupTableConfPathMapper", {}, handler}), type_(handler)
+    : JSONConfPathMapper(data, lookupLog, {"LookupTableConfPathMapper", {}, handler}), type_(handler)
 {
 }
 
@@ -50,6 +66,8 @@ bool LookupTableConfPathMapper::writeObject(const Pathname &file, Str &value) co
 {
     const Pathname from = Pathname::fromUtf8(value);
     const Str name = text(from);
+    // A caller names any file by its value. What is moved in is readable for all who may read the app: only
+    // what this installation put into its own run directory is meant for that.
     if (!liesBelow(from, setup_.runDir()) || pathKind(from) == PathKind::Folder) {
         log_.error("Refuse to copy file from unsafe location: %s", name.c_str());
         return false;

@@ -1,4 +1,4 @@
-#include "conf/root/time_with_unit.h"
+#include "conf/root/setting_values.h"
 
 #include <algorithm>
 #include <array>
@@ -61,6 +61,30 @@ std::optional<std::uint64_t> multiply(std::uint64_t count, std::uint64_t microse
     return result;
 }
 
+struct Replacement
+{
+    std::string_view text;
+    std::string_view expression;
+};
+
+constexpr Replacement kReplacements[] = {
+    {"*", R"([^\\]*)"},
+    {"...", ".*"},
+    {".", R"(\.)"},
+    {R"(\)", R"(\\)"},
+};
+
+/// Null when the text begins with nothing that is replaced.
+const Replacement *replacementAt(std::string_view text)
+{
+    for (const Replacement &replacement : kReplacements) {
+        if (text.starts_with(replacement.text)) {
+            return &replacement;
+        }
+    }
+    return nullptr;
+}
+
 } // namespace
 
 std::optional<std::uint64_t> millisecondsOfTime(const Str &text)
@@ -73,6 +97,18 @@ std::optional<std::uint64_t> millisecondsOfTime(const Str &text)
     }
     const std::optional<std::uint64_t> unit = microsecondsOf(time.substr(unitAt).trimmed());
     return unit && !time.empty() ? multiply(count, *unit) : std::nullopt;
+}
+
+Str blacklistPattern(const Str &wildcard)
+{
+    Str pattern;
+    std::string_view rest = wildcard;
+    while (!rest.empty()) {
+        const Replacement *const replacement = replacementAt(rest);
+        pattern += replacement == nullptr ? rest.substr(0, 1) : replacement->expression;
+        rest.remove_prefix(replacement == nullptr ? 1 : replacement->text.size());
+    }
+    return pattern;
 }
 
 } // namespace velmox
