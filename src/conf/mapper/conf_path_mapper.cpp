@@ -91,7 +91,7 @@ bool ConfPathMapper::writeData(const ConfPathBase &path, const Str &value)
 {
     const std::lock_guard guard(lock_);
     const StrVector &parts = path.parts();
-    if (!isOwn(path) || !canHold(parts, value) || !isFileName(parts[0])) {
+    if (!isOwn(path) || !canHold(path, value) || !isFileName(parts[0])) {
         logWrite(LogLevel::Error, path, value, "Unsupported path or value");
         return false;
     }
