@@ -76,6 +76,7 @@ void BaseConfCache::refresh()
 void BaseConfCache::readStanza(const Str &name, PropertiesMap &out)
 {
     poll();
+    // Of a stale view no more is built than is asked for; the view itself stays as it is.
     Stanzas built;
     const bool isStale = dirty_.load();
     if (isStale) {
@@ -95,6 +96,7 @@ void BaseConfCache::poll()
     if (!isPollDue()) {
         return;
     }
+    // A mapper that has just come starts with its present state: that it came is no change of the type.
     states_.follow(mappers());
     const std::vector<const IConfPathMapper *> changed = states_.changedMappers(typeName_);
     for (const IConfPathMapper *const mapper : changed) {

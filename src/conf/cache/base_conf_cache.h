@@ -24,7 +24,8 @@ struct ConfSources
     SharedConfStates &states;
 };
 
-/// What all caches have in common: the view, and when it is stale.
+/// What all caches have in common: the view, and when it is stale. Outside shared storage the process knows
+/// of all changes that matter and never looks for any; there it asks the layers once in a poll interval.
 class BaseConfCache : public IConfCache
 {
 public:

@@ -53,6 +53,7 @@ void BaseConfCacheBuilder::enterApp(const ConfPathCached &path)
 
 void BaseConfCacheBuilder::enterStanza(const ConfPathCached &path, const ConfPathTrie &node)
 {
+    // Several apps, and layer after layer where there is one walk for each, have the stanza.
     const auto [at, added] = view_.try_emplace(path.parts().back());
     existed_ = !added;
     stanzaName_ = &at->first;
@@ -66,6 +67,7 @@ void BaseConfCacheBuilder::takeExpansion(const ConfPathTrie &node)
     if (stanza_->expansion.empty()) {
         stanza_->expansion = node.expansion();
     } else if (!node.expansion().empty() && node.expansion() != stanza_->expansion) {
+        // Relative to its file, one name means another place in each app.
         log.warn("Stanza has an expansion [%s], ignoring alternate expansion [%s] in %s.conf",
                  stanza_->expansion.c_str(), node.expansion().c_str(), cache_.typeName().c_str());
     }
@@ -78,6 +80,8 @@ PropertyValue &BaseConfCacheBuilder::enterKey(const ConfPathCached &path)
     return at->second;
 }
 
+/// The order of the questions matters: "system" stays lowest even where a user keeps settings for it, and
+/// what a node does not say of export itself is inherited before the reader's app is looked at.
 BaseConfCacheBuilder::Precedence
 BaseConfCacheBuilder::precedenceOf(const ConfPathCached &path, ConfExport exported, Precedence parent) const
 {

@@ -8,7 +8,9 @@
 
 namespace velmox {
 
-/// Fills the view of a cache from one walk over a tree of layers, of which nothing is pruned.
+/// Fills the view of a cache from one walk over a tree of layers, of which nothing is pruned. Of several
+/// values for a key the one of the highest precedence stays. A node without a say of its own about export has
+/// the precedence of the node above it, so that an app exports a whole type with one line.
 class BaseConfCacheBuilder : public ConfPathBasedPruner
 {
 public:
@@ -17,7 +19,7 @@ public:
     BaseConfCacheBuilder(const BaseConfCache &cache, Stanzas &view, bool override);
 
 private:
-    /// Precedence of the layers; the higher wins.
+    /// Precedence of the layers; the higher wins. It is kept as `PropertyValue::level`.
     enum Precedence : std::int32_t
     {
         Unknown = 0, ///< metadata that inherits from a parent without any

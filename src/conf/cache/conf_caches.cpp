@@ -92,6 +92,7 @@ void UserConfCache::invalidate()
 
 bool UserConfCache::haveRightsChanged()
 {
+    // Exchanged at once, so that of several threads that ask one alone is told of a change.
     const auto now = currentRights(actingUser_);
     const auto last = rights_.exchange(now);
     return !(*last == *now);
@@ -125,6 +126,7 @@ void UserConfCache::build(ConfPathTrie &visible, Stanzas &out) const
 void UserConfCache::copyVisible(const ConfPathTrie &layers, ConfPathTrie &out) const
 {
     const Str &user = context().user;
+    // Copying a part is cheaper than copying all and pruning the rest.
     if (user.empty()) {
         copyAt(ConfPathBase(kSharedUser, context().app), layers, out);
         return;

@@ -10,7 +10,8 @@ namespace velmox {
 
 class SharedConfState;
 
-/// The view of a reader with neither user nor app: of the layers in their order, the first to set a key wins.
+/// The view of a reader with neither user nor app: of the layers in their order, the first to set a key wins,
+/// whatever app it belongs to. Rights don't count, and no user's own settings are seen.
 class LegacyConfCache : public BaseConfCache
 {
 public:
@@ -29,7 +30,9 @@ private:
     void addLayer(ConfPathTrie &layer, Stanzas &out);
 };
 
-/// The view of a reader with an app, and perhaps a user: the value of the highest precedence wins.
+/// The view of a reader with an app, and perhaps a user: the value of the highest precedence wins. A user
+/// sees what other apps export, as far as the acting user may read it; a reader without a user sees the one
+/// app.
 class UserConfCache : public BaseConfCache
 {
 public:

@@ -69,6 +69,7 @@ void SharedConfState::readLayers(const ConfSearch &search, ConfPathTrie &out) co
                 out.merge(std::move(layer));
             }
         } catch (const BaseException &exception) {
+            // One layer that cannot be read must not take the others from all readers.
             log.warn("Error populating shared UserConfCache state: %s %s", typeName_.c_str(),
                      exception.what());
         }

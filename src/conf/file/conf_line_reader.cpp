@@ -30,6 +30,7 @@ void readContinuations(ConfLineReader &reader, Str &line)
 
 void parseStanzaHeader(const ConfLineReader &reader, const Str &line, std::size_t open, Str &name)
 {
+    // The last bracket, so that a name may hold some; what is behind it counts for nothing.
     const std::size_t close = line.rfind(']');
     if (close == Str::npos) {
         iniLog.warn() << location(reader) << ": Stanza header is missing terminator: " << line;
@@ -55,6 +56,7 @@ KeyEnd unescapeKey(Str &line)
     std::size_t to = from;
     bool inEscape = false;
     while (from < line.size() && line[from] != '=') {
+        // The line closes up over what is removed, and what moved into its place is taken unlooked at.
         if (line[from] == '\\' || line[from] == '\0') {
             inEscape = line[from] == '\\' && from + 1 == line.size();
             if (++from == line.size()) {
@@ -113,6 +115,7 @@ ConfLine parseLine(ConfLineReader &reader, Str &line, Str &name, Str &value)
     if (!read) {
         return ConfLine::End;
     }
+    // Blank lines and comments first: what they end in continues nothing.
     const std::ptrdiff_t first = line.findFirst(kBlankLine, 0, false);
     if (first < 0) {
         return ConfLine::Blank;

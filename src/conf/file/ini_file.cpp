@@ -173,6 +173,7 @@ private:
 
 void IniFile::read(ReadableUnicodeStream &stream, const Pathname &path)
 {
+    // Text is text: whatever it holds, an image was loaded, if with warnings.
     clear();
     loaded_ = true;
     ConfLineReader reader(stream, path);
@@ -219,6 +220,7 @@ bool IniFile::removeStanza(std::string_view name)
 
 void IniFile::merge(const IniFile &other)
 {
+    // A stanza that is here keeps its own lines above it; only keys come from the other.
     for (const auto &[name, stanza] : other.stanzas_) {
         const auto [found, added] = stanzas_.insert(name, stanza);
         if (!added) {

@@ -6,6 +6,7 @@
 
 namespace velmox {
 
+/// What addresses and their reads and writes throw.
 struct ConfPathException : BaseException
 {
     using BaseException::BaseException;
@@ -27,6 +28,7 @@ struct ConfPathHasNoMetadataException : ConfPathException
     using ConfPathException::ConfPathException;
 };
 
+/// The acting identity lacks a right.
 struct ConfPathPermissionDeniedException : ConfPathException
 {
     using ConfPathException::ConfPathException;
@@ -38,6 +40,7 @@ struct ConfPathDirectoryTraversalException : ConfPathException
     using ConfPathException::ConfPathException;
 };
 
+/// Something was not written; what was before it stays written.
 struct ConfPathWriteException : ConfPathException
 {
     using ConfPathException::ConfPathException;
@@ -53,6 +56,7 @@ struct ConfPathWriteMetadataException : ConfPathWriteException
     using ConfPathWriteException::ConfPathWriteException;
 };
 
+/// A file could not be replaced; the changes to it are given up.
 struct ConfPathFlushException : ConfPathWriteException
 {
     using ConfPathWriteException::ConfPathWriteException;
@@ -64,6 +68,7 @@ struct ConfPathHasNoWriter : ConfPathWriteException
     using ConfPathWriteException::ConfPathWriteException;
 };
 
+/// What property pages throw.
 struct PropertyPagesException : BaseException
 {
     using BaseException::BaseException;

@@ -19,10 +19,10 @@ namespace {
 Logger log("ConfPathMapper");
 
 /// A key has a value. A stanza and a type are there or not, which an empty value says.
-bool canHold(const StrVector &parts, const Str &value)
+bool canHold(const ConfPathBase &path, const Str &value)
 {
-    return parts.size() == kKeyParts ||
-           (value.empty() && (parts.size() == kTypeParts || parts.size() == kStanzaParts));
+    return path.level() == kKeyLevel ||
+           (value.empty() && (path.level() == kTypeLevel || path.level() == kStanzaLevel));
 }
 
 /// Sets the metadata of all nodes that have any.
@@ -90,7 +90,7 @@ bool ConfPathMapper::writeData(const ConfPathBase &path, const Str &value)
 {
     const std::lock_guard guard(lock_);
     const StrVector &parts = path.parts();
-    if (!isOwn(path) || !canHold(parts, value) || !isFileName(parts[0])) {
+    if (!isOwn(path) || !canHold(path, value) || !isFileName(parts[0])) {
         logWrite(LogLevel::Error, path, value, "Unsupported path or value");
         return false;
     }
@@ -166,11 +166,11 @@ void ConfPathMapper::change(Edit &edit, const ConfPathBase &path, const Str &val
 {
     edit.changed = true;
     const StrVector &parts = path.parts();
-    if (parts.size() == kTypeParts) {
+    if (path.level() == kTypeLevel) {
         return;
     }
     IniStanza &stanza = edit.image.stanza(parts[1]);
-    if (parts.size() == kStanzaParts) {
+    if (path.level() == kStanzaLevel) {
         return;
     }
     if (IniEntry *const entry = stanza.findKey(parts[2])) {
@@ -186,7 +186,7 @@ void ConfPathMapper::change(Edit &edit, const ConfPathBase &path, const Str &val
 void ConfPathMapper::setPending(const ConfPathBase &path, const Str &value)
 {
     const StrVector &parts = path.parts();
-    if (parts.size() == kTypeParts) {
+    if (path.level() == kTypeLevel) {
         return;
     }
     appChanged_ = appChanged_ || parts[0] == kAppType;
@@ -195,7 +195,7 @@ void ConfPathMapper::setPending(const ConfPathBase &path, const Str &value)
     ConfPathTrie &stanza = type.child(parts[1], stanzaExpansion(parts[1], rootDirectory_));
     stanza.setData(Str());
     stanza.setMetadata(metadata);
-    if (parts.size() == kKeyParts) {
+    if (path.level() == kKeyLevel) {
         ConfPathTrie &key = stanza.child(trimmedView(parts[2]));
         key.setData(trimmedView(value));
         key.setMetadata(metadata);
@@ -205,8 +205,7 @@ void ConfPathMapper::setPending(const ConfPathBase &path, const Str &value)
 bool ConfPathMapper::remove(const ConfPathBase &path)
 {
     const std::lock_guard guard(lock_);
-    const std::size_t count = path.parts().size();
-    if (!isOwn(path) || count < kTypeParts || count > kKeyParts) {
+    if (!isOwn(path) || path.level() < kTypeLevel || path.level() > kKeyLevel) {
         return false;
     }
     if (belongs(path)) {
@@ -219,7 +218,7 @@ bool ConfPathMapper::remove(const ConfPathBase &path)
         return false;
     }
     StrVector parts = path.parts();
-    if (count == kKeyParts) {
+    if (path.level() == kKeyLevel) {
         parts[2] = trimmedView(parts[2]);
     }
     const ConfPathBase own(user_, app_, parts);
@@ -237,9 +236,9 @@ bool ConfPathMapper::removeFromImage(const ConfPathBase &path)
         return false;
     }
     const StrVector &parts = path.parts();
-    if (parts.size() == kTypeParts) {
+    if (path.level() == kTypeLevel) {
         edit->image.clear();
-    } else if (parts.size() == kStanzaParts) {
+    } else if (path.level() == kStanzaLevel) {
         if (!edit->image.removeStanza(parts[1])) {
             log_.debug("%s: No stanza to remove: %s", pathText().c_str(), path.toStr().c_str());
             return true;

@@ -126,7 +126,7 @@ bool JSONConfPathMapper::canChange(const ConfPathBase &path, const char *request
 {
     const StrVector &parts = path.parts();
     const bool isOfType = form_.onlyType.empty() || path.type() == form_.onlyType;
-    const bool isObject = isOwn(path) && parts.size() == kStanzaParts && isOfType && !isReadOnly();
+    const bool isObject = isOwn(path) && path.level() == kStanzaLevel && isOfType && !isReadOnly();
     if (isObject) {
         // A stanza is a file's name here, so its slashes are refused too.
         refuseTraversal(path);

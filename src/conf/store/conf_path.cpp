@@ -274,7 +274,7 @@ ConfPathMetadata ConfPath::readMetadata() const
 
 bool ConfPath::isObjectThere() const
 {
-    if (parts().size() < kStanzaParts || mappers_->settings().allowsDangling(app())) {
+    if (level() < kStanzaLevel || mappers_->settings().allowsDangling(app())) {
         return true;
     }
     try {

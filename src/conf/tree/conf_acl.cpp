@@ -67,6 +67,7 @@ private:
             buffer_ += byte;
             return true;
         }
+        // Put in before any role, so that the capability is named even if none of its list can be decoded.
         name_ = buffer_.trimmed();
         out_.try_emplace(name_);
         buffer_.clear();
@@ -98,6 +99,7 @@ private:
 
     void addRole(Str role)
     {
+        // A role that is no text has no holder; the others of the list are not to suffer for it.
         if (!role.urlDecode()) {
             log.error("Cannot decode role: %s", role.c_str());
             return;
@@ -214,6 +216,7 @@ bool ConfAcl::allows(const Str &capability, const std::set<Str> &roles) const
     if (found == capabilities_.end()) {
         return false;
     }
+    // "*" stands for everyone, those without any role too.
     const std::set<Str> &holders = found->second;
     return holders.contains("*") ||
            std::any_of(roles.begin(), roles.end(), [&](const Str &role) { return holders.contains(role); });

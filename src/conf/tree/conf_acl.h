@@ -25,6 +25,7 @@ public:
     static constexpr char kList[] = "list";
     static constexpr char kWriteMetadata[] = "write_metadata";
 
+    // The defaults.
     static constexpr char kEveryoneReadsAndWrites[] = "read : [ * ], write : [ * ]";
     static constexpr char kEveryoneReads[] = "read : [ * ]";
 

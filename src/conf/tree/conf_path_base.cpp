@@ -57,6 +57,7 @@ bool ConfPathBase::isShared() const
 
 StrVector ConfPathBase::segments() const
 {
+    // In lower case, as users are found in any case and trees compare bytes.
     StrVector segments = {user_.lowered(), app_};
     segments.insert(segments.end(), parts_.begin(), parts_.end());
     return segments;
@@ -83,6 +84,7 @@ void refuseTraversal(const ConfPathBase &path, const Str &part)
 void refuseTraversal(const ConfPathBase &path)
 {
     refuseTraversal(path, path.app());
+    // The stanza is passed over: it stands inside a file.
     const StrVector &parts = path.parts();
     for (std::size_t part = 0; part < parts.size(); ++part) {
         if (part != kStanzaLevel - kTypeLevel) {

@@ -4,10 +4,10 @@
 
 namespace velmox {
 
-inline constexpr char kSharedUser[] = "nobody";
-inline constexpr char kSystemApp[] = "system";
-inline constexpr char kDefaultStanza[] = "default";
-inline constexpr char kAppType[] = "app";
+inline constexpr char kSharedUser[] = "nobody";     ///< whose settings are everyone's
+inline constexpr char kSystemApp[] = "system";      ///< the installation itself, as an app
+inline constexpr char kDefaultStanza[] = "default"; ///< from which all others of its type inherit
+inline constexpr char kAppType[] = "app"; ///< what an app says of itself, readable even when it is off
 
 // Levels of a tree below its root, and of the addresses that name its nodes.
 inline constexpr unsigned kUserLevel = 1;
@@ -16,13 +16,9 @@ inline constexpr unsigned kTypeLevel = 3;
 inline constexpr unsigned kStanzaLevel = 4;
 inline constexpr unsigned kKeyLevel = 5;
 
-// How many parts the addresses of an app, a type, a stanza and a key have.
-inline constexpr std::size_t kAppParts = 0;
-inline constexpr std::size_t kTypeParts = 1;
-inline constexpr std::size_t kStanzaParts = 2;
-inline constexpr std::size_t kKeyParts = 3;
-
-/// The address of a configuration item: whose it is, in which app, then its type, stanza and key.
+/// The address of a configuration item: whose it is, in which app, then its type, stanza and key. As many
+/// parts as it has say what it names: without any it is an app. Apps and parts are compared as they are,
+/// users in any case.
 class ConfPathBase
 {
 public:
@@ -38,7 +34,8 @@ public:
     const Str &app() const { return app_; }
     /// Type, stanza, key.
     const StrVector &parts() const { return parts_; }
-    /// As long as `parts`; a part's expansion is empty when it has none.
+    /// What stands for each part where it is used (see stanza_expansion.h): as many as `parts`, each empty
+    /// when there is none.
     const StrVector &expansions() const { return expansions_; }
     /// The first part, or the empty text.
     const Str &type() const;

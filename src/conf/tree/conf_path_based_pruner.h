@@ -7,8 +7,8 @@
 
 namespace velmox {
 
-/// A walker that is told of each node as a path, with all the metadata that applies there. Good for one walk
-/// at a time, from the root of a tree.
+/// A walker that is told of each node as a path, with all the metadata that applies there: that of the node
+/// over that of those above it. Good for one walk at a time, from the root of a tree.
 class ConfPathBasedPruner : public SimpleConfPathTriePruner
 {
 public:

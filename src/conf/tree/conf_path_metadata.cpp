@@ -4,6 +4,7 @@ namespace velmox {
 
 namespace {
 
+/// Equal metadata read from two files is not one object.
 template <class Value>
 bool sameContent(const std::shared_ptr<const Value> &a, const std::shared_ptr<const Value> &b)
 {

@@ -24,9 +24,11 @@ struct ConfPathMetadata
     ConfExport exported = ConfExport::NotSet;
     /// In lower case; null when not set.
     std::shared_ptr<const Str> owner;
+    /// The apps whose exports an app takes over, in their order; of an app's node.
     std::shared_ptr<const StrVector> imports;
     /// True when the value stands in a `local` directory.
     std::optional<bool> removable;
+    /// Of the file in which it stands.
     std::optional<Timeval> modtime;
     std::shared_ptr<const Str> version;
 

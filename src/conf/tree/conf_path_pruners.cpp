@@ -27,6 +27,7 @@ SubtriePruner::SubtriePruner(const ConfPathBase &path, unsigned levels)
 
 bool SubtriePruner::shouldPrune(const StrVector &segments, ConfPathTrie &)
 {
+    // Above the node of the path its parts are compared as far as they go, below it the levels are counted.
     const std::size_t shared = std::min(segments.size(), path_.size());
     return segments.size() - shared > levels_ ||
            !std::equal(path_.begin(), path_.begin() + static_cast<std::ptrdiff_t>(shared), segments.begin());
@@ -64,6 +65,7 @@ bool DisabledApplicationPruner::shouldPrune(const StrVector &segments, ConfPathT
 
 PruneAnswer DanglingDataPruner::visit(const StrVector &segments, ConfPathTrie &)
 {
+    // The app's node is the highest that is gone as a whole.
     const bool isPrivateApp = segments.size() == kAppLevel && segments[0] != kSharedUser;
     const bool dangles =
         isSharedStorage_ && isPrivateApp && !isKnown_(segments[1]) && !mayDangle_(segments[1]);
@@ -107,6 +109,7 @@ SingleUserAppContextPruner::SingleUserAppContextPruner(const Str &user, const St
 
 PruneAnswer SingleUserAppContextPruner::visit(const StrVector &segments, ConfPathTrie &node)
 {
+    // Trees have users in lower case.
     if (segments[0] == kSharedUser) {
         return ApplicationContextPruner::visit(segments, node);
     }

@@ -8,6 +8,10 @@
 
 namespace velmox {
 
+// The pruners that look at an address or at a node by itself, and below those that look at a reader's
+// context. Those that look at metadata and rights are in conf_path_based_pruner.h.
+
+/// Keeps all; for what wraps a pruner.
 class DoNothingPruner : public SimpleConfPathTriePruner
 {
     bool shouldPrune(const StrVector &, ConfPathTrie &) override { return false; }
@@ -76,7 +80,8 @@ private:
     ConfPathTriePruner &wrapped_;
 };
 
-/// Removes the stanzas and keys of which only metadata is left.
+/// Removes the stanzas and keys of which only metadata is left: metadata files speak of settings that need
+/// not be there, and a view shows none that has no value.
 class DanglingMetadataPruner : public ConfPathTriePruner
 {
 public:
@@ -155,7 +160,8 @@ private:
     std::vector<ConfExport> exports_;
 };
 
-/// The same for a reader who is a user: who sees besides what is shared the own directory for that app.
+/// The same for a reader who is a user: who sees besides what is shared the own directory for that app, and
+/// nothing of other users.
 class SingleUserAppContextPruner : public ApplicationContextPruner
 {
 public:

@@ -105,6 +105,7 @@ void ConfPathTrie::walkBelow(ConfPathTriePruner &pruner, StrVector &segments)
         if (answer != PruneAnswer::Remove) {
             node.walkBelow(pruner, segments);
         }
+        // Asked on the way back, when all below it has been seen.
         const bool emptied =
             answer == PruneAnswer::KeepIfNotEmptied && node.children_.empty() && !node.hasData();
         at = answer == PruneAnswer::Remove || emptied ? children_.erase(at) : std::next(at);
@@ -169,6 +170,7 @@ void ConfPathTrie::fillNodeFrom(const ConfPathTrie &other)
     if (!metadata_) {
         metadata_ = other.metadata_;
     } else if (other.metadata_ && metadata_ != other.metadata_) {
+        // What nodes share is never changed, so that this one gets metadata of its own.
         ConfPathMetadata filled = *metadata_;
         filled.fillFrom(*other.metadata_);
         setMetadata(filled);

@@ -8,6 +8,8 @@
 
 namespace velmox {
 
+// Who acts, and what that identity may do at an address.
+
 /// On whose behalf the process works on configuration: a name and its roles, in lower case. Without a name
 /// nothing is refused.
 struct ConfUserContext
@@ -46,7 +48,8 @@ public:
     static ConfUserContext rightsOf(const Str &user);
 };
 
-/// An address whose rights can be checked for somebody.
+/// An address whose rights can be checked for somebody. Nothing is refused to who is unrestricted, to the
+/// owner, and to the role that administers the system; everybody else needs a role that the metadata names.
 class ConfPathWithACL : public ConfPathBase
 {
 public:

@@ -8,7 +8,7 @@
 namespace velmox {
 
 /// What a reader wants of the mappers: at most one value each for user, app and type, one stanza or all, and
-/// how deep.
+/// how deep. A mapper that serves another user or app is not read at all.
 class ConfSearch
 {
 public:

@@ -103,6 +103,23 @@ TEST(ConfPathTrie, MergedMetadataIsCompleted)
     EXPECT_EQ(merged.metadata(), second.metadata());
 }
 
+TEST(ConfPathMetadata, HandsDownAllButWhatIsTheNodesOwn)
+{
+    ConfPathMetadata above = stamped(1);
+    above.removable = true;
+    above.exported = ConfExport::System;
+    above.setOwner("top");
+    above.setImports({"a"});
+    ConfPathMetadata below = above;
+    below.overlay({});
+    EXPECT_EQ(below.toStr(), "{  }, export: global, imports: { a }, owner: top");
+    ConfPathMetadata own;
+    own.setOwner("mid");
+    own.removable = false;
+    above.overlay(own);
+    EXPECT_EQ(above.toStr(), "{  }, export: global, imports: { a }, owner: mid, removable: no");
+}
+
 TEST(ConfPathTrie, DiffersByContentButNotByTime)
 {
     ConfPathTrie a = treeOf("s/k=1 s/m=1 t/k=x");
