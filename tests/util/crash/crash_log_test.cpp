@@ -2,7 +2,9 @@
 #include "util/crash/crash_log.h"
 #include "util/crash/crash_notes.h"
 #include "util/system/environment.h"
-#include "util/system/library_routine.h"
+#include "util/system/windows_api.h"
+#include "util/text/str_segment.h"
+#include "util/thread/thread_primitives.h"
 
 #include <dbghelp.h>
 
