@@ -18,6 +18,7 @@
 #include "tests/support/failing_call.h"
 #include "tests/support/file_tree.h"
 #include "tests/support/scoped_folder.h"
+#include "tests/support/scoped_variable.h"
 #endif
 
 #include <algorithm>

@@ -29,6 +29,7 @@ bool FileDescriptor::openAppend(const Pathname &path, FilePermissions permission
 
 std::ptrdiff_t FileDescriptor::write(const void *bytes, std::size_t length)
 {
+    // WriteFile counts in 32 bits; whole pages below 2 GiB keep later pieces aligned.
     constexpr std::size_t kLargestPiece = 0x7FFFF000;
     const auto *from = static_cast<const char *>(bytes);
     std::size_t written = 0;

@@ -10,6 +10,10 @@ namespace {
 constexpr DWORD kFullAccess = 0x1F01FF;
 constexpr DWORD kReadAccess = 0x120089;
 
+// Identities are looked up once a process, because a token and a domain may take their time to answer. A
+// descriptor with all that it points to lies in a heap of its own, which goes in one call however far
+// building it came.
+
 /// The three parties of every access list, found once and kept for the life of the process.
 struct Identities
 {

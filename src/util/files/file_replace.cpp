@@ -76,6 +76,7 @@ bool copyToNewFile(const FileHandle &source, const Pathname &to, FilePermissions
     if (copyBlocks(source, target)) {
         return true;
     }
+    // A file that is open cannot be removed.
     const LastErrorKeeper keeper;
     target.close();
     removeFile(to);
@@ -112,6 +113,7 @@ bool isOrdinaryFile(const Pathname &path)
 /// Creates a file of a random name next to `neighbour`.
 FileDescriptor makeTemporary(const Pathname &neighbour, Pathname &path)
 {
+    // In the same folder, and so on the same volume: only there is the renaming that follows one step.
     Pathname folder(neighbour);
     folder.absolute();
     folder.dirnameInPlace();

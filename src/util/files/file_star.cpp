@@ -113,6 +113,8 @@ FileStar FileStar::tempFile()
     if (!makeTempName(path)) {
         return FileStar();
     }
+    // GetTempFileNameW has left an empty file there to hold the name; this opens it anew, for nobody else to
+    // open.
     FileHandle handle(CreateFileW(asWide(path), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                                   FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
     FileStar file = handle.isValid() ? streamFromHandle(std::move(handle), 0, "w+b") : FileStar();
@@ -192,6 +194,8 @@ FileStar openFile(const Pathname &path, const char *modeText)
     }
     int flags = has(mode, 'b') ? 0 : _O_TEXT;
     if (has(mode, 'a')) {
+        // The run-time library moves to the end before each write; this moves there before the first question
+        // where it stands.
         flags |= _O_APPEND;
         if (!SetFilePointerEx(handle.get(), {}, nullptr, FILE_END)) {
             return FileStar();
@@ -209,6 +213,7 @@ FileStar streamFromHandle(FileHandle handle, int flags, const char *mode)
         return FileStar();
     }
     handle.release();
+    // From here on the descriptor owns the handle, and closing it closes both.
     FileStar file(_fdopen(descriptor, mode));
     if (!file.isOpen()) {
         setLastErrorFromErrno();

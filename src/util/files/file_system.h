@@ -1,5 +1,10 @@
 #pragma once
 
+// Operations on names: this header, and file_replace.h for putting a file in another's place. What is open
+// has an owner: file_descriptor.h for a handle, file_star.h for a C stream; *_unicode_stream.h read and write
+// lines of any encoding over a stream. A failure shows in the result, with the reason in the thread's last
+// error; closing and cleaning up keep that error, so that whoever made the call can tell of it.
+
 #include "util/text/pathname.h"
 #include "util/time/timeval.h"
 
@@ -7,8 +12,6 @@
 #include <vector>
 
 namespace velmox {
-
-// Operations on names. Those that return bool leave the system's reason in the last error when it is false.
 
 enum class PathKind
 {

@@ -54,6 +54,8 @@ void setLastError(unsigned error)
 
 void appendUtf16AsUtf8(const char16_t *text, std::size_t length, Str &out)
 {
+    // Without flags, what is ill-formed is substituted; asking for the size first costs a pass and saves a
+    // copy of the largest size that there could be.
     const int sourceLength = checkedLength(length);
     const int size =
         WideCharToMultiByte(CP_UTF8, 0, asWide(text), sourceLength, nullptr, 0, nullptr, nullptr);

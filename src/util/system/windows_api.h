@@ -1,6 +1,10 @@
 #pragma once
 
-// The one place where the Windows headers come in: lean, and without the min and max macros.
+// The one place where the Windows headers come in: lean, and without the min and max macros. The room around
+// it is where the rest of the system touches Windows in general: handles have owners here (owned_handle.h),
+// the last error a keeper (last_error_keeper.h), faults of the processor become C++ exceptions
+// (structured_exception.h), and what pure code asks for is answered (platform_windows.cpp, and
+// platform_host.cpp for native runs).
 
 #ifndef WIN32_LEAN_AND_MEAN
 #define WIN32_LEAN_AND_MEAN

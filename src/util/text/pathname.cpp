@@ -214,6 +214,7 @@ std::size_t Pathname::parentLength() const
         }
         return end;
     };
+    // Separators behind the last component, the component, the separators before it.
     const std::size_t parent = skipBack(skipBack(skipBack(size(), true), false), true);
     const std::size_t drive = driveLength(view());
     if (parent != 0 && parent != drive) {

@@ -156,6 +156,7 @@ bool Str::equals(const char *text) const
 
 std::size_t Str::replaceAll(const Str &find, const Str &with)
 {
+    // Most texts hold nothing to replace: nothing is copied for them.
     std::size_t at = find.empty() ? npos : this->find(find);
     if (at == npos) {
         return 0;

@@ -1,5 +1,10 @@
 #pragma once
 
+// Text. Data, configuration, log lines and events are UTF-8 in `Str`; UTF-16 (`WideStr`, `Pathname`) stands
+// only where the system's interfaces want it, and `appendUtf16` and `appendUtf8` with their short forms are
+// the only bridges. `std::string_view` passes text inside; `StrSegment` does where an interface tells "no
+// text" from empty text. Nothing here locks: distinct objects may be used by distinct threads at once.
+
 #include "util/text/basic_text.h"
 #include "util/text/char_set.h"
 

@@ -87,6 +87,8 @@ void Str::vappendFormat(const char *fmt, std::va_list args)
     if (length < 0) {
         return;
     }
+    // The first attempt gives the length or says that the text was cut, and the second may use up the
+    // arguments.
     const auto count = static_cast<std::size_t>(length);
     if (count < sizeof stack) {
         append(stack, count);

@@ -81,6 +81,7 @@ long long Str::toInt64(long long dflt, int base) const
 
 unsigned long long Str::toUInt64(unsigned long long dflt, int base) const
 {
+    // The library takes a minus even here, and gives the value modulo 2^64.
     const auto first = std::find_if_not(begin(), end(), isSpace);
     if (first != end() && *first == '-') {
         return dflt;

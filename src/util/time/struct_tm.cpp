@@ -86,6 +86,8 @@ bool breakDownLocally(std::int64_t unixSeconds, StructTm &out)
 bool breakDown(const ZoneSource &zone, std::int64_t unixSeconds, StructTm &out)
 {
     std::int64_t offset = 0;
+    // Round 0 only guesses an offset; rounds 1 and 2 try the fields that the last offset gives, with each
+    // answer that the zone may expect about daylight saving time.
     for (int round = 0; round < 3; ++round) {
         for (const std::int32_t daylight : {-1, 0, 1}) {
             out.setUtcSeconds(unixSeconds + offset);

@@ -381,6 +381,7 @@ bool meansMilliseconds(const std::vector<Atom> &atoms, const Str &literals, std:
 
 void decideHoursOrMilliseconds(std::vector<Atom> &atoms, const Str &literals)
 {
+    // All are decided by the format as it was written, before the first of them changes.
     std::vector<std::size_t> milliseconds;
     for (std::size_t at = 0; at < atoms.size(); ++at) {
         if (atoms[at].kind == Kind::HourOrMilliseconds && meansMilliseconds(atoms, literals, at)) {

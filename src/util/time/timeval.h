@@ -1,5 +1,9 @@
 #pragma once
 
+// A moment is a `Timeval`. It is broken down into a `StructTm` of some zone (struct_tm.h), for whose rules a
+// `ZoneSource` answers, and written by a `TimeFormatter`; calendar.h has the arithmetic. Intervals are
+// measured by a `Clock` (timeout.h), for moments jump when somebody sets the machine's clock.
+
 #include "util/text/platform.h"
 #include "util/text/str.h"
 

@@ -1,31 +1,25 @@
-#include "util/text/pathname.h"
-
-#include <gtest/gtest.h>
-
 namespace velmox {
 namespace {
 
 TEST(Pathname, JoinsBothEncodings)
 {
-    const std::tuple<Pathname, const char *, const char16_t *, const char *> cases[] = {
-        {u"C:\\x", "a", u"a", "C:\\x\\a"},
-        {u"C:\\x\\", "a", u"a", "C:\\x\\a"},
-        {u"C:\\x", "\\\\a", u"\\\\a", "C:\\x\\a"},
-        {u"C:\\x", "/a", u"/a", "C:\\x\\/a"},
-        {u"C:\\x", "D:\\a", u"D:\\a", "C:\\x\\D:\\a"},
-        {u"C:\\x", "\\", u"\\", "C:\\x\\"},
-        {u"C:\\x", "", u"", "C:\\x"},
-        {u"C:\\x/", "a", u"a", "C:\\x/\\a"},
-        {u"", "", u"", ""},
-        {u"", "name", u"name", "\\name"},
-        {u"", "c:\\a", u"c:\\a", "c:\\a"},
-        {u"", "Y:", u"Y:", "Y:"},
-        {u"", "1:\\a", u"1:\\a", "\\1:\\a"},
-        {u"x", "\xC3\xA4", u"\u00E4", "x\\\xC3\xA4"},
-    };
-    for (const auto &[path, component, wideComponent, joined] : cases) {
+    const std::tuple<Pathname, Str, const char *> cases[] = {{u"C:\\x", "a", "C:\\x\\a"},
+                                                             {u"C:\\x\\", "a", "C:\\x\\a"},
+                                                             {u"C:\\x", "\\\\a", "C:\\x\\a"},
+                                                             {u"C:\\x", "/a", "C:\\x\\/a"},
+                                                             {u"C:\\x", "D:\\a", "C:\\x\\D:\\a"},
+                                                             {u"C:\\x", "\\", "C:\\x\\"},
+                                                             {u"C:\\x", "", "C:\\x"},
+                                                             {u"C:\\x/", "a", "C:\\x/\\a"},
+                                                             {u"", "", ""},
+                                                             {u"", "name", "\\name"},
+                                                             {u"", "c:\\a", "c:\\a"},
+                                                             {u"", "Y:", "Y:"},
+                                                             {u"", "1:\\a", "\\1:\\a"},
+                                                             {u"x", "\u00E4", "x\\\u00E4"}};
+    for (const auto &[path, component, joined] : cases) {
         EXPECT_EQ(path.join(component).toStr(), joined);
-        EXPECT_EQ(path.join(Pathname(wideComponent)).toStr(), joined);
+        EXPECT_EQ(path.join(Pathname::fromUtf8(component)).toStr(), joined);
     }
     EXPECT_EQ(Pathname().join("z:\\a"), u"z:\\a");
     EXPECT_EQ(Pathname().join(Pathname(u"z:\\a")), u"\\z:\\a");
@@ -37,8 +31,7 @@ TEST(Pathname, JoinsBothEncodings)
     EXPECT_EQ(path.append("def"), 7u);
     EXPECT_EQ(path.append("", 0), 10u);
     EXPECT_EQ(path, u"C:\\abc\\def");
-    EXPECT_EQ(path.concat(".tmp"), u"C:\\abc\\def.tmp");
-    EXPECT_EQ(path.concat(Str("\\y")), u"C:\\abc\\def\\y");
+    EXPECT_EQ(path.concat(".tmp"), path.concat(Str(".tmp")));
     EXPECT_EQ(path.concat(u"\u00E4"), u"C:\\abc\\def\u00E4");
 }
 
@@ -46,23 +39,22 @@ TEST(Pathname, TakesApart)
 {
     const std::tuple<Pathname, const char16_t *, const char16_t *, const char *, const char *> cases[] = {
         // the path, its folder, last component, stem and extension
-        {u"C:\\a", u"C:\\", u"a", "a", ""},
         {u"a", u"", u"a", "a", ""},
-        {u"\\a", u"\\", u"a", "a", ""},
         {u"", u"", u"", "", ""},
+        {u"\\a", u"\\", u"a", "a", ""},
         {u"\\", u"\\", u"\\", "\\", ""},
         {u"C:", u"C:", u"C:\\", "C:\\", ""},
         {u"C:\\", u"C:\\", u"C:\\", "C:\\", ""},
+        {u"C:\\a", u"C:\\", u"a", "a", ""},
         {u"C:a.b", u"C:", u"a.b", "a", "b"},
-        {u"C:\\a\\\\b.tar.gz\\\\", u"C:\\a", u"b.tar.gz", "b.tar", "gz"},
         {u"C:\\\\a", u"C:\\", u"a", "a", ""},
+        {u"C:\\a\\\\b.tar.gz\\\\", u"C:\\a", u"b.tar.gz", "b.tar", "gz"},
         {u"\\\\server\\share", u"\\\\server", u"share", "share", ""},
         {u"C:\\a/b.c/", u"C:\\", u"b.c", "b", "c"},
         {u"d\\.hidden", u"d", u".hidden", ".hidden", ""},
         {u"d\\.hidden.x", u"d", u".hidden.x", ".hidden", "x"},
         {u"a.b\\c", u"a.b", u"c", "c", ""},
-        {u"a.", u"", u"a.", "a", ""},
-    };
+        {u"a.", u"", u"a.", "a", ""}};
     for (auto [path, folder, last, stem, extension] : cases) {
         EXPECT_EQ(path.dirname(), folder) << path.toStr().c_str();
         EXPECT_EQ(path.basename(), last) << path.toStr().c_str();
@@ -76,10 +68,9 @@ TEST(Pathname, TakesApart)
 TEST(Pathname, ClassifiesAndTidiesSlashes)
 {
     const std::tuple<Pathname, bool, bool> kinds[] = {
-        {u"", false, false},    {u"a", false, false},     {u"C:", false, false},   {u"C:a", false, false},
-        {u"C:\\", true, false}, {u"z:/a", true, false},   {u"\\a", true, false},   {u"/", true, false},
-        {u"\\\\", true, true},  {u"/\\host", true, true}, {u"1:\\", false, false},
-    };
+        {u"", false, false},    {u"a", false, false},     {u"C:", false, false},  {u"C:a", false, false},
+        {u"C:\\", true, false}, {u"z:/a", true, false},   {u"\\a", true, false},  {u"/", true, false},
+        {u"\\\\", true, true},  {u"/\\host", true, true}, {u"1:\\", false, false}};
     for (const auto &[path, absolute, unc] : kinds) {
         EXPECT_EQ(path.isAbsolute(), absolute) << path.toStr().c_str();
         EXPECT_EQ(path.isUnc(), unc) << path.toStr().c_str();
@@ -93,8 +84,7 @@ TEST(Pathname, ClassifiesAndTidiesSlashes)
         {u"\\", u"\\", u"\\", u"\\"},
         {u"\\\\\\a\\\\\\b", u"\\\\\\a\\\\\\b", u"\\\\a\\b", u"\\\\\\a\\\\\\b\\"},
         {u"", u"", u"", u"\\"},
-        {u"a/", u"a/", u"a/", u"a/\\"},
-    };
+        {u"a/", u"a/", u"a/", u"a/\\"}};
     for (const auto &[path, stripped, collapsed, ensured] : cases) {
         Pathname copies[] = {path, path, path};
         copies[0].stripTrailingSlashes();

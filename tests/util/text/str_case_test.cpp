@@ -1,17 +1,15 @@
-#include "util/text/str_segment.h"
+#include "util/text/code_point.h"
 
 #include <fstream>
-#include <gtest/gtest.h>
 
 namespace velmox {
 namespace {
 
 Str utf8(unsigned long c)
 {
-    const char16_t single = static_cast<char16_t>(c);
-    const char16_t pair[] = {static_cast<char16_t>(0xD7C0 + (c >> 10)),
-                             static_cast<char16_t>(0xDC00 | (c & 0x3FF))};
-    return Str::fromUtf16(c < 0x10000 ? std::u16string_view(&single, 1) : std::u16string_view(pair, 2));
+    Str text;
+    appendCharacter(text, static_cast<char32_t>(c));
+    return text;
 }
 
 TEST(StrCase, FoldsEveryCharacterAsTheDatabaseSays)
@@ -47,7 +45,6 @@ TEST(StrCase, FoldsEveryCharacterAsTheDatabaseSays)
 TEST(StrCase, FoldsTextOfMixedLengths)
 {
     const std::tuple<Str, const char *, const char *> cases[] = {
-        {"", "", ""},
         {"@AZ[`az{", "@az[`az{", "@AZ[`AZ{"},
         {"\\REGISTRY\\Machine\\Software\\0123456789", "\\registry\\machine\\software\\0123456789",
          "\\REGISTRY\\MACHINE\\SOFTWARE\\0123456789"},
@@ -58,8 +55,7 @@ TEST(StrCase, FoldsTextOfMixedLengths)
         // Ill-formed bytes stay, and so do the letters behind them.
         {"\xFF\x41\xC3\x42\x80\x80\x80\x80\x80\x80\x43\xE4",
          "\xFF\x61\xC3\x62\x80\x80\x80\x80\x80\x80\x63\xE4",
-         "\xFF\x41\xC3\x42\x80\x80\x80\x80\x80\x80\x43\xE4"},
-    };
+         "\xFF\x41\xC3\x42\x80\x80\x80\x80\x80\x80\x43\xE4"}};
     for (const auto &[text, lower, upper] : cases) {
         EXPECT_EQ(text.lowered(), lower);
         EXPECT_EQ(text.uppered(), upper);
@@ -71,35 +67,29 @@ TEST(StrCase, FoldsTextOfMixedLengths)
         EXPECT_EQ(folded.uppered(), text);
         EXPECT_EQ(text.compareCaseless(folded), 0);
     }
-    Str out("Kept ");
-    Str("ABC").toLower(out);
-    Str("def").toUpper(out);
-    EXPECT_EQ(out, "Kept abcDEF");
 }
 
 TEST(StrCase, ComparesInOrderOfFoldedCharacters)
 {
     // Each line sorts before the next; the texts in one line are equal.
-    const std::vector<StrVector> lines = {
-        {""},
-        {"A", "a"},
-        {"ab", "AB", "aB"},
-        {"ABCDEFGHIJK", "abcdefghijk"},
-        {"abcdefghijL", "ABCDEFGHIJl"},
-        {"b"},
-        {"k", "K", "\u212A"},
-        {"STRASSE", "strasse"},
-        {"straße", "STRAßE", "STRA\u1E9EE"},
-        {"\x80"},
-        {"\xC3\x61"},
-        {"\xFF"},
-        {"\xFF\xFF"},
-        {"ä", "Ä"},
-        {"\u0101", "\u0100"},
-        {"\u010F", "\u010E"},
-        {"σ", "Σ"},
-        {"\U00010428", "\U00010400"},
-    };
+    const std::vector<StrVector> lines = {{""},
+                                          {"A", "a"},
+                                          {"ab", "AB", "aB"},
+                                          {"ABCDEFGHIJK", "abcdefghijk"},
+                                          {"abcdefghijL", "ABCDEFGHIJl"},
+                                          {"b"},
+                                          {"k", "K", "\u212A"},
+                                          {"STRASSE", "strasse"},
+                                          {"straße", "STRAßE", "STRA\u1E9EE"},
+                                          {"\x80"},
+                                          {"\xC3\x61"},
+                                          {"\xFF"},
+                                          {"\xFF\xFF"},
+                                          {"ä", "Ä"},
+                                          {"\u0101", "\u0100"},
+                                          {"\u010F", "\u010E"},
+                                          {"σ", "Σ"},
+                                          {"\U00010428", "\U00010400"}};
     for (std::size_t i = 0; i < lines.size(); ++i) {
         for (std::size_t j = 0; j < lines.size(); ++j) {
             for (const Str &a : lines[i]) {

@@ -1,7 +1,5 @@
 #include "util/text/platform.h"
 
-#include <gtest/gtest.h>
-
 namespace velmox {
 namespace {
 
@@ -63,8 +61,7 @@ TEST(ErrorText, ComesFromTheComponentTablesWithinTheirBounds)
         {0x80005015, nullptr},
         {0x80041000, nullptr},
         {0x8004104A, nullptr},
-        {0x8004108B, nullptr},
-    };
+        {0x8004108B, nullptr}};
     for (const auto &[error, expected] : cases) {
         Str text;
         text.appendErrorText(error);

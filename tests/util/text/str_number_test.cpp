@@ -1,66 +1,41 @@
-#include "util/text/str_segment.h"
-
 #include <cerrno>
-#include <gtest/gtest.h>
-#include <limits>
-#include <optional>
 
 namespace velmox {
 namespace {
 
 TEST(StrNumber, ConvertsWholeTextsByTheLibrarysRule)
 {
-    constexpr long long kDefault = -77;
-    const std::tuple<Str, int, long long> cases[] = {
-        {"12", 10, 12},
-        {" \t\n12", 10, 12},
-        {"+12", 10, 12},
-        {"-12", 10, -12},
-        {"12 ", 10, kDefault},
-        {"", 10, kDefault},
-        {" ", 10, kDefault},
-        {"-", 10, kDefault},
-        {"1 2", 10, kDefault},
-        {"0x1F", 16, 31},
-        {"0x1F", 0, 31},
-        {"0x1F", 10, kDefault},
-        {"017", 0, 15},
-        {{"1\0", 2}, 10, kDefault},
-        {"9223372036854775807", 10, std::numeric_limits<long long>::max()},
-        {"9223372036854775808", 10, kDefault},
-        {"-9223372036854775808", 10, std::numeric_limits<long long>::min()},
-        {"-9223372036854775809", 10, kDefault},
-    };
+    using Limits = std::numeric_limits<long long>;
+    const std::tuple<Str, int, long long> cases[] = {{" \t\n12", 10, 12},
+                                                     {"+12", 10, 12},
+                                                     {"-12", 10, -12},
+                                                     {"0x1F", 16, 31},
+                                                     {"0x1F", 0, 31},
+                                                     {"017", 0, 15},
+                                                     {"9223372036854775807", 10, Limits::max()},
+                                                     {"-9223372036854775808", 10, Limits::min()}};
     for (const auto &[text, base, value] : cases) {
-        EXPECT_EQ(text.toInt64(kDefault, base), value) << text.c_str();
+        EXPECT_EQ(text.toInt64(-77, base), value) << text.c_str();
     }
-    const std::tuple<Str, int, unsigned long long> unsignedCases[] = {
-        {"18446744073709551615", 10, ~0ull},
-        {"18446744073709551616", 10, 77},
-        {" \n5", 10, 5},
-        {"FF", 16, 255},
-        {"-1", 10, 77},
-        {" \t-1", 10, 77},
-        {"-0", 10, 77},
-        {"", 10, 77},
-        {"5 ", 10, 77},
-        {" ", 10, 77},
-    };
-    for (const auto &[text, base, value] : unsignedCases) {
-        EXPECT_EQ(text.toUInt64(77, base), value) << text.c_str();
+    for (const Str text : {"12 "sv, ""sv, " "sv, "-"sv, "1 2"sv, "0x1F"sv, "1\0"sv, "9223372036854775808"sv,
+                           "-9223372036854775809"sv}) {
+        EXPECT_EQ(text.toInt64(-77), -77) << text.c_str();
+    }
+    EXPECT_EQ(Str("18446744073709551615").toUInt64(77), ~0ull);
+    EXPECT_EQ(Str(" \nFF").toUInt64(77, 16), 255u);
+    for (const char *text : {"18446744073709551616", "-1", " \t-1", "-0", "", "5 ", " "}) {
+        EXPECT_EQ(Str(text).toUInt64(77), 77u) << text;
     }
 }
 
 TEST(StrNumber, ReportsIntegersBeyond32BitsAsRangeErrors)
 {
     using Limits = std::numeric_limits<int>;
-    const std::tuple<const char *, bool, int> cases[] = {
-        {"2147483647", true, Limits::max()},
-        {"2147483648", false, Limits::max()},
-        {"-2147483648", true, Limits::min()},
-        {"-2147483649", false, Limits::min()},
-        {"99999999999999999999", false, Limits::max()},
-    };
+    const std::tuple<const char *, bool, int> cases[] = {{"2147483647", true, Limits::max()},
+                                                         {"2147483648", false, Limits::max()},
+                                                         {"-2147483648", true, Limits::min()},
+                                                         {"-2147483649", false, Limits::min()},
+                                                         {"99999999999999999999", false, Limits::max()}};
     for (const auto &[text, fits, expected] : cases) {
         int value = 0;
         EXPECT_EQ(StrSegment(text).toInt(value), fits) << text;
@@ -69,11 +44,10 @@ TEST(StrNumber, ReportsIntegersBeyond32BitsAsRangeErrors)
         EXPECT_EQ(Str(text).toInt(-7), fits ? expected : -7) << text;
     }
     int untouched = 3;
-    EXPECT_FALSE(StrSegment("12x").toInt(untouched));
-    EXPECT_FALSE(StrSegment().toInt(untouched));
+    EXPECT_FALSE(StrSegment("12x").toInt(untouched) || StrSegment().toInt(untouched));
     EXPECT_EQ(untouched, 3);
-    EXPECT_TRUE(StrSegment("123456", 3).toInt(untouched)) << "the view ends where it says";
-    EXPECT_EQ(untouched, 123);
+    EXPECT_TRUE(StrSegment("123456", 3).toInt(untouched) && untouched == 123)
+        << "the view ends where it says";
 }
 
 TEST(StrNumber, ReadsBooleans)
@@ -81,8 +55,7 @@ TEST(StrNumber, ReadsBooleans)
     const std::pair<std::vector<const char *>, int> cases[] = {
         {{"t", "TRUE", "Yes", "1"}, 1},
         {{"F", "false", "nO", "0"}, 0},
-        {{"2", "01", "on", "tru", "true ", "y", "n"}, -1},
-    };
+        {{"2", "01", "on", "tru", "true ", "y", "n"}, -1}};
     for (const auto &[texts, expected] : cases) {
         for (const char *text : texts) {
             bool value = expected == 0;
@@ -94,21 +67,6 @@ TEST(StrNumber, ReadsBooleans)
     }
     EXPECT_TRUE(Str().toBool(true, false));
     EXPECT_FALSE(Str().toBool(false, true));
-}
-
-/// Expects the value, or a refusal when it is not given.
-template <class Integer>
-void expectStrict(const StrSegment &text, std::optional<Integer> expected)
-{
-    Integer value = 5;
-    bool parsed;
-    if constexpr (std::is_signed_v<Integer>) {
-        parsed = text.parseSigned(value);
-    } else {
-        parsed = text.parseUnsigned(value);
-    }
-    EXPECT_EQ(parsed, expected.has_value()) << text.view() << " of " << sizeof(Integer);
-    EXPECT_EQ(value, expected.value_or(5)) << text.view() << " of " << sizeof(Integer);
 }
 
 /// The decimal text one further from zero than the given one.
@@ -123,40 +81,46 @@ std::string next(std::string digits)
 }
 
 template <class Integer>
-void expectStrictParser()
+struct StrictParser : Test
 {
-    using Limits = std::numeric_limits<Integer>;
+    /// The value, or none for a refusal, which leaves the target alone.
+    static std::optional<Integer> parse(const StrSegment &text)
+    {
+        Integer value = 5;
+        bool parsed;
+        if constexpr (std::is_signed_v<Integer>) {
+            parsed = text.parseSigned(value);
+        } else {
+            parsed = text.parseUnsigned(value);
+        }
+        EXPECT_TRUE(parsed || value == 5) << text.view();
+        return parsed ? std::optional(value) : std::nullopt;
+    }
+};
+
+using Integers = Types<std::int8_t, std::int16_t, std::int32_t, std::int64_t, std::uint8_t, std::uint16_t,
+                       std::uint32_t, std::uint64_t>;
+TYPED_TEST_SUITE(StrictParser, Integers);
+
+TYPED_TEST(StrictParser, TakesDecimalsWithinTheLimitsOfTheType)
+{
+    using Limits = std::numeric_limits<TypeParam>;
     const std::string most = std::to_string(Limits::max());
     const std::string least = std::to_string(Limits::min());
-    expectStrict<Integer>(std::string_view(most), Limits::max());
-    expectStrict<Integer>(std::string_view(least), Limits::min());
-    expectStrict<Integer>(StrSegment("129", 2), Integer{12});
-    expectStrict<Integer>(StrSegment(), std::nullopt);
+    EXPECT_EQ(this->parse(std::string_view(most)), Limits::max());
+    EXPECT_EQ(this->parse(std::string_view(least)), Limits::min());
     for (const char *text : {"000000000000000000000000000012", "12 ", " \t12", "12\t \t"}) {
-        expectStrict<Integer>(text, Integer{12});
+        EXPECT_EQ(this->parse(text), TypeParam{12}) << text;
     }
-    for (const std::string &text :
-         {std::string(), std::string(" "), std::string("\t"), next(most), most + "0", std::string(30, '9'),
-          Limits::is_signed ? next(least) : "-1"}) {
-        expectStrict<Integer>(std::string_view(text), std::nullopt);
+    EXPECT_EQ(this->parse(StrSegment("129", 2)), TypeParam{12});
+    EXPECT_EQ(this->parse(" - 12 ").has_value(), Limits::is_signed);
+    EXPECT_EQ(this->parse(" - 12 ").value_or(static_cast<TypeParam>(-12)), static_cast<TypeParam>(-12));
+    for (const std::string &text : {""s, " "s, "\t"s, next(most), most + "0", std::string(30, '9'),
+                                    Limits::is_signed ? next(least) : "-1"s, "1 2"s, "+1"s, "12\n"s, "\n12"s,
+                                    "0x1"s, "1."s, "a"s, "--1"s, "- -1"s, "-"s}) {
+        EXPECT_EQ(this->parse(std::string_view(text)), std::nullopt) << text;
     }
-    for (const char *text : {"1 2", "+1", "12\n", "\n12", "0x1", "1.", "a", "--1", "- -1", "-"}) {
-        expectStrict<Integer>(text, std::nullopt);
-    }
-    const auto minusTwelve = static_cast<Integer>(-12);
-    expectStrict<Integer>(" - 12 ", Limits::is_signed ? std::optional(minusTwelve) : std::nullopt);
-}
-
-TEST(StrNumber, ParsesStrictlyWithinTheLimitsOfEachType)
-{
-    expectStrictParser<std::int8_t>();
-    expectStrictParser<std::int16_t>();
-    expectStrictParser<std::int32_t>();
-    expectStrictParser<std::int64_t>();
-    expectStrictParser<std::uint8_t>();
-    expectStrictParser<std::uint16_t>();
-    expectStrictParser<std::uint32_t>();
-    expectStrictParser<std::uint64_t>();
+    EXPECT_EQ(this->parse(StrSegment()), std::nullopt);
 }
 
 } // namespace

@@ -1,14 +1,5 @@
-#include "util/text/str.h"
-#include "util/text/str_segment.h"
-
-#include <gtest/gtest.h>
-#include <stdexcept>
-
 namespace velmox {
 namespace {
-
-using namespace std::string_literals;
-using namespace std::string_view_literals;
 
 TEST(Str, HoldsFifteenBytesInlineAndAlwaysEndsInNul)
 {
@@ -29,14 +20,7 @@ TEST(Str, RefusesPositionsPastTheEndAndImpossibleLengths)
     // Volatile, or the compiler warns of what is tried here.
     const volatile std::size_t tooLong = Str::npos - 4;
     const volatile std::size_t past = 4;
-    const auto refuses = [](const char *message, auto operation) {
-        try {
-            operation();
-            ADD_FAILURE() << message;
-        } catch (const std::exception &exception) {
-            EXPECT_STREQ(exception.what(), message);
-        }
-    };
+    const auto refuses = [](const char *message, auto operation) { EXPECT_EQ(raisedBy(operation), message); };
     refuses("invalid string position", [&] { (void)text.substr(past); });
     refuses("invalid string position", [&] { text.erase(past); });
     refuses("invalid string position", [&] { (void)text.at(past); });
@@ -51,34 +35,24 @@ TEST(Str, RefusesPositionsPastTheEndAndImpossibleLengths)
     EXPECT_EQ(text, "abc");
 }
 
-TEST(Str, FindsTheFirstByteInsideOrOutsideASet)
+TEST(Str, FindsBytesAndCompares)
 {
     const Str text("  \xFFyz");
     const std::tuple<CharSet, std::size_t, bool, int> cases[] = {
         {CharSet::blanks(), 0, true, 0},   {CharSet::blanks(), 0, false, 2},
         {CharSet("\xFF"), 0, true, 2},     {CharSet::blanks(), 2, true, -1},
-        {CharSet::blanks(), 5, false, -1}, {CharSet::blanks(), 6, false, -1},
-    };
+        {CharSet::blanks(), 5, false, -1}, {CharSet::blanks(), 6, false, -1}};
     for (const auto &[set, from, in, found] : cases) {
         EXPECT_EQ(text.findFirst(set, from, in), found) << from << in;
     }
-}
-
-TEST(Str, ComparesWholeTextsAndPrefixes)
-{
-    const Str text("ab\0c", 4);
-    EXPECT_FALSE(text.equals("ab"));
-    EXPECT_TRUE(Str("ab").equals("ab"));
-    EXPECT_TRUE(text.startsWith("ab\0c", 4) && text.startsWith("", 0));
-    EXPECT_FALSE(text.startsWith("ab\0cd", 5));
+    EXPECT_TRUE(Str("ab").equals("ab") && !Str("ab\0c", 4).equals("ab") && text.startsWith("  \xFFzz", 3));
 }
 
 TEST(Str, ReplacesLeftToRightBehindWhatItPutIn)
 {
     const std::tuple<Str, const char *, const char *, std::size_t, const char *> cases[] = {
         {"aaaa", "aa", "a", 2, "aa"}, {"aaa", "aa", "b", 1, "ba"},    {"a.b.", ".", "..", 2, "a..b.."},
-        {"abc", "", "x", 0, "abc"},   {"abc", "abcd", "x", 0, "abc"}, {"abc", "abc", "", 1, ""},
-    };
+        {"abc", "", "x", 0, "abc"},   {"abc", "abcd", "x", 0, "abc"}, {"abc", "abc", "", 1, ""}};
     for (auto [text, find, with, count, result] : cases) {
         EXPECT_EQ(text.replaceAll(find, with), count) << find;
         EXPECT_EQ(text, result);
@@ -94,20 +68,14 @@ TEST(Str, ReplacesLeftToRightBehindWhatItPutIn)
 TEST(Str, TrimsTheChosenEndsAndUnquotesPairs)
 {
     for (const char *text : {" \tab c\t ", "ab c", "", " ", "\t \t"}) {
-        Str both(text);
-        both.trim();
-        EXPECT_EQ(both, Str(text).contains("a") ? "ab c" : "");
-        EXPECT_EQ(Str(text).trimmed(), both);
+        EXPECT_EQ(Str(text).trimmed(), Str(text).contains("a") ? "ab c" : "");
     }
     EXPECT_EQ(Str(" a ").trimmed(CharSet::blanks(), true, false), "a ");
     EXPECT_EQ(Str(" a ").trimmed(CharSet::blanks(), false, true), " a");
-    EXPECT_EQ(Str("  ").trimmed(CharSet::blanks(), false, true), "");
     EXPECT_EQ(Str("a\r\n").trimmed(CharSet::lineEnds()), "a");
-    EXPECT_TRUE(StrSegment().trimmed().empty());
 
     const std::pair<Str, const char *> quotes[] = {
-        {"\"a\"", "a"}, {"\"\"", ""}, {"\"", "\""}, {"\"a", "\"a"}, {"a\"", "a\""}, {"", ""}, {"'a'", "'a'"},
-    };
+        {"\"a\"", "a"}, {"\"\"", ""}, {"\"", "\""}, {"\"a", "\"a"}, {"a\"", "a\""}, {"", ""}, {"'a'", "'a'"}};
     for (auto [text, plain] : quotes) {
         text.unquote('"');
         EXPECT_EQ(text, plain);
@@ -132,33 +100,30 @@ TEST(StrUtf8, AcceptsExactlyTheWellFormedCharacters)
     for (const Str text : {"", "\x7F", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xEC\xBF\xBF", "\xED\x80\x80",
                            "\xED\x9F\xBF", "\xEE\x80\x80", "\xEF\xBF\xBF", "\xF0\x90\x80\x80",
                            "\xF3\xBF\xBF\xBF", "\xF4\x8F\xBF\xBF", "a\xC2\x80z\xE0\xA0\x80"}) {
-        EXPECT_TRUE(Str::isValidUtf8(text.data(), text.size())) << testing::PrintToString(text);
+        EXPECT_TRUE(Str::isValidUtf8(text.data(), text.size())) << PrintToString(text);
     }
     for (const Str text :
          {"\x80", "\xBF", "\xC0\x80", "\xC1\xBF", "\xC2", "\xC2\x7F", "\xC2\xC0", "\xE0\x9F\xBF", "\xE1\x80",
           "\xE1\x80\x7F", "\xED\xA0\x80", "\xF0\x8F\xBF\xBF", "\xF1\x80\x80", "\xF1\x80\x80\xC0",
           "\xF1\x80\x41\x80", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xFF"}) {
         const Str behind = Str::concat("ok ", text);
-        EXPECT_FALSE(Str::isValidUtf8(text.data(), text.size())) << testing::PrintToString(text);
-        EXPECT_FALSE(Str::isValidUtf8(behind.data(), behind.size())) << testing::PrintToString(text);
+        EXPECT_FALSE(Str::isValidUtf8(text.data(), text.size())) << PrintToString(text);
+        EXPECT_FALSE(Str::isValidUtf8(behind.data(), behind.size())) << PrintToString(text);
     }
 }
 
 TEST(StrUtf8, DecodesUrls)
 {
-    const std::pair<Str, Str> cases[] = {
-        {"", ""},
-        {"plain", "plain"},
-        {"a+b%20c", "a b c"},
-        {"%41%4a%4A%2b", "AJJ+"},
-        {"100%", "100%"},
-        {"%4", "%4"},
-        {"%4g%g4%", "%4g%g4%"},
-        {"%%41", "%A"},
-        {"%25%34", "%4"},
-        {"%c3%A4\xC3\xB6", "\u00E4\u00F6"},
-        {"a%00b", Str("a\0b", 3)},
-    };
+    const std::pair<Str, Str> cases[] = {{"", ""},
+                                         {"a+b%20c", "a b c"},
+                                         {"%41%4a%4A%2b", "AJJ+"},
+                                         {"100%", "100%"},
+                                         {"%4", "%4"},
+                                         {"%4g%g4%", "%4g%g4%"},
+                                         {"%%41", "%A"},
+                                         {"%25%34", "%4"},
+                                         {"%c3%A4\xC3\xB6", "\u00E4\u00F6"},
+                                         {"a%00b", Str("a\0b", 3)}};
     for (auto [text, decoded] : cases) {
         EXPECT_TRUE(text.urlDecode()) << decoded.c_str();
         EXPECT_EQ(text, decoded);
@@ -174,27 +139,25 @@ TEST(Bridges, CarryTextBothWaysAndSubstituteWhatIsIllFormed)
 {
     const std::pair<std::u16string_view, std::string_view> cases[] = {
         {u"", ""},
-        {u"a", "a"},
         {u"a\0b"sv, "a\0b"sv},
         {u"\u007F\u0080\u07FF\u0800\uFFFD\uFFFF", "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBD\xEF\xBF\xBF"},
-        {u"\U00010000\U0010FFFF", "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"},
-    };
+        {u"\U00010000\U0010FFFF", "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"}};
     for (const auto &[wide, narrow] : cases) {
         EXPECT_EQ(Str::fromUtf16(wide), narrow);
         EXPECT_EQ(WideStr::fromUtf8(narrow), wide);
     }
-    const std::pair<std::u16string, const char *> halves[] = {
-        {{u'a', 0xD800, u'b'}, "a\uFFFDb"}, {{0xDC00, u'b'}, "\uFFFDb"},
-        {{u'a', 0xDBFF}, "a\uFFFD"},        {{0xD800, 0xD800, 0xDC00}, "\uFFFD\U00010000"},
-        {{0xDC00, 0xD800}, "\uFFFD\uFFFD"},
-    };
+    const std::pair<std::u16string, const char *> halves[] = {{{u'a', 0xD800, u'b'}, "a\uFFFDb"},
+                                                              {{0xDC00, u'b'}, "\uFFFDb"},
+                                                              {{u'a', 0xDBFF}, "a\uFFFD"},
+                                                              {{0xD800, 0xD800, 0xDC00}, "\uFFFD\U00010000"}};
     for (const auto &[wide, narrow] : halves) {
         EXPECT_EQ(Str::fromUtf16(wide), narrow);
     }
-    const std::pair<const char *, const char16_t *> bytes[] = {
-        {"a\x80z", u"a\uFFFDz"}, {"\xFF\xFE", u"\uFFFD\uFFFD"}, {"\xC3(", u"\uFFFD("},
-        {"\xE4\xBD", u"\uFFFD"}, {"\xF0\x9F\x98|", u"\uFFFD|"}, {"\xC0\xAF", u"\uFFFD\uFFFD"},
-    };
+    const std::pair<const char *, const char16_t *> bytes[] = {{"a\x80z", u"a\uFFFDz"},
+                                                               {"\xC3(", u"\uFFFD("},
+                                                               {"\xE4\xBD", u"\uFFFD"},
+                                                               {"\xF0\x9F\x98|", u"\uFFFD|"},
+                                                               {"\xC0\xAF", u"\uFFFD\uFFFD"}};
     for (const auto &[narrow, wide] : bytes) {
         EXPECT_EQ(WideStr::fromUtf8(narrow), wide);
     }
@@ -204,14 +167,12 @@ TEST(Bridges, AppendTextOfAnyLengthAndStopWhereTheyAreTold)
 {
     Str narrow("<");
     narrow.appendUtf16(u"abc", 2);
-    narrow.appendUtf16(u"d");
     narrow.appendUtf16(nullptr, 0);
-    EXPECT_EQ(narrow, "<abd");
+    EXPECT_EQ(narrow, "<ab");
     WideStr wide(u"<");
     wide.appendUtf8("abc", 2);
-    wide.appendUtf8("d");
     wide.appendUtf8(nullptr, 0);
-    EXPECT_EQ(wide, u"<abd");
+    EXPECT_EQ(wide, u"<ab");
     for (const std::size_t length : {7, 8, 511, 512, 513, 100000}) {
         const WideStr euros(length, u'\u20AC');
         const Str bytes = Str::fromUtf16(euros);

@@ -1,9 +1,6 @@
 #include "tests/util/time/scoped_zone.h"
 #include "util/time/time_formatter.h"
 
-#include <cstring>
-#include <gtest/gtest.h>
-
 namespace velmox {
 namespace {
 
@@ -38,9 +35,7 @@ StructTm moment(std::int64_t unixSeconds)
 Str formatAt(const char *fmt, const StructTm &tm, std::uint32_t ticks = 0, std::int32_t offset = 0)
 {
     TimeFormatter formatter;
-    if (!formatter.compile(fmt)) {
-        return "does not compile";
-    }
+    EXPECT_TRUE(formatter.compile(fmt)) << fmt;
     Str out;
     formatter.format(out, tm, ticks, FixedZone(offset));
     return out;
@@ -84,8 +79,7 @@ TEST(TimeFormatter, WritesFieldsAndCompositesByFlagsAndWidths)
         {"%T,%l", "12:34:56,012"},
         {"%I %M:%S,%l", "12 34:56,012"},
         {"%S,%_l %S,%3l %-l", "56,12 56, 12 12"},
-        {",%l", ",12"},
-    };
+        {",%l", ",12"}};
     for (const auto &[fmt, expected] : cases) {
         EXPECT_EQ(formatAt(fmt, moment(kSunday), 123'456), expected) << fmt;
     }
@@ -117,8 +111,7 @@ TEST(TimeFormatter, WritesOffsets)
         {"%z %Ez %:z %::z %:::z", -12'600, "-0330 -210 -03:30 -03:30:00 -03:30"},
         {"%z %::z %:::z", 5 * 3600 + 7, "+0500 +05:00:07 +05:00:07"},
         {"%z %-z %_z %8z", 0, "+0000 +0    +0 +0000000"},
-        {"[%z%Ez%:z%:::z]", ZoneSource::kUnknownOffset, "[]"},
-    };
+        {"[%z%Ez%:z%:::z]", ZoneSource::kUnknownOffset, "[]"}};
     for (const auto &[fmt, offset, expected] : cases) {
         EXPECT_EQ(formatAt(fmt, moment(kSunday), 0, offset), expected) << fmt;
     }
@@ -155,7 +148,7 @@ TEST(TimeFormatter, NeverFailsToRun)
           .weekDay = INT32_MIN,
           .yearDay = INT32_MAX,
           .daylight = INT32_MIN};
-    EXPECT_NE(formatAt("%c %G %g %V %U %W %u %j %m %s %I %C", tm, ~0u), "");
+    EXPECT_TRUE(formatAt("%c %G %g %V %U %W %u %j %m %s %I %C", tm, ~0u).startsWith("??? ??? "));
 }
 
 Str formatLocally(const char *fmt, std::int64_t unixSeconds)
