@@ -29,8 +29,8 @@ class BaseConfCache : public IConfCache
 {
 public:
     ConfLock &lock() override { return lock_; }
-    Iterator begin() override;
-    Iterator find(const Str &name) override;
+    IConfCacheIteratorImpl begin() override;
+    IConfCacheIteratorImpl find(const Str &name) override;
     void invalidate() override { dirty_.store(true); }
     void refresh() override;
     void readStanza(const Str &name, PropertiesMap &out) override;
@@ -77,7 +77,6 @@ private:
 
     virtual Timeval now() const { return Timeval::now(); }
     bool isPollDue();
-    void scheduleNextPoll(const Timeval &time);
     /// Looks for changes in the layers when it is time to, and marks the view stale when there are.
     void poll();
 

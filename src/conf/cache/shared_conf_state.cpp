@@ -20,7 +20,7 @@ ConfSearch searchOf(const Str &typeName)
 void prune(ConfPathTrie &tree, const LayerSources &sources)
 {
     const ConfSettings &settings = sources.mappers.settings();
-    tree.pruneDepth(ConfPathTrie::kKeyLevel);
+    tree.pruneDepth(kKeyLevel);
     DanglingMetadataPruner danglingMetadata;
     tree.walk(danglingMetadata);
     DanglingDataPruner danglingData(settings.isSharedStorageMode(), sources.isKnownApp,

@@ -1,13 +1,12 @@
 #include "conf/mapper/conf_path_mapper.h"
 
-#include "conf/file/conf_read_counters.h"
+#include "conf/file/conf_line_reader.h"
 #include "conf/mapper/conf_file_io.h"
 #include "conf/root/conf_settings.h"
 #include "conf/root/path_forms.h"
 #include "conf/tree/conf_path_pruners.h"
 #include "conf/tree/stanza_expansion.h"
 #include "searchthing/filesystem_change_watcher.h"
-#include "util/files/directory_listing.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"
 

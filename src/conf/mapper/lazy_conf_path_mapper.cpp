@@ -76,7 +76,7 @@ bool LazyConfPathMapper::search(const ConfSearch &search, ConfPathTrie &out)
     if (!belongs(path)) {
         return false;
     }
-    if (search.maxLevel() >= ConfPathTrie::kTypeLevel) {
+    if (search.maxLevel() >= kTypeLevel) {
         loadFor(path);
         copyFitting(path, search, out);
         DoNothingPruner all;

@@ -1,8 +1,8 @@
 #include "conf/mapper/meta_file.h"
 
 #include "conf/file/conf_line_reader.h"
-#include "conf/file/ini_stanza.h"
-#include "util/text/joined.h"
+#include "conf/file/ini_file.h"
+#include "util/text/str.h"
 #include "util/text/str_segment.h"
 
 namespace velmox {

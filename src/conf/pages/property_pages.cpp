@@ -1,16 +1,14 @@
 #include "conf/pages/property_pages.h"
 
-#include "conf/cache/legacy_conf_cache.h"
-#include "conf/cache/user_conf_cache.h"
-#include "conf/ground/conf_path_exceptions.h"
-#include "conf/ground/property_pages_exceptions.h"
+#include "conf/cache/conf_caches.h"
+#include "conf/ground/conf_exceptions.h"
 #include "conf/root/conf_settings.h"
 #include "conf/root/sentinel_scope.h"
 #include "conf/store/application_manager.h"
 #include "conf/store/conf_path.h"
 #include "conf/store/conf_path_mapper_manager.h"
-#include "conf/tree/conf_path_traversal.h"
-#include "conf/tree/conf_user_context.h"
+#include "conf/tree/conf_path_base.h"
+#include "conf/tree/conf_rights.h"
 #include "util/log/logger.h"
 
 #include <mutex>
@@ -210,15 +208,15 @@ void PropertyPages::enumerateStanzas(StringFilter &filter, Stanzas &out, Disable
 {
     const std::lock_guard guard(cache_->lock());
     cache_->refresh();
-    const IConfCache::Iterator inherited = cache_->find(kDefaultStanza);
-    for (const IConfCache::Iterator at = cache_->begin(); !at->atEnd(); at->step()) {
+    const IConfCacheIteratorImpl inherited = cache_->find(kDefaultStanza);
+    for (IConfCacheIteratorImpl at = cache_->begin(); !at.atEnd(); at.step()) {
         ++filter.checks;
-        if (!filter.matches(at->name())) {
+        if (!filter.matches(at.name())) {
             continue;
         }
         ++filter.hits;
-        const auto stanza = out.try_emplace(at->name()).first;
-        copyStanza(*at, *inherited, stanza->second);
+        const auto stanza = out.try_emplace(at.name()).first;
+        copyStanza(at, inherited, stanza->second);
         if (!isWanted(stanza->second, mode)) {
             out.erase(stanza);
         }

@@ -35,7 +35,7 @@ public:
     virtual ~PropertyPages() = default;
 
     static PropertyPages *get(const Str &typeName);
-    /// Throws the exceptions of property_pages_exceptions.h.
+    /// Throws the exceptions of conf/ground/conf_exceptions.h.
     static PropertyPages *get(const Str &typeName, const ConfContext &context);
 
     /// Adds each stanza whose name passes the filter, as all layers together make it: with what it inherits
@@ -127,7 +127,7 @@ public:
     explicit PropertyPagesRegistry(const ConfSources &sources) : sources_(sources) {}
 
     /// The object of a type, a context in this root and an acting user, made at the first request. Throws the
-    /// exceptions of property_pages_exceptions.h.
+    /// exceptions of conf/ground/conf_exceptions.h.
     PropertyPages *get(const Str &typeName, const ConfContext &context, const Str &actingUser);
 
     /// Mark views stale: all, those of one type, those of one acting user, or one alone.

@@ -1,6 +1,6 @@
 #include "conf/root/bundles_setup.h"
 
-#include "conf/ground/conf_path_exceptions.h"
+#include "conf/ground/conf_exceptions.h"
 #include "conf/root/path_forms.h"
 #include "util/process/loader_info.h"
 #include "util/system/environment.h"

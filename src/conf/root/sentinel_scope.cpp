@@ -1,11 +1,11 @@
 #include "conf/root/sentinel_scope.h"
 
-#include "conf/ground/conf_path_exceptions.h"
+#include "conf/ground/conf_exceptions.h"
 #include "conf/ground/thread_list.h"
 #include "conf/root/conf_settings.h"
 #include "searchthing/lock.h"
 #include "searchthing/osfile.h"
-#include "util/files/open_file.h"
+#include "util/files/file_star.h"
 #include "util/log/logger.h"
 #include "util/system/windows_api.h"
 #include "util/time/timeval.h"

@@ -1,10 +1,10 @@
 #include "conf/store/conf_path.h"
 
-#include "conf/ground/conf_path_exceptions.h"
+#include "conf/ground/conf_exceptions.h"
 #include "conf/root/conf_settings.h"
 #include "conf/root/sentinel_scope.h"
 #include "conf/store/conf_path_mapper_manager.h"
-#include "conf/tree/conf_path_traversal.h"
+#include "conf/tree/conf_path_base.h"
 #include "util/log/logger.h"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 
 #include "conf/root/bundles_setup.h"
 #include "conf/tree/conf_path_trie.h"
-#include "conf/tree/conf_path_with_acl.h"
+#include "conf/tree/conf_rights.h"
 
 namespace velmox {
 

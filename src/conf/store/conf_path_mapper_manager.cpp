@@ -1,12 +1,11 @@
 #include "conf/store/conf_path_mapper_manager.h"
 
-#include "conf/ground/conf_path_exceptions.h"
+#include "conf/ground/conf_exceptions.h"
 #include "conf/mapper/conf_path_mapper_factory.h"
 #include "conf/root/conf_settings.h"
 #include "conf/root/path_forms.h"
 #include "conf/root/path_owner.h"
 #include "conf/tree/conf_path_base.h"
-#include "util/files/directory_listing.h"
 #include "util/files/file_system.h"
 
 #include <algorithm>

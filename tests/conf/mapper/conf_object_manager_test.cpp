@@ -1,5 +1,5 @@
+#include "conf/ground/conf_exceptions.h"
 #include "conf/ground/conf_lock.h"
-#include "conf/ground/conf_path_exceptions.h"
 #include "conf/mapper/conf_object_manager.h"
 #include "tests/conf/conf_root.h"
 
@@ -58,7 +58,7 @@ TEST_F(ConfObjectManagerTest, CompletesLocalMetadataByThatOfTheDefaultLayer)
     ConfSearch search;
     search.constrain(ConfSearch::User, "Nobody");
     search.constrain(ConfSearch::Type, "inputs");
-    search.setMaxLevel(ConfPathTrie::kAppLevel);
+    search.setMaxLevel(kAppLevel);
     ConfPathTrie found;
     EXPECT_FALSE(mapper().search(search, found));
     EXPECT_TRUE(found.empty());

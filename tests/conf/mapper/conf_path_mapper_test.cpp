@@ -1,4 +1,4 @@
-#include "conf/file/conf_read_counters.h"
+#include "conf/file/conf_line_reader.h"
 #include "tests/conf/mapper/mapper_test.h"
 #include "util/log/logger.h"
 

@@ -1,4 +1,4 @@
-#include "conf/ground/conf_path_exceptions.h"
+#include "conf/ground/conf_exceptions.h"
 #include "conf/root/username_mapper.h"
 #include "tests/conf/conf_root.h"
 #include "util/system/environment.h"

@@ -1,6 +1,5 @@
-#include "conf/cache/user_conf_cache.h"
-#include "conf/ground/conf_path_exceptions.h"
-#include "conf/ground/property_pages_exceptions.h"
+#include "conf/cache/conf_caches.h"
+#include "conf/ground/conf_exceptions.h"
 #include "tests/conf/conf_root.h"
 
 namespace velmox {
@@ -201,7 +200,7 @@ TEST(PropertyPagesRead, AProgramWithUsersActsWithTheirRights)
     EXPECT_EQ(names(root.stanzas("t", "a", "ann")), "open ");
     UserConfCache cache("t", {root.setup(), "ann", "a"}, root.shared().sources(), "ann");
     ConfPathTrie deletable;
-    cache.collectDeletable(ConfPathTrie::kStanzaLevel, deletable);
+    cache.collectDeletable(kStanzaLevel, deletable);
     Str text;
     deletable.find(root.at("/nobody/a/t"))->dump(&text);
     EXPECT_TRUE(text.startsWith("open = ") && !text.contains("shut") && !text.contains("\n "))

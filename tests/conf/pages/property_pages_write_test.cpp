@@ -1,6 +1,5 @@
+#include "conf/ground/conf_exceptions.h"
 #include "conf/ground/conf_lock.h"
-#include "conf/ground/conf_path_exceptions.h"
-#include "conf/ground/property_pages_exceptions.h"
 #include "conf/store/application_manager.h"
 #include "tests/conf/conf_root.h"
 #include "tests/support/function_thread.h"

@@ -1,4 +1,4 @@
-#include "conf/ground/conf_path_exceptions.h"
+#include "conf/ground/conf_exceptions.h"
 #include "conf/root/path_owner.h"
 #include "conf/root/username_mapper.h"
 #include "conf/store/conf_path_mapper_manager.h"

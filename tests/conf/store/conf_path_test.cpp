@@ -1,4 +1,4 @@
-#include "conf/ground/conf_path_exceptions.h"
+#include "conf/ground/conf_exceptions.h"
 #include "conf/tree/stanza_expansion.h"
 #include "tests/conf/conf_root.h"
 #include "util/system/environment.h"

@@ -1,5 +1,5 @@
+#include "conf/ground/conf_exceptions.h"
 #include "conf/ground/conf_lock.h"
-#include "conf/ground/conf_path_exceptions.h"
 #include "conf/root/conf_settings.h"
 #include "conf/store/conf_path_mapper_manager.h"
 #include "tests/conf/conf_root.h"

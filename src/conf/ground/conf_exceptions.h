@@ -1,12 +1,71 @@
 #pragma once
 
+// What the store throws. All texts are for the log; callers tell failures apart by their classes.
+
 #include "util/text/base_exception.h"
 
 namespace velmox {
 
-class PropertyPagesException : public BaseException
+struct ConfPathException : BaseException
 {
-public:
+    using BaseException::BaseException;
+};
+
+/// Nothing stands at the path.
+struct ConfPathDoesNotExistException : ConfPathException
+{
+    using ConfPathException::ConfPathException;
+};
+
+struct ConfPathHasNoDataException : ConfPathException
+{
+    using ConfPathException::ConfPathException;
+};
+
+struct ConfPathHasNoMetadataException : ConfPathException
+{
+    using ConfPathException::ConfPathException;
+};
+
+struct ConfPathPermissionDeniedException : ConfPathException
+{
+    using ConfPathException::ConfPathException;
+};
+
+/// A part that becomes a file's or a directory's name would lead out of its directory.
+struct ConfPathDirectoryTraversalException : ConfPathException
+{
+    using ConfPathException::ConfPathException;
+};
+
+struct ConfPathWriteException : ConfPathException
+{
+    using ConfPathException::ConfPathException;
+};
+
+struct ConfPathWriteDataException : ConfPathWriteException
+{
+    using ConfPathWriteException::ConfPathWriteException;
+};
+
+struct ConfPathWriteMetadataException : ConfPathWriteException
+{
+    using ConfPathWriteException::ConfPathWriteException;
+};
+
+struct ConfPathFlushException : ConfPathWriteException
+{
+    using ConfPathWriteException::ConfPathWriteException;
+};
+
+/// No write rule has a place for the path.
+struct ConfPathHasNoWriter : ConfPathWriteException
+{
+    using ConfPathWriteException::ConfPathWriteException;
+};
+
+struct PropertyPagesException : BaseException
+{
     using BaseException::BaseException;
 };
 
@@ -66,9 +125,8 @@ public:
 };
 
 /// The level that the stanza would go to has the name already.
-class PropertyPagesSharingCollisionException : public PropertyPagesSharingException
+struct PropertyPagesSharingCollisionException : PropertyPagesSharingException
 {
-public:
     using PropertyPagesSharingException::PropertyPagesSharingException;
 };
 

@@ -1,10 +1,10 @@
-#include "conf/cache/user_conf_cache.h"
+#include "conf/cache/conf_caches.h"
 
 #include "conf/cache/base_conf_cache_builder.h"
 #include "conf/cache/shared_conf_state.h"
 #include "conf/store/application_manager.h"
-#include "conf/tree/context_pruners.h"
-#include "conf/tree/permission_pruner.h"
+#include "conf/tree/conf_path_based_pruner.h"
+#include "conf/tree/conf_path_pruners.h"
 
 namespace velmox {
 
@@ -26,24 +26,60 @@ void copyUser(const Str &user, const ConfPathTrie &from, ConfPathTrie &out)
     }
 }
 
-} // namespace
-
-UserContextStore::UserContextStore(const Str &user)
-    : user_(user), context_(std::make_shared<const ConfUserContext>(ConfUserContextFactory::rightsOf(user)))
+std::shared_ptr<const ConfUserContext> currentRights(const Str &user)
 {
+    return std::make_shared<const ConfUserContext>(ConfUserContextFactory::rightsOf(user));
 }
 
-bool UserContextStore::update()
+} // namespace
+
+void LegacyConfCache::rebuild()
 {
-    auto fresh = std::make_shared<const ConfUserContext>(ConfUserContextFactory::rightsOf(user_));
-    const auto last = context_.exchange(fresh);
-    return !(*last == *fresh);
+    stanzas().clear();
+    build(searchOfType(), stanzas());
+}
+
+void LegacyConfCache::buildStanza(const Str &name, Stanzas &out)
+{
+    ConfSearch search = searchOfType();
+    search.setStanza(name);
+    build(search, out);
+}
+
+ConfSearch LegacyConfCache::searchOfType() const
+{
+    ConfSearch search;
+    search.constrain(ConfSearch::User, kSharedUser);
+    search.constrain(ConfSearch::Type, typeName());
+    return search;
+}
+
+void LegacyConfCache::build(const ConfSearch &search, Stanzas &out)
+{
+    for (IConfPathMapper *const mapper : mappers()) {
+        ConfPathTrie layer;
+        if (mapper->search(search, layer)) {
+            addLayer(layer, out);
+        }
+    }
+}
+
+void LegacyConfCache::addLayer(ConfPathTrie &layer, Stanzas &out)
+{
+    layer.pruneDepth(kKeyLevel);
+    DisabledApplicationPruner disabled(
+        [this](const Str &app) { return sources().applications.isUsable(app); });
+    layer.walk(disabled);
+    DanglingMetadataPruner dangling;
+    layer.walk(dangling);
+    BaseConfCacheBuilder builder(*this, out, false);
+    layer.walk(builder);
 }
 
 UserConfCache::UserConfCache(const Str &typeName, const ConfContext &context, const ConfSources &sources,
                              const Str &actingUser)
     : BaseConfCache(typeName, context, sources), actingUser_(actingUser),
-      shared_(sources.states.of(typeName)), rights_(actingUser)
+      shared_(sources.states.of(typeName)), rights_(currentRights(actingUser))
 {
 }
 
@@ -54,9 +90,17 @@ void UserConfCache::invalidate()
     BaseConfCache::invalidate();
 }
 
+bool UserConfCache::haveRightsChanged()
+{
+    const auto now = currentRights(actingUser_);
+    const auto last = rights_.exchange(now);
+    return !(*last == *now);
+}
+
 void UserConfCache::rebuild()
 {
     stanzas().clear();
+    // The lock of the layers is held for the copy alone: nobody waits while this reader's copy is pruned.
     ConfPathTrie visible;
     shared_.withTree([&](const ConfPathTrie &layers) { copyVisible(layers, visible); });
     build(visible, stanzas());

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "conf/cache/base_conf_cache.h"
-#include "conf/tree/conf_user_context.h"
+#include "conf/tree/conf_rights.h"
 
 #include <atomic>
 #include <memory>
@@ -10,18 +10,23 @@ namespace velmox {
 
 class SharedConfState;
 
-/// The rights of a user as they were when they were last asked for. Any thread.
-class UserContextStore
+/// The view of a reader with neither user nor app: of the layers in their order, the first to set a key wins.
+class LegacyConfCache : public BaseConfCache
 {
 public:
-    explicit UserContextStore(const Str &user);
+    LegacyConfCache(const Str &typeName, const ConfContext &context, const ConfSources &sources)
+        : BaseConfCache(typeName, context, sources)
+    {
+    }
 
-    /// Asks anew; true when the answer differs from the last.
-    bool update();
+    void collectDeletable(unsigned, ConfPathTrie &) override {}
+    void rebuild() override;
 
 private:
-    const Str user_;
-    std::atomic<std::shared_ptr<const ConfUserContext>> context_;
+    void buildStanza(const Str &name, Stanzas &out) override;
+    ConfSearch searchOfType() const;
+    void build(const ConfSearch &search, Stanzas &out);
+    void addLayer(ConfPathTrie &layer, Stanzas &out);
 };
 
 /// The view of a reader with an app, and perhaps a user: the value of the highest precedence wins.
@@ -37,7 +42,7 @@ public:
     void rebuild() override;
 
     /// Whether the acting user's rights are not those of the last call.
-    bool haveRightsChanged() { return rights_.update(); }
+    bool haveRightsChanged();
 
 private:
     void buildStanza(const Str &name, Stanzas &out) override;
@@ -48,7 +53,8 @@ private:
 
     const Str actingUser_;
     SharedConfState &shared_;
-    UserContextStore rights_;
+    /// The acting user as he was when the rights were last asked for.
+    std::atomic<std::shared_ptr<const ConfUserContext>> rights_;
 };
 
 } // namespace velmox
