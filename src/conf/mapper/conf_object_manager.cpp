@@ -66,7 +66,7 @@ bool stamp(const Pathname &path, const Timeval &modtime)
     const FileHandle file(CreateFileW(asWide(path), FILE_WRITE_ATTRIBUTES,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                       OPEN_EXISTING, 0, nullptr));
-    const FILETIME time = fileTimeOf(modtime);
+    const FILETIME time = fileTimeOf<FILETIME>(modtime);
     return file.isValid() && SetFileTime(file.get(), nullptr, nullptr, &time);
 }
 
