@@ -1,5 +1,5 @@
 #include "fuzz/fuzz_target.h"
-#include "pipeline/input/diagnostics/modular_inputs_exception.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/modinputs/input_document.h"
 #include "pipeline/input/xml/config_xml_streaming_parser.h"
 #include "util/text/wide_str.h"

@@ -10,7 +10,7 @@
 #include "tests/support/scoped_folder.h"
 #include "util/files/file_system.h"
 #include "util/process/job_process.h"
-#include "util/thread/event.h"
+#include "util/thread/locks.h"
 
 namespace velmox::e2e {
 

@@ -1,8 +1,10 @@
 #include "searchthing/lock.h"
 #include "searchthing/osfile.h"
+#include "tests/support/captured_log.h"
 #include "tests/support/child_test.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/scoped_folder.h"
+#include "util/files/file_permissions.h"
 #include "util/files/file_system.h"
 #include "util/system/windows_api.h"
 
@@ -125,6 +127,22 @@ TEST_F(Lock, IsHeldByNobodyWithoutAHostName)
 {
     EXPECT_TRUE(ChildTest("LockChild.DISABLED_KnowsNoHost", u"gethostname").succeeds());
     EXPECT_TRUE(ChildTest("LockChild.DISABLED_KnowsNoHost", u"WSAStartup").succeeds());
+}
+
+TEST(Osfile, InsistsOnPermissions)
+{
+    EXPECT_TRUE(requireFileSecurity(FilePermissions::Private).isValid());
+    const testing::CapturedLog log;
+    const FailingCall refused("HeapCreate", 0, ERROR_NOT_ENOUGH_MEMORY);
+    const Str reason =
+        Str::fromErrorFormat(ERROR_NOT_ENOUGH_MEMORY, "Error building the permissions of a new file: %m");
+    try {
+        requireFileSecurity(FilePermissions::Private);
+        ADD_FAILURE();
+    } catch (const FilePermissionsException &exception) {
+        EXPECT_EQ(exception.message(), reason);
+    }
+    EXPECT_EQ(log.text(), Str::fromFormat("ERROR FilePermissions: %s\n", reason.c_str()));
 }
 
 TEST_F(Lock, TriesOutAFolder)

@@ -1,8 +1,7 @@
 #pragma once
 
-#include "util/log/log_file.h"
-#include "util/log/log_loader.h"
-#include "util/log/log_system.h"
+#include "util/log/log_config.h"
+#include "util/log/logger.h"
 
 #include <map>
 #include <memory>
@@ -21,7 +20,7 @@ public:
             "appender.F.fileName=log",
             "appender.F.layout.ConversionPattern=%p %c: %m%n",
         };
-        LogSystem::instance().reset(this);
+        Logger::reset(this);
         const std::map<Str, Str> variables;
         LogConfigLoader loader(LogSystem::instance(), variables);
         const char *const *next = std::begin(kConfiguration);
@@ -30,13 +29,13 @@ public:
             return !line.isNull();
         });
         loader.applyCategories();
-        LogSystem::instance().bindAll();
+        Logger::bindAll();
         loader.finishAppenders(true);
     }
     ~CapturedLog() override
     {
-        LogSystem::instance().reset(nullptr);
-        LogSystem::instance().bindAll();
+        Logger::reset(nullptr);
+        Logger::bindAll();
     }
     CapturedLog(const CapturedLog &) = delete;
     CapturedLog &operator=(const CapturedLog &) = delete;

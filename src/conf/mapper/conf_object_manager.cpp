@@ -2,7 +2,6 @@
 
 #include "conf/file/ini_file.h"
 #include "conf/mapper/meta_file.h"
-#include "searchthing/file_status.h"
 #include "searchthing/osfile.h"
 #include "util/files/file_system.h"
 #include "util/system/owned_handle.h"

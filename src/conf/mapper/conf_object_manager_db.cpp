@@ -5,7 +5,7 @@
 #include "conf/mapper/meta_file.h"
 #include "conf/root/conf_settings.h"
 #include "conf/root/path_forms.h"
-#include "searchthing/watched_file_state.h"
+#include "searchthing/filesystem_change_watcher.h"
 #include "util/files/file_system.h"
 
 #include <mutex>

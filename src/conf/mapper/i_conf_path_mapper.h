@@ -3,7 +3,7 @@
 #include "conf/root/bundles_setup.h"
 #include "conf/tree/conf_path_trie.h"
 #include "conf/tree/conf_search.h"
-#include "searchthing/file_status.h"
+#include "searchthing/osfile.h"
 #include "util/log/logger.h"
 
 #include <cstdint>

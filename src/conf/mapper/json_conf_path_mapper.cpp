@@ -4,7 +4,7 @@
 #include "conf/root/conf_settings.h"
 #include "conf/root/path_forms.h"
 #include "conf/tree/conf_path_base.h"
-#include "searchthing/watched_file_state.h"
+#include "searchthing/filesystem_change_watcher.h"
 #include "util/files/directory_listing.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"

@@ -3,7 +3,7 @@
 #include "conf/file/ini_file.h"
 #include "conf/ground/conf_lock.h"
 #include "conf/root/bundles_setup.h"
-#include "util/log/log_level.h"
+#include "util/log/log_message.h"
 
 namespace velmox {
 

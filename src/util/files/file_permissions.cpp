@@ -1,16 +1,11 @@
 #include "util/files/file_permissions.h"
 
-#include "util/log/logger.h"
-#include "util/thread/critical_section.h"
-
 #include <mutex>
 #include <span>
 
 namespace velmox {
 
 namespace {
-
-Logger logger("FilePermissions");
 
 constexpr DWORD kFullAccess = 0x1F01FF;
 constexpr DWORD kReadAccess = 0x120089;
@@ -56,7 +51,7 @@ public:
     }
 
 private:
-    CriticalSection lock_;
+    std::mutex lock_;
     bool found_ = false;
     Identities identities_;
 };
@@ -136,17 +131,6 @@ FileSecurity::FileSecurity(FilePermissions permissions) : heap_(HeapCreate(0, 0,
     if (heap_.isValid()) {
         attributes_.lpSecurityDescriptor = buildDescriptor(heap_.get(), permissions);
     }
-}
-
-FileSecurity FileSecurity::require(FilePermissions permissions)
-{
-    FileSecurity security(permissions);
-    if (!security.isValid()) {
-        const Str message = Str::fromLastErrorFormat("Error building the permissions of a new file: %m");
-        logger.error("%s", message.c_str());
-        throw FilePermissionsException(message);
-    }
-    return security;
 }
 
 } // namespace velmox

@@ -14,7 +14,7 @@ enum class FilePermissions
     OwnerReadOnly = 2, ///< the owner reads
 };
 
-/// Raised when a creation that insists on its permissions cannot have them.
+/// Raised when a creation that insists on its permissions cannot have them: see `requireFileSecurity`.
 class FilePermissionsException : public BaseException
 {
 public:
@@ -27,9 +27,6 @@ class FileSecurity
 public:
     /// Check `isValid`: the last error holds the reason when there are none.
     explicit FileSecurity(FilePermissions permissions);
-
-    /// Logs and throws FilePermissionsException instead.
-    static FileSecurity require(FilePermissions permissions);
 
     bool isValid() const { return attributes_.lpSecurityDescriptor != nullptr; }
     SECURITY_ATTRIBUTES *get() { return &attributes_; }

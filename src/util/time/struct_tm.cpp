@@ -1,6 +1,5 @@
 #include "util/time/struct_tm.h"
 
-#include "util/log/logger.h"
 #include "util/text/platform.h"
 #include "util/time/calendar.h"
 #include "util/time/zone_source.h"
@@ -11,7 +10,18 @@ namespace velmox {
 
 namespace {
 
-Logger logger("Timeval");
+TimeFailureLog failureLog = nullptr;
+
+void warn(const char *fmt, ...) VELMOX_PRINTF(1, 2);
+void warn(const char *fmt, ...)
+{
+    if (failureLog != nullptr) {
+        std::va_list args;
+        va_start(args, fmt);
+        failureLog(fmt, args);
+        va_end(args);
+    }
+}
 
 constexpr std::int32_t kYearOfUnixEpoch = 70;
 
@@ -28,7 +38,7 @@ constexpr StructTm kEarliest = {.dayOfMonth = 1, .weekDay = 1, .daylight = -1};
 
 void logFailedBreakDown(const char *operation, std::int64_t unixSeconds)
 {
-    logger.warn("%s(%lld) failed!", operation, static_cast<long long>(unixSeconds));
+    warn("%s(%lld) failed!", operation, static_cast<long long>(unixSeconds));
 }
 
 /// Yields the out-of-range fields, and the ticks of the second that go with them.
@@ -50,8 +60,8 @@ Timeval stampOf(const char *operation, const StructTm &tm, std::optional<std::in
     const auto shown = [](std::int32_t field, int base) {
         return static_cast<int>(static_cast<std::int64_t>(field) + base);
     };
-    logger.warn("%s(%d-%d-%d %d:%02d:%02d) failed!", operation, shown(tm.year, 1900), shown(tm.month, 1),
-                tm.dayOfMonth, tm.hours, tm.minutes, tm.seconds);
+    warn("%s(%d-%d-%d %d:%02d:%02d) failed!", operation, shown(tm.year, 1900), shown(tm.month, 1),
+         tm.dayOfMonth, tm.hours, tm.minutes, tm.seconds);
     return Timeval(tm.year >= kYearOfUnixEpoch ? Timeval::kMax : Timeval::kMin);
 }
 
@@ -84,6 +94,11 @@ bool breakDown(const ZoneSource &zone, std::int64_t unixSeconds, StructTm &out)
 }
 
 } // namespace
+
+void setTimeFailureLog(TimeFailureLog log)
+{
+    failureLog = log;
+}
 
 std::int64_t StructTm::asUtcSeconds() const
 {

@@ -2,11 +2,18 @@
 
 #include "util/time/timeval.h"
 
+#include <cstdarg>
 #include <cstdint>
 
 namespace velmox {
 
 class ZoneSource;
+
+/// Takes the warning about a moment that cannot be broken down or put together, as a format and its
+/// arguments. The log, which stands above, sets its own before `main`; without one the result alone tells of
+/// the failure.
+using TimeFailureLog = void (*)(const char *fmt, std::va_list args);
+void setTimeFailureLog(TimeFailureLog log);
 
 /// A moment broken down into calendar fields. Which zone it is meant in, the derived types say.
 ///

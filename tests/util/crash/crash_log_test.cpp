@@ -8,7 +8,7 @@
 #include "util/system/environment.h"
 #include "util/system/library_routine.h"
 #include "util/text/str_segment.h"
-#include "util/thread/thread_exception.h"
+#include "util/thread/thread_primitives.h"
 
 #include <dbghelp.h>
 #include <gmock/gmock.h>

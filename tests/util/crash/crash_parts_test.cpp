@@ -1,7 +1,7 @@
 #include "tests/support/main_thread.h"
 #include "util/crash/crash_notes.h"
-#include "util/crash/crash_sink.h"
 #include "util/crash/hex_dump.h"
+#include "util/thread/crash_sink.h"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -55,7 +55,7 @@ using Note = ScopedPerThreadCrashLogStringNotation;
 Str writtenNotes()
 {
     TextSink sink;
-    Thread::currentOrMain()->crashNotes().write(sink);
+    writeCrashNotes(sink, *Thread::currentOrMain());
     return sink.text.substr(sink.text.find("\r\n"));
 }
 

@@ -1,4 +1,4 @@
-#include "util/log/log_loader.h"
+#include "util/log/log_config.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

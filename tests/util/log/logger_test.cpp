@@ -41,7 +41,7 @@ protected:
 
     static void close()
     {
-        LogSystem::instance().reset(nullptr);
+        Logger::reset(nullptr);
         Logger::bindAll();
     }
     /// The appender F has the file x.log.

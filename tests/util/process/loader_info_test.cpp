@@ -1,3 +1,5 @@
+#define OPENSSL_SUPPRESS_DEPRECATED
+
 #include "tests/support/child_test.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/file_tree.h"
@@ -5,9 +7,11 @@
 #include "util/files/file_system.h"
 #include "util/process/loader_info.h"
 #include "util/system/environment.h"
+#include "util/text/base_exception.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <openssl/rand.h>
 
 namespace velmox {
 namespace {
@@ -128,6 +132,12 @@ TEST(LoaderInfo, NamesTheServerAndTheHost)
         EXPECT_NE(digits, before);
         before = digits;
     }
+    RAND_METHOD empty = *RAND_get_rand_method();
+    empty.bytes = [](unsigned char *, int) { return 0; };
+    const RAND_METHOD *const kept = RAND_get_rand_method();
+    RAND_set_rand_method(&empty);
+    EXPECT_THROW(ServerIdentity(), ComponentException);
+    RAND_set_rand_method(kept);
 }
 
 } // namespace

@@ -3,9 +3,8 @@
 #include "tests/support/failing_call.h"
 #include "tests/support/function_thread.h"
 #include "util/thread/condition.h"
-#include "util/thread/event.h"
-#include "util/thread/thread_exception.h"
-#include "util/thread/usage_count.h"
+#include "util/thread/locks.h"
+#include "util/thread/thread_primitives.h"
 
 #include <atomic>
 #include <gtest/gtest.h>

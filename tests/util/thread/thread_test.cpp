@@ -2,7 +2,7 @@
 #include "tests/support/failing_call.h"
 #include "tests/support/function_thread.h"
 #include "util/thread/thread.h"
-#include "util/thread/thread_exception.h"
+#include "util/thread/thread_primitives.h"
 
 #include <atomic>
 #include <gtest/gtest.h>

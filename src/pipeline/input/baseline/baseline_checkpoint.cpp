@@ -1,6 +1,6 @@
 #include "pipeline/input/baseline/baseline_checkpoint.h"
 
-#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 #include "util/files/open_file.h"
 #include "util/system/owned_handle.h"
 #include "util/time/timeval.h"

@@ -1,7 +1,6 @@
 #include "pipeline/input/baseline/baseline_scan.h"
 
-#include "pipeline/input/baseline/baseline_plan.h"
-#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/events/value_rendering.h"
 #include "pipeline/input/registry/win_registry.h"
 
@@ -12,10 +11,46 @@ namespace velmox {
 
 namespace {
 
+constexpr char kProcessHivePaths[] = "WinRegistryMonitor::processHivePaths";
 constexpr char kFunction[] = "WinRegistryMonitor::establishBaseline";
 
 // Values of the baseline are rendered as those of RegNtQueryKey are, by their own data types.
 constexpr std::uint32_t kBaselineOperation = 7;
+
+// Whether a walk was completed, and the last run is less than the stanza's interval ago.
+bool hasRunInInterval(const SystemMonitoringConfig &config, const BaselineCheckPoint &checkpoint)
+{
+    // Unsigned, as a damaged file may hold any number.
+    const auto now = static_cast<unsigned long long>(secondsSinceEpoch());
+    Str completed;
+    if (!checkpoint.gotCheckpoint(kCompleted, completed) || !completed.toBool(false, true)) {
+        return false;
+    }
+    Str lastRun;
+    if (!checkpoint.gotCheckpoint(kLastTimeRun, lastRun)) {
+        return false;
+    }
+    const auto elapsed =
+        static_cast<long long>(now - static_cast<unsigned long long>(lastRun.toInt64(0, 10)));
+    return elapsed < config.baselineInterval.toInt64(0, 10);
+}
+
+bool isDue(const SystemMonitoringConfig &config, const BaselineCheckPoint &checkpoint)
+{
+    const Str name = Str::concat("filter_", config.name);
+    const Str &pattern = config.hive.pattern();
+    Str stored;
+    if (!checkpoint.gotCheckpoint(name, stored)) {
+        if (!checkpoint.setCheckpoint(name, pattern)) {
+            monitorLog.error("%s: Failed to set checkpoint for Registry Monitor filter '%s'",
+                             kProcessHivePaths, config.name.c_str());
+        }
+        return true;
+    }
+    // The file keeps the first pattern: a changed one is walked at every start until an operator removes the
+    // file.
+    return stored != pattern || !hasRunInInterval(config, checkpoint);
+}
 
 void logRegexes(const StrVector &regexes)
 {
@@ -40,6 +75,36 @@ SYSTEMTIME eventTime(const FILETIME &lastWriteTime)
 }
 
 } // namespace
+
+bool processHivePaths(MonitorRules &rules, const BaselineCheckPoint &checkpoint, BaselinePlan &plan)
+{
+    const MonitorFilterGroup *group = rules.group(kRegmonFilters);
+    if (group == nullptr) {
+        monitorLog.info("%s: %s has been turned off, or no configuration file was found", kProcessHivePaths,
+                        kRegmonFilters);
+        return false;
+    }
+    try {
+        std::vector<StartPath> paths;
+        for (const SystemMonitoringConfig &config : group->configs) {
+            if (!config.baseline || !isDue(config, checkpoint)) {
+                continue;
+            }
+            // A pattern without a literal beginning starts no walk, but counts for what other walks meet.
+            if (StartPath components = literalComponents(config.hive.pattern()); !components.empty()) {
+                paths.push_back(std::move(components));
+            }
+            // The patterns are lower case, the keys of a walk are not.
+            plan.regexes.push_back(Str::concat("(?i)", config.hive.pattern()));
+        }
+        plan.startPaths = withoutCovered(std::move(paths));
+        return true;
+    } catch (const std::exception &exception) {
+        monitorLog.error("%s: Failed to process filter hive paths: '%s'", kProcessHivePaths,
+                         exception.what());
+        return false;
+    }
+}
 
 bool BaselineScan::establishBaseline()
 {
@@ -72,6 +137,7 @@ void BaselineScan::walkFrom(const StartPath &path, RegexFilterList &filters)
 {
     Str root;
     const Str rest = resolveRoot(path, root);
+    // Nothing to walk from: no root in this path, and none in those before it.
     if (context_.hive.basePath.empty()) {
         return;
     }
@@ -81,6 +147,7 @@ void BaselineScan::walkFrom(const StartPath &path, RegexFilterList &filters)
     const WideStr subKey = WideStr::fromUtf8(rest);
     const std::uint32_t result =
         WinRegistry().walk(rootKey, subKey.c_str(), nullptr, onValue, &context_, stop_.word());
+    // A walk that the stop flag ended counts as done, too: it is not taken up again at the next start.
     if (result == ERROR_SUCCESS) {
         markDone(root, rest);
         return;
@@ -142,6 +209,7 @@ void BaselineScan::processBaselineEvt(const char16_t *path, DWORD valueType, con
     }
     Str dataText;
     renderValueData(kBaselineOperation, valueType, data, dataLength, dataText);
+    // The stanza is found anew: the filter that let the value pass may be another one's.
     Str stanza;
     const Str index = rules_.getIndexAndStanzaForRegmon(keyPath, stanza);
     const Str text =

@@ -2,13 +2,30 @@
 
 #include "pipeline/input/baseline/baseline_checkpoint.h"
 #include "pipeline/input/baseline/baseline_start_points.h"
-#include "pipeline/input/driver/stop_flag.h"
+#include "pipeline/input/driver/shared_state.h"
 #include "pipeline/input/events/event_emitter.h"
 #include "pipeline/input/rules/hive_names.h"
 #include "pipeline/input/rules/monitor_rules.h"
 #include "util/match/string_filters.h"
 
+// The room `baseline`: what stands in the registry before the driver reports any change, and the small files
+// that remember when it was last told.
 namespace velmox {
+
+/// What a baseline has to walk, and which of the keys it meets it reports.
+struct BaselinePlan
+{
+    std::vector<StartPath> startPaths;
+    StrVector regexes;
+};
+
+/// Gathers the `baseline` stanzas that are due, and enters the patterns of new ones into checkpoint files. A
+/// stanza is due when its pattern is not the one in its file, when no walk has been completed, or when its
+/// interval has run out since the last run.
+///
+/// False, with the reason logged to `monitorLog`, when there is no group of registry filters or an exception
+/// came. Main thread only.
+bool processHivePaths(MonitorRules &rules, const BaselineCheckPoint &checkpoint, BaselinePlan &plan);
 
 /// Reports what stands in the registry before the monitoring of changes begins: a walk below the fixed
 /// beginning of each `baseline` stanza's hive pattern, with an event for each value that some pattern

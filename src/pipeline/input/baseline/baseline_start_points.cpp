@@ -1,6 +1,6 @@
 #include "pipeline/input/baseline/baseline_start_points.h"
 
-#include "pipeline/input/rules/pattern_characters.h"
+#include "pipeline/input/rules/hive_names.h"
 
 #include <algorithm>
 

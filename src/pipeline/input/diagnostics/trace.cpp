@@ -23,6 +23,8 @@ std::atomic<TRACEHANDLE> session{0};
 // Kept as the session gives it; the flags alone let messages through.
 std::atomic<UCHAR> enableLevel{0};
 
+// Called by the system, on any thread, when a session turns this provider on or off. The flags come last when
+// it is turned on and go first when it is turned off: while they are set, the session's handle is good.
 ULONG WINAPI onControl(WMIDPREQUESTCODE request, void *, ULONG *, void *buffer)
 {
     if (request == WMI_ENABLE_EVENTS) {
@@ -39,13 +41,13 @@ ULONG WINAPI onControl(WMIDPREQUESTCODE request, void *, ULONG *, void *buffer)
 }
 
 // The argument list ends at its first null pointer, so unused arguments at the end need no count.
-void send(const GUID &guid, std::uint16_t number, const Argument &a, const Argument &b, const Argument &c,
-          const Argument &d)
+void sendAs(const GUID &guid, std::uint32_t message, const Argument &a, const Argument &b, const Argument &c,
+            const Argument &d)
 {
     const LastErrorKeeper keeper;
     GUID identifier = guid;
-    TraceMessage(session, kMessageFlags, &identifier, number, a.data(), a.bytes(), b.data(), b.bytes(),
-                 c.data(), c.bytes(), d.data(), d.bytes(), nullptr);
+    TraceMessage(session, kMessageFlags, &identifier, static_cast<USHORT>(message), a.data(), a.bytes(),
+                 b.data(), b.bytes(), c.data(), c.bytes(), d.data(), d.bytes(), nullptr);
 }
 
 } // namespace
@@ -58,19 +60,19 @@ std::size_t Argument::bytes() const
                                     : bytes_;
 }
 
-void sendEntryPointMessage(std::uint16_t number, const Argument &a, const Argument &b)
+void send(EntryPointMessage message, const Argument &a, const Argument &b)
 {
-    send(kEntryPointMessages, number, a, b, {}, {});
+    sendAs(kEntryPointMessages, static_cast<std::uint32_t>(message), a, b, {}, {});
 }
 
-void sendMonitorMessage(std::uint16_t number, const Argument &function, const Argument &a, const Argument &b,
-                        const Argument &c)
+void send(Message message, const Argument &function, const Argument &a, const Argument &b, const Argument &c)
 {
-    send(kMonitorMessages, number, function, a, b, c);
+    sendAs(kMonitorMessages, static_cast<std::uint32_t>(message), function, a, b, c);
 }
 
 Provider::Provider()
 {
+    // Registration asks for one class of messages at least; those of other classes pass as well.
     GUID messages = kMonitorMessages;
     TRACE_GUID_REGISTRATION traced = {&messages, nullptr};
     TRACEHANDLE handle = 0;

@@ -1,5 +1,9 @@
 #include "pipeline/input/driver/device_channel.h"
 
+#include "pipeline/input/diagnostics/diagnostics.h"
+#include "pipeline/input/diagnostics/trace.h"
+#include "pipeline/input/driver/driver_service.h"
+
 namespace velmox {
 
 bool DeviceChannel::open()
@@ -8,6 +12,31 @@ bool DeviceChannel::open()
     handle_.reset(
         CreateFileW(asWide(kDeviceName), 0, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
     return handle_.isValid();
+}
+
+bool DeviceChannel::openOrInstall(const char16_t *driverName, const Pathname &driverImagePath)
+{
+    constexpr char kFunction[] = "WinRegistryMonitor::StartDriver";
+    if (!open()) {
+        const DWORD error = GetLastError();
+        // Only a device that is not there is worth an installation: any other failure comes from one that is.
+        if (error != ERROR_FILE_NOT_FOUND) {
+            monitorLog.error("%s: CreateFile failed ! error: '(%d)%m'", kFunction, static_cast<int>(error));
+            return false;
+        }
+        if (!manageDriver(driverName, driverImagePath.c_str(), kInstallAndStart)) {
+            monitorLog.error("%s: Unable to install driver.", kFunction);
+            // A service that was made but could not be started must not stay behind.
+            manageDriver(driverName, driverImagePath.c_str(), kStopAndRemove);
+            return false;
+        }
+        if (!open()) {
+            monitorLog.error("%s: CreateFile failed: '%m'", kFunction);
+            return false;
+        }
+    }
+    trace::monitor(trace::Message::DriverOpen, kFunction);
+    return true;
 }
 
 bool DeviceChannel::read(unsigned char *buffer, DWORD size, DWORD &bytes) const
@@ -19,7 +48,7 @@ bool DeviceChannel::read(unsigned char *buffer, DWORD size, DWORD &bytes) const
 
 bool DeviceChannel::setFilter(const MonitorFilterConfig &filter) const
 {
-    MonitorFilterConfig block = filter;
+    MonitorFilterConfig block = filter; // the call takes its input by a pointer that is not const
     DWORD ignored = 0;
     return DeviceIoControl(handle_.get(), IOCTL_SET_FILTER, &block, sizeof block, nullptr, 0, &ignored,
                            nullptr) != 0;

@@ -3,6 +3,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string>
+#include <string_view>
+
+// The room `driver`: the kernel driver's service, its device, the wire format and the worker that reads from
+// it. It hands on buffers of records and does not ask what they mean.
 
 /// The wire format between the program and its kernel driver. All integers are little-endian.
 namespace velmox {
@@ -43,6 +48,18 @@ inline constexpr std::uint32_t kImageRecord = 4;
 
 /// `operation` of a process record that reports a creation; any other value reports an exit.
 inline constexpr std::uint32_t kProcessCreated = 1;
+
+/// UTF-16 text that stands at any address: in place, or as a copy in `room` where the address is odd, at
+/// which 16-bit text must not be read. `length` counts units.
+inline std::u16string_view wideTextAt(const unsigned char *bytes, std::size_t length, std::u16string &room)
+{
+    if (reinterpret_cast<std::uintptr_t>(bytes) % alignof(char16_t) == 0) {
+        return {reinterpret_cast<const char16_t *>(bytes), length};
+    }
+    room.resize(length);
+    std::memcpy(room.data(), bytes, length * sizeof(char16_t));
+    return room;
+}
 
 /// One event record, read in place at any alignment. The view owns nothing, and trusts the sizes that the
 /// driver wrote.

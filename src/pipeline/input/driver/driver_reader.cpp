@@ -1,8 +1,8 @@
 #include "pipeline/input/driver/driver_reader.h"
 
-#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/diagnostics/trace.h"
-#include "pipeline/input/driver/event_counters.h"
+#include "pipeline/input/driver/shared_state.h"
 
 #include <new>
 #include <psapi.h>
@@ -39,7 +39,7 @@ DriverReader::Next DriverReader::pass()
     if (!buffer_.data && !allocate()) {
         return Next::CountOrSleep;
     }
-    trace::monitor(trace::Kind::Information, 64, kFunction, size_);
+    trace::monitor(trace::Message::ReadBegins, kFunction, size_);
     if (!device_.read(buffer_.data.get(), size_, buffer_.bytes)) {
         const DWORD error = GetLastError();
         buffer_.bytes = 0;
@@ -47,13 +47,13 @@ DriverReader::Next DriverReader::pass()
             return growBuffer(error);
         }
         // Not the end: the next pass tries again after the idle sleep.
-        trace::monitor(trace::Kind::Error, 67, kFunction, error);
+        trace::monitor(trace::Message::ReadFailed, kFunction, error);
     }
     if (buffer_.bytes == 0) {
-        trace::monitor(trace::Kind::Information, 71, kFunction);
+        trace::monitor(trace::Message::NothingRead, kFunction);
         return Next::CountOrSleep;
     }
-    trace::monitor(trace::Kind::Information, 68, kFunction, buffer_.bytes);
+    trace::monitor(trace::Message::ReadEnds, kFunction, buffer_.bytes);
     return handOver();
 }
 
@@ -63,7 +63,7 @@ bool DriverReader::allocate()
     buffer_.data.reset(new (std::nothrow) unsigned char[size_]);
     if (!buffer_.data) {
         result_ = E_OUTOFMEMORY;
-        trace::monitor(trace::Kind::Error, 63, kFunction);
+        trace::monitor(trace::Message::NoReadBuffer, kFunction);
     }
     return buffer_.data != nullptr;
 }
@@ -74,12 +74,12 @@ DriverReader::Next DriverReader::growBuffer(DWORD error)
     queue_.wakeTaker();
     if (size_ < kBufferCeiling) {
         size_ += kBufferGrowth;
-        trace::monitor(trace::Kind::Information, 65, kFunction, size_);
+        trace::monitor(trace::Message::BufferGrows, kFunction, size_);
         return Next::ReadAtOnce;
     }
-    trace::monitor(trace::Kind::Error, 66, kFunction, size_);
+    trace::monitor(trace::Message::BufferAtCeiling, kFunction, size_);
     result_ = E_UNEXPECTED;
-    trace::monitor(trace::Kind::Error, 67, kFunction, error);
+    trace::monitor(trace::Message::ReadFailed, kFunction, error);
     return Next::CountOrSleep;
 }
 
@@ -92,7 +92,7 @@ DriverReader::Next DriverReader::handOver()
         return Next::CountOrSleep;
     }
     if (memory.WorkingSetSize >= kWorkingSetLimit) {
-        trace::monitor(trace::Kind::Warning, 70, kFunction);
+        trace::monitor(trace::Message::MemoryLimit, kFunction);
         buffer_.bytes = 0;
         queue_.wakeTaker();
         return Next::ReadAtOnce;
@@ -105,7 +105,7 @@ void DriverReader::post()
 {
     if (!queue_.put(buffer_)) {
         const DWORD error = GetLastError();
-        trace::monitor(trace::Kind::Error, 69, kFunction, error);
+        trace::monitor(trace::Message::QueueRefuses, kFunction, error);
         result_ = HRESULT_FROM_WIN32(error);
     }
 }
@@ -114,7 +114,7 @@ void DriverReader::post()
 bool DriverReader::countOrSleep()
 {
     if (stop_.isSet()) {
-        trace::monitor(trace::Kind::Information, 72, kFunction);
+        trace::monitor(trace::Message::StopSeen, kFunction);
         return false;
     }
     if (FAILED(result_)) {
@@ -123,7 +123,7 @@ bool DriverReader::countOrSleep()
     if (buffer_.bytes > 0) {
         countRead();
     } else {
-        trace::monitor(trace::Kind::Information, 73, kFunction);
+        trace::monitor(trace::Message::Idle, kFunction);
         queue_.wakeTaker();
         Sleep(kIdleMilliseconds);
     }

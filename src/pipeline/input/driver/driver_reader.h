@@ -2,7 +2,7 @@
 
 #include "pipeline/input/driver/buffer_queue.h"
 #include "pipeline/input/driver/device_channel.h"
-#include "pipeline/input/driver/stop_flag.h"
+#include "pipeline/input/driver/shared_state.h"
 
 namespace velmox {
 

@@ -1,8 +1,10 @@
 #include "pipeline/input/driver/driver_service.h"
 
-#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 #include "util/system/local_memory.h"
 #include "util/system/owned_handle.h"
+
+#include <utility>
 
 namespace velmox {
 
@@ -16,67 +18,77 @@ struct ServiceHandleTraits
 };
 using ServiceHandle = OwnedHandle<ServiceHandleTraits>;
 
+constexpr char kManageDriver[] = "manageDriver";
+constexpr char kQueryDriverInfo[] = "queryDriverInfo";
 constexpr DWORD kQueryRights = SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS;
 
-ServiceHandle openForControl(SC_HANDLE manager, const char16_t *name)
+// Logs a failed call with its last error, and is false for the caller to return. `fmt` takes the function,
+// the service's name and the error's number: each function has its own wording, which administrators search
+// for.
+bool failed(const char *fmt, const char *function, const char16_t *name)
 {
-    return ServiceHandle(OpenServiceW(manager, asWide(name), SERVICE_ALL_ACCESS));
+    const auto error = static_cast<int>(GetLastError());
+    monitorLog.log(LogLevel::Error, fmt, function, Str::fromUtf16(name).c_str(), error);
+    return false;
 }
 
-int lastErrorNumber()
+// The same for a call that names no service.
+bool failed(const char *fmt, const char *function)
 {
-    return static_cast<int>(GetLastError());
+    const auto error = static_cast<int>(GetLastError());
+    monitorLog.log(LogLevel::Error, fmt, function, error);
+    return false;
 }
 
-int removeUnlessSystem(SC_HANDLE manager, const char16_t *name, const Str &systemLocation)
+// Invalid, with the failure logged by `fmt`, when the service cannot be opened.
+ServiceHandle openForControl(SC_HANDLE manager, const char16_t *name, const char *fmt, const char *function)
+{
+    ServiceHandle service(OpenServiceW(manager, asWide(name), SERVICE_ALL_ACCESS));
+    if (!service.isValid()) {
+        failed(fmt, function, name);
+    }
+    return service;
+}
+
+bool removeUnlessSystem(SC_HANDLE manager, const char16_t *name)
 {
     bool installed = false;
     bool running = false;
     Str imagePath;
     if (!queryDriverInfo(name, installed, running, imagePath)) {
-        monitorLog.error("%s - Cannot query driver service!", "manageDriver");
-        return 0;
+        monitorLog.error("%s - Cannot query driver service!", kManageDriver);
+        return false;
     }
+    const Str systemLocation = Str::fromFormat("system32\\drivers\\%s.sys", Str::fromUtf16(name).c_str());
     if (imagePath.compareCaseless(systemLocation) == 0) {
         monitorLog.info("Do not uninstall driver in system location");
-        return 1;
+        return true;
     }
+    // A driver that does not stop is removed all the same: the system drops the service once nobody uses it.
     stopDriver(manager, name);
     removeDriver(manager, name);
-    return 1;
-}
-
-int runCode(SC_HANDLE manager, const char16_t *name, const char16_t *path, unsigned short code,
-            const Str &systemLocation)
-{
-    switch (code) {
-    case kInstallAndStart:
-        return installDriver(manager, name, path) && startDriver(manager, name);
-    case kStopAndRemove:
-        return removeUnlessSystem(manager, name, systemLocation);
-    case kStop:
-        stopDriver(manager, name);
-        return 1;
-    default:
-        monitorLog.error("%s Unknown control code.", "manageDriver");
-        return 0;
-    }
+    return true;
 }
 
 bool queryImagePath(SC_HANDLE service, Str &imagePath)
 {
     LocalMemory memory;
     DWORD size = 0;
+    // The first call only asks how much room the second one needs.
     if (!QueryServiceConfigW(service, nullptr, 0, &size) && GetLastError() == ERROR_INSUFFICIENT_BUFFER) {
         memory.reset(LocalAlloc(LPTR, size));
     }
     auto *config = static_cast<QUERY_SERVICE_CONFIGW *>(memory.get());
     if (config == nullptr || !QueryServiceConfigW(service, config, size, &size)) {
-        monitorLog.error("%s - QueryServiceConfig failed (%d)", "queryDriverInfo", lastErrorNumber());
-        return false;
+        return failed("%s - QueryServiceConfig failed (%d)", kQueryDriverInfo);
     }
     imagePath = Str::fromUtf16(asUtf16(config->lpBinaryPathName));
     return true;
+}
+
+const char *stateText(bool running)
+{
+    return running ? "installed and started" : "installed";
 }
 
 } // namespace
@@ -86,6 +98,7 @@ const char16_t *chooseDriverName()
     OSVERSIONINFOEXA version = {};
     static_assert(sizeof version == 156);
     version.dwOSVersionInfoSize = sizeof version;
+    // Version 6.0 without a service pack, or later: each field has to be as large as here.
     version.dwMajorVersion = 6;
     constexpr DWORD kFields[] = {VER_MAJORVERSION, VER_MINORVERSION, VER_SERVICEPACKMAJOR,
                                  VER_SERVICEPACKMINOR};
@@ -109,24 +122,34 @@ Pathname driverPath(const char16_t *driverName)
 bool isSafeMode()
 {
     constexpr int kSafeMode = 1;
+    // 2, safe mode with network, starts drivers of this kind, so it is not refused.
     const int mode = GetSystemMetrics(SM_CLEANBOOT);
     monitorLog.info("Boot Mode is %d", mode);
     return mode == kSafeMode;
 }
 
-int manageDriver(const char16_t *name, const char16_t *path, unsigned short code)
+bool manageDriver(const char16_t *name, const char16_t *path, unsigned short code)
 {
     if (name == nullptr || path == nullptr) {
-        monitorLog.error("%s Invalid Driver or Service provided.", "manageDriver");
-        return 0;
+        monitorLog.error("%s Invalid Driver or Service provided.", kManageDriver);
+        return false;
     }
-    const Str systemLocation = Str::fromFormat("system32\\drivers\\%s.sys", Str::fromUtf16(name).c_str());
     const ServiceHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
     if (!manager.isValid()) {
-        monitorLog.error("%s Open SC Manager failed! Error = %d", "manageDriver", lastErrorNumber());
-        return 0;
+        return failed("%s Open SC Manager failed! Error = %d", kManageDriver);
     }
-    return runCode(manager.get(), name, path, code, systemLocation);
+    switch (code) {
+    case kInstallAndStart:
+        return installDriver(manager.get(), name, path) && startDriver(manager.get(), name);
+    case kStopAndRemove:
+        return removeUnlessSystem(manager.get(), name);
+    case kStop:
+        stopDriver(manager.get(), name);
+        return true;
+    default:
+        monitorLog.error("%s Unknown control code.", kManageDriver);
+        return false;
+    }
 }
 
 bool installDriver(SC_HANDLE manager, const char16_t *name, const char16_t *path)
@@ -134,100 +157,112 @@ bool installDriver(SC_HANDLE manager, const char16_t *name, const char16_t *path
     const ServiceHandle service(CreateServiceW(
         manager, asWide(name), asWide(name), SERVICE_ALL_ACCESS, SERVICE_KERNEL_DRIVER, SERVICE_DEMAND_START,
         SERVICE_ERROR_NORMAL, asWide(path), nullptr, nullptr, nullptr, nullptr, nullptr));
-    if (service.isValid()) {
-        return true;
-    }
-    const DWORD error = GetLastError();
-    if (error == ERROR_SERVICE_EXISTS) {
-        return true;
-    }
-    monitorLog.error("%s CreateService failed! Error = %d", "installDriver", static_cast<int>(error));
-    return false;
+    return service.isValid() || GetLastError() == ERROR_SERVICE_EXISTS ||
+           failed("%s CreateService failed! Error = %d", "installDriver");
 }
 
 bool startDriver(SC_HANDLE manager, const char16_t *name)
 {
-    const ServiceHandle service = openForControl(manager, name);
-    if (!service.isValid()) {
-        const int error = lastErrorNumber();
-        monitorLog.error("%s - OpenService failure for '%s'!  Error = %d", "startDriver",
-                         Str::fromUtf16(name).c_str(), error);
-        return false;
-    }
-    if (StartServiceA(service.get(), 0, nullptr)) {
-        return true;
-    }
-    const DWORD error = GetLastError();
-    if (error == ERROR_SERVICE_ALREADY_RUNNING) {
-        return true;
-    }
-    monitorLog.error("%s - StartService failure for %s! Error = %d", "startDriver",
-                     Str::fromUtf16(name).c_str(), static_cast<int>(error));
-    return false;
+    constexpr char kFunction[] = "startDriver";
+    const ServiceHandle service =
+        openForControl(manager, name, "%s - OpenService failure for '%s'!  Error = %d", kFunction);
+    return service.isValid() &&
+           (StartServiceA(service.get(), 0, nullptr) || GetLastError() == ERROR_SERVICE_ALREADY_RUNNING ||
+            failed("%s - StartService failure for %s! Error = %d", kFunction, name));
 }
 
-int stopDriver(SC_HANDLE manager, const char16_t *name)
+bool stopDriver(SC_HANDLE manager, const char16_t *name)
 {
-    const ServiceHandle service = openForControl(manager, name);
-    if (!service.isValid()) {
-        const int error = lastErrorNumber();
-        monitorLog.error("%s OpenService failed for %s!  Error = %d", "stopDriver",
-                         Str::fromUtf16(name).c_str(), error);
-        return 0;
-    }
+    constexpr char kFunction[] = "stopDriver";
+    const ServiceHandle service =
+        openForControl(manager, name, "%s OpenService failed for %s!  Error = %d", kFunction);
     SERVICE_STATUS status = {};
-    static_assert(sizeof status == 28);
-    if (!ControlService(service.get(), SERVICE_CONTROL_STOP, &status)) {
-        const int error = lastErrorNumber();
-        monitorLog.error("%s - Service '%s' could not be stopped!  Error = %d", "stopDriver",
-                         Str::fromUtf16(name).c_str(), error);
-        return 0;
-    }
-    return 1;
+    return service.isValid() &&
+           (ControlService(service.get(), SERVICE_CONTROL_STOP, &status) ||
+            failed("%s - Service '%s' could not be stopped!  Error = %d", kFunction, name));
 }
 
-int removeDriver(SC_HANDLE manager, const char16_t *name)
+bool removeDriver(SC_HANDLE manager, const char16_t *name)
 {
-    const ServiceHandle service = openForControl(manager, name);
-    if (!service.isValid()) {
-        const int error = lastErrorNumber();
-        monitorLog.error("%s - OpenService failure for %s! Error = %d", "removeDriver",
-                         Str::fromUtf16(name).c_str(), error);
-        return 0;
-    }
-    if (!DeleteService(service.get())) {
-        const int error = lastErrorNumber();
-        monitorLog.error("%s - DeleteService failure for %s! Error = %d", "removeDriver",
-                         Str::fromUtf16(name).c_str(), error);
-        return 0;
-    }
-    return 1;
+    constexpr char kFunction[] = "removeDriver";
+    const ServiceHandle service =
+        openForControl(manager, name, "%s - OpenService failure for %s! Error = %d", kFunction);
+    return service.isValid() && (DeleteService(service.get()) ||
+                                 failed("%s - DeleteService failure for %s! Error = %d", kFunction, name));
 }
 
-int queryDriverInfo(const char16_t *name, bool &installed, bool &running, Str &imagePath)
+bool queryDriverInfo(const char16_t *name, bool &installed, bool &running, Str &imagePath)
 {
     installed = false;
     running = false;
     if (name == nullptr) {
-        return 0;
+        return false;
     }
     const ServiceHandle manager(OpenSCManagerA(nullptr, nullptr, kQueryRights));
     if (!manager.isValid()) {
-        monitorLog.error("%s - Open SC Manager failed! Error = %d", "queryDriverInfo", lastErrorNumber());
-        return 0;
+        return failed("%s - Open SC Manager failed! Error = %d", kQueryDriverInfo);
     }
     const ServiceHandle service(OpenServiceW(manager.get(), asWide(name), kQueryRights));
     if (!service.isValid()) {
-        return GetLastError() == ERROR_SERVICE_DOES_NOT_EXIST ? 0 : 1;
+        // A service that is there but may not be looked at counts as one that could be asked: its removal is
+        // then tried, and says itself what it fails of.
+        return GetLastError() != ERROR_SERVICE_DOES_NOT_EXIST;
     }
     installed = true;
     SERVICE_STATUS status = {};
     if (!QueryServiceStatus(service.get(), &status)) {
-        monitorLog.error("%s - QueryServiceStatus failed with %d", "queryDriverInfo", lastErrorNumber());
-        return 0;
+        return failed("%s - QueryServiceStatus failed with %d", kQueryDriverInfo);
     }
     running = status.dwCurrentState == SERVICE_RUNNING;
     return queryImagePath(service.get(), imagePath);
+}
+
+DriverChecks::DriverChecks(const char16_t *driverName, const Pathname &driverImagePath,
+                           std::function<bool()> startDriver)
+    : driverName_(driverName), driverImagePath_(driverImagePath), startDriver_(std::move(startDriver)),
+      expectedPath_(Str::fromFormat("\\??\\%s\\%s.sys", driverImagePath.toStr().c_str(),
+                                    Str::fromUtf16(driverName).c_str()))
+{
+}
+
+bool DriverChecks::checkInstall() const
+{
+    bool installed = false;
+    bool running = false;
+    Str imagePath;
+    if (queryDriverInfo(driverName_, installed, running, imagePath)) {
+        if ((running || installed) && imagePath.compareCaseless(expectedPath_) == 0) {
+            return true;
+        }
+        if (!manageDriver(driverName_, driverImagePath_.c_str(), kStopAndRemove)) {
+            monitorLog.error("Driver Install Check for '%s' failed. Another driver - '%s' is already %s.",
+                             expectedPath_.c_str(), imagePath.c_str(), stateText(running));
+        }
+    }
+    return startDriver_();
+}
+
+bool DriverChecks::checkStop() const
+{
+    bool installed = false;
+    bool running = false;
+    Str imagePath;
+    if (!queryDriverInfo(driverName_, installed, running, imagePath)) {
+        return true;
+    }
+    if (imagePath.compareCaseless(expectedPath_) != 0) {
+        monitorLog.error("Another driver '%s' seems to be installed.", imagePath.c_str());
+    }
+    if (!installed) {
+        return true;
+    }
+    const bool stopped = !running || manageDriver(driverName_, driverImagePath_.c_str(), kStop);
+    if (stopped && manageDriver(driverName_, driverImagePath_.c_str(), kStopAndRemove)) {
+        return true;
+    }
+    monitorLog.error("Driver stop Check for '%s' failed. Another driver - '%s' is already %s.",
+                     expectedPath_.c_str(), imagePath.c_str(), stateText(running));
+    return false;
 }
 
 } // namespace velmox

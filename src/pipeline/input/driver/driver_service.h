@@ -4,6 +4,10 @@
 #include "util/text/pathname.h"
 #include "util/text/str.h"
 
+#include <functional>
+
+// The driver as the service control manager knows it. A function here that fails returns false, with a line
+// at ERROR in `monitorLog`. Main thread only.
 namespace velmox {
 
 /// Codes of `manageDriver`.
@@ -22,19 +26,40 @@ Pathname driverPath(const char16_t *driverName);
 /// True in safe mode without network, where no driver of this kind can be started.
 bool isSafeMode();
 
-/// The operations on the driver's service through the service control manager. They report failures by their
-/// result and a line at ERROR in `monitorLog`. Main thread only.
-///
-/// `manageDriver` takes the service's name, the path of the driver's file and one of the codes above. 1 for
-/// success, 0 for failure.
-int manageDriver(const char16_t *name, const char16_t *path, unsigned short code);
+/// Does what the code says to the service of this name, whose driver lies at `path`. Once the manager has
+/// been reached and the service asked about, what fails on the way to its end is told and counts as done.
+bool manageDriver(const char16_t *name, const char16_t *path, unsigned short code);
+
 bool installDriver(SC_HANDLE manager, const char16_t *name, const char16_t *path);
 bool startDriver(SC_HANDLE manager, const char16_t *name);
 /// Asks the service to stop and does not wait for it.
-int stopDriver(SC_HANDLE manager, const char16_t *name);
-int removeDriver(SC_HANDLE manager, const char16_t *name);
-/// 0 when there is no such service or it cannot be asked. `imagePath` is set only where the result is 1 and
-/// the service is installed.
-int queryDriverInfo(const char16_t *name, bool &installed, bool &running, Str &imagePath);
+bool stopDriver(SC_HANDLE manager, const char16_t *name);
+bool removeDriver(SC_HANDLE manager, const char16_t *name);
+/// False when there is no such service, without a word, or it cannot be asked. `imagePath` is set only where
+/// the result is true and the service is installed.
+bool queryDriverInfo(const char16_t *name, bool &installed, bool &running, Str &imagePath);
+
+/// Checks for a caller that has to live beside another installation of the driver; the monitor's own start
+/// and stop do not call them.
+class DriverChecks
+{
+public:
+    /// `startDriver` opens the device, installing the driver when it is missing. `driverName` must outlive
+    /// this.
+    DriverChecks(const char16_t *driverName, const Pathname &driverImagePath,
+                 std::function<bool()> startDriver);
+
+    /// Makes way for this installation's driver where another one's stands, then starts it. True when this
+    /// installation's driver serves.
+    bool checkInstall() const;
+    /// Stops and removes the driver, whoever installed it.
+    bool checkStop() const;
+
+private:
+    const char16_t *driverName_;
+    Pathname driverImagePath_;
+    std::function<bool()> startDriver_;
+    Str expectedPath_;
+};
 
 } // namespace velmox

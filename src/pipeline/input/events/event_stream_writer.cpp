@@ -1,6 +1,6 @@
 #include "pipeline/input/events/event_stream_writer.h"
 
-#include "pipeline/input/xml/xml_escape.h"
+#include "pipeline/input/xml/xml_entity.h"
 
 #include <array>
 #include <cstdint>

@@ -1,10 +1,25 @@
 #pragma once
 
-#include "pipeline/input/xml/input_event.h"
+#include "util/text/str.h"
 
 #include <cstdio>
 
 namespace velmox {
+
+/// One event for the output stream. An empty text or a false flag leaves its element or attribute out.
+struct InputEvent
+{
+    /// The event is a piece of a record, which the reader ends at `done`.
+    bool unbroken = false;
+    Str data;
+    Str source;
+    Str sourcetype;
+    Str host;
+    Str index;
+    Str stanza;
+    Str time;
+    bool done = false;
+};
 
 /// Writes events as one XML stream to standard output and flushes each, so that the server sees it at once.
 ///

@@ -27,10 +27,10 @@ void RecordProcessor::onImageRecord(const MonitorRecord &record)
 {
     learnImage(record);
     processImage_ = Str::fromUtf16(imageBuffer_);
-    trace::monitor(trace::Kind::Information, 51, kFunction, processImage_);
+    trace::monitor(trace::Message::ImageRecord, kFunction, processImage_);
     // Both the program and the image that was loaded into it must pass as the process.
     if (!passes(kGroup, processImage_, kNoKey, "image") || !passes(kGroup, keyPath_, kNoKey, "image")) {
-        trace::monitor(trace::Kind::Information, 52, kFunction);
+        trace::monitor(trace::Message::ImageDropped, kFunction);
         return;
     }
     const char *suffix = record.status() != 0 ? "..." : "";
@@ -40,7 +40,7 @@ void RecordProcessor::onImageRecord(const MonitorRecord &record)
     body.format("pid=%d\nprocess_image=\"%s\"\nimage_path=\"%s%s\"\nregistry_type=\"ProcessImage\"\n\n",
                 static_cast<int>(record.pid()), displayed(imageBuffer_).c_str(),
                 deviceToDrive(rawPath_).c_str(), suffix);
-    trace::monitor(trace::Kind::Information, 53, kFunction, body);
+    trace::monitor(trace::Message::ImageEvent, kFunction, body);
     emitter_.emitEvent(body, index, stanza, eventTime_);
 }
 
@@ -58,7 +58,7 @@ void RecordProcessor::learnImage(const MonitorRecord &record)
 
 void RecordProcessor::onProcessRecord(const MonitorRecord &record)
 {
-    trace::monitor(trace::Kind::Information, 44, kFunction);
+    trace::monitor(trace::Message::ProcessRecord, kFunction);
     if (record.operation() == kProcessCreated) {
         onProcessCreated(record);
     } else {
@@ -68,7 +68,7 @@ void RecordProcessor::onProcessRecord(const MonitorRecord &record)
 
 void RecordProcessor::onProcessCreated(const MonitorRecord &record)
 {
-    trace::monitor(trace::Kind::Information, 45, kFunction);
+    trace::monitor(trace::Message::CreationRecord, kFunction);
     char16_t newImage[kImageUnits];
     if (queryProcessImage(record.pid(), newImage)) {
         ProcessImageTable::instance().add(record.pid(), newImage);
@@ -77,7 +77,7 @@ void RecordProcessor::onProcessCreated(const MonitorRecord &record)
     }
     const Str createdImage = Str::fromUtf16(newImage);
     if (!passes(kGroup, createdImage, kNoKey, "create")) {
-        trace::monitor(trace::Kind::Information, 46, kFunction);
+        trace::monitor(trace::Message::CreationDropped, kFunction);
         return;
     }
     Str stanza;
@@ -90,16 +90,16 @@ void RecordProcessor::onProcessCreated(const MonitorRecord &record)
                 static_cast<int>(record.parentPid()), displayed(imageBuffer_).c_str(),
                 static_cast<int>(record.pid()), displayed(newImage).c_str(), rawPath_.c_str());
     emitter_.emitEvent(body, index, stanza, eventTime_);
-    trace::monitor(trace::Kind::Information, 47, kFunction);
+    trace::monitor(trace::Message::CreationWritten, kFunction);
 }
 
 void RecordProcessor::onProcessExited(const MonitorRecord &record)
 {
     ProcessImageTable::instance().retire(record.pid(), imageBuffer_, kImageUnits);
-    trace::monitor(trace::Kind::Information, 48, kFunction,
+    trace::monitor(trace::Message::ExitRecord, kFunction,
                    {imageBuffer_, std::char_traits<char16_t>::length(imageBuffer_) + 1});
     if (!passes(kGroup, processImage_, kNoKey, "exit")) {
-        trace::monitor(trace::Kind::Information, 49, kFunction);
+        trace::monitor(trace::Message::ExitDropped, kFunction);
         return;
     }
     Str stanza;
@@ -110,7 +110,7 @@ void RecordProcessor::onProcessExited(const MonitorRecord &record)
                 "registry_type=\"ProcessExited\"\n\n",
                 static_cast<int>(record.parentPid()), imageText.c_str(), static_cast<int>(record.pid()),
                 imageText.c_str());
-    trace::monitor(trace::Kind::Information, 50, kFunction, body);
+    trace::monitor(trace::Message::ExitEvent, kFunction, body);
     emitter_.emitEvent(body, index, stanza, eventTime_);
 }
 

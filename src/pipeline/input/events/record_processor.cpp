@@ -1,7 +1,6 @@
 #include "pipeline/input/events/record_processor.h"
 
 #include "pipeline/input/diagnostics/trace.h"
-#include "pipeline/input/xml/wide_text.h"
 
 namespace velmox {
 
@@ -16,7 +15,7 @@ constexpr std::string_view CURRENT_CONTROL_SET = "\\REGISTRY\\MACHINE\\SYSTEM\\C
 
 void RecordProcessor::processData(const unsigned char *buffer, std::uint32_t bytes)
 {
-    trace::monitor(trace::Kind::Entry, 39, kFunction);
+    trace::monitor(trace::Message::ProcessDataEntered, kFunction);
     std::uint32_t cursor = 0;
     while (cursor < bytes) {
         const MonitorRecord record(buffer + cursor);
@@ -40,7 +39,7 @@ void RecordProcessor::processData(const unsigned char *buffer, std::uint32_t byt
 void RecordProcessor::prepare(const MonitorRecord &record)
 {
     name_ = wideTextAt(record.name(), record.nameUnits(), nameRoom_);
-    trace::monitor(trace::Kind::Entry, 40, kFunction, {name_.data(), name_.size() + 1});
+    trace::monitor(trace::Message::RecordEntered, kFunction, {name_.data(), name_.size() + 1});
     rawPath_.clear();
     rawPath_.appendUtf16(name_.data(), name_.size());
     makeKeyPath();

@@ -1,5 +1,5 @@
 #include "pipeline/input/diagnostics/trace.h"
-#include "pipeline/input/driver/event_counters.h"
+#include "pipeline/input/driver/shared_state.h"
 #include "pipeline/input/events/record_processor.h"
 #include "pipeline/input/events/value_rendering.h"
 #include "pipeline/input/rules/drive_map.h"
@@ -17,9 +17,9 @@ const Str kGroup = kRegmonFilters;
 void RecordProcessor::onRegistryRecord(const MonitorRecord &record)
 {
     const RegistryOperation operation = registryOperation(record.operation());
-    trace::monitor(trace::Kind::Information, 41, kFunction, keyPath_, operation.name, processImage_);
+    trace::monitor(trace::Message::RegistryRecord, kFunction, keyPath_, operation.name, processImage_);
     if (!passes(kGroup, processImage_, keyPath_, operation.word)) {
-        trace::monitor(trace::Kind::Information, 42, kFunction);
+        trace::monitor(trace::Message::RegistryRecordDropped, kFunction);
         return;
     }
     emitRegistryEvent(record, operation.name);
@@ -44,7 +44,7 @@ void RecordProcessor::emitRegistryEvent(const MonitorRecord &record, const char 
                 "data_type=\"%s\"\ndata=\"%s\"\n",
                 statusText.c_str(), static_cast<int>(record.pid()), imageText.c_str(), registryType,
                 keyText.c_str(), typeName, dataText.c_str());
-    trace::monitor(trace::Kind::Information, 43, kFunction, body);
+    trace::monitor(trace::Message::RegistryEvent, kFunction, body);
     emitter_.emitEvent(body, index, stanza, eventTime_);
 }
 

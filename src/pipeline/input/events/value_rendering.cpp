@@ -1,7 +1,7 @@
 #include "pipeline/input/events/value_rendering.h"
 
-#include "pipeline/input/diagnostics/monitor_log.h"
-#include "pipeline/input/xml/wide_text.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
+#include "pipeline/input/driver/driver_protocol.h"
 #include "util/match/regex.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "pipeline/input/modinputs/input_document.h"
 
-#include "pipeline/input/xml/xml_escape.h"
+#include "pipeline/input/xml/xml_entity.h"
 
 namespace velmox {
 
@@ -14,6 +14,7 @@ void appendElement(Str &out, const char *name, const Str &text)
 void appendStanza(Str &out, const Str &name, const PropertiesMap &stanza)
 {
     out << "    <stanza name=\"" << escapedXmlAttribute(name) << "\">\n";
+    // In the order of the map: the document of one configuration is the same each time.
     for (const auto &[key, property] : stanza.properties) {
         out << "      <param name=\"" << escapedXmlAttribute(key) << "\">" << escapedXmlText(property.value)
             << "</param>\n";

@@ -1,6 +1,6 @@
 #include "pipeline/input/modinputs/modinputs_helper_thread.h"
 
-#include "pipeline/input/diagnostics/modular_inputs_exception.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 
 namespace velmox {
 
@@ -37,6 +37,7 @@ void ModinputsHelperThread::main()
     try {
         printConfiguration();
     } catch (const std::exception &exception) {
+        // An exception that left the thread would end the process.
         error_ = exception.what();
     }
 }

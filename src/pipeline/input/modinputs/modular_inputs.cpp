@@ -1,12 +1,6 @@
 #include "pipeline/input/modinputs/modular_inputs.h"
 
-#include "pipeline/input/diagnostics/modular_inputs_exception.h"
-#include "pipeline/input/diagnostics/modular_inputs_log.h"
-#include "pipeline/input/modinputs/checkpoint_folder.h"
-#include "pipeline/input/modinputs/introspect_xml_streaming_parser.h"
-#include "pipeline/input/modinputs/scheme_merge.h"
-#include "pipeline/input/modinputs/scheme_specs.h"
-#include "pipeline/input/modinputs/script_validation_xml_streaming_parser.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 
 namespace velmox {
 
@@ -44,6 +38,7 @@ int validateBy(const Scheme &scheme, const InputDocument &document, const Script
             label, commandLine(scheme.script, " --validate-arguments"), document.toXml(),
             [&answer](std::string_view piece) { answer.feed(piece.data(), piece.size()); }, limits);
     } catch (const ModularInputsException &) {
+        // The reason has been logged where it was thrown; the user is told where to look.
         ModularInputsException::raise("Unable to run external validation for scheme=\"%s\".  Please see "
                                       "velmoxd.log for more details.",
                                       scheme.name.c_str());
@@ -58,6 +53,8 @@ void ModularInputs::initializeSchemes()
         modularInputsLog.info("Not running in velmoxd or REST context: Will not initialize modular inputs.");
         return;
     }
+    // The system's folder comes first and apps in the order of their names: the first to define a scheme has
+    // it.
     schemes_.clear();
     std::set<Str> known;
     for (const AppFolder &app : appFolders(host_.systemDir, host_.appParents)) {
@@ -88,6 +85,7 @@ void ModularInputs::initializeUnlessKnown(const SchemeSpec &spec, std::set<Str> 
             schemes_.emplace(spec.name, std::move(*scheme));
         }
     } catch (const std::exception &exception) {
+        // One broken app must not cost the others.
         reportFailure(spec, exception);
     }
 }
@@ -111,6 +109,7 @@ std::optional<Scheme> ModularInputs::initialize(const SchemeSpec &spec) const
     Scheme scheme;
     scheme.name = spec.name;
     scheme.script = locateScript(spec.app, spec.name, ScriptCandidates({spec.name, {}}));
+    // The system's spec files describe schemes that an installation may lack; an app brings its own script.
     if (scheme.script.empty()) {
         if (!spec.app.isSystem()) {
             ModularInputsException::raise("Unable to locate suitable script for introspection.");
@@ -169,6 +168,7 @@ void ModularInputs::validate(const Scheme &scheme, const Stanzas &stanzaConfigur
     const Str reason = answer.message().empty()
                            ? Str::fromFormat("The script returned with exit status %d.", status)
                            : answer.message();
+    // Not by `raise`: a refusal is the user's fault, no error of the server.
     const Str text =
         Str::fromFormat("Validation for scheme=%s failed: %s", scheme.name.c_str(), reason.c_str());
     modularInputsLog.warn("%s", text.c_str());

@@ -2,8 +2,7 @@
 
 #include "pipeline/input/modinputs/input_document.h"
 #include "pipeline/input/modinputs/introspection.h"
-#include "pipeline/input/modinputs/scheme.h"
-#include "pipeline/input/modinputs/script_locator.h"
+#include "pipeline/input/modinputs/scheme_files.h"
 #include "pipeline/input/modinputs/script_run.h"
 
 #include <functional>
@@ -46,7 +45,7 @@ struct ModularInputsHost
 class ModularInputs
 {
 public:
-    class IntrospectXmlStreamingParser;
+    using IntrospectXmlStreamingParser = velmox::IntrospectXmlStreamingParser;
 
     static constexpr char kInitFailureKey[] = "MessageHandler:MOD_INPUT_INIT";
 

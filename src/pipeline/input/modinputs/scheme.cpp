@@ -8,12 +8,52 @@ namespace velmox {
 
 namespace {
 
+constexpr char kPython[] = "python";
+constexpr char kPythonExtension[] = "py";
+
+Str quoted(const Str &path)
+{
+    const bool hasBlank = path.findFirst(CharSet::blanks(), 0, true) != -1;
+    return hasBlank ? Str::fromFormat("\"%s\"", path.c_str()) : path;
+}
+
 // Whether a stanza is in force, when its script runs, and what the server puts beside an event's text.
 constexpr std::string_view kInternalArguments[] = {
     "disabled", "host", "index", "interval", "source", "sourcetype",
 };
 
 } // namespace
+
+ScriptName ScriptName::fromText(const Str &text)
+{
+    const Str script = text.trimmed();
+    const std::ptrdiff_t blank = script.findFirst(CharSet::blanks(), 0, true);
+    const std::size_t end = blank < 0 ? script.size() : static_cast<std::size_t>(blank);
+    return {script.substr(0, end), script.substr(end).trimmed()};
+}
+
+Str ScriptCommand::text() const
+{
+    Str text = file.toStr();
+    if (!arguments.empty()) {
+        text << ' ' << arguments;
+    }
+    return text;
+}
+
+Str ScriptCommand::commandLine() const
+{
+    Str line;
+    // Windows starts no such file by itself; which interpreter answers to the word is up to PATH.
+    if (file.extension().lowered() == kPythonExtension) {
+        line << kPython << ' ';
+    }
+    line << quoted(file.toStr());
+    if (!arguments.empty()) {
+        line << ' ' << arguments;
+    }
+    return line;
+}
 
 Str stanzaPrefix(const Str &scheme)
 {

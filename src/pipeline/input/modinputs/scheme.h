@@ -1,11 +1,39 @@
 #pragma once
 
-#include "pipeline/input/modinputs/script_command.h"
+#include "util/text/pathname.h"
+#include "util/text/str.h"
 
 #include <map>
 #include <set>
 
+// What the room `modinputs` works with: schemes, the scripts behind them, and where both are defined. The
+// room is the server's side of input programs. Plain values; nothing here touches a disk.
+
 namespace velmox {
+
+/// What is told of a script before it is found: its file name, and its arguments.
+struct ScriptName
+{
+    Str file;
+    Str arguments;
+
+    /// The arguments stand behind the first blank.
+    static ScriptName fromText(const Str &text);
+};
+
+/// A script with the arguments that it gets on every start.
+struct ScriptCommand
+{
+    Pathname file;
+    Str arguments;
+
+    bool empty() const { return file.empty(); }
+    /// The path, and the arguments behind a blank.
+    Str text() const;
+    /// How it is started: a path with blanks in it is quoted, and a script of the extension `py` is an
+    /// argument of `python`. More arguments go directly behind.
+    Str commandLine() const;
+};
 
 /// A folder of configuration that may define schemes and hold their scripts: an app's or the system's.
 struct AppFolder

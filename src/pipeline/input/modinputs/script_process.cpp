@@ -1,6 +1,6 @@
 #include "pipeline/input/modinputs/script_process.h"
 
-#include "pipeline/input/diagnostics/modular_inputs_exception.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 #include "util/system/last_error_keeper.h"
 
 #include <cstddef>
@@ -42,6 +42,7 @@ class InheritedHandles
 public:
     InheritedHandles(HANDLE *handles, std::size_t count)
     {
+        // The first call fails by design and tells the size.
         SIZE_T size = 0;
         InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
         storage_.resize(size);
@@ -88,6 +89,7 @@ ScriptProcess::ScriptProcess(const Str &label, const Str &commandLine)
         !makePipe(errors, ScriptEnd::Writes)) {
         ModularInputsException::raise("%s: pipe setup fail: %m", label.c_str());
     }
+    // The script's ends are closed here once it has them: only then does a pipe end when the script does.
     input_ = std::move(input.writer);
     output_ = std::move(output.reader);
     errors_ = std::move(errors.reader);

@@ -1,8 +1,6 @@
 #include "pipeline/input/modinputs/script_run.h"
 
-#include "pipeline/input/diagnostics/modular_inputs_exception.h"
-#include "pipeline/input/diagnostics/modular_inputs_log.h"
-#include "pipeline/input/modinputs/line_splitter.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/modinputs/script_process.h"
 #include "util/thread/thread.h"
 
@@ -153,6 +151,8 @@ int ScriptRun::run(std::string_view input, const Sink &onOutput)
 
 void ScriptRun::serveStreams(std::string_view input, const Sink &onOutput)
 {
+    // Destroyed in the opposite order, each with the script ended first: a thread may sit in a call on a pipe
+    // that only the script's end interrupts.
     const StreamThread writer("ScriptInput", process_,
                               [&] { writePipe(std::move(process_.input()), input); });
     const StreamThread reader("ScriptOutput", process_, [&] { readOutput(onOutput); });
@@ -162,6 +162,7 @@ void ScriptRun::serveStreams(std::string_view input, const Sink &onOutput)
 
 void ScriptRun::waitForEnd()
 {
+    // The script's own end, or a failure of the output that makes the rest pointless.
     const HANDLE either[] = {process_.handle(), stop_.get()};
     const DWORD result = WaitForMultipleObjects(static_cast<DWORD>(std::size(either)), either, FALSE,
                                                 static_cast<DWORD>(limits_.time.count()));
@@ -187,6 +188,7 @@ void ScriptRun::readOutput(const Sink &onOutput)
             ModularInputsException::raise("%s: error reading from pipe: %m", label_.c_str());
         }
     } catch (...) {
+        // Must not leave the thread; the run throws it again once all three are joined.
         outputFailure_ = std::current_exception();
         SetEvent(stop_.get());
     }
@@ -204,6 +206,40 @@ void ScriptRun::logErrors()
 }
 
 } // namespace
+
+void LineSplitter::feed(std::string_view piece)
+{
+    while (!piece.empty()) {
+        const std::size_t end = std::min(piece.find('\n'), piece.size());
+        if (end == 0) {
+            handOn();
+            piece.remove_prefix(1);
+            continue;
+        }
+        if (line_.size() == kLongestLine) {
+            handOn();
+        }
+        const std::size_t taken = std::min(end, kLongestLine - line_.size());
+        line_.append(piece.substr(0, taken));
+        piece.remove_prefix(taken);
+    }
+}
+
+void LineSplitter::finish()
+{
+    if (!line_.empty()) {
+        handOn();
+    }
+}
+
+void LineSplitter::handOn()
+{
+    if (line_.endsWith("\r")) {
+        line_.pop_back();
+    }
+    onLine_(line_);
+    line_.clear();
+}
 
 int runScript(const Str &label, const Str &commandLine, std::string_view input,
               const std::function<void(std::string_view)> &onOutput, const ScriptLimits &limits)

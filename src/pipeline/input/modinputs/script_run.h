@@ -20,6 +20,26 @@ struct ScriptLimits
     std::uint64_t errorBytes = 1u << 20;
 };
 
+/// Cuts text that comes in pieces into lines and hands each on without its line end. A line that is longer
+/// than `kLongestLine` bytes is handed on in parts, so that nothing grows without limit.
+class LineSplitter
+{
+public:
+    static constexpr std::size_t kLongestLine = 8192;
+
+    explicit LineSplitter(std::function<void(const Str &)> onLine) : onLine_(std::move(onLine)) {}
+
+    void feed(std::string_view piece);
+    /// Hands on what stands behind the last line end.
+    void finish();
+
+private:
+    void handOn();
+
+    std::function<void(const Str &)> onLine_;
+    Str line_;
+};
+
 /// Runs a script to its end: `input` goes to its standard input, what comes out goes to `onOutput` in pieces,
 /// and each line of standard error to the log, with `label` in front, up to the limits; at the end a line
 /// tells how much was dropped. Returns the exit status.

@@ -1,6 +1,10 @@
+// velmoxd.exe: stands in for the data-collection server, as far as somebody needs who writes an input
+// program: it prints what the program would get on standard input.
+
+#include "conf/pages/property_pages.h"
 #include "conf/pages/shared_conf_services.h"
+#include "conf/store/application_manager.h"
 #include "pipeline/input/modinputs/modinputs_helper_thread.h"
-#include "pipeline/input/modinputs/velmoxd_command_line.h"
 #include "util/crash/crash_log.h"
 #include "util/log/logger.h"
 #include "util/process/loader_info.h"
@@ -12,6 +16,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <io.h>
+#include <optional>
 
 namespace velmox {
 
@@ -20,10 +25,43 @@ namespace {
 constexpr int kSuccess = 0;
 constexpr int kFailure = 1;
 
+constexpr char kUsage[] =
+    "Usage:\n"
+    "    velmoxd [--debug] print-modinput-config scheme stanza    (script instance per stanza)\n"
+    "    velmoxd [--debug] print-modinput-config scheme           (single instance)\n";
+
+/// What velmoxd is asked to do: print what the script of a scheme gets on standard input.
+struct CommandLine
+{
+    bool debug = false;
+    Str scheme;
+    std::optional<Str> stanza;
+};
+
 int fail(const char *text)
 {
     std::fputs(text, stderr);
     return kFailure;
+}
+
+/// `arguments` is what follows the program's name. Nothing when they make no command.
+std::optional<CommandLine> readCommandLine(const StrVector &arguments)
+{
+    CommandLine options;
+    auto word = arguments.begin();
+    if (word != arguments.end() && *word == "--debug") {
+        options.debug = true;
+        ++word;
+    }
+    const auto count = arguments.end() - word;
+    if (count < 2 || count > 3 || *word != "print-modinput-config") {
+        return std::nullopt;
+    }
+    options.scheme = *++word;
+    if (count == 3) {
+        options.stanza = *++word;
+    }
+    return options;
 }
 
 bool isAppUsable(const Str &app)
@@ -75,8 +113,9 @@ int writeOut(const Str &document)
     return isWritten ? kSuccess : fail("Unable to write to standard output.\n");
 }
 
-int printModinputConfig(const VelmoxdCommandLine &options, const LoaderInfo &loader)
+int printModinputConfig(const CommandLine &options, const LoaderInfo &loader)
 {
+    // Behind the configuration of the log, which it overrides.
     if (options.debug && !Logger::setThreshold("ModularInputs", LogLevel::Debug)) {
         return fail("ERROR: Unable to set log level to DEBUG.\n");
     }
@@ -91,7 +130,7 @@ int printModinputConfig(const VelmoxdCommandLine &options, const LoaderInfo &loa
     return writeOut(*helper.document());
 }
 
-int runInstalled(const VelmoxdCommandLine &options)
+int runInstalled(const CommandLine &options)
 {
     LoaderInfo &loader = *LoaderInfo::instance();
     loader.readEnvironment();
@@ -116,9 +155,9 @@ int runVelmoxd(const wchar_t *const *arguments)
         std::printf("velmoxd %s\n", ProgramVersion::ofThisProgram().text().c_str());
         return kSuccess;
     }
-    const std::optional<VelmoxdCommandLine> options = readVelmoxdCommandLine(words);
+    const std::optional<CommandLine> options = readCommandLine(words);
     if (!options) {
-        return fail(kVelmoxdUsage);
+        return fail(kUsage);
     }
     try {
         return runInstalled(*options);

@@ -1,6 +1,6 @@
 #include "pipeline/input/program/command_line.h"
 
-#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 #include "util/system/windows_api.h"
 
 #include <cwchar>
@@ -18,6 +18,7 @@ public:
     bool run()
     {
         for (; *cursor_ != nullptr; ++cursor_) {
+            // Each test sees the token that the one before has left, see the header.
             if (!watchOption() || !textOptions()) {
                 return false;
             }
@@ -74,6 +75,7 @@ private:
             return false;
         }
         value = Str::fromUtf16(asUtf16(*cursor_));
+        // Quotes that the caller's shell has left in the argument.
         value.unquote('"');
         return true;
     }

@@ -1,4 +1,4 @@
-#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/diagnostics/trace.h"
 #include "pipeline/input/program/command_line.h"
 #include "pipeline/input/program/sysmon_migrator.h"
@@ -15,8 +15,6 @@ namespace velmox {
 
 namespace {
 
-using trace::Kind;
-
 // Read by the shutdown callback, on whatever thread it comes; not cleared when the monitor is deleted.
 WinRegistryMonitor *theMonitor = nullptr;
 
@@ -30,7 +28,7 @@ void shutdown_callback(void *)
     if (theMonitor == nullptr) {
         return;
     }
-    trace::entryPoint(Kind::Information, 10);
+    trace::entryPoint(trace::EntryPointMessage::StopRequested);
     theMonitor->stop();
 }
 
@@ -52,7 +50,7 @@ bool refuseSafeMode()
         "The '%s' driver cannot be started in safe mode. Error %d - This service cannot be started in "
         "Safe Mode .",
         Str::fromUtf16(theMonitor->driverName()).c_str(), kRefusedBySafeMode);
-    trace::entryPoint(Kind::Error, 11, kFunction);
+    trace::entryPoint(trace::EntryPointMessage::SafeModeRefused, kFunction);
     return true;
 }
 
@@ -62,6 +60,7 @@ int monitorUntilStopped(const CommandLine &options)
     if (refuseSafeMode()) {
         return kFailure;
     }
+    // Armed before standard input is read, which can take as long as the server likes.
     waitForParentOrSignal(shutdown_callback, theMonitor, watchMode(options), options.parentPid);
     // Without anything to monitor the exit is a silent success: the reason stands in the log, and the server
     // must not start the program again because of, say, a configuration without enabled entries.
@@ -70,7 +69,7 @@ int monitorUntilStopped(const CommandLine &options)
     }
     if (!theMonitor->run()) {
         monitorLog.error("%s: Failed to start Registry Monitor", kFunction);
-        trace::entryPoint(Kind::Error, 12, kFunction);
+        trace::entryPoint(trace::EntryPointMessage::RunFailed, kFunction);
         return kFailure;
     }
     return 0;
@@ -83,6 +82,7 @@ int runInstalled(const wchar_t *const *arguments)
         std::fputs("Fail to run Registry Monitor: error getting LoaderInfo instance", stderr);
         return kFailure;
     }
+    // Until the log is configured failures go to standard error by hand: there is no place for a log yet.
     loader->readEnvironment();
     const Pathname home = loader->getHome();
     if (home.empty()) {
@@ -92,6 +92,7 @@ int runInstalled(const wchar_t *const *arguments)
     Logger::loadConfig(loader->getConfDir().join("log-cmdline.cfg"), nullptr, {{"VELMOX_HOME", home.toStr()}},
                        true);
     armCrashLog(crashLogFolder());
+    // No thread can be made before the main thread has its object.
     const EmptyMainThread mainThread;
     CommandLine options;
     if (!scanCommandLine(arguments, options)) {
@@ -116,6 +117,8 @@ int run_regmon(const wchar_t *const *arguments)
         monitorLog.error("%s: Fail to run Registry Monitor: '%s'", kFunction, exception.what());
         exitCode = kFailure;
     }
+    // Ends the stream. The watch stays armed, so a last request to stop can still meet the deleted object;
+    // the process is about to end by itself then.
     delete theMonitor;
     return exitCode;
 }
@@ -127,6 +130,6 @@ int run_regmon(const wchar_t *const *arguments)
 int wmain(int, wchar_t **arguments)
 {
     const velmox::trace::Provider provider;
-    velmox::trace::entryPoint(velmox::trace::Kind::Information, 13);
+    velmox::trace::entryPoint(velmox::trace::EntryPointMessage::Started);
     return velmox::run_regmon(arguments);
 }

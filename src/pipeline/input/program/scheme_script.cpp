@@ -1,6 +1,6 @@
 #include "pipeline/input/program/scheme_script.h"
 
-#include "pipeline/input/xml/xml_escape.h"
+#include "pipeline/input/xml/xml_entity.h"
 #include "util/match/regex.h"
 #include "util/text/str_segment.h"
 
@@ -100,6 +100,7 @@ constexpr CheckedKey kCheckedKeys[] = {
     {"disabled", checkBool}, {"baseline", checkBool}, {"baseline_interval", checkSeconds},
 };
 
+// The first fault ends the search: whoever proposes a stanza mends one thing at a time.
 Str findFault(const Str &name, const PropertiesMap &stanza)
 {
     if (!name.lowered().startsWith("winregmon:")) {

@@ -4,7 +4,6 @@
 
 #include "pipeline/input/program/scheme_script.h"
 #include "pipeline/input/xml/config_xml_streaming_parser.h"
-#include "pipeline/input/xml/xml_stdin.h"
 #include "util/process/job_process.h"
 #include "util/text/pathname.h"
 
@@ -62,7 +61,8 @@ Pathname monitorPath()
     return Pathname(own).dirname().dirname().join("velmox-regmon.exe");
 }
 
-/// The arguments as they were given, with the blanks in front.
+/// The arguments as they were given, with the blanks in front. Taken from the line as a whole, for quoting
+/// them anew would not give back every line.
 WideStr argumentsAsGiven()
 {
     const WideStr line = asUtf16(GetCommandLineW());
@@ -86,6 +86,7 @@ int runMonitor()
     command.append(monitor).append(u"\"").append(argumentsAsGiven());
     STARTUPINFOW startup = {};
     startup.cb = sizeof startup;
+    // The server's own pipes: what the monitor writes never passes through this process.
     startup.dwFlags = STARTF_USESTDHANDLES;
     startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
     startup.hStdOutput = GetStdHandle(STD_OUTPUT_HANDLE);

@@ -1,6 +1,6 @@
 #include "pipeline/input/program/sysmon_migrator.h"
 
-#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/rules/monitor_rules.h"
 
 #include <algorithm>
@@ -80,6 +80,8 @@ bool SysmonMigrator::migrate()
     if (migrated) {
         return false;
     }
+    // In this order: the files of filters take their records out of the map, and what then is left is
+    // neither's.
     writeToInputs();
     writeToRegmonAndProcmon(kProcmonFilters);
     writeToRegmonAndProcmon(kRegmonFilters);
@@ -193,6 +195,7 @@ void SysmonMigrator::writeToRegmonAndProcmon(const Str &fileName)
 
 void SysmonMigrator::saveToConfFile(const Str &fileName, const Str &stanzaName, const PropertiesMap &stanza)
 {
+    // A stanza goes back to the app that it came from, the system's when it came from none.
     ConfContext context;
     context.app = stanza.appName();
     if (context.app.empty()) {

@@ -1,14 +1,14 @@
 #include "pipeline/input/program/win_registry_monitor.h"
 
 #include "pipeline/input/baseline/baseline_scan.h"
-#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/diagnostics/trace.h"
 #include "pipeline/input/driver/driver_reader.h"
 #include "pipeline/input/driver/driver_service.h"
 #include "pipeline/input/events/process_enumeration.h"
 #include "pipeline/input/rules/filter_block.h"
 #include "pipeline/input/rules/registry_operations.h"
-#include "pipeline/input/xml/xml_stdin.h"
+#include "pipeline/input/xml/config_xml_streaming_parser.h"
 #include "util/system/library_routine.h"
 
 #include <new>
@@ -17,8 +17,6 @@
 namespace velmox {
 
 namespace {
-
-using trace::Kind;
 
 constexpr DWORD kQueueMilliseconds = 500;
 
@@ -36,7 +34,7 @@ WinRegistryMonitor::WinRegistryMonitor(Str index, bool inclusive)
       emitter_([this](const Str &text) { eventWritten(text); }),
       records_(rules_, hiveNames_, statusTexts_, emitter_)
 {
-    trace::monitor(Kind::Entry, 10, "WinRegistryMonitor::WinRegistryMonitor");
+    trace::monitor(trace::Message::MonitorMade, "WinRegistryMonitor::WinRegistryMonitor");
 }
 
 WinRegistryMonitor::~WinRegistryMonitor()
@@ -46,7 +44,7 @@ WinRegistryMonitor::~WinRegistryMonitor()
     if (workerThread_ != nullptr && workerDone_.isValid()) {
         WaitForSingleObject(workerDone_.get(), INFINITE);
     }
-    trace::monitor(Kind::Entry, 11, "WinRegistryMonitor::~WinRegistryMonitor");
+    trace::monitor(trace::Message::MonitorGone, "WinRegistryMonitor::~WinRegistryMonitor");
 }
 
 bool WinRegistryMonitor::isSafeMode() const
@@ -65,18 +63,18 @@ void WinRegistryMonitor::eventWritten(const Str &) {}
 bool WinRegistryMonitor::init()
 {
     constexpr char kFunction[] = "WinRegistryMonitor::init";
-    trace::monitor(Kind::Entry, 25, kFunction);
+    trace::monitor(trace::Message::InitEntered, kFunction);
     if (!findStatusMapping() || !readConfiguration()) {
         return false;
     }
     checkpoint_.setDirectory(checkpointDir_.concat("\\"));
+    // The driver comes last: without stanzas nothing is installed.
     if (!StartDriver()) {
-        trace::monitor(Kind::Error, 29, kFunction);
+        trace::monitor(trace::Message::DriverNotReady, kFunction);
         return false;
     }
-    eventTypeMasks_ = registryOperationMasks();
     if (!setRegEvtTypesToMonitor()) {
-        trace::monitor(Kind::Error, 30, kFunction);
+        trace::monitor(trace::Message::FilterNotSet, kFunction);
         monitorLog.error("%s: Failed to set event type class configuration to monitor", kFunction);
         return false;
     }
@@ -135,40 +133,22 @@ bool WinRegistryMonitor::configure(const char *filterFileName)
 
 bool WinRegistryMonitor::StartDriver()
 {
-    constexpr char kFunction[] = "WinRegistryMonitor::StartDriver";
-    if (!device_.open()) {
-        const DWORD error = GetLastError();
-        if (error != ERROR_FILE_NOT_FOUND) {
-            monitorLog.error("%s: CreateFile failed ! error: '(%d)%m'", kFunction, static_cast<int>(error));
-            return false;
-        }
-        if (!manageDriver(driverName_, driverImagePath_.c_str(), kInstallAndStart)) {
-            monitorLog.error("%s: Unable to install driver.", kFunction);
-            manageDriver(driverName_, driverImagePath_.c_str(), kStopAndRemove);
-            return false;
-        }
-        if (!device_.open()) {
-            monitorLog.error("%s: CreateFile failed: '%m'", kFunction);
-            return false;
-        }
-    }
-    trace::monitor(Kind::Information, 79, kFunction);
-    return true;
+    return device_.openOrInstall(driverName_, driverImagePath_);
 }
 
 bool WinRegistryMonitor::setRegEvtTypesToMonitor()
 {
     constexpr char kFunction[] = "WinRegistryMonitor::setRegEvtTypesToMonitor";
-    trace::monitor(Kind::Entry, 80, kFunction);
+    trace::monitor(trace::Message::SetFilterEntered, kFunction);
     const MonitorFilterGroup *group = rules_.group(kRegmonFilters);
     if (group == nullptr) {
-        trace::monitor(Kind::Error, 81, kFunction);
+        trace::monitor(trace::Message::NoGroupForFilter, kFunction);
         return false;
     }
-    const MonitorFilterConfig block = makeFilterBlock(*group, hiveNames_, eventTypeMasks_);
+    const MonitorFilterConfig block = makeFilterBlock(*group, hiveNames_, registryOperationMasks());
     if (!device_.setFilter(block)) {
         const DWORD error = GetLastError();
-        trace::monitor(Kind::Error, 84, kFunction);
+        trace::monitor(trace::Message::FilterRefused, kFunction);
         monitorLog.error("%s: Unable to set driver configuration: '(%d)%m'", kFunction,
                          static_cast<int>(error));
         return false;
@@ -176,42 +156,33 @@ bool WinRegistryMonitor::setRegEvtTypesToMonitor()
     monitorLog.info(
         "%s: Driver filter configured successfully: masks values are events=0x%x status=0x%x ops=0x%x",
         kFunction, block.events, block.status, block.ops);
-    trace::monitor(Kind::Information, 85, kFunction);
+    trace::monitor(trace::Message::FilterSet, kFunction);
     return true;
 }
 
 bool WinRegistryMonitor::run()
 {
     constexpr char kFunction[] = "WinRegistryMonitor::run";
-    trace::monitor(Kind::Entry, 31, kFunction);
-    bool processTableReady = false;
+    trace::monitor(trace::Message::RunEntered, kFunction);
     bool started = false;
-    if (createWorkerDone()) {
+    workerDone_.reset(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    if (workerDone_.isValid()) {
+        // Processes that run already are entered before the first record can name one.
         ProcessImageTable::instance().init();
-        processTableReady = true;
         ProcessEnumeration();
         started = StartMonitorWorker();
         if (started) {
             serveQueue();
         } else {
-            trace::monitor(Kind::Error, 34, kFunction);
+            trace::monitor(trace::Message::WorkerNotStarted, kFunction);
             monitorLog.error("%s: Failed to start Registry Monitor: device driver has not been installed",
                              kFunction);
         }
+    } else {
+        trace::monitor(trace::Message::NoWorkerEvent, kFunction);
     }
-    tearDown(processTableReady);
+    tearDown();
     return started;
-}
-
-bool WinRegistryMonitor::createWorkerDone()
-{
-    constexpr char kFunction[] = "WinRegistryMonitor::run";
-    workerDone_.reset(CreateEventA(nullptr, TRUE, FALSE, nullptr));
-    if (!workerDone_.isValid()) {
-        trace::monitor(Kind::Error, 33, kFunction);
-        return false;
-    }
-    return true;
 }
 
 void WinRegistryMonitor::ProcessEnumeration()
@@ -222,23 +193,23 @@ void WinRegistryMonitor::ProcessEnumeration()
 bool WinRegistryMonitor::StartMonitorWorker()
 {
     constexpr char kFunction[] = "WinRegistryMonitor::StartMonitorWorker";
-    trace::monitor(Kind::Entry, 54, kFunction);
+    trace::monitor(trace::Message::StartWorkerEntered, kFunction);
     if (rules_.group(kRegmonFilters) == nullptr) {
-        trace::monitor(Kind::Error, 55, kFunction);
+        trace::monitor(trace::Message::NothingToMonitor, kFunction);
         return false;
     }
-    trace::monitor(Kind::Information, 56, kFunction);
+    trace::monitor(trace::Message::BaselineBegins, kFunction);
     if (!establishBaseline()) {
-        trace::monitor(Kind::Error, 57, kFunction);
+        trace::monitor(trace::Message::BaselineFailed, kFunction);
         monitorLog.error("%s: Unable to establish baseline for the registry keys that are being monitored",
                          kFunction);
         return false;
     }
-    trace::monitor(Kind::Information, 58, kFunction);
+    trace::monitor(trace::Message::BaselineEnds, kFunction);
     auto *thread = new (std::nothrow) WinRegistryMonitorThread(*this);
     if (thread == nullptr) {
         const DWORD error = GetLastError();
-        trace::monitor(Kind::Error, 59, kFunction);
+        trace::monitor(trace::Message::NoWorkerThread, kFunction);
         monitorLog.error("%s: Failed to create the Registry monitor worker thread: '(%d)%m'", kFunction,
                          static_cast<int>(error));
         return false;
@@ -246,7 +217,7 @@ bool WinRegistryMonitor::StartMonitorWorker()
     thread->start();
     // From here on there is an end to wait for.
     workerThread_ = thread;
-    trace::monitor(Kind::Information, 60, kFunction);
+    trace::monitor(trace::Message::WorkerStarted, kFunction);
     return true;
 }
 
@@ -258,34 +229,35 @@ bool WinRegistryMonitor::establishBaseline()
 void WinRegistryMonitor::serveQueue()
 {
     constexpr char kFunction[] = "WinRegistryMonitor::run";
-    trace::monitor(Kind::Information, 35, kFunction);
+    trace::monitor(trace::Message::ServingBegins, kFunction);
     while (!stopFlag_.isSet()) {
         EventBuffer buffer;
+        // The wait is short so that a stop is seen soon; what is queued by then is dropped unread.
         if (!queue_.get(buffer, kQueueMilliseconds)) {
             continue;
         }
         if (buffer.bytes == 0) {
-            trace::monitor(Kind::Information, 36, kFunction);
+            trace::monitor(trace::Message::EmptyBuffer, kFunction);
         } else {
             records_.processData(buffer.data.get(), buffer.bytes);
         }
     }
-    trace::monitor(Kind::Information, 37, kFunction);
+    trace::monitor(trace::Message::ServingEnds, kFunction);
 }
 
-void WinRegistryMonitor::tearDown(bool processTableReady)
+// The table goes before the worker has ended, which is right: the worker does not use it.
+void WinRegistryMonitor::tearDown()
 {
     stopFlag_.set();
-    if (processTableReady) {
-        ProcessImageTable::instance().destroy();
-    }
     if (workerDone_.isValid()) {
+        ProcessImageTable::instance().destroy();
         // Without a worker nobody ever sets the event: the process then stays, silent, until its parent ends
         // it, and the reason stands in the log.
         WaitForSingleObject(workerDone_.get(), INFINITE);
         workerDone_.reset();
     }
-    trace::monitor(Kind::Information, 38, "WinRegistryMonitor::run");
+    trace::monitor(trace::Message::WorkerHasEnded, "WinRegistryMonitor::run");
+    // The driver cannot stop while this process holds its device.
     if (device_.isOpen()) {
         device_.close();
         manageDriver(driverName_, driverImagePath_.c_str(), kStopAndRemove);
@@ -299,7 +271,7 @@ void WinRegistryMonitor::recordStart() const
     constexpr char kFunction[] = "WinRegistryMonitor::MonitorWorker";
     if (!checkpoint_.setLastTimeRun()) {
         monitorLog.error("%s: Failed to set checkpoint '%s'", kFunction, kLastTimeRun);
-        trace::monitor(Kind::Error, 62, kFunction);
+        trace::monitor(trace::Message::StartNotRecorded, kFunction);
     }
 }
 
@@ -309,7 +281,8 @@ void WinRegistryMonitor::MonitorWorker()
     recordStart();
     DriverReader(device_, queue_, stopFlag_).run();
     monitorLog.info("%s: Monitor Worker Exiting...", kFunction);
-    trace::monitor(Kind::Information, 74, kFunction);
+    trace::monitor(trace::Message::WorkerEnds, kFunction);
+    // After a fatal error as after a stop, the end of the worker ends the program.
     stopFlag_.set();
     queue_.wakeTaker();
     SetEvent(workerDone_.get());

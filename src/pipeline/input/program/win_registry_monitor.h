@@ -3,7 +3,7 @@
 #include "pipeline/input/baseline/baseline_checkpoint.h"
 #include "pipeline/input/driver/buffer_queue.h"
 #include "pipeline/input/driver/device_channel.h"
-#include "pipeline/input/driver/stop_flag.h"
+#include "pipeline/input/driver/shared_state.h"
 #include "pipeline/input/events/event_emitter.h"
 #include "pipeline/input/events/record_processor.h"
 #include "pipeline/input/events/status_texts.h"
@@ -14,6 +14,8 @@
 #include "util/text/pathname.h"
 #include "util/thread/thread.h"
 
+// The room `program`: the monitor as a program. This object joins the parts of the rooms below; `main.cpp`
+// gives the order of start-up and the exit codes.
 namespace velmox {
 
 class WinRegistryMonitor;
@@ -80,13 +82,12 @@ private:
     bool StartDriver();
     bool setRegEvtTypesToMonitor();
 
-    bool createWorkerDone();
     void ProcessEnumeration();
     bool StartMonitorWorker();
     bool establishBaseline();
     void serveQueue();
     void recordStart() const;
-    void tearDown(bool processTableReady);
+    void tearDown();
 
     DeviceChannel device_;
     const char16_t *const driverName_;
@@ -100,7 +101,6 @@ private:
     StopFlag stopFlag_;
     // Manual-reset; the worker sets it as its last act, and waiting for it stands in for a join.
     KernelHandle workerDone_;
-    std::map<Str, std::uint32_t> eventTypeMasks_;
     HiveNames hiveNames_;
     MonitorRules rules_;
     StatusTexts statusTexts_;

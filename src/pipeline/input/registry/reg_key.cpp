@@ -1,16 +1,67 @@
 #include "pipeline/input/registry/reg_key.h"
 
-#include "util/log/logger.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
+#include "util/system/library_routine.h"
 
+#include <memory>
 #include <vector>
 
 namespace velmox {
 
 namespace {
 
-Logger registryLog("WinRegistryApi");
+// The class ObjectNameInformation: a UNICODE_STRING and behind it the text.
+constexpr ULONG kObjectNameInformation = 1;
+constexpr LONG kInfoLengthMismatch = static_cast<LONG>(0xC0000004);
+
+struct CountedName
+{
+    USHORT length;
+    USHORT maximumLength;
+    const char16_t *text;
+};
+
+struct VirtualMemoryDeleter
+{
+    void operator()(void *memory) const { VirtualFree(memory, 0, MEM_RELEASE); }
+};
 
 } // namespace
+
+LSTATUS openKey(HKEY parent, const wchar_t *path, REGSAM access, RegistryKeyHandle &key)
+{
+    HKEY opened = nullptr;
+    const LSTATUS result = RegOpenKeyExW(parent, path, 0, access, &opened);
+    if (result == ERROR_SUCCESS) {
+        key.reset(opened);
+    }
+    return result;
+}
+
+NtQueryObject findNtQueryObject()
+{
+    NtQueryObject routine = nullptr;
+    if (const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll")) {
+        findRoutine(ntdll, "NtQueryObject", routine);
+    }
+    return routine;
+}
+
+bool queryName(NtQueryObject query, HANDLE object, WideStr &name)
+{
+    ULONG size = 0;
+    if (query(object, kObjectNameInformation, nullptr, 0, &size) != kInfoLengthMismatch) {
+        return false;
+    }
+    const std::unique_ptr<void, VirtualMemoryDeleter> memory(
+        VirtualAlloc(nullptr, size, MEM_COMMIT, PAGE_READWRITE));
+    if (!memory || query(object, kObjectNameInformation, memory.get(), size, &size) == kInfoLengthMismatch) {
+        return false;
+    }
+    const auto *counted = static_cast<const CountedName *>(memory.get());
+    name = WideStr(counted->text, counted->length / sizeof(char16_t));
+    return true;
+}
 
 RegKey::RegKey(HKEY rootKey, WideStr rootName, WideStr keyName, WideStr subKey)
     : rootKey_(rootKey), keyName_(std::move(keyName)), rootName_(std::move(rootName)),
@@ -20,9 +71,7 @@ RegKey::RegKey(HKEY rootKey, WideStr rootName, WideStr keyName, WideStr subKey)
 
 bool RegKey::open(REGSAM access)
 {
-    HKEY opened = nullptr;
-    const LSTATUS result =
-        RegOpenKeyExW(rootKey_, subKey_.empty() ? nullptr : asWide(subKey_), 0, access, &opened);
+    const LSTATUS result = openKey(rootKey_, subKey_.empty() ? nullptr : asWide(subKey_), access, handle_);
     if (result != ERROR_SUCCESS) {
         // The registry's calls return their code; the message takes its text from the last error.
         SetLastError(static_cast<DWORD>(result));
@@ -30,7 +79,6 @@ bool RegKey::open(REGSAM access)
                           static_cast<int>(result));
         return false;
     }
-    handle_.reset(opened);
     return true;
 }
 

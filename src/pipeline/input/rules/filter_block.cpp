@@ -1,6 +1,6 @@
 #include "pipeline/input/rules/filter_block.h"
 
-#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/diagnostics/trace.h"
 #include "util/match/string_filters.h"
 
@@ -30,7 +30,7 @@ void addHive(const SystemMonitoringConfig &config, const HiveNames &hiveNames, M
         block.hives |= mask;
         return;
     }
-    trace::monitor(trace::Kind::Error, 82, kFunction);
+    trace::monitor(trace::Message::NoHiveRoot, kFunction);
     monitorLog.error("%s: Unable to match a hive root path to any of the 'hive' options provided in the "
                      "configuration file",
                      kFunction);
@@ -45,7 +45,7 @@ void addOperations(const SystemMonitoringConfig &config, const std::map<Str, std
         if (types.matches(word)) {
             block.ops |= mask;
             monitorLog.info("%s: Driver is configured to report '%s' type events", kFunction, word.c_str());
-            trace::monitor(trace::Kind::Information, 83, kFunction, word);
+            trace::monitor(trace::Message::OperationAsked, kFunction, word);
         }
     }
 }

@@ -1,28 +1,11 @@
 #include "pipeline/input/rules/hive_names.h"
 
 #include "pipeline/input/driver/driver_protocol.h"
+#include "pipeline/input/registry/registry_roots.h"
 
 namespace velmox {
 
 namespace {
-
-struct Root
-{
-    const char16_t *nativePath;
-    const char16_t *shortName;
-    const char16_t *longName;
-    std::uint32_t handle;
-    std::uint32_t hiveClass;
-};
-
-// The native path of the current user is not a constant.
-constexpr Root kCurrentUser = {nullptr, u"HKCU", u"HKEY_CURRENT_USER", 0x80000001, kUserHives};
-constexpr Root kFixedRoots[] = {
-    {u"\\REGISTRY\\MACHINE", u"HKLM", u"HKEY_LOCAL_MACHINE", 0x80000002, kMachineHives},
-    {u"\\REGISTRY\\USER", u"HKU", u"HKEY_USERS", 0x80000003, kUserHives},
-    {u"\\REGISTRY\\MACHINE\\SYSTEM\\CurrentControlSet\\Hardware Profiles\\Current", u"HKCC",
-     u"HKEY_CURRENT_CONFIG", 0x80000005, kMachineHives},
-};
 
 WideStr withDoubledBackslashes(const WideStr &path)
 {
@@ -33,14 +16,14 @@ WideStr withDoubledBackslashes(const WideStr &path)
     return doubled;
 }
 
-void insertRoot(HiveNames::Map &map, const Root &root, const WideStr &nativePath)
+void insertRoot(HiveNames::Map &map, const RegistryRoot &root, const WideStr &nativePath)
 {
+    const bool isOfMachine = nativePath.startsWith(u"\\REGISTRY\\MACHINE");
     HiveKeyInfo info;
     info.shortName = root.shortName;
     info.regexPath = withDoubledBackslashes(nativePath);
-    info.rootKey =
-        static_cast<std::uintptr_t>(static_cast<std::intptr_t>(static_cast<std::int32_t>(root.handle)));
-    info.hiveClass = root.hiveClass;
+    info.rootKey = root.key();
+    info.hiveClass = isOfMachine ? kMachineHives : kUserHives;
     map.emplace(nativePath, info);
     map.emplace(root.shortName, info);
     map.emplace(root.longName, info);
@@ -50,9 +33,14 @@ void insertRoot(HiveNames::Map &map, const Root &root, const WideStr &nativePath
 
 void HiveNames::fill(const WideStr &currentUserPath)
 {
-    insertRoot(hiveKeyMap_, kCurrentUser, currentUserPath);
-    for (const Root &root : kFixedRoots) {
-        insertRoot(hiveKeyMap_, root, root.nativePath);
+    // An entry that is there already stays, so the user's own path comes before those that are the same for
+    // all.
+    for (const bool isUsers : {true, false}) {
+        for (const RegistryRoot &root : kRegistryRoots) {
+            if ((root.nativePath == nullptr) == isUsers) {
+                insertRoot(hiveKeyMap_, root, isUsers ? currentUserPath : WideStr(root.nativePath));
+            }
+        }
     }
 }
 

@@ -1,6 +1,5 @@
-#include "pipeline/input/diagnostics/monitor_log.h"
-#include "pipeline/input/registry/native_names.h"
-#include "pipeline/input/registry/registry_key_handle.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
+#include "pipeline/input/registry/reg_key.h"
 #include "pipeline/input/rules/hive_names.h"
 
 namespace velmox {

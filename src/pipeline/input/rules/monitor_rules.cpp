@@ -1,6 +1,6 @@
 #include "pipeline/input/rules/monitor_rules.h"
 
-#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 
 namespace velmox {
 

@@ -1,8 +1,7 @@
 #include "pipeline/input/rules/stanza_configuration.h"
 
-#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/rules/drive_map.h"
-#include "pipeline/input/rules/pattern_characters.h"
 #include "util/match/literal_prefix.h"
 #include "util/text/str_segment.h"
 

@@ -1,29 +1,32 @@
 #include "pipeline/input/xml/config_xml_streaming_parser.h"
 
-#include "pipeline/input/diagnostics/modular_inputs_exception.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 
 namespace velmox {
 
-/// An element that may stand inside another, and the state that it leads to.
+/// An element, where it may stand, and the state while it is the innermost one.
 struct ConfigXmlStreamingParser::Child
 {
     State parent;
     const char *name;
     State state;
+    bool hasText;
 };
 
 const ConfigXmlStreamingParser::Child ConfigXmlStreamingParser::kChildren[] = {
-    {State::Input, "server_host", State::ServerHost},
-    {State::Input, "server_uri", State::ServerUri},
-    {State::Input, "session_key", State::SessionKey},
-    {State::Input, "checkpoint_dir", State::CheckpointDir},
-    {State::Input, "configuration", State::Configuration},
-    {State::Configuration, "stanza", State::Stanza},
-    {State::Stanza, "param", State::Param},
+    {State::Outside, "input", State::Input, false},
+    {State::Input, "server_host", State::ServerHost, true},
+    {State::Input, "server_uri", State::ServerUri, true},
+    {State::Input, "session_key", State::SessionKey, true},
+    {State::Input, "checkpoint_dir", State::CheckpointDir, true},
+    {State::Input, "configuration", State::Configuration, false},
+    {State::Configuration, "stanza", State::Stanza, false},
+    {State::Stanza, "param", State::Param, true},
 };
 
 void ConfigXmlStreamingParser::startElement(const Str &name)
 {
+    // Declarations have no end, so they must not become part of the path.
     if (name.startsWith("?") || name.startsWith("!")) {
         return;
     }
@@ -63,6 +66,7 @@ void ConfigXmlStreamingParser::attributeName(const Str &name)
         return;
     }
     if (state_ == State::Stanza) {
+        // The value comes next. Should it stay away, the params that follow belong to nobody.
         state_ = State::StanzaName;
         currentStanza_ = stanzas_.end();
     } else if (state_ == State::Param) {
@@ -75,6 +79,7 @@ void ConfigXmlStreamingParser::attributeValue(const Str &value)
 {
     if (state_ == State::StanzaName) {
         state_ = State::Stanza;
+        // Two stanzas of one name are one; of two params of one key the later counts.
         currentStanza_ = stanzas_.try_emplace(value).first;
     } else if (state_ == State::ParamName) {
         state_ = State::Param;
@@ -82,18 +87,21 @@ void ConfigXmlStreamingParser::attributeValue(const Str &value)
     }
 }
 
+/// The row of the state; null outside, and while an attribute `name` waits for its value.
+const ConfigXmlStreamingParser::Child *ConfigXmlStreamingParser::innermost() const
+{
+    for (const Child &child : kChildren) {
+        if (child.state == state_) {
+            return &child;
+        }
+    }
+    return nullptr;
+}
+
 void ConfigXmlStreamingParser::characters(const Str &piece)
 {
-    switch (state_) {
-    case State::ServerHost:
-    case State::ServerUri:
-    case State::SessionKey:
-    case State::Param:
-    case State::CheckpointDir:
+    if (const Child *element = innermost(); element != nullptr && element->hasText) {
         text_.append(piece);
-        break;
-    default:
-        break;
     }
 }
 
@@ -102,36 +110,27 @@ void ConfigXmlStreamingParser::endElement()
     switch (state_) {
     case State::ServerHost:
         serverHost_ = text_;
-        state_ = State::Input;
         break;
     case State::ServerUri:
         serverUri_ = text_;
-        state_ = State::Input;
         break;
     case State::SessionKey:
         sessionKey_ = text_;
-        state_ = State::Input;
         break;
     case State::CheckpointDir:
         checkpointDir_ = Pathname::fromUtf8(text_);
-        state_ = State::Input;
-        break;
-    case State::Configuration:
-        state_ = State::Input;
         break;
     case State::Stanza:
         currentStanza_ = stanzas_.end();
-        state_ = State::Configuration;
         break;
     case State::Param:
         storeParam();
-        state_ = State::Stanza;
-        break;
-    case State::Input:
-        state_ = State::Outside;
         break;
     default:
         break;
+    }
+    if (const Child *element = innermost()) {
+        state_ = element->parent;
     }
     text_.clear();
     path_.dirnameInPlace();
@@ -143,6 +142,21 @@ void ConfigXmlStreamingParser::storeParam()
         currentStanza_->second.set(paramName_, text_);
     }
     paramName_.clear();
+}
+
+void readXmlFromStdin(XmlStreamingParser &parser, std::FILE *in)
+{
+    char bytes[8192];
+    for (;;) {
+        const std::size_t count = std::fread(bytes, 1, sizeof bytes, in);
+        if (count > 0) {
+            parser.feed(bytes, count);
+        } else if (std::feof(in)) {
+            return;
+        } else {
+            ModularInputsException::raise("Error reading XML configuration input from stdin: %m");
+        }
+    }
 }
 
 } // namespace velmox

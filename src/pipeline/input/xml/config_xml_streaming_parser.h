@@ -4,6 +4,8 @@
 #include "pipeline/input/xml/xml_streaming_parser.h"
 #include "util/text/pathname.h"
 
+#include <cstdio>
+
 namespace velmox {
 
 /// Reads the input document: the connection to the server, the checkpoint directory and the configured
@@ -46,11 +48,12 @@ private:
     struct Child;
     static const Child kChildren[];
 
+    const Child *innermost() const;
     void enterRoot();
     void enterChild(const Str &name);
     void storeParam();
 
-    /// The open elements.
+    /// The open elements, joined as a path: messages show them with the backslashes of one.
     Pathname path_;
     State state_ = State::Outside;
     Str serverHost_;
@@ -64,5 +67,9 @@ private:
     /// Text of the open element.
     Str text_;
 };
+
+/// Feeds standard input to the parser up to its end. A read error throws ModularInputsException, and what the
+/// parser throws passes through. `in` is not closed.
+void readXmlFromStdin(XmlStreamingParser &parser, std::FILE *in = stdin);
 
 } // namespace velmox

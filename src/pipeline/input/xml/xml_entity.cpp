@@ -2,6 +2,7 @@
 
 #include "util/text/char_set.h"
 #include "util/text/code_point.h"
+#include "util/text/wide_str.h"
 
 #include <algorithm>
 #include <charconv>
@@ -11,6 +12,7 @@ namespace velmox {
 
 namespace {
 
+// Between `&` and `;`. The longest form needs nine; the rest is room for leading zeros.
 constexpr std::size_t kLongestName = 16;
 constexpr XmlEntity kPlainAmpersand{U'&', 1};
 constexpr XmlEntity kCutEntity{0, 0};
@@ -53,7 +55,7 @@ bool parseReference(std::string_view name, char32_t &out)
 
 XmlEntity resolve(std::string_view name)
 {
-    const std::size_t length = name.size() + 2;
+    const std::size_t length = name.size() + 2; // with `&` and `;`
     for (const NamedEntity &entity : kNamedEntities) {
         if (Str::compareCaseless(name.data(), name.size(), entity.name.data(), entity.name.size()) == 0) {
             return {entity.codePoint, length};
@@ -61,6 +63,44 @@ XmlEntity resolve(std::string_view name)
     }
     char32_t codePoint = 0;
     return parseReference(name, codePoint) ? XmlEntity{codePoint, length} : kPlainAmpersand;
+}
+
+enum class Place
+{
+    Text,
+    Attribute
+};
+
+/// A reader may turn a carriage return into a line feed, and each blank of an attribute into a space, unless
+/// they are references.
+bool needsReference(char byte, Place place)
+{
+    return byte == '\r' || (place == Place::Attribute && (byte == '\n' || byte == '\t'));
+}
+
+void appendEscaped(Str &out, char byte, Place place)
+{
+    const auto value = static_cast<unsigned char>(byte);
+    if (const std::string_view entity = xmlEntityOf(byte); !entity.empty()) {
+        out << entity;
+    } else if (needsReference(byte, place)) {
+        out.appendFormat("&#%d;", value);
+    } else if (value < 0x20 && byte != '\t' && byte != '\n') {
+        out.appendFormat("\\x%02X", value);
+    } else {
+        out << byte;
+    }
+}
+
+Str escaped(const Str &text, Place place)
+{
+    // The way through UTF-16 and back puts U+FFFD for what is ill-formed, which most texts spare.
+    const bool isWellFormed = Str::isValidUtf8(text.data(), text.size());
+    Str out;
+    for (const char byte : isWellFormed ? text : Str::fromUtf16(WideStr::fromUtf8(text))) {
+        appendEscaped(out, byte, place);
+    }
+    return out;
 }
 
 } // namespace
@@ -78,6 +118,16 @@ XmlEntity readXmlEntity(std::string_view bytes, bool complete)
         }
     }
     return complete || end == kBytesThatDecide ? kPlainAmpersand : kCutEntity;
+}
+
+Str escapedXmlText(const Str &text)
+{
+    return escaped(text, Place::Text);
+}
+
+Str escapedXmlAttribute(const Str &text)
+{
+    return escaped(text, Place::Attribute);
 }
 
 } // namespace velmox

@@ -46,6 +46,7 @@ std::size_t lengthBeforeEnd(std::string_view bytes, std::string_view end)
 
 void XmlStreamingParser::feed(const char *bytes, std::size_t length)
 {
+    // Whole tokens are taken from the caller's bytes where they stand; only a token's beginning is copied.
     if (pending_.empty()) {
         const std::string_view fed(bytes, length);
         const std::size_t consumed = consume(fed);
@@ -70,6 +71,8 @@ std::size_t XmlStreamingParser::consume(std::string_view bytes)
         position_ += taken;
         scanned_ = 0;
     }
+    // A token that has not ended within the limit is dropped as a whole, and reading goes on behind it in the
+    // state that it began in. What follows may then look like anything; the memory stays bounded.
     if (consumed == 0 && bytes.size() > maxPendingBytes()) {
         scanned_ = 0;
         return bytes.size();
@@ -137,6 +140,8 @@ std::size_t XmlStreamingParser::elementStep(std::string_view bytes)
         inText_ = false;
         charactersEnd();
     }
+    // `</name >` is no end: with anything between its name and `>` it opens an element of the name "/name",
+    // which readers that know their elements refuse under that name.
     if (closing && bytes[end] == '>') {
         tokenEnd_ = position_ + end + 1;
         endElement();
@@ -198,6 +203,7 @@ std::size_t XmlStreamingParser::tagStep(std::string_view bytes)
     if (bytes.size() < 2) {
         return kNeedMore;
     }
+    // A lone slash inside a tag begins an attribute's name, as in `<a /b>`.
     if (bytes[1] != '>') {
         return attributeNameStep(bytes);
     }
@@ -212,6 +218,7 @@ std::size_t XmlStreamingParser::attributeNameStep(std::string_view bytes)
     if (nameEnd == kNeedMore) {
         return kNeedMore;
     }
+    // Whether a value follows is known only behind the blanks, so the name waits for the first other byte.
     const std::size_t next = findFirst(bytes, kWhiteSpace, nameEnd, false);
     if (next == bytes.size()) {
         scanned_ = nameEnd;
@@ -243,6 +250,7 @@ std::size_t XmlStreamingParser::attributeValueStep(std::string_view bytes)
     decode(bytes.substr(start, end - start), true);
     attributeValue(token_);
     mode_ = Mode::Tag;
+    // A bare value leaves the byte that ended it for the tag; a quoted one takes its closing quote along.
     return end + start;
 }
 

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string_view>
 
+// The room `xml`: documents that come in pieces, read without keeping them, and what stands for a byte in
+// one.
 namespace velmox {
 
 /// A small incremental, non-validating XML parser: it keeps no tree and calls its virtual operations as it

@@ -1,5 +1,5 @@
 #include "pipeline/input/driver/driver_reader.h"
-#include "pipeline/input/driver/event_counters.h"
+#include "pipeline/input/driver/shared_state.h"
 #include "pipeline/input/program/win_registry_monitor.h"
 #include "testbed/record_builder.h"
 #include "tests/pipeline/input/registry/registry_test_key.h"
@@ -8,7 +8,7 @@
 #include "tests/support/log_lines.h"
 #include "tests/support/main_thread.h"
 #include "tests/support/scoped_folder.h"
-#include "util/thread/thread_exception.h"
+#include "util/thread/thread_primitives.h"
 
 #include <cwchar>
 #include <gtest/gtest.h>

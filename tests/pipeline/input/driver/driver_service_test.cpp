@@ -1,4 +1,3 @@
-#include "pipeline/input/driver/driver_checks.h"
 #include "pipeline/input/driver/driver_service.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/failing_call.h"

@@ -3,7 +3,6 @@
 #include "tests/support/child_process.h"
 #include "tests/support/main_thread.h"
 #include "util/files/file_system.h"
-#include "util/log/log_system.h"
 #include "util/log/logger.h"
 
 #include <gtest/gtest.h>
@@ -24,8 +23,8 @@ SchemeHome::SchemeHome()
 
 SchemeHome::~SchemeHome()
 {
-    LogSystem::instance().reset(nullptr);
-    LogSystem::instance().bindAll();
+    Logger::reset(nullptr);
+    Logger::bindAll();
 }
 
 AppFolder SchemeHome::app(const char *name) const

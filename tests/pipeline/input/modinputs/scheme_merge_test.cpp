@@ -1,5 +1,5 @@
-#include "pipeline/input/diagnostics/modular_inputs_exception.h"
-#include "pipeline/input/modinputs/scheme_merge.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
+#include "pipeline/input/modinputs/introspection.h"
 
 #include <gtest/gtest.h>
 

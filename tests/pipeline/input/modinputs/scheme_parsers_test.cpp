@@ -1,6 +1,4 @@
-#include "pipeline/input/modinputs/introspect_xml_streaming_parser.h"
-#include "pipeline/input/modinputs/line_splitter.h"
-#include "pipeline/input/modinputs/script_validation_xml_streaming_parser.h"
+#include "pipeline/input/modinputs/introspection.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,7 +9,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
-using IntrospectParser = ModularInputs::IntrospectXmlStreamingParser;
+using IntrospectParser = IntrospectXmlStreamingParser;
 
 template <class Parser>
 const Parser &fed(Parser &&parser, std::string_view xml)
@@ -68,21 +66,6 @@ TEST(ScriptValidationXmlStreamingParser, TakesTheFirstMessage)
     };
     for (const auto &[answer, message] : rows) {
         EXPECT_EQ(fed(ScriptValidationXmlStreamingParser(), answer).message(), message) << answer;
-    }
-}
-
-TEST(LineSplitter, HandsOnLinesWhateverThePieces)
-{
-    const Str longLine(LineSplitter::kLongestLine, 'x');
-    const Str text = Str::fromFormat("one\r\n\n%s\n%s%stwo", longLine.c_str(), longLine.c_str(), "y\n");
-    for (const std::size_t pieceSize : {1, 7, 100000}) {
-        StrVector lines;
-        LineSplitter splitter([&lines](const Str &line) { lines.push_back(line); });
-        for (std::size_t at = 0; at < text.size(); at += pieceSize) {
-            splitter.feed(text.view().substr(at, pieceSize));
-        }
-        splitter.finish();
-        EXPECT_THAT(lines, ElementsAre("one", "", longLine, longLine, "y", "two")) << pieceSize;
     }
 }
 

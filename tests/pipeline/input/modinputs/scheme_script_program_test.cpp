@@ -1,4 +1,4 @@
-#include "pipeline/input/diagnostics/modular_inputs_exception.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 #include "tests/pipeline/input/modinputs/scheme_home.h"
 #include "util/system/windows_api.h"
 

@@ -1,4 +1,4 @@
-#include "pipeline/input/diagnostics/modular_inputs_exception.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 #include "tests/pipeline/input/modinputs/scheme_home.h"
 #include "tests/support/failing_call.h"
 
@@ -131,6 +131,21 @@ TEST_F(ScriptRunTest, EachCallThatFailsIsToldAndEndsTheScript)
     EXPECT_TRUE(home_.logged(Str::fromFormat("WARN Label: error reading from pipe: %s\n", reason.c_str())));
     EXPECT_TRUE(
         runCommand("no-such-program --scheme").startsWith("Unable to run \"no-such-program --scheme\": "));
+}
+
+TEST(LineSplitter, HandsOnLinesWhateverThePieces)
+{
+    const Str longLine(LineSplitter::kLongestLine, 'x');
+    const Str text = Str::fromFormat("one\r\n\n%s\n%s%stwo", longLine.c_str(), longLine.c_str(), "y\n");
+    for (const std::size_t pieceSize : {1, 7, 100000}) {
+        StrVector lines;
+        LineSplitter splitter([&lines](const Str &line) { lines.push_back(line); });
+        for (std::size_t at = 0; at < text.size(); at += pieceSize) {
+            splitter.feed(text.view().substr(at, pieceSize));
+        }
+        splitter.finish();
+        EXPECT_THAT(lines, ::testing::ElementsAre("one", "", longLine, longLine, "y", "two")) << pieceSize;
+    }
 }
 
 } // namespace

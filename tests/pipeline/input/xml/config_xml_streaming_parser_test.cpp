@@ -1,6 +1,5 @@
-#include "pipeline/input/diagnostics/modular_inputs_exception.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/xml/config_xml_streaming_parser.h"
-#include "pipeline/input/xml/xml_stdin.h"
 
 #include <gtest/gtest.h>
 #include <memory>

@@ -1,12 +1,16 @@
-#include "pipeline/input/diagnostics/modular_inputs_exception.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 
-#include "pipeline/input/diagnostics/modular_inputs_log.h"
 #include "util/text/platform.h"
 
 namespace velmox {
 
+Logger monitorLog("velmox-regmon");
+Logger modularInputsLog("ModularInputs");
+Logger registryLog("WinRegistryApi");
+
 void ModularInputsException::raise(const char *fmt, ...)
 {
+    // Taken before anything is allocated, which may change it.
     const unsigned error = platform::lastError();
     Str message;
     std::va_list args;

@@ -1,4 +1,4 @@
-#include "util/crash/crash_sink.h"
+#include "util/thread/crash_sink.h"
 
 #include "util/system/windows_api.h"
 #include "util/text/code_point.h"
@@ -34,6 +34,8 @@ void CrashSink::print(const char16_t *text)
     }
 }
 
+// The C run-time library's own formatting on the stack: it takes no lock of this program and nothing from the
+// heap. A text that is too long has no end of its own, and -1 for its length.
 void CrashSink::format(const char *fmt, ...)
 {
     char text[1024];
@@ -54,6 +56,7 @@ void LimitedCrashSink::write(const char *bytes, std::size_t length)
         print("Crash log write attempted over the limit of (50kB), skipping.\r\n");
         return;
     }
+    // The last word is not counted: without it nobody would know that there was more.
     if (length > kTotalLimit - total_) {
         full_ = true;
         putText("Crash log has overflowed the allowed limit (512kB), truncated.\r\n");

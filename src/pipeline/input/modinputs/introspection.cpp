@@ -1,17 +1,28 @@
-#include "pipeline/input/modinputs/scheme_merge.h"
+#include "pipeline/input/modinputs/introspection.h"
 
-#include "pipeline/input/diagnostics/modular_inputs_exception.h"
-#include "pipeline/input/diagnostics/modular_inputs_log.h"
+#include "pipeline/input/diagnostics/diagnostics.h"
 
 #include <algorithm>
 #include <iterator>
-#include <string_view>
 
 namespace velmox {
 
 namespace {
 
 using Texts = Introspection::Texts;
+
+constexpr char kScheme[] = "scheme";
+constexpr char kEndpoint[] = "scheme/endpoint";
+constexpr char kArg[] = "scheme/endpoint/args/arg";
+
+/// Whether the white space around a text is part of it: it is written for people, or may be white space
+/// itself.
+bool isTakenWhole(const Str &name)
+{
+    return name == "title" || name == "description" || name == "list_delimiter";
+}
+
+constexpr char kMessage[] = "error/message";
 
 constexpr std::string_view kDataTypes[] = {"string", "number", "boolean"};
 
@@ -118,6 +129,117 @@ void setArgument(const Str &name, const Texts &texts, SchemeArgument &argument)
 
 } // namespace
 
+bool ElementPath::enter(const Str &name)
+{
+    const bool isElement = !name.startsWith("?") && !name.startsWith("!");
+    if (isElement) {
+        path_ << (empty() ? "" : "/");
+        starts_.push_back(path_.size());
+        path_ << name;
+    }
+    return isElement;
+}
+
+void ElementPath::leave()
+{
+    if (!empty()) {
+        path_.resize(parent().size());
+        starts_.pop_back();
+    }
+}
+
+void IntrospectXmlStreamingParser::startElement(const Str &name)
+{
+    if (!path_.enter(name)) {
+        return;
+    }
+    text_.clear();
+    isLeaf_ = true;
+    const std::string_view path = path_.view();
+    if (path == kScheme) {
+        result_.found = true;
+    } else if (path == kArg) {
+        argName_.clear();
+        arg_.clear();
+    }
+}
+
+void IntrospectXmlStreamingParser::attributeValue(const Str &value)
+{
+    if (isNameAttribute_ && path_.view() == kArg) {
+        argName_ = value;
+    }
+}
+
+void IntrospectXmlStreamingParser::endElement()
+{
+    if (path_.empty()) {
+        return;
+    }
+    // An element with others inside has no text of its own, whatever stands between them.
+    if (path_.view() == kArg) {
+        endArgument();
+    } else if (isLeaf_) {
+        store(path_.parent());
+    }
+    isLeaf_ = false;
+    path_.leave();
+}
+
+void IntrospectXmlStreamingParser::endArgument()
+{
+    if (argName_.empty()) {
+        modularInputsLog.warn(
+            "Specification at path=\"%s\" will be ignored, because the arg name has not been specified.",
+            kArg);
+        return;
+    }
+    result_.args[argName_] = std::move(arg_);
+    arg_.clear();
+}
+
+void IntrospectXmlStreamingParser::store(std::string_view path)
+{
+    const Str name(path_.name());
+    if (!isTakenWhole(name)) {
+        text_.trim(kWhiteSpace);
+    }
+    // An empty element is as good as none: it leaves the default.
+    if (text_.empty()) {
+        return;
+    }
+    if (path == kScheme) {
+        modularInputsLog.debug("XML scheme path \"%s\": \"%s\" -> \"%s\"", kScheme, name.c_str(),
+                               text_.c_str());
+        result_.scheme[name] = text_;
+    } else if (path == kEndpoint) {
+        modularInputsLog.debug("XML endpoint path \"%s\": \"%s\" -> \"%s\"", kEndpoint, name.c_str(),
+                               text_.c_str());
+    } else if (path == kArg) {
+        modularInputsLog.debug("XML arg path  \"%s\": \"%s\" -> \"%s\"", kArg, name.c_str(), text_.c_str());
+        arg_[name] = text_;
+    }
+}
+
+void ScriptValidationXmlStreamingParser::characters(const Str &piece)
+{
+    if (path_.view() == kMessage) {
+        text_.append(piece);
+    }
+}
+
+void ScriptValidationXmlStreamingParser::endElement()
+{
+    if (path_.view() == kMessage) {
+        // An empty message says nothing, so the next one may speak.
+        if (message_.empty()) {
+            message_ = text_.trimmed(kWhiteSpace);
+        }
+        text_.clear();
+    }
+    path_.leave();
+}
+
 void mergeIntrospection(const Introspection &introspection, const SchemeSpec &spec,
                         const ScriptFinder &findScript, Scheme &scheme)
 {
@@ -129,6 +251,8 @@ void mergeIntrospection(const Introspection &introspection, const SchemeSpec &sp
     setBool(texts, "use_external_validation", scheme.useExternalValidation);
     setStreamingMode(texts, scheme);
     setScript(texts, findScript, scheme);
+    // All are checked before the first is taken, so that none is logged as set for a scheme
+    // that is refused.
     for (const auto &[name, arg] : introspection.args) {
         checkArgument(name, arg, spec);
     }
