@@ -76,18 +76,6 @@ private:
 /// Tells a mapper that a file changed.
 FileChangeAnswer noticeChange(IConfPathMapper &mapper, const Pathname &file);
 
-/// The message of the exception that `work` raises; "nothing" if it raises none.
-template <class Exception, class Work>
-Str raisedBy(Work work)
-{
-    try {
-        work();
-        return "nothing";
-    } catch (const Exception &exception) {
-        return exception.message();
-    }
-}
-
 /// Sets what a run leaves out of the store for as long as the object lives.
 class ScopedInitSettings
 {

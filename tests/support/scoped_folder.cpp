@@ -38,7 +38,8 @@ ScopedFolder::ScopedFolder()
     wchar_t temp[MAX_PATH + 1];
     EXPECT_NE(GetTempPathW(MAX_PATH + 1, temp), 0u);
     path_ = Pathname(asUtf16(temp));
-    path_.append(Str::fromFormat("velmox-test-%lu-%u", GetCurrentProcessId(), ++number));
+    // A blank and an accent, which no path may trip over.
+    path_.append(Str::fromFormat("velmox t\u00E9st-%lu-%u", GetCurrentProcessId(), ++number));
     removeTree(path_);
     EXPECT_TRUE(CreateDirectoryW(asWide(path_), nullptr));
 }

@@ -3,8 +3,6 @@
 #include "conf/mapper/conf_path_mapper_factory.h"
 #include "tests/conf/conf_root.h"
 
-#include <memory>
-
 namespace velmox::testing {
 
 /// An app "search" with a directory that a mapper serves. Addresses are those below the app:

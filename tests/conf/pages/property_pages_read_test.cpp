@@ -1,12 +1,9 @@
 #include "conf/cache/conf_caches.h"
 #include "conf/ground/conf_exceptions.h"
 #include "tests/conf/conf_root.h"
-#include "tests/support/function_thread.h"
 
 namespace velmox {
 namespace {
-
-using namespace testing;
 
 /// "value level app user origin" of a key, or "-".
 Str tell(const Stanzas &stanzas, const char *stanza, const char *key)
@@ -151,8 +148,6 @@ TEST(PropertyPagesRead, RefusesContextsThatCannotBeRead)
     EXPECT_THROW(root.pages("t", "", "u"), PropertyPagesContextException);
     EXPECT_EQ(tell(root.stanzas("t"), "s", "k"), "on 5 on nobody s");
     EXPECT_EQ(root.stanzas("app", "off").at("install").get("state"), "disabled");
-    EXPECT_EQ(PropertyPagesNoEntityToShareException("P", "n").message(),
-              "P: Error while sharing or unsharing 'n': No eligible entity");
 }
 
 /// The identity of the process, and the roles of all users, for a scope.
@@ -238,17 +233,14 @@ TEST(PropertyPagesRead, AnOverwriteThatIsRefusedRemovesNothing)
 TEST(PropertyPagesRead, EqualRequestsShareOneObject)
 {
     const ConfRoot root;
-    PropertyPages *found[4] = {};
+    std::array<PropertyPages *, 4> found{};
     {
-        std::vector<std::unique_ptr<FunctionThread>> threads;
+        std::vector<std::jthread> threads;
         for (PropertyPages *&slot : found) {
-            threads.push_back(std::make_unique<FunctionThread>([&] { slot = &root.pages("t", "a", "u"); }));
-            threads.back()->start();
+            threads.emplace_back([&] { slot = &root.pages("t", "a", "u"); });
         }
     }
-    for (PropertyPages *const pages : found) {
-        EXPECT_EQ(pages, found[0]);
-    }
+    EXPECT_EQ(std::set(found.begin(), found.end()).size(), 1u);
     EXPECT_NE(&root.pages("t", "a"), found[0]);
     EXPECT_NE(&root.pages("u", "a", "u"), found[0]);
     EXPECT_EQ(PropertyPages::get("t"), PropertyPages::get("t", ConfContext()));

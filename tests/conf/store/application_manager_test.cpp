@@ -5,8 +5,6 @@
 namespace velmox {
 namespace {
 
-using namespace testing;
-
 /// The record of an app in one line; the booleans in their order, with "+" for true.
 Str tell(const ConfRoot &root, const char *app)
 {

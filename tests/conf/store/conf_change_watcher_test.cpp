@@ -7,61 +7,11 @@
 namespace velmox {
 namespace {
 
-using namespace testing;
-
 struct SetClock : Clock
 {
     std::uint64_t milliseconds() override { return now; }
     std::uint64_t now = 1000;
 };
-
-TEST(PollJitter, FollowsItsGenerator)
-{
-    PollJitter jitter;
-    for (const std::uint64_t expected : {12u, 1797u, 265u, 327u, 677u, 1991u}) {
-        EXPECT_EQ(jitter.next(), expected);
-    }
-}
-
-struct CountingWatcher : FilesystemChangeWatcher
-{
-    using FilesystemChangeWatcher::FilesystemChangeWatcher;
-    bool handleChange(WatchedFileState &state) override
-    {
-        seen << state.path().basename().toStr() << " ";
-        return settles;
-    }
-    Str seen;
-    bool settles = true;
-};
-
-TEST(FilesystemChangeWatcher, LooksAtEachFileInItsOwnTime)
-{
-    const ConfRoot root("");
-    root.write("below/b", "1");
-    root.write("a", "1");
-    SetClock clock;
-    CountingWatcher watcher(clock);
-    watcher.watch(root.path());
-    const auto seenAfter = [&](unsigned milliseconds) {
-        clock.now += milliseconds;
-        watcher.runDue();
-        return std::exchange(watcher.seen, "");
-    };
-    EXPECT_EQ(watcher.runDue(), 30000u) << "the walk for new files";
-    root.write("a", "22");
-    root.write("below/b", "22");
-    root.write("new", "");
-    EXPECT_EQ(seenAfter(30000), "new ");
-    EXPECT_EQ(watcher.runDue(), 12u);
-    watcher.settles = false;
-    EXPECT_EQ(seenAfter(12), "a ");
-    EXPECT_EQ(seenAfter(4199), "b ");
-    watcher.settles = true;
-    EXPECT_EQ(seenAfter(1), "a ");
-    removeFile(root / "new");
-    EXPECT_EQ(seenAfter(30000) << seenAfter(35000), "b new ");
-}
 
 constexpr char kBootstrap[] = "[bootstrap]\nsystem/local = conf\napps/*/local = conf\n"
                               "[relative_depth_to_regular_files]\nconf = 1\n";

@@ -1,13 +1,10 @@
 #include "conf/ground/conf_exceptions.h"
 #include "conf/tree/stanza_expansion.h"
 #include "tests/conf/conf_root.h"
-#include "tests/support/failing_call.h"
 #include "util/system/environment.h"
 
 namespace velmox {
 namespace {
-
-using namespace testing;
 
 constexpr char kFile[] = "apps/a/local/t.conf";
 constexpr char kMeta[] = "apps/a/metadata/local.meta";
@@ -198,6 +195,7 @@ TEST(StanzaExpansion, MakesRelativePathsAbsolute)
     for (const auto &[name, expansion] : kCases) {
         EXPECT_EQ(stanzaExpansion(name, Pathname(u"C:\\app")), expansion) << name;
     }
+    setEnvironmentVariable(u"VELMOX_TEST_NAME", u"");
 }
 
 } // namespace

@@ -3,16 +3,9 @@
 #include "conf/root/conf_settings.h"
 #include "conf/store/conf_path_mapper_manager.h"
 #include "tests/conf/conf_root.h"
-#include "tests/support/child_test.h"
-
-#include <algorithm>
-#include <set>
-#include <thread>
 
 namespace velmox {
 namespace {
-
-using namespace testing;
 
 Str sharedStorage(const Pathname &storage)
 {

@@ -134,17 +134,6 @@ struct Death
     testing::FileTree files;
 };
 
-void expectInOrder(const Str &text, const StrVector &parts)
-{
-    std::size_t at = 0;
-    for (const Str &part : parts) {
-        const std::size_t found = text.find(part.view(), at);
-        ASSERT_NE(found, Str::npos) << part.c_str() << " is missing behind byte " << at << " of\n"
-                                    << text.c_str();
-        at = found + part.size();
-    }
-}
-
 /// What a stream of a dump holds, by DbgHelp's reader; null if the dump lacks it.
 template <class Stream>
 const Stream *dumpStream(const Str &dump, ULONG type)
