@@ -2,12 +2,8 @@
 #include "conf/store/conf_path_mapper_manager.h"
 #include "tests/conf/conf_root.h"
 
-#include <mutex>
-
 namespace velmox {
 namespace {
-
-using namespace testing;
 
 /// A cache of nothing at a time of the test's choice.
 class CountingCache : public BaseConfCache

@@ -1,12 +1,8 @@
 #include "conf/file/conf_line_reader.h"
-#include "tests/support/captured_log.h"
 #include "tests/support/memory_stream.h"
 
 namespace velmox {
 namespace {
-
-using namespace testing;
-using namespace std::string_literals;
 
 /// Each line as its class and what was made of it, then the number of physical lines.
 Str parsed(const std::string &text, const char16_t *path)

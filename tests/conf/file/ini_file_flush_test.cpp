@@ -5,9 +5,6 @@
 namespace velmox {
 namespace {
 
-using namespace testing;
-using namespace std::string_literals;
-
 TEST(IniFileFlush, RestoresTheFileByteForByte)
 {
     const ScopedFolder folder;

@@ -1,12 +1,8 @@
 #include "conf/file/ini_file.h"
-#include "tests/support/captured_log.h"
 #include "tests/support/memory_stream.h"
 
 namespace velmox {
 namespace {
-
-using namespace testing;
-using namespace std::string_literals;
 
 IniFile loaded(std::string bytes)
 {
@@ -145,8 +141,9 @@ TEST(IniFile, SizeHasNoLimit)
 {
     const CapturedLog quiet;
     constexpr std::size_t kLength = 5'000'000;
-    const IniFile file = loaded("k=" + std::string(kLength, 'v') + "\n" + std::string(kLength, '\\') +
-                                "=x\n" + std::string(kLength, ' '));
+    std::string text = "k=";
+    text.append(kLength, 'v').append("\n").append(kLength, '\\').append("=x\n").append(kLength, ' ');
+    const IniFile file = loaded(text);
     const IniStanza &stanza = *file.findStanza("default");
     EXPECT_EQ(stanza.findKey("k")->value().size(), kLength);
     EXPECT_EQ((*++stanza.begin()).key.size(), kLength / 2);

@@ -1,7 +1,4 @@
 #include "conf/ground/conf_lock.h"
-#include "tests/support/captured_log.h"
-
-#include <mutex>
 
 namespace velmox {
 namespace {
@@ -9,7 +6,7 @@ namespace {
 TEST(ConfLock, CountsWhatBreaksTheOrder)
 {
     using enum ConfLockRank;
-    const testing::CapturedLog log;
+    const CapturedLog log;
     for (const auto &[first, second, violations] :
          {std::tuple(Mapper, Mapper, 1u), {Mapper, Cache, 1u}, {Cache, Mapper, 0u}}) {
         const unsigned before = ConfLock::orderViolations();

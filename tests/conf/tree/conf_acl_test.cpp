@@ -1,5 +1,4 @@
 #include "conf/tree/conf_acl.h"
-#include "tests/support/captured_log.h"
 
 namespace velmox {
 namespace {
@@ -45,12 +44,12 @@ TEST(PermissionParser, TellsWhereItFailed)
     };
     ConfAcl::Capabilities read;
     for (const auto &[text, warning] : kCases) {
-        const testing::CapturedLog log;
+        const CapturedLog log;
         EXPECT_FALSE(parsePermissions(text, read)) << text;
         EXPECT_EQ(log.text(), Str("WARN ConfAcl: ") << warning << "\n");
     }
     // A role that is no text is left out.
-    const testing::CapturedLog log;
+    const CapturedLog log;
     read.clear();
     EXPECT_TRUE(parsePermissions("read : [ %ff, a ]", read));
     EXPECT_EQ(read, (ConfAcl::Capabilities{{"read", {"a"}}}));

@@ -1,12 +1,9 @@
 #include "conf/tree/conf_path_based_pruner.h"
 #include "conf/tree/conf_path_pruners.h"
 #include "tests/conf/tree/tree_text.h"
-#include "tests/support/captured_log.h"
 
 namespace velmox {
 namespace {
-
-using namespace testing;
 
 Str walked(ConfPathTrie &tree, ConfPathTriePruner &&pruner)
 {

@@ -4,9 +4,6 @@
 namespace velmox {
 namespace {
 
-using testing::textOf;
-using testing::treeOf;
-
 TEST(ConfPathTrie, FindsNodesByPath)
 {
     const ConfPathBase system("", "", {"inputs", "default"});

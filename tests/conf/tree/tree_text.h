@@ -1,7 +1,6 @@
 #pragma once
 
 #include "conf/tree/conf_path_trie.h"
-#include "util/text/str_segment.h"
 
 namespace velmox::testing {
 
