@@ -1,6 +1,6 @@
 #include "searchthing/filesystem_change_watcher.h"
 
-#include "util/files/directory_listing.h"
+#include "util/files/file_system.h"
 #include "util/system/owned_handle.h"
 
 #include <algorithm>

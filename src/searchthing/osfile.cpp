@@ -5,7 +5,7 @@
 #include "util/files/file_system.h"
 #include "util/log/logger.h"
 #include "util/system/last_error_keeper.h"
-#include "util/time/file_time.h"
+#include "util/time/timeval.h"
 
 #include <winsock2.h>
 

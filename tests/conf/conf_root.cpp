@@ -2,7 +2,7 @@
 
 #include "searchthing/filesystem_change_watcher.h"
 #include "util/system/environment.h"
-#include "util/time/clock.h"
+#include "util/time/timeout.h"
 
 namespace velmox::testing {
 

@@ -7,6 +7,7 @@
 
 #include "conf/file/insertion_ordered_map.h"
 #include "util/files/file_star.h"
+#include "util/text/char_set.h"
 #include "util/text/pathname.h"
 #include "util/text/str_segment.h"
 #include "util/text/text_encoding.h"
@@ -16,12 +17,6 @@ namespace velmox {
 class ConfLineReader;
 class ReadableUnicodeStream;
 class WritableUnicodeStream;
-
-/// The text without blanks and tabs around it, which count neither in keys nor in values.
-inline std::string_view trimmedView(std::string_view text)
-{
-    return StrSegment(text).trimmed().view();
-}
 
 /// One key of a stanza: its value and the lines above it.
 class IniEntry

@@ -6,7 +6,7 @@
 #include "util/files/file_system.h"
 #include "util/system/owned_handle.h"
 #include "util/system/random_hex.h"
-#include "util/time/file_time.h"
+#include "util/time/timeval.h"
 
 #include <set>
 

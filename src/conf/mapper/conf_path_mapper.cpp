@@ -7,7 +7,6 @@
 #include "conf/tree/conf_path_pruners.h"
 #include "conf/tree/stanza_expansion.h"
 #include "searchthing/filesystem_change_watcher.h"
-#include "util/files/directory_listing.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"
 

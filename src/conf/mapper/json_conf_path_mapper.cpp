@@ -5,7 +5,6 @@
 #include "conf/root/path_forms.h"
 #include "conf/tree/conf_path_base.h"
 #include "searchthing/filesystem_change_watcher.h"
-#include "util/files/directory_listing.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"
 

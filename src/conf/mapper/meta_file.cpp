@@ -2,7 +2,7 @@
 
 #include "conf/file/conf_line_reader.h"
 #include "conf/file/ini_file.h"
-#include "util/text/joined.h"
+#include "util/text/str.h"
 #include "util/text/str_segment.h"
 
 namespace velmox {

@@ -5,7 +5,7 @@
 #include "conf/root/conf_settings.h"
 #include "searchthing/lock.h"
 #include "searchthing/osfile.h"
-#include "util/files/open_file.h"
+#include "util/files/file_star.h"
 #include "util/log/logger.h"
 #include "util/system/windows_api.h"
 #include "util/time/timeval.h"

@@ -4,7 +4,6 @@
 #include "conf/root/conf_settings.h"
 #include "conf/root/sentinel_scope.h"
 #include "util/files/file_system.h"
-#include "util/files/open_file.h"
 #include "util/log/logger.h"
 #include "util/text/base_exception.h"
 

@@ -2,10 +2,9 @@
 
 #include "conf/store/conf_path_mapper_manager.h"
 #include "conf/tree/conf_search.h"
-#include "util/files/directory_listing.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"
-#include "util/text/joined.h"
+#include "util/text/str.h"
 
 #include <mutex>
 

@@ -6,7 +6,6 @@
 #include "conf/root/path_forms.h"
 #include "conf/root/path_owner.h"
 #include "conf/tree/conf_path_base.h"
-#include "util/files/directory_listing.h"
 #include "util/files/file_system.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "conf/tree/conf_rights.h"
 
-#include "util/text/joined.h"
+#include "util/text/str.h"
 
 namespace velmox {
 

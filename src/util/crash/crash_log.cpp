@@ -4,9 +4,9 @@
 #include "util/crash/dbg_help.h"
 #include "util/log/logger.h"
 #include "util/system/environment.h"
-#include "util/system/library_routine.h"
 #include "util/system/owned_handle.h"
 #include "util/system/program_version.h"
+#include "util/system/windows_api.h"
 #include "util/thread/crash_sink.h"
 #include "util/thread/thread.h"
 

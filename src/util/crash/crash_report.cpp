@@ -11,6 +11,7 @@
 #include <cstring>
 #include <cxxabi.h>
 #include <exception>
+#include <initializer_list>
 #include <typeinfo>
 
 namespace velmox {
@@ -147,42 +148,33 @@ struct CpuRegisters
     explicit CpuRegisters(unsigned leaf) { __cpuid(leaf, eax, ebx, ecx, edx); }
 };
 
+/// Text that the processor gives in registers, four bytes in each.
 struct CpuText
 {
     char bytes[49] = {};
-    std::size_t length = 0;
 
-    void append(unsigned four)
+    CpuText(std::initializer_list<unsigned> registers)
     {
-        std::memcpy(bytes + length, &four, sizeof(four));
-        length += sizeof(four);
+        std::memcpy(bytes, registers.begin(), registers.size() * sizeof(unsigned));
     }
 };
 
 CpuText vendor()
 {
     const CpuRegisters leaf(0);
-    CpuText text;
-    text.append(leaf.ebx);
-    text.append(leaf.edx);
-    text.append(leaf.ecx);
-    return text;
+    return {leaf.ebx, leaf.edx, leaf.ecx};
 }
 
 CpuText brand()
 {
     constexpr unsigned kFirst = 0x80000002;
-    CpuText text;
     if (CpuRegisters(0x80000000).eax < kFirst + 2) {
-        return text;
+        return {};
     }
-    for (unsigned leaf = kFirst; leaf <= kFirst + 2; ++leaf) {
-        const CpuRegisters part(leaf);
-        for (const unsigned four : {part.eax, part.ebx, part.ecx, part.edx}) {
-            text.append(four);
-        }
-    }
-    return text;
+    const CpuRegisters a(kFirst);
+    const CpuRegisters b(kFirst + 1);
+    const CpuRegisters c(kFirst + 2);
+    return {a.eax, a.ebx, a.ecx, a.edx, b.eax, b.ebx, b.ecx, b.edx, c.eax, c.ebx, c.ecx, c.edx};
 }
 
 /// Family and model with their extensions, as the makers define them for leaf 1.

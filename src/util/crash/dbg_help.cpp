@@ -1,7 +1,7 @@
 #include "util/crash/dbg_help.h"
 
-#include "util/system/library_routine.h"
 #include "util/system/owned_handle.h"
+#include "util/system/windows_api.h"
 #include "util/thread/crash_sink.h"
 
 #include <dbghelp.h>

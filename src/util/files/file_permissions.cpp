@@ -89,21 +89,14 @@ ACL *buildAccessList(HANDLE heap, std::span<const AccessEntry> entries)
 ACL *accessListOf(HANDLE heap, FilePermissions permissions, Identities &parties)
 {
     const AccessEntry administrators = {parties.administrators, kFullAccess};
-    switch (permissions) {
-    case FilePermissions::PublicRead: {
-        const AccessEntry entries[] = {
-            {parties.owner, kFullAccess}, {parties.everyone, kReadAccess}, administrators};
+    const AccessEntry owner = {parties.owner,
+                               permissions == FilePermissions::OwnerReadOnly ? kReadAccess : kFullAccess};
+    if (permissions == FilePermissions::PublicRead) {
+        const AccessEntry entries[] = {owner, {parties.everyone, kReadAccess}, administrators};
         return buildAccessList(heap, entries);
     }
-    case FilePermissions::OwnerReadOnly: {
-        const AccessEntry entries[] = {{parties.owner, kReadAccess}, administrators};
-        return buildAccessList(heap, entries);
-    }
-    default: {
-        const AccessEntry entries[] = {{parties.owner, kFullAccess}, administrators};
-        return buildAccessList(heap, entries);
-    }
-    }
+    const AccessEntry entries[] = {owner, administrators};
+    return buildAccessList(heap, entries);
 }
 
 SECURITY_DESCRIPTOR *buildDescriptor(HANDLE heap, FilePermissions permissions)
@@ -125,6 +118,15 @@ SECURITY_DESCRIPTOR *buildDescriptor(HANDLE heap, FilePermissions permissions)
 }
 
 } // namespace
+
+FileHandle createFile(const Pathname &path, DWORD access, DWORD sharing, DWORD disposition,
+                      FilePermissions permissions)
+{
+    FileSecurity security(permissions);
+    return security.isValid() ? FileHandle(CreateFileW(asWide(path), access, sharing, security.get(),
+                                                       disposition, FILE_ATTRIBUTE_NORMAL, nullptr))
+                              : FileHandle();
+}
 
 FileSecurity::FileSecurity(FilePermissions permissions) : heap_(HeapCreate(0, 0, 0))
 {

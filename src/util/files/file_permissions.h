@@ -2,6 +2,7 @@
 
 #include "util/system/owned_handle.h"
 #include "util/text/base_exception.h"
+#include "util/text/pathname.h"
 
 namespace velmox {
 
@@ -13,6 +14,11 @@ enum class FilePermissions
     Private = 1,       ///< the owner has every right
     OwnerReadOnly = 2, ///< the owner reads
 };
+
+/// CreateFileW for a file that gets permissions if it is new. Invalid, with the reason in the last error, on
+/// failure.
+FileHandle createFile(const Pathname &path, DWORD access, DWORD sharing, DWORD disposition,
+                      FilePermissions permissions);
 
 /// Raised when a creation that insists on its permissions cannot have them: see `requireFileSecurity`.
 class FilePermissionsException : public BaseException

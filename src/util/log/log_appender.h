@@ -84,7 +84,6 @@ public:
 
     const Str &name() const { return name_; }
     bool hasFile() const { return !fileName_.empty(); }
-    const Pathname &fileName() const { return fileName_; }
     /// 0 means no limit.
     std::uint64_t maximumSize() const { return maximumSize_; }
     void clearMaximumSize() { maximumSize_ = 0; }

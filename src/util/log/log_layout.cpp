@@ -200,9 +200,9 @@ private:
     Str literal_;
 };
 
-LogLayout::LogLayout(StrSegment pattern) : pattern_(pattern.toStr())
+LogLayout::LogLayout(StrSegment pattern)
 {
-    Compiler(pattern_, atoms_).run();
+    Compiler(pattern, atoms_).run();
 }
 
 void LogLayout::render(const LogRecord &record, StrSegment message, Str &out) const

@@ -39,8 +39,6 @@ public:
     /// Appends the line to `out`.
     void render(const LogRecord &record, StrSegment message, Str &out) const;
 
-    const Str &pattern() const { return pattern_; }
-
     /// The shared layouts: the bare message, which every appender begins with, and the two named ones.
     static std::shared_ptr<const LogLayout> plain();
     static std::shared_ptr<const LogLayout> basic();
@@ -78,7 +76,6 @@ private:
     static void appendContent(const Atom &atom, const LogRecord &record, StrSegment message, Str &out);
     static void fitToWidth(const Atom &atom, std::size_t start, Str &out);
 
-    Str pattern_;
     std::vector<Atom> atoms_;
 };
 

@@ -1,7 +1,7 @@
 #include "util/thread/thread.h"
 
 #include "util/log/log_system.h"
-#include "util/text/argument_list_end.h"
+#include "util/text/str.h"
 #include "util/thread/crash_sink.h"
 
 #include <libxml/xmlerror.h>

@@ -1,7 +1,7 @@
 #include "util/thread/thread_primitives.h"
 
 #include "util/log/logger.h"
-#include "util/text/argument_list_end.h"
+#include "util/text/str.h"
 
 #include <utility>
 

@@ -70,6 +70,16 @@ std::optional<std::int64_t> secondsIn(const ZoneSource *zone, const StructTm &tm
     return zone ? zone->unixSeconds(tm) : std::nullopt;
 }
 
+bool breakDownLocally(std::int64_t unixSeconds, StructTm &out)
+{
+    std::tm tm = {};
+    if (!platform::localTime(unixSeconds, tm)) {
+        return false;
+    }
+    out.setCTime(tm);
+    return true;
+}
+
 /// Finds the fields whose moment in the zone is the given one. The offset is asked for the fields as they
 /// would stand without it, then for the fields that this gives, which settles it but for the hours around a
 /// change of the offset; there the daylight flag decides.
@@ -98,6 +108,32 @@ bool breakDown(const ZoneSource &zone, std::int64_t unixSeconds, StructTm &out)
 void setTimeFailureLog(TimeFailureLog log)
 {
     failureLog = log;
+}
+
+void StructTm::setCTime(const std::tm &tm)
+{
+    seconds = tm.tm_sec;
+    minutes = tm.tm_min;
+    hours = tm.tm_hour;
+    dayOfMonth = tm.tm_mday;
+    month = tm.tm_mon;
+    year = tm.tm_year;
+    weekDay = tm.tm_wday;
+    yearDay = tm.tm_yday;
+    daylight = tm.tm_isdst;
+}
+
+std::tm StructTm::toCTime() const
+{
+    std::tm tm = {};
+    tm.tm_sec = seconds;
+    tm.tm_min = minutes;
+    tm.tm_hour = hours;
+    tm.tm_mday = dayOfMonth;
+    tm.tm_mon = month;
+    tm.tm_year = year;
+    tm.tm_isdst = daylight;
+    return tm;
 }
 
 std::int64_t StructTm::asUtcSeconds() const
@@ -174,7 +210,7 @@ void Timeval::toGmt(GmtStructTm &out) const
 void Timeval::toLocal(LocalStructTm &out) const
 {
     const std::int64_t seconds = signedUnixSeconds();
-    if (!platform::localTime(seconds, out)) {
+    if (!breakDownLocally(seconds, out)) {
         logFailedBreakDown("_localtime64_s", seconds);
         setOutOfRange(seconds, out);
     }
@@ -190,7 +226,7 @@ void Timeval::toLocalHires(LocalStructTmHires &out) const
 bool Timeval::toLocalHiresQuietly(LocalStructTmHires &out) const
 {
     const std::int64_t seconds = signedUnixSeconds();
-    const bool found = platform::localTime(seconds, out);
+    const bool found = breakDownLocally(seconds, out);
     out.ticks = found ? ticksOfSecond() : setOutOfRange(seconds, out);
     return found;
 }

@@ -1,7 +1,6 @@
 #include "conf/file/ini_file.h"
 #include "tests/conf/conf_root.h"
-#include "util/files/handle_stream.h"
-#include "util/files/open_file.h"
+#include "util/files/file_star.h"
 
 namespace velmox {
 namespace {

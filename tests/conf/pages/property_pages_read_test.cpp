@@ -176,31 +176,24 @@ private:
     };
 };
 
-TEST(PropertyPagesRead, ActsAsTheUserOfTheContextIfTheIdentityMay)
-{
-    const ConfRoot root;
-    {
-        const AsIdentity somebody({"ANN", {}, false});
-        EXPECT_EQ(root.pages("t", "a", "ann").actingUser(), "ann");
-        EXPECT_EQ(root.pages("t", "a", "nobody").actingUser(), "ANN");
-        EXPECT_EQ(root.pages("t", "a").actingUser(), "");
-    }
-    {
-        const AsIdentity somebody({"bob", {}, false});
-        EXPECT_EQ(raisedBy<PropertyPagesImpersonationException>([&] { root.pages("t", "a", "ann"); }),
-                  "User 'bob' could not act as: ann");
-    }
-    const AsIdentity privileged({"root", {}, true});
-    EXPECT_EQ(root.pages("t", "a", "ann").actingUser(), "ann");
-}
-
-TEST(PropertyPagesRead, AUserSeesAndDeletesWhatItsRightsLetIt)
+TEST(PropertyPagesRead, AProgramWithUsersActsWithTheirRights)
 {
     const ConfRoot root;
     root.write("apps/a/default/t.conf", "[open]\nk=1\n[shut]\nk=1\n");
     root.write("apps/a/metadata/default.meta",
-               "[t]\naccess = read : [ * ], write : [ * ]\n[t/shut]\naccess = read : [ r ]\n");
-    const AsIdentity ann({"ann", {}, false});
+               "[t]\naccess = read : [ * ], write : [ * ]\n[t/shut]\naccess = read : [ r ]\n"
+               "[w]\naccess = read : [ * ]\n");
+    root.write("apps/a/local/w.conf", "[s]\nk=1\n");
+    {
+        const AsIdentity privileged({"root", {}, true});
+        EXPECT_EQ(root.pages("t", "a", "ann").actingUser(), "ann");
+    }
+    const AsIdentity ann({"ANN", {}, false});
+    EXPECT_EQ(root.pages("t", "a", "ann").actingUser(), "ann");
+    EXPECT_EQ(root.pages("t", "a", "nobody").actingUser(), "ANN");
+    EXPECT_EQ(root.pages("t", "a").actingUser(), "");
+    EXPECT_EQ(raisedBy<PropertyPagesImpersonationException>([&] { root.pages("t", "a", "bob"); }),
+              "User 'ANN' could not act as: bob");
     AsIdentity::roles = {"r"};
     EXPECT_EQ(names(root.stanzas("t", "a", "ann")), "open shut ");
     AsIdentity::roles.clear();
@@ -212,22 +205,13 @@ TEST(PropertyPagesRead, AUserSeesAndDeletesWhatItsRightsLetIt)
     deletable.find(root.at("/nobody/a/t"))->dump(&text);
     EXPECT_TRUE(text.startsWith("open = ") && !text.contains("shut") && !text.contains("\n "))
         << text.c_str();
-}
-
-TEST(PropertyPagesRead, AnOverwriteThatIsRefusedRemovesNothing)
-{
-    const ConfRoot root;
-    root.write("apps/a/local/t.conf", "[s]\nk=1\n");
-    root.write("apps/a/metadata/default.meta", "[t]\naccess = read : [ * ]\n");
+    // An overwrite that is refused removes nothing.
     PropertiesMap desired;
     desired.set("k", "2");
-    {
-        const AsIdentity ann({"ann", {}, false});
-        EXPECT_THROW(root.pages("t", "a", "nobody").write("a", "s", desired, true),
-                     ConfPathPermissionDeniedException);
-    }
-    root.pages("t", "a").write("a", "r", desired, false);
-    EXPECT_EQ(root.text("apps/a/local/t.conf"), "[s]\nk = 1\n\n[r]\nk = 2\n");
+    EXPECT_THROW(root.pages("w", "a", "nobody").write("a", "s", desired, true),
+                 ConfPathPermissionDeniedException);
+    root.pages("w", "a").write("a", "r", desired, false);
+    EXPECT_EQ(root.text("apps/a/local/w.conf"), "[s]\nk = 1\n\n[r]\nk = 2\n");
 }
 
 TEST(PropertyPagesRead, EqualRequestsShareOneObject)

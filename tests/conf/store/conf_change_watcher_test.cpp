@@ -2,7 +2,7 @@
 #include "conf/store/application_manager.h"
 #include "conf/store/conf_change_watcher.h"
 #include "tests/conf/conf_root.h"
-#include "util/time/clock.h"
+#include "util/time/timeout.h"
 
 namespace velmox {
 namespace {

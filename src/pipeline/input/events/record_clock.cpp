@@ -1,6 +1,6 @@
 #include "pipeline/input/events/record_clock.h"
 
-#include "util/time/file_time.h"
+#include "util/time/timeval.h"
 
 namespace velmox {
 

@@ -1,8 +1,8 @@
-#include "util/time/time_format_compiler.h"
+#include "util/time/time_format.h"
 
 #include "util/text/ascii.h"
-#include "util/time/time_format_letters.h"
 
+#include <algorithm>
 #include <iterator>
 #include <optional>
 
@@ -12,11 +12,117 @@ namespace {
 
 using Atom = TimeFormatAtom;
 using Case = Atom::Case;
-using time_format::Composite;
-using time_format::Kind;
-using time_format::Letter;
-using time_format::Padding;
-using time_format::Sort;
+using Kind = Atom::Kind;
+using Padding = Atom::Padding;
+
+/// What a conversion letter stands for.
+struct Letter
+{
+    char letter;
+    Kind kind;
+    Padding padding;
+    std::uint16_t width;
+};
+
+struct Composite
+{
+    char letter;
+    bool swapped; ///< the form with the flag `#`
+    std::string_view expansion;
+};
+
+constexpr Letter kLetters[] = {
+    {'Y', Kind::Year, Padding::Zeros, 4},
+    {'o', Kind::Year, Padding::Zeros, 4},
+    {'C', Kind::Century, Padding::Zeros, 2},
+    {'y', Kind::YearOfCentury, Padding::Zeros, 2},
+    {'G', Kind::IsoYear, Padding::Zeros, 4},
+    {'g', Kind::IsoYearOfCentury, Padding::Zeros, 2},
+    {'m', Kind::Month, Padding::Zeros, 2},
+    {'d', Kind::DayOfMonth, Padding::Zeros, 2},
+    {'e', Kind::DayOfMonth, Padding::Spaces, 2},
+    {'H', Kind::Hour24, Padding::Zeros, 2},
+    {'k', Kind::Hour24, Padding::Spaces, 2},
+    {'I', Kind::Hour12, Padding::Zeros, 2},
+    {'l', Kind::Hour12, Padding::Spaces, 2},
+    {'M', Kind::Minute, Padding::Zeros, 2},
+    {'S', Kind::Second, Padding::Zeros, 2},
+    {'j', Kind::DayOfYear, Padding::Zeros, 3},
+    {'u', Kind::WeekDayFromMonday, Padding::None, 1},
+    {'w', Kind::WeekDayFromSunday, Padding::None, 1},
+    {'U', Kind::WeekFromSunday, Padding::Zeros, 2},
+    {'W', Kind::WeekFromMonday, Padding::Zeros, 2},
+    {'V', Kind::IsoWeek, Padding::Zeros, 2},
+    {'s', Kind::UnixSeconds, Padding::None, 0},
+    {'z', Kind::Offset, Padding::Zeros, 5},
+    {'a', Kind::WeekDayShort, Padding::Spaces, 0},
+    {'A', Kind::WeekDayFull, Padding::Spaces, 0},
+    {'b', Kind::MonthShort, Padding::Spaces, 0},
+    {'h', Kind::MonthShort, Padding::Spaces, 0},
+    {'B', Kind::MonthFull, Padding::Spaces, 0},
+    {'p', Kind::AmPmUpper, Padding::Spaces, 0},
+    {'P', Kind::AmPm, Padding::Spaces, 0},
+    {'Z', Kind::ZoneName, Padding::Spaces, 0},
+    {'Q', Kind::Fraction, Padding::Zeros, 3},
+    {'f', Kind::Fraction, Padding::Zeros, 6},
+    {'q', Kind::Fraction, Padding::Zeros, 6},
+    {'N', Kind::Fraction, Padding::Zeros, 9},
+    {'n', Kind::Separator, Padding::Spaces, 0},
+    {'t', Kind::Separator, Padding::Spaces, 0},
+};
+
+// All text between the conversions is found in TimeFormatAtom::kSeparators.
+constexpr Composite kComposites[] = {
+    {'D', false, "%m/%d/%y"},
+    {'x', false, "%m/%d/%y"},
+    {'F', false, "%Y-%m-%d"},
+    {'R', false, "%H:%M"},
+    {'T', false, "%H:%M:%S"},
+    {'X', false, "%H:%M:%S"},
+    {'r', false, "%I:%M:%S %p"},
+    {'v', false, "%e-%b-%Y"},
+    {'c', false, "%a %b %e %H:%M:%S %Y"},
+    {'+', false, "%a %b %e %H:%M:%S %Z %Y"},
+    {'c', true, "%A, %B %-d, %Y, %-H:%M:%S"},
+    {'x', true, "%A, %B %-d, %Y"},
+};
+
+constexpr Letter kOffsetMinutes = {'z', Kind::OffsetMinutes, Padding::Zeros, 4};
+constexpr Letter kMilliseconds = {'l', Kind::Fraction, Padding::Zeros, 3};
+
+/// The offsets with one, two and three colons.
+constexpr Letter kColonOffsets[] = {
+    {'z', Kind::OffsetToMinutes, Padding::Zeros, 0},
+    {'z', Kind::OffsetToSeconds, Padding::Zeros, 0},
+    {'z', Kind::OffsetShortest, Padding::Zeros, 0},
+};
+
+/// What the modifiers `E` and `O` may stand in front of.
+constexpr std::string_view kLettersOfE = "YCyz";
+constexpr std::string_view kCompositesOfE = "cxX";
+constexpr std::string_view kLettersOfO = "ymUWVdwuHIMS";
+
+/// Null when there is none.
+const Letter *findLetter(char letter)
+{
+    const auto *found = std::ranges::find(kLetters, letter, &Letter::letter);
+    return found == std::end(kLetters) ? nullptr : found;
+}
+
+/// The form with the flag `#` where it is asked for and exists, else the plain one.
+const Composite *findComposite(char letter, bool swapped)
+{
+    const Composite *plain = nullptr;
+    for (const Composite &composite : kComposites) {
+        if (composite.letter == letter && composite.swapped == swapped) {
+            return &composite;
+        }
+        if (composite.letter == letter && !composite.swapped) {
+            plain = &composite;
+        }
+    }
+    return plain;
+}
 
 /// What stands between the percent sign and the letter.
 struct Modifiers
@@ -28,32 +134,10 @@ struct Modifiers
     unsigned colons = 0;
 };
 
-/// Where atoms and literals go. Without stores it only counts them.
-struct Sink
+bool isName(Kind kind)
 {
-    std::vector<Atom> *atoms = nullptr;
-    Str *literals = nullptr;
-    std::size_t atomCount = 0;
-    std::size_t literalLength = 0;
-
-    void add(const Atom &atom)
-    {
-        ++atomCount;
-        if (atoms) {
-            atoms->push_back(atom);
-        }
-    }
-    void addLiteral(std::string_view text)
-    {
-        add({.kind = Kind::Literal,
-             .textOffset = static_cast<std::uint32_t>(literalLength),
-             .textLength = static_cast<std::uint32_t>(text.size())});
-        literalLength += text.size();
-        if (literals) {
-            literals->append(text);
-        }
-    }
-};
+    return kind >= Kind::WeekDayShort && kind <= Kind::ZoneName;
+}
 
 Atom separator(std::string_view text)
 {
@@ -65,7 +149,10 @@ Atom separator(std::string_view text)
 class Parser
 {
 public:
-    Parser(std::string_view format, Sink &sink) : rest_(format), sink_(sink) {}
+    Parser(std::string_view format, std::vector<Atom> &atoms, Str &literals)
+        : rest_(format), atoms_(atoms), literals_(literals)
+    {
+    }
 
     bool parse()
     {
@@ -80,9 +167,19 @@ public:
     }
 
 private:
-    Parser(std::string_view expansion, Sink &sink, Case letterCase)
-        : rest_(expansion), sink_(sink), composite_(true), outerCase_(letterCase)
+    /// Of the expansion of a composite conversion, whose case flag goes for all its parts.
+    Parser(std::string_view expansion, const Parser &outer, Case letterCase)
+        : rest_(expansion), atoms_(outer.atoms_), literals_(outer.literals_), composite_(true),
+          outerCase_(letterCase)
     {
+    }
+
+    void addLiteral(std::string_view text)
+    {
+        atoms_.push_back({.kind = Kind::Literal,
+                          .textOffset = static_cast<std::uint32_t>(literals_.size()),
+                          .textLength = static_cast<std::uint32_t>(text.size())});
+        literals_.append(text);
     }
 
     void takeText()
@@ -90,9 +187,9 @@ private:
         const std::string_view text = rest_.substr(0, rest_.find('%'));
         rest_.remove_prefix(text.size());
         if (composite_) {
-            sink_.add(separator(text));
+            atoms_.push_back(separator(text));
         } else {
-            sink_.addLiteral(text);
+            addLiteral(text);
         }
     }
 
@@ -100,7 +197,7 @@ private:
     {
         if (rest_.starts_with("%%")) {
             rest_.remove_prefix(2);
-            sink_.addLiteral("%");
+            addLiteral("%");
             return true;
         }
         rest_.remove_prefix(1);
@@ -182,21 +279,17 @@ private:
     bool addConversion(char letter, const Modifiers &modifiers)
     {
         if (modifiers.colons != 0) {
-            return letter == 'z' && modifiers.colons <= std::size(time_format::kColonOffsets) &&
-                   modifiers.alternative == 0 &&
-                   addField(time_format::kColonOffsets[modifiers.colons - 1], modifiers);
+            return letter == 'z' && modifiers.colons <= std::size(kColonOffsets) &&
+                   modifiers.alternative == 0 && addField(kColonOffsets[modifiers.colons - 1], modifiers);
         }
-        if (const Composite *composite =
-                time_format::findComposite(letter, modifiers.letterCase == Case::Swapped)) {
+        if (const Composite *composite = findComposite(letter, modifiers.letterCase == Case::Swapped)) {
             return addComposite(*composite, modifiers);
         }
-        const Letter *field = time_format::findLetter(letter);
-        if (!field ||
-            !mayAlter(modifiers.alternative, letter, time_format::kLettersOfE, time_format::kLettersOfO)) {
+        const Letter *field = findLetter(letter);
+        if (!field || !mayAlter(modifiers.alternative, letter, kLettersOfE, kLettersOfO)) {
             return false;
         }
-        return addField(letter == 'z' && modifiers.alternative == 'E' ? time_format::kOffsetMinutes : *field,
-                        modifiers);
+        return addField(letter == 'z' && modifiers.alternative == 'E' ? kOffsetMinutes : *field, modifiers);
     }
 
     static bool mayAlter(char alternative, char letter, std::string_view ofE, std::string_view ofO)
@@ -207,23 +300,23 @@ private:
     bool addComposite(const Composite &composite, const Modifiers &modifiers)
     {
         if (modifiers.width || modifiers.padding != Padding::Default ||
-            !mayAlter(modifiers.alternative, composite.letter, time_format::kCompositesOfE, "")) {
+            !mayAlter(modifiers.alternative, composite.letter, kCompositesOfE, "")) {
             return false;
         }
         const Case inner = composite.swapped ? Case::AsIs : modifiers.letterCase;
-        return Parser(composite.expansion, sink_, inner).parse();
+        return Parser(composite.expansion, *this, inner).parse();
     }
 
     bool addField(const Letter &field, const Modifiers &modifiers)
     {
         const bool flagFits =
             modifiers.padding == Padding::Default ||
-            (modifiers.padding == Padding::Zeros ? field.sort != Sort::Name : field.sort != Sort::Fraction);
+            (modifiers.padding == Padding::Zeros ? !isName(field.kind) : field.kind != Kind::Fraction);
         if (!flagFits) {
             return false;
         }
         Atom atom;
-        if (field.sort == Sort::Blank) {
+        if (field.kind == Kind::Separator) {
             atom = separator(field.letter == 'n' ? "\n" : "\t");
         }
         atom.kind = field.kind;
@@ -233,7 +326,7 @@ private:
         if (field.letter == 'l' && isBare(modifiers)) {
             atom.kind = Kind::HourOrMilliseconds;
         }
-        sink_.add(atom);
+        atoms_.push_back(atom);
         return true;
     }
 
@@ -244,7 +337,8 @@ private:
     }
 
     std::string_view rest_;
-    Sink &sink_;
+    std::vector<Atom> &atoms_;
+    Str &literals_;
     bool composite_ = false;
     Case outerCase_ = Case::AsIs;
 };
@@ -294,9 +388,9 @@ void decideHoursOrMilliseconds(std::vector<Atom> &atoms, const Str &literals)
         }
     }
     for (const std::size_t at : milliseconds) {
-        atoms[at].kind = time_format::kMilliseconds.kind;
-        atoms[at].padding = time_format::kMilliseconds.padding;
-        atoms[at].width = time_format::kMilliseconds.width;
+        atoms[at].kind = kMilliseconds.kind;
+        atoms[at].padding = kMilliseconds.padding;
+        atoms[at].width = kMilliseconds.width;
     }
     for (Atom &atom : atoms) {
         if (atom.kind == Kind::HourOrMilliseconds) {
@@ -309,16 +403,11 @@ void decideHoursOrMilliseconds(std::vector<Atom> &atoms, const Str &literals)
 
 bool compileTimeFormat(std::string_view format, std::vector<Atom> &atoms, Str &literals)
 {
-    Sink counts;
-    if (!Parser(format, counts).parse()) {
+    atoms.clear();
+    literals.clear();
+    if (!Parser(format, atoms, literals).parse()) {
         return false;
     }
-    atoms.clear();
-    atoms.reserve(counts.atomCount);
-    literals.clear();
-    literals.reserve(counts.literalLength);
-    Sink stores{.atoms = &atoms, .literals = &literals};
-    Parser(format, stores).parse();
     decideHoursOrMilliseconds(atoms, literals);
     return true;
 }

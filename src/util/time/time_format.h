@@ -1,7 +1,10 @@
 #pragma once
 
+#include "util/text/str.h"
+
 #include <cstdint>
 #include <string_view>
+#include <vector>
 
 namespace velmox {
 
@@ -71,5 +74,9 @@ struct TimeFormatAtom
     std::uint32_t textOffset = 0; ///< into the literals or the separators
     std::uint32_t textLength = 0;
 };
+
+/// Compiles a time format into atoms and the literals that they point into. False, with both in no particular
+/// state, when the format is not understood.
+bool compileTimeFormat(std::string_view format, std::vector<TimeFormatAtom> &atoms, Str &literals);
 
 } // namespace velmox
