@@ -6,7 +6,6 @@
 // does.
 
 #include "conf/file/insertion_ordered_map.h"
-#include "util/files/file_star.h"
 #include "util/text/char_set.h"
 #include "util/text/pathname.h"
 #include "util/text/str_segment.h"
@@ -15,6 +14,7 @@
 namespace velmox {
 
 class ConfLineReader;
+class FileStar;
 class ReadableUnicodeStream;
 class WritableUnicodeStream;
 

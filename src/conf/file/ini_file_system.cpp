@@ -1,6 +1,7 @@
 #include "conf/file/conf_line_reader.h"
 #include "conf/file/ini_file.h"
 #include "util/files/file_replace.h"
+#include "util/files/file_star.h"
 #include "util/files/file_system.h"
 #include "util/files/readable_unicode_stream.h"
 #include "util/files/writable_unicode_stream.h"
