@@ -11,6 +11,7 @@ using ::testing::IsEmpty;
 using ::testing::Pair;
 using IntrospectParser = IntrospectXmlStreamingParser;
 
+/// A parser that has met the text byte by byte.
 template <class Parser>
 const Parser &fed(Parser &&parser, std::string_view xml)
 {
