@@ -1,5 +1,5 @@
 #include "bench/peers.h"
-#include "util/log/log_loader.h"
+#include "util/log/log_config.h"
 #include "util/log/logger.h"
 
 #include <fcntl.h>
@@ -83,16 +83,15 @@ void configure(const std::string &file)
         "appender.F.layout=PatternLayout",
         "appender.F.layout.ConversionPattern=%d %-5p %c - %m%n",
     };
-    LogSystem &system = LogSystem::instance();
-    system.reset(&files);
-    LogConfigLoader loader(system, noVariables);
+    Logger::reset(&files);
+    LogConfigLoader loader(LogSystem::instance(), noVariables);
     std::size_t at = 0;
     loader.readFile("peers", nullptr, [&](StrSegment &line) {
         line = at < std::size(lines) ? StrSegment(lines[at]) : StrSegment();
         return at++ < std::size(lines);
     });
     loader.applyCategories();
-    system.bindAll();
+    Logger::bindAll();
     loader.finishAppenders(true);
     if (!loader.reportErrors()) {
         throw std::runtime_error("the log's configuration is wrong");
@@ -151,7 +150,7 @@ Figures measureLog(unsigned rounds)
     if (std::filesystem::file_size(ownFile) != std::filesystem::file_size(peerFile)) {
         throw std::runtime_error("the logs are not of the same length");
     }
-    LogSystem::instance().reset(nullptr);
+    Logger::reset(nullptr);
     return {line, buffered};
 }
 

@@ -1,10 +1,10 @@
 #include "bench/store.h"
 
 #include "bench/program.h"
-#include "conf/file/conf_read_counters.h"
+#include "conf/file/conf_line_reader.h"
 #include "conf/pages/property_pages.h"
-#include "util/files/file_copy.h"
 #include "util/files/file_descriptor.h"
+#include "util/files/file_replace.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"
 

@@ -35,10 +35,8 @@ function(velmox_tests name)
         return()
     endif()
     add_executable(${name} ${sources})
-    target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
-    target_link_libraries(${name} PRIVATE velmox-flags ${arg_LINK} GTest::gtest_main GTest::gmock)
-    target_precompile_headers(${name} PRIVATE <gmock/gmock.h> <gtest/gtest.h>
-        ${CMAKE_SOURCE_DIR}/tests/print_text.h)
+    target_link_libraries(${name} PRIVATE velmox-flags ${arg_LINK} test-support GTest::gtest_main GTest::gmock)
+    target_precompile_headers(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests/support/prelude.h)
 
     set(runner)
     set(environment GTEST_OUTPUT=xml:results/${name}.xml)

@@ -1,8 +1,7 @@
 #include "conf/file/conf_line_reader.h"
 #include "conf/file/ini_file.h"
 #include "conf/mapper/meta_file.h"
-#include "conf/mapper/meta_header.h"
-#include "conf/tree/conf_path_trie_pruner.h"
+#include "conf/tree/conf_path_trie.h"
 #include "fuzz/fuzz_target.h"
 #include "tests/support/memory_stream.h"
 
@@ -38,7 +37,7 @@ public:
         if (std::find(segments.begin(), segments.end(), Str()) != segments.end()) {
             return PruneAnswer::Remove;
         }
-        if (segments.size() >= ConfPathTrie::kAppLevel) {
+        if (segments.size() >= kAppLevel) {
             write(ConfPathBase(segments[0], segments[1], StrVector(segments.begin() + 2, segments.end())),
                   node);
         }

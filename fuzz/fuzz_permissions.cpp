@@ -1,5 +1,5 @@
-#include "conf/mapper/meta_header.h"
-#include "conf/tree/permission_parser.h"
+#include "conf/mapper/meta_file.h"
+#include "conf/tree/conf_acl.h"
 #include "fuzz/fuzz_target.h"
 
 namespace velmox::fuzz {

@@ -1,4 +1,4 @@
-#include "conf/root/time_with_unit.h"
+#include "conf/root/setting_values.h"
 #include "fuzz/fuzz_target.h"
 #include "util/time/time_formatter.h"
 

@@ -36,6 +36,7 @@ bool isAbsence(DWORD error)
 
 } // namespace
 
+// The file itself is the lock, and its creation the one step that no two can both do.
 LockTry lockFileTry(const Pathname &path)
 {
     Pathname name;

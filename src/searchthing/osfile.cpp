@@ -1,14 +1,19 @@
 #include "searchthing/osfile.h"
 
 #include "util/files/file_descriptor.h"
+#include "util/files/file_permissions.h"
 #include "util/files/file_system.h"
+#include "util/log/logger.h"
 #include "util/system/last_error_keeper.h"
+#include "util/time/timeval.h"
 
 #include <winsock2.h>
 
 namespace velmox {
 
 namespace {
+
+Logger permissionsLogger("FilePermissions");
 
 /// The socket library, which knows the host's name, ready for use.
 class SocketLibrary
@@ -31,6 +36,7 @@ private:
     bool ready_;
 };
 
+/// The number of a process means nothing without the name of its host: then neither is told.
 Str buildOwnerText()
 {
     const SocketLibrary sockets;
@@ -43,6 +49,44 @@ Str buildOwnerText()
 
 } // namespace
 
+FileStatus FileStatus::of(const Pathname &path)
+{
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    if (!GetFileAttributesExW(asWide(path), GetFileExInfoStandard, &data) ||
+        (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+        return {};
+    }
+    return {true, std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow,
+            timevalOf(data.ftLastWriteTime)};
+}
+
+Str FileStatus::toStr() const
+{
+    if (!exists) {
+        return "no file";
+    }
+    return Str("modtime ") << modtimeText() << ", " << static_cast<unsigned long long>(size) << " bytes";
+}
+
+Str FileStatus::modtimeText() const
+{
+    Str text;
+    modtime.toUnixStr(text, 3);
+    return text;
+}
+
+FileSecurity requireFileSecurity(FilePermissions permissions)
+{
+    FileSecurity security(permissions);
+    if (!security.isValid()) {
+        const Str message = Str::fromLastErrorFormat("Error building the permissions of a new file: %m");
+        permissionsLogger.error("%s", message.c_str());
+        throw FilePermissionsException(message);
+    }
+    return security;
+}
+
+// A file that could not be written whole would be a lock of nobody, so it goes again.
 bool createWithContent(const Pathname &path, std::string_view content)
 {
     FileDescriptor file(CreateFileW(asWide(path), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,

@@ -5,7 +5,6 @@
 // exit code is 0 if every call succeeded.
 
 #include "testbed/record_builder.h"
-#include "util/system/library_routine.h"
 #include "util/system/windows_api.h"
 
 #include <charconv>

@@ -1,10 +1,8 @@
 #include "tests/conf/conf_root.h"
 
-#include "conf/store/conf_path_mapper_manager.h"
-#include "conf/store/shared_conf_services.h"
 #include "searchthing/filesystem_change_watcher.h"
 #include "util/system/environment.h"
-#include "util/time/clock.h"
+#include "util/time/timeout.h"
 
 namespace velmox::testing {
 
@@ -46,8 +44,9 @@ ConfPath ConfRoot::at(const Str &address, const ConfUserContext &identity) const
 {
     StrVector parts;
     StrSegment(address.view()).splitInto(parts, "/");
-    return ConfPath(
-        setup(), ConfPathBase(parts.at(1), parts.at(2), StrVector(parts.begin() + 3, parts.end())), identity);
+    return ConfPath(shared().mappers(),
+                    ConfPathBase(parts.at(1), parts.at(2), StrVector(parts.begin() + 3, parts.end())),
+                    identity);
 }
 
 IConfPathMapper &ConfRoot::mapperOf(const Str &file) const

@@ -1,8 +1,6 @@
 #pragma once
 
-#include "conf/mapper/i_conf_path_mapper.h"
-#include "conf/pages/property_pages.h"
-#include "conf/root/bundles_setup.h"
+#include "conf/pages/shared_conf_services.h"
 #include "conf/store/conf_path.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/scoped_folder.h"
@@ -32,7 +30,7 @@ public:
     const Pathname &path() const { return folder_.path(); }
     Pathname operator/(const Str &name) const { return path().join(replaced(name, "/", "\\")); }
     BundlesSetup setup() const { return BundlesSetup(path()); }
-    SharedConfServices &shared() const { return setup().shared(); }
+    SharedConfServices &shared() const { return SharedConfServices::of(setup()); }
 
     void makeFolder(const Str &name) const { EXPECT_TRUE(makeDirs(*this / name, true)); }
     /// Makes the folders that are missing.
@@ -77,18 +75,6 @@ private:
 
 /// Tells a mapper that a file changed.
 FileChangeAnswer noticeChange(IConfPathMapper &mapper, const Pathname &file);
-
-/// The message of the exception that `work` raises; "nothing" if it raises none.
-template <class Exception, class Work>
-Str raisedBy(Work work)
-{
-    try {
-        work();
-        return "nothing";
-    } catch (const Exception &exception) {
-        return exception.message();
-    }
-}
 
 /// Sets what a run leaves out of the store for as long as the object lives.
 class ScopedInitSettings

@@ -1,5 +1,4 @@
 #include "tests/e2e/monitor_test.h"
-#include "tests/support/scoped_folder.h"
 
 namespace velmox::e2e {
 namespace {

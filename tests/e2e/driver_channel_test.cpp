@@ -1,7 +1,4 @@
 #include "tests/e2e/monitor_test.h"
-#include "tests/support/scoped_folder.h"
-
-#include <chrono>
 
 namespace velmox::e2e {
 

@@ -1,5 +1,4 @@
 #include "tests/e2e/monitor_test.h"
-#include "tests/support/child_test.h"
 #include "tests/support/pseudo_console.h"
 
 namespace velmox::e2e {

@@ -1,5 +1,4 @@
 #include "tests/e2e/monitor_test.h"
-#include "tests/support/scoped_folder.h"
 #include "util/files/file_system.h"
 
 namespace velmox::e2e {

@@ -1,16 +1,7 @@
 #include "tests/e2e/monitor_run.h"
-#include "tests/support/file_tree.h"
-#include "tests/support/scoped_folder.h"
-
-#include <gtest/gtest.h>
 
 namespace velmox::e2e {
 namespace {
-
-using velmox::testing::FileTree;
-using velmox::testing::readTree;
-using velmox::testing::ScopedFolder;
-using velmox::testing::writeTree;
 
 // What a conf file made by the store begins with: a byte-order mark and an empty line.
 constexpr char kNew[] = "\xEF\xBB\xBF\r\n";

@@ -1,5 +1,4 @@
 #include "tests/e2e/monitor_test.h"
-#include "util/text/wide_str.h"
 
 #include <cwctype>
 

@@ -1,26 +1,15 @@
 #include "searchthing/lock.h"
 #include "searchthing/osfile.h"
-#include "tests/support/child_test.h"
-#include "tests/support/failing_call.h"
-#include "tests/support/scoped_folder.h"
+#include "util/files/file_permissions.h"
 #include "util/files/file_system.h"
-#include "util/system/windows_api.h"
-
-#include <gtest/gtest.h>
-#include <thread>
 
 namespace velmox {
 namespace {
 
-using testing::ChildTest;
-using testing::FailingCall;
-using testing::readWhole;
-using testing::writeWhole;
-
 /// A folder for one lock.
 struct Lock : ::testing::Test
 {
-    const testing::ScopedFolder folder;
+    const ScopedFolder folder;
     const Pathname path = folder / "guarded";
     const Pathname lock = folder / "guarded.lock";
 };
@@ -45,28 +34,25 @@ TEST_F(Lock, TakesHoldsAndReleases)
 
 TEST_F(Lock, ReportsErrors)
 {
-    const std::tuple<const char *, int, DWORD, std::function<bool()>> cases[] = {
-        {"CreateFileW", -1, ERROR_ACCESS_DENIED, [&] { return lockFileTry(path) == LockTry::AccessDenied; }},
-        {"CreateFileW", -1, ERROR_ALREADY_EXISTS, [&] { return lockFileTry(path) == LockTry::Exists; }},
-        {"CreateFileW", -1, ERROR_DISK_FULL, [&] { return lockFileTry(path) == LockTry::Failed; }},
-        {"WriteFile", 0, ERROR_DISK_FULL, [&] { return lockFileTry(path) == LockTry::Failed; }},
-        {"CreateFileW", -1, ERROR_ACCESS_DENIED, [&] { return lockFileWait(path, 0) == LockWait::TimedOut; }},
-        {"CreateFileW", -1, ERROR_DISK_FULL, [&] { return lockFileWait(path, 30) == LockWait::Failed; }},
-        {"CreateFileW", -1, ERROR_PATH_NOT_FOUND, [&] { return lockFileWait(path, 30) == LockWait::Failed; }},
-        {"DeleteFileW", 0, ERROR_PATH_NOT_FOUND, [&] { return lockFileRelease(path) == LockRelease::Done; }},
-        {"DeleteFileW", 0, 8, [&] { return lockFileRelease(path) == LockRelease::NotEnoughMemory; }},
-        {"DeleteFileW", 0, ERROR_ACCESS_DENIED, [&] { return lockFileRelease(path) == LockRelease::Failed; }},
-        {"GetFileAttributesW", -1, 3, [&] { return lockFileExists(path) == LockState::Absent; }},
-        {"GetFileAttributesW", -1, ERROR_ACCESS_DENIED,
-         [&] { return lockFileExists(path) == LockState::Unknown; }},
-        {"CreateFileW", -1, ERROR_ACCESS_DENIED, [&] { return lockFileCanCreateIn(folder.path()) == 7; }},
+    const std::pair<Fault, std::function<bool()>> cases[] = {
+        {{"CreateFileW", -1, ERROR_ACCESS_DENIED},
+         [&] { return lockFileTry(path) == LockTry::AccessDenied; }},
+        {{"CreateFileW", -1, ERROR_ALREADY_EXISTS}, [&] { return lockFileTry(path) == LockTry::Exists; }},
+        {{"WriteFile", 0, ERROR_DISK_FULL}, [&] { return lockFileTry(path) == LockTry::Failed; }},
+        {{"CreateFileW", -1, ERROR_ACCESS_DENIED},
+         [&] { return lockFileWait(path, 0) == LockWait::TimedOut; }},
+        {{"CreateFileW", -1, ERROR_DISK_FULL}, [&] { return lockFileWait(path, 30) == LockWait::Failed; }},
+        {{"DeleteFileW", 0, ERROR_PATH_NOT_FOUND},
+         [&] { return lockFileRelease(path) == LockRelease::Done; }},
+        {{"DeleteFileW", 0, 8}, [&] { return lockFileRelease(path) == LockRelease::NotEnoughMemory; }},
+        {{"DeleteFileW", 0, 5}, [&] { return lockFileRelease(path) == LockRelease::Failed; }},
+        {{"GetFileAttributesW", -1, 3}, [&] { return lockFileExists(path) == LockState::Absent; }},
+        {{"GetFileAttributesW", -1, 5}, [&] { return lockFileExists(path) == LockState::Unknown; }},
     };
-    for (const auto &[function, result, error, isTold] : cases) {
-        const FailingCall refused(function, result, error);
-        EXPECT_TRUE(isTold()) << function << error;
-        EXPECT_EQ(GetLastError(), error) << function;
-        EXPECT_EQ(refused.failed(), 1) << function;
-        EXPECT_EQ(folder.count(), 0u) << function;
+    for (const auto &[fault, isTold] : cases) {
+        EXPECT_TRUE(whileFailing(fault, isTold)) << fault.function << fault.error;
+        EXPECT_EQ(GetLastError(), fault.error) << fault.function;
+        EXPECT_EQ(folder.count(), 0u) << fault.function;
     }
     EXPECT_EQ(lockFileTry(Pathname(u"C:\\").concat(Str(252, 'x'))), LockTry::Failed);
     EXPECT_EQ(GetLastError(), ERROR_FILENAME_EXCED_RANGE + 0u);
@@ -79,8 +65,13 @@ TEST_F(Lock, WaitsForAsLongAsTold)
     const ULONGLONG start = GetTickCount64();
     EXPECT_EQ(lockFileWait(path, 1), LockWait::TimedOut);
     EXPECT_GE(GetTickCount64() - start, 990u);
-    std::thread releaser([this] {
-        Sleep(50);
+    // Released when the wait has found it held at least once.
+    FailingCall tries("CreateFileW", -1, 0, 0, 0);
+    tries.onAnyThread();
+    std::thread releaser([&] {
+        while (tries.calls() == 0) {
+            std::this_thread::yield();
+        }
         EXPECT_EQ(lockFileRelease(path), LockRelease::Done);
     });
     EXPECT_EQ(lockFileWait(path, 60), LockWait::Taken);
@@ -125,6 +116,18 @@ TEST_F(Lock, IsHeldByNobodyWithoutAHostName)
 {
     EXPECT_TRUE(ChildTest("LockChild.DISABLED_KnowsNoHost", u"gethostname").succeeds());
     EXPECT_TRUE(ChildTest("LockChild.DISABLED_KnowsNoHost", u"WSAStartup").succeeds());
+}
+
+TEST(Osfile, InsistsOnPermissions)
+{
+    EXPECT_TRUE(requireFileSecurity(FilePermissions::Private).isValid());
+    const CapturedLog log;
+    const FailingCall refused("HeapCreate", 0, ERROR_NOT_ENOUGH_MEMORY);
+    const Str reason =
+        Str::fromErrorFormat(ERROR_NOT_ENOUGH_MEMORY, "Error building the permissions of a new file: %m");
+    EXPECT_EQ(raisedBy<FilePermissionsException>([] { requireFileSecurity(FilePermissions::Private); }),
+              reason);
+    EXPECT_EQ(log.text(), Str::fromFormat("ERROR FilePermissions: %s\n", reason.c_str()));
 }
 
 TEST_F(Lock, TriesOutAFolder)

@@ -131,20 +131,19 @@ int freeSlot()
 
 } // namespace
 
-FailingCall::FailingCall(const char *function, std::intptr_t result, DWORD error, int passed, int failures)
-    : slot_(freeSlot())
+FailingCall::FailingCall(const Fault &fault) : slot_(freeSlot())
 {
     Slot &slot = slots[slot_];
-    slot.entries = importEntries(function);
+    slot.entries = importEntries(fault.function);
     if (slot.entries.empty()) {
-        throw std::logic_error(std::string("not imported: ") + function);
+        throw std::logic_error(std::string("not imported: ") + fault.function);
     }
     slot.function = *slot.entries.front();
-    slot.result = result;
-    slot.error = error;
+    slot.result = fault.result;
+    slot.error = fault.error;
     slot.thread = GetCurrentThreadId();
-    slot.passing = passed;
-    slot.failing = failures;
+    slot.passing = fault.passed;
+    slot.failing = fault.failures;
     slot.failed = 0;
     slot.calls = 0;
     redirect(slot.entries, reinterpret_cast<ULONGLONG>(kStandIns[slot_]));

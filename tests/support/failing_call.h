@@ -3,8 +3,20 @@
 #include "util/system/windows_api.h"
 
 #include <cstdint>
+#include <gtest/gtest.h>
+#include <type_traits>
 
 namespace velmox::testing {
+
+/// Which calls of an imported function fail, and how: a row in a table of failures.
+struct Fault
+{
+    const char *function;
+    std::intptr_t result; ///< what the failing calls return
+    DWORD error;          ///< the thread's last error then, and errno for functions of the C library
+    int passed = 0;       ///< how many calls before them reach the function; so do those after them
+    int failures = 1;     ///< with none, calls are only counted
+};
 
 /// Makes calls of one imported function fail while the object lives, which the operating system would not do
 /// on request.
@@ -16,9 +28,11 @@ namespace velmox::testing {
 class FailingCall
 {
 public:
-    /// The calls after the first `passed` ones return `result` with `error` as the thread's last error (and
-    /// as errno for functions of the C library), `failures` times; all others reach the function.
-    FailingCall(const char *function, std::intptr_t result, DWORD error, int passed = 0, int failures = 1);
+    explicit FailingCall(const Fault &fault);
+    FailingCall(const char *function, std::intptr_t result, DWORD error, int passed = 0, int failures = 1)
+        : FailingCall(Fault{function, result, error, passed, failures})
+    {
+    }
     ~FailingCall();
     FailingCall(const FailingCall &) = delete;
     FailingCall &operator=(const FailingCall &) = delete;
@@ -27,12 +41,32 @@ public:
 
     /// The calls that have failed so far.
     int failed() const;
-    /// All calls so far that count, whether they failed or not. With no failures the object only counts.
+    /// All calls so far that count, whether they failed or not.
     int calls() const;
 
 private:
     int slot_;
 };
+
+/// Gives what `work` gives while the fault is there, and fails unless `work` met all of it.
+template <class Work>
+auto whileFailing(const Fault &fault, Work &&work)
+{
+    const FailingCall refused(fault);
+    const auto expectMet = [&] {
+        EXPECT_EQ(refused.failed(), fault.failures) << fault.function << " after " << fault.passed;
+    };
+    if constexpr (std::is_void_v<decltype(work())>) {
+        work();
+        expectMet();
+    } else {
+        auto result = work();
+        const DWORD error = GetLastError();
+        expectMet();
+        SetLastError(error);
+        return result;
+    }
+}
 
 /// Sends all calls of one imported function of this program to a function of the same form while the object
 /// lives, for calls that give more than a result.

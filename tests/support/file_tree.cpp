@@ -1,7 +1,6 @@
 #include "tests/support/file_tree.h"
 
 #include "tests/support/scoped_folder.h"
-#include "util/files/directory_listing.h"
 #include "util/files/file_system.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "tests/support/scoped_folder.h"
 
-#include "util/files/directory_listing.h"
-#include "util/files/open_file.h"
+#include "util/files/file_star.h"
+#include "util/files/file_system.h"
 
 #include <gtest/gtest.h>
 
@@ -38,7 +38,8 @@ ScopedFolder::ScopedFolder()
     wchar_t temp[MAX_PATH + 1];
     EXPECT_NE(GetTempPathW(MAX_PATH + 1, temp), 0u);
     path_ = Pathname(asUtf16(temp));
-    path_.append(Str::fromFormat("velmox-test-%lu-%u", GetCurrentProcessId(), ++number));
+    // A blank and an accent, which no path may trip over.
+    path_.append(Str::fromFormat("velmox t\u00E9st-%lu-%u", GetCurrentProcessId(), ++number));
     removeTree(path_);
     EXPECT_TRUE(CreateDirectoryW(asWide(path_), nullptr));
 }

@@ -1,8 +1,6 @@
 #include "testbed/driver_control.h"
 #include "testbed/driver_service.h"
 
-#include <gtest/gtest.h>
-
 namespace velmox::testbed {
 
 namespace {

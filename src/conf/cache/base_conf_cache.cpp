@@ -1,8 +1,7 @@
 #include "conf/cache/base_conf_cache.h"
 
+#include "conf/root/conf_settings.h"
 #include "conf/store/conf_path_mapper_manager.h"
-#include "conf/store/conf_settings.h"
-#include "conf/store/shared_conf_services.h"
 #include "conf/tree/conf_path_base.h"
 #include "util/log/logger.h"
 
@@ -11,32 +10,16 @@ namespace velmox {
 namespace {
 
 Logger log("BaseConfCache");
+Logger stateLog("BaseConfCache::StateList");
 
 constexpr std::uint64_t kTicksPerMillisecond = Timeval::kTicksPerSecond / 1000;
 
-class StanzaIterator : public IConfCacheIteratorImpl
-{
-public:
-    StanzaIterator(Stanzas::const_iterator at, const Stanzas &stanzas) : at_(at), stanzas_(stanzas) {}
+} // namespace
 
-    std::unique_ptr<IConfCacheIteratorImpl> clone() const override
-    {
-        return std::make_unique<StanzaIterator>(*this);
-    }
-    const Str &name() const override { return at_->first; }
-    const Str &expansion() const override { return at_->second.expansion; }
-    bool atEnd() const override { return at_ == stanzas_.end(); }
-    void step() override { ++at_; }
-    void copyTo(PropertiesMap &out, bool direct) const override;
-
-private:
-    Stanzas::const_iterator at_;
-    const Stanzas &stanzas_;
-};
-
-void StanzaIterator::copyTo(PropertiesMap &out, bool direct) const
+void IConfCacheIteratorImpl::copyTo(PropertiesMap &out, bool direct) const
 {
     const PropertiesMap &stanza = at_->second;
+    // Most often `out` is empty, and copying a whole map needs no look-ups.
     if (out.properties.empty()) {
         out.properties = stanza.properties;
     } else {
@@ -49,8 +32,6 @@ void StanzaIterator::copyTo(PropertiesMap &out, bool direct) const
     }
 }
 
-} // namespace
-
 void copyStanza(const IConfCacheIteratorImpl &at, const IConfCacheIteratorImpl &inherited, PropertiesMap &out)
 {
     if (at.atEnd()) {
@@ -62,19 +43,19 @@ void copyStanza(const IConfCacheIteratorImpl &at, const IConfCacheIteratorImpl &
     }
 }
 
-BaseConfCache::BaseConfCache(const Str &typeName, const ConfContext &context)
-    : typeName_(typeName), context_(context), pollMs_(context.setup.shared().settings().rebuildPollMs())
+BaseConfCache::BaseConfCache(const Str &typeName, const ConfContext &context, const ConfSources &sources)
+    : typeName_(typeName), context_(context), sources_(sources), pollMs_(sources.settings.rebuildPollMs())
 {
 }
 
-IConfCache::Iterator BaseConfCache::begin()
+IConfCacheIteratorImpl BaseConfCache::begin()
 {
-    return std::make_unique<StanzaIterator>(stanzas_.cbegin(), stanzas_);
+    return {stanzas_.cbegin(), stanzas_};
 }
 
-IConfCache::Iterator BaseConfCache::find(const Str &name)
+IConfCacheIteratorImpl BaseConfCache::find(const Str &name)
 {
-    return std::make_unique<StanzaIterator>(stanzas_.find(name), stanzas_);
+    return {stanzas_.find(name), stanzas_};
 }
 
 void BaseConfCache::refresh()
@@ -101,12 +82,12 @@ void BaseConfCache::readStanza(const Str &name, PropertiesMap &out)
         buildStanza(name, built);
     }
     const Stanzas &from = isStale ? built : stanzas_;
-    copyStanza(StanzaIterator(from.find(name), from), StanzaIterator(from.find(kDefaultStanza), from), out);
+    copyStanza({from.find(name), from}, {from.find(kDefaultStanza), from}, out);
 }
 
 std::vector<IConfPathMapper *> BaseConfCache::mappers() const
 {
-    return context_.setup.shared().mappers().mappers();
+    return sources_.mappers.mappers();
 }
 
 void BaseConfCache::poll()
@@ -120,7 +101,8 @@ void BaseConfCache::poll()
         log.info("[%s] detected change in type %s %s", mapper->describe().c_str(), typeName_.c_str(),
                  context_.toStr().c_str());
     }
-    scheduleNextPoll(now());
+    lastPoll_ = now();
+    nextPoll_ = Timeval(lastPoll_.ticks() + pollMs_ * kTicksPerMillisecond);
     if (!changed.empty()) {
         invalidate();
     }
@@ -132,6 +114,7 @@ bool BaseConfCache::isPollDue()
         return false;
     }
     const Timeval time = now();
+    // A clock that was set back would keep changes out of sight until it has caught up.
     if (time < lastPoll_) {
         log.warn("Current time (%s) precedes previous poll time (%s).", time.toStr().c_str(),
                  lastPoll_.toStr().c_str());
@@ -140,10 +123,66 @@ bool BaseConfCache::isPollDue()
     return time >= nextPoll_;
 }
 
-void BaseConfCache::scheduleNextPoll(const Timeval &time)
+void BaseConfCache::StateList::follow(const std::vector<IConfPathMapper *> &mappers)
 {
-    lastPoll_ = time;
-    nextPoll_ = Timeval(time.ticks() + pollMs_ * kTicksPerMillisecond);
+    // Mappers are only ever added, so that the list is what `mappers` was before, in the same order.
+    Entries added;
+    auto at = entries_.begin();
+    for (IConfPathMapper *const mapper : mappers) {
+        if (at != entries_.end() && at->mapper == mapper) {
+            splice(at, added);
+            ++at;
+        } else {
+            added.push_back({mapper, mapper->newState()});
+        }
+    }
+    splice(at, added);
+}
+
+std::vector<const IConfPathMapper *> BaseConfCache::StateList::changedMappers(const Str &typeName)
+{
+    std::vector<const IConfPathMapper *> changed;
+    for (const Entry &entry : entries_) {
+        if (entry.mapper->hasChangedSince(typeName, *entry.state)) {
+            changed.push_back(entry.mapper);
+        }
+    }
+    return changed;
+}
+
+void BaseConfCache::StateList::splice(Entries::iterator at, Entries &added)
+{
+    if (added.empty()) {
+        return;
+    }
+    if (stateLog.debugEnabled()) {
+        logEntries("Inserting new states:", added);
+        logEntries("Into existing states:", entries_);
+        stateLog.debug("%s", textOfPlace(at).c_str());
+    }
+    entries_.splice(at, added);
+    if (stateLog.debugEnabled()) {
+        logEntries("States are now:", entries_);
+    }
+}
+
+Str BaseConfCache::StateList::textOfPlace(Entries::iterator at) const
+{
+    if (at == entries_.begin()) {
+        return "At beginning";
+    }
+    if (at == entries_.end()) {
+        return "At end";
+    }
+    return Str::fromFormat("In middle: %s", at->mapper->describe().c_str());
+}
+
+void BaseConfCache::StateList::logEntries(const char *title, const Entries &entries)
+{
+    stateLog.debug("%s", title);
+    for (const Entry &entry : entries) {
+        stateLog.debug("%s %s", entry.mapper->describe().c_str(), entry.state->toStr().c_str());
+    }
 }
 
 } // namespace velmox

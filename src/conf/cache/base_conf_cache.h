@@ -2,7 +2,7 @@
 
 #include "conf/cache/i_conf_cache.h"
 #include "conf/mapper/i_conf_path_mapper.h"
-#include "conf/store/conf_context.h"
+#include "conf/root/bundles_setup.h"
 
 #include <atomic>
 #include <list>
@@ -10,22 +10,37 @@
 
 namespace velmox {
 
+class ApplicationManager;
+class ConfPathMapperManager;
+class ConfSettings;
+class SharedConfStates;
+
+/// What the views of a root are made of. All of it outlives them.
+struct ConfSources
+{
+    const ConfSettings &settings;
+    ConfPathMapperManager &mappers;
+    const ApplicationManager &applications;
+    SharedConfStates &states;
+};
+
 /// What all caches have in common: the view, and when it is stale.
 class BaseConfCache : public IConfCache
 {
 public:
     ConfLock &lock() override { return lock_; }
-    Iterator begin() override;
-    Iterator find(const Str &name) override;
+    IConfCacheIteratorImpl begin() override;
+    IConfCacheIteratorImpl find(const Str &name) override;
     void invalidate() override { dirty_.store(true); }
     void refresh() override;
     void readStanza(const Str &name, PropertiesMap &out) override;
 
     const Str &typeName() const { return typeName_; }
     const ConfContext &context() const { return context_; }
+    const ConfSources &sources() const { return sources_; }
 
 protected:
-    BaseConfCache(const Str &typeName, const ConfContext &context);
+    BaseConfCache(const Str &typeName, const ConfContext &context, const ConfSources &sources);
 
     /// The layers of the root, in reading order.
     std::vector<IConfPathMapper *> mappers() const;
@@ -62,7 +77,6 @@ private:
 
     virtual Timeval now() const { return Timeval::now(); }
     bool isPollDue();
-    void scheduleNextPoll(const Timeval &time);
     /// Looks for changes in the layers when it is time to, and marks the view stale when there are.
     void poll();
 
@@ -70,6 +84,7 @@ private:
     Stanzas stanzas_;
     const Str typeName_;
     const ConfContext context_;
+    const ConfSources sources_;
     ConfLock lock_{ConfLockRank::Cache};
     std::atomic<bool> dirty_{true};
     const std::uint64_t pollMs_;

@@ -1,6 +1,5 @@
 #include "conf/cache/base_conf_cache_builder.h"
 
-#include "conf/store/shared_conf_services.h"
 #include "util/log/logger.h"
 
 namespace velmox {
@@ -16,27 +15,26 @@ BaseConfCacheBuilder::BaseConfCacheBuilder(const BaseConfCache &cache, Stanzas &
 {
     const ConfContext &reader = cache.context();
     if (!reader.app.empty()) {
-        imports_ = reader.setup.shared().applications().importGenerations(reader.app);
+        imports_ = cache.sources().applications.importGenerations(reader.app);
     }
 }
 
 bool BaseConfCacheBuilder::visitPath(const ConfPathCached &path, ConfPathTrie &node)
 {
-    const std::size_t depth = path.parts().size();
-    const Level parent = depth == kAppParts ? Unknown : levels_[depth - 1];
-    const ConfExport exported = node.hasMetadata() ? node.metadata().exported : ConfExport::NotSet;
-    levels_[depth] = levelOf(path, exported, parent);
+    const std::size_t level = path.level();
+    const Precedence own = precedenceOf(path, node.metadata().exported, precedences_[level - 1]);
+    precedences_[level] = own;
     PropertyValue *target = nullptr;
-    if (depth == kAppParts) {
+    if (level == kAppLevel) {
         enterApp(path);
-    } else if (depth == kStanzaParts) {
+    } else if (level == kStanzaLevel) {
         enterStanza(path, node);
         target = &stanza_->self;
-    } else if (depth == kKeyParts) {
+    } else if (level == kKeyLevel) {
         target = &enterKey(path);
     }
-    if (target != nullptr && !(existed_ && keepsOldValue(*target, levels_[depth]))) {
-        set(*target, path, node, levels_[depth]);
+    if (target != nullptr && !(existed_ && keepsOldValue(*target, own))) {
+        set(*target, path, node, own);
     }
     return false;
 }
@@ -80,8 +78,8 @@ PropertyValue &BaseConfCacheBuilder::enterKey(const ConfPathCached &path)
     return at->second;
 }
 
-BaseConfCacheBuilder::Level BaseConfCacheBuilder::levelOf(const ConfPathCached &path, ConfExport exported,
-                                                          Level parent) const
+BaseConfCacheBuilder::Precedence
+BaseConfCacheBuilder::precedenceOf(const ConfPathCached &path, ConfExport exported, Precedence parent) const
 {
     if (path.isSystemApp()) {
         return SystemApp;
@@ -103,20 +101,21 @@ BaseConfCacheBuilder::Level BaseConfCacheBuilder::levelOf(const ConfPathCached &
     return Unknown;
 }
 
-bool BaseConfCacheBuilder::keepsOldValue(const PropertyValue &target, Level level) const
+bool BaseConfCacheBuilder::keepsOldValue(const PropertyValue &target, Precedence precedence) const
 {
-    const bool bothNotExported = level == NotExported && target.level == NotExported;
+    // Of two apps that are seen by imports, the one reached in fewer steps counts.
+    const bool bothNotExported = precedence == NotExported && target.level == NotExported;
     const bool isFurtherImport = bothNotExported && generation_ > target.generation;
-    return isFurtherImport || !override_ || level < target.level;
+    return isFurtherImport || !override_ || precedence < target.level;
 }
 
 void BaseConfCacheBuilder::set(PropertyValue &target, const ConfPathCached &path, const ConfPathTrie &node,
-                               Level level) const
+                               Precedence precedence) const
 {
-    // Version, removable and time are the node's own: nothing hands them down.
+    // Version, removable and time are the node's own: metadata hands them down to nothing.
     const ConfPathMetadata &metadata = path.metadata();
     target.value = node.hasData() ? node.data() : Str();
-    target.level = level;
+    target.level = precedence;
     target.generation = generation_;
     target.app = path.app();
     target.version = metadata.version ? *metadata.version : Str();

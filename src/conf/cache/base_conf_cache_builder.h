@@ -12,15 +12,15 @@ namespace velmox {
 class BaseConfCacheBuilder : public ConfPathBasedPruner
 {
 public:
-    /// With `override` a later value of at least the same level replaces an earlier one; without, the first
-    /// stays. The cache and `view` outlive the builder.
+    /// With `override` a later value of at least the same precedence replaces an earlier one; without, the
+    /// first stays. The cache and `view` outlive the builder.
     BaseConfCacheBuilder(const BaseConfCache &cache, Stanzas &view, bool override);
 
 private:
     /// Precedence of the layers; the higher wins.
-    enum Level : std::int32_t
+    enum Precedence : std::int32_t
     {
-        Unknown = 0, ///< metadata that inherits from a parent without a level
+        Unknown = 0, ///< metadata that inherits from a parent without any
         SystemApp = 1,
         Exported = 2,
         NotExported = 3, ///< of another app than the reader's, seen by an import
@@ -34,16 +34,17 @@ private:
     void enterStanza(const ConfPathCached &path, const ConfPathTrie &node);
     void takeExpansion(const ConfPathTrie &node);
     PropertyValue &enterKey(const ConfPathCached &path);
-    Level levelOf(const ConfPathCached &path, ConfExport exported, Level parent) const;
-    bool keepsOldValue(const PropertyValue &target, Level level) const;
-    void set(PropertyValue &target, const ConfPathCached &path, const ConfPathTrie &node, Level level) const;
+    Precedence precedenceOf(const ConfPathCached &path, ConfExport exported, Precedence parent) const;
+    bool keepsOldValue(const PropertyValue &target, Precedence precedence) const;
+    void set(PropertyValue &target, const ConfPathCached &path, const ConfPathTrie &node,
+             Precedence precedence) const;
 
     const BaseConfCache &cache_;
     Stanzas &view_;
     const bool override_;
     ImportGenerations imports_;
     // Where the walk stands.
-    std::array<Level, 4> levels_{}; ///< of the app's, the type's, the stanza's and the key's node
+    std::array<Precedence, kKeyLevel + 1> precedences_{}; ///< by level; a user's node has none
     std::uint64_t generation_ = 0;
     const Str *stanzaName_ = nullptr;
     PropertiesMap *stanza_ = nullptr;

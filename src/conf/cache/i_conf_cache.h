@@ -1,27 +1,34 @@
 #pragma once
 
+// conf/cache: the merged view of one configuration type, as one reader has it. It is built from the layers of
+// the mappers when somebody reads, and kept until something says that it is stale: a write, another reader's
+// rights, or, where hosts share their storage, a look at the layers from time to time.
+
 #include "conf/ground/conf_lock.h"
 #include "conf/tree/properties_map.h"
-
-#include <memory>
 
 namespace velmox {
 
 class ConfPathTrie;
 
-/// Stands at a stanza of a cache. Valid only while the cache's lock is held.
+/// A cursor over the stanzas of a view, in their order. Valid only while the cache's lock is held. All but
+/// `atEnd` only of a cursor that stands at a stanza.
 class IConfCacheIteratorImpl
 {
 public:
-    virtual ~IConfCacheIteratorImpl() = default;
-    virtual std::unique_ptr<IConfCacheIteratorImpl> clone() const = 0;
-    virtual const Str &name() const = 0;
-    virtual const Str &expansion() const = 0;
+    IConfCacheIteratorImpl(Stanzas::const_iterator at, const Stanzas &view) : at_(at), end_(view.end()) {}
+
+    const Str &name() const { return at_->first; }
+    const Str &expansion() const { return at_->second.expansion; }
     /// Adds the stanza's values to `out`, never over those there. `direct` when `out` is this stanza, not one
     /// that inherits from it.
-    virtual void copyTo(PropertiesMap &out, bool direct) const = 0;
-    virtual bool atEnd() const = 0;
-    virtual void step() = 0;
+    void copyTo(PropertiesMap &out, bool direct) const;
+    bool atEnd() const { return at_ == end_; }
+    void step() { ++at_; }
+
+private:
+    Stanzas::const_iterator at_;
+    Stanzas::const_iterator end_;
 };
 
 /// Adds the stanza on which `at` stands, and what it inherits from that of `inherited`. Either may stand at
@@ -33,14 +40,12 @@ void copyStanza(const IConfCacheIteratorImpl &at, const IConfCacheIteratorImpl &
 class IConfCache
 {
 public:
-    using Iterator = std::unique_ptr<IConfCacheIteratorImpl>;
-
     virtual ~IConfCache() = default;
     /// Guards the view. To be held, with `refresh` called, for every read.
     virtual ConfLock &lock() = 0;
-    virtual Iterator begin() = 0;
+    virtual IConfCacheIteratorImpl begin() = 0;
     /// At the end when there is no such stanza.
-    virtual Iterator find(const Str &name) = 0;
+    virtual IConfCacheIteratorImpl find(const Str &name) = 0;
     /// Marks the view stale. Does not take the cache's lock.
     virtual void invalidate() = 0;
     /// Adds what the acting user may delete, as deep as `levels` below the root.

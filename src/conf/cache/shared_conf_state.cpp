@@ -1,8 +1,7 @@
 #include "conf/cache/shared_conf_state.h"
 
+#include "conf/root/conf_settings.h"
 #include "conf/store/conf_path_mapper_manager.h"
-#include "conf/store/shared_conf_services.h"
-#include "conf/tree/conf_path_pruners.h"
 #include "util/log/logger.h"
 
 namespace velmox {
@@ -18,21 +17,23 @@ ConfSearch searchOf(const Str &typeName)
     return search;
 }
 
-void prune(ConfPathTrie &tree, const BundlesSetup &setup)
+void prune(ConfPathTrie &tree, const LayerSources &sources)
 {
-    tree.pruneDepth(ConfPathTrie::kKeyLevel);
+    const ConfSettings &settings = sources.mappers.settings();
+    tree.pruneDepth(kKeyLevel);
     DanglingMetadataPruner danglingMetadata;
     tree.walk(danglingMetadata);
-    DanglingDataPruner danglingData(setup);
+    DanglingDataPruner danglingData(settings.isSharedStorageMode(), sources.isKnownApp,
+                                    [&settings](const Str &app) { return settings.allowsDangling(app); });
     tree.walk(danglingData);
-    DisabledApplicationPruner disabled(setup);
+    DisabledApplicationPruner disabled(sources.isUsableApp);
     tree.walk(disabled);
 }
 
 } // namespace
 
-SharedConfState::SharedConfState(const BundlesSetup &setup, const Str &typeName)
-    : typeName_(typeName), setup_(setup)
+SharedConfState::SharedConfState(const LayerSources &sources, const Str &typeName)
+    : typeName_(typeName), sources_(sources)
 {
 }
 
@@ -61,7 +62,7 @@ void SharedConfState::readStanza(const Str &name, ConfPathTrie &out) const
 
 void SharedConfState::readLayers(const ConfSearch &search, ConfPathTrie &out) const
 {
-    for (IConfPathMapper *const mapper : setup_.shared().mappers().mappers()) {
+    for (IConfPathMapper *const mapper : sources_.mappers.mappers()) {
         try {
             ConfPathTrie layer;
             if (mapper->search(search, layer)) {
@@ -72,17 +73,17 @@ void SharedConfState::readLayers(const ConfSearch &search, ConfPathTrie &out) co
                      exception.what());
         }
     }
-    prune(out, setup_);
+    prune(out, sources_);
 }
 
-SharedConfStates::SharedConfStates(const BundlesSetup &setup) : setup_(setup) {}
+SharedConfStates::SharedConfStates(LayerSources sources) : sources_(std::move(sources)) {}
 
 SharedConfState &SharedConfStates::of(const Str &typeName)
 {
     const std::lock_guard guard(lock_);
     std::unique_ptr<SharedConfState> &state = states_[typeName];
     if (!state) {
-        state = std::make_unique<SharedConfState>(setup_, typeName);
+        state = std::make_unique<SharedConfState>(sources_, typeName);
     }
     return *state;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "conf/ground/conf_lock.h"
-#include "conf/root/bundles_setup.h"
+#include "conf/tree/conf_path_pruners.h"
 #include "conf/tree/conf_search.h"
 
 #include <map>
@@ -10,12 +10,24 @@
 
 namespace velmox {
 
+class ConfPathMapperManager;
+
+/// Where the layers come from, and which of their apps count. The register of apps is made after the states
+/// are, so they ask it through functions.
+struct LayerSources
+{
+    const ConfPathMapperManager &mappers;
+    AppPredicate isUsableApp;
+    AppPredicate isKnownApp;
+};
+
 /// All layers of one type, for all users and apps: read once, whoever asks, and filtered by each reader. Any
 /// thread.
 class SharedConfState
 {
 public:
-    SharedConfState(const BundlesSetup &setup, const Str &typeName);
+    /// The sources outlive this object.
+    SharedConfState(const LayerSources &sources, const Str &typeName);
 
     /// The tree is read anew before it is looked at again.
     void invalidate();
@@ -39,7 +51,7 @@ private:
     ConfLock lock_{ConfLockRank::SharedState};
     bool dirty_ = true;
     const Str typeName_;
-    const BundlesSetup setup_;
+    const LayerSources &sources_;
     ConfPathTrie trie_;
 };
 
@@ -47,13 +59,13 @@ private:
 class SharedConfStates
 {
 public:
-    explicit SharedConfStates(const BundlesSetup &setup);
+    explicit SharedConfStates(LayerSources sources);
 
     /// Lives as long as this object.
     SharedConfState &of(const Str &typeName);
 
 private:
-    const BundlesSetup setup_;
+    const LayerSources sources_;
     ConfLock lock_{ConfLockRank::SharedState};
     std::map<Str, std::unique_ptr<SharedConfState>> states_;
 };

@@ -1,7 +1,5 @@
 #include "conf/file/conf_line_reader.h"
 
-#include "conf/file/ini_log.h"
-
 #include <algorithm>
 
 namespace velmox {
@@ -89,7 +87,7 @@ ConfLine parseKeyValue(const ConfLineReader &reader, Str &line, Str &key, Str &v
     if (end.inEscape) {
         iniLog.warn() << location(reader) << ": Cannot end on an escape character: " << line;
     }
-    // Descriptions of a file's format are prose in parts.
+    // Spec files describe the keys of a conf file, and are prose in parts.
     if (reader.path().extension() != "spec") {
         iniLog.warn() << location(reader) << ": Cannot parse into key-value pair: " << line;
     }

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "util/files/readable_unicode_stream.h"
+#include "util/log/logger.h"
 #include "util/text/pathname.h"
 
+#include <atomic>
 #include <cstdint>
 
 namespace velmox {
@@ -47,5 +49,23 @@ ConfLine parseLine(ConfLineReader &reader, Str &line, Str &name, Str &value);
 
 /// Path and number of the line read last, in front of every warning about it.
 Str location(const ConfLineReader &reader);
+
+/// `IniFile`, the logger of all who read and write conf files.
+extern Logger iniLog;
+
+/// What mappers read from disk in this process, so that a measurement can show what reading costs.
+struct ConfReadCounters
+{
+    std::atomic<std::uint64_t> filesOpened{0};
+    std::atomic<std::uint64_t> bytesParsed{0};
+
+    void count(std::uint64_t bytes)
+    {
+        filesOpened.fetch_add(1, std::memory_order_relaxed);
+        bytesParsed.fetch_add(bytes, std::memory_order_relaxed);
+    }
+};
+
+inline ConfReadCounters confReadCounters;
 
 } // namespace velmox

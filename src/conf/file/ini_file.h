@@ -1,8 +1,15 @@
 #pragma once
 
-#include "conf/file/ini_stanza.h"
+// conf/file: what a conf file is as a text. Two readers share one parser of lines, and differ on purpose: the
+// image below is what gets edited and written back, so it keeps comments, order and encoding, and of a key
+// that stands twice the first value; the mappers' reader fills a tree with what counts, where the last value
+// does.
+
+#include "conf/file/insertion_ordered_map.h"
 #include "util/files/file_star.h"
+#include "util/text/char_set.h"
 #include "util/text/pathname.h"
+#include "util/text/str_segment.h"
 #include "util/text/text_encoding.h"
 
 namespace velmox {
@@ -11,8 +18,93 @@ class ConfLineReader;
 class ReadableUnicodeStream;
 class WritableUnicodeStream;
 
-/// The editable image of one conf file: its stanzas and keys with their order, the comments and blank lines
-/// between them, and the encoding and line ends of the text.
+/// One key of a stanza: its value and the lines above it.
+class IniEntry
+{
+public:
+    IniEntry() = default;
+    explicit IniEntry(Str value, StrVector comments = {})
+        : comments_(std::move(comments)), value_(std::move(value))
+    {
+    }
+
+    /// Without the blanks around it.
+    std::string_view value() const { return trimmedView(value_); }
+    void setValue(const Str &value) { value_ = value; }
+
+    /// The blank lines and comments directly above the key, as they stand in the file.
+    StrVector &comments() { return comments_; }
+    const StrVector &comments() const { return comments_; }
+
+private:
+    StrVector comments_;
+    Str value_;
+};
+
+/// Looks keys up by their text without the blanks around it.
+struct TrimmedKey
+{
+    static std::string_view of(std::string_view key) { return trimmedView(key); }
+};
+
+/// One stanza: its keys in their order, and the lines above its header.
+///
+/// A key is kept as it was written, with its blanks, and found and given back without them. Pointers to
+/// entries hold until the key is removed.
+class IniStanza
+{
+    using Keys = InsertionOrderedMap<IniEntry, TrimmedKey>;
+
+public:
+    /// What iteration gives: key and value, both trimmed. The views hold until the entry changes.
+    struct Setting
+    {
+        std::string_view key;
+        std::string_view value;
+        const IniEntry &entry;
+    };
+
+    class const_iterator
+    {
+    public:
+        explicit const_iterator(Keys::const_iterator at) : at_(at) {}
+        Setting operator*() const { return {trimmedView(at_->key), at_->value.value(), at_->value}; }
+        const_iterator &operator++()
+        {
+            ++at_;
+            return *this;
+        }
+        bool operator==(const const_iterator &) const = default;
+
+    private:
+        Keys::const_iterator at_;
+    };
+
+    const_iterator begin() const { return const_iterator(keys_.begin()); }
+    const_iterator end() const { return const_iterator(keys_.end()); }
+    bool empty() const { return keys_.empty(); }
+
+    /// Null when there is none.
+    IniEntry *findKey(std::string_view key);
+    const IniEntry *findKey(std::string_view key) const;
+    /// Adds the key at the end; false, with everything left as it was, when it is there.
+    bool insertKey(const Str &key, const Str &value, StrVector comments = {});
+    bool removeKey(std::string_view key) { return keys_.erase(key); }
+    /// Adds the other's keys that this stanza lacks.
+    void merge(const IniStanza &other);
+
+    /// The lines directly above the header.
+    StrVector &comments() { return comments_; }
+    const StrVector &comments() const { return comments_; }
+
+private:
+    StrVector comments_;
+    Keys keys_;
+};
+
+/// The editable image of one conf file, or of another file of the same form such as conf.conf or users.ini:
+/// its stanzas and keys with their order, the comments and blank lines between them, and the encoding and
+/// line ends of the text.
 ///
 /// Of a key that stands twice in a stanza the first value counts. A plain value without locks; pointers to
 /// stanzas hold until the stanza is removed or the image cleared. Failures are logged here.
@@ -54,7 +146,6 @@ public:
     const_iterator begin() const { return stanzas_.begin(); }
     const_iterator end() const { return stanzas_.end(); }
     bool empty() const { return stanzas_.empty(); }
-    std::size_t stanzaCount() const { return stanzas_.size(); }
 
     /// Null when there is none. Names are compared byte by byte.
     IniStanza *findStanza(std::string_view name);

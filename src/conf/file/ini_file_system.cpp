@@ -1,16 +1,16 @@
+#include "conf/file/conf_line_reader.h"
 #include "conf/file/ini_file.h"
-#include "conf/file/ini_log.h"
-#include "util/files/file_rename.h"
+#include "util/files/file_replace.h"
 #include "util/files/file_system.h"
-#include "util/files/open_file.h"
-#include "util/files/readable_unicode_file_star.h"
-#include "util/files/writable_unicode_file_star.h"
+#include "util/files/readable_unicode_stream.h"
+#include "util/files/writable_unicode_stream.h"
 #include "util/system/windows_api.h"
 
 namespace velmox {
 
 namespace {
 
+// A reader or a virus scanner that has the destination open keeps it from being replaced, for moments.
 constexpr unsigned kRenameAttempts = 20;
 constexpr unsigned kRenameSleepMs = 100;
 
@@ -91,7 +91,8 @@ bool IniFile::flush()
         iniLog.error("No destination set for IniFile flush");
         return false;
     }
-    // The process number keeps writers of one file apart.
+    // In the same directory, as a file can be renamed over another only on its own volume. The process number
+    // keeps writers of one file apart.
     const Pathname temporary = destination_.concat(Str::fromFormat(".%lu.tmp", GetCurrentProcessId()));
     if (!writeTo(temporary)) {
         iniLog.error("Error while writing to: %s", temporary.toStr().c_str());

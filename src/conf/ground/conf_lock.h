@@ -1,10 +1,15 @@
 #pragma once
 
+// conf/ground: what all rooms of the store stand on: its locks and their order, its exceptions, the names
+// that Windows keeps for itself.
+
 #include <mutex>
 
 namespace velmox {
 
-/// The locks of the configuration store in the order in which a thread may take them.
+/// The locks of the configuration store in the order in which a thread may take them: from what is near the
+/// caller to what is near the disk. A reader holds its view while it asks for apps and layers; a mapper,
+/// which holds the lock of its files, asks for nothing but the names of users and permissions.
 enum class ConfLockRank
 {
     Setups = 0,       ///< making the services of a root
@@ -22,7 +27,7 @@ enum class ConfLockRank
 /// A recursive lock with a place in the order of locks. Usable with std::lock_guard.
 ///
 /// Taking one while the thread holds another of the same or a later rank risks a deadlock: it is counted and
-/// logged, and stops a debug build.
+/// logged, and the lock is taken nevertheless.
 class ConfLock
 {
 public:

@@ -1,8 +1,12 @@
 #include "conf/mapper/conf_object_manager_db.h"
 
+#include "conf/file/conf_line_reader.h"
+#include "conf/mapper/conf_file_io.h"
 #include "conf/mapper/meta_file.h"
-#include "conf/mapper/meta_log.h"
-#include "conf/store/conf_path.h"
+#include "conf/root/conf_settings.h"
+#include "conf/root/path_forms.h"
+#include "searchthing/filesystem_change_watcher.h"
+#include "util/files/file_system.h"
 
 #include <mutex>
 
@@ -10,6 +14,7 @@ namespace velmox {
 
 namespace {
 
+/// Whether the node or anything below it is exported to everyone.
 bool exportsAnything(const ConfPathTrie &node)
 {
     if (node.hasMetadata() && node.metadata().exported == ConfExport::System) {
@@ -60,6 +65,17 @@ const ConfPathMetadata &metadataAt(const ConfPathTrie &tree, const ConfPathBase 
     return node && node->hasMetadata() ? node->metadata() : none;
 }
 
+bool makeParent(const Pathname &file)
+{
+    const Pathname parent = file.dirname();
+    const Str name = parent.toStr();
+    if (!makeDirs(parent, true)) {
+        metaLog.error("Cannot create parent directory: %s: %m", name.c_str());
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 ConfObjectManagerDB::ConfObjectManagerDB(const BundleHandlerData &data)
@@ -67,7 +83,7 @@ ConfObjectManagerDB::ConfObjectManagerDB(const BundleHandlerData &data)
 {
 }
 
-bool ConfObjectManagerDB::read(const ConfPath &path, ConfPathTrie &out, unsigned levels)
+bool ConfObjectManagerDB::read(const ConfPathBase &path, ConfPathTrie &out, unsigned levels)
 {
     const std::lock_guard guard(lock_);
     const ConfPathTrie *const found = ensureLoaded() ? tree_.find(path) : nullptr;
@@ -107,16 +123,11 @@ bool ConfObjectManagerDB::collectGlobalExporters(std::set<Str> &apps)
 bool ConfObjectManagerDB::hasChangedSince(const Str &type, ConfTypeState &state)
 {
     const std::lock_guard guard(lock_);
-    const ConfTypeState current{status_, generationOf(type)};
-    if (current.generation == state.generation) {
-        return false;
-    }
-    metaLog.debug("%s: Changed since: %s -> %s", text().c_str(), state.toStr().c_str(),
-                  current.toStr().c_str());
-    state = current;
-    return true;
+    return state.follow({status_, generationOf(type)}, metaLog, text());
 }
 
+/// Rises with changes of the type and with those that concern all types, never falls, and is the same for a
+/// type of which nothing is said as for one that never changed.
 std::uint64_t ConfObjectManagerDB::generationOf(const Str &type) const
 {
     const auto found = typeGenerations_.find(type);
@@ -134,6 +145,11 @@ ConfObjectManagerDB::News ConfObjectManagerDB::takeNews()
     return std::exchange(news_, News());
 }
 
+bool ConfObjectManagerDB::readFile(const Pathname &file, const ConfPathBase &app, ConfPathTrie &out)
+{
+    return readConfLines(file, [&](ConfLineReader &reader) { readMetaText(reader, app, out); });
+}
+
 bool ConfObjectManagerDB::ensureLoaded()
 {
     return loaded_ || refresh().has_value();
@@ -145,7 +161,7 @@ std::optional<bool> ConfObjectManagerDB::refresh()
     const Str name = text();
     const FileStatus status = FileStatus::of(file_);
     ConfPathTrie tree;
-    if (status.exists && !readMetaFile(file_, owner_, tree)) {
+    if (status.exists && !readFile(file_, owner_, tree)) {
         metaLog.error("Cannot initialize: %s: %m", name.c_str());
         return std::nullopt;
     }
@@ -198,6 +214,182 @@ void ConfObjectManagerDB::noteAppLevel(const ConfPathTrie &tree)
                  before.toStr().c_str(), after.toStr().c_str());
     ++generation_;
     news_.ofApp = true;
+}
+
+/// Begins with what stands on disk at this moment, which another process may have written. What is kept in
+/// memory alone would be lost by that.
+ConfObjectManagerDB::Edit &ConfObjectManagerDB::edit()
+{
+    if (edit_) {
+        return *edit_;
+    }
+    if (!loaded_ || (!isInMemoryOnly() && FileStatus::of(file_) != status_)) {
+        refresh();
+    }
+    const bool hasFile = !isInMemoryOnly() && pathKind(file_) != PathKind::Nothing;
+    IniFile onDisk = hasFile ? IniFile(file_) : IniFile();
+    onDisk.setDestination(file_);
+    const bool isUnreadable = hasFile && !onDisk.loaded();
+    edit_ = std::make_unique<Edit>(std::move(onDisk), owner_);
+    edit_->isUnreadable = isUnreadable;
+    if (isInMemoryOnly()) {
+        edit_->tree.merge(tree_);
+    }
+    return *edit_;
+}
+
+bool ConfObjectManagerDB::note(MetaEdit result)
+{
+    edit_->changed = edit_->changed || result == MetaEdit::Changed;
+    return result != MetaEdit::Refused;
+}
+
+bool ConfObjectManagerDB::writeData(const ConfPathBase &path, const Str &value)
+{
+    const std::lock_guard guard(lock_);
+    Edit &current = edit();
+    if (!isInMemoryOnly()) {
+        return note(current.image.set(path, kMetaDataKey, value));
+    }
+    const ConfPathTrie *const known = current.tree.find(path);
+    if (known && known->hasData() ? known->data() != value : !value.empty()) {
+        current.tree.node(path).setData(value);
+        current.changed = true;
+    }
+    return true;
+}
+
+/// A setting that the file has already in the same words does not count as a change, so that a program that
+/// writes all it knows at each start leaves files alone.
+bool ConfObjectManagerDB::writeMetadata(const ConfPathBase &path, const ConfPathMetadata &metadata)
+{
+    const std::lock_guard guard(lock_);
+    if (isInMemoryOnly()) {
+        return setInTree(path, metadata);
+    }
+    for (const auto &[key, value] : metaSettings(metadata)) {
+        if (!note(edit().image.set(path, key, value))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool ConfObjectManagerDB::setInTree(const ConfPathBase &path, const ConfPathMetadata &metadata)
+{
+    ConfPathMetadata merged = metadata;
+    // Of the place on disk, and of nobody's interest.
+    merged.removable.reset();
+    merged.version.reset();
+    if (merged.empty()) {
+        return true;
+    }
+    ConfPathTrie &node = edit().tree.node(path);
+    const ConfPathMetadata known = node.hasMetadata() ? node.metadata() : ConfPathMetadata();
+    merged.fillFrom(known);
+    edit_->changed = edit_->changed || merged != known;
+    node.setMetadata(merged);
+    return true;
+}
+
+/// What is not there needs no removal.
+bool ConfObjectManagerDB::remove(const ConfPathBase &path)
+{
+    const std::lock_guard guard(lock_);
+    Edit &current = edit();
+    if (isInMemoryOnly()) {
+        current.changed = current.tree.remove(path) || current.changed;
+        return true;
+    }
+    return note(current.image.remove(path));
+}
+
+/// Changes that cannot be written are lost, and the caller is told.
+bool ConfObjectManagerDB::flush()
+{
+    const std::lock_guard guard(lock_);
+    const std::unique_ptr<Edit> done = std::move(edit_);
+    if (done && done->isUnreadable) {
+        metaLog.error("%s: Failed to load from disk and cannot flush", text().c_str());
+        return false;
+    }
+    if (!done || !done->changed) {
+        metaLog.debug("%s: Nothing to flush", text().c_str());
+        return true;
+    }
+    if (isInMemoryOnly()) {
+        metaLog.info("%s: Skipping flush, keeping changes in memory only", text().c_str());
+        takeOver(std::move(done->tree), status_);
+        return true;
+    }
+    if (!makeParent(file_) || !done->image.flush()) {
+        return false;
+    }
+    if (!refresh()) {
+        // It is written all the same: whoever looks next reads it anew.
+        loaded_ = false;
+        ++generation_;
+    }
+    return true;
+}
+
+FileChangeAnswer ConfObjectManagerDB::onFileChange(WatchedFileState &state)
+{
+    const std::lock_guard guard(lock_);
+    const Str name = setup_.text(state.path());
+    if (!isSamePath(state.path(), file_)) {
+        metaLog.error("%s: Received change notification for unrelated file: %s", text().c_str(),
+                      name.c_str());
+        return FileChangeAnswer::Settled;
+    }
+    // Between the edit and its flush the file is not what readers are to see, and the flush looks at it anew.
+    if (edit_ && edit_->changed) {
+        metaLog.debug("%s: Deferred change notification on %s: outstanding write", text().c_str(),
+                      name.c_str());
+        return FileChangeAnswer::NoChange;
+    }
+    return takeFileChange();
+}
+
+/// What the file holds is a change even if it was never read: whoever asked before it was there, or could be
+/// opened, took it for an empty one.
+FileChangeAnswer ConfObjectManagerDB::takeFileChange()
+{
+    const Str name = text();
+    loaded_ = true;
+    const std::optional<bool> changed = refresh();
+    if (!changed) {
+        return FileChangeAnswer::Unsettled;
+    }
+    if (!status_.exists) {
+        metaLog.info("%s: Detected deletion: %s", name.c_str(), name.c_str());
+    } else if (!*changed) {
+        metaLog.info("%s: Ignored change notification for %s: self-generated", name.c_str(), name.c_str());
+        return FileChangeAnswer::NoChange;
+    } else {
+        metaLog.info("%s: Detected change to %s with modtime %s", name.c_str(), name.c_str(),
+                     status_.modtimeText().c_str());
+    }
+    return FileChangeAnswer::Settled;
+}
+
+bool ConfObjectManagerDB::reload(const Str &)
+{
+    const std::lock_guard guard(lock_);
+    if (edit_ && edit_->changed) {
+        metaLog.error("%s: Refused forced reload: outstanding write", text().c_str());
+        return false;
+    }
+    edit_.reset();
+    if (!loaded_) {
+        return false;
+    }
+    // Whoever asks for a reload does not believe what is known: with exports in play, readers of other apps
+    // are to look anew even if nothing differs.
+    const bool didExport = !exporters_.empty();
+    refresh();
+    news_.ofExports = news_.ofExports || didExport || !exporters_.empty();
+    return true;
 }
 
 } // namespace velmox

@@ -3,7 +3,6 @@
 #include "conf/ground/conf_lock.h"
 #include "conf/mapper/i_conf_path_mapper.h"
 #include "conf/mapper/meta_image.h"
-#include "conf/root/bundle_handler_data.h"
 #include "conf/tree/conf_path_base.h"
 
 #include <map>
@@ -21,18 +20,17 @@ class ConfObjectManagerDB : public IConfPathMapper
 public:
     explicit ConfObjectManagerDB(const BundleHandlerData &data);
 
-    bool read(const ConfPath &path, ConfPathTrie &out, unsigned levels) override;
+    bool read(const ConfPathBase &path, ConfPathTrie &out, unsigned levels) override;
     bool collectGlobalExporters(std::set<Str> &apps) override;
-    bool writeData(const ConfPath &path, const Str &value) override;
+    bool writeData(const ConfPathBase &path, const Str &value) override;
     /// Sets what is set in `metadata` and leaves the rest as it is.
-    bool writeMetadata(const ConfPath &path, const ConfPathMetadata &metadata) override;
-    bool remove(const ConfPath &path) override;
+    bool writeMetadata(const ConfPathBase &path, const ConfPathMetadata &metadata) override;
+    bool remove(const ConfPathBase &path) override;
     bool search(const ConfSearch &search, ConfPathTrie &out) override;
     bool flush() override;
     /// A file that was read is read anew at once, whatever the type, so that others can be told of changes.
     bool reload(const Str &type) override;
     FileChangeAnswer onFileChange(WatchedFileState &state) override;
-    std::unique_ptr<ConfTypeState> newState() override { return std::make_unique<ConfTypeState>(); }
     bool hasChangedSince(const Str &type, ConfTypeState &state) override;
     Str describe() const override;
 
@@ -48,6 +46,9 @@ protected:
         bool ofApp = false;     ///< the metadata of the app itself changed
         bool ofExports = false; ///< what readers of other apps see may have changed
     };
+    /// Puts what a metadata file of `app` says into `out`. False, with the reason in the last error, when it
+    /// cannot be opened or read to its end.
+    static bool readFile(const Pathname &file, const ConfPathBase &app, ConfPathTrie &out);
     /// What happened since the last call.
     News takeNews();
 

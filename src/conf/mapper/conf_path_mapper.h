@@ -2,7 +2,7 @@
 
 #include "conf/file/ini_file.h"
 #include "conf/mapper/lazy_conf_path_mapper.h"
-#include "util/log/log_level.h"
+#include "util/log/log_message.h"
 
 namespace velmox {
 
@@ -13,8 +13,8 @@ class ConfPathMapper : public LazyConfPathMapper
 public:
     explicit ConfPathMapper(const BundleHandlerData &data);
 
-    bool writeData(const ConfPath &path, const Str &value) override;
-    bool remove(const ConfPath &path) override;
+    bool writeData(const ConfPathBase &path, const Str &value) override;
+    bool remove(const ConfPathBase &path) override;
     bool flush() override;
     bool reload(const Str &type) override;
     FileChangeAnswer onFileChange(WatchedFileState &state) override;
@@ -29,8 +29,7 @@ private:
 
     static constexpr char kExtension[] = "conf";
 
-    bool isUnknownApp() const;
-    void tellOfApp(bool isConfChanged) const;
+    void tellOfApp() const;
 
     Pathname fileOf(const Str &type) const;
     void logWrite(LogLevel level, const ConfPathBase &path, const Str &value, const char *what) const;

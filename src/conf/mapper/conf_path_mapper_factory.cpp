@@ -2,8 +2,7 @@
 
 #include "conf/mapper/conf_object_manager.h"
 #include "conf/mapper/conf_path_mapper.h"
-#include "conf/mapper/lookup_table_conf_path_mapper.h"
-#include "conf/mapper/text_object_conf_path_mappers.h"
+#include "conf/mapper/object_conf_path_mappers.h"
 #include "util/log/logger.h"
 
 namespace velmox {
@@ -34,21 +33,16 @@ std::unique_ptr<IConfPathMapper> makeMeta(const Str &, const BundleHandlerData &
     return std::make_unique<ConfObjectManager>(data);
 }
 
-std::unique_ptr<IConfPathMapper> makeNone(const Str &, const BundleHandlerData &)
-{
-    return nullptr;
-}
-
 struct Handler
 {
     const char *name;
     ConfHandler kind;
-    MakeMapper make;
+    MakeMapper make; ///< null when there is none to make
 };
 
 constexpr Handler kHandlers[] = {
-    {"default", ConfHandler::IterateOnly, makeNone},
-    {"ignore", ConfHandler::Ignore, makeNone},
+    {"default", ConfHandler::IterateOnly, nullptr},
+    {"ignore", ConfHandler::Ignore, nullptr},
     {"conf", ConfHandler::Mapper, make<ConfPathMapper>},
     {"confdb", ConfHandler::Mapper, makeMeta},
     {"xml", ConfHandler::Mapper, make<DirectFileConfPathMapper>},
@@ -58,7 +52,7 @@ constexpr Handler kHandlers[] = {
     {"history", ConfHandler::Mapper, makeLookupTable},
 };
 
-constexpr Handler kUnrecognized{"", ConfHandler::Unrecognized, makeNone};
+constexpr Handler kUnrecognized{"", ConfHandler::Unrecognized, nullptr};
 
 const Handler &handlerNamed(const Str &name)
 {
@@ -79,7 +73,8 @@ ConfHandler confHandler(const Str &name)
 
 std::unique_ptr<IConfPathMapper> makeConfPathMapper(const Str &handler, const BundleHandlerData &data)
 {
-    return handlerNamed(handler).make(handler, data);
+    const MakeMapper make = handlerNamed(handler).make;
+    return make == nullptr ? nullptr : make(handler, data);
 }
 
 } // namespace velmox

@@ -1,19 +1,21 @@
 #pragma once
 
 #include "conf/mapper/i_conf_path_mapper.h"
-#include "conf/root/bundle_handler_data.h"
 
 #include <memory>
 
 namespace velmox {
+
+// Which class serves a path is said by the bootstrap file, by the name of a handler. The one table of these
+// names is behind this header: a new mapper needs a row there and nothing else here.
 
 /// What the bootstrap file's handler names stand for.
 enum class ConfHandler
 {
     Unrecognized,
     IterateOnly, ///< "default": known by its path, user and app alone
-    Ignore,
-    Mapper,
+    Ignore,      ///< nobody looks at the path
+    Mapper,      ///< `makeConfPathMapper` makes one
 };
 
 ConfHandler confHandler(const Str &name);

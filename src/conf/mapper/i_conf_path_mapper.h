@@ -1,15 +1,25 @@
 #pragma once
 
+#include "conf/root/bundles_setup.h"
 #include "conf/tree/conf_path_trie.h"
 #include "conf/tree/conf_search.h"
-#include "searchthing/file_status.h"
+#include "searchthing/osfile.h"
+#include "util/log/logger.h"
 
 #include <cstdint>
+#include <map>
 #include <set>
 
 namespace velmox {
 
-class ConfPath;
+// The room conf/mapper turns files into trees of settings and back. A mapper serves one place on disk: a
+// directory of `.conf` files, one `.meta` file, or files each of which is an object. It knows whose place
+// that is, reads a type when it is first asked for, keeps changes until they are flushed, and finds out what
+// other programs changed.
+//
+// A mapper has one lock, under which it does all of its work, file operations included. It calls nobody who
+// might ask another mapper while it holds it.
+
 class WatchedFileState;
 
 /// What a mapper had of one type at some moment. The generation rises with each change.
@@ -19,7 +29,20 @@ struct ConfTypeState
     std::uint64_t generation = 0;
 
     /// The status, then " [generation: 3]".
-    Str toStr() const;
+    Str toStr() const
+    {
+        return status.toStr() << " [generation: " << static_cast<unsigned long long>(generation) << "]";
+    }
+    /// Takes over a later state, and tells `log` under the mapper's name. False when there is nothing new.
+    bool follow(const ConfTypeState &current, Logger &log, const Str &name)
+    {
+        if (current.generation == generation) {
+            return false;
+        }
+        log.debug("%s: Changed since: %s -> %s", name.c_str(), toStr().c_str(), current.toStr().c_str());
+        *this = current;
+        return true;
+    }
 };
 
 /// What a mapper made of a notice that a file changed.
@@ -30,6 +53,36 @@ enum class FileChangeAnswer
     Settled = 2,
 };
 
+/// Is told by mappers of changes that matter beyond what they serve. They call it without their lock, since
+/// whoever is told may ask all mappers in turn.
+class ConfChangeObserver
+{
+public:
+    virtual ~ConfChangeObserver() = default;
+    /// Settings or metadata of apps changed that count for the readers of all types: whether an app is
+    /// enabled, what it imports, what it exports.
+    virtual void onAppsChanged() = 0;
+    /// Shared files of an app were written. The first file of a new app makes its directory, and thereby the
+    /// app.
+    virtual void onAppWritten(const Str &app) = 0;
+};
+
+/// What a mapper is told of the path that it is to serve.
+struct BundleHandlerData
+{
+    BundlesSetup setup;
+    /// The file or directory; absolute.
+    Pathname path;
+    /// The directory of the app, or of the user's app, in which the path lies.
+    Pathname rootDirectory;
+    Str user;
+    Str app;
+    /// The settings of the handler's own stanza in the bootstrap file.
+    std::map<Str, Str> settings;
+    /// Outlives the mapper.
+    ConfChangeObserver &observer;
+};
+
 /// The bridge between one path on disk and the configuration tree. Operations may be called on any thread and
 /// take the mapper's lock, of the rank `ConfLockRank::Mapper`. They report by their results and the log. The
 /// trees that they fill begin above the user.
@@ -38,13 +91,13 @@ class IConfPathMapper
 public:
     virtual ~IConfPathMapper() = default;
     /// Copies what stands at `path` and up to `levels` below it into `out`; false when nothing does.
-    virtual bool read(const ConfPath &path, ConfPathTrie &out, unsigned levels) = 0;
+    virtual bool read(const ConfPathBase &path, ConfPathTrie &out, unsigned levels) = 0;
     /// Adds the apps that may export to everyone; false when this mapper cannot tell.
     virtual bool collectGlobalExporters(std::set<Str> &apps) = 0;
     // Changes stay in memory until `flush`.
-    virtual bool writeData(const ConfPath &path, const Str &value) = 0;
-    virtual bool writeMetadata(const ConfPath &path, const ConfPathMetadata &metadata) = 0;
-    virtual bool remove(const ConfPath &path) = 0;
+    virtual bool writeData(const ConfPathBase &path, const Str &value) = 0;
+    virtual bool writeMetadata(const ConfPathBase &path, const ConfPathMetadata &metadata) = 0;
+    virtual bool remove(const ConfPathBase &path) = 0;
     /// Copies what fits the search into `out`, which holds nothing else; false when that cannot be here.
     virtual bool search(const ConfSearch &search, ConfPathTrie &out) = 0;
     /// Writes the changes to disk; false when some of them could not be written, and are given up.
@@ -54,7 +107,7 @@ public:
     /// Told that a file may have been changed by whomever, this mapper included.
     virtual FileChangeAnswer onFileChange(WatchedFileState &state) = 0;
     /// For `hasChangedSince`, in which it knows of no change yet.
-    virtual std::unique_ptr<ConfTypeState> newState() = 0;
+    virtual std::unique_ptr<ConfTypeState> newState() { return std::make_unique<ConfTypeState>(); }
     /// Whether the type changed since `state`, which is brought up to date.
     virtual bool hasChangedSince(const Str &type, ConfTypeState &state) = 0;
     virtual Str describe() const = 0;

@@ -1,10 +1,10 @@
 #include "conf/mapper/json_conf_path_mapper.h"
 
-#include "conf/mapper/object_file_io.h"
-#include "conf/root/in_memory_only.h"
-#include "conf/store/conf_path.h"
-#include "conf/store/conf_path_traversal.h"
-#include "util/files/directory_listing.h"
+#include "conf/mapper/conf_file_io.h"
+#include "conf/root/conf_settings.h"
+#include "conf/root/path_forms.h"
+#include "conf/tree/conf_path_base.h"
+#include "searchthing/filesystem_change_watcher.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"
 
@@ -122,12 +122,13 @@ void JSONConfPathMapper::take(ConfPathTrie &node, const Str &value, const FileSt
     node.setMetadata(metadataOf(status));
 }
 
-bool JSONConfPathMapper::canChange(const ConfPath &path, const char *request) const
+bool JSONConfPathMapper::canChange(const ConfPathBase &path, const char *request) const
 {
     const StrVector &parts = path.parts();
     const bool isOfType = form_.onlyType.empty() || path.type() == form_.onlyType;
     const bool isObject = isOwn(path) && parts.size() == kStanzaParts && isOfType && !isReadOnly();
     if (isObject) {
+        // A stanza is a file's name here, so its slashes are refused too.
         refuseTraversal(path);
         refuseTraversal(path, parts[1]);
     }
@@ -151,7 +152,7 @@ bool JSONConfPathMapper::holds(const Pathname &file, const ConfPathBase &path, c
     return known && known->data() == value && status.exists && known->metadata().modtime == status.modtime;
 }
 
-bool JSONConfPathMapper::writeData(const ConfPath &path, const Str &value)
+bool JSONConfPathMapper::writeData(const ConfPathBase &path, const Str &value)
 {
     const std::lock_guard guard(lock_);
     if (!canChange(path, "write to")) {
@@ -169,6 +170,8 @@ bool JSONConfPathMapper::writeData(const ConfPath &path, const Str &value)
         log_.error("Cannot create or open configuration file: %s: %m", name.c_str());
         return false;
     }
+    // What is read later may not be what was written: a look-up table is given by the path of a file that
+    // is moved here, and read as the path that it then has.
     Str written = value;
     if (!writeObject(file, written)) {
         return false;
@@ -177,7 +180,7 @@ bool JSONConfPathMapper::writeData(const ConfPath &path, const Str &value)
     return true;
 }
 
-bool JSONConfPathMapper::remove(const ConfPath &path)
+bool JSONConfPathMapper::remove(const ConfPathBase &path)
 {
     const std::lock_guard guard(lock_);
     if (!canChange(path, "remove")) {
@@ -185,6 +188,7 @@ bool JSONConfPathMapper::remove(const ConfPath &path)
     }
     const Pathname file = fileOf(path);
     const Str name = text(file);
+    // Loaded before the file goes: the notice of its deletion is then known for one of this mapper's own.
     if (belongs(path)) {
         loadFor(path);
     }
@@ -194,6 +198,117 @@ bool JSONConfPathMapper::remove(const ConfPath &path)
     }
     master_.remove(path);
     return true;
+}
+
+std::optional<JSONConfPathMapper::Object> JSONConfPathMapper::objectOf(const Pathname &file) const
+{
+    const Str stanza = stanzaOf(file.basename());
+    if (stanza.empty()) {
+        return std::nullopt;
+    }
+    for (const Str &type : listTypes()) {
+        if (isSamePath(directoryOf(type), file.dirname())) {
+            return Object{type, stanza};
+        }
+    }
+    return std::nullopt;
+}
+
+FileChangeAnswer JSONConfPathMapper::onFileChange(WatchedFileState &state)
+{
+    const std::lock_guard guard(lock_);
+    const Pathname &file = state.path();
+    const std::optional<Object> object = objectOf(file);
+    if (!object) {
+        log_.error("%s: Received change notification for unrelated file: %s", pathText().c_str(),
+                   text(file).c_str());
+        return FileChangeAnswer::Settled;
+    }
+    return pathKind(file) == PathKind::File ? takeContent(file, *object) : takeDeletion(file, *object);
+}
+
+/// A type that nobody has read yet is not looked at: only its generation rises.
+FileChangeAnswer JSONConfPathMapper::takeContent(const Pathname &file, const Object &object)
+{
+    Type &record = types_[object.type];
+    const Str name = text(file);
+    const FileStatus status = FileStatus::of(file);
+    if (record.loaded) {
+        Str value;
+        if (!readObject(file, value)) {
+            return FileChangeAnswer::Unsettled;
+        }
+        const ConfPathTrie *const known = typeNode(object.type).findChild(object.stanza);
+        if (known && isUnchanged(*known, value, status)) {
+            log_.info("%s: Ignored self-generated change notification: %s", pathText().c_str(), name.c_str());
+            return FileChangeAnswer::NoChange;
+        }
+        take(typeNode(object.type).child(object.stanza), value, status);
+    }
+    noteChange(record, status, name);
+    return FileChangeAnswer::Settled;
+}
+
+/// Of a type that nobody has read nothing is known that could tell one's own deletion from another's: its
+/// generation rises in either case.
+FileChangeAnswer JSONConfPathMapper::takeDeletion(const Pathname &file, const Object &object)
+{
+    Type &record = types_[object.type];
+    const Str name = text(file);
+    if (!typeNode(object.type).removeChild(object.stanza) && record.loaded) {
+        log_.info("%s: Ignored self-generated delete notification: %s", pathText().c_str(), name.c_str());
+        return FileChangeAnswer::NoChange;
+    }
+    record.state.status = {};
+    ++record.state.generation;
+    log_.info("%s: Detected deletion %s", pathText().c_str(), name.c_str());
+    return FileChangeAnswer::Settled;
+}
+
+bool JSONConfPathMapper::reload(const Str &type)
+{
+    if (!type.empty() && !isFileName(type)) {
+        log_.warn("%s: Ignoring reload - directory traversal risk: %s", pathText().c_str(), type.c_str());
+        return false;
+    }
+    const std::lock_guard guard(lock_);
+    return type.empty() ? reloadAll() : reloadType(type);
+}
+
+/// A directory that was made since then becomes a type; what is no directory is not remembered.
+bool JSONConfPathMapper::reloadType(const Str &type)
+{
+    appNode().removeChild(type);
+    const auto [record, added] = types_.try_emplace(type);
+    if (!added) {
+        return std::exchange(record->second.loaded, false);
+    }
+    if (isType(type)) {
+        log_.info("%s: Found type '%s' on reload", pathText().c_str(), type.c_str());
+    } else {
+        types_.erase(record);
+    }
+    return false;
+}
+
+bool JSONConfPathMapper::reloadAll()
+{
+    master_.clear();
+    bool wasLoaded = false;
+    for (auto &[type, record] : types_) {
+        wasLoaded = std::exchange(record.loaded, false) || wasLoaded;
+    }
+    const std::size_t known = types_.size();
+    for (const Str &type : listTypes()) {
+        if (types_.try_emplace(type).second) {
+            log_.info("%s: Found type '%s' on reload", pathText().c_str(), type.c_str());
+        }
+    }
+    if (types_.size() > known) {
+        log_.info("%s: Found %llu new types on reload", pathText().c_str(),
+                  static_cast<unsigned long long>(types_.size() - known));
+    }
+    return wasLoaded;
 }
 
 } // namespace velmox

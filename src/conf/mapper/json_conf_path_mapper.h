@@ -15,9 +15,9 @@ public:
     explicit JSONConfPathMapper(const BundleHandlerData &data);
 
     /// Throws ConfPathDirectoryTraversalException for a stanza that would lead out of its directory.
-    bool writeData(const ConfPath &path, const Str &value) override;
+    bool writeData(const ConfPathBase &path, const Str &value) override;
     /// Throws as `writeData` does.
-    bool remove(const ConfPath &path) override;
+    bool remove(const ConfPathBase &path) override;
     bool flush() override { return true; }
     bool reload(const Str &type) override;
     FileChangeAnswer onFileChange(WatchedFileState &state) override;
@@ -58,7 +58,7 @@ private:
     Pathname fileOf(const ConfPathBase &path) const;
     /// False, logged, when the path names no object of this mapper, or this run changes none. `request` says
     /// in the log what was to be done: "write to" or "remove".
-    bool canChange(const ConfPath &path, const char *request) const;
+    bool canChange(const ConfPathBase &path, const char *request) const;
     /// Nothing for a file that is no object of this mapper.
     std::optional<Object> objectOf(const Pathname &file) const;
 

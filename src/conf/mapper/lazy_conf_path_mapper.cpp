@@ -1,7 +1,6 @@
 #include "conf/mapper/lazy_conf_path_mapper.h"
 
 #include "conf/ground/reserved_name.h"
-#include "conf/store/conf_path.h"
 #include "conf/tree/conf_path_pruners.h"
 #include "util/log/logger.h"
 
@@ -12,7 +11,7 @@ namespace velmox {
 LazyConfPathMapper::LazyConfPathMapper(const BundleHandlerData &data, Logger &log, const char *className,
                                        bool isLocal)
     : setup_(data.setup), path_(data.path), rootDirectory_(data.rootDirectory), user_(data.user.lowered()),
-      app_(data.app), log_(log), className_(className), isLocal_(isLocal)
+      app_(data.app), log_(log), observer_(data.observer), className_(className), isLocal_(isLocal)
 {
 }
 
@@ -21,6 +20,8 @@ bool LazyConfPathMapper::isFileName(const Str &part)
     return !part.empty() && part.findFirst(kUnsafeInNames, 0, true) < 0 && !isReservedName(part);
 }
 
+/// Each node gets these, so that a reader can tell from which file a value comes and whether it can be taken
+/// away again.
 ConfPathMetadata LazyConfPathMapper::metadataOf(const FileStatus &status) const
 {
     ConfPathMetadata metadata;
@@ -52,7 +53,7 @@ ConfPathTrie &LazyConfPathMapper::typeNode(const Str &type)
     return appNode().child(type);
 }
 
-bool LazyConfPathMapper::read(const ConfPath &path, ConfPathTrie &out, unsigned levels)
+bool LazyConfPathMapper::read(const ConfPathBase &path, ConfPathTrie &out, unsigned levels)
 {
     const std::lock_guard guard(lock_);
     if (!belongs(path) || (path.parts().empty() && levels == 0)) {
@@ -62,6 +63,8 @@ bool LazyConfPathMapper::read(const ConfPath &path, ConfPathTrie &out, unsigned 
     return copyOut(path, out, levels);
 }
 
+/// The constraints take the place of the mapper's own user and app: what then does not belong here is of
+/// another mapper. A search that ends above the types needs no file to be read.
 bool LazyConfPathMapper::search(const ConfSearch &search, ConfPathTrie &out)
 {
     ConfPathBase path(search.constraint(ConfSearch::User).value_or(user_).lowered(),
@@ -73,7 +76,7 @@ bool LazyConfPathMapper::search(const ConfSearch &search, ConfPathTrie &out)
     if (!belongs(path)) {
         return false;
     }
-    if (search.maxLevel() >= ConfPathTrie::kTypeLevel) {
+    if (search.maxLevel() >= kTypeLevel) {
         loadFor(path);
         copyFitting(path, search, out);
         DoNothingPruner all;
@@ -136,14 +139,7 @@ bool LazyConfPathMapper::hasChangedSince(const Str &type, ConfTypeState &state)
 {
     const std::lock_guard guard(lock_);
     const auto found = types_.find(type);
-    const ConfTypeState current = found == types_.end() ? ConfTypeState() : found->second.state;
-    if (current.generation == state.generation) {
-        return false;
-    }
-    log_.debug("%s: Changed since: %s -> %s", pathText().c_str(), state.toStr().c_str(),
-               current.toStr().c_str());
-    state = current;
-    return true;
+    return state.follow(found == types_.end() ? ConfTypeState() : found->second.state, log_, pathText());
 }
 
 Str LazyConfPathMapper::describe() const

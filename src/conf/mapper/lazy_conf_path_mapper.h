@@ -2,25 +2,21 @@
 
 #include "conf/ground/conf_lock.h"
 #include "conf/mapper/i_conf_path_mapper.h"
-#include "conf/root/bundle_handler_data.h"
 
 #include <map>
 
 namespace velmox {
-
-class Logger;
 
 /// What the mappers have in common that serve one user and one app and read a type when it is first asked
 /// for: what they know, and how it is read and searched. Names of paths in the log are the setup's texts.
 class LazyConfPathMapper : public IConfPathMapper
 {
 public:
-    bool read(const ConfPath &path, ConfPathTrie &out, unsigned levels) override;
+    bool read(const ConfPathBase &path, ConfPathTrie &out, unsigned levels) override;
     bool collectGlobalExporters(std::set<Str> &) override { return false; }
     /// Refused: metadata has files of its own.
-    bool writeMetadata(const ConfPath &, const ConfPathMetadata &) override { return false; }
+    bool writeMetadata(const ConfPathBase &, const ConfPathMetadata &) override { return false; }
     bool search(const ConfSearch &search, ConfPathTrie &out) override;
-    std::unique_ptr<ConfTypeState> newState() override { return std::make_unique<ConfTypeState>(); }
     bool hasChangedSince(const Str &type, ConfTypeState &state) override;
     Str describe() const override;
 
@@ -62,6 +58,7 @@ protected:
     const Str user_; ///< in lower case
     const Str app_;
     Logger &log_;
+    ConfChangeObserver &observer_;
 
     /// Guards what follows, and what derived classes add to it.
     ConfLock lock_{ConfLockRank::Mapper};

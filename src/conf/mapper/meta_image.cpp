@@ -1,8 +1,6 @@
 #include "conf/mapper/meta_image.h"
 
 #include "conf/mapper/meta_file.h"
-#include "conf/mapper/meta_header.h"
-#include "conf/mapper/meta_log.h"
 
 #include <algorithm>
 

@@ -14,7 +14,8 @@ enum class MetaEdit
     Refused, ///< no stanza can be named for the path; logged
 };
 
-/// The image of a metadata file, edited by the paths of which it tells.
+/// The image of a metadata file, edited by the paths of which it tells. Comments, order and stanzas that
+/// nobody touches stay as they are, even where the file spells a path in another way than this program would.
 class MetaImage
 {
 public:

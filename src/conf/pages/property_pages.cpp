@@ -1,17 +1,23 @@
 #include "conf/pages/property_pages.h"
 
-#include "conf/ground/property_pages_exceptions.h"
-#include "conf/pages/property_pages_registry.h"
+#include "conf/cache/conf_caches.h"
+#include "conf/ground/conf_exceptions.h"
+#include "conf/root/conf_settings.h"
+#include "conf/root/sentinel_scope.h"
 #include "conf/store/application_manager.h"
-#include "conf/store/shared_conf_services.h"
+#include "conf/store/conf_path.h"
+#include "conf/store/conf_path_mapper_manager.h"
 #include "conf/tree/conf_path_base.h"
-#include "conf/tree/conf_user_context.h"
+#include "conf/tree/conf_rights.h"
+#include "util/log/logger.h"
 
 #include <mutex>
 
 namespace velmox {
 
 namespace {
+
+Logger log("PropertyPages");
 
 /// On whose behalf a context is used. Throws PropertyPagesImpersonationException.
 Str actingUserOf(const ConfContext &context)
@@ -41,16 +47,132 @@ bool isWanted(const PropertiesMap &stanza, DisabledMode mode)
     return mode == DisabledMode::All || stanza.isDisabled() == (mode == DisabledMode::OnlyDisabled);
 }
 
+/// One write at a time in the process.
+ConfLock &writeLock()
+{
+    static ConfLock lock(ConfLockRank::Write);
+    return lock;
+}
+
+/// Calls a function at the end of a scope, however it ends.
+template <class Function>
+class AtEnd
+{
+public:
+    explicit AtEnd(Function function) : function_(std::move(function)) {}
+    AtEnd(const AtEnd &) = delete;
+    AtEnd &operator=(const AtEnd &) = delete;
+    ~AtEnd() { function_(); }
+
+private:
+    Function function_;
+};
+
+Str textOf(const PropertiesMap &stanza)
+{
+    Str text;
+    for (const auto &[key, property] : stanza.properties) {
+        text << key << " = " << property.value << "\n";
+    }
+    return text;
+}
+
+/// Whether a stanza there is the first of its name, of an app that has owners.
+bool needsOwner(const ConfPath &target)
+{
+    if (!target.isShared() || target.isSystemApp()) {
+        return false;
+    }
+    try {
+        ConfPathTrie found;
+        target.read(found, 0);
+        return false;
+    } catch (const ConfPathDoesNotExistException &) {
+        return true;
+    }
+}
+
+/// `kind` names the file in the log: "conf" or "meta".
+void removeFromFile(const ConfPath &target, unsigned flags, const char *kind)
+{
+    const Str path = target.toStr();
+    try {
+        IConfPathMapper *const writer = target.mappers().findWriter(target, flags);
+        const Str name = writer->describe();
+        if (writer->remove(target)) {
+            log.debug("Removed preexisting: %s [%s]", path.c_str(), name.c_str());
+        } else {
+            log.warn("Error removing preexisting values: %s [%s]", path.c_str(), name.c_str());
+        }
+    } catch (const ConfPathHasNoWriter &) {
+        log.warn("Unexpected lack of %s remover for: %s", kind, path.c_str());
+    }
+}
+
+/// Checks first what the write that follows checks: what is removed stays so, even if that is refused.
+void removePreexisting(const ConfPath &target, const PropertiesMap &desired)
+{
+    refuseTraversal(target);
+    for (const auto &[key, property] : desired.properties) {
+        ConfPath path = target;
+        path.addPart(key);
+        refuseTraversal(path);
+    }
+    target.require(ConfAcl::kWrite);
+    removeFromFile(target, ConfPathMapperManager::Data, "conf");
+    removeFromFile(target, ConfPathMapperManager::Metadata, "meta");
+}
+
+/// Whether this is a stanza that was read, or one that its caller made up.
+bool isRead(const PropertiesMap &stanza)
+{
+    return !stanza.self.originStanza.empty();
+}
+
+bool holds(const PropertiesMap &stanza, const Str &key, const PropertyValue &wanted)
+{
+    const auto found = stanza.properties.find(key);
+    return found != stanza.properties.end() && found->second.value == wanted.value;
+}
+
+PropertiesMap differenceOf(const PropertiesMap &desired, const PropertiesMap &existing)
+{
+    PropertiesMap difference;
+    for (const auto &[key, wanted] : desired.properties) {
+        if (!holds(existing, key, wanted)) {
+            difference.set(key, wanted.value);
+        }
+    }
+    return difference;
+}
+
+/// Takes over those of the desired values that are the ones of `source`, with their provenance: the caller
+/// read them there and hands them on.
+void takeHandedOn(const PropertiesMap &source, const PropertiesMap &desired, PropertiesMap &existing)
+{
+    for (const auto &[key, wanted] : desired.properties) {
+        const auto found = source.properties.find(key);
+        if (found != source.properties.end() && found->second.value == wanted.value &&
+            found->second.app == wanted.app && found->second.originStanza == wanted.originStanza) {
+            existing.properties[key] = found->second;
+        }
+    }
+    if (!isRead(existing) && source.self.originStanza == desired.self.originStanza) {
+        existing.self = source.self;
+        existing.metadata = source.metadata;
+    }
+}
+
 } // namespace
 
-PropertyPages::PropertyPages(const Str &typeName, const ConfContext &context, const Str &actingUser)
-    : typeName_(typeName), context_(context), actingUser_(actingUser)
+PropertyPages::PropertyPages(const Request &request)
+    : registry_(request.registry), typeName_(request.typeName), context_(request.context),
+      actingUser_(request.actingUser)
 {
-    if (typeName != kAppType && !context.app.empty() &&
-        isDisabled(context.setup.shared().applications(), context.app)) {
-        throw PropertyPagesDisabledAppException(context.app);
+    if (typeName_ != kAppType && !context_.app.empty() && isDisabled(sources().applications, context_.app)) {
+        throw PropertyPagesDisabledAppException(context_.app);
     }
-    if (!context.user.empty() && context.app.empty()) {
+    if (!context_.user.empty() && context_.app.empty()) {
         throw PropertyPagesContextException(toStr(), PropertyPagesContextException::kUserWithoutApp);
     }
 }
@@ -63,7 +185,7 @@ PropertyPages *PropertyPages::get(const Str &typeName)
 PropertyPages *PropertyPages::get(const Str &typeName, const ConfContext &context)
 {
     const Str actingUser = actingUserOf(context);
-    PropertyPagesRegistry &registry = context.setup.shared().pages();
+    PropertyPagesRegistry &registry = propertyPagesRegistry(context.setup);
     PropertyPages *const pages = registry.get(typeName, context, actingUser);
     if (pages->haveRightsChanged()) {
         registry.invalidateActingUser(actingUser);
@@ -77,24 +199,24 @@ Str PropertyPages::toStr() const
                            context_.toStr().c_str(), actingUser_.c_str());
 }
 
-PropertyPagesRegistry &PropertyPages::registry() const
+const ConfSources &PropertyPages::sources() const
 {
-    return context_.setup.shared().pages();
+    return registry_.sources();
 }
 
 void PropertyPages::enumerateStanzas(StringFilter &filter, Stanzas &out, DisabledMode mode)
 {
     const std::lock_guard guard(cache_->lock());
     cache_->refresh();
-    const IConfCache::Iterator inherited = cache_->find(kDefaultStanza);
-    for (const IConfCache::Iterator at = cache_->begin(); !at->atEnd(); at->step()) {
+    const IConfCacheIteratorImpl inherited = cache_->find(kDefaultStanza);
+    for (IConfCacheIteratorImpl at = cache_->begin(); !at.atEnd(); at.step()) {
         ++filter.checks;
-        if (!filter.matches(at->name())) {
+        if (!filter.matches(at.name())) {
             continue;
         }
         ++filter.hits;
-        const auto stanza = out.try_emplace(at->name()).first;
-        copyStanza(*at, *inherited, stanza->second);
+        const auto stanza = out.try_emplace(at.name()).first;
+        copyStanza(at, inherited, stanza->second);
         if (!isWanted(stanza->second, mode)) {
             out.erase(stanza);
         }
@@ -111,6 +233,176 @@ void PropertyPages::readStanza(const Str &name, PropertiesMap &out)
 {
     const std::lock_guard guard(cache_->lock());
     cache_->readStanza(name, out);
+}
+
+void PropertyPages::write(const Str &app, const Str &stanza, const PropertiesMap &properties,
+                          bool overwriteAll)
+{
+    const ConfPath target = writeTarget(app, stanza);
+    const std::lock_guard guard(writeLock());
+    const SentinelScope sentinel(context_.setup, sources().settings,
+                                 Str::fromFormat("writing with overwriteAll == %s: %s",
+                                                 overwriteAll ? "true" : "false", target.toStr().c_str()));
+    // In whatever way this ends something may have been written, and nobody else writes before readers know.
+    const AtEnd invalidation([this] { invalidateReaders(); });
+    // Asked before anything is removed: what was there had its owner.
+    const bool isOwnerless = !properties.metadata && needsOwner(target);
+    if (overwriteAll) {
+        removePreexisting(target, properties);
+        // The difference is taken against what is left, and that must not be an old view.
+        invalidateReaders();
+    }
+    ConfPathTrie tree;
+    if (!putDifference(target, properties, overwriteAll, tree)) {
+        return;
+    }
+    if (isOwnerless) {
+        ConfPathMetadata metadata;
+        metadata.setOwner(actingUser_.empty() ? Str(kSharedUser) : actingUser_);
+        tree.setMetadata(metadata);
+    }
+    target.write(tree);
+    log.debug("Saved settings: %s %s", target.toStr().c_str(), context_.toStr().c_str());
+}
+
+ConfPath PropertyPages::writeTarget(const Str &app, const Str &stanza) const
+{
+    const Str &targetApp = app.empty() ? context_.app : app;
+    if (targetApp.empty()) {
+        throw PropertyPagesContextException(toStr(), PropertyPagesContextException::kNoApp);
+    }
+    return ConfPath(sources().mappers, ConfPathBase(context_.user, targetApp, {typeName_, stanza}),
+                    ConfUserContextFactory::rightsOf(actingUser_));
+}
+
+bool PropertyPages::putDifference(const ConfPath &target, const PropertiesMap &desired, bool overwriteAll,
+                                  ConfPathTrie &tree)
+{
+    const PropertiesMap existing = readExisting(target.parts().back(), desired);
+    const PropertiesMap difference = differenceOf(desired, existing);
+    if (log.debugEnabled()) {
+        log.debug("Saving settings: %s\nExisting:\n%sDesired:\n%sDiff:\n%s", target.toStr().c_str(),
+                  textOf(existing).c_str(), textOf(desired).c_str(), textOf(difference).c_str());
+    }
+    for (const auto &[key, property] : difference.properties) {
+        tree.child(key).setData(property.value);
+    }
+    if (desired.metadata && desired.metadata != existing.metadata) {
+        ConfPathMetadata metadata;
+        metadata.access = desired.metadata;
+        tree.setMetadata(metadata);
+    }
+    const bool isOnlyKeys = desired.self.value.empty() && !overwriteAll;
+    if (isOnlyKeys && isRead(existing) && tree.empty()) {
+        return false;
+    }
+    if (!isOnlyKeys || difference.properties.empty()) {
+        tree.setData(desired.self.value);
+    }
+    return true;
+}
+
+PropertiesMap PropertyPages::readExisting(const Str &stanza, const PropertiesMap &desired)
+{
+    PropertiesMap existing;
+    readStanza(stanza, existing);
+    if (context_.user.empty() && !context_.app.empty()) {
+        const ConfContext plainContext{context_.setup, Str(), Str()};
+        PropertiesMap plain;
+        registry_.get(typeName_, plainContext, Str())->readStanza(stanza, plain);
+        takeHandedOn(plain, desired, existing);
+    }
+    return existing;
+}
+
+/// What a user keeps is seen by that user alone, in this app; what is shared may be seen by all.
+void PropertyPages::invalidateReaders()
+{
+    if (!context_.user.empty() && context_.user.compareCaseless(kSharedUser) != 0) {
+        registry_.invalidate(*this);
+    } else {
+        registry_.invalidateType(typeName_);
+    }
+}
+
+std::unique_ptr<IConfCache> LegacyPropertyPages::createCache() const
+{
+    return std::make_unique<LegacyConfCache>(typeName(), context(), sources());
+}
+
+std::unique_ptr<IConfCache> UserPropertyPages::createCache() const
+{
+    return std::make_unique<UserConfCache>(typeName(), context(), sources(), actingUser());
+}
+
+bool UserPropertyPages::haveRightsChanged()
+{
+    return static_cast<UserConfCache &>(cache()).haveRightsChanged();
+}
+
+PropertyPages *PropertyPagesRegistry::get(const Str &typeName, const ConfContext &context,
+                                          const Str &actingUser)
+{
+    Reader reader(context, actingUser);
+    const std::lock_guard guard(lock_);
+    Readers &readers = pages_[typeName];
+    const auto found = readers.find(reader);
+    if (found != readers.end()) {
+        return found->second.get();
+    }
+    std::unique_ptr<PropertyPages> made = make(typeName, reader);
+    return readers.emplace(std::move(reader), std::move(made)).first->second.get();
+}
+
+std::unique_ptr<PropertyPages> PropertyPagesRegistry::make(const Str &typeName, const Reader &reader)
+{
+    const auto &[context, actingUser] = reader;
+    // In two steps, since the cache is made by an operation of the derived class.
+    const PropertyPages::Request request{*this, typeName, context, actingUser};
+    std::unique_ptr<PropertyPages> pages;
+    if (context.isPlain()) {
+        pages = std::make_unique<LegacyPropertyPages>(request);
+    } else {
+        pages = std::make_unique<UserPropertyPages>(request);
+    }
+    pages->cache_ = pages->createCache();
+    return pages;
+}
+
+void PropertyPagesRegistry::invalidateAll()
+{
+    const std::lock_guard guard(lock_);
+    for (const auto &[typeName, readers] : pages_) {
+        for (const auto &[reader, pages] : readers) {
+            pages->cache_->invalidate();
+        }
+    }
+}
+
+void PropertyPagesRegistry::invalidateType(const Str &typeName)
+{
+    const std::lock_guard guard(lock_);
+    for (const auto &[reader, pages] : pages_[typeName]) {
+        pages->cache_->invalidate();
+    }
+}
+
+void PropertyPagesRegistry::invalidateActingUser(const Str &actingUser)
+{
+    const std::lock_guard guard(lock_);
+    for (const auto &[typeName, readers] : pages_) {
+        for (const auto &[reader, pages] : readers) {
+            if (pages->actingUser() == actingUser) {
+                pages->cache_->invalidate();
+            }
+        }
+    }
+}
+
+void PropertyPagesRegistry::invalidate(PropertyPages &pages)
+{
+    const std::lock_guard guard(lock_);
+    pages.cache_->invalidate();
 }
 
 } // namespace velmox

@@ -1,13 +1,18 @@
 #pragma once
 
-#include "conf/cache/i_conf_cache.h"
-#include "conf/store/conf_context.h"
+#include "conf/cache/base_conf_cache.h"
 #include "conf/tree/properties_map.h"
 #include "util/match/string_filters.h"
 
+#include <map>
 #include <memory>
+#include <utility>
 
 namespace velmox {
+
+// The room conf/pages is the door of the store: programs read and write settings by `PropertyPages` alone.
+// The services behind it are made, and given what they work with, by the composition root next to it
+// (shared_conf_services.h).
 
 class ConfPath;
 class ConfPathTrie;
@@ -30,7 +35,7 @@ public:
     virtual ~PropertyPages() = default;
 
     static PropertyPages *get(const Str &typeName);
-    /// Throws the exceptions of property_pages_exceptions.h.
+    /// Throws the exceptions of conf/ground/conf_exceptions.h.
     static PropertyPages *get(const Str &typeName, const ConfContext &context);
 
     /// Adds each stanza whose name passes the filter, as all layers together make it: with what it inherits
@@ -54,9 +59,19 @@ public:
     Str toStr() const;
 
 protected:
-    PropertyPages(const Str &typeName, const ConfContext &context, const Str &actingUser);
+    /// What a page is made with by its registry.
+    struct Request
+    {
+        PropertyPagesRegistry &registry;
+        const Str &typeName;
+        const ConfContext &context;
+        const Str &actingUser;
+    };
+
+    explicit PropertyPages(const Request &request);
 
     IConfCache &cache() { return *cache_; }
+    const ConfSources &sources() const;
 
 private:
     friend class PropertyPagesRegistry;
@@ -65,7 +80,6 @@ private:
     /// Whether the acting user's rights are not those of the last request.
     virtual bool haveRightsChanged() = 0;
 
-    PropertyPagesRegistry &registry() const;
     /// Leaves `out` untouched when there is no such stanza.
     void readStanza(const Str &name, PropertiesMap &out);
     ConfPath writeTarget(const Str &app, const Str &stanza) const;
@@ -77,10 +91,66 @@ private:
     /// Marks stale what a write of this object can have changed.
     void invalidateReaders();
 
+    PropertyPagesRegistry &registry_;
     const Str typeName_;
     const ConfContext context_;
     const Str actingUser_;
     std::unique_ptr<IConfCache> cache_;
 };
+
+/// The pages of a context with neither user nor app.
+class LegacyPropertyPages : public PropertyPages
+{
+public:
+    explicit LegacyPropertyPages(const Request &request) : PropertyPages(request) {}
+
+private:
+    std::unique_ptr<IConfCache> createCache() const override;
+    bool haveRightsChanged() override { return false; }
+};
+
+/// The pages of a context with an app, and perhaps a user.
+class UserPropertyPages : public PropertyPages
+{
+public:
+    explicit UserPropertyPages(const Request &request) : PropertyPages(request) {}
+
+private:
+    std::unique_ptr<IConfCache> createCache() const override;
+    bool haveRightsChanged() override;
+};
+
+/// Owns the `PropertyPages` objects of a root. Any thread.
+class PropertyPagesRegistry
+{
+public:
+    explicit PropertyPagesRegistry(const ConfSources &sources) : sources_(sources) {}
+
+    /// The object of a type, a context in this root and an acting user, made at the first request. Throws the
+    /// exceptions of conf/ground/conf_exceptions.h.
+    PropertyPages *get(const Str &typeName, const ConfContext &context, const Str &actingUser);
+
+    /// Mark views stale: all, those of one type, those of one acting user, or one alone.
+    void invalidateAll();
+    void invalidateType(const Str &typeName);
+    void invalidateActingUser(const Str &actingUser);
+    void invalidate(PropertyPages &pages);
+
+    const ConfSources &sources() const { return sources_; }
+
+private:
+    using Reader = std::pair<ConfContext, Str>;
+    using Readers = std::map<Reader, std::unique_ptr<PropertyPages>>;
+
+    std::unique_ptr<PropertyPages> make(const Str &typeName, const Reader &reader);
+
+    const ConfSources sources_;
+    ConfLock lock_{ConfLockRank::Pages};
+    std::map<Str, Readers> pages_;
+};
+
+/// The registry of a root. Defined by the composition root (shared_conf_services.cpp), which knows all
+/// services of a root.
+PropertyPagesRegistry &propertyPagesRegistry(const BundlesSetup &setup);
 
 } // namespace velmox

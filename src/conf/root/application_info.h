@@ -6,7 +6,8 @@ namespace velmox {
 
 class ConfPathTrie;
 
-/// What `app.conf` says of an app. The defaults are those of an app without one.
+/// What `app.conf` and the metadata of an app say of the app itself, a plain value. The defaults are those of
+/// an app without one.
 struct ApplicationInfo
 {
     bool enabled = true;

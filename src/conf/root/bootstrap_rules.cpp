@@ -1,16 +1,15 @@
 #include "conf/root/bootstrap_rules.h"
 
+#include "conf/root/conf_settings.h"
 #include "conf/root/path_forms.h"
-#include "conf/root/path_pattern.h"
 #include "conf/root/username_mapper.h"
-#include "conf/store/conf_settings.h"
-#include "conf/store/mapper_manager_log.h"
-#include "conf/store/shared_conf_services.h"
 #include "conf/tree/conf_path_base.h"
 #include "util/files/file_system.h"
 #include "util/process/loader_info.h"
 
 namespace velmox {
+
+Logger mapperManagerLog("ConfPathMapperManager");
 
 namespace {
 
@@ -18,7 +17,8 @@ constexpr char kBootstrapStanza[] = "bootstrap";
 constexpr char kDepthStanza[] = "relative_depth_to_regular_files";
 constexpr char kWritesStanza[] = "writes";
 
-/// Where the app is. One that is nowhere yet becomes an app of this host.
+/// Where the app is. One that is nowhere yet becomes an app of this host. The pattern keeps out "." and "..",
+/// which would find a folder in any case.
 Pathname appDirectory(const BundlesSetup &setup, const Str &app)
 {
     const Pathname name = Pathname::fromUtf8(app);
@@ -66,7 +66,7 @@ Pathname BootstrapRules::expandToPath(const Str &text, const PlaceholderVariable
 
 bool BootstrapRules::patterns(std::vector<BootstrapPattern> &out) const
 {
-    const IniStanza *const bootstrap = setup_.shared().settings().requiredStanza(kBootstrapStanza);
+    const IniStanza *const bootstrap = settings_.requiredStanza(kBootstrapStanza);
     if (bootstrap == nullptr) {
         return false;
     }
@@ -86,7 +86,7 @@ bool BootstrapRules::patterns(std::vector<BootstrapPattern> &out) const
 std::map<Str, Str> BootstrapRules::settingsOf(const Str &handler) const
 {
     std::map<Str, Str> settings;
-    if (const IniStanza *const stanza = setup_.shared().settings().image().findStanza(handler)) {
+    if (const IniStanza *const stanza = settings_.image().findStanza(handler)) {
         for (const IniStanza::Setting &setting : *stanza) {
             settings.emplace(setting.key, setting.value);
         }
@@ -94,27 +94,27 @@ std::map<Str, Str> BootstrapRules::settingsOf(const Str &handler) const
     return settings;
 }
 
-bool BootstrapRules::depthsOfFiles(std::map<Str, unsigned> &out) const
+std::map<Str, unsigned> BootstrapRules::depthsOfFiles() const
 {
-    const IniStanza *const depths = setup_.shared().settings().requiredStanza(kDepthStanza);
-    if (depths == nullptr) {
-        return false;
-    }
-    for (const IniStanza::Setting &setting : *depths) {
-        unsigned depth = 0;
-        if (StrSegment(setting.value).parseUnsigned(depth)) {
-            out.emplace(setting.key, depth);
+    std::map<Str, unsigned> depths;
+    if (const IniStanza *const stanza = settings_.requiredStanza(kDepthStanza)) {
+        for (const IniStanza::Setting &setting : *stanza) {
+            unsigned depth = 0;
+            if (StrSegment(setting.value).parseUnsigned(depth)) {
+                depths.emplace(setting.key, depth);
+            }
         }
     }
-    return true;
+    return depths;
 }
 
 const IniEntry *BootstrapRules::findWriteRule(const ConfPathBase &path, const Str &writeKey) const
 {
-    const IniStanza *const writes = setup_.shared().settings().requiredStanza(kWritesStanza);
+    const IniStanza *const writes = settings_.requiredStanza(kWritesStanza);
     if (writes == nullptr) {
         return nullptr;
     }
+    // A rule that names the one place goes before all that name several, wherever it stands.
     if (const IniEntry *const exact = writes->findKey(writeKey)) {
         return exact;
     }

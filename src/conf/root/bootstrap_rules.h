@@ -2,6 +2,7 @@
 
 #include "conf/root/bundles_setup.h"
 #include "conf/root/placeholders.h"
+#include "util/log/logger.h"
 
 #include <map>
 #include <vector>
@@ -9,7 +10,11 @@
 namespace velmox {
 
 class ConfPathBase;
+class ConfSettings;
 class IniEntry;
+
+/// `ConfPathMapperManager`, the logger of the manager of mappers and of all that helps it.
+extern Logger mapperManagerLog;
 
 /// A key of the bootstrap file: the paths that it names, and what serves them.
 struct BootstrapPattern
@@ -22,7 +27,11 @@ struct BootstrapPattern
 class BootstrapRules
 {
 public:
-    explicit BootstrapRules(const BundlesSetup &setup) : setup_(setup) {}
+    /// The settings outlive this object.
+    BootstrapRules(const BundlesSetup &setup, const ConfSettings &settings)
+        : setup_(setup), settings_(settings)
+    {
+    }
 
     /// In the order of the file. False when there are none, or when one cannot be filled in, which is then
     /// left out.
@@ -30,7 +39,7 @@ public:
     /// The settings in the handler's own stanza.
     std::map<Str, Str> settingsOf(const Str &handler) const;
     /// How many levels below a path its files lie, for those handlers that have regular files.
-    bool depthsOfFiles(std::map<Str, unsigned> &out) const;
+    std::map<Str, unsigned> depthsOfFiles() const;
 
     /// The write rule for a key such as "data:nobody:search:inputs"; null when there is none. Throws
     /// PlaceholderException, as does `directoryOf`.
@@ -44,6 +53,7 @@ private:
     Pathname expandToPath(const Str &text, const PlaceholderVariables &variables) const;
 
     const BundlesSetup setup_;
+    const ConfSettings &settings_;
 };
 
 } // namespace velmox

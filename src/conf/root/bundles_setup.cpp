@@ -1,10 +1,7 @@
 #include "conf/root/bundles_setup.h"
 
-#include "conf/ground/conf_path_exceptions.h"
+#include "conf/ground/conf_exceptions.h"
 #include "conf/root/path_forms.h"
-#include "conf/store/conf_settings.h"
-#include "conf/store/shared_conf_services.h"
-#include "conf/store/shared_conf_services_registry.h"
 #include "util/process/loader_info.h"
 #include "util/system/environment.h"
 
@@ -18,13 +15,6 @@ bool liesIn(const Pathname &path, const WideStr &folder)
     return path.startsWith(folder) && (path.size() == folder.size() || isSlash(path[folder.size()]));
 }
 
-/// The shared storage root; empty without shared storage, and while the settings that tell are being read.
-Pathname storageOf(const SharedConfServices &services)
-{
-    const ConfSettings *const settings = services.settingsIfMade();
-    return settings == nullptr ? Pathname() : settings->storage();
-}
-
 Pathname orElse(const Pathname &path, const Pathname &other)
 {
     return path.empty() ? other : path;
@@ -32,38 +22,29 @@ Pathname orElse(const Pathname &path, const Pathname &other)
 
 } // namespace
 
-BundlesSetup::BundlesSetup() : shared_(&SharedConfServicesRegistry::instance().defaultRoot()) {}
-
 BundlesSetup::BundlesSetup(const Pathname &root, const Pathname &slaveApps)
-    : slaveApps_(cleanedPath(slaveApps)),
-      shared_(&SharedConfServicesRegistry::instance().get(root, slaveApps))
-{
-    root_ = shared_->setup_.root_;
-}
-
-BundlesSetup::BundlesSetup(const Pathname &root, const Pathname &slaveApps, SharedConfServices &shared)
-    : root_(root), slaveApps_(cleanedPath(slaveApps)), shared_(&shared)
+    : BundlesSetup(confRootState(root, slaveApps), slaveApps)
 {
 }
 
-std::strong_ordering operator<=>(const BundlesSetup &a, const BundlesSetup &b)
+BundlesSetup::BundlesSetup(ConfRootState &state, const Pathname &slaveApps)
+    : slaveApps_(cleanedPath(slaveApps)), state_(&state)
 {
-    return a.root_ <=> b.root_;
 }
 
 Pathname BundlesSetup::root() const
 {
-    return isDefaultRoot() ? cleanedPath(LoaderInfo::instance()->getConfDir()) : root_;
+    return isDefaultRoot() ? cleanedPath(LoaderInfo::instance()->getConfDir()) : state_->root_;
 }
 
 Pathname BundlesSetup::appsDir() const
 {
-    return orElse(storageOf(*shared_), root()).join("apps");
+    return orElse(state_->storage_, root()).join("apps");
 }
 
 Pathname BundlesSetup::usersDir() const
 {
-    return orElse(storageOf(*shared_), root()).join("users");
+    return orElse(state_->storage_, root()).join("users");
 }
 
 Pathname BundlesSetup::slaveAppsDir() const
@@ -73,18 +54,18 @@ Pathname BundlesSetup::slaveAppsDir() const
 
 Pathname BundlesSetup::poolInfoFile() const
 {
-    const Pathname storage = storageOf(*shared_);
-    if (storage.empty()) {
+    if (state_->storage_.empty()) {
         throw ConfPathException("Cannot get pooling info with no shared storage location configured");
     }
-    return storage.join("pooling").join("pooling.ini");
+    return state_->storage_.join("pooling").join("pooling.ini");
 }
 
 Pathname BundlesSetup::runDir() const
 {
-    return orElse(storageOf(*shared_), LoaderInfo::instance()->getHome()).join("var\\run\\velmox");
+    return orElse(state_->storage_, LoaderInfo::instance()->getHome()).join("var\\run\\velmox");
 }
 
+/// Asks the environment each time: a program may learn its home after the root was named.
 Str BundlesSetup::text(const Pathname &path) const
 {
     const Pathname home = cleanedPath(environmentVariable(u"VELMOX_HOME"));
@@ -92,6 +73,12 @@ Str BundlesSetup::text(const Pathname &path) const
         return path.toStr();
     }
     return Str("$VELMOX_HOME") += Str::fromUtf16(path.view().substr(home.size()));
+}
+
+Str ConfContext::toStr() const
+{
+    return Str::fromFormat("(user: %s, app: %s, root: %s)", user.c_str(), app.c_str(),
+                           setup.text(setup.root()).c_str());
 }
 
 } // namespace velmox

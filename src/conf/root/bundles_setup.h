@@ -6,21 +6,54 @@
 
 namespace velmox {
 
-class SharedConfServices;
+// The room conf/root is about one configuration root: which directories belong to it, what its bootstrap file
+// says of them, whose settings lie where, and under which names users have directories. It reads the
+// bootstrap file and `server.conf`, and never a file of settings: those are for the mappers above.
+//
+// A root is used by many hosts at once when its apps and users lie on shared storage. What such hosts must
+// not do at the same time is done within a `SentinelScope`.
 
-/// Names a configuration root: a small value, and the door to the services of that root, which all values of
-/// the same root share for the life of the process. Any thread.
+/// What all values of one configuration root have in common for the life of the process. The services of the
+/// root are made in one object with it, by the composition root: nothing below that one knows them.
+class ConfRootState
+{
+public:
+    ConfRootState(const ConfRootState &) = delete;
+    ConfRootState &operator=(const ConfRootState &) = delete;
+
+protected:
+    /// `root` is empty for the default root.
+    explicit ConfRootState(const Pathname &root) : root_(root) {}
+    ~ConfRootState() = default;
+
+    /// Told once the settings of the root are read, before others get to see the root. Empty without shared
+    /// storage.
+    void setStorage(const Pathname &storage) { storage_ = storage; }
+
+private:
+    friend class BundlesSetup;
+
+    const Pathname root_;
+    Pathname storage_;
+};
+
+/// The state of a root, made with all of its services when this is the first call for it. `root` may be empty
+/// and may name the default root. Any thread; others wait while services are being made. Defined by the
+/// composition root (conf/pages/shared_conf_services.cpp).
+ConfRootState &confRootState(const Pathname &root, const Pathname &slaveApps);
+
+/// Names a configuration root, and tells where in it what lies: a small value. All values of the same root
+/// are equal. Any thread.
 class BundlesSetup
 {
 public:
     /// The default root: the `etc` directory of this installation.
-    BundlesSetup();
+    BundlesSetup() : BundlesSetup(Pathname()) {}
     /// An empty path stands for the default. The first value for a root makes its services.
     explicit BundlesSetup(const Pathname &root, const Pathname &slaveApps = Pathname());
 
-    bool isDefaultRoot() const { return root_.empty(); }
+    bool isDefaultRoot() const { return state_->root_.empty(); }
     Pathname root() const;
-    SharedConfServices &shared() const { return *shared_; }
 
     // Directories and files, all derived from the root, with backslashes alone, so that they can be compared.
     // What several hosts have in common lies below the shared storage root in shared storage mode.
@@ -43,16 +76,32 @@ public:
     /// A path as logs tell it: the home directory reads `$VELMOX_HOME`.
     Str text(const Pathname &path) const;
 
-    friend bool operator==(const BundlesSetup &a, const BundlesSetup &b) { return a.shared_ == b.shared_; }
-    friend std::strong_ordering operator<=>(const BundlesSetup &a, const BundlesSetup &b);
+    bool operator==(const BundlesSetup &other) const { return state_ == other.state_; }
+    std::strong_ordering operator<=>(const BundlesSetup &other) const
+    {
+        return state_->root_ <=> other.state_->root_;
+    }
 
 private:
     friend class SharedConfServices;
-    BundlesSetup(const Pathname &root, const Pathname &slaveApps, SharedConfServices &shared);
+    BundlesSetup(ConfRootState &state, const Pathname &slaveApps);
 
-    Pathname root_;
     Pathname slaveApps_;
-    SharedConfServices *shared_;
+    ConfRootState *state_;
+};
+
+/// Who reads: in which root, as which user, in which app. Empty texts stand for none.
+struct ConfContext
+{
+    BundlesSetup setup;
+    Str user;
+    Str app;
+
+    /// Whether this is a reader for `LegacyPropertyPages`.
+    bool isPlain() const { return user.empty() && app.empty(); }
+    /// "(user: alice, app: search, root: $VELMOX_HOME\etc)".
+    Str toStr() const;
+    auto operator<=>(const ConfContext &) const = default;
 };
 
 } // namespace velmox

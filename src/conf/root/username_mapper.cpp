@@ -1,12 +1,9 @@
 #include "conf/root/username_mapper.h"
 
 #include "conf/ground/reserved_name.h"
-#include "conf/root/in_memory_only.h"
-#include "conf/store/conf_settings.h"
-#include "conf/store/sentinel_scope.h"
-#include "conf/store/shared_conf_services.h"
+#include "conf/root/conf_settings.h"
+#include "conf/root/sentinel_scope.h"
 #include "util/files/file_system.h"
-#include "util/files/open_file.h"
 #include "util/log/logger.h"
 #include "util/text/base_exception.h"
 
@@ -24,14 +21,13 @@ constexpr char kStanza[] = "contains-uppercase";
 
 void appendMd5(std::string_view text, Str &out)
 {
-    constexpr char kDigits[] = "0123456789abcdef";
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned length = 0;
     if (EVP_Digest(text.data(), text.size(), digest, &length, EVP_md5(), nullptr) != 1) {
         throw BaseException("Cannot compute the digest of a user's name");
     }
     for (unsigned i = 0; i < length; ++i) {
-        out << kDigits[digest[i] >> 4] << kDigits[digest[i] & 15];
+        out.appendFormat("%02x", static_cast<unsigned>(digest[i]));
     }
 }
 
@@ -63,7 +59,10 @@ bool ensureExists(const Pathname &file)
 
 } // namespace
 
-UsernameMapper::UsernameMapper(const BundlesSetup &setup) : setup_(setup) {}
+UsernameMapper::UsernameMapper(const BundlesSetup &setup, const ConfSettings &settings)
+    : setup_(setup), settings_(settings)
+{
+}
 
 bool UsernameMapper::needsMapping(const Str &name)
 {
@@ -90,11 +89,12 @@ Str UsernameMapper::directoryName(const Str &user)
     Str safeName;
     {
         const std::lock_guard guard(lock_);
-        if (ensureLoaded() && !findSafeName(user, safeName) && isSharedStorage()) {
+        if (ensureLoaded() && !findSafeName(user, safeName) && settings_.isSharedStorageMode()) {
             load();
             findSafeName(user, safeName);
         }
     }
+    // Without the lock: `record` waits for other hosts first, and threads that only look must not wait too.
     if (safeName.empty() && !record(user, safeName)) {
         return Str();
     }
@@ -105,7 +105,7 @@ bool UsernameMapper::trueName(const Str &safeName, Str &out)
 {
     const std::lock_guard guard(lock_);
     ensureLoaded();
-    if (!isSharedStorage()) {
+    if (!settings_.isSharedStorageMode()) {
         return lookUpTrueName(safeName, out, LogLevel::Warn);
     }
     if (lookUpTrueName(safeName, out, LogLevel::Debug)) {
@@ -119,9 +119,9 @@ bool UsernameMapper::trueName(const Str &safeName, Str &out)
 /// Another thread, or another host, may have been quicker.
 bool UsernameMapper::record(const Str &user, Str &safeName)
 {
-    const SentinelScope scope(setup_, Str("mapping username: ") << user);
+    const SentinelScope scope(setup_, settings_, Str("mapping username: ") << user);
     const std::lock_guard guard(lock_);
-    if (isSharedStorage()) {
+    if (settings_.isSharedStorageMode()) {
         load();
     }
     if (!ensureLoaded()) {
@@ -143,6 +143,7 @@ bool UsernameMapper::insert(const Str &user, const Str &safeName)
 {
     IniStanza &stanza = file_.stanza(kStanza);
     stanza.insertKey(user, safeName);
+    // A name that is on no disk would lead nobody back to the user, so it is taken back.
     if (!isInMemoryOnly() && !file_.flush()) {
         log.error("Error flushing username mapping to file: %s: %s = %s", fileText().c_str(), user.c_str(),
                   safeName.c_str());
@@ -206,6 +207,7 @@ bool UsernameMapper::ensureLoaded()
     return loaded_;
 }
 
+/// Where nothing may be written, names live in the image alone: it is read once, and not made anew.
 void UsernameMapper::load()
 {
     const Pathname path = setup_.usernameMapFile();
@@ -222,11 +224,6 @@ void UsernameMapper::load()
     if (!loaded_) {
         log.error("Error opening username mapping file: %s", fileText().c_str());
     }
-}
-
-bool UsernameMapper::isSharedStorage() const
-{
-    return setup_.shared().settings().isSharedStorageMode();
 }
 
 Str UsernameMapper::fileText() const

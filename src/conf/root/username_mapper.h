@@ -3,9 +3,11 @@
 #include "conf/file/ini_file.h"
 #include "conf/ground/conf_lock.h"
 #include "conf/root/bundles_setup.h"
-#include "util/log/log_level.h"
+#include "util/log/log_message.h"
 
 namespace velmox {
+
+class ConfSettings;
 
 /// Names of users that cannot be names of directories, and the safe names that stand for them on disk. Kept
 /// in `users.ini`. Any thread.
@@ -15,7 +17,8 @@ public:
     /// Directory below the users directory that holds the directories of the safe names.
     static constexpr char kMappingDirectory[] = "_reserved";
 
-    explicit UsernameMapper(const BundlesSetup &setup);
+    /// The settings outlive this object.
+    UsernameMapper(const BundlesSetup &setup, const ConfSettings &settings);
 
     /// Whether the name cannot be a directory's.
     static bool needsMapping(const Str &name);
@@ -40,10 +43,10 @@ private:
     bool insert(const Str &user, const Str &safeName);
 
     bool record(const Str &user, Str &safeName);
-    bool isSharedStorage() const;
     Str fileText() const;
 
     const BundlesSetup setup_;
+    const ConfSettings &settings_;
     ConfLock lock_{ConfLockRank::UsernameMap};
     IniFile file_;
     /// Whether `file_` can be worked with.

@@ -1,13 +1,10 @@
 #include "conf/store/application_manager.h"
 
-#include "conf/root/application_manager_exceptions.h"
 #include "conf/store/conf_path_mapper_manager.h"
-#include "conf/store/shared_conf_services.h"
 #include "conf/tree/conf_search.h"
-#include "util/files/directory_listing.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"
-#include "util/text/joined.h"
+#include "util/text/str.h"
 
 #include <mutex>
 
@@ -36,13 +33,14 @@ void readApps(const std::vector<IConfPathMapper *> &mappers, ConfPathTrie &out)
     readFrom(mappers, settings, out);
     ConfSearch appLevel;
     appLevel.constrain(ConfSearch::User, kSharedUser);
-    appLevel.setMaxLevel(ConfPathTrie::kAppLevel);
+    appLevel.setMaxLevel(kAppLevel);
     readFrom(mappers, appLevel, out);
 }
 
 } // namespace
 
-ApplicationManager::ApplicationManager(const BundlesSetup &setup) : setup_(setup)
+ApplicationManager::ApplicationManager(const ConfPathMapperManager &mappers)
+    : mappers_(mappers), setup_(mappers.setup())
 {
     rescan(false);
 }
@@ -50,7 +48,11 @@ ApplicationManager::ApplicationManager(const BundlesSetup &setup) : setup_(setup
 void ApplicationManager::getInfo(const Str &name, ApplicationInfo &info) const
 {
     const std::lock_guard guard(lock_);
-    info = recordOf(name).info;
+    const auto found = apps_.find(name);
+    if (found == apps_.end()) {
+        throw ApplicationDoesNotExistException(name);
+    }
+    info = found->second.info;
 }
 
 bool ApplicationManager::isKnown(const Str &name) const
@@ -64,15 +66,6 @@ bool ApplicationManager::isUsable(const Str &name) const
     const std::lock_guard guard(lock_);
     const auto found = apps_.find(name);
     return found != apps_.end() && found->second.info.enabled;
-}
-
-const ApplicationManager::Record &ApplicationManager::recordOf(const Str &name) const
-{
-    const auto found = apps_.find(name);
-    if (found == apps_.end()) {
-        throw ApplicationDoesNotExistException(name);
-    }
-    return found->second;
 }
 
 bool ApplicationManager::hasGlobalExports(const Str &app) const
@@ -105,6 +98,8 @@ ImportGenerations ApplicationManager::importGenerations(const Str &app) const
     return generations;
 }
 
+/// Step by step, breadth first: the generation of an app is the least number of imports that lead to it, and
+/// a circle of imports ends where it began.
 void ApplicationManager::expand(ImportGenerations &generations) const
 {
     StrVector last;
@@ -124,6 +119,7 @@ void ApplicationManager::expand(ImportGenerations &generations) const
     }
 }
 
+/// Names of apps are URL-encoded in metadata files, as parts of names of stanzas are there.
 StrVector ApplicationManager::importsOf(const Str &app) const
 {
     StrVector known;
@@ -136,20 +132,21 @@ StrVector ApplicationManager::importsOf(const Str &app) const
             log.warn("Error decoding import: %s", import.c_str());
             continue;
         }
-        try {
-            recordOf(import);
+        if (apps_.contains(import)) {
             known.push_back(import);
-        } catch (const ApplicationDoesNotExistException &exception) {
-            log.debug("%s", exception.what());
+        } else {
+            log.debug("%s", ApplicationDoesNotExistException(import).what());
         }
     }
     return known;
 }
 
+/// Mappers are asked under the lock, which comes before theirs. In the detection of changes nothing is ever
+/// forgotten: an app whose folder vanished stays known to the end of the process.
 void ApplicationManager::rescan(bool detectChanges)
 {
     const std::lock_guard guard(lock_);
-    const std::vector<IConfPathMapper *> mappers = setup_.shared().mappers().mappers();
+    const std::vector<IConfPathMapper *> mappers = mappers_.mappers();
     ConfPathTrie settings;
     readApps(mappers, settings);
     if (!detectChanges) {
@@ -159,6 +156,7 @@ void ApplicationManager::rescan(bool detectChanges)
     if (pathKind(setup_.slaveAppsDir()) == PathKind::Folder) {
         scanDirectory(setup_.slaveAppsDir(), settings, detectChanges);
     }
+    // It has no folder among the apps; where one bears its name all the same, that was read above.
     apps_.try_emplace(kSystemApp, Record{ApplicationInfo::from(kSystemApp, nullptr)});
     collectIds();
     globalExporters_.clear();
@@ -198,6 +196,7 @@ void ApplicationManager::scanDirectory(const Pathname &directory, const ConfPath
     log.debug() << "Initialized " << count << " application(s): " << text;
 }
 
+/// The slave apps are read last, so of two folders of one name that of the slave apps counts.
 void ApplicationManager::enter(const Str &name, ApplicationInfo info)
 {
     if (apps_.contains(name)) {

@@ -3,13 +3,68 @@
 #include "conf/ground/conf_lock.h"
 #include "conf/root/application_info.h"
 #include "conf/root/bundles_setup.h"
+#include "util/text/base_exception.h"
 
 #include <map>
 #include <set>
 
 namespace velmox {
 
+class ConfPathMapperManager;
 class ConfPathTrie;
+
+class ApplicationManagerException : public BaseException
+{
+public:
+    using BaseException::BaseException;
+};
+
+class ApplicationDoesNotExistException : public ApplicationManagerException
+{
+public:
+    explicit ApplicationDoesNotExistException(const Str &name)
+        : ApplicationManagerException(Str::concat("Cannot import non-existent application: ", name))
+    {
+    }
+};
+
+class ApplicationInfoUpdateException : public ApplicationManagerException
+{
+public:
+    explicit ApplicationInfoUpdateException(const Str &name)
+        : ApplicationManagerException(Str::concat("Cannot update application info: ", name))
+    {
+    }
+};
+
+class ApplicationRemovalException : public ApplicationManagerException
+{
+public:
+    /// `error` is the system's code.
+    ApplicationRemovalException(unsigned error, const Str &directory)
+        : ApplicationManagerException(
+              Str::fromErrorFormat(error, "Cannot remove application directory: %s: %m", directory.c_str()))
+    {
+    }
+};
+
+class ApplicationHasNoUpdateException : public ApplicationManagerException
+{
+public:
+    explicit ApplicationHasNoUpdateException(const Str &id)
+        : ApplicationManagerException(Str::concat("No update available for appid: ", id))
+    {
+    }
+};
+
+class ApplicationDoesNotAllowDisableException : public ApplicationManagerException
+{
+public:
+    explicit ApplicationDoesNotAllowDisableException(const Str &name)
+        : ApplicationManagerException(Str::concat("Application cannot be disabled: ", name))
+    {
+    }
+};
 
 /// An app and those that it imports, directly or through others, each with the number of steps to it.
 using ImportGenerations = std::map<Str, std::uint64_t>;
@@ -21,11 +76,17 @@ enum class ApplicationChange
     Modified = 2,
 };
 
-/// Knows the applications of a root. Any thread; nothing that is handed out points into it.
+/// The register of apps of a root: a folder among the apps, or among the slave apps, is an app. What is known
+/// of one comes from its `app.conf` and its metadata, read through the mappers and therefore with what other
+/// programs changed only once the mappers know of it.
+///
+/// Any thread; nothing that is handed out points into it. A scan asks all mappers under the lock, so nobody
+/// may scan who holds the lock of one.
 class ApplicationManager
 {
 public:
-    explicit ApplicationManager(const BundlesSetup &setup);
+    /// The mappers, of which it reads what there is, outlive it.
+    explicit ApplicationManager(const ConfPathMapperManager &mappers);
 
     /// Throws ApplicationDoesNotExistException; "system" always exists.
     void getInfo(const Str &name, ApplicationInfo &info) const;
@@ -51,7 +112,6 @@ private:
     };
 
     // To be called with the lock held.
-    const Record &recordOf(const Str &name) const;
     void expand(ImportGenerations &generations) const;
     StrVector importsOf(const Str &app) const;
     void scanDirectory(const Pathname &directory, const ConfPathTrie &settings, bool detectChanges);
@@ -60,6 +120,7 @@ private:
     void collectIds();
 
     mutable ConfLock lock_{ConfLockRank::Applications};
+    const ConfPathMapperManager &mappers_;
     const BundlesSetup setup_;
     std::map<Str, Record> apps_;
     std::map<Str, std::set<Str>> appsById_;

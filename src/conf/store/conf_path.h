@@ -2,17 +2,25 @@
 
 #include "conf/root/bundles_setup.h"
 #include "conf/tree/conf_path_trie.h"
-#include "conf/tree/conf_path_with_acl.h"
+#include "conf/tree/conf_rights.h"
 
 namespace velmox {
 
+class ConfPathMapperManager;
+
 /// An address in a configuration root, and what can be done there on behalf of an identity.
+///
+/// A read asks all mappers: several may hold a part of what stands at an address. A write goes to one mapper
+/// for data and to one for metadata, as the write rules of the bootstrap file say; each node below may have
+/// writers of its own. Nothing is undone when a part fails: what was written before stays and is flushed.
 class ConfPath : public ConfPathWithACL
 {
 public:
-    ConfPath(const BundlesSetup &setup, ConfPathBase base, ConfUserContext identity = {});
+    /// The mappers of the root outlive this object.
+    ConfPath(ConfPathMapperManager &mappers, ConfPathBase base, ConfUserContext identity = {});
 
-    const BundlesSetup &setup() const { return setup_; }
+    ConfPathMapperManager &mappers() const { return *mappers_; }
+    const BundlesSetup &setup() const;
 
     /// Reads the nodes at this path and above it.
     ConfPathMetadata effectiveMetadata() const override;
@@ -25,6 +33,9 @@ public:
     /// Throw ConfPathDoesNotExistException, ConfPathHasNoDataException and ConfPathHasNoMetadataException.
     Str readData() const;
     ConfPathMetadata readMetadata() const;
+    /// Whether metadata of this path is about something: a stanza or key that holds data. Apps and types need
+    /// no file of their own, and the settings may allow metadata of an app to stand alone.
+    bool isObjectThere() const;
 
     /// Writes a tree whose top is this path, and flushes what was touched, also after a failure. `flags` are
     /// those of `ConfPathMapperManager::findWriter` for data. Throws ConfPathPermissionDeniedException,
@@ -36,7 +47,7 @@ public:
     void remove() const;
 
 private:
-    BundlesSetup setup_;
+    ConfPathMapperManager *mappers_;
 };
 
 } // namespace velmox

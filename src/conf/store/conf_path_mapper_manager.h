@@ -13,23 +13,32 @@
 
 namespace velmox {
 
+// The room conf/store is about all directories of a root together: which there are and who serves them, which
+// apps there are, and how an address is read from all of them and written to the one where it belongs.
+
 class ConfPathBase;
 struct PathOwner;
 
 /// Finds and makes the mappers of a root, as its bootstrap file says: the order of its patterns is the order
-/// in which layers are read. Any thread.
+/// in which layers are read. A mapper lives as long as this object, so that what was handed out stays valid.
+/// Any thread; one lock, which is held while mappers are made, and with it that of the names of users.
 class ConfPathMapperManager
 {
 public:
     enum WriteFlags : unsigned
     {
         Data = 0,
-        Metadata = 1,
-        Packed = 2,
+        Metadata = 1, ///< the metadata file that goes with the place
+        Packed = 2,   ///< the packed file of the place; no rule that ships names one
     };
 
-    explicit ConfPathMapperManager(const BundlesSetup &setup);
+    /// Makes the mappers of what stands there already. All that is given outlives this object.
+    ConfPathMapperManager(const BundlesSetup &setup, const ConfSettings &settings,
+                          ConfChangeObserver &observer);
     ~ConfPathMapperManager();
+
+    const BundlesSetup &setup() const { return setup_; }
+    const ConfSettings &settings() const { return settings_; }
 
     /// Adds what the patterns match and is not known yet; with `only`, that path alone, which need not exist.
     /// False when a path could not be added, or `only` is matched by no pattern.
@@ -54,6 +63,8 @@ private:
 
     mutable ConfLock lock_{ConfLockRank::MapperManager};
     const BundlesSetup setup_;
+    const ConfSettings &settings_;
+    ConfChangeObserver &observer_;
     const BootstrapRules rules_;
     UsernameMapper users_;
     /// By expanded pattern.

@@ -1,6 +1,14 @@
 #include "conf/tree/conf_path_base.h"
 
+#include "conf/ground/conf_exceptions.h"
+
 namespace velmox {
+
+namespace {
+
+constexpr CharSet kSlashes("/\\");
+
+} // namespace
 
 ConfPathBase::ConfPathBase(const Str &user, const Str &app, StrVector parts)
     : parts_(std::move(parts)), expansions_(parts_.size())
@@ -62,6 +70,25 @@ Str ConfPathBase::toStr() const
         text << "/" << part;
     }
     return text;
+}
+
+void refuseTraversal(const ConfPathBase &path, const Str &part)
+{
+    if (part.findFirst(kSlashes, 0, true) >= 0) {
+        throw ConfPathDirectoryTraversalException(Str::fromFormat(
+            "Directory traversal risk in %s at segment \"%s\"", path.toStr().c_str(), part.c_str()));
+    }
+}
+
+void refuseTraversal(const ConfPathBase &path)
+{
+    refuseTraversal(path, path.app());
+    const StrVector &parts = path.parts();
+    for (std::size_t part = 0; part < parts.size(); ++part) {
+        if (part != kStanzaLevel - kTypeLevel) {
+            refuseTraversal(path, parts[part]);
+        }
+    }
 }
 
 } // namespace velmox

@@ -9,6 +9,13 @@ inline constexpr char kSystemApp[] = "system";
 inline constexpr char kDefaultStanza[] = "default";
 inline constexpr char kAppType[] = "app";
 
+// Levels of a tree below its root, and of the addresses that name its nodes.
+inline constexpr unsigned kUserLevel = 1;
+inline constexpr unsigned kAppLevel = 2;
+inline constexpr unsigned kTypeLevel = 3;
+inline constexpr unsigned kStanzaLevel = 4;
+inline constexpr unsigned kKeyLevel = 5;
+
 // How many parts the addresses of an app, a type, a stanza and a key have.
 inline constexpr std::size_t kAppParts = 0;
 inline constexpr std::size_t kTypeParts = 1;
@@ -35,6 +42,8 @@ public:
     const StrVector &expansions() const { return expansions_; }
     /// The first part, or the empty text.
     const Str &type() const;
+    /// Of the node that the address names: without parts that of an app.
+    std::size_t level() const { return kAppLevel + parts_.size(); }
 
     void setUser(const Str &user);
     void setApp(const Str &app);
@@ -56,5 +65,13 @@ private:
     StrVector parts_;
     StrVector expansions_;
 };
+
+/// Throws ConfPathDirectoryTraversalException when the app or a part of the path holds a slash or a
+/// backslash. A user may have any name, since a safe one stands for it on disk, and so may a stanza: it
+/// stands inside a file, and is often named after a path.
+void refuseTraversal(const ConfPathBase &path);
+
+/// The same for one part, such as a stanza whose name is that of a file.
+void refuseTraversal(const ConfPathBase &path, const Str &part);
 
 } // namespace velmox

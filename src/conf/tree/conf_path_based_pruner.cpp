@@ -1,7 +1,5 @@
 #include "conf/tree/conf_path_based_pruner.h"
 
-#include "conf/tree/conf_path_trie.h"
-
 namespace velmox {
 
 ConfPathBasedPruner::ConfPathBasedPruner(ConfUserContext identity)
@@ -12,7 +10,7 @@ ConfPathBasedPruner::ConfPathBasedPruner(ConfUserContext identity)
 bool ConfPathBasedPruner::shouldPrune(const StrVector &segments, ConfPathTrie &node)
 {
     gather(segments.size(), node);
-    if (segments.size() < ConfPathTrie::kAppLevel) {
+    if (segments.size() < kAppLevel) {
         return false;
     }
     enter(segments, node);
@@ -22,25 +20,68 @@ bool ConfPathBasedPruner::shouldPrune(const StrVector &segments, ConfPathTrie &n
 
 void ConfPathBasedPruner::gather(std::size_t depth, const ConfPathTrie &node)
 {
-    static const ConfPathMetadata none;
     gathered_.resize(depth - 1);
-    gathered_.push_back(gathered_.empty() ? none : gathered_.back());
-    gathered_.back().overlay(node.hasMetadata() ? node.metadata() : none);
+    gathered_.push_back(gathered_.empty() ? ConfPathMetadata() : gathered_.back());
+    gathered_.back().overlay(node.metadata());
 }
 
+/// The walk goes depth first: a path is made from the last by leaving what was deeper, and going one step
+/// down.
 void ConfPathBasedPruner::enter(const StrVector &segments, const ConfPathTrie &node)
 {
-    const std::size_t partCount = segments.size() - ConfPathTrie::kAppLevel;
-    if (partCount == kAppParts) {
+    const std::size_t level = segments.size();
+    if (level == kAppLevel) {
         path_.setUser(segments[0].lowered());
         path_.setApp(segments[1]);
     }
-    while (!path_.parts().empty() && path_.parts().size() >= partCount) {
+    while (path_.level() > kAppLevel && path_.level() >= level) {
         path_.removeLastPart();
     }
-    if (partCount > kAppParts) {
+    if (level > kAppLevel) {
         path_.addPart(segments.back(), node.expansion());
     }
+}
+
+bool PermissionPruner::isAllowed(const ConfPathCached &path, const ConfPathMetadata &) const
+{
+    return path.hasCapability(path.identity(), ConfAcl::kRead);
+}
+
+bool PermissionPruner::visitPath(const ConfPathCached &path, ConfPathTrie &node)
+{
+    if (isAllowed(path, parentMetadata())) {
+        return false;
+    }
+    ConfPathCached below = path;
+    return !isAllowedBelow(below, node);
+}
+
+bool PermissionPruner::isAllowedBelow(ConfPathCached &path, const ConfPathTrie &node) const
+{
+    // The walker has not been there yet: metadata is gathered here a second time, with the same rules.
+    const ConfPathMetadata parent = path.metadata();
+    for (const auto &[part, child] : node.children()) {
+        path.addPart(part);
+        path.metadata().overlay(child->metadata());
+        const bool allowed = isAllowed(path, parent) || isAllowedBelow(path, *child);
+        path.removeLastPart();
+        path.metadata() = parent;
+        if (allowed) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool DeletablePruner::isAllowed(const ConfPathCached &path, const ConfPathMetadata &parent) const
+{
+    if (path.parts().empty() || !path.hasCapability(path.identity(), ConfAcl::kRead)) {
+        return false;
+    }
+    ConfPathCached above = path;
+    above.removeLastPart();
+    above.metadata() = parent;
+    return above.hasCapability(path.identity(), ConfAcl::kWrite);
 }
 
 } // namespace velmox

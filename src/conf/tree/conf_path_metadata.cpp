@@ -57,6 +57,8 @@ bool ConfPathMetadata::equalsButTime(const ConfPathMetadata &other) const
 
 void ConfPathMetadata::overlay(const ConfPathMetadata &deeper)
 {
+    // Rights and owner are handed down to what is below. The rest tells of the one node where it stands:
+    // whether a key can be removed says nothing of its stanza's other keys.
     replace(access, deeper.access);
     replace(owner, deeper.owner);
     replace(imports, deeper.imports);

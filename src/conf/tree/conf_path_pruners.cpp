@@ -10,6 +10,14 @@ namespace {
 
 Logger log("DisabledApplicationPruner");
 
+/// A stanza that is exported to everyone must be reached, though the app that it stands in is not open.
+bool holdsExport(const ConfPathTrie &node)
+{
+    return std::any_of(node.children().begin(), node.children().end(), [](const auto &child) {
+        return child.second->metadata().exported == ConfExport::System || holdsExport(*child.second);
+    });
+}
+
 } // namespace
 
 SubtriePruner::SubtriePruner(const ConfPathBase &path, unsigned levels)
@@ -26,7 +34,7 @@ bool SubtriePruner::shouldPrune(const StrVector &segments, ConfPathTrie &)
 
 bool OneClassPruner::shouldPrune(const StrVector &segments, ConfPathTrie &)
 {
-    const bool isType = segments.size() == ConfPathTrie::kTypeLevel;
+    const bool isType = segments.size() == kTypeLevel;
     return isType && (segments.back() == type_) == (mode_ == Mode::RemoveOnly);
 }
 
@@ -37,16 +45,16 @@ PruneAnswer MatchSearchPruner::visit(const StrVector &segments, ConfPathTrie &no
 
 PruneAnswer DanglingMetadataPruner::visit(const StrVector &segments, ConfPathTrie &node)
 {
-    const bool holdsData =
-        segments.size() == ConfPathTrie::kStanzaLevel || segments.size() == ConfPathTrie::kKeyLevel;
+    const bool holdsData = segments.size() == kStanzaLevel || segments.size() == kKeyLevel;
     return holdsData && !node.hasData() ? PruneAnswer::KeepIfNotEmptied : PruneAnswer::Keep;
 }
 
 bool DisabledApplicationPruner::shouldPrune(const StrVector &segments, ConfPathTrie &)
 {
-    if (segments.size() != ConfPathTrie::kTypeLevel || segments[2] == kAppType || isUsable_(segments[1])) {
+    if (segments.size() != kTypeLevel || segments[2] == kAppType || isUsable_(segments[1])) {
         return false;
     }
+    // The text is made for the log alone, and this is asked of each type of each app.
     if (log.debugEnabled()) {
         log.debug("Skipping path into disabled_app=%s: %s", segments[1].c_str(),
                   ConfPathBase(segments[0], segments[1], {segments[2]}).toStr().c_str());
@@ -56,7 +64,7 @@ bool DisabledApplicationPruner::shouldPrune(const StrVector &segments, ConfPathT
 
 PruneAnswer DanglingDataPruner::visit(const StrVector &segments, ConfPathTrie &)
 {
-    const bool isPrivateApp = segments.size() == ConfPathTrie::kAppLevel && segments[0] != kSharedUser;
+    const bool isPrivateApp = segments.size() == kAppLevel && segments[0] != kSharedUser;
     const bool dangles =
         isSharedStorage_ && isPrivateApp && !isKnown_(segments[1]) && !mayDangle_(segments[1]);
     return dangles ? PruneAnswer::Remove : PruneAnswer::Keep;
@@ -64,8 +72,46 @@ PruneAnswer DanglingDataPruner::visit(const StrVector &segments, ConfPathTrie &)
 
 bool UsersPruner::shouldPrune(const StrVector &segments, ConfPathTrie &)
 {
-    return segments.size() == ConfPathTrie::kUserLevel && segments.front() != kSharedUser &&
+    return segments.size() == kUserLevel && segments.front() != kSharedUser &&
            !kept_.contains(segments.front());
+}
+
+ApplicationContextPruner::ApplicationContextPruner(const Str &app, std::set<Str> imports)
+    : app_(app), imports_(std::move(imports))
+{
+}
+
+PruneAnswer ApplicationContextPruner::visit(const StrVector &segments, ConfPathTrie &node)
+{
+    enter(segments.size(), node);
+    if (segments.size() < kAppLevel || exports_.back() == ConfExport::System) {
+        return PruneAnswer::Keep;
+    }
+    const Str &app = segments[1];
+    const bool isOpen = app == kSystemApp || app == app_ || imports_.contains(app);
+    return isOpen || holdsExport(node) ? PruneAnswer::Keep : PruneAnswer::Remove;
+}
+
+void ApplicationContextPruner::enter(std::size_t level, const ConfPathTrie &node)
+{
+    exports_.resize(level - 1);
+    const ConfExport inherited = exports_.empty() ? ConfExport::NotSet : exports_.back();
+    const ConfExport own = node.metadata().exported;
+    exports_.push_back(own == ConfExport::NotSet ? inherited : own);
+}
+
+SingleUserAppContextPruner::SingleUserAppContextPruner(const Str &user, const Str &app, std::set<Str> imports)
+    : ApplicationContextPruner(app, std::move(imports)), user_(user.lowered())
+{
+}
+
+PruneAnswer SingleUserAppContextPruner::visit(const StrVector &segments, ConfPathTrie &node)
+{
+    if (segments[0] == kSharedUser) {
+        return ApplicationContextPruner::visit(segments, node);
+    }
+    const bool isOwn = segments[0] == user_ && (segments.size() < kAppLevel || segments[1] == app());
+    return isOwn ? PruneAnswer::Keep : PruneAnswer::Remove;
 }
 
 } // namespace velmox

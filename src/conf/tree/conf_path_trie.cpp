@@ -1,8 +1,15 @@
 #include "conf/tree/conf_path_trie.h"
 
-#include "conf/tree/conf_path_trie_pruner.h"
+#include "util/log/log_message.h"
 
 namespace velmox {
+
+PruneAnswer SimpleConfPathTriePruner::visit(const StrVector &segments, ConfPathTrie &node)
+{
+    return shouldPrune(segments, node) ? PruneAnswer::Remove : PruneAnswer::Keep;
+}
+
+const ConfPathMetadata ConfPathTrie::kNoMetadata;
 
 std::unique_ptr<ConfPathTrie> ConfPathTrie::makeEmpty() const
 {
@@ -18,10 +25,9 @@ ConfPathTrie &ConfPathTrie::node(const ConfPathBase &path)
     return *node;
 }
 
-template <class Trie>
-Trie *ConfPathTrie::findIn(Trie *node, const ConfPathBase &path)
+const ConfPathTrie *ConfPathTrie::find(const ConfPathBase &path) const
 {
-    node = node->findChild(path.user().lowered());
+    const ConfPathTrie *node = findChild(path.user().lowered());
     node = node ? node->findChild(path.app()) : nullptr;
     for (auto part = path.parts().begin(); node && part != path.parts().end(); ++part) {
         node = node->findChild(*part);
@@ -29,14 +35,9 @@ Trie *ConfPathTrie::findIn(Trie *node, const ConfPathBase &path)
     return node;
 }
 
-const ConfPathTrie *ConfPathTrie::find(const ConfPathBase &path) const
-{
-    return findIn(this, path);
-}
-
 ConfPathTrie *ConfPathTrie::find(const ConfPathBase &path)
 {
-    return findIn(this, path);
+    return const_cast<ConfPathTrie *>(std::as_const(*this).find(path));
 }
 
 const ConfPathTrie *ConfPathTrie::findChild(const Str &part) const
@@ -52,11 +53,7 @@ ConfPathTrie *ConfPathTrie::findChild(const Str &part)
 
 ConfPathTrie &ConfPathTrie::child(const Str &part)
 {
-    std::unique_ptr<ConfPathTrie> &slot = children_[part];
-    if (!slot) {
-        slot = makeEmpty();
-    }
-    return *slot;
+    return *childBefore(children_.end(), part)->second;
 }
 
 ConfPathTrie &ConfPathTrie::child(const Str &part, const Str &expansion)
@@ -97,6 +94,7 @@ void ConfPathTrie::walk(ConfPathTriePruner &pruner)
     walkBelow(pruner, segments);
 }
 
+/// `segments` is one vector for the whole walk, whose last part is exchanged from child to child.
 void ConfPathTrie::walkBelow(ConfPathTriePruner &pruner, StrVector &segments)
 {
     segments.emplace_back();
@@ -152,6 +150,8 @@ void ConfPathTrie::merge(ConfPathTrie &&other)
     }
 }
 
+// The children of both trees come in the same order, so that each look-up can start from the last: to merge
+// thousands of stanzas costs a step each, not a search.
 ConfPathTrie::Children::iterator ConfPathTrie::childBefore(Children::iterator next, const Str &part)
 {
     const auto at = children_.try_emplace(next, part);
@@ -191,6 +191,73 @@ void ConfPathTrie::overwrite(const ConfPathTrie &other)
     }
     for (const auto &[part, node] : other.children_) {
         child(part).overwrite(*node);
+    }
+}
+
+bool ConfPathTrie::sameNode(const ConfPathTrie &other) const
+{
+    return data_ == other.data_ && expansion_ == other.expansion_ &&
+           metadata().equalsButTime(other.metadata());
+}
+
+// Children of `a` come first, of which those in `b` are compared; what is left is what `b` alone has.
+bool ConfPathTrie::diff(ConfPathTrie &out, const ConfPathTrie &a, const ConfPathTrie &b)
+{
+    bool differ = !a.sameNode(b);
+    if (differ) {
+        out.merge(b, 0);
+    }
+    for (const auto &[part, ofA] : a.children_) {
+        const ConfPathTrie *const ofB = b.findChild(part);
+        ConfPathTrie below;
+        if (ofB == nullptr) {
+            below.merge(*ofA);
+        } else if (!diff(below, *ofA, *ofB)) {
+            continue;
+        }
+        differ = true;
+        out.child(part).merge(below);
+    }
+    for (const auto &[part, ofB] : b.children_) {
+        if (a.findChild(part) == nullptr) {
+            differ = true;
+            out.child(part).merge(*ofB);
+        }
+    }
+    return differ;
+}
+
+void ConfPathTrie::dump(Str *out) const
+{
+    for (const auto &[part, node] : children_) {
+        *out << part;
+        node->dumpLevel(*out, 1);
+    }
+}
+
+Str ConfPathTrie::toStr() const
+{
+    Str text;
+    dump(&text);
+    return text;
+}
+
+void ConfPathTrie::dumpLevel(Str &out, unsigned level) const
+{
+    if (!expansion_.empty()) {
+        out << " (" << expansion_ << ")";
+    }
+    if (data_) {
+        out << " = " << withVisibleLineEnds(*data_);
+    }
+    if (metadata_) {
+        out << " " << metadata_->toStr();
+    }
+    out << "\n";
+    for (const auto &[part, node] : children_) {
+        out.append(2 * level, ' ');
+        out << part;
+        node->dumpLevel(out, level + 1);
     }
 }
 

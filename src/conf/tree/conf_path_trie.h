@@ -1,5 +1,10 @@
 #pragma once
 
+// conf/tree: settings as trees in memory, and nothing of files. Addresses (conf_path_base.h) name a node;
+// ConfPathTrie holds values and metadata at the nodes, and is the form in which layers travel from the
+// mappers to the caches; pruners walk a tree and remove what a reader is not to see; ACLs and rights say who
+// may what.
+
 #include "conf/tree/conf_path_base.h"
 #include "conf/tree/conf_path_metadata.h"
 
@@ -9,7 +14,33 @@
 
 namespace velmox {
 
-class ConfPathTriePruner;
+class ConfPathTrie;
+
+enum class PruneAnswer
+{
+    Remove = 0,           ///< this node and all below it
+    Keep = 1,             ///< and go on below it
+    KeepIfNotEmptied = 2, ///< go on below it; remove it if that leaves it without children and it has no data
+};
+
+/// Walks a tree of configuration items and says what stays.
+class ConfPathTriePruner
+{
+public:
+    virtual ~ConfPathTriePruner() = default;
+    /// `segments` are the parts from below the root down to this node's.
+    virtual PruneAnswer visit(const StrVector &segments, ConfPathTrie &node) = 0;
+};
+
+/// A walker that only removes or keeps.
+class SimpleConfPathTriePruner : public ConfPathTriePruner
+{
+public:
+    PruneAnswer visit(const StrVector &segments, ConfPathTrie &node) final;
+
+private:
+    virtual bool shouldPrune(const StrVector &segments, ConfPathTrie &node) = 0;
+};
 
 /// A tree of configuration items, by user, app, type, stanza and key: the form in which layers travel. A
 /// plain value of one thread; a node owns what is below it.
@@ -19,12 +50,6 @@ public:
     using Children = std::map<Str, std::unique_ptr<ConfPathTrie>>;
 
     static constexpr unsigned kAllLevels = ~0u;
-    // Levels of nodes below the root.
-    static constexpr unsigned kUserLevel = 1;
-    static constexpr unsigned kAppLevel = 2;
-    static constexpr unsigned kTypeLevel = 3;
-    static constexpr unsigned kStanzaLevel = 4;
-    static constexpr unsigned kKeyLevel = 5;
 
     ConfPathTrie() = default;
     ConfPathTrie(ConfPathTrie &&) = default;
@@ -60,7 +85,8 @@ public:
     bool hasMetadata() const { return metadata_ != nullptr; }
     /// Only of a node that has it.
     const Str &data() const { return *data_; }
-    const ConfPathMetadata &metadata() const { return *metadata_; }
+    /// Nothing set where there is none.
+    const ConfPathMetadata &metadata() const { return metadata_ ? *metadata_ : kNoMetadata; }
     const Str &expansion() const { return expansion_; }
     void setExpansion(const Str &expansion) { expansion_ = expansion; }
 
@@ -92,9 +118,9 @@ private:
     /// The child, which is the one before `next` when it was not there and the parts come in order.
     Children::iterator childBefore(Children::iterator next, const Str &part);
     void dumpLevel(Str &out, unsigned level) const;
-    template <class Trie>
-    static Trie *findIn(Trie *node, const ConfPathBase &path);
     void walkBelow(ConfPathTriePruner &pruner, StrVector &segments);
+
+    static const ConfPathMetadata kNoMetadata;
 
     Children children_;
     std::optional<Str> data_;

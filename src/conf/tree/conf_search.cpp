@@ -24,19 +24,19 @@ bool ConfSearch::constrain(Field field, const Str &value)
 
 bool ConfSearch::matchesLast(const StrVector &segments) const
 {
-    return segments.size() <= maxLevel_ && fits(segments.size(), segments.back());
-}
-
-bool ConfSearch::fits(std::size_t level, const Str &part) const
-{
-    switch (level) {
-    case ConfPathTrie::kUserLevel:
+    const Str &part = segments.back();
+    if (segments.size() > maxLevel_) {
+        return false;
+    }
+    // Names of users count in any case; those of apps, types and stanzas are compared as they are.
+    switch (segments.size()) {
+    case kUserLevel:
         return !constraints_[User] || part.compareCaseless(*constraints_[User]) == 0;
-    case ConfPathTrie::kAppLevel:
+    case kAppLevel:
         return !constraints_[App] || part == *constraints_[App];
-    case ConfPathTrie::kTypeLevel:
+    case kTypeLevel:
         return !constraints_[Type] || part == *constraints_[Type];
-    case ConfPathTrie::kStanzaLevel:
+    case kStanzaLevel:
         return !stanza_ || part == *stanza_ || part == kDefaultStanza;
     default:
         return true;

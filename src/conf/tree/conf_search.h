@@ -36,8 +36,6 @@ public:
     bool matchesLast(const StrVector &segments) const;
 
 private:
-    bool fits(std::size_t level, const Str &part) const;
-
     std::array<std::optional<Str>, 3> constraints_;
     std::optional<Str> stanza_;
     unsigned maxLevel_ = ConfPathTrie::kAllLevels;

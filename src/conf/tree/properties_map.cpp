@@ -27,6 +27,8 @@ bool PropertiesMap::getBool(const Str &key, bool dflt) const
 
 bool PropertiesMap::isDisabled() const
 {
+    // A key without a value is in force, like a missing one; whatever else is no boolean was meant to
+    // disable.
     return get("disabled").toBool(false, true);
 }
 
@@ -37,15 +39,17 @@ void PropertiesMap::set(const Str &key, const Str &value)
 
 Str PropertiesMap::appName() const
 {
+    // "default" inherits from nowhere, so that its own values are marked by the very name that elsewhere
+    // marks inherited ones.
     const bool isDefault = self.originStanza == kDefaultStanza;
-    const PropertyValue *speaker = &self;
+    const PropertyValue *highest = &self;
     for (const auto &[key, candidate] : properties) {
         const bool inherited = !isDefault && candidate.originStanza == kDefaultStanza;
-        if (!inherited && candidate.level > speaker->level) {
-            speaker = &candidate;
+        if (!inherited && candidate.level > highest->level) {
+            highest = &candidate;
         }
     }
-    return speaker->app;
+    return highest->app;
 }
 
 } // namespace velmox

@@ -35,7 +35,7 @@ struct PropertyValue
 struct PropertiesMap
 {
     std::map<Str, PropertyValue> properties;
-    /// Speaks for the stanza itself; its value is normally empty, its origin stanza is the stanza's name.
+    /// Where the stanza itself comes from: its value is normally empty, its origin stanza is its own name.
     PropertyValue self;
     /// May be null.
     std::shared_ptr<const ConfAcl> metadata;
@@ -52,7 +52,8 @@ struct PropertiesMap
     bool isDisabled() const;
     /// Inserts the key or overwrites its value.
     void set(const Str &key, const Str &value);
-    /// The app that supplied what has the highest level. Inherited values have no say, save in "default".
+    /// The app that supplied what has the highest level, where inherited values don't count, save in
+    /// "default".
     Str appName() const;
 };
 

@@ -37,6 +37,7 @@ Reference enclosedReference(std::string_view text, std::string_view opening, cha
     return {name, end + 1};
 }
 
+/// `$NAME` ends with its last letter; "${" is no name, and so asks for the form in braces.
 Reference referenceAt(std::string_view text)
 {
     if (text[0] == '%') {
@@ -72,6 +73,7 @@ Str stanzaExpansion(const Str &name, const Pathname &rootDirectory)
 {
     constexpr std::string_view kScheme = "://";
     for (std::size_t at = name.find(kScheme); at != Str::npos; at = name.find(kScheme, at + 1)) {
+        // The first place that is relative counts; an absolute one before it, as in "a://b://./c", is passed.
         const std::size_t place = at + kScheme.size();
         if (place < name.size() && (name[place] == '.' || name[place] == '\\')) {
             return expandEnvironment(Str(name).replace(place, 1, rootDirectory.toStr()));

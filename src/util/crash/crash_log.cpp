@@ -1,37 +1,93 @@
 #include "util/crash/crash_log.h"
 
-#include "util/crash/crash_file.h"
 #include "util/crash/crash_report.h"
 #include "util/crash/dbg_help.h"
-#include "util/crash/exception_text.h"
-#include "util/crash/invalid_parameter.h"
-#include "util/crash/mini_dump.h"
+#include "util/log/logger.h"
 #include "util/system/environment.h"
+#include "util/system/owned_handle.h"
+#include "util/system/program_version.h"
+#include "util/system/windows_api.h"
+#include "util/thread/crash_sink.h"
 #include "util/thread/thread.h"
 
+#include <cstdint>
+#include <cstdlib>
 #include <exception>
 #include <stdio.h>
+#include <vector>
 
 namespace velmox {
 
 namespace {
 
 constexpr UINT kUncaughtException = 3; // the code of abort()
-constexpr ULONG kReservedStack = 32 * 1024;
 constexpr DWORD kReportLimit = 60'000;
 
 /// Set by arming and never freed; null before.
 const Pathname *fileStem = nullptr;
+/// Read ahead of a crash, as looking for a resource may take locks of the loader.
+unsigned buildNumber = 0;
 /// The thread whose crash is reported; 0 before. One report a process.
 LONG reportingThread = 0;
 
-void breakIntoDebugger()
+WideStr programPath()
 {
-    if (IsDebuggerPresent()) {
-        DebugBreak();
-    }
+    std::vector<wchar_t> path(32768);
+    const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+    return WideStr(asUtf16(path.data()), length);
 }
 
+/// The name of a crash log up to its time: the program's path with '.', ':' and '\' as '_', in the folder.
+Pathname crashFileStem(const Pathname &folder)
+{
+    WideStr name = programPath();
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        if (name[i] == u'.' || name[i] == u':' || name[i] == u'\\') {
+            name[i] = u'_';
+        }
+    }
+    Pathname stem = folder;
+    stem.append(name.c_str(), name.size());
+    return stem;
+}
+
+/// The file of one crash report, named by its stem and the local time; without a stem, or when the file
+/// cannot be made, standard error takes its place. Nothing is buffered.
+class CrashFile : public LimitedCrashSink
+{
+public:
+    CrashFile(const char16_t *stem, const SYSTEMTIME &localTime)
+    {
+        if (stem == nullptr) {
+            return;
+        }
+        const int length = _snwprintf(path_, kMostPathUnits, L"%ls_crash-%04d-%02d-%02d-%02d-%02d-%02d.log",
+                                      asWide(stem), localTime.wYear, localTime.wMonth, localTime.wDay,
+                                      localTime.wHour, localTime.wMinute, localTime.wSecond);
+        if (length > 0 && length < static_cast<int>(kMostPathUnits)) {
+            file_.reset(CreateFileW(path_, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                                    CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+        }
+    }
+
+    /// Null while standard error stands in.
+    const wchar_t *path() const { return file_.isValid() ? path_ : nullptr; }
+
+private:
+    static constexpr std::size_t kMostPathUnits = 1024;
+
+    void put(const char *bytes, std::size_t length) override
+    {
+        DWORD written = 0;
+        WriteFile(file_.isValid() ? file_.get() : GetStdHandle(STD_ERROR_HANDLE), bytes,
+                  static_cast<DWORD>(length), &written, nullptr);
+    }
+
+    wchar_t path_[kMostPathUnits];
+    FileHandle file_;
+};
+
+/// Last, for it is what is likeliest to fail; the text file is complete without it.
 void writeDump(CrashFile &file, const CrashFacts &facts)
 {
     if (file.path() == nullptr) {
@@ -57,7 +113,8 @@ DWORD WINAPI writeLogAndDump(void *argument)
     return 0;
 }
 
-/// For a thread whose stack is used up.
+/// For a thread whose stack is used up. A limit, for the loader's lock may be held, without which no thread
+/// begins.
 void writeOnAnotherThread(CrashFacts &facts)
 {
     const KernelHandle thread(CreateThread(nullptr, 0, writeLogAndDump, &facts, 0, nullptr));
@@ -88,10 +145,11 @@ void report(EXCEPTION_POINTERS *exception, DWORD lastError)
     if (!beginReport(code)) {
         return;
     }
-    breakIntoDebugger();
-    Thread *thread = Thread::currentOrMain();
-    CrashFacts facts{exception, GetCurrentThreadId(), Thread::currentNameText(),
-                     thread != nullptr ? &thread->crashNotes() : nullptr, lastError};
+    if (IsDebuggerPresent()) {
+        DebugBreak();
+    }
+    CrashFacts facts{exception, GetCurrentThreadId(), Thread::currentNameText(), Thread::currentOrMain(),
+                     lastError, buildNumber};
     if (code == static_cast<DWORD>(EXCEPTION_STACK_OVERFLOW)) {
         writeOnAnotherThread(facts);
     } else {
@@ -112,6 +170,8 @@ LONG WINAPI handleUnhandledException(EXCEPTION_POINTERS *exception)
     return EXCEPTION_EXECUTE_HANDLER;
 }
 
+// There is no record of a C++ exception here, so one is made, of the place that the run-time library called
+// from.
 [[noreturn]] void handleTerminate()
 {
     const DWORD lastError = GetLastError();
@@ -127,19 +187,64 @@ LONG WINAPI handleUnhandledException(EXCEPTION_POINTERS *exception)
     __builtin_unreachable();
 }
 
-} // namespace
-
+/// Has fatal exceptions reported from here on. Until the log is armed a report goes to standard error, and
+/// there is no dump.
 void installCrashHandlers()
 {
+    buildNumber = ProgramVersion::ofThisProgram().build();
     SetUnhandledExceptionFilter(handleUnhandledException);
     std::set_terminate(handleTerminate);
-    reserveStackForCrash();
+    thread_primitives::reserveStackForCrash();
 }
+
+/// For every program that arms the crash log somewhere: the linker leaves this file out of the others.
+[[maybe_unused]] const bool hookSet = (Thread::setMainThreadHook(installCrashHandlers), true);
+
+Logger backtracerLogger("Backtracer");
+
+void appendPart(Str &parts, const char *label, const wchar_t *text)
+{
+    if (text == nullptr) {
+        return; // release builds of the library tell nothing
+    }
+    if (!parts.empty()) {
+        parts << " ";
+    }
+    parts << label << asUtf16(text) << "'";
+}
+
+void logInvalidParameter(const wchar_t *expression, const wchar_t *function, const wchar_t *file,
+                         unsigned line, std::uintptr_t)
+{
+    Str parts;
+    appendPart(parts, "Expression='", expression);
+    appendPart(parts, "Function='", function);
+    appendPart(parts, "File='", file);
+    backtracerLogger.error("%s Line='%d'", parts.c_str(), static_cast<int>(line));
+}
+
+/// Has the C run-time libraries that are loaded log their callers' bad arguments, through the logger
+/// "Backtracer", and go on, as far as they let themselves be told.
+///
+/// By name, for what the linker finds for msvcrt.dll is a stand-in that tells the library nothing. A library
+/// without the routine deals with bad arguments in its own way, and nothing of them is logged.
+void logInvalidParameters()
+{
+    for (const wchar_t *name : {L"msvcrt.dll", L"ucrtbase.dll"}) {
+        decltype(_set_invalid_parameter_handler) *setHandler = nullptr;
+        const HMODULE library = GetModuleHandleW(name);
+        if (library != nullptr && findRoutine(library, "_set_invalid_parameter_handler", setHandler)) {
+            setHandler(logInvalidParameter);
+        }
+    }
+}
+
+} // namespace
 
 void armCrashLog(const Pathname &folder)
 {
     fileStem = new Pathname(crashFileStem(folder));
-    DbgHelp::instance();
+    loadDbgHelp();
     logInvalidParameters();
     installCrashHandlers();
 }
@@ -148,12 +253,6 @@ Pathname crashLogFolder()
 {
     const Pathname home = environmentVariable(u"VELMOX_HOME");
     return home.empty() ? Pathname(u".") : home.join("var").join("log").join("velmox");
-}
-
-void reserveStackForCrash()
-{
-    ULONG size = kReservedStack;
-    SetThreadStackGuarantee(&size);
 }
 
 } // namespace velmox

@@ -1,17 +1,24 @@
 #include "util/crash/crash_notes.h"
 
-#include "util/crash/crash_sink.h"
+#include "util/thread/crash_sink.h"
 #include "util/thread/thread.h"
 
 #include <cstdarg>
 
 namespace velmox {
 
-void CrashNotes::write(CrashSink &sink) const
+namespace {
+
+constexpr unsigned kMostWritten = 1024;
+
+} // namespace
+
+void writeCrashNotes(CrashSink &sink, const Thread &thread)
 {
-    thread_.dump(sink);
+    thread.dump(sink);
     unsigned count = 0;
-    for (const ScopedPerThreadCrashLogNotation *note = head_; note != nullptr; note = note->next_) {
+    for (const ScopedPerThreadCrashLogNotation *note = thread.crashNotes().head; note != nullptr;
+         note = note->next_) {
         if (++count > kMostWritten) {
             sink.print("Max crashlog notation count exceeded (1024), probably linked list of notations "
                        "corrupted. breaking out.\r\n");
@@ -30,9 +37,9 @@ ScopedPerThreadCrashLogNotation::ScopedPerThreadCrashLogNotation()
     if (notes_ == nullptr) {
         return;
     }
-    next_ = notes_->head_;
-    (next_ != nullptr ? next_->previous_ : notes_->tail_) = this;
-    notes_->head_ = this;
+    next_ = notes_->head;
+    (next_ != nullptr ? next_->previous_ : notes_->tail) = this;
+    notes_->head = this;
 }
 
 ScopedPerThreadCrashLogNotation::~ScopedPerThreadCrashLogNotation()
@@ -40,8 +47,8 @@ ScopedPerThreadCrashLogNotation::~ScopedPerThreadCrashLogNotation()
     if (notes_ == nullptr) {
         return;
     }
-    (previous_ != nullptr ? previous_->next_ : notes_->head_) = next_;
-    (next_ != nullptr ? next_->previous_ : notes_->tail_) = previous_;
+    (previous_ != nullptr ? previous_->next_ : notes_->head) = next_;
+    (next_ != nullptr ? next_->previous_ : notes_->tail) = previous_;
 }
 
 ScopedPerThreadCrashLogStringNotation::ScopedPerThreadCrashLogStringNotation(const char *fmt, ...)

@@ -5,31 +5,8 @@
 namespace velmox {
 
 class CrashSink;
-class ScopedPerThreadCrashLogNotation;
 class Thread;
-
-/// The notes that hang on one thread, the latest in front. Used by its own thread alone, and read when that
-/// thread dies. It owns nothing.
-class CrashNotes
-{
-public:
-    static constexpr unsigned kMostWritten = 1024;
-
-    explicit CrashNotes(const Thread &thread) : thread_(thread) {}
-    CrashNotes(const CrashNotes &) = delete;
-    CrashNotes &operator=(const CrashNotes &) = delete;
-
-    /// Writes the thread and a line for each note. The links may be damaged, so no more than
-    /// `kMostWritten` are followed.
-    void write(CrashSink &sink) const;
-
-private:
-    friend class ScopedPerThreadCrashLogNotation;
-
-    ScopedPerThreadCrashLogNotation *head_ = nullptr;
-    ScopedPerThreadCrashLogNotation *tail_ = nullptr;
-    const Thread &thread_;
-};
+struct CrashNotes;
 
 /// Hangs a note on the calling thread for the length of a scope; it is asked for its text only if the process
 /// dies within. A thread that no `Thread` object stands for keeps no notes.
@@ -45,7 +22,7 @@ public:
     virtual void writeNote(CrashSink &sink) const = 0;
 
 private:
-    friend class CrashNotes;
+    friend void writeCrashNotes(CrashSink &sink, const Thread &thread);
 
     CrashNotes *notes_;
     ScopedPerThreadCrashLogNotation *next_ = nullptr;
@@ -63,5 +40,9 @@ public:
 private:
     Str text_;
 };
+
+/// Writes the thread and a line for each of its notes, the latest first. The links may be damaged, so no more
+/// than 1,024 are followed.
+void writeCrashNotes(CrashSink &sink, const Thread &thread);
 
 } // namespace velmox

@@ -4,8 +4,11 @@
 
 namespace velmox {
 
-class CrashNotes;
 class CrashSink;
+class Thread;
+
+/// STATUS_GCC_THROW of GCC's run-time library, which raises it for each C++ exception.
+inline constexpr DWORD kCxxException = 0x20474343;
 
 /// What is known of a crash when it is caught, on the crashing thread.
 struct CrashFacts
@@ -13,11 +16,13 @@ struct CrashFacts
     EXCEPTION_POINTERS *exception;
     DWORD threadId;
     const char *threadName;
-    const CrashNotes *notes; // null for a thread that keeps none
+    const Thread *thread; ///< null for one that no object stands for
     DWORD lastError;
+    unsigned buildNumber;
 };
 
-/// Writes all sections of the report, in their order.
+/// Writes all sections of the report, in their order. A C++ exception must be in the hands of the calling
+/// thread, for its type and its text are found there.
 void writeCrashReport(CrashSink &sink, const SYSTEMTIME &localTime, const CrashFacts &facts);
 
 } // namespace velmox

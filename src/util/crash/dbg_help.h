@@ -2,29 +2,23 @@
 
 #include "util/system/windows_api.h"
 
-#include <dbghelp.h>
-
 namespace velmox {
 
-/// The calls of DbgHelp.dll, found at run time; null where the library or the call is missing.
-///
-/// The library is not made for threads: one at a time may call it.
-struct DbgHelp
-{
-    decltype(&::SymSetOptions) symSetOptions = nullptr;
-    decltype(&::SymInitialize) symInitialize = nullptr;
-    decltype(&::SymFromAddr) symFromAddr = nullptr;
-    decltype(&::SymGetLineFromAddr64) symGetLineFromAddr64 = nullptr;
-    decltype(&::SymGetModuleInfo64) symGetModuleInfo64 = nullptr;
-    decltype(&::SymFunctionTableAccess64) symFunctionTableAccess64 = nullptr;
-    decltype(&::SymGetModuleBase64) symGetModuleBase64 = nullptr;
-    decltype(&::StackWalk64) stackWalk64 = nullptr;
-    decltype(&::MiniDumpWriteDump) miniDumpWriteDump = nullptr;
+// What a crash report takes from DbgHelp.dll, which is found at run time. The library is not made for
+// threads: one at a time may call it.
 
-    /// Loads the library on the first call, and never lets it go.
-    static const DbgHelp &instance();
+class CrashSink;
 
-    bool canWalk() const;
-};
+/// Writes the registers of a stopped thread, a few a line.
+void writeRegisters(CrashSink &sink, const CONTEXT &context);
+
+/// Writes one line for each frame of a stopped thread's stack, as far as DbgHelp.dll can follow it.
+void writeStack(CrashSink &sink, HANDLE thread, const CONTEXT &context);
+
+/// Writes a minidump of this process to a file. False when DbgHelp.dll cannot, or the file cannot be made.
+bool writeMiniDump(const wchar_t *path, DWORD threadId, EXCEPTION_POINTERS *exception);
+
+/// Loads the library, which is then there when the process is too broken to load one.
+void loadDbgHelp();
 
 } // namespace velmox

@@ -1,6 +1,6 @@
 #include "util/crash/hex_dump.h"
 
-#include "util/crash/crash_sink.h"
+#include "util/thread/crash_sink.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -14,6 +14,7 @@ constexpr std::size_t kPageSize = 4096;
 constexpr std::size_t kBytesPerLine = 16;
 constexpr char kDigits[] = "0123456789abcdef";
 
+/// A page is readable as a whole or not at all; the lowest one never is.
 std::size_t readableLength(const void *start, std::size_t length)
 {
     const auto address = reinterpret_cast<std::uintptr_t>(start);
@@ -53,8 +54,6 @@ private:
 
 } // namespace
 
-HexDumper::~HexDumper() = default;
-
 void HexDumper::dump(const void *start, std::size_t length, const char *label)
 {
     const std::size_t readable = readableLength(start, length);
@@ -67,21 +66,6 @@ void HexDumper::dump(const void *start, std::size_t length, const char *label)
     for (std::size_t offset = 0; offset < readable; offset += kBytesPerLine) {
         writeLine(HexLine(offset, bytes + offset, std::min(kBytesPerLine, readable - offset)).text());
     }
-}
-
-void HexDumper_to_Str::writeLine(const char *text)
-{
-    out_ << text << "\r\n";
-}
-
-void HexDumper_to_StrVector::writeLine(const char *text)
-{
-    out_.emplace_back(text);
-}
-
-void HexDumper_to_Logger::writeLine(const char *text)
-{
-    logger_.log(level_, "%s", text);
 }
 
 void HexDumper_to_CrashLog::writeLine(const char *text)

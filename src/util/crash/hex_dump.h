@@ -16,7 +16,7 @@ class CrashSink;
 class HexDumper
 {
 public:
-    virtual ~HexDumper();
+    virtual ~HexDumper() = default;
 
     void dump(const void *start, std::size_t length, const char *label);
 
@@ -32,7 +32,7 @@ public:
     explicit HexDumper_to_Str(Str &out) : out_(out) {}
 
 private:
-    void writeLine(const char *text) override;
+    void writeLine(const char *text) override { out_ << text << "\r\n"; }
 
     Str &out_;
 };
@@ -44,7 +44,7 @@ public:
     explicit HexDumper_to_StrVector(StrVector &out) : out_(out) {}
 
 private:
-    void writeLine(const char *text) override;
+    void writeLine(const char *text) override { out_.emplace_back(text); }
 
     StrVector &out_;
 };
@@ -56,7 +56,7 @@ public:
     HexDumper_to_Logger(Logger &logger, LogLevel level) : logger_(logger), level_(level) {}
 
 private:
-    void writeLine(const char *text) override;
+    void writeLine(const char *text) override { logger_.log(level_, "%s", text); }
 
     Logger &logger_;
     LogLevel level_;

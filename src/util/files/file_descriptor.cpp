@@ -8,28 +8,19 @@ namespace {
 
 constexpr DWORD kShareReadAndDelete = FILE_SHARE_READ | FILE_SHARE_DELETE;
 
-FileHandle openForWriting(const Pathname &path, FilePermissions permissions, DWORD disposition)
-{
-    FileSecurity security(permissions);
-    return security.isValid()
-               ? FileHandle(CreateFileW(asWide(path), GENERIC_WRITE, kShareReadAndDelete, security.get(),
-                                        disposition, FILE_ATTRIBUTE_NORMAL, nullptr))
-               : FileHandle();
-}
-
 } // namespace
 
 bool FileDescriptor::openWrite(const Pathname &path, FilePermissions permissions)
 {
     close();
-    handle_ = openForWriting(path, permissions, CREATE_NEW);
+    handle_ = createFile(path, GENERIC_WRITE, kShareReadAndDelete, CREATE_NEW, permissions);
     return isOpen();
 }
 
 bool FileDescriptor::openAppend(const Pathname &path, FilePermissions permissions)
 {
     close();
-    handle_ = openForWriting(path, permissions, OPEN_ALWAYS);
+    handle_ = createFile(path, GENERIC_WRITE, kShareReadAndDelete, OPEN_ALWAYS, permissions);
     if (isOpen() && !SetFilePointerEx(get(), {}, nullptr, FILE_END)) {
         close();
     }

@@ -1,16 +1,11 @@
 #include "util/files/file_permissions.h"
 
-#include "util/log/logger.h"
-#include "util/thread/critical_section.h"
-
 #include <mutex>
 #include <span>
 
 namespace velmox {
 
 namespace {
-
-Logger logger("FilePermissions");
 
 constexpr DWORD kFullAccess = 0x1F01FF;
 constexpr DWORD kReadAccess = 0x120089;
@@ -56,7 +51,7 @@ public:
     }
 
 private:
-    CriticalSection lock_;
+    std::mutex lock_;
     bool found_ = false;
     Identities identities_;
 };
@@ -94,21 +89,14 @@ ACL *buildAccessList(HANDLE heap, std::span<const AccessEntry> entries)
 ACL *accessListOf(HANDLE heap, FilePermissions permissions, Identities &parties)
 {
     const AccessEntry administrators = {parties.administrators, kFullAccess};
-    switch (permissions) {
-    case FilePermissions::PublicRead: {
-        const AccessEntry entries[] = {
-            {parties.owner, kFullAccess}, {parties.everyone, kReadAccess}, administrators};
+    const AccessEntry owner = {parties.owner,
+                               permissions == FilePermissions::OwnerReadOnly ? kReadAccess : kFullAccess};
+    if (permissions == FilePermissions::PublicRead) {
+        const AccessEntry entries[] = {owner, {parties.everyone, kReadAccess}, administrators};
         return buildAccessList(heap, entries);
     }
-    case FilePermissions::OwnerReadOnly: {
-        const AccessEntry entries[] = {{parties.owner, kReadAccess}, administrators};
-        return buildAccessList(heap, entries);
-    }
-    default: {
-        const AccessEntry entries[] = {{parties.owner, kFullAccess}, administrators};
-        return buildAccessList(heap, entries);
-    }
-    }
+    const AccessEntry entries[] = {owner, administrators};
+    return buildAccessList(heap, entries);
 }
 
 SECURITY_DESCRIPTOR *buildDescriptor(HANDLE heap, FilePermissions permissions)
@@ -131,22 +119,20 @@ SECURITY_DESCRIPTOR *buildDescriptor(HANDLE heap, FilePermissions permissions)
 
 } // namespace
 
+FileHandle createFile(const Pathname &path, DWORD access, DWORD sharing, DWORD disposition,
+                      FilePermissions permissions)
+{
+    FileSecurity security(permissions);
+    return security.isValid() ? FileHandle(CreateFileW(asWide(path), access, sharing, security.get(),
+                                                       disposition, FILE_ATTRIBUTE_NORMAL, nullptr))
+                              : FileHandle();
+}
+
 FileSecurity::FileSecurity(FilePermissions permissions) : heap_(HeapCreate(0, 0, 0))
 {
     if (heap_.isValid()) {
         attributes_.lpSecurityDescriptor = buildDescriptor(heap_.get(), permissions);
     }
-}
-
-FileSecurity FileSecurity::require(FilePermissions permissions)
-{
-    FileSecurity security(permissions);
-    if (!security.isValid()) {
-        const Str message = Str::fromLastErrorFormat("Error building the permissions of a new file: %m");
-        logger.error("%s", message.c_str());
-        throw FilePermissionsException(message);
-    }
-    return security;
 }
 
 } // namespace velmox

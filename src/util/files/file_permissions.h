@@ -2,6 +2,7 @@
 
 #include "util/system/owned_handle.h"
 #include "util/text/base_exception.h"
+#include "util/text/pathname.h"
 
 namespace velmox {
 
@@ -14,7 +15,12 @@ enum class FilePermissions
     OwnerReadOnly = 2, ///< the owner reads
 };
 
-/// Raised when a creation that insists on its permissions cannot have them.
+/// CreateFileW for a file that gets permissions if it is new. Invalid, with the reason in the last error, on
+/// failure.
+FileHandle createFile(const Pathname &path, DWORD access, DWORD sharing, DWORD disposition,
+                      FilePermissions permissions);
+
+/// Raised when a creation that insists on its permissions cannot have them: see `requireFileSecurity`.
 class FilePermissionsException : public BaseException
 {
 public:
@@ -27,9 +33,6 @@ class FileSecurity
 public:
     /// Check `isValid`: the last error holds the reason when there are none.
     explicit FileSecurity(FilePermissions permissions);
-
-    /// Logs and throws FilePermissionsException instead.
-    static FileSecurity require(FilePermissions permissions);
 
     bool isValid() const { return attributes_.lpSecurityDescriptor != nullptr; }
     SECURITY_ATTRIBUTES *get() { return &attributes_; }

@@ -1,11 +1,13 @@
 #include "util/files/file_star.h"
 
-#include "util/files/handle_stream.h"
+#include "util/files/file_permissions.h"
 #include "util/system/last_error_keeper.h"
-#include "util/text/pathname.h"
 
+#include <cerrno>
+#include <cstdint>
 #include <fcntl.h>
 #include <io.h>
+#include <string_view>
 #include <utility>
 
 namespace velmox {
@@ -30,6 +32,68 @@ bool makeTempName(Pathname &out)
     }
     out = Pathname(asUtf16(name));
     return true;
+}
+
+struct OpenForm
+{
+    DWORD disposition;
+    DWORD access;
+    DWORD sharing;
+};
+
+constexpr DWORD kShareReadAndDelete = FILE_SHARE_READ | FILE_SHARE_DELETE;
+
+constexpr OpenForm kAppend = {OPEN_ALWAYS, GENERIC_WRITE, kShareReadAndDelete};
+constexpr OpenForm kUpdateOrCreate = {OPEN_ALWAYS, GENERIC_READ | GENERIC_WRITE, kShareReadAndDelete};
+constexpr OpenForm kWrite = {CREATE_ALWAYS, GENERIC_WRITE, kShareReadAndDelete};
+constexpr OpenForm kUpdate = {OPEN_EXISTING, GENERIC_READ | GENERIC_WRITE, kShareReadAndDelete};
+constexpr OpenForm kRead = {OPEN_EXISTING, GENERIC_READ, kShareReadAndDelete | FILE_SHARE_WRITE};
+
+bool has(std::string_view mode, char letter)
+{
+    return mode.find(letter) != std::string_view::npos;
+}
+
+const OpenForm &openFormOf(std::string_view mode)
+{
+    if (has(mode, 'a')) {
+        return kAppend;
+    }
+    if (has(mode, 'w')) {
+        return has(mode, '+') ? kUpdateOrCreate : kWrite;
+    }
+    return has(mode, '+') ? kUpdate : kRead;
+}
+
+FileHandle openHandle(const Pathname &path, const OpenForm &form)
+{
+    if (form.disposition == OPEN_EXISTING) {
+        return FileHandle(CreateFileW(asWide(path), form.access, form.sharing, nullptr, form.disposition,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr));
+    }
+    return createFile(path, form.access, form.sharing, form.disposition, FilePermissions::PublicRead);
+}
+
+/// The run-time library tells its failures by errno alone; Wine's says nothing when its tables are full.
+void setLastErrorFromErrno()
+{
+    constexpr struct
+    {
+        int number;
+        DWORD error;
+    } kErrors[] = {
+        {EMFILE, ERROR_TOO_MANY_OPEN_FILES},
+        {0, ERROR_TOO_MANY_OPEN_FILES},
+        {ENOMEM, ERROR_NOT_ENOUGH_MEMORY},
+        {EBADF, ERROR_INVALID_HANDLE},
+    };
+    const int number = errno;
+    SetLastError(ERROR_INVALID_PARAMETER);
+    for (const auto &row : kErrors) {
+        if (row.number == number) {
+            SetLastError(row.error);
+        }
+    }
 }
 
 } // namespace
@@ -117,6 +181,41 @@ bool FileStar::flush()
 bool FileStar::setBinary()
 {
     return _setmode(_fileno(file_), _O_BINARY) != -1;
+}
+
+FileStar openFile(const Pathname &path, const char *modeText)
+{
+    const std::string_view mode(modeText);
+    FileHandle handle = openHandle(path, openFormOf(mode));
+    if (!handle.isValid()) {
+        return FileStar();
+    }
+    int flags = has(mode, 'b') ? 0 : _O_TEXT;
+    if (has(mode, 'a')) {
+        flags |= _O_APPEND;
+        if (!SetFilePointerEx(handle.get(), {}, nullptr, FILE_END)) {
+            return FileStar();
+        }
+    }
+    return streamFromHandle(std::move(handle), flags, modeText);
+}
+
+FileStar streamFromHandle(FileHandle handle, int flags, const char *mode)
+{
+    errno = 0;
+    const int descriptor = _open_osfhandle(reinterpret_cast<std::intptr_t>(handle.get()), flags);
+    if (descriptor == -1) {
+        setLastErrorFromErrno();
+        return FileStar();
+    }
+    handle.release();
+    FileStar file(_fdopen(descriptor, mode));
+    if (!file.isOpen()) {
+        setLastErrorFromErrno();
+        const LastErrorKeeper keeper;
+        _close(descriptor);
+    }
+    return file;
 }
 
 } // namespace velmox

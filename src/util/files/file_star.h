@@ -1,5 +1,7 @@
 #pragma once
 
+#include "util/system/owned_handle.h"
+#include "util/text/pathname.h"
 #include "util/text/str.h"
 
 #include <cstddef>
@@ -40,5 +42,15 @@ public:
 private:
     std::FILE *file_ = nullptr;
 };
+
+/// Opens a file as a C stream. Of the letters of `mode`, `a` appends, `w` empties the file, `w` with `+`
+/// opens or creates it for reading and writing as it stands, `+` alone opens an existing file for both, and
+/// anything else reads. Text mode unless there is a `b`. A new file gets `FilePermissions::PublicRead`. The
+/// result is closed, with the reason in the last error, on failure.
+FileStar openFile(const Pathname &path, const char *mode);
+
+/// Makes a C stream of a file handle. `flags` are those of `_open_osfhandle`, `mode` that of `fopen`. On
+/// failure the result is closed, the handle too, and the reason is in the last error.
+FileStar streamFromHandle(FileHandle handle, int flags, const char *mode);
 
 } // namespace velmox

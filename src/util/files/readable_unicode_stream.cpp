@@ -246,4 +246,16 @@ char32_t ReadableUnicodeStream::nextUnit(unsigned bytes, bool bigEndian)
     return unit == kEnd ? kInvalid : unit;
 }
 
+int ReadableUnicodeFileStar::readByte()
+{
+    if (position_ == length_) {
+        position_ = 0;
+        length_ = std::fread(buffer_, 1, sizeof buffer_, file_);
+        if (length_ == 0) {
+            return -1;
+        }
+    }
+    return buffer_[position_++];
+}
+
 } // namespace velmox

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 namespace velmox {
 
@@ -82,6 +83,21 @@ private:
     Str lineBuffer_;
     std::uint64_t lfLines_ = 0;
     std::uint64_t crLfLines_ = 0;
+};
+
+/// Reads text from a C stream, which must be in binary mode for line ends to be seen, and stays the caller's.
+class ReadableUnicodeFileStar : public ReadableUnicodeStream
+{
+public:
+    explicit ReadableUnicodeFileStar(std::FILE *file) : file_(file) {}
+
+private:
+    int readByte() override;
+
+    std::FILE *file_;
+    unsigned char buffer_[512];
+    std::size_t position_ = 0;
+    std::size_t length_ = 0;
 };
 
 } // namespace velmox

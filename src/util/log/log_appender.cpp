@@ -28,15 +28,19 @@ bool parseLimit(const Str &text, Number &out)
     return true;
 }
 
-LogReport failure(LogLevel level, unsigned error, const char *format, const Pathname &path)
+/// Adds the reason of the call that has just failed.
+void addFailure(LogReports &reports, LogLevel level, const char *format, const Pathname &path)
 {
-    return {level, Str::fromErrorFormat(error, format, path.toStr().c_str())};
+    const unsigned error = platform::lastError();
+    reports.push_back({level, Str::fromErrorFormat(error, format, path.toStr().c_str())});
 }
 
 } // namespace
 
 LogAppender::LogAppender(Str name, LogFileSystem *files) : name_(std::move(name)), files_(files) {}
 
+/// Makes the line before it takes the lock, which guards the file alone. A fault of the system inside must
+/// not leave the lock taken, so it comes out as an exception.
 bool LogAppender::append(const LogRecord &record, StrSegment message, LogReports &reports)
 {
     if (disabled_) {
@@ -59,14 +63,15 @@ bool LogAppender::write(const Str &line, LogReports &reports)
     return (file_ || open(reports)) && writeToFile(line, reports);
 }
 
+/// A write that fails closes the file, so that the next line tries to open it anew. What a file may hold is
+/// tested behind each line: a file is longer than its limit by one line at most, and no line is torn.
 bool LogAppender::writeToFile(const Str &line, LogReports &reports)
 {
     std::size_t done = 0;
     while (done < line.size()) {
         const std::ptrdiff_t count = file_->write(line.data() + done, line.size() - done);
         if (count <= 0) {
-            const unsigned error = platform::lastError();
-            reports.push_back(failure(LogLevel::Error, error, "Error writing to \"%s\": %m", fileName_));
+            addFailure(reports, LogLevel::Error, "Error writing to \"%s\": %m", fileName_);
             file_.reset();
             break;
         }
@@ -83,19 +88,18 @@ bool LogAppender::open(LogReports &reports)
 {
     file_ = files_ ? files_->openAppend(fileName_) : nullptr;
     if (!file_) {
-        const unsigned error = platform::lastError();
-        reports.push_back(failure(LogLevel::Error, error, "Error opening \"%s\": %m", fileName_));
+        addFailure(reports, LogLevel::Error, "Error opening \"%s\": %m", fileName_);
         return false;
     }
     if (!file_->size(currentSize_)) {
-        const unsigned error = platform::lastError();
-        reports.push_back(failure(LogLevel::Error, error, "Error calling fstat on \"%s\": %m", fileName_));
+        addFailure(reports, LogLevel::Error, "Error calling fstat on \"%s\": %m", fileName_);
         file_.reset();
         return false;
     }
     return true;
 }
 
+/// Only to tell early what is wrong: the first line opens the file for good.
 void LogAppender::tryOpen(LogReports &reports)
 {
     const std::lock_guard held(lock_);
@@ -111,6 +115,7 @@ void LogAppender::close()
     file_.reset();
 }
 
+/// From the last backup to the file itself, each takes the name behind its own; so no name is taken twice.
 void LogAppender::roll(LogReports &reports)
 {
     file_.reset();
@@ -147,7 +152,7 @@ void LogAppender::removeLast(const Pathname &path, LogReports &reports)
     }
     const unsigned error = platform::lastError();
     if (error != kFileNotFound && error != kPathNotFound) {
-        reports.push_back(failure(LogLevel::Warn, error, "Error unlinking \"%s\": %m", path));
+        addFailure(reports, LogLevel::Warn, "Error unlinking \"%s\": %m", path);
     }
 }
 

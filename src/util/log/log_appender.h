@@ -1,12 +1,35 @@
 #pragma once
 
-#include "util/log/log_file.h"
 #include "util/log/log_layout.h"
+#include "util/text/pathname.h"
 
 #include <mutex>
 #include <vector>
 
 namespace velmox {
+
+/// An open file that an appender writes to the end of. Failures leave their reason in the last error.
+class LogFile
+{
+public:
+    virtual ~LogFile() = default;
+    virtual bool size(std::uint64_t &bytes) = 0;
+    /// The number of bytes written, which may be fewer than asked for; -1 on failure.
+    virtual std::ptrdiff_t write(const char *bytes, std::size_t length) = 0;
+};
+
+/// What appenders need of the file system. Failures leave their reason in the last error.
+class LogFileSystem
+{
+public:
+    virtual ~LogFileSystem() = default;
+    /// Creates the file if it is missing; others may read, rename and delete it meanwhile. Null on failure.
+    virtual std::unique_ptr<LogFile> openAppend(const Pathname &path) = 0;
+    virtual bool exists(const Pathname &path) = 0;
+    virtual bool remove(const Pathname &path) = 0;
+    /// Replaces what stands at `to`.
+    virtual bool rename(const Pathname &from, const Pathname &to) = 0;
+};
 
 /// What went wrong inside the logging system itself, ready to be logged.
 struct LogReport
@@ -15,6 +38,21 @@ struct LogReport
     Str text;
 };
 using LogReports = std::vector<LogReport>;
+
+class LogAppender;
+
+/// Appenders that failed while one message was on its way, innermost first. What is reported about them is
+/// not sent to any of them again.
+struct FailedAppenders
+{
+    const LogAppender *appender = nullptr;
+    const FailedAppenders *outer = nullptr;
+
+    bool contains(const LogAppender *candidate) const
+    {
+        return appender == candidate || (outer && outer->contains(candidate));
+    }
+};
 
 /// A destination of log lines: a file that rolls by size, or standard error when it has no file name.
 ///
@@ -35,7 +73,9 @@ public:
 
     /// Back to standard error, the plain layout and no limits.
     void reset(LogFileSystem *files);
+    /// Takes nothing from here on; for an appender without a file where standard error is not allowed.
     void disable() { disabled_ = true; }
+    /// The next line opens the file again.
     void close();
 
     /// Sets one property from a configuration; false when there is none of this name or the value is bad,

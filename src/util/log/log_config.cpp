@@ -1,6 +1,7 @@
 #include "util/log/log_config.h"
 
-#include <algorithm>
+#include "util/log/logger.h"
+
 #include <utility>
 
 namespace velmox {
@@ -10,13 +11,7 @@ namespace {
 constexpr std::string_view kCommentBegin = "<!--";
 constexpr std::string_view kCommentEnd = "-->";
 constexpr std::string_view kIgnoredPrefix = "log4cpp.";
-constexpr std::string_view kBlanks = " \t";
 constexpr std::string_view kNameEnd = ". \t=";
-
-std::string_view withoutLeadingBlanks(std::string_view text)
-{
-    return text.substr(std::min(text.find_first_not_of(kBlanks), text.size()));
-}
 
 /// Takes the text up to a byte of `ends` off the front; false, with nothing taken, when there is none.
 bool takeName(std::string_view &text, std::string_view ends, std::string_view &name)
@@ -30,14 +25,29 @@ bool takeName(std::string_view &text, std::string_view ends, std::string_view &n
     return true;
 }
 
+/// Takes an equals sign and the blanks around it off the front.
 bool takeEquals(std::string_view &text)
 {
-    text = withoutLeadingBlanks(text);
+    const auto fromContent = [](StrSegment part) {
+        return part.trimmed(CharSet::blanks(), true, false).view();
+    };
+    text = fromContent(text);
     if (!text.starts_with('=')) {
         return false;
     }
-    text = withoutLeadingBlanks(text.substr(1));
+    text = fromContent(text.substr(1));
     return true;
+}
+
+void warn(const Str &text)
+{
+    Logger::report({LogLevel::Warn, text});
+}
+
+void warnOfIgnored(const char *appender, const char *property, const char *missing)
+{
+    warn(Str::fromFormat("Appender \"%s\" has %s set without specifying %s, ignoring", appender, property,
+                         missing));
 }
 
 } // namespace
@@ -122,6 +132,8 @@ void LogConfigParser::header(StrSegment text)
     counts_ = !section_.empty() && name.toStr().compareCaseless(section_) == 0;
 }
 
+/// One setting. A prefix that other readers of such files want is skipped, once; keys are told apart by what
+/// ends them, for a category's name may hold points and an appender's may not.
 bool LogConfigParser::setting(StrSegment text)
 {
     std::string_view rest = text.view();
@@ -170,6 +182,149 @@ bool LogConfigParser::appender(StrSegment text)
     std::string_view property;
     return takeName(rest, " \t=", property) && takeEquals(rest) &&
            handler_.appenderProperty(name, property, rest);
+}
+
+void LogConfigLoader::rootCategory(StrSegment value, const LogConfigLine &at)
+{
+    root_ = CategoryLine{value.toStr(), at};
+}
+
+void LogConfigLoader::category(StrSegment rest, const LogConfigLine &at)
+{
+    categories_.push_back({rest.toStr(), at});
+}
+
+void LogConfigLoader::appender(StrSegment name)
+{
+    system_.appenders().obtain(name);
+}
+
+bool LogConfigLoader::appenderProperty(StrSegment name, StrSegment property, StrSegment value)
+{
+    Str expanded = value.toStr();
+    for (const auto &[variable, replacement] : variables_) {
+        expanded.replaceAll(Str::fromFormat("${%s}", variable.c_str()), replacement);
+    }
+    return system_.appenders().obtain(name).setProperty(property, expanded);
+}
+
+void LogConfigLoader::parseError(const LogConfigLine &at)
+{
+    errors_.push_back({LogLevel::Warn, Str::fromFormat("%s:%u: Parse error at \"%s\"", at.file.c_str(),
+                                                       at.line, at.text.c_str())});
+}
+
+void LogConfigLoader::unterminatedComment(const LogConfigLine &at)
+{
+    errors_.push_back({LogLevel::Error,
+                       Str::fromFormat("%s:%u: Unterminated XML comment started", at.file.c_str(), at.line)});
+}
+
+/// The root first, for each category begins as a copy of it; then the lines in their order, of all files.
+void LogConfigLoader::applyCategories()
+{
+    if (root_ && !system_.categories().root().apply(root_->value, system_.appenders())) {
+        parseError(root_->at);
+    }
+    for (const CategoryLine &line : categories_) {
+        if (!applyCategory(line.value)) {
+            parseError(line.at);
+        }
+    }
+}
+
+bool LogConfigLoader::applyCategory(const Str &line)
+{
+    const std::size_t equals = line.find('=');
+    if (equals == Str::npos) {
+        return false;
+    }
+    const Str name = line.substr(0, equals).trimmed(CharSet::blanks(), false, true);
+    return system_.categories().named(name).apply(line.substr(equals + 1), system_.appenders());
+}
+
+void LogConfigLoader::finishAppenders(bool mayUseStderr)
+{
+    for (auto &[name, appender] : system_.appenders()) {
+        finishAppender(appender, mayUseStderr);
+    }
+    if (!mayUseStderr) {
+        finishRoot();
+    }
+}
+
+void LogConfigLoader::finishAppender(LogAppender &appender, bool mayUseStderr)
+{
+    if (!appender.hasFile()) {
+        finishWithoutFile(appender, mayUseStderr);
+        return;
+    }
+    ignoreBackupsWithoutRolling(appender, appender.name().c_str());
+    tryOpen(appender);
+}
+
+void LogConfigLoader::finishWithoutFile(LogAppender &appender, bool mayUseStderr)
+{
+    const char *const name = appender.name().c_str();
+    if (mayUseStderr) {
+        warn(Str::fromFormat("Appender \"%s\" has no filename, assuming stderr", name));
+    } else {
+        appender.disable();
+    }
+    if (appender.maximumBackupIndex() != 0) {
+        warnOfIgnored(name, "maxBackupIndex", "a filename");
+        appender.clearMaximumBackupIndex();
+    }
+    if (appender.maximumSize() != 0) {
+        warnOfIgnored(name, "maxFileSize", "a filename");
+        appender.clearMaximumSize();
+    }
+}
+
+/// Where standard error is allowed the root appender is taken as it is. Its name is not shown: the report has
+/// what the formatter makes of no name.
+void LogConfigLoader::finishRoot()
+{
+    LogAppender &root = system_.appenders().root();
+    if (root.hasFile()) {
+        ignoreBackupsWithoutRolling(root, "(null)");
+        tryOpen(root);
+    } else {
+        root.disable();
+    }
+}
+
+void LogConfigLoader::ignoreBackupsWithoutRolling(LogAppender &appender, const char *shownName)
+{
+    if (appender.maximumBackupIndex() != 0 && appender.maximumSize() == 0) {
+        warnOfIgnored(shownName, "maxBackupIndex", "maxFileSize");
+        appender.clearMaximumBackupIndex();
+    }
+}
+
+void LogConfigLoader::tryOpen(LogAppender &appender)
+{
+    LogReports reports;
+    appender.tryOpen(reports);
+    const FailedAppenders failed{&appender, nullptr};
+    Logger::report(reports, &failed);
+}
+
+bool LogConfigLoader::reportErrors()
+{
+    Logger::report(errors_);
+    return errors_.empty();
+}
+
+Pathname logCompanionPath(const Pathname &path)
+{
+    const std::size_t separator = path.view().find_last_of(u"\\/");
+    const std::size_t nameStart = separator == WideStr::npos ? 0 : separator + 1;
+    const std::size_t point = path.rfind(u'.');
+    Pathname companion = path;
+    const bool hasPoint = point != WideStr::npos && point > nameStart;
+    companion.insert(hasPoint ? point : path.size(), u"-local");
+    return companion;
 }
 
 } // namespace velmox

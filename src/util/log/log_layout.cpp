@@ -1,6 +1,5 @@
 #include "util/log/log_layout.h"
 
-#include "util/log/log_message.h"
 #include "util/text/ascii.h"
 #include "util/time/struct_tm.h"
 #include "util/time/timeval.h"
@@ -102,6 +101,7 @@ private:
 
     bool atDigit() const { return !rest_.empty() && isAsciiDigit(rest_[0]); }
 
+    /// A number of any length; beyond the largest width it makes no difference, and must not overflow.
     std::size_t width()
     {
         std::size_t value = 0;
@@ -132,6 +132,7 @@ private:
         }
     }
 
+    /// Behind the percent sign. A conversion that the pattern ends in the middle of is left out.
     void conversion()
     {
         if (takeIf('%')) {

@@ -1,8 +1,13 @@
 #include "util/log/log_message.h"
 
+#include <array>
+
 namespace velmox {
 
 namespace {
+
+constexpr std::array<std::string_view, 9> kLevelNames = {"DEBUG", "INFO",  "NOTICE", "WARN", "ERROR",
+                                                         "CRIT",  "ALERT", "FATAL",  "EMERG"};
 
 constexpr std::size_t kTailLength = 16;
 constexpr std::size_t kLeastRoomForTail = 32;
@@ -25,6 +30,22 @@ Str markerFor(std::size_t length, std::size_t limit)
 }
 
 } // namespace
+
+std::string_view logLevelName(LogLevel level)
+{
+    const auto index = static_cast<std::size_t>(level);
+    return index < kLevelNames.size() ? kLevelNames[index] : "???";
+}
+
+std::optional<LogLevel> logLevelNamed(std::string_view name)
+{
+    for (std::size_t index = 0; index < kLevelNames.size(); ++index) {
+        if (kLevelNames[index] == name) {
+            return static_cast<LogLevel>(index);
+        }
+    }
+    return std::nullopt;
+}
 
 void appendCompressed(StrSegment text, std::size_t limit, Str &out)
 {

@@ -18,6 +18,11 @@ void LogSuppressor::pass(const char *format, LogLevel level, const std::function
     guarded([&] { passHeld(format, level, make(), write); });
 }
 
+// An entry counts the messages of one format. Up to the threshold they pass; from the next one on they are
+// held back, and the moment of the first one held back begins the window. A message of any format that comes
+// when the window is over releases a line with the number, under the text of the entry's first message if it
+// is another's, and the entry goes. So a format that falls silent is told of when anything else is logged.
+
 void LogSuppressor::passHeld(const Str &key, LogLevel level, const Str &text, const Write &write)
 {
     entries_.try_emplace(key, Entry{text, level, 0, threshold_, windowSeconds_});
@@ -27,7 +32,8 @@ void LogSuppressor::passHeld(const Str &key, LogLevel level, const Str &text, co
     }
 }
 
-/// Shows an entry its message, or null when the message is another's. True when the entry has had its day.
+/// Gives an entry the message of its own format, or null when another format has one. True when the entry is
+/// done with: its held-back messages are told, and it is to be dropped.
 bool LogSuppressor::visit(Entry &entry, const Str *text, const Write &write) const
 {
     if (text) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/log/log_level.h"
+#include "util/log/log_message.h"
 #include "util/text/str.h"
 #include "util/time/timeval.h"
 

@@ -1,50 +1,70 @@
 #pragma once
 
-#include "util/log/log_appenders.h"
-#include "util/log/log_category.h"
+#include "util/log/log_appender.h"
 
-#include <atomic>
-#include <mutex>
+#include <map>
 
 namespace velmox {
 
-class Logger;
-
-/// Appenders that failed while one message was on its way, innermost first. What is reported about them is
-/// not sent to any of them again.
-struct LogCulprits
+/// The root appender and those that a configuration names. Changed only while a configuration is loaded.
+class LogAppenders
 {
-    const LogAppender *appender = nullptr;
-    const LogCulprits *outer = nullptr;
+public:
+    static constexpr std::string_view kRootName = "rootAppender";
 
-    bool contains(const LogAppender *candidate) const
-    {
-        return appender == candidate || (outer && outer->contains(candidate));
-    }
+    LogAppender &root() { return root_; }
+    /// Null when no configuration has named it.
+    LogAppender *find(StrSegment name);
+    /// Makes the appender when it is named for the first time.
+    LogAppender &obtain(StrSegment name);
+    /// Drops the named ones and puts the root back to standard error. `files` serves all that follow.
+    void reset(LogFileSystem *files);
+
+    auto begin() { return named_.begin(); }
+    auto end() { return named_.end(); }
+
+private:
+    LogFileSystem *files_ = nullptr;
+    LogAppender root_{Str(kRootName), nullptr};
+    std::map<Str, LogAppender> named_;
 };
 
-/// What all loggers share. Made at first use, also from a static constructor, and never destroyed, because
-/// messages may come as late as any destructor.
+/// What loggers of one name share: which messages pass, and where they go.
+struct LogCategory
+{
+    LogLevel threshold = LogLevel::Info;
+    bool levelWasSet = false;
+    /// Not owned, in the order of their naming; none means the root appender.
+    std::vector<LogAppender *> appenders;
+
+    /// Applies names of levels and appenders, separated by space, tab or comma. False at the first unknown
+    /// name; what stands before it holds.
+    bool apply(StrSegment value, LogAppenders &known);
+};
+
+/// All categories by name. A category stays where it is until `reset`.
+class LogCategories
+{
+public:
+    LogCategory &root() { return root_; }
+    /// The category of a name, begun as a copy of the root when there is none.
+    LogCategory &named(const Str &name) { return named_.try_emplace(name, root_).first->second; }
+    void reset();
+
+private:
+    LogCategory root_;
+    std::map<Str, LogCategory> named_;
+};
+
+/// What all loggers share besides themselves. Made at first use, also from a static constructor, and never
+/// destroyed, because messages may come as late as any destructor.
 class LogSystem
 {
 public:
     static LogSystem &instance();
 
-    /// Whether loggers are bound to their categories.
-    static bool isConfigured() { return configured_.load(std::memory_order_acquire); }
-
     LogCategories &categories() { return categories_; }
     LogAppenders &appenders() { return appenders_; }
-
-    /// Drops every category and named appender. Loggers go back to the root category until `bindAll`.
-    void reset(LogFileSystem *files);
-    void bindAll();
-    /// False when nothing is bound yet or no logger has the name.
-    bool setThreshold(const Str &name, LogLevel level);
-
-    /// Loggers enter at the head, bound at once if that has been done for the others.
-    void enter(Logger &logger);
-    void leave(Logger &logger);
 
     /// Standard error as the last resort, from here on never again.
     void silenceFallback() { fallbackSilenced_ = true; }
@@ -54,29 +74,18 @@ public:
     void start(std::uint64_t time);
     std::uint64_t startTime() const { return startTime_; }
 
+    /// A hook for the room of threads, which stands above: gives the calling thread's name.
     void setThreadName(Str (*threadName)()) { threadName_ = threadName; }
     Str (*threadName() const)() { return threadName_; }
 
-    /// Logs what went wrong inside the logging system, under the name "Logger", to every appender but the
-    /// culprits, and to standard error when none of them took it.
-    void report(const LogReport &report, const LogCulprits *culprits = nullptr);
-    void report(const LogReports &reports, const LogCulprits *culprits = nullptr);
-
 private:
     LogSystem() = default;
-    void bind(Logger &logger);
-
-    inline static std::atomic<bool> configured_{false};
 
     LogCategories categories_;
     LogAppenders appenders_;
     bool fallbackSilenced_ = false;
     std::uint64_t startTime_ = 0;
     Str (*threadName_)() = LogRecord().threadName;
-
-    std::mutex loggersLock_;
-    /// Guarded by `loggersLock_`, with the loggers' links.
-    Logger *loggers_ = nullptr;
 };
 
 } // namespace velmox

@@ -1,12 +1,13 @@
 #include "util/log/logger.h"
 
-#include "util/log/log_message.h"
 #include "util/log/log_suppressor.h"
 #include "util/log/log_system.h"
 #include "util/system/last_error_keeper.h"
 #include "util/system/structured_exception.h"
 #include "util/text/platform.h"
+#include "util/time/struct_tm.h"
 
+#include <mutex>
 #include <span>
 
 namespace velmox {
@@ -15,6 +16,16 @@ namespace {
 
 constexpr int kEverything = 0;
 constexpr int kInfo = static_cast<int>(LogLevel::Info);
+
+/// The room of time stands below the log and names no logger: its failures come here.
+Logger timeLogger("Timeval");
+
+void logTimeFailure(const char *fmt, std::va_list args)
+{
+    timeLogger.log(LogLevel::Warn, nullptr, fmt, args);
+}
+
+[[maybe_unused]] const bool timeLogSet = (setTimeFailureLog(logTimeFailure), true);
 
 void formatMessage(Str &out, unsigned error, LogFormatCallback *callback, const char *fmt, std::va_list args)
 {
@@ -45,12 +56,34 @@ private:
 void reportStructuredException() noexcept
 {
     try {
-        guarded([] {
-            LogSystem::instance().report({LogLevel::Fatal, "caught SEH exception while trying to log!"});
-        });
+        guarded([] { Logger::report({LogLevel::Fatal, "caught SEH exception while trying to log!"}); });
     } catch (...) {
         // The logging system itself is broken; the caller must not feel it.
     }
+}
+
+/// Whether loggers are bound to their categories.
+std::atomic<bool> configured = false;
+
+/// Guards the list of loggers, which begins with the one that came last, and their links. Made at first use,
+/// which is that of a static constructor, and never destroyed, for static destructors come as late.
+struct LoggerList
+{
+    std::mutex lock;
+    Logger *first = nullptr;
+};
+
+LoggerList &loggers()
+{
+    static LoggerList &list = *new LoggerList;
+    return list;
+}
+
+/// The logging system's own logger.
+Logger &ownLogger()
+{
+    static Logger &logger = *new Logger("Logger");
+    return logger;
 }
 
 } // namespace
@@ -62,7 +95,7 @@ Logger::Logger(const char *name, bool suppressRepeats, unsigned windowSeconds, u
     if (suppressRepeats) {
         suppressor_ = std::make_unique<LogSuppressor>(windowSeconds, repeatThreshold);
     }
-    LogSystem::instance().enter(*this);
+    enter();
 }
 
 Logger::Logger(const char *name, Unlisted) : name_(name), threshold_(kInfo), writtenFrom_(kEverything) {}
@@ -71,8 +104,37 @@ Logger::~Logger()
 {
     if (isListed_) {
         const LastErrorKeeper keeper;
-        LogSystem::instance().leave(*this);
+        leave();
     }
+}
+
+/// A logger that comes late is bound at once.
+void Logger::enter()
+{
+    LoggerList &list = loggers();
+    const std::lock_guard held(list.lock);
+    next_ = list.first;
+    list.first = this;
+    isListed_ = true;
+    if (configured.load(std::memory_order_acquire)) {
+        bind();
+    }
+}
+
+void Logger::leave()
+{
+    LoggerList &list = loggers();
+    const std::lock_guard held(list.lock);
+    Logger **link = &list.first;
+    while (*link != this) {
+        link = &(*link)->next_;
+    }
+    *link = next_;
+}
+
+void Logger::bind()
+{
+    bindTo(&LogSystem::instance().categories().named(name_));
 }
 
 void Logger::bindTo(LogCategory *category)
@@ -85,19 +147,65 @@ void Logger::bindTo(LogCategory *category)
 
 void Logger::bindAll()
 {
-    LogSystem::instance().bindAll();
+    ownLogger();
+    LoggerList &list = loggers();
+    const std::lock_guard held(list.lock);
+    for (Logger *logger = list.first; logger; logger = logger->next_) {
+        logger->bind();
+    }
+    configured.store(true, std::memory_order_release);
 }
 
 bool Logger::setThreshold(const char *name, LogLevel level)
 {
-    return LogSystem::instance().setThreshold(name, level);
+    LoggerList &list = loggers();
+    const std::lock_guard held(list.lock);
+    bool found = false;
+    for (Logger *logger = list.first; logger && configured; logger = logger->next_) {
+        if (std::string_view(name) == logger->name_) {
+            LogSystem::instance().categories().named(name).threshold = level;
+            logger->bind();
+            found = true;
+        }
+    }
+    return found;
 }
+
+void Logger::reset(LogFileSystem *files)
+{
+    LoggerList &list = loggers();
+    const std::lock_guard held(list.lock);
+    for (Logger *logger = list.first; logger; logger = logger->next_) {
+        logger->bindTo(nullptr);
+    }
+    LogSystem::instance().categories().reset();
+    LogSystem::instance().appenders().reset(files);
+}
+
+void Logger::report(const LogReport &report, const FailedAppenders *failed)
+{
+    Logger &logger = ownLogger();
+    if (logger.isEnabled(report.level) && !logger.deliver(report.level, report.text, failed)) {
+        writeFallback(report.level, report.text);
+    }
+}
+
+void Logger::report(const LogReports &reports, const FailedAppenders *failed)
+{
+    for (const LogReport &each : reports) {
+        report(each, failed);
+    }
+}
+
+// A listed logger's messages from before the configuration go to the root appender, which is standard error
+// then. Those of a logger that is in no list, because it is a `LoggerSimple` or its constructor has yet to
+// run, have no appender to go to.
 
 /// Whether the message goes to standard error as it is: nobody has read a configuration, and the logger is
 /// not among those that wait for one.
 bool Logger::passesUnconfigured() const
 {
-    return !LogSystem::isConfigured() && !isListed_;
+    return !configured.load(std::memory_order_acquire) && !isListed_;
 }
 
 void Logger::write(LogLevel level, LogFormatCallback *callback, const char *fmt, std::va_list args)
@@ -115,6 +223,7 @@ void Logger::write(LogLevel level, LogFormatCallback *callback, const char *fmt,
 void Logger::writeGuarded(unsigned error, LogLevel level, LogFormatCallback *callback, const char *fmt,
                           std::va_list args)
 {
+    // Outside of the try block, for what was formatted before a failure is still worth showing.
     Str message;
     try {
         if (passesUnconfigured()) {
@@ -123,6 +232,7 @@ void Logger::writeGuarded(unsigned error, LogLevel level, LogFormatCallback *cal
             return;
         }
         if (!isListed_ && level < LogLevel::Info) {
+            // The first one since the configuration: from here on the comparison in front keeps them out.
             bindTo(nullptr);
             return;
         }
@@ -143,6 +253,7 @@ void Logger::writeGuarded(unsigned error, LogLevel level, LogFormatCallback *cal
 void Logger::writeSuppressed(Str &message, unsigned error, LogLevel level, LogFormatCallback *callback,
                              const char *fmt, std::va_list args)
 {
+    // The suppressor counts by the format and asks for the text with its lock held.
     const auto make = [&] {
         formatMessage(message, error, callback, fmt, args);
         return message;
@@ -156,7 +267,7 @@ void Logger::writeSuppressed(Str &message, unsigned error, LogLevel level, LogFo
 
 /// Writes the message to the appenders of the category, or to the root appender when it has none. True when
 /// one of them took it.
-bool Logger::deliver(LogLevel level, const Str &message, const LogCulprits *culprits)
+bool Logger::deliver(LogLevel level, const Str &message, const FailedAppenders *failed)
 {
     LogSystem &system = LogSystem::instance();
     LogRecord record{platform::systemTime(),  system.startTime(), name_, level,
@@ -175,11 +286,13 @@ bool Logger::deliver(LogLevel level, const Str &message, const LogCulprits *culp
 
     bool written = false;
     for (LogAppender *appender : appenders) {
-        if (!culprits || !culprits->contains(appender)) {
+        if (!failed || !failed->contains(appender)) {
+            // The appender's lock is free again when its failures are told: they go to the others, which may
+            // fail too.
             LogReports reports;
             written |= appender->append(record, escapes ? escaped : message, reports);
-            const LogCulprits culprit{appender, culprits};
-            system.report(reports, &culprit);
+            const FailedAppenders withThis{appender, failed};
+            report(reports, &withThis);
         }
     }
     return written;
@@ -254,54 +367,12 @@ void Logger::error(const char *fmt, ...)
     }
 }
 
-void Logger::info(const std::exception &exception)
-{
-    log(LogLevel::Info, "%s", exception.what());
-}
-
-void Logger::warn(const std::exception &exception)
-{
-    log(LogLevel::Warn, "%s", exception.what());
-}
-
-void Logger::error(const std::exception &exception)
-{
-    log(LogLevel::Error, "%s", exception.what());
-}
-
-LogStream Logger::debug()
-{
-    return LogStream(*this, LogLevel::Debug);
-}
-
-LogStream Logger::info()
-{
-    return LogStream(*this, LogLevel::Info);
-}
-
-LogStream Logger::warn()
-{
-    return LogStream(*this, LogLevel::Warn);
-}
-
-LogStream Logger::error()
-{
-    return LogStream(*this, LogLevel::Error);
-}
-
-void Logger::logThrough(LogFormatCallback &callback, LogLevel level, const char *fmt, ...)
-{
-    std::va_list args;
-    va_start(args, fmt);
-    log(level, &callback, fmt, args);
-    va_end(args);
-}
-
 LogStream::~LogStream()
 {
     if (logger_ && !text_.empty()) {
         WholeText text(text_);
-        logger_->logThrough(text, level_, "");
+        std::va_list none{};
+        logger_->log(level_, &text, "", none);
     }
 }
 

@@ -1,22 +1,33 @@
 #pragma once
 
-#include "util/log/log_level.h"
+#include "util/log/log_message.h"
 #include "util/text/pathname.h"
 #include "util/text/str.h"
 
 #include <atomic>
 #include <map>
 #include <memory>
+#include <vector>
 
 namespace velmox {
 
+// The room of the log: from a message at some `Logger` to lines at the ends of files. A logger has a
+// category, a category names appenders (log_system.h), an appender has a layout (log_layout.h) and owns its
+// file (log_appender.h); a configuration file (log_config.h) says all three. Below it stand rooms that do not
+// log: what they have to tell comes through hooks.
+//
+// Any thread may log at any time. No lock is held while text is made or a failure is told, but for that of a
+// logger's repeat suppressor, which comes ahead of an appender's.
+
+class LogFileSystem;
 class LogStream;
 class LogSuppressor;
-class LogSystem;
+struct FailedAppenders;
 struct LogCategory;
-struct LogCulprits;
+struct LogReport;
 
-/// Wraps a message: both operations append to its text.
+/// Wraps a message: both operations append to its text, `before` ahead of what the format gives and `after`
+/// behind it. Called on the logging thread, and only for a message that passes the threshold.
 class LogFormatCallback
 {
 public:
@@ -51,9 +62,9 @@ public:
     void log(LogLevel level, LogFormatCallback *callback, const char *fmt, std::va_list args);
 
     /// Log the exception's text.
-    void info(const std::exception &exception);
-    void warn(const std::exception &exception);
-    void error(const std::exception &exception);
+    void info(const std::exception &exception) { log(LogLevel::Info, "%s", exception.what()); }
+    void warn(const std::exception &exception) { log(LogLevel::Warn, "%s", exception.what()); }
+    void error(const std::exception &exception) { log(LogLevel::Error, "%s", exception.what()); }
 
     /// A stream that lives for one statement and logs what was put into it.
     LogStream debug();
@@ -83,6 +94,13 @@ public:
     /// Changes the threshold of one component until the next configuration; false when logging is not
     /// configured or no logger has the name. For the main thread, before there are others.
     static bool setThreshold(const char *name, LogLevel level);
+    /// Drops every category and every named appender; `files` serves those that follow. Loggers go back to
+    /// the root category until `bindAll`. For the main thread, before there are others.
+    static void reset(LogFileSystem *files);
+    /// Logs what went wrong inside the logging system, under the name "Logger", to every appender but the
+    /// failed ones, and to standard error when none of them took it.
+    static void report(const LogReport &report, const FailedAppenders *failed = nullptr);
+    static void report(const std::vector<LogReport> &reports, const FailedAppenders *failed = nullptr);
 
 protected:
     struct Unlisted
@@ -91,14 +109,14 @@ protected:
     Logger(const char *name, Unlisted);
 
 private:
-    friend class LogSystem;
-    friend class LogStream;
-
     virtual bool escapesLineEnds() const { return true; }
     virtual bool truncatesLongMessages() const { return true; }
 
     static void writeFallback(LogLevel level, std::string_view message);
 
+    void enter();
+    void leave();
+    void bind();
     void bindTo(LogCategory *category);
     bool isWritten(LogLevel level) const
     {
@@ -111,8 +129,7 @@ private:
     /// Leaves the formatted text in `message`.
     void writeSuppressed(Str &message, unsigned error, LogLevel level, LogFormatCallback *callback,
                          const char *fmt, std::va_list args);
-    void logThrough(LogFormatCallback &callback, LogLevel level, const char *fmt, ...);
-    bool deliver(LogLevel level, const Str &message, const LogCulprits *culprits = nullptr);
+    bool deliver(LogLevel level, const Str &message, const FailedAppenders *failed = nullptr);
 
     // A static logger that is used before its constructor ran consists of zeros: its threshold lets
     // everything through, and the message takes the road for loggers that are in no list.
@@ -125,7 +142,7 @@ private:
     bool isListed_ = false;
     /// Null until bound.
     std::atomic<LogCategory *> category_{nullptr};
-    Logger *next_ = nullptr;
+    Logger *next_ = nullptr; // under the lock of the list
     std::unique_ptr<LogSuppressor> suppressor_;
 };
 
@@ -174,5 +191,25 @@ private:
     const LogLevel level_;
     Str text_;
 };
+
+inline LogStream Logger::debug()
+{
+    return LogStream(*this, LogLevel::Debug);
+}
+
+inline LogStream Logger::info()
+{
+    return LogStream(*this, LogLevel::Info);
+}
+
+inline LogStream Logger::warn()
+{
+    return LogStream(*this, LogLevel::Warn);
+}
+
+inline LogStream Logger::error()
+{
+    return LogStream(*this, LogLevel::Error);
+}
 
 } // namespace velmox

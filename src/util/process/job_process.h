@@ -21,7 +21,7 @@ public:
     /// the reason in the last error, when it does not run.
     bool start(const WideStr &commandLine, DWORD flags, STARTUPINFOW &startup);
 
-    /// Signalled when the process itself has ended.
+    /// Signalled when the process itself has ended, whatever it has started. Owned by this object.
     HANDLE handle() const { return process_.get(); }
     /// Ends the process if it still runs, and everything that it started. Keeps the last error.
     void end();

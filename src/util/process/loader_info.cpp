@@ -2,12 +2,15 @@
 
 #include "util/files/file_system.h"
 #include "util/system/environment.h"
+#include "util/system/random_hex.h"
 #include "util/system/windows_api.h"
+#include "util/text/base_exception.h"
 
 namespace velmox {
 
 namespace {
 
+/// A variable that is not set leaves the path as it was.
 void readPath(const char16_t *variable, Pathname &path)
 {
     const WideStr text = environmentVariable(variable);
@@ -42,7 +45,8 @@ bool isAbsolute(const Pathname &path)
     return path.isAbsolute();
 }
 
-/// One test of the installation's folders, with what is wrong when home, data or configuration fails it.
+/// One test of the installation's folders, made on all three before the next one, with what is wrong when
+/// home, data or configuration fails it.
 struct FolderTest
 {
     bool (*passes)(const Pathname &path);
@@ -67,6 +71,18 @@ constexpr FolderTest kFolderTests[] = {
 };
 
 } // namespace
+
+ServerIdentity::ServerIdentity()
+{
+    constexpr unsigned kRandomDigits = 32;
+    const WideStr computer = environmentVariable(u"COMPUTERNAME");
+    hostIdentity_ = computer.empty() ? Str("no-hostname-set") : Str::fromUtf16(computer);
+    hostIdentity_ << " [";
+    if (!appendRandomHex(hostIdentity_, kRandomDigits)) {
+        throw ComponentException(Str::fromLastErrorFormat("Cannot make the host identity: %m"));
+    }
+    hostIdentity_ << "]";
+}
 
 LoaderInfo::LoaderInfo()
     : pid_(GetCurrentProcessId()), serverName_(environmentVariable(u"VELMOX_SERVER_NAME"))

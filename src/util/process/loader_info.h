@@ -1,12 +1,35 @@
 #pragma once
 
-#include "util/process/server_identity.h"
 #include "util/system/init_settings.h"
 #include "util/text/pathname.h"
 
 #include <cstdint>
+#include <set>
 
 namespace velmox {
+
+// The room of processes: where this one is installed and what it is called, others that it starts
+// (job_process.h), and the one that it must not outlive (parent_watch.h).
+
+/// Who this process says it is to other hosts. A fresh instance names the host with a random part behind, so
+/// that no two runs share an identity.
+class ServerIdentity
+{
+public:
+    /// Throws `ComponentException` when no random digits can be had.
+    ServerIdentity();
+
+    const Str &hostIdentity() const { return hostIdentity_; }
+
+    // What other programs of the framework set and read; this program leaves the defaults.
+    bool flags[3] = {};
+    std::set<Str> entries;
+    Str pattern = "*";
+    WideStr wideName;
+
+private:
+    Str hostIdentity_;
+};
 
 /// Where this process is installed and under which names it runs: the one source for both.
 ///
@@ -42,19 +65,23 @@ public:
     InitSettings &initSettings() { return initSettings_; }
     const InitSettings &initSettings() const { return initSettings_; }
 
-    // What other programs of the framework set and read; this program leaves the defaults.
-    bool flagA() const { return flagA_; }
-    bool flagB() const { return flagB_; }
-    bool flagC() const { return flagC_; }
-    bool flagD() const { return flagD_; }
-    bool flagE() const { return flagE_; }
-    int numberA() const { return numberA_; }
-    int numberB() const { return numberB_; }
-    /// Null when not set.
-    const WideStr *pathA() const { return pathA_.empty() ? nullptr : &pathA_; }
-    const WideStr *pathB() const { return pathB_.empty() ? nullptr : &pathB_; }
-    std::uintptr_t value() const { return value_; }
-    std::uintptr_t value2() const { return value2_; }
+    /// What other programs of the framework set and read, each for its own ends. This program leaves the
+    /// defaults and gives them no meaning.
+    struct OtherPrograms
+    {
+        bool flagA = false;
+        bool flagB = true;
+        int numberA = 5;
+        bool flagC = false;
+        int numberB = -1;
+        bool flagD = true;
+        bool flagE = false;
+        std::optional<WideStr> pathA;
+        std::optional<WideStr> pathB;
+        std::uintptr_t value = 0;
+        std::uintptr_t value2 = 0;
+    };
+    OtherPrograms otherPrograms;
 
 private:
     LoaderInfo();
@@ -67,20 +94,9 @@ private:
     unsigned defaultPort_ = 8089;
     Str defaultPortText_;
     unsigned pid_;
-    bool flagA_ = false;
-    bool flagB_ = true;
-    int numberA_ = 5;
     Str labelText_;
-    bool flagC_ = false;
-    int numberB_ = -1;
     bool noPython_ = false;
-    bool flagD_ = true;
-    bool flagE_ = false;
-    WideStr pathA_;
-    WideStr pathB_;
-    std::uintptr_t value_ = 0;
     WideStr serverName_;
-    std::uintptr_t value2_ = 0;
     InitSettings initSettings_;
 };
 

@@ -62,7 +62,16 @@ struct FileHandleTraits
     static void close(Type handle) { CloseHandle(handle); }
 };
 
+/// Memory of LocalAlloc.
+struct LocalMemoryTraits
+{
+    using Type = void *;
+    static Type invalid() { return nullptr; }
+    static void close(Type memory) { LocalFree(memory); }
+};
+
 using KernelHandle = OwnedHandle<KernelHandleTraits>;
 using FileHandle = OwnedHandle<FileHandleTraits>;
+using LocalMemory = OwnedHandle<LocalMemoryTraits>;
 
 } // namespace velmox

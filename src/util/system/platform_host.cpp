@@ -1,11 +1,19 @@
+#include "util/system/structured_exception.h"
 #include "util/text/code_point.h"
 #include "util/text/platform.h"
-#include "util/time/timeval.h"
 
 #include <chrono>
 #include <cstdio>
 
-namespace velmox::platform {
+namespace velmox {
+
+/// There are no structured exceptions here: a fault is for the sanitizers to report.
+void callGuarded(void (*body)(void *), void *argument)
+{
+    body(argument);
+}
+
+namespace platform {
 
 namespace {
 
@@ -78,7 +86,35 @@ std::uint64_t systemTime()
 {
     const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
     const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(sinceEpoch).count();
-    return Timeval::kUnixEpoch + static_cast<std::uint64_t>(nanoseconds) / 100;
+    return kUnixEpoch + static_cast<std::uint64_t>(nanoseconds) / 100;
+}
+
+std::uint64_t uptimeMilliseconds()
+{
+    const auto sinceStart = std::chrono::steady_clock::now().time_since_epoch();
+    return static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(sinceStart).count());
+}
+
+bool localTime(std::int64_t unixSeconds, std::tm &out)
+{
+    const std::time_t seconds = unixSeconds;
+    return unixSeconds >= 0 && unixSeconds <= kLastLocalTime && localtime_r(&seconds, &out) != nullptr;
+}
+
+bool localToUnix(std::tm tm, std::int64_t &unixSeconds)
+{
+    const std::time_t seconds = std::mktime(&tm);
+    if (seconds < 0 || seconds > kLastLocalTime) {
+        return false;
+    }
+    unixSeconds = seconds;
+    return true;
+}
+
+void localZoneName(bool daylight, Str &out)
+{
+    out << tzname[daylight ? 1 : 0];
 }
 
 void writeStandardError(const char *bytes, std::size_t length)
@@ -86,4 +122,6 @@ void writeStandardError(const char *bytes, std::size_t length)
     std::fwrite(bytes, 1, length, stderr);
 }
 
-} // namespace velmox::platform
+} // namespace platform
+
+} // namespace velmox

@@ -1,5 +1,5 @@
 #include "util/system/last_error_keeper.h"
-#include "util/system/windows_api.h"
+#include "util/system/owned_handle.h"
 #include "util/text/platform.h"
 #include "util/text/str.h"
 #include "util/text/wide_str.h"
@@ -38,27 +38,6 @@ public:
 private:
     std::array<Unit, 512> inline_;
     std::unique_ptr<Unit[]> heap_;
-};
-
-/// The text that FormatMessageW allocated.
-class SystemMessage
-{
-public:
-    explicit SystemMessage(unsigned error)
-    {
-        length_ = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr, error,
-                                 MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT),
-                                 reinterpret_cast<wchar_t *>(&text_), 0, nullptr);
-    }
-    ~SystemMessage() { LocalFree(text_); }
-    SystemMessage(const SystemMessage &) = delete;
-    SystemMessage &operator=(const SystemMessage &) = delete;
-
-    std::u16string_view view() const { return {asUtf16(text_), length_}; }
-
-private:
-    wchar_t *text_ = nullptr;
-    DWORD length_ = 0;
 };
 
 } // namespace
@@ -101,9 +80,15 @@ void appendUtf8AsUtf16(const char *text, std::size_t length, WideStr &out)
 bool systemMessage(unsigned error, WideStr &out)
 {
     const LastErrorKeeper keeper;
-    const SystemMessage message(error);
-    out.append(message.view());
-    return !message.view().empty();
+    wchar_t *text = nullptr;
+    const DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr,
+                                        error, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT),
+                                        reinterpret_cast<wchar_t *>(&text), 0, nullptr);
+    const LocalMemory owner(text);
+    if (length != 0) {
+        out.append(asUtf16(text), length);
+    }
+    return length != 0;
 }
 
 std::uint64_t systemTime()
@@ -111,6 +96,41 @@ std::uint64_t systemTime()
     FILETIME now;
     GetSystemTimeAsFileTime(&now);
     return std::uint64_t{now.dwHighDateTime} << 32 | now.dwLowDateTime;
+}
+
+std::uint64_t uptimeMilliseconds()
+{
+    return GetTickCount64();
+}
+
+bool localTime(std::int64_t unixSeconds, std::tm &out)
+{
+    const __time64_t seconds = unixSeconds;
+    return _localtime64_s(&out, &seconds) == 0;
+}
+
+bool localToUnix(std::tm tm, std::int64_t &unixSeconds)
+{
+    const __time64_t seconds = _mktime64(&tm);
+    if (seconds == -1) {
+        return false;
+    }
+    unixSeconds = seconds;
+    return true;
+}
+
+void localZoneName(bool daylight, Str &out)
+{
+    // Until it is told to look, the run-time library has the names of a built-in zone.
+    static const bool looked = (_tzset(), true);
+    static_cast<void>(looked);
+    // It keeps them in the system's code page.
+    const char *name = _tzname[daylight ? 1 : 0];
+    wchar_t wide[128];
+    const int units = MultiByteToWideChar(CP_ACP, 0, name, -1, wide, static_cast<int>(std::size(wide)));
+    if (units > 1) {
+        out.appendUtf16(asUtf16(wide), static_cast<std::size_t>(units) - 1);
+    }
 }
 
 void writeStandardError(const char *bytes, std::size_t length)

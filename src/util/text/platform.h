@@ -2,15 +2,16 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 
 namespace velmox {
 class Str;
-struct StructTm;
 class WideStr;
 } // namespace velmox
 
-/// The few services of the operating system that pure code rests on. One implementation serves Windows; a
-/// minimal native one lets sanitizers and fuzzers run the pure code.
+/// The few services of the operating system that pure code rests on, callable from any thread. One
+/// implementation serves Windows (system/platform_windows.cpp); a minimal native one lets sanitizers and
+/// fuzzers run the pure code.
 namespace velmox::platform {
 
 /// The calling thread's last error; `setLastError` is for restoring it.
@@ -27,15 +28,19 @@ bool systemMessage(unsigned error, WideStr &out);
 
 /// UTC in 100-nanosecond units since 1 January 1601.
 std::uint64_t systemTime();
+/// 1 January 1970 in these units.
+inline constexpr std::uint64_t kUnixEpoch = 116'444'736'000'000'000;
+/// Milliseconds since some moment, never backwards.
+std::uint64_t uptimeMilliseconds();
 
 /// The end of the year 3000, the last moment that the C run-time library of Windows breaks down in every
 /// zone, in seconds since 1970.
 inline constexpr std::int64_t kLastLocalTime = 32'535'244'799;
 
 /// Breaks seconds since 1970 down in the process's local zone; false before 1970 and behind the year 3000.
-bool localTime(std::int64_t unixSeconds, StructTm &out);
+bool localTime(std::int64_t unixSeconds, std::tm &out);
 /// The way back; fields beyond their range carry over, and a negative daylight flag leaves it to the zone.
-bool localToUnix(const StructTm &tm, std::int64_t &unixSeconds);
+bool localToUnix(std::tm tm, std::int64_t &unixSeconds);
 /// Appends the local zone's name in standard or in daylight saving time.
 void localZoneName(bool daylight, Str &out);
 

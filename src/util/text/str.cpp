@@ -1,7 +1,7 @@
 #include "util/text/str.h"
 
+#include "util/text/code_point.h"
 #include "util/text/platform.h"
-#include "util/text/str_segment.h"
 
 #include <charconv>
 
@@ -10,11 +10,53 @@ namespace velmox {
 namespace {
 
 template <class Integer>
-void appendInteger(Str &out, Integer value)
+Str &appendInteger(Str &out, Integer value)
 {
     char digits[24];
     const std::to_chars_result result = std::to_chars(digits, digits + sizeof digits, value);
-    out.append(std::string_view(digits, result.ptr));
+    return out.append(std::string_view(digits, result.ptr));
+}
+
+/// The length of the well-formed character at the front, which is not ASCII; 0 when there is none.
+std::size_t wellFormedLength(const unsigned char *text, std::size_t length)
+{
+    const std::size_t following = utf8ContinuationCount(text[0]);
+    if (following == 0 || following >= length || !isUtf8Second(text[0], text[1])) {
+        return 0;
+    }
+    for (std::size_t at = 2; at <= following; ++at) {
+        if (!isUtf8Continuation(text[at])) {
+            return 0;
+        }
+    }
+    return following + 1;
+}
+
+int hexValue(char digit)
+{
+    return digit <= '9' ? digit - '0' : (digit | 0x20) - 'a' + 10;
+}
+
+bool isEscape(std::string_view text)
+{
+    const CharSet &digits = CharSet::hexDigits();
+    return text.size() >= 3 && text[0] == '%' && digits.contains(text[1]) && digits.contains(text[2]);
+}
+
+Str urlDecoded(std::string_view text)
+{
+    Str decoded;
+    decoded.reserve(text.size());
+    while (!text.empty()) {
+        if (isEscape(text)) {
+            decoded += static_cast<char>(hexValue(text[1]) << 4 | hexValue(text[2]));
+            text.remove_prefix(3);
+        } else {
+            decoded += text.front() == '+' ? ' ' : text.front();
+            text.remove_prefix(1);
+        }
+    }
+    return decoded;
 }
 
 } // namespace
@@ -66,11 +108,6 @@ Str &Str::operator<<(const char16_t *text)
     return *this;
 }
 
-Str &Str::operator<<(const StrSegment &text)
-{
-    return append(text.view());
-}
-
 Str &Str::operator<<(const std::exception &exception)
 {
     return append(exception.what());
@@ -81,52 +118,14 @@ Str &Str::operator<<(bool value)
     return *this += value ? '1' : '0';
 }
 
-Str &Str::operator<<(short value)
-{
-    appendInteger(*this, value);
-    return *this;
-}
-
-Str &Str::operator<<(unsigned short value)
-{
-    appendInteger(*this, value);
-    return *this;
-}
-
-Str &Str::operator<<(int value)
-{
-    appendInteger(*this, value);
-    return *this;
-}
-
-Str &Str::operator<<(unsigned value)
-{
-    appendInteger(*this, value);
-    return *this;
-}
-
-Str &Str::operator<<(long value)
-{
-    appendInteger(*this, value);
-    return *this;
-}
-
-Str &Str::operator<<(unsigned long value)
-{
-    appendInteger(*this, value);
-    return *this;
-}
-
 Str &Str::operator<<(long long value)
 {
-    appendInteger(*this, value);
-    return *this;
+    return appendInteger(*this, value);
 }
 
 Str &Str::operator<<(unsigned long long value)
 {
-    appendInteger(*this, value);
-    return *this;
+    return appendInteger(*this, value);
 }
 
 Str &Str::operator<<(double value)
@@ -189,7 +188,7 @@ std::size_t Str::replaceChars(const CharSet &set, char with)
 
 void Str::trim(const CharSet &set, bool left, bool right)
 {
-    const StrSegment kept = StrSegment(*this).trimmed(set, left, right);
+    const std::string_view kept = trimmedView(view(), set, left, right);
     const auto before = static_cast<std::size_t>(kept.data() - data());
     erase(before + kept.size());
     erase(0, before);
@@ -197,7 +196,7 @@ void Str::trim(const CharSet &set, bool left, bool right)
 
 Str Str::trimmed(const CharSet &set, bool left, bool right) const
 {
-    return StrSegment(*this).trimmed(set, left, right).toStr();
+    return trimmedView(view(), set, left, right);
 }
 
 void Str::unquote(char quote)
@@ -214,6 +213,32 @@ Str Str::concat(const Str &a, const Str &b)
     result.reserve(a.size() + b.size());
     result.append(a).append(b);
     return result;
+}
+
+bool Str::isValidUtf8(const char *text, std::size_t length)
+{
+    const auto *bytes = reinterpret_cast<const unsigned char *>(text);
+    for (std::size_t at = 0; at < length;) {
+        const std::size_t taken = bytes[at] < 0x80 ? 1 : wellFormedLength(bytes + at, length - at);
+        if (taken == 0) {
+            return false;
+        }
+        at += taken;
+    }
+    return true;
+}
+
+bool Str::urlDecode()
+{
+    if (findFirst(CharSet::urlTriggers(), 0, true) < 0) {
+        return isValidUtf8(data(), size());
+    }
+    Str decoded = urlDecoded(view());
+    if (!isValidUtf8(decoded.data(), decoded.size())) {
+        return false;
+    }
+    swap(decoded);
+    return true;
 }
 
 } // namespace velmox

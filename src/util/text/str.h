@@ -3,6 +3,7 @@
 #include "util/text/basic_text.h"
 #include "util/text/char_set.h"
 
+#include <concepts>
 #include <cstdarg>
 #include <exception>
 #include <vector>
@@ -61,14 +62,14 @@ public:
     Str &operator<<(const StrSegment &text);
     Str &operator<<(const std::exception &exception);
     Str &operator<<(bool value);
-    Str &operator<<(short value);
-    Str &operator<<(unsigned short value);
-    Str &operator<<(int value);
-    Str &operator<<(unsigned value);
-    Str &operator<<(long value);
-    Str &operator<<(unsigned long value);
     Str &operator<<(long long value);
     Str &operator<<(unsigned long long value);
+    template <std::integral Integer>
+    Str &operator<<(Integer value)
+    {
+        using Widest = std::conditional_t<std::is_signed_v<Integer>, long long, unsigned long long>;
+        return *this << static_cast<Widest>(value);
+    }
     Str &operator<<(double value);
 
     /// First position at or after `from` whose membership in `set` equals `in`; -1 when there is none.
@@ -113,5 +114,23 @@ public:
 };
 
 using StrVector = std::vector<Str>;
+
+/// The texts of a container, with a separator between them; empty ones in front count for nothing.
+template <class Texts>
+Str joined(const Texts &texts, std::string_view separator)
+{
+    Str all;
+    for (const Str &text : texts) {
+        all << (all.empty() ? std::string_view() : separator) << text;
+    }
+    return all;
+}
+
+/// Ends an argument list also when an exception leaves the function that began it.
+struct ArgumentListEnd
+{
+    std::va_list &args;
+    ~ArgumentListEnd() { va_end(args); }
+};
 
 } // namespace velmox

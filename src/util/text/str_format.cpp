@@ -1,4 +1,3 @@
-#include "util/text/error_text.h"
 #include "util/text/platform.h"
 #include "util/text/str.h"
 
@@ -51,6 +50,25 @@ public:
 private:
     std::va_list args_;
 };
+
+/// A copy of the format with each `%m` replaced by `errorText`. A `%%` pair is copied whole, so that `%%m`
+/// stays. The text is taken as part of the format: a percent sign in it reads as a conversion.
+Str expandErrorText(const char *fmt, const Str &errorText)
+{
+    Str expanded;
+    for (const char *at = fmt; *at != '\0'; ++at) {
+        if (at[0] == '%' && at[1] == 'm') {
+            expanded.append(errorText);
+            ++at;
+        } else if (at[0] == '%' && at[1] == '%') {
+            expanded.append("%%");
+            ++at;
+        } else {
+            expanded += *at;
+        }
+    }
+    return expanded;
+}
 
 bool hasErrorConversion(const char *fmt)
 {

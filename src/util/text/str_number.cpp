@@ -71,51 +71,6 @@ constexpr std::array<BoolWord, 8> kBoolWords{{{"f", false},
                                               {"yes", true},
                                               {"1", true}}};
 
-/// Digits with blanks on either side, and nothing else, up to `limit`.
-bool parseMagnitude(StrSegment text, std::uint64_t limit, std::uint64_t &out)
-{
-    const StrSegment digits = text.trimmed();
-    std::uint64_t value = 0;
-    for (const char byte : digits) {
-        const auto digit = static_cast<std::uint64_t>(byte - '0');
-        if (!isAsciiDigit(byte) || value > limit / 10 || value * 10 > limit - digit) {
-            return false;
-        }
-        value = value * 10 + digit;
-    }
-    if (digits.empty()) {
-        return false;
-    }
-    out = value;
-    return true;
-}
-
-template <class Signed>
-bool parseStrictSigned(StrSegment text, Signed &out)
-{
-    text = text.trimmed();
-    const bool negative = !text.empty() && text[0] == '-';
-    text.removePrefix(negative);
-    const auto positiveLimit = static_cast<std::uint64_t>(std::numeric_limits<Signed>::max());
-    std::uint64_t magnitude = 0;
-    if (!parseMagnitude(text, positiveLimit + negative, magnitude)) {
-        return false;
-    }
-    out = static_cast<Signed>(negative ? 0 - magnitude : magnitude);
-    return true;
-}
-
-template <class Unsigned>
-bool parseStrictUnsigned(StrSegment text, Unsigned &out)
-{
-    std::uint64_t magnitude = 0;
-    if (!parseMagnitude(text, std::numeric_limits<Unsigned>::max(), magnitude)) {
-        return false;
-    }
-    out = static_cast<Unsigned>(magnitude);
-    return true;
-}
-
 } // namespace
 
 long long Str::toInt64(long long dflt, int base) const
@@ -167,44 +122,35 @@ bool StrSegment::toInt(int &out, int base) const
     return static_cast<bool>(result);
 }
 
-bool StrSegment::parseSigned(std::int8_t &out) const
+bool StrSegment::parseUpTo(std::uint64_t limit, std::uint64_t &out) const
 {
-    return parseStrictSigned(*this, out);
+    const StrSegment digits = trimmed();
+    std::uint64_t value = 0;
+    for (const char byte : digits) {
+        const auto digit = static_cast<std::uint64_t>(byte - '0');
+        if (!isAsciiDigit(byte) || value > limit / 10 || value * 10 > limit - digit) {
+            return false;
+        }
+        value = value * 10 + digit;
+    }
+    if (digits.empty()) {
+        return false;
+    }
+    out = value;
+    return true;
 }
 
-bool StrSegment::parseSigned(std::int16_t &out) const
+bool StrSegment::parseSignedUpTo(std::int64_t limit, std::int64_t &out) const
 {
-    return parseStrictSigned(*this, out);
-}
-
-bool StrSegment::parseSigned(std::int32_t &out) const
-{
-    return parseStrictSigned(*this, out);
-}
-
-bool StrSegment::parseSigned(std::int64_t &out) const
-{
-    return parseStrictSigned(*this, out);
-}
-
-bool StrSegment::parseUnsigned(std::uint8_t &out) const
-{
-    return parseStrictUnsigned(*this, out);
-}
-
-bool StrSegment::parseUnsigned(std::uint16_t &out) const
-{
-    return parseStrictUnsigned(*this, out);
-}
-
-bool StrSegment::parseUnsigned(std::uint32_t &out) const
-{
-    return parseStrictUnsigned(*this, out);
-}
-
-bool StrSegment::parseUnsigned(std::uint64_t &out) const
-{
-    return parseStrictUnsigned(*this, out);
+    StrSegment text = trimmed();
+    const bool negative = !text.empty() && text[0] == '-';
+    text.removePrefix(negative);
+    std::uint64_t magnitude = 0;
+    if (!text.parseUpTo(static_cast<std::uint64_t>(limit) + negative, magnitude)) {
+        return false;
+    }
+    out = static_cast<std::int64_t>(negative ? 0 - magnitude : magnitude);
+    return true;
 }
 
 } // namespace velmox

@@ -3,6 +3,9 @@
 #include "util/text/str.h"
 
 #include <cstdint>
+#include <limits>
+#include <map>
+#include <type_traits>
 
 namespace velmox {
 
@@ -39,7 +42,10 @@ public:
     {
         return StrSegment(view().substr(position, count));
     }
-    StrSegment trimmed(const CharSet &set = CharSet::blanks(), bool left = true, bool right = true) const;
+    StrSegment trimmed(const CharSet &set = CharSet::blanks(), bool left = true, bool right = true) const
+    {
+        return StrSegment(trimmedView(view(), set, left, right));
+    }
 
     friend constexpr bool operator==(const StrSegment &a, const StrSegment &b)
     {
@@ -57,22 +63,74 @@ public:
     /// range.
     bool toInt(int &out, int base = 10) const;
 
-    /// Strict decimal parser: blanks around the digits and, for the signed forms, a leading minus. False,
-    /// with `out` untouched, when anything else stands there or the value does not fit.
-    bool parseSigned(std::int8_t &out) const;
-    bool parseSigned(std::int16_t &out) const;
-    bool parseSigned(std::int32_t &out) const;
-    bool parseSigned(std::int64_t &out) const;
-    bool parseUnsigned(std::uint8_t &out) const;
-    bool parseUnsigned(std::uint16_t &out) const;
-    bool parseUnsigned(std::uint32_t &out) const;
-    bool parseUnsigned(std::uint64_t &out) const;
+    /// Strict decimal parser for integers of 8 to 64 bits: blanks around the digits and, for the signed form,
+    /// a leading minus. False, with `out` untouched, when anything else stands there or the value does not
+    /// fit.
+    template <class Signed>
+    bool parseSigned(Signed &out) const
+    {
+        static_assert(std::is_signed_v<Signed>);
+        std::int64_t value = 0;
+        const bool parsed = parseSignedUpTo(std::numeric_limits<Signed>::max(), value);
+        out = parsed ? static_cast<Signed>(value) : out;
+        return parsed;
+    }
+    template <class Unsigned>
+    bool parseUnsigned(Unsigned &out) const
+    {
+        static_assert(std::is_unsigned_v<Unsigned>);
+        std::uint64_t value = 0;
+        const bool parsed = parseUpTo(std::numeric_limits<Unsigned>::max(), value);
+        out = parsed ? static_cast<Unsigned>(value) : out;
+        return parsed;
+    }
 
 private:
+    bool parseUpTo(std::uint64_t limit, std::uint64_t &out) const;
+    /// From -limit - 1 to limit.
+    bool parseSignedUpTo(std::int64_t limit, std::int64_t &out) const;
+
     const char *start_ = nullptr;
     std::size_t length_ = 0;
 };
 
 using StrSegmentVector = std::vector<StrSegment>;
+
+/// Receives the pieces of a split, in order; each is a view into the text being split.
+class SplitAcceptor
+{
+public:
+    virtual ~SplitAcceptor() = default;
+    virtual void accept(StrSegment piece) = 0;
+};
+
+class acceptor_PopulateStrVector : public SplitAcceptor
+{
+public:
+    explicit acceptor_PopulateStrVector(StrVector &out) : out_(out) {}
+    void accept(StrSegment piece) override { out_.push_back(piece.toStr()); }
+
+private:
+    StrVector &out_;
+};
+
+class acceptor_PopulateStrSegmentVector : public SplitAcceptor
+{
+public:
+    explicit acceptor_PopulateStrSegmentVector(StrSegmentVector &out) : out_(out) {}
+    void accept(StrSegment piece) override { out_.push_back(piece); }
+
+private:
+    StrSegmentVector &out_;
+};
+
+/// Splits where a backslash escapes: `\n` and `\r` are line feed and carriage return, any other escaped
+/// character stands for itself. Text behind the last separator is not delivered. Returns the number of
+/// pieces.
+std::size_t splitEscaped(const Str &text, StrVector &out, char separator);
+
+/// The same over key, `eq`, value, `eq`, key and so on. True when the text ended cleanly; a value that is not
+/// closed empties `out` and gives false.
+bool splitEscapedPairs(const Str &text, std::map<Str, Str> &out, char eq);
 
 } // namespace velmox

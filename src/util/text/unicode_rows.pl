@@ -4,7 +4,7 @@
 #     perl unicode_rows.pl UnicodeData.txt > unicode_rows.inc
 #
 # A row stands for a run of code points from U+0080 on whose case property and general category are equal. What the
-# two words of a row mean stands in unicode_table.cpp. Only the simple case mappings enter, so a character maps to one
+# two words of a row mean stands in str_case.cpp. Only the simple case mappings enter, so a character maps to one
 # character. Where both mappings exist and differ (the title-case digraphs), the lower case wins.
 use strict;
 use warnings;

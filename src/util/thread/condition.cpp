@@ -4,6 +4,9 @@
 
 namespace velmox {
 
+// The one to be woken next stands in front: who came last is served first. A woken waiter stays on the list
+// until it has the mutex again and takes itself off, so a second signal may hit it in vain.
+
 void ConditionWaiterList::pushFront(ConditionWaiter *waiter)
 {
     waiter->previous = nullptr;
@@ -32,10 +35,10 @@ ConditionWaiter *ConditionWaiterList::popFront()
 }
 
 /// A thread's time on the waiting list: a waiter from the free list, or a fresh one, that goes back there.
-class Condition::Stay
+class Condition::WaiterScope
 {
 public:
-    explicit Stay(Condition &condition) : condition_(condition)
+    explicit WaiterScope(Condition &condition) : condition_(condition)
     {
         const std::lock_guard guard(condition_.listsLock_);
         waiter_ = condition_.free_.popFront();
@@ -44,14 +47,14 @@ public:
         }
         condition_.waiting_.pushFront(waiter_);
     }
-    ~Stay()
+    ~WaiterScope()
     {
         const std::lock_guard guard(condition_.listsLock_);
         condition_.waiting_.remove(waiter_);
         condition_.free_.pushFront(waiter_);
     }
-    Stay(const Stay &) = delete;
-    Stay &operator=(const Stay &) = delete;
+    WaiterScope(const WaiterScope &) = delete;
+    WaiterScope &operator=(const WaiterScope &) = delete;
 
     HANDLE event() const { return waiter_->event.get(); }
 
@@ -62,6 +65,7 @@ private:
 
 Condition::~Condition()
 {
+    // In the last moments of the process others may still stand on the lists: they are left alone.
     if (!thread_primitives::errorsThrow()) {
         return;
     }
@@ -72,15 +76,17 @@ Condition::~Condition()
 
 void Condition::wait(Mutex &mutex)
 {
-    const Stay stay(*this);
-    thread_primitives::signalAndWait(mutex.handle(), stay.event());
+    // On the list before the mutex is free: a signal from there on finds the event, whether the wait has
+    // begun or not.
+    const WaiterScope waiter(*this);
+    thread_primitives::signalAndWait(mutex.handle(), waiter.event());
     mutex.lock();
 }
 
 bool Condition::waitFor(Mutex &mutex, unsigned milliseconds)
 {
-    const Stay stay(*this);
-    const bool woken = thread_primitives::signalAndWait(mutex.handle(), stay.event(), milliseconds);
+    const WaiterScope waiter(*this);
+    const bool woken = thread_primitives::signalAndWait(mutex.handle(), waiter.event(), milliseconds);
     mutex.lock();
     return woken;
 }

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "util/thread/critical_section.h"
-#include "util/thread/mutex.h"
+#include "util/thread/locks.h"
 
 namespace velmox {
 
@@ -53,7 +52,7 @@ public:
     void broadcast();
 
 private:
-    class Stay;
+    class WaiterScope;
 
     CriticalSection listsLock_;
     ConditionWaiterList waiting_; // under listsLock_

@@ -36,6 +36,8 @@ void checkedFree(DWORD slot)
 
 } // namespace
 
+/// Without a slot the first to come allocates one ahead and offers it; who loses gives it back and joins the
+/// other's.
 void CountedTlsSlot::enter()
 {
     while (!enterIfUsed()) {
@@ -89,6 +91,7 @@ void *CountedTlsSlot::get()
     return value;
 }
 
+/// Takes part for the time of the call, so that nobody gives the slot back under it.
 bool CountedTlsSlot::tryGet(void *&value)
 {
     value = nullptr;

@@ -1,12 +1,10 @@
 #include "util/thread/thread.h"
 
-#include "util/crash/crash_log.h"
-#include "util/crash/crash_sink.h"
-#include "util/text/argument_list_end.h"
-#include "util/thread/thread_debugger_name.h"
-#include "util/thread/thread_exception.h"
-#include "util/thread/thread_xml_errors.h"
+#include "util/log/log_system.h"
+#include "util/text/str.h"
+#include "util/thread/crash_sink.h"
 
+#include <libxml/xmlerror.h>
 #include <process.h>
 
 namespace velmox {
@@ -27,6 +25,14 @@ bool mainThreadExists = false;
 Thread *mainThread = nullptr;
 std::atomic<bool> threadsCreated = false;
 Thread::Entry threadEntryWrapper = nullptr;
+void (*mainThreadHook)() = nullptr;
+
+/// Rooms and units below ask for names through hooks.
+[[maybe_unused]] const bool hooksSet = [] {
+    LogSystem::instance().setThreadName(Thread::currentName);
+    thread_primitives::setThreadFacts(Thread::currentName, Thread::activeCount);
+    return true;
+}();
 
 /// Guards `readyToRun_` and `didJoin_` of all threads. Taken before any condition's lists, never after; never
 /// destroyed, because threads outlive static objects.
@@ -34,6 +40,70 @@ Mutex &allThreadsLock()
 {
     static Mutex &lock = *new Mutex;
     return lock;
+}
+
+/// The exception by which debuggers for Windows learn thread names, and its arguments as they read them.
+constexpr DWORD kNameException = 0x406D1388;
+
+struct NameRecord
+{
+    DWORD type;
+    const char *name;
+    DWORD threadId;
+    DWORD flags;
+};
+static_assert(sizeof(NameRecord) == 3 * sizeof(ULONG_PTR));
+
+LONG WINAPI continueNameException(EXCEPTION_POINTERS *exception)
+{
+    return exception->ExceptionRecord->ExceptionCode == kNameException ? EXCEPTION_CONTINUE_EXECUTION
+                                                                       : EXCEPTION_CONTINUE_SEARCH;
+}
+
+/// Tells an attached debugger the name of a thread, and does nothing else. The compiler has no structured
+/// handlers, so a vectored one lets the thread go on when no debugger took the exception. It is there for the
+/// time of the call only.
+void nameThreadForDebugger(unsigned threadId, const char *name)
+{
+    const NameRecord record{0x1000, name, threadId, 0};
+    void *handler = AddVectoredExceptionHandler(1, continueNameException);
+    if (handler == nullptr) {
+        return;
+    }
+    RaiseException(kNameException, 0, sizeof(record) / sizeof(ULONG_PTR),
+                   reinterpret_cast<const ULONG_PTR *>(&record));
+    RemoveVectoredExceptionHandler(handler);
+}
+
+// An exception must not cross the C library: a message that finds no memory is lost.
+
+void collectStructured(void *errors, xmlErrorPtr error)
+{
+    try {
+        if (error->message != nullptr) {
+            static_cast<Str *>(errors)->append(error->message);
+        }
+    } catch (...) {
+    }
+}
+
+void collectGeneric(void *errors, const char *fmt, ...)
+{
+    std::va_list args;
+    va_start(args, fmt);
+    try {
+        static_cast<Str *>(errors)->vappendFormat(fmt, args);
+    } catch (...) {
+    }
+    va_end(args);
+}
+
+/// Points the error functions of libxml2, which keeps them per thread, at a text that grows with each message
+/// and must live as long as the calling thread uses libxml2.
+void collectXmlErrors(Str &errors)
+{
+    xmlSetStructuredErrorFunc(&errors, collectStructured);
+    xmlSetGenericErrorFunc(&errors, collectGeneric);
 }
 
 } // namespace
@@ -61,13 +131,16 @@ Thread::Thread()
     if (mainThreadExists) {
         throwThreadException(GetLastError(), "Main Thread created twice!");
     }
-    tellDebuggerThreadName(threadId_, name_.c_str());
+    nameThreadForDebugger(threadId_, name_.c_str());
     mainThreadId = threadId_;
     mainThreadExists = true;
     mainThread = this;
-    installCrashHandlers();
+    if (mainThreadHook != nullptr) {
+        mainThreadHook();
+    }
 }
 
+/// A thread that is made too early counts while its failure is told, and nobody has been created by it.
 void Thread::create(std::size_t stackSize, const char *fmt, std::va_list args)
 {
     slotUser_.enter(threadSlot);
@@ -157,10 +230,11 @@ unsigned __stdcall Thread::threadEntry(void *thread)
     return 0;
 }
 
+/// The slot is filled before the first lock is taken, so that a failure of that has a name to tell.
 void Thread::run()
 {
-    tellDebuggerThreadName(GetCurrentThreadId(), name_.c_str());
-    reserveStackForCrash();
+    nameThreadForDebugger(GetCurrentThreadId(), name_.c_str());
+    thread_primitives::reserveStackForCrash();
     threadSlot.set(this);
     if (!waitForStart()) {
         return;
@@ -221,6 +295,7 @@ const char *Thread::currentNameText() noexcept
     }
 }
 
+// Static constructors and whatever runs ahead of the main thread's object count as the main thread.
 bool Thread::isMainThreadNow()
 {
     return !mainThreadExists || mainThreadId == GetCurrentThreadId();
@@ -244,6 +319,11 @@ void Thread::ignoreErrorsFromNowOn()
 void Thread::setEntryWrapper(Entry wrapper)
 {
     threadEntryWrapper = wrapper;
+}
+
+void Thread::setMainThreadHook(void (*hook)())
+{
+    mainThreadHook = hook;
 }
 
 void Thread::JoinHelper::run()

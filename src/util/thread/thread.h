@@ -1,14 +1,40 @@
 #pragma once
 
-#include "util/crash/crash_notes.h"
 #include "util/text/str.h"
 #include "util/thread/condition.h"
 #include "util/thread/counted_tls_slot.h"
-#include "util/thread/in_thread_actor.h"
 
 #include <cstddef>
 
 namespace velmox {
+
+// The room of threads: workers with a name and a moment to start at, what they lock and wait on (locks.h,
+// condition.h), and the rule for failures of all of these (thread_primitives.h). The log and the crash report
+// ask this room who is speaking.
+
+class CrashSink;
+class ScopedPerThreadCrashLogNotation;
+
+/// Something that an event loop runs on the loop's own thread.
+class InThreadActor
+{
+public:
+    virtual ~InThreadActor() = default;
+
+    virtual void run() = 0;
+
+protected:
+    /// For an actor whose maker waits until the loop has run it.
+    Event ran_;
+};
+
+/// The notes for a crash report that hang on one thread, the latest in front: links of objects that it does
+/// not own. Used by its own thread alone, and read when that thread dies.
+struct CrashNotes
+{
+    ScopedPerThreadCrashLogNotation *head = nullptr;
+    ScopedPerThreadCrashLogNotation *tail = nullptr;
+};
 
 /// Base of every worker, and the object that stands for the main thread.
 ///
@@ -50,6 +76,7 @@ public:
     InThreadActor &reaper() { return joinHelper_; }
     /// Only for the thread itself.
     CrashNotes &crashNotes() { return crashNotes_; }
+    const CrashNotes &crashNotes() const { return crashNotes_; }
 
     /// The calling thread's object, null for the main thread and for threads that no object stands for.
     static Thread *current();
@@ -75,6 +102,9 @@ public:
     using Entry = unsigned(__stdcall *)(void *thread);
     static unsigned __stdcall threadEntry(void *thread);
     static void setEntryWrapper(Entry wrapper);
+
+    /// A hook for the crash log, which stands above: called when the main thread's object is made.
+    static void setMainThreadHook(void (*hook)());
 
 protected:
     virtual void main() = 0;
@@ -117,7 +147,7 @@ private:
     Str xmlErrors_;
     JoinHelper joinHelper_{*this};
     bool isMainThread_ = false;
-    CrashNotes crashNotes_{*this};
+    CrashNotes crashNotes_;
 };
 
 /// The main thread's object, for the entry function's stack: from early in start-up to the end.

@@ -1,24 +1,44 @@
 #include "util/thread/thread_primitives.h"
 
-#include "util/thread/thread.h"
-#include "util/thread/thread_exception.h"
+#include "util/log/logger.h"
+#include "util/text/str.h"
 
 #include <utility>
 
-namespace velmox::thread_primitives {
+namespace velmox {
 
 namespace {
 
+Logger threadLogger("Thread");
+
+} // namespace
+
+ThreadException::ThreadException(unsigned error, const char *fmt, std::va_list args)
+    : BaseException(error, fmt, args)
+{
+    threadLogger.warn("%s", what());
+}
+
+void throwThreadException(unsigned error, const char *fmt, ...)
+{
+    std::va_list args;
+    va_start(args, fmt);
+    const ArgumentListEnd end{args};
+    throw ThreadException(error, fmt, args);
+}
+
+namespace thread_primitives {
+
+namespace {
+
+constexpr ULONG kReservedStack = 32 * 1024;
+
+// What there is to say before `Thread` has set its hooks.
+Str (*threadName)() = [] { return Str("Main Thread"); };
+unsigned (*threadCount)() = [] { return 1u; };
+
 /// Cleared once, when other threads may have died in unknown states.
 bool threadErrorsThrow = true;
-
-void reportUnexpectedTimeout(const char *word)
-{
-    if (threadErrorsThrow) {
-        throwThreadException(WAIT_TIMEOUT, "%s: unexpected timeout from %s", Thread::currentName().c_str(),
-                             word);
-    }
-}
 
 /// A failed wait, or one whose result means nothing here, such as a mutex whose owner died.
 void reportBadWait(DWORD result, const char *word)
@@ -27,30 +47,25 @@ void reportBadWait(DWORD result, const char *word)
         reportFailure(word);
     } else if (threadErrorsThrow) {
         throwThreadException(GetLastError(), "%s: unexpected return value 0x%lX from %s",
-                             Thread::currentName().c_str(), result, word);
+                             threadName().c_str(), result, word);
     }
 }
 
-/// Judges the result of a wait without a limit.
-void checkWait(DWORD result, const char *word)
-{
-    if (result == WAIT_TIMEOUT) {
-        reportUnexpectedTimeout(word);
-    } else if (result != WAIT_OBJECT_0) {
-        reportBadWait(result, word);
-    }
-}
-
-/// The same for a wait with a limit; false on timeout.
+/// Judges the result of a wait with a limit; false on timeout.
 bool checkTimedWait(DWORD result, const char *word)
 {
-    if (result == WAIT_TIMEOUT) {
-        return false;
-    }
-    if (result != WAIT_OBJECT_0) {
+    if (result != WAIT_TIMEOUT && result != WAIT_OBJECT_0) {
         reportBadWait(result, word);
     }
-    return true;
+    return result != WAIT_TIMEOUT;
+}
+
+/// The same for a wait without a limit.
+void checkWait(DWORD result, const char *word)
+{
+    if (!checkTimedWait(result, word) && threadErrorsThrow) {
+        throwThreadException(WAIT_TIMEOUT, "%s: unexpected timeout from %s", threadName().c_str(), word);
+    }
 }
 
 } // namespace
@@ -65,12 +80,24 @@ void ignoreErrorsFromNowOn()
     threadErrorsThrow = false;
 }
 
+void setThreadFacts(Str (*currentName)(), unsigned (*activeCount)())
+{
+    threadName = currentName;
+    threadCount = activeCount;
+}
+
+void reserveStackForCrash()
+{
+    ULONG size = kReservedStack;
+    SetThreadStackGuarantee(&size);
+}
+
 void reportFailure(const char *word)
 {
     const DWORD error = GetLastError();
     if (threadErrorsThrow) {
         throwThreadException(error, "%s: about to throw a ThreadException: %s: %m; %u threads active",
-                             Thread::currentName().c_str(), word, Thread::activeCount());
+                             threadName().c_str(), word, threadCount());
     }
 }
 
@@ -132,4 +159,6 @@ void CheckedHandle::closeWithoutRaising() noexcept
     }
 }
 
-} // namespace velmox::thread_primitives
+} // namespace thread_primitives
+
+} // namespace velmox

@@ -23,6 +23,18 @@ constexpr std::int64_t daysBeforeMonth(std::int64_t monthFromMarch)
     return (153 * monthFromMarch + 2) / 5;
 }
 
+constexpr std::string_view kWeekDays[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
+                                          "Thursday", "Friday", "Saturday"};
+constexpr std::string_view kMonths[] = {"January",   "February", "March",    "April",
+                                        "May",       "June",     "July",     "August",
+                                        "September", "October",  "November", "December"};
+
+template <std::size_t count>
+std::string_view nameAt(const std::string_view (&names)[count], std::int32_t at)
+{
+    return at >= 0 && static_cast<std::size_t>(at) < count ? names[at] : "???";
+}
+
 } // namespace
 
 // Years that begin in March have their leap day at the end, which makes both directions plain arithmetic.
@@ -71,6 +83,16 @@ IsoWeek isoWeekOf(std::int64_t year, std::int32_t yearDay, std::int32_t weekDay)
         ++year;
     }
     return {.year = year, .week = static_cast<std::int32_t>(thursday / 7 + 1)};
+}
+
+std::string_view weekDayName(std::int32_t weekDay)
+{
+    return nameAt(kWeekDays, weekDay);
+}
+
+std::string_view monthName(std::int32_t month)
+{
+    return nameAt(kMonths, month);
 }
 
 } // namespace velmox::calendar

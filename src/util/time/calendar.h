@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
-/// Arithmetic of the proleptic Gregorian calendar. Days are counted from 1 January 1970.
+/// Arithmetic of the proleptic Gregorian calendar, and the names that it gives. Days are counted from 1
+/// January 1970.
 namespace velmox::calendar {
 
 inline constexpr std::int64_t kSecondsPerDay = 86'400;
@@ -34,5 +36,10 @@ struct IsoWeek
 /// The ISO 8601 week of a day: weeks begin on Monday, and the first holds the year's first Thursday.
 /// `yearDay` counts from 0, and Sunday is `weekDay` 0.
 IsoWeek isoWeekOf(std::int64_t year, std::int32_t yearDay, std::int32_t weekDay);
+
+/// The English name in full, "???" when there is none; Sunday and January are 0. The short form is its first
+/// three letters.
+std::string_view weekDayName(std::int32_t weekDay);
+std::string_view monthName(std::int32_t month);
 
 } // namespace velmox::calendar

@@ -1,6 +1,5 @@
 #include "util/time/struct_tm.h"
 
-#include "util/log/logger.h"
 #include "util/text/platform.h"
 #include "util/time/calendar.h"
 #include "util/time/zone_source.h"
@@ -11,7 +10,18 @@ namespace velmox {
 
 namespace {
 
-Logger logger("Timeval");
+TimeFailureLog failureLog = nullptr;
+
+void warn(const char *fmt, ...) VELMOX_PRINTF(1, 2);
+void warn(const char *fmt, ...)
+{
+    if (failureLog != nullptr) {
+        std::va_list args;
+        va_start(args, fmt);
+        failureLog(fmt, args);
+        va_end(args);
+    }
+}
 
 constexpr std::int32_t kYearOfUnixEpoch = 70;
 
@@ -28,7 +38,7 @@ constexpr StructTm kEarliest = {.dayOfMonth = 1, .weekDay = 1, .daylight = -1};
 
 void logFailedBreakDown(const char *operation, std::int64_t unixSeconds)
 {
-    logger.warn("%s(%lld) failed!", operation, static_cast<long long>(unixSeconds));
+    warn("%s(%lld) failed!", operation, static_cast<long long>(unixSeconds));
 }
 
 /// Yields the out-of-range fields, and the ticks of the second that go with them.
@@ -50,14 +60,24 @@ Timeval stampOf(const char *operation, const StructTm &tm, std::optional<std::in
     const auto shown = [](std::int32_t field, int base) {
         return static_cast<int>(static_cast<std::int64_t>(field) + base);
     };
-    logger.warn("%s(%d-%d-%d %d:%02d:%02d) failed!", operation, shown(tm.year, 1900), shown(tm.month, 1),
-                tm.dayOfMonth, tm.hours, tm.minutes, tm.seconds);
+    warn("%s(%d-%d-%d %d:%02d:%02d) failed!", operation, shown(tm.year, 1900), shown(tm.month, 1),
+         tm.dayOfMonth, tm.hours, tm.minutes, tm.seconds);
     return Timeval(tm.year >= kYearOfUnixEpoch ? Timeval::kMax : Timeval::kMin);
 }
 
 std::optional<std::int64_t> secondsIn(const ZoneSource *zone, const StructTm &tm)
 {
     return zone ? zone->unixSeconds(tm) : std::nullopt;
+}
+
+bool breakDownLocally(std::int64_t unixSeconds, StructTm &out)
+{
+    std::tm tm = {};
+    if (!platform::localTime(unixSeconds, tm)) {
+        return false;
+    }
+    out.setCTime(tm);
+    return true;
 }
 
 /// Finds the fields whose moment in the zone is the given one. The offset is asked for the fields as they
@@ -84,6 +104,37 @@ bool breakDown(const ZoneSource &zone, std::int64_t unixSeconds, StructTm &out)
 }
 
 } // namespace
+
+void setTimeFailureLog(TimeFailureLog log)
+{
+    failureLog = log;
+}
+
+void StructTm::setCTime(const std::tm &tm)
+{
+    seconds = tm.tm_sec;
+    minutes = tm.tm_min;
+    hours = tm.tm_hour;
+    dayOfMonth = tm.tm_mday;
+    month = tm.tm_mon;
+    year = tm.tm_year;
+    weekDay = tm.tm_wday;
+    yearDay = tm.tm_yday;
+    daylight = tm.tm_isdst;
+}
+
+std::tm StructTm::toCTime() const
+{
+    std::tm tm = {};
+    tm.tm_sec = seconds;
+    tm.tm_min = minutes;
+    tm.tm_hour = hours;
+    tm.tm_mday = dayOfMonth;
+    tm.tm_mon = month;
+    tm.tm_year = year;
+    tm.tm_isdst = daylight;
+    return tm;
+}
 
 std::int64_t StructTm::asUtcSeconds() const
 {
@@ -159,7 +210,7 @@ void Timeval::toGmt(GmtStructTm &out) const
 void Timeval::toLocal(LocalStructTm &out) const
 {
     const std::int64_t seconds = signedUnixSeconds();
-    if (!platform::localTime(seconds, out)) {
+    if (!breakDownLocally(seconds, out)) {
         logFailedBreakDown("_localtime64_s", seconds);
         setOutOfRange(seconds, out);
     }
@@ -175,7 +226,7 @@ void Timeval::toLocalHires(LocalStructTmHires &out) const
 bool Timeval::toLocalHiresQuietly(LocalStructTmHires &out) const
 {
     const std::int64_t seconds = signedUnixSeconds();
-    const bool found = platform::localTime(seconds, out);
+    const bool found = breakDownLocally(seconds, out);
     out.ticks = found ? ticksOfSecond() : setOutOfRange(seconds, out);
     return found;
 }

@@ -2,11 +2,19 @@
 
 #include "util/time/timeval.h"
 
+#include <cstdarg>
 #include <cstdint>
+#include <ctime>
 
 namespace velmox {
 
 class ZoneSource;
+
+/// Takes the warning about a moment that cannot be broken down or put together, as a format and its
+/// arguments. The log, which stands above, sets its own before `main`; without one the result alone tells of
+/// the failure.
+using TimeFailureLog = void (*)(const char *fmt, std::va_list args);
+void setTimeFailureLog(TimeFailureLog log);
 
 /// A moment broken down into calendar fields. Which zone it is meant in, the derived types say.
 ///
@@ -23,6 +31,11 @@ struct StructTm
     std::int32_t weekDay = 1;  ///< Sunday is 0
     std::int32_t yearDay = 0;  ///< from 0
     std::int32_t daylight = 0; ///< positive in daylight saving time, negative when not known
+
+    /// The fields of the C run-time library's broken-down time, which count as ours do.
+    void setCTime(const std::tm &tm);
+    /// The way back, for `mktime`, which finds the days of week and year itself.
+    std::tm toCTime() const;
 
     /// Seconds since 1970 of the same fields read as UTC; fields beyond their range carry over.
     std::int64_t asUtcSeconds() const;

@@ -2,8 +2,6 @@
 
 #include "util/text/ascii.h"
 #include "util/time/calendar.h"
-#include "util/time/time_format_compiler.h"
-#include "util/time/time_names.h"
 
 #include <charconv>
 #include <cstdlib>
@@ -136,11 +134,11 @@ private:
     {
         switch (atom.kind) {
         case Kind::WeekDayFull:
-            return weekDayName(tm_.weekDay);
+            return calendar::weekDayName(tm_.weekDay);
         case Kind::MonthShort:
-            return monthName(tm_.month).substr(0, 3);
+            return calendar::monthName(tm_.month).substr(0, 3);
         case Kind::MonthFull:
-            return monthName(tm_.month);
+            return calendar::monthName(tm_.month);
         case Kind::AmPm:
             return tm_.hours < 12 ? "am" : "pm";
         case Kind::AmPmUpper:
@@ -153,7 +151,7 @@ private:
     /// Two letters are a width of their own, not a padded short name.
     std::string_view shortWeekDay(bool twoLetters) const
     {
-        const std::string_view full = weekDayName(tm_.weekDay);
+        const std::string_view full = calendar::weekDayName(tm_.weekDay);
         return full.substr(0, twoLetters && full != "???" ? 2 : 3);
     }
 

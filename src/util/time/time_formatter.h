@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/time/time_format_atom.h"
+#include "util/time/time_format.h"
 #include "util/time/zone_source.h"
 
 #include <cstdint>

@@ -1,8 +1,18 @@
 #include "util/time/timeout.h"
 
-#include "util/time/clock.h"
+#include "util/text/platform.h"
 
 namespace velmox {
+
+Clock &Clock::system()
+{
+    class Uptime : public Clock
+    {
+        std::uint64_t milliseconds() override { return platform::uptimeMilliseconds(); }
+    };
+    static Uptime clock;
+    return clock;
+}
 
 void Timeout::scheduleIn(std::uint64_t milliseconds)
 {

@@ -6,8 +6,18 @@
 
 namespace velmox {
 
-class Clock;
 class TimeoutQueue;
+
+/// Time for intervals: milliseconds since some moment, never backwards. Any thread.
+class Clock
+{
+public:
+    virtual ~Clock() = default;
+    virtual std::uint64_t milliseconds() = 0;
+
+    /// The system's, which counts while the machine runs.
+    static Clock &system();
+};
 
 /// Something that is to happen at a moment. Belongs to one queue, which must outlive it, and to its thread.
 class Timeout

@@ -1,8 +1,8 @@
 #include "util/time/timeval.h"
 
-#include "util/text/platform.h"
-#include "util/time/struct_tm.h"
-#include "util/time/time_names.h"
+#include "util/time/calendar.h"
+
+#include <algorithm>
 
 namespace velmox {
 
@@ -86,14 +86,13 @@ Str Timeval::toStr() const
         return "MIN_TIME";
     }
     const std::int64_t seconds = toUnixSeconds();
-    StructTm tm;
+    std::tm tm = {};
     if (seconds > platform::kLastLocalTime || !platform::localTime(seconds, tm)) {
         return Str::fromFormat("INVALID_TIME (%lld)", static_cast<long long>(seconds));
     }
-    const std::string_view weekDay = weekDayName(tm.weekDay).substr(0, 3);
-    const std::string_view month = monthName(tm.month).substr(0, 3);
-    return Str::fromFormat("%.3s %.3s %02d %02d:%02d:%02d %d", weekDay.data(), month.data(), tm.dayOfMonth,
-                           tm.hours, tm.minutes, tm.seconds, tm.year + 1900);
+    return Str::fromFormat("%.3s %.3s %02d %02d:%02d:%02d %d", calendar::weekDayName(tm.tm_wday).data(),
+                           calendar::monthName(tm.tm_mon).data(), tm.tm_mday, tm.tm_hour, tm.tm_min,
+                           tm.tm_sec, tm.tm_year + 1900);
 }
 
 void Timeval::toUnixStr(Str &out, unsigned digits) const
@@ -103,6 +102,17 @@ void Timeval::toUnixStr(Str &out, unsigned digits) const
         out.push_back('.');
         appendFraction(out, ticks_ < kUnixEpoch ? 0 : ticksOfSecond(), digits);
     }
+}
+
+void appendFraction(Str &out, std::uint32_t ticks, unsigned digits)
+{
+    constexpr std::uint32_t kTenth = 1'000'000;
+    std::uint32_t rest = std::min(ticks, 10 * kTenth - 1);
+    for (; digits != 0 && rest != 0; --digits) {
+        out.push_back(static_cast<char>('0' + rest / kTenth));
+        rest = rest % kTenth * 10;
+    }
+    out.append(digits, '0');
 }
 
 Str formatDuration(const Timeval &from, const Timeval &to)

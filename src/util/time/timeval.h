@@ -1,5 +1,6 @@
 #pragma once
 
+#include "util/text/platform.h"
 #include "util/text/str.h"
 
 #include <compare>
@@ -20,7 +21,7 @@ class Timeval
 {
 public:
     static constexpr std::uint64_t kTicksPerSecond = 10'000'000;
-    static constexpr std::uint64_t kUnixEpoch = 116'444'736'000'000'000;
+    static constexpr std::uint64_t kUnixEpoch = platform::kUnixEpoch;
     static constexpr std::uint64_t kMin = 0;
     static constexpr std::uint64_t kMax = ~std::uint64_t{0};
 
@@ -75,6 +76,25 @@ private:
 
     std::uint64_t ticks_ = 0;
 };
+
+// FILETIME, the system's form of a moment, has the ticks and the beginning of `Timeval`. Templates, for it
+// comes with the headers of Windows, which pure code does without.
+template <class FileTime>
+Timeval timevalOf(const FileTime &time)
+{
+    return Timeval::fromHalves(time.dwLowDateTime, time.dwHighDateTime);
+}
+template <class FileTime>
+FileTime fileTimeOf(const Timeval &moment)
+{
+    FileTime time;
+    time.dwLowDateTime = static_cast<std::uint32_t>(moment.ticks());
+    time.dwHighDateTime = static_cast<std::uint32_t>(moment.ticks() >> 32);
+    return time;
+}
+
+/// Appends the first `digits` decimal digits of a fraction given in 100-nanosecond ticks of the second.
+void appendFraction(Str &out, std::uint32_t ticks, unsigned digits);
 
 /// The span between two moments for people to read, in the unit that fits: "1.500 seconds".
 Str formatDuration(const Timeval &from, const Timeval &to);

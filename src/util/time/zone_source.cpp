@@ -16,7 +16,7 @@ const LocalZoneSource &LocalZoneSource::instance()
 std::optional<std::int64_t> LocalZoneSource::unixSeconds(const StructTm &tm) const
 {
     std::int64_t seconds = 0;
-    return platform::localToUnix(tm, seconds) ? std::optional(seconds) : std::nullopt;
+    return platform::localToUnix(tm.toCTime(), seconds) ? std::optional(seconds) : std::nullopt;
 }
 
 std::size_t LocalZoneSource::zoneName(const StructTm &tm, char *buffer, std::size_t size) const

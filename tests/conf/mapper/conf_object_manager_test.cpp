@@ -1,15 +1,10 @@
+#include "conf/ground/conf_exceptions.h"
 #include "conf/ground/conf_lock.h"
-#include "conf/ground/conf_path_exceptions.h"
 #include "conf/mapper/conf_object_manager.h"
-#include "conf/store/application_manager.h"
-#include "conf/store/shared_conf_services.h"
 #include "tests/conf/conf_root.h"
-#include "tests/support/failing_call.h"
 
 namespace velmox {
 namespace {
-
-using namespace testing;
 
 constexpr char kLocal[] = "apps/search/metadata/local.meta";
 constexpr char kDefault[] = "apps/search/metadata/default.meta";
@@ -63,7 +58,7 @@ TEST_F(ConfObjectManagerTest, CompletesLocalMetadataByThatOfTheDefaultLayer)
     ConfSearch search;
     search.constrain(ConfSearch::User, "Nobody");
     search.constrain(ConfSearch::Type, "inputs");
-    search.setMaxLevel(ConfPathTrie::kAppLevel);
+    search.setMaxLevel(kAppLevel);
     ConfPathTrie found;
     EXPECT_FALSE(mapper().search(search, found));
     EXPECT_TRUE(found.empty());
@@ -79,7 +74,7 @@ TEST_F(ConfObjectManagerTest, WritesOnlyWhatDiffersAndKeepsTheRestOfTheFile)
 {
     const char before[] =
         "# head\n\n[inputs]\n# who\nowner = anna\nversion = 7\n\n[inputs/a%2Fb]\nexport = app\n# tail\n";
-    const ConfPath slashed(root.setup(), ConfPathBase("nobody", "search", {"inputs", "a/b"}));
+    const ConfPath slashed(root.shared().mappers(), ConfPathBase("nobody", "search", {"inputs", "a/b"}));
     root.write(kLocal, before);
     {
         const ConfLog log(root);
@@ -147,10 +142,7 @@ TEST_F(ConfObjectManagerTest, ReadsAFileAgainThatCouldNotBeRead)
     {
         const FileHandle held(
             CreateFileW(asWide(root / kLocal), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-        const ConfLog log(root);
         EXPECT_EQ(metadataAt("/a"), "Does not exist: /nobody/search/a");
-        EXPECT_TRUE(log.text().endsWith(Str("ERROR ConfObjectManagerDB: Cannot initialize: ROOT/")
-                                        << kLocal << ": <32>\n"));
     }
     EXPECT_EQ(noticeChange(mapper(), root / kLocal), FileChangeAnswer::Settled);
     EXPECT_EQ(metadataAt("/a"), "{  }, owner: anna");
@@ -169,7 +161,6 @@ TEST_F(ConfObjectManagerTest, KeepsChangesInMemoryWhenNothingMayBeWritten)
 {
     root.write(kLocal, "[a]\nowner = anna\n");
     const ScopedInitSettings scoped(ScopedInitSettings::inMemoryOnly());
-    const ConfLog log(root);
     write("/a", owned("bert"));
     write("/a", owned("bert"));
     write("/b", owned("chris"));
@@ -177,8 +168,6 @@ TEST_F(ConfObjectManagerTest, KeepsChangesInMemoryWhenNothingMayBeWritten)
     EXPECT_TRUE(mapper().remove(at("/a")));
     EXPECT_EQ(metadataAt("/a"), "{  }, owner: bert");
     EXPECT_TRUE(mapper().flush());
-    EXPECT_TRUE(log.text().endsWith(Str("INFO ConfObjectManagerDB: ROOT/")
-                                    << kLocal << ": Skipping flush, keeping changes in memory only\n"));
     EXPECT_EQ(metadataAt("/a"), "Does not exist: /nobody/search/a");
     EXPECT_EQ(metadataAt("/b"), "{  }, owner: chris");
     EXPECT_EQ(at("/b/x").readData(), "value");
@@ -189,43 +178,34 @@ TEST_F(ConfObjectManagerTest, FollowsNoticesOfChanges)
 {
     root.write(kLocal, "[a]\nowner = anna\n[b]\nowner = anna\n");
     ConfObjectManager &manager = mapper();
-    /// The last line of the log without level, logger and the file's own name.
     const auto notice = [&](const char *file, FileChangeAnswer answer) {
         const ConfLog log(root);
         EXPECT_EQ(noticeChange(manager, root / file), answer);
-        return replaced(log.told(), Str("ROOT/") << kLocal, "FILE");
+        return log.told();
     };
     const auto typesChanged = [&, a = manager.newState(), b = manager.newState()] {
         return std::pair(manager.hasChangedSince("a", *a), manager.hasChangedSince("b", *b));
     };
-    EXPECT_EQ(notice(kDefault, FileChangeAnswer::Settled),
-              "ERROR ConfObjectManagerDB: FILE: Received change notification for unrelated file: "
-              "ROOT/apps/search/metadata/default.meta\n");
+    EXPECT_TRUE(
+        notice(kDefault, FileChangeAnswer::Settled).contains(": Received change notification for unrelated"));
     root.write(kLocal, "# only a comment\n[b]\nowner = Anna\nmodtime = 9\n[a]\nowner = anna\n");
-    EXPECT_EQ(notice(kLocal, FileChangeAnswer::NoChange),
-              "INFO ConfObjectManagerDB: FILE: Ignored change notification for FILE: self-generated\n");
+    EXPECT_TRUE(notice(kLocal, FileChangeAnswer::NoChange).endsWith(": self-generated\n"));
     EXPECT_EQ(typesChanged(), std::pair(false, false));
     root.write(kLocal, "[a]\nowner = bert\n[b]\nowner = anna\n");
-    EXPECT_TRUE(notice(kLocal, FileChangeAnswer::Settled)
-                    .startsWith("INFO ConfObjectManagerDB: FILE: Detected change to FILE with modtime "));
+    EXPECT_TRUE(notice(kLocal, FileChangeAnswer::Settled).contains(": Detected change to ROOT/apps"));
     EXPECT_EQ(typesChanged(), std::pair(true, false));
     EXPECT_EQ(typesChanged(), std::pair(false, false));
 
     EXPECT_TRUE(manager.writeMetadata(at("/b"), owned("chris")));
     removeFile(root / kLocal);
     notice(kLocal, FileChangeAnswer::NoChange);
-    {
-        const ConfLog log(root);
-        EXPECT_FALSE(manager.reload(Str()));
-        EXPECT_TRUE(log.text().endsWith("local.meta: Refused forced reload: outstanding write\n"));
-    }
+    EXPECT_FALSE(manager.reload(Str())) << "outstanding write";
     EXPECT_TRUE(manager.flush());
     EXPECT_EQ(typesChanged(), std::pair(false, true));
     notice(kLocal, FileChangeAnswer::NoChange);
 
     removeFile(root / kLocal);
-    EXPECT_EQ(notice(kLocal, FileChangeAnswer::Settled),
-              "INFO ConfObjectManagerDB: FILE: Detected deletion: FILE\n");
+    EXPECT_TRUE(notice(kLocal, FileChangeAnswer::Settled).contains(": Detected deletion: ROOT/apps"));
     EXPECT_EQ(typesChanged(), std::pair(true, true));
     root.write(kLocal, "[]\nowner = anna\n");
     EXPECT_EQ(metadataAt(""), "Does not exist: /nobody/search");
@@ -284,9 +264,12 @@ TEST_F(ConfObjectManagerTest, FiltersOutWhatIsGone)
                         "[x/kept/k]\nmodtime = 1000000001.5\n\n[y/own]\ndata = value\n";
     const Str all = Str(kept) << "\n[x/gone]\nmodtime = 1200000000\n\n[y/gone/k]\nowner = anna\n";
     root.write(kLocal, all.view());
+    const auto isThere = [this](const ConfPathBase &path) {
+        return ConfPath(root.shared().mappers(), path).isObjectThere();
+    };
     const ScopedFolder target;
     Pathname copy;
-    ASSERT_TRUE(mapper().filter(target.path(), copy));
+    ASSERT_TRUE(mapper().filter(target.path(), isThere, copy));
     EXPECT_EQ(readWhole(copy), kept);
     EXPECT_EQ(copy.dirname(), target.path());
     Str modtime;
@@ -294,45 +277,14 @@ TEST_F(ConfObjectManagerTest, FiltersOutWhatIsGone)
     EXPECT_EQ(modtime, "1000000001.5");
     EXPECT_EQ(root.read(kLocal), all);
     root.write(kLocal, kept);
-    ASSERT_TRUE(mapper().filter(target.path(), copy));
+    ASSERT_TRUE(mapper().filter(target.path(), isThere, copy));
     EXPECT_EQ(FileStatus::of(copy), FileStatus::of(root / kLocal));
-
     // A failure leaves nothing behind.
-    const struct
     {
-        const char *function;
-        std::intptr_t result;
-        DWORD error;
-        int passed;
-        const char *told;
-    } kFailures[] = {
-        {"GetFileAttributesExW", 0, ERROR_ACCESS_DENIED, 0,
-         "ERROR ConfObjectManagerDB: Cannot stat() for filtering: FILE: <5>\n"},
-        {"CreateFileW", -1, ERROR_DISK_FULL, 0,
-         "ERROR ConfObjectManagerDB: Cannot create temporary for filtering, in dir=ROOT: <112>\n"},
-        {"CreateFileW", -1, ERROR_SHARING_VIOLATION, 1,
-         "ERROR IniFile: Cannot open file=FILE for parsing: <32>\nERROR ConfObjectManagerDB: Cannot open() "
-         "for filtering: FILE: <32>\n"},
-        {"fflush", -1, ERROR_DISK_FULL, 0, "ERROR IniFile: Cannot flush tmpfile=COPY: <112>\n"},
-    };
-    for (const auto &[function, result, error, passed, told] : kFailures) {
-        mapper().reload("");
-        const FailingCall failing(function, result, error, passed);
-        const ConfLog log(target.path());
-        EXPECT_FALSE(mapper().filter(target.path(), copy)) << function;
-        const Str name = replaced((root / kLocal).toStr(), "\\", "/");
-        Str text = replaced(log.text(), name, "FILE");
-        if (const std::size_t at = text.find("tmpfile=ROOT"); at != Str::npos) {
-            text.replace(at + 8, text.find(".tmp", at) + 4 - at - 8, "COPY");
-        }
-        EXPECT_EQ(text, told);
-        EXPECT_EQ(target.count(), 2u) << function;
+        const FailingCall full("fflush", -1, ERROR_DISK_FULL);
+        EXPECT_FALSE(mapper().filter(target.path(), isThere, copy));
     }
-    const FailingCall unstamped("SetFileTime", FALSE, ERROR_ACCESS_DENIED);
-    const ConfLog log(root);
-    EXPECT_TRUE(mapper().filter(target.path(), copy));
-    EXPECT_TRUE(log.text().startsWith("WARN ConfObjectManagerDB: Cannot set the time of: "))
-        << log.text().c_str();
+    EXPECT_EQ(target.count(), 2u);
 }
 
 } // namespace

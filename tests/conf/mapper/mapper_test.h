@@ -3,8 +3,6 @@
 #include "conf/mapper/conf_path_mapper_factory.h"
 #include "tests/conf/conf_root.h"
 
-#include <memory>
-
 namespace velmox::testing {
 
 /// An app "search" with a directory that a mapper serves. Addresses are those below the app:
@@ -25,7 +23,7 @@ protected:
                 "nobody",
                 "search",
                 {},
-                nullptr};
+                root.shared()};
     }
 
     ConfPath at(const Str &address) const { return root.at(Str("/Nobody/search") << address); }
@@ -41,7 +39,7 @@ protected:
     Str read(const Str &type) const
     {
         ConfPathTrie out;
-        const ConfPath path(root.setup(), ConfPathBase("Nobody", "search", {type}));
+        const ConfPathBase path("Nobody", "search", {type});
         return mapper->read(path, out, ConfPathTrie::kAllLevels) ? describe(out, type) : "nothing";
     }
     static Str describe(const ConfPathTrie &tree, const Str &type)

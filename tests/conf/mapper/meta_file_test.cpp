@@ -1,13 +1,9 @@
 #include "conf/file/conf_line_reader.h"
 #include "conf/mapper/meta_file.h"
-#include "conf/mapper/meta_header.h"
-#include "tests/support/captured_log.h"
 #include "tests/support/memory_stream.h"
 
 namespace velmox {
 namespace {
-
-using namespace testing;
 
 const ConfPathBase kSearch("nobody", "search");
 
@@ -70,7 +66,6 @@ TEST(MetaFile, PassesOverWhatIsWrong)
          "WARN ConfObjectManagerDB: x.meta, line 2: Error parsing stanza header: [/a/b]\n"
          "WARN ConfObjectManagerDB: x.meta, line 3: Setting does not belong to a stanza: owner = c\n"},
         {"[x]\nexport = app\n", "WARN ConfObjectManagerDB: Ignoring invalid export: app\n"},
-        {"[x]\nexport = System\n", "WARN ConfObjectManagerDB: Ignoring invalid export: System\n"},
         {"[x]\nOwner = a\n", "WARN ConfObjectManagerDB: Ignoring invalid meta setting: Owner\n"},
         {"[x]\nmodtime = 1.2s\n",
          "WARN ConfObjectManagerDB: x.meta, line 2: Error parsing setting: modtime = 1.2s\n"},
@@ -117,12 +112,10 @@ TEST(MetaHeader, NamesAndPathsTurnIntoEachOther)
         {"", "/nobody/search", nullptr},
         {"inputs", "/nobody/search/inputs", nullptr},
         {"inputs/", "/nobody/search/inputs", "inputs"},
-        {"inputs/a/b", "/nobody/search/inputs/a/b", nullptr},
         {"inputs/monitor%3A%2F%2F%2Fvar", "/nobody/search/inputs/monitor:///var", nullptr},
         {"inputs/a+b%2b%5B%5d", "/nobody/search/inputs/a b+[]", "inputs/a%20b%2B%5B%5D"},
         {"inputs/100%", "/nobody/search/inputs/100%", "inputs/100%25"},
         {"inputs/\xC3\xA4~._-", "/nobody/search/inputs/\xC3\xA4~._-", "inputs/%C3%A4~._-"},
-        {"inputs//k", "/nobody/search/inputs//k", nullptr},
         {"inputs/a%0Ab", "/nobody/search/inputs/a\nb", nullptr},
         {"/Anna/other/inputs", "/anna/other/inputs", "/anna/other/inputs"},
         {"/anna/other/inputs/%2F/", "/anna/other/inputs//", "/anna/other/inputs/%2F"},

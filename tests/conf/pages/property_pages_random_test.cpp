@@ -1,16 +1,8 @@
 #include "conf/file/ini_file.h"
-#include "conf/pages/property_pages_registry.h"
-#include "conf/store/shared_conf_services.h"
 #include "tests/conf/conf_root.h"
-
-#include <random>
-#include <set>
-#include <tuple>
 
 namespace velmox {
 namespace {
-
-using namespace testing;
 
 using Settings = std::map<Str, std::map<Str, Str>>;
 

@@ -1,13 +1,9 @@
-#include "conf/cache/user_conf_cache.h"
-#include "conf/ground/conf_path_exceptions.h"
-#include "conf/ground/property_pages_exceptions.h"
+#include "conf/cache/conf_caches.h"
+#include "conf/ground/conf_exceptions.h"
 #include "tests/conf/conf_root.h"
-#include "tests/support/function_thread.h"
 
 namespace velmox {
 namespace {
-
-using namespace testing;
 
 /// "value level app user origin" of a key, or "-".
 Str tell(const Stanzas &stanzas, const char *stanza, const char *key)
@@ -152,8 +148,6 @@ TEST(PropertyPagesRead, RefusesContextsThatCannotBeRead)
     EXPECT_THROW(root.pages("t", "", "u"), PropertyPagesContextException);
     EXPECT_EQ(tell(root.stanzas("t"), "s", "k"), "on 5 on nobody s");
     EXPECT_EQ(root.stanzas("app", "off").at("install").get("state"), "disabled");
-    EXPECT_EQ(PropertyPagesNoEntityToShareException("P", "n").message(),
-              "P: Error while sharing or unsharing 'n': No eligible entity");
 }
 
 /// The identity of the process, and the roles of all users, for a scope.
@@ -211,9 +205,9 @@ TEST(PropertyPagesRead, AUserSeesAndDeletesWhatItsRightsLetIt)
     EXPECT_EQ(names(root.stanzas("t", "a", "ann")), "open shut ");
     AsIdentity::roles.clear();
     EXPECT_EQ(names(root.stanzas("t", "a", "ann")), "open ");
-    UserConfCache cache("t", {root.setup(), "ann", "a"}, "ann");
+    UserConfCache cache("t", {root.setup(), "ann", "a"}, root.shared().sources(), "ann");
     ConfPathTrie deletable;
-    cache.collectDeletable(ConfPathTrie::kStanzaLevel, deletable);
+    cache.collectDeletable(kStanzaLevel, deletable);
     Str text;
     deletable.find(root.at("/nobody/a/t"))->dump(&text);
     EXPECT_TRUE(text.startsWith("open = ") && !text.contains("shut") && !text.contains("\n "))
@@ -239,17 +233,14 @@ TEST(PropertyPagesRead, AnOverwriteThatIsRefusedRemovesNothing)
 TEST(PropertyPagesRead, EqualRequestsShareOneObject)
 {
     const ConfRoot root;
-    PropertyPages *found[4] = {};
+    std::array<PropertyPages *, 4> found{};
     {
-        std::vector<std::unique_ptr<FunctionThread>> threads;
+        std::vector<std::jthread> threads;
         for (PropertyPages *&slot : found) {
-            threads.push_back(std::make_unique<FunctionThread>([&] { slot = &root.pages("t", "a", "u"); }));
-            threads.back()->start();
+            threads.emplace_back([&] { slot = &root.pages("t", "a", "u"); });
         }
     }
-    for (PropertyPages *const pages : found) {
-        EXPECT_EQ(pages, found[0]);
-    }
+    EXPECT_EQ(std::set(found.begin(), found.end()).size(), 1u);
     EXPECT_NE(&root.pages("t", "a"), found[0]);
     EXPECT_NE(&root.pages("u", "a", "u"), found[0]);
     EXPECT_EQ(PropertyPages::get("t"), PropertyPages::get("t", ConfContext()));

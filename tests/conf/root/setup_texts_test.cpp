@@ -1,9 +1,7 @@
 #include "conf/ground/reserved_name.h"
-#include "conf/root/blacklist_pattern.h"
 #include "conf/root/path_forms.h"
-#include "conf/root/path_pattern.h"
 #include "conf/root/placeholders.h"
-#include "conf/root/time_with_unit.h"
+#include "conf/root/setting_values.h"
 #include "util/match/regex.h"
 
 namespace velmox {

@@ -1,13 +1,9 @@
-#include "conf/root/application_manager_exceptions.h"
 #include "conf/store/application_manager.h"
 #include "conf/store/conf_path_mapper_manager.h"
-#include "conf/store/shared_conf_services.h"
 #include "tests/conf/conf_root.h"
 
 namespace velmox {
 namespace {
-
-using namespace testing;
 
 /// The record of an app in one line; the booleans in their order, with "+" for true.
 Str tell(const ConfRoot &root, const char *app)

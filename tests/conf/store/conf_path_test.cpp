@@ -1,13 +1,10 @@
-#include "conf/ground/conf_path_exceptions.h"
+#include "conf/ground/conf_exceptions.h"
 #include "conf/tree/stanza_expansion.h"
 #include "tests/conf/conf_root.h"
-#include "tests/support/failing_call.h"
 #include "util/system/environment.h"
 
 namespace velmox {
 namespace {
-
-using namespace testing;
 
 constexpr char kFile[] = "apps/a/local/t.conf";
 constexpr char kMeta[] = "apps/a/metadata/local.meta";
@@ -66,13 +63,13 @@ TEST(ConfPath, RefusesNamesThatLeadElsewhere)
         {{"", "a", {"t", "s", "k\\l"}}, "Directory traversal risk in /nobody/a/t/s/k\\l at segment \"k\\l\""},
     };
     for (const auto &[base, message] : cases) {
-        const ConfPath path(root.setup(), base);
+        const ConfPath path(root.shared().mappers(), base);
         EXPECT_EQ(raisedBy<ConfPathDirectoryTraversalException>([&] { path.write(stanzaOf("k", "v")); }),
                   message);
         EXPECT_EQ(raisedBy<ConfPathDirectoryTraversalException>([&] { path.remove(); }), message);
     }
     EXPECT_FALSE(root.has("apps/a/local"));
-    ConfPath harmless(root.setup(), ConfPathBase("", "a", {"t", "monitor://./x\\y"}));
+    ConfPath harmless(root.shared().mappers(), ConfPathBase("", "a", {"t", "monitor://./x\\y"}));
     harmless.write(stanzaOf("k", "v"));
     EXPECT_EQ(raisedBy<ConfPathDirectoryTraversalException>([&] { harmless.write(stanzaOf("k/l", "w")); }),
               "Directory traversal risk in /nobody/a/t/monitor://./x\\y/k/l at segment \"k/l\"");
@@ -198,6 +195,7 @@ TEST(StanzaExpansion, MakesRelativePathsAbsolute)
     for (const auto &[name, expansion] : kCases) {
         EXPECT_EQ(stanzaExpansion(name, Pathname(u"C:\\app")), expansion) << name;
     }
+    setEnvironmentVariable(u"VELMOX_TEST_NAME", u"");
 }
 
 } // namespace

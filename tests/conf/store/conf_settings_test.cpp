@@ -1,20 +1,11 @@
+#include "conf/ground/conf_exceptions.h"
 #include "conf/ground/conf_lock.h"
-#include "conf/ground/conf_path_exceptions.h"
+#include "conf/root/conf_settings.h"
 #include "conf/store/conf_path_mapper_manager.h"
-#include "conf/store/conf_settings.h"
-#include "conf/store/shared_conf_services.h"
-#include "conf/store/shared_conf_services_registry.h"
 #include "tests/conf/conf_root.h"
-#include "tests/support/child_test.h"
-
-#include <algorithm>
-#include <set>
-#include <thread>
 
 namespace velmox {
 namespace {
-
-using namespace testing;
 
 Str sharedStorage(const Pathname &storage)
 {
@@ -105,14 +96,14 @@ TEST(ConfSettings, ARootWithoutBootstrapFileUsesTheDefaultRoots)
     const ScopedFolder bare;
     {
         const ConfLog log(bare.path());
-        EXPECT_FALSE(BundlesSetup(bare.path()).shared().settings().image().loaded());
-        EXPECT_TRUE(BundlesSetup(bare.path()).shared().mappers().mappers().empty());
+        EXPECT_FALSE(SharedConfServices::of(BundlesSetup(bare.path())).settings().image().loaded());
+        EXPECT_TRUE(SharedConfServices::of(BundlesSetup(bare.path())).mappers().mappers().empty());
         EXPECT_TRUE(
             log.text().startsWith("WARN ConfSettings: No bootstrap configuration available for: ROOT\n"));
     }
     writeWhole(home / "etc\\system\\default\\conf.conf", "[init]\nsearch.use_all_apps = 0\n");
     const ScopedFolder other;
-    EXPECT_FALSE(BundlesSetup(other.path()).shared().settings().searchUsesAllApps());
+    EXPECT_FALSE(SharedConfServices::of(BundlesSetup(other.path())).settings().searchUsesAllApps());
 }
 
 TEST(BundlesSetup, TellsPathsBelowTheHomeByItsName)
@@ -139,7 +130,7 @@ TEST(SharedConfServices, AreOnePerRootHoweverItIsSpelledAndWhoeverAsksFirst)
         for (std::size_t i = 0; i < seen.size(); ++i) {
             threads.emplace_back([&, i] {
                 seen[i] = &root.shared();
-                settings[i] = seen[i]->settingsIfMade();
+                settings[i] = &seen[i]->settings();
             });
         }
     }
@@ -148,7 +139,7 @@ TEST(SharedConfServices, AreOnePerRootHoweverItIsSpelledAndWhoeverAsksFirst)
     EXPECT_NE(settings[0], nullptr);
     const ConfRoot other;
     const BundlesSetup upper(Pathname::fromUtf8(root.path().toStr().uppered() << "\\"));
-    EXPECT_EQ(&upper.shared(), seen[0]);
+    EXPECT_EQ(&SharedConfServices::of(upper), seen[0]);
     EXPECT_EQ(upper, root.setup());
     EXPECT_EQ(upper <=> root.setup(), std::strong_ordering::equal);
     EXPECT_NE(other.setup(), root.setup());
@@ -180,8 +171,8 @@ TEST(SharedConfServices, DISABLED_InAHome)
     const BundlesSetup setup;
     EXPECT_TRUE(setup.isDefaultRoot());
     EXPECT_EQ(setup.root(), home.join("etc"));
-    EXPECT_FALSE(setup.shared().settings().searchUsesAllApps());
-    EXPECT_EQ(setup.shared().mappers().mappers().size(), 1u);
+    EXPECT_FALSE(SharedConfServices::of(setup).settings().searchUsesAllApps());
+    EXPECT_EQ(SharedConfServices::of(setup).mappers().mappers().size(), 1u);
     EXPECT_EQ(setup.text(setup.appsDir()), "$VELMOX_HOME\\etc\\apps");
     EXPECT_EQ(BundlesSetup(), setup);
     EXPECT_EQ(BundlesSetup(home.join("ETC")), setup);

@@ -1,64 +1,17 @@
+#include "conf/tree/conf_path_based_pruner.h"
 #include "conf/tree/conf_path_pruners.h"
-#include "conf/tree/context_pruners.h"
-#include "conf/tree/permission_pruner.h"
+#include "tests/conf/tree/tree_text.h"
 #include "tests/support/captured_log.h"
 
 namespace velmox {
 namespace {
 
-StrVector split(const Str &text, const char *separator)
-{
-    StrVector parts;
-    StrSegment(text.view()).splitInto(parts, separator);
-    return parts;
-}
-
-ConfPathTrie &nodeAt(ConfPathTrie &tree, const Str &path)
-{
-    ConfPathTrie *node = &tree;
-    for (const Str &part : split(path, "/")) {
-        node = &node->child(part);
-    }
-    return *node;
-}
-
-/// A tree with a value at each of the paths, between blanks; a path in brackets is a node without one.
-ConfPathTrie treeOf(const Str &paths)
-{
-    ConfPathTrie tree;
-    for (const Str &path : split(paths, " ")) {
-        if (path.front() == '[') {
-            nodeAt(tree, path.substr(1, path.size() - 2));
-        } else {
-            nodeAt(tree, path).setData("");
-        }
-    }
-    return tree;
-}
-
-/// All nodes without children, and those with data.
-struct Lister : ConfPathTriePruner
-{
-    PruneAnswer visit(const StrVector &segments, ConfPathTrie &node) override
-    {
-        Str path;
-        for (const Str &segment : segments) {
-            path << (path.empty() ? "" : "/") << segment;
-        }
-        if (node.hasData() || node.children().empty()) {
-            paths << (paths.empty() ? "" : " ") << (node.hasData() ? path : Str("[") << path << "]");
-        }
-        return PruneAnswer::Keep;
-    }
-    Str paths;
-};
+using namespace testing;
 
 Str walked(ConfPathTrie &tree, ConfPathTriePruner &&pruner)
 {
     tree.walk(pruner);
-    Lister lister;
-    tree.walk(lister);
-    return lister.paths;
+    return textOf(tree);
 }
 
 Str pruned(const Str &paths, ConfPathTriePruner &&pruner)
@@ -103,7 +56,7 @@ TEST(ConfPathPruners, KeepWhatIsAskedFor)
 
 TEST(ConfPathPruners, SearchesConstrainEachFieldOnce)
 {
-    const testing::CapturedLog log;
+    const CapturedLog log;
     ConfSearch search;
     EXPECT_TRUE(search.constrain(ConfSearch::User, "NOBODY"));
     EXPECT_TRUE(search.constrain(ConfSearch::Type, "t"));
@@ -127,58 +80,21 @@ ConfPathMetadata exportedTo(ConfExport whom)
 
 TEST(ContextPruners, ShowOfForeignAppsWhatTheyExport)
 {
+    const Str shared = "nobody/foreign/t/no/yes nobody/foreign/t/yes/k nobody/imported/t/s nobody/own/t/s "
+                       "nobody/system/t/s";
+    const std::set<Str> imports = {"own", "imported"};
     for (const bool hasUser : {false, true}) {
-        ConfPathTrie tree =
-            treeOf("alice/imported/t/s alice/own/t/s bob/own/t/s nobody/foreign/t/no/k "
-                   "nobody/foreign/t/no/yes nobody/foreign/t/yes/k nobody/foreign/t/yes/no "
-                   "nobody/foreign/u/s/k nobody/imported/t/s nobody/own/t/s nobody/system/t/s");
+        ConfPathTrie tree = treeOf(Str("alice/imported/t/s alice/own/t/s bob/own/t/s nobody/foreign/t/no/k "
+                                       "nobody/foreign/t/yes/no nobody/foreign/u/s/k ")
+                                   << shared);
         nodeAt(tree, "nobody/foreign/t/yes").setMetadata(exportedTo(ConfExport::System));
         nodeAt(tree, "nobody/foreign/t/yes/no").setMetadata(exportedTo(ConfExport::None));
         nodeAt(tree, "nobody/foreign/t/no/yes").setMetadata(exportedTo(ConfExport::System));
-        const std::set<Str> imports = {"own", "imported"};
-        const Str shared =
-            "nobody/foreign/t/no/yes nobody/foreign/t/yes/k nobody/imported/t/s nobody/own/t/s "
-            "nobody/system/t/s";
-        if (hasUser) {
-            EXPECT_EQ(walked(tree, SingleUserAppContextPruner("Alice", "own", imports)), Str("alice/own/t/s ")
-                                                                                             << shared);
-        } else {
-            EXPECT_EQ(walked(tree, ApplicationContextPruner("own", imports)),
-                      Str("alice/imported/t/s alice/own/t/s bob/own/t/s ") << shared);
-        }
+        EXPECT_EQ(hasUser ? walked(tree, SingleUserAppContextPruner("Alice", "own", imports))
+                          : walked(tree, ApplicationContextPruner("own", imports)),
+                  Str(hasUser ? "alice/own/t/s " : "alice/imported/t/s alice/own/t/s bob/own/t/s ")
+                      << shared);
     }
-}
-
-/// Notes the paths that it is told, with expansion, owner and whether they are removable.
-class PathRecorder : public ConfPathBasedPruner
-{
-public:
-    Str seen;
-
-private:
-    bool visitPath(const ConfPathCached &path, ConfPathTrie &) override
-    {
-        const ConfPathMetadata &metadata = path.metadata();
-        seen << path.toStr() << " " << (path.parts().empty() ? Str() : path.expansions().back()) << " "
-             << (metadata.owner ? *metadata.owner : Str("-")) << (metadata.removable ? " r\n" : "\n");
-        return false;
-    }
-};
-
-TEST(ConfPathBasedPruner, GathersMetadataOnItsWay)
-{
-    ConfPathTrie tree = treeOf("[Alice/a/t/s/k] [Alice/b/u]");
-    ConfPathMetadata metadata;
-    metadata.setOwner("top");
-    nodeAt(tree, "Alice/a").setMetadata(metadata);
-    metadata.removable = true;
-    metadata.setOwner("mid");
-    nodeAt(tree, "Alice/a/t/s").setMetadata(metadata);
-    nodeAt(tree, "Alice/a/t/s").setExpansion("e");
-    PathRecorder recorder;
-    tree.walk(recorder);
-    EXPECT_EQ(recorder.seen, "/alice/a  top\n/alice/a/t  top\n/alice/a/t/s e mid r\n/alice/a/t/s/k  mid\n"
-                             "/alice/b  -\n/alice/b/u  -\n");
 }
 
 /// Metadata whose access is made without the table of ACLs.

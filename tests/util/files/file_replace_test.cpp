@@ -2,8 +2,6 @@
 #include "tests/support/failing_call.h"
 #include "tests/support/file_tree.h"
 #include "tests/support/scoped_folder.h"
-#include "util/files/file_copy.h"
-#include "util/files/file_rename.h"
 #include "util/files/file_replace.h"
 #include "util/files/file_system.h"
 

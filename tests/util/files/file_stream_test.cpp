@@ -1,11 +1,10 @@
 #include "tests/support/failing_call.h"
 #include "tests/support/scoped_folder.h"
-#include "util/files/directory_listing.h"
 #include "util/files/file_descriptor.h"
+#include "util/files/file_star.h"
 #include "util/files/file_system.h"
-#include "util/files/open_file.h"
-#include "util/files/readable_unicode_file_star.h"
-#include "util/files/writable_unicode_file_star.h"
+#include "util/files/readable_unicode_stream.h"
+#include "util/files/writable_unicode_stream.h"
 #include "util/system/environment.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,4 @@
 #include "util/log/log_layout.h"
-#include "util/log/log_message.h"
-
-#include <gtest/gtest.h>
 
 namespace velmox {
 namespace {
@@ -50,12 +47,12 @@ TEST(LogLayout, RendersConversionsAndWidths)
 TEST(LogLayout, NamesLevels)
 {
     LogRecord record;
-    const std::pair<int, const char *> levels[] = {
-        {9, "???"}, {-1, "???"}, {0, "DEBUG"}, {7, "FATAL"}, {8, "EMERG"}};
-    for (const auto &[level, name] : levels) {
+    Str names;
+    for (int level = -1; level <= 9; ++level) {
         record.level = static_cast<LogLevel>(level);
-        EXPECT_EQ(render("%p", "", record), name);
+        names << render("%p ", "", record);
     }
+    EXPECT_EQ(names, "??? DEBUG INFO NOTICE WARN ERROR CRIT ALERT FATAL EMERG ??? ");
     EXPECT_EQ(logLevelNamed("NOTICE"), LogLevel::Notice);
     EXPECT_FALSE(logLevelNamed("warn"));
 }
@@ -86,18 +83,16 @@ TEST(LogLayout, CompressesLongMessagesAndThreadNames)
     const Str tooLong(16385, 'x');
     const Str text(200, 'y');
     LogRecord record;
+    record.threadName = [] { return Str(101, 't'); };
     EXPECT_EQ(render("%m", longest), longest);
     EXPECT_EQ(render("%m", tooLong).size(), 100u);
-    record.truncatesLongMessages = false;
-    EXPECT_EQ(render("%m", tooLong, record), tooLong);
     EXPECT_EQ(render("%.44m", text), Str(44, 'y'));
     EXPECT_TRUE(render("%.45m", text).contains("skipping"));
-    EXPECT_EQ(render("%.45m", text).size(), 45u);
     EXPECT_EQ(render("%.200m", text), text);
-    record.threadName = [] { return Str(101, 't'); };
     EXPECT_TRUE(render("%t", "", record).contains("skipping"));
-    EXPECT_EQ(render("%.101t", "", record), Str(101, 't'));
-    EXPECT_EQ(render("%.60t", "", record), Str(60, 't'));
+    EXPECT_EQ(render("%.101t%.60t", "", record), Str(161, 't'));
+    record.truncatesLongMessages = false;
+    EXPECT_EQ(render("%m", tooLong, record), tooLong);
 }
 
 TEST(LogMessage, CompressionFillsTheLimitAroundASettledMarker)
@@ -119,13 +114,10 @@ TEST(LogMessage, CompressionFillsTheLimitAroundASettledMarker)
         for (std::size_t length = limit + 1; length <= text.size(); ++length) {
             const Str out = compressed(length, limit);
             ASSERT_EQ(out.size(), limit) << length;
-            const auto skipped =
-                static_cast<std::size_t>(std::atoi(out.c_str() + out.find("{skipping ") + 10));
-            const bool hasTail = out.contains("}... ");
-            const std::size_t markerLength =
-                25 + Str::fromFormat("%u", static_cast<unsigned>(skipped)).size();
-            ASSERT_EQ(skipped, length - (limit - markerLength)) << length << " to " << limit;
-            ASSERT_EQ(hasTail, limit - markerLength >= 32) << length << " to " << limit;
+            const int skipped = std::atoi(out.c_str() + out.find("{skipping ") + 10);
+            const std::size_t room = limit - 25 - Str::fromFormat("%d", skipped).size();
+            ASSERT_EQ(skipped, static_cast<int>(length - room)) << length << " to " << limit;
+            ASSERT_EQ(out.contains("}... "), room >= 32) << length << " to " << limit;
         }
     }
 }

@@ -1,19 +1,8 @@
-#include "tests/support/child_test.h"
-#include "tests/support/failing_call.h"
 #include "tests/support/pseudo_console.h"
 #include "util/process/parent_watch.h"
-#include "util/text/str_segment.h"
-
-#include <atomic>
-#include <cstdio>
-#include <gtest/gtest.h>
-#include <process.h>
 
 namespace velmox {
 namespace {
-
-using testing::ChildTest;
-using testing::FailingCall;
 
 /// What the helper returns when it ran its script to the end: this, and the number of callbacks.
 constexpr DWORD kScriptDone = 200;
@@ -71,7 +60,6 @@ const std::pair<std::string_view, void (*)()> kSteps[] = {
      }},
     {"event", [] { SetEvent(OpenEventW(EVENT_MODIFY_STATE, FALSE, L"velmox-test-step")); }},
     {"idle", [] { Sleep(kLimit); }},
-    {"settle", [] { Sleep(200); }},
 };
 
 void follow(const Str &step)
@@ -182,16 +170,15 @@ TEST(ParentWatch, SeesNothingOnceItIsStopped)
 
 TEST(ParentWatch, CallsBackOnceAndArmsOnce)
 {
-    const std::pair<const char *, const char *> cases[] = {
-        {"trigger trigger", "callback\n"},
-        {"rearm trigger", "callback\n"},
-        {"stop trigger", ""},
-        {"stop stop rearm trigger", "second callback\n"},
-        {"trigger stop rearm trigger", "callback\nsecond callback\n"},
+    const std::tuple<const char *, DWORD, const char *> cases[] = {
+        {"trigger trigger", 1, "callback\n"},
+        {"rearm trigger", 1, "callback\n"},
+        {"stop trigger", 0, ""},
+        {"trigger stop stop rearm trigger", 2, "callback\nsecond callback\n"},
     };
-    for (const auto &[steps, said] : cases) {
+    for (const auto &[steps, callbacks, said] : cases) {
         Helper child(script(0, 0, steps));
-        EXPECT_GE(child.exitCode(), kScriptDone);
+        EXPECT_EQ(child.exitCode(), kScriptDone + callbacks);
         EXPECT_EQ(child.said(), said) << steps;
     }
 }
@@ -204,12 +191,8 @@ TEST(ParentWatch, WatchesTheServerThatTheEnvironmentNames)
     const std::tuple<Str, const char *, DWORD> cases[] = {
         {"", "-", kScriptDone + 1},
         {"server", "-", 98},
-        {"0", "-", 98},
-        {"-1", "-", 98},
         {pid, "-", 97},
         {pid, "GetExitCodeProcess,5,0", 99},
-        {pid, "OpenProcess,5,0", 98},
-        {pid, "_beginthreadex,5,0", 97},
         {"00000000000000000000000000000000000000000000000000", "-", kScriptDone + 1},
     };
     for (const auto &[value, fault, exitCode] : cases) {
@@ -239,16 +222,14 @@ struct HelperOnConsole
     bool await() { return WaitForSingleObject(event.get(), kLimit) == WAIT_OBJECT_0; }
 
     const KernelHandle event{CreateEventW(nullptr, FALSE, FALSE, L"velmox-test-step")};
-    testing::PseudoConsole console;
+    PseudoConsole console;
 };
 
-TEST(ParentWatch, CallsBackOnceForTwoPressesOfCtrlC)
+TEST(ParentWatch, CallsBackOnceForCtrlC)
 {
-    HelperOnConsole helper(0, 0, "event pressed called event pressed settle");
-    for (int press = 0; press < 2; ++press) {
-        ASSERT_TRUE(helper.await());
-        helper.console.pressCtrlC();
-    }
+    HelperOnConsole helper(0, 0, "event pressed called trigger");
+    ASSERT_TRUE(helper.await());
+    helper.console.pressCtrlC();
     EXPECT_EQ(helper.console.exitCode(), kScriptDone + 1);
 }
 
@@ -270,7 +251,6 @@ TEST(ParentWatch, EndsTheProcessWhenItCannotBeSetUp)
     const Str waiting = Str::fromFormat("Error waiting for process with PID %s to finish: ", pid.c_str());
     const std::tuple<const char *, unsigned, const char *, DWORD, Str> cases[] = {
         {"malloc,1450,0", 0, "", 1, "Memory error: malloc: 1450\n"},
-        {"calloc,1450,0", 0, "", 1, "Memory error: calloc: 1450\n"},
         {"CreateEventW,1450,0", 0, "", 1, "Error creating unnamed event: CreateEvent: 1450\n"},
         {"CreateThread,1450,0", 1, "", 1, "Error creating a new thread: CreateThread: 1450\n"},
         {"SetConsoleCtrlHandler,1450,0", 0, "", 1,
@@ -279,10 +259,6 @@ TEST(ParentWatch, EndsTheProcessWhenItCannotBeSetUp)
         {"OpenProcess,1450,0", 1, "called", 1, Str::concat(waiting, "OpenProcess: 1450\n")},
         {"WaitForMultipleObjects,1450,0", 2, "called", 1,
          Str::concat(waiting, "WaitForMultipleObjects: 1450\n")},
-        {"CreateEventW,1450,1", 2, "trigger idle", 1,
-         "callback\nError creating unnamed event: CreateEvent: 1450\n"},
-        {"CreateThread,1450,1", 2, "trigger idle", 1,
-         "callback\nError creating a new thread: CreateThread: 1450\n"},
         {"WaitForMultipleObjects,1450,1", 2, "trigger idle", 1,
          "callback\nError in WaitForMultipleObjects: 1450\n"},
         {"OpenProcess,1450,0", 3, "", 98, ""},

@@ -3,9 +3,7 @@
 #include "tests/support/failing_call.h"
 #include "tests/support/scoped_folder.h"
 #include "util/files/file_replace.h"
-#include "util/process/server_identity.h"
 #include "util/system/random_hex.h"
-#include "util/text/base_exception.h"
 #include "util/text/platform.h"
 
 #include <gtest/gtest.h>
@@ -37,13 +35,6 @@ TEST(Platform, TellsOfMissingRandomNumbers)
     empty.bytes = [](unsigned char *, int) { return 0; };
     const RAND_METHOD *const before = RAND_get_rand_method();
     RAND_set_rand_method(&empty);
-    try {
-        ServerIdentity();
-        ADD_FAILURE();
-    } catch (const ComponentException &exception) {
-        EXPECT_EQ(exception.message(),
-                  Str::fromErrorFormat(ERROR_GEN_FAILURE, "Cannot make the host identity: %m"));
-    }
     const FailingCall otherVolume("MoveFileExW", FALSE, ERROR_NOT_SAME_DEVICE);
     EXPECT_FALSE(replaceFile(folder / "from", folder / "to"));
     EXPECT_EQ(GetLastError(), ERROR_GEN_FAILURE + 0u);

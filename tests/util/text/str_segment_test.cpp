@@ -1,4 +1,4 @@
-#include "util/text/split_acceptor.h"
+#include "util/text/str_segment.h"
 
 #include <gtest/gtest.h>
 

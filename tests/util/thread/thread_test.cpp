@@ -1,19 +1,10 @@
-#include "tests/support/child_test.h"
-#include "tests/support/failing_call.h"
 #include "tests/support/function_thread.h"
 #include "util/thread/thread.h"
-#include "util/thread/thread_exception.h"
 
-#include <atomic>
-#include <gtest/gtest.h>
 #include <libxml/parser.h>
-#include <thread>
 
 namespace velmox {
 namespace {
-
-using testing::ensureMainThread;
-using testing::FunctionThread;
 
 /// A thread that counts how often its body runs and it is destroyed.
 struct CountedThread : Thread
@@ -58,7 +49,7 @@ TEST(Thread, NamesItselfToWhomeverItIsCurrent)
     SetLastError(1234);
     EXPECT_EQ(Thread::currentName(), "Main Thread");
     EXPECT_EQ(GetLastError(), 1234u);
-    const testing::FailingCall refused("TlsGetValue", 0, ERROR_INVALID_PARAMETER);
+    const FailingCall refused("TlsGetValue", 0, ERROR_INVALID_PARAMETER);
     EXPECT_EQ(Thread::currentName(), "???");
 }
 
@@ -70,7 +61,6 @@ TEST(Thread, RunsItsBodyOnlyWhenItIsStarted)
         CountedThread started(bodies, ends);
         CountedThread cancelled(bodies, ends);
         const CountedThread destroyed(bodies, ends);
-        Sleep(20); // a body that runs too early would have its chance
         EXPECT_EQ(bodies, 0);
         started.start();
         started.joinOrCancel();
@@ -98,7 +88,7 @@ TEST(Thread, IsReapedByAnotherThreadAndNotByItself)
 TEST(Thread, CountsItsObjectsAndGivesTheSlotBack)
 {
     const unsigned before = Thread::activeCount();
-    for (int round = 0; round < 1200; ++round) { // more rounds than there are slots
+    for (int round = 0; round < 1200; ++round) { // there are fewer slots
         FunctionThread worker([] {});
         ASSERT_EQ(Thread::activeCount(), before + 1);
         if (round % 100 == 0) {
@@ -109,34 +99,24 @@ TEST(Thread, CountsItsObjectsAndGivesTheSlotBack)
     EXPECT_TRUE(Thread::anyCreated());
 }
 
-template <class Made>
-Str messageOfMaking(auto &&...arguments)
-{
-    try {
-        const Made made(arguments...);
-        return "no exception";
-    } catch (const ThreadException &exception) {
-        return exception.message();
-    }
-}
-
 // A process of its own: there is one beginning.
 TEST(ThreadChild, DISABLED_MadeBeforeTheMainThread)
 {
     EXPECT_EQ(Thread::currentName(), "Main Thread");
     std::thread([] { EXPECT_TRUE(Thread::isMainThreadNow()); }).join();
-    EXPECT_EQ(messageOfMaking<CountedThread>(bodies, ends), "Thread created before main thread!");
+    EXPECT_EQ(raisedBy<ThreadException>([] { CountedThread(bodies, ends); }),
+              "Thread created before main thread!");
     EXPECT_EQ(Thread::activeCount(), 1u);
     EXPECT_FALSE(Thread::anyCreated());
 }
 
 TEST(Thread, NeedsOneMainThread)
 {
-    testing::ChildTest first("ThreadChild.DISABLED_MadeBeforeTheMainThread", Pathname());
+    ChildTest first("ThreadChild.DISABLED_MadeBeforeTheMainThread", Pathname());
     EXPECT_TRUE(first.succeeds());
     EXPECT_TRUE(first.output().contains("Thread created before main thread!\n")) << "no line in the log";
     ensureMainThread();
-    EXPECT_EQ(messageOfMaking<EmptyMainThread>(), "Main Thread created twice!");
+    EXPECT_EQ(raisedBy<ThreadException>([] { EmptyMainThread(); }), "Main Thread created twice!");
 }
 
 TEST(Thread, CollectsTheXmlErrorsOfItsOwnThread)

@@ -1,7 +1,7 @@
 #include "pipeline/input/baseline/baseline_checkpoint.h"
 
 #include "pipeline/input/diagnostics/diagnostics.h"
-#include "util/files/open_file.h"
+#include "util/files/file_star.h"
 #include "util/system/owned_handle.h"
 #include "util/time/timeval.h"
 

@@ -1,7 +1,6 @@
 #include "pipeline/input/driver/driver_service.h"
 
 #include "pipeline/input/diagnostics/diagnostics.h"
-#include "util/system/local_memory.h"
 #include "util/system/owned_handle.h"
 
 #include <utility>

@@ -1,6 +1,6 @@
 #include "pipeline/input/events/event_emitter.h"
 
-#include "util/time/file_time.h"
+#include "util/time/timeval.h"
 
 namespace velmox {
 

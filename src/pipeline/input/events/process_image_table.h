@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/thread/critical_section.h"
+#include "util/thread/locks.h"
 
 #include <cstdint>
 #include <optional>

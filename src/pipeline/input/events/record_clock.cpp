@@ -1,6 +1,6 @@
 #include "pipeline/input/events/record_clock.h"
 
-#include "util/time/file_time.h"
+#include "util/time/timeval.h"
 
 namespace velmox {
 
@@ -14,7 +14,7 @@ const SYSTEMTIME &RecordClock::timeOf(std::uint64_t timestamp)
 {
     if (lastTimestamp_ == 0 || static_cast<std::int64_t>(timestamp - lastTimestamp_) > kTicksPerMillisecond) {
         lastTimestamp_ = timestamp;
-        const FILETIME fileTime = fileTimeOf(Timeval(timestamp));
+        const FILETIME fileTime = fileTimeOf<FILETIME>(Timeval(timestamp));
         FileTimeToSystemTime(&fileTime, &cachedTime_);
     }
     return cachedTime_;

@@ -2,7 +2,6 @@
 
 #include "conf/file/ini_file.h"
 #include "pipeline/input/diagnostics/diagnostics.h"
-#include "util/files/directory_listing.h"
 #include "util/files/file_system.h"
 #include "util/system/owned_handle.h"
 

@@ -2,13 +2,14 @@
 // program: it prints what the program would get on standard input.
 
 #include "conf/pages/property_pages.h"
+#include "conf/pages/shared_conf_services.h"
 #include "conf/store/application_manager.h"
-#include "conf/store/shared_conf_services.h"
 #include "pipeline/input/modinputs/modinputs_helper_thread.h"
 #include "util/crash/crash_log.h"
 #include "util/log/logger.h"
 #include "util/process/loader_info.h"
 #include "util/system/environment.h"
+#include "util/system/program_version.h"
 #include "util/system/windows_api.h"
 #include "util/thread/thread.h"
 
@@ -65,7 +66,7 @@ std::optional<CommandLine> readCommandLine(const StrVector &arguments)
 
 bool isAppUsable(const Str &app)
 {
-    return BundlesSetup().shared().applications().isUsable(app);
+    return SharedConfServices::of(BundlesSetup()).applications().isUsable(app);
 }
 
 Stanzas enabledStanzas(const Str &prefix)
@@ -149,6 +150,10 @@ int runVelmoxd(const wchar_t *const *arguments)
     StrVector words;
     for (const wchar_t *const *word = arguments + 1; *word != nullptr; ++word) {
         words.push_back(Str::fromUtf16(asUtf16(*word)));
+    }
+    if (words == StrVector{"--version"}) {
+        std::printf("velmoxd %s\n", ProgramVersion::ofThisProgram().text().c_str());
+        return kSuccess;
     }
     const std::optional<CommandLine> options = readCommandLine(words);
     if (!options) {

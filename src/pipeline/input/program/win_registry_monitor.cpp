@@ -9,7 +9,7 @@
 #include "pipeline/input/rules/filter_block.h"
 #include "pipeline/input/rules/registry_operations.h"
 #include "pipeline/input/xml/config_xml_streaming_parser.h"
-#include "util/system/library_routine.h"
+#include "util/system/windows_api.h"
 
 #include <new>
 #include <utility>

@@ -1,7 +1,7 @@
 #include "pipeline/input/registry/reg_key.h"
 
 #include "pipeline/input/diagnostics/diagnostics.h"
-#include "util/system/library_routine.h"
+#include "util/system/windows_api.h"
 
 #include <memory>
 #include <vector>

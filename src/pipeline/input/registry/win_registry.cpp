@@ -3,7 +3,7 @@
 #include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/registry/reg_key.h"
 #include "pipeline/input/registry/registry_roots.h"
-#include "util/system/local_memory.h"
+#include "util/system/owned_handle.h"
 
 #include <algorithm>
 

@@ -1,25 +1,10 @@
 #include "pipeline/input/baseline/baseline_scan.h"
 #include "tests/pipeline/input/registry/registry_test_key.h"
 #include "tests/pipeline/input/rules/stanzas.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/failing_call.h"
-#include "tests/support/file_tree.h"
-#include "tests/support/scoped_folder.h"
 #include "util/files/file_star.h"
-
-#include <cstring>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace velmox {
 namespace {
-
-using testing::CapturedLog;
-using ::testing::ElementsAre;
-using testing::FailingCall;
-using testing::FileTree;
-using testing::ReplacedCall;
-using ::testing::UnorderedElementsAre;
 
 /// Baselines of a key with one value and two sub keys with one each. The stanzas know the current user by
 /// another name, so that the tests see which root a walk began at.

@@ -1,8 +1,6 @@
 #include "pipeline/input/driver/driver_protocol.h"
 #include "testbed/record_builder.h"
 
-#include <gtest/gtest.h>
-
 namespace velmox {
 namespace {
 

@@ -1,15 +1,7 @@
 #include "pipeline/input/driver/driver_service.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/failing_call.h"
-#include "tests/support/log_lines.h"
-
-#include <gtest/gtest.h>
 
 namespace velmox {
 namespace {
-
-using testing::CapturedLog;
-using testing::FailingCall;
 
 /// A service of the test's own in the place of the driver's; its file does not exist.
 class DriverServiceTest : public ::testing::Test

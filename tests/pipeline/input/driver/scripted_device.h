@@ -2,13 +2,9 @@
 
 #include "pipeline/input/driver/driver_protocol.h"
 #include "testbed/record_builder.h"
-#include "tests/support/failing_call.h"
 
 #include <cwchar>
-#include <functional>
-#include <gtest/gtest.h>
 #include <psapi.h>
-#include <vector>
 
 namespace velmox::testing {
 

@@ -6,14 +6,8 @@
 #include "util/files/file_system.h"
 #include "util/system/owned_handle.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace velmox {
 namespace {
-
-using ::testing::HasSubstr;
-using ::testing::Not;
 
 template <class Call>
 Str messageOf(Call call)

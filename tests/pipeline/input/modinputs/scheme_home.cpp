@@ -1,12 +1,8 @@
 #include "tests/pipeline/input/modinputs/scheme_home.h"
 
-#include "tests/support/child_process.h"
 #include "tests/support/main_thread.h"
 #include "util/files/file_system.h"
-#include "util/log/log_system.h"
 #include "util/log/logger.h"
-
-#include <gtest/gtest.h>
 
 namespace velmox::testing {
 
@@ -24,8 +20,8 @@ SchemeHome::SchemeHome()
 
 SchemeHome::~SchemeHome()
 {
-    LogSystem::instance().reset(nullptr);
-    LogSystem::instance().bindAll();
+    Logger::reset(nullptr);
+    Logger::bindAll();
 }
 
 AppFolder SchemeHome::app(const char *name) const

@@ -1,8 +1,6 @@
 #include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/modinputs/introspection.h"
 
-#include <gtest/gtest.h>
-
 namespace velmox {
 namespace {
 

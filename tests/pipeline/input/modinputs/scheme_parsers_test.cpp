@@ -1,14 +1,8 @@
 #include "pipeline/input/modinputs/introspection.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace velmox {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::Pair;
 using IntrospectParser = IntrospectXmlStreamingParser;
 
 /// A parser that has met the text byte by byte.

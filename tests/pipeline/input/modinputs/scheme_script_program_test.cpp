@@ -2,14 +2,8 @@
 #include "tests/pipeline/input/modinputs/scheme_home.h"
 #include "util/system/windows_api.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace velmox {
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::Key;
 
 // The shipped definition and script of the monitor's scheme, in an installation of the test's own.
 TEST(SchemeScriptProgram, DescribesTheMonitorAndJudgesItsStanzas)

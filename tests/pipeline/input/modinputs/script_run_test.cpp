@@ -1,13 +1,8 @@
 #include "pipeline/input/diagnostics/diagnostics.h"
 #include "tests/pipeline/input/modinputs/scheme_home.h"
-#include "tests/support/failing_call.h"
-
-#include <gtest/gtest.h>
 
 namespace velmox {
 namespace {
-
-using testing::FailingCall;
 
 class ScriptRunTest : public ::testing::Test
 {

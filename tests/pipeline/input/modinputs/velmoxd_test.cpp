@@ -1,13 +1,7 @@
 #include "tests/pipeline/input/modinputs/scheme_home.h"
-#include "tests/support/child_process.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace velmox {
 namespace {
-
-using ::testing::HasSubstr;
 
 constexpr char kScheme[] = "--scheme print <scheme><use_single_instance>true</use_single_instance></scheme>";
 

@@ -1,11 +1,6 @@
 #include "pipeline/input/program/sysmon_migrator.h"
-#include "tests/support/child_test.h"
-#include "tests/support/file_tree.h"
-#include "tests/support/scoped_folder.h"
 #include "util/process/loader_info.h"
 #include "util/system/environment.h"
-
-#include <gtest/gtest.h>
 
 namespace velmox {
 namespace {

@@ -2,19 +2,11 @@
 #include "pipeline/input/program/win_registry_monitor.h"
 #include "tests/pipeline/input/driver/scripted_device.h"
 #include "tests/pipeline/input/registry/registry_test_key.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/child_test.h"
-#include "tests/support/log_lines.h"
 #include "tests/support/main_thread.h"
-#include "tests/support/scoped_folder.h"
-#include "util/thread/thread_exception.h"
+#include "util/thread/thread_primitives.h"
 
 #include <cstdarg>
 #include <evntrace.h>
-#include <gtest/gtest.h>
-#include <mutex>
-#include <optional>
-#include <set>
 #include <wmistr.h>
 
 // The installed program's own entry point, linked in.
@@ -22,10 +14,6 @@ int wmain(int, wchar_t **arguments);
 
 namespace velmox {
 namespace {
-
-using testing::CapturedLog;
-using testing::FailingCall;
-using testing::ReplacedCall;
 
 /// Reads its stanzas from a text, and calls back when it has reported an event.
 class TestMonitor : public WinRegistryMonitor

@@ -1,18 +1,9 @@
 #include "pipeline/input/registry/reg_key.h"
 #include "pipeline/input/registry/win_registry.h"
 #include "tests/pipeline/input/registry/registry_test_key.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/failing_call.h"
-#include "tests/support/log_lines.h"
-
-#include <gmock/gmock.h>
 
 namespace velmox {
 namespace {
-
-using testing::CapturedLog;
-using ::testing::ElementsAre;
-using testing::FailingCall;
 
 /// What to make of a walk on its way, and what it reported: "[\key]" and "\key\value=type/length/first byte".
 struct Walk

@@ -8,7 +8,7 @@ namespace {
 
 constexpr char16_t kUser[] = u"\\REGISTRY\\User\\S-1-5-21-7";
 
-class HiveNamesTest : public testing::Test
+class HiveNamesTest : public ::testing::Test
 {
 protected:
     HiveNamesTest() { names_.fill(kUser); }

@@ -1,10 +1,6 @@
 #include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/xml/config_xml_streaming_parser.h"
 
-#include <gtest/gtest.h>
-#include <memory>
-#include <string>
-
 namespace velmox {
 namespace {
 

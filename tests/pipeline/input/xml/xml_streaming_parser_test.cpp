@@ -1,9 +1,5 @@
 #include "pipeline/input/xml/xml_streaming_parser.h"
 
-#include <gtest/gtest.h>
-#include <string>
-#include <vector>
-
 namespace velmox {
 namespace {
 

@@ -1,0 +1,91 @@
+#include "util/thread/locks.h"
+
+#include <exception>
+
+namespace velmox {
+
+Mutex::Mutex() : handle_(CreateMutexA(nullptr, FALSE, nullptr))
+{
+    if (!handle_.isValid()) {
+        thread_primitives::reportFailure("CreateMutex");
+    }
+}
+
+void Mutex::lock()
+{
+    thread_primitives::waitForObject(handle_.get());
+}
+
+void Mutex::unlock()
+{
+    if (!ReleaseMutex(handle_.get())) {
+        thread_primitives::reportFailure("ReleaseMutex");
+    }
+}
+
+bool Mutex::tryLock()
+{
+    return thread_primitives::waitForObject(handle_.get(), 0);
+}
+
+// Two exceptions at a time would end the process.
+MutexGuard::~MutexGuard() noexcept(false)
+{
+    try {
+        mutex_.unlock();
+    } catch (...) {
+        if (std::uncaught_exceptions() == 0) {
+            throw;
+        }
+    }
+}
+
+Event::Event() : handle_(thread_primitives::createAutoResetEvent()) {}
+
+void Event::set()
+{
+    thread_primitives::setEvent(handle_.get());
+}
+
+bool Event::poll()
+{
+    return thread_primitives::waitForObject(handle_.get(), 0);
+}
+
+void Event::wait(Mutex &mutex)
+{
+    thread_primitives::signalAndWait(mutex.handle(), handle_.get());
+    mutex.lock();
+}
+
+bool Event::waitFor(Mutex &mutex, unsigned milliseconds)
+{
+    const bool woken = thread_primitives::signalAndWait(mutex.handle(), handle_.get(), milliseconds);
+    mutex.lock();
+    return woken;
+}
+
+UsageCount::Drained::Drained(UsageCount &count) : guard_(count.mutex_)
+{
+    while (count.count_ > 0) {
+        count.drained_.wait(count.mutex_);
+    }
+    // The event lets one waiter through; whoever else drains finds the count at 0 as well.
+    count.drained_.set();
+}
+
+void UsageCount::enter()
+{
+    const MutexGuard guard(mutex_);
+    ++count_;
+}
+
+void UsageCount::leave()
+{
+    const MutexGuard guard(mutex_);
+    if (--count_ == 0) {
+        drained_.set();
+    }
+}
+
+} // namespace velmox
