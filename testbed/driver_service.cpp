@@ -92,11 +92,6 @@ void placeDriverFile()
     check(CopyFileW(kBuiltFile, installedFile().c_str(), FALSE), "copying the driver");
 }
 
-void removeDriverFile()
-{
-    check(DeleteFileW(installedFile().c_str()), "removing the driver", ERROR_FILE_NOT_FOUND);
-}
-
 ServiceHandle openDriverService()
 {
     ServiceHandle service = findService();

@@ -16,7 +16,6 @@ using ServiceHandle = OwnedHandle<ServiceHandleTraits>;
 
 /// Copies the built driver into system32\drivers, where the monitor looks for it.
 void placeDriverFile();
-void removeDriverFile();
 
 /// The service with all rights, made if there is none. Whatever state it is in, its file is where
 /// `placeDriverFile` puts it.

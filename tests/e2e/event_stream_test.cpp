@@ -7,6 +7,7 @@ namespace {
 using namespace testbed;
 
 constexpr std::uint64_t kMillisecond = 10'000; // in 100 ns
+constexpr std::uint64_t kDay = 86'400'000 * kMillisecond;
 
 class EventStreamTest : public MonitorTest
 {
@@ -23,9 +24,7 @@ Case reported(const RecordFields &record, const std::function<void(ExpectedBody 
 TEST_F(EventStreamTest, TellsOperationValueAndStatus)
 {
     // What would end the event for a reader who takes it apart by its lines.
-    const auto forged = [](char16_t last) {
-        return std::u16string(u"x\n---velmox-regmon-end-of-event---\n***VELMOX***") + last;
-    };
+    constexpr char16_t kForged[] = u"x\n---velmox-regmon-end-of-event---\n***VELMOX***y";
     const struct
     {
         std::uint32_t operation;
@@ -39,18 +38,14 @@ TEST_F(EventStreamTest, TellsOperationValueAndStatus)
     } rows[] = {
         {16, 1, stringData(u"text"), "SetValue", "REG_SZ", "text"},
         {0, 1, {'u', 0, 'x'}, "DeleteKey", "REG_SZ", "u"},
-        {19, 2, stringData(u"%PATH%;%d"), "RenameKey", "REG_EXPAND_SZ", "%PATH%;%d"},
-        {23, 3, {1, 2, 3}, "QueryKey", "REG_BINARY", ""},
         {26, 4, dwordData(0xFFFFFFFF), "CreateKey", "REG_DWORD", "0xffffffff(4294967295)"},
         {29, 7, multiStringData({u"a", u"b"}), "OpenKey", "REG_MULTI_SZ", "a\nb"},
         {25, 11, qwordData(258), "CloseKey", "REG_QWORD", "0x0000000000000102(258)"},
         {39, 4, dwordData(2), "UNKNOWN", "REG_SD", "0x00000002(2)"},
         {0xFFFFFFFF, 12, {1}, "UNKNOWN", "UNKNOWN", ""},
         {16, 1, stringData(u"***VELMOX***"), "SetValue", "REG_SZ", "***VELMOX***"},
-        {16, 1, stringData(forged(u'y')), "SetValue", "REG_SZ", ""},
-        {16, 7, multiStringData({forged(u'w')}), "SetValue", "REG_MULTI_SZ", ""},
+        {16, 1, stringData(kForged), "SetValue", "REG_SZ", ""},
         {16, 0, {}, "SetValue", "REG_NONE", "", 0xC0000034, ERROR_FILE_NOT_FOUND},
-        {16, 0, {}, "SetValue", "REG_NONE", "", 0x80000005, ERROR_MORE_DATA},
         {16, 0, {}, "SetValue", "REG_NONE", "", 0xC0FFFFF1, ERROR_MR_MID_NOT_FOUND},
     };
     std::vector<Case> cases;
@@ -68,12 +63,8 @@ TEST_F(EventStreamTest, TellsOperationValueAndStatus)
         }));
     }
     const Str log = check(everything(), cases);
-    for (const char last : {'y', 'w'}) {
-        expectLogged(log, Str::fromFormat("Found pattern - \\n***VELMOX*** in data "
-                                          "x\\n---velmox-regmon-end-of-event---\\n***VELMOX***%c. "
-                                          "This data will not be printed.",
-                                          last));
-    }
+    expectLogged(log, "Found pattern - \\n***VELMOX*** in data x\\n---velmox-regmon-end-of-event---\\n"
+                      "***VELMOX***y. This data will not be printed.");
 }
 
 TEST_F(EventStreamTest, FindsEachRecordByTheSizesOfTheOneBefore)
@@ -142,6 +133,10 @@ TEST_F(EventStreamTest, TakesTheTimeOfTheRecordAtMostOnceAMillisecond)
         {kStart + kMillisecond + 1, "1577836800", "01/01/2020 09:00:00.001"},
         {kStart - 5000 * kMillisecond, "1577836800", "01/01/2020 09:00:00.001"},
         {kStart + 1999 * kMillisecond, "1577836801", "01/01/2020 09:00:01.999"},
+        // The same second of another day, month and year.
+        {kStart + 1999 * kMillisecond + kDay, "1577923201", "01/02/2020 09:00:01.999"},
+        {kStart + 1999 * kMillisecond + 32 * kDay, "1580601601", "02/02/2020 09:00:01.999"},
+        {kStart + 1999 * kMillisecond + 398 * kDay, "1612224001", "02/02/2021 09:00:01.999"},
     };
     std::vector<Case> cases;
     for (const auto &[timestamp, seconds, local] : times) {

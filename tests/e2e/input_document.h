@@ -1,10 +1,5 @@
 #pragma once
 
-#include "util/text/str.h"
-
-#include <utility>
-#include <vector>
-
 namespace velmox::e2e {
 
 using Params = std::vector<std::pair<Str, Str>>;

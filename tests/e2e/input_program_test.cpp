@@ -1,5 +1,4 @@
 #include "tests/e2e/monitor_test.h"
-#include "tests/support/scoped_folder.h"
 #include "util/files/file_system.h"
 
 namespace velmox::e2e {
@@ -37,8 +36,9 @@ protected:
         ExpectedBody created = bodyOf(system);
         created.dataType = "REG_SZ";
         created.operation = "CreateKey";
+        // The option's value, which the script has to hand on as it was given.
         cases_ = {{software, ExpectedEvent{.stanza = "soft & \"ware\"", .index = "main", .body = set.text()}},
-                  {system, ExpectedEvent{.stanza = "example", .body = created.text()}},
+                  {system, ExpectedEvent{.stanza = "example", .index = "a b", .body = created.text()}},
                   {{.pid = kUnknownPid, .name = system.name}, {}}};
         push(cases_);
     }
@@ -65,7 +65,7 @@ TEST_F(InputProgramTest, TheMonitorOrItsScriptRunsOnWhatVelmoxdPrints)
     for (const char *program : {"velmox-regmon.exe", "scripts\\WinRegMon.exe"}) {
         driver.reset();
         push(cases_);
-        MonitorRun run(printedDocument(), {.program = program});
+        MonitorRun run(printedDocument(), {.program = program, .arguments = "-index \"a b\""});
         EXPECT_TRUE(run.waitForEvents(2)) << run.log().c_str();
         EXPECT_EQ(run.stop(), 0u);
         EXPECT_EQ(run.output(), expectedStream(eventsOf(cases_))) << run.log().c_str();

@@ -1,24 +1,11 @@
 #include "tests/e2e/monitor_run.h"
-#include "tests/support/file_tree.h"
-#include "tests/support/scoped_folder.h"
-
-#include <gtest/gtest.h>
 
 namespace velmox::e2e {
 namespace {
 
-using velmox::testing::FileTree;
-using velmox::testing::readTree;
-using velmox::testing::ScopedFolder;
-using velmox::testing::writeTree;
-
 // What a conf file made by the store begins with: a byte-order mark and an empty line.
 constexpr char kNew[] = "\xEF\xBB\xBF\r\n";
 constexpr char kMigratedMark[] = "[default]\r\nmigrated = 1\r\n";
-
-// Old settings that put the monitor's filters out of use.
-const FileTree::value_type kDisableFilters = {"system\\default\\sysmon.conf",
-                                              "[regmon]\nfilter_file_name = regmon-filters\ndisabled = 1\n"};
 
 Str shipped(const char *name)
 {
@@ -102,19 +89,6 @@ TEST_F(MigrationTest, NothingToDoWritesNothing)
                "SysmonMigrator::read -'sysmon.conf' - 'migrated' found!!! - no migration will be done.");
 }
 
-TEST_F(MigrationTest, WithoutItsSettingsTheProgramStartsAllTheSame)
-{
-    const ScopedFolder elsewhere;
-    for (const auto &[part, place] :
-         {std::pair("etc\\system\\default\\conf.conf", "file"), {"etc", "folder"}}) {
-        ASSERT_TRUE(MoveFileExW(asWide(home_ / part), asWide(elsewhere / place), 0));
-        const Str log = run("-migrateOnly", 0, "sysmon migration complete.");
-        expectLine(log, "SysmonMigrator::read - 'sysmon.conf' was not found, no migration is required.");
-        EXPECT_TRUE(log.startsWith("Couldn't open log file configuration \"")) << log.c_str();
-        EXPECT_TRUE(log.contains("No bootstrap configuration available for: ")) << log.c_str();
-    }
-}
-
 TEST_F(MigrationTest, SettingsComeToRestInTheAppThatProvidedThem)
 {
     add({
@@ -163,83 +137,6 @@ TEST_F(MigrationTest, AnUnmarkableFileMigratesAgainAndChangesNothingMore)
         expectLine(
             log, "SysmonMigrator::read - 'sysmon.conf' - filter_file_name missing, assuming regmon-filters.");
     }
-}
-
-// The text of a file in an encoding, with its mark.
-Str utf16Le(const char16_t *text)
-{
-    Str bytes("\xFF\xFE", 2);
-    for (; *text != 0; ++text) {
-        bytes += static_cast<char>(*text & 0xFF);
-        bytes += static_cast<char>(*text >> 8);
-    }
-    return bytes;
-}
-
-TEST_F(MigrationTest, FilesKeepTheirFormAroundTheChange)
-{
-    add({
-        {"system\\default\\sysmon.conf",
-         "[regmon]\nfilter_file_name = regmon-filters\ndisabled = 1\nindex = r\n"},
-        {"apps\\a\\local\\regmon-filters.conf", "\xEF\xBB\xBF; head\r\n\r\n# of x\r\n[x]\r\n\r\n  # of "
-                                                "hive\r\nhive=HKLM\r\nhive = HKU\r\nbroken line\r\n"
-                                                "text = one\\\r\n two\r\npath = C:\\\\ \r\n\\[odd\\=key = "
-                                                "v\r\n\r\n[y] trailing\r\n[x]\r\nlate = 1\r\n# tail\r\n"},
-        {"apps\\b\\local\\regmon-filters.conf", utf16Le(u"[z]\nhive = HKLM\n")},
-        {"apps\\c\\local\\regmon-filters.conf", Str("[n]\nhive = a\0b\n", 15)},
-    });
-    migrate({
-        {"apps\\a\\local\\regmon-filters.conf",
-         "\xEF\xBB\xBF; head\r\n\r\n# of x\r\n[x]\r\n\r\n  # of hive\r\nhive = HKLM\r\nbroken line\r\n"
-         "text = one\\\r\n two\r\npath = C:\\\\ \r\n\\[odd\\=key = v\r\nlate = 1\r\ndisabled = 1\r\n"
-         "\r\n[y]\r\ndisabled = 1\r\n# tail\r\n"},
-        {"apps\\b\\local\\regmon-filters.conf", utf16Le(u"[z]\nhive = HKLM\ndisabled = 1\n")},
-        {"apps\\c\\local\\regmon-filters.conf", "[n]\nhive = ab\ndisabled = 1\n"},
-    });
-}
-
-TEST_F(MigrationTest, AppsThatAreOffOrUnknownTakeNoPart)
-{
-    add({
-        kDisableFilters,
-        {"apps\\off\\default\\app.conf", "[install]\nstate = disabled\n"},
-        {"apps\\off\\local\\regmon-filters.conf", "[x]\nhive = HKLM\n"},
-        {"apps\\.hidden\\local\\regmon-filters.conf", "[y]\nhive = HKLM\n"},
-        {"apps\\on\\local\\regmon-filters.conf", "[z]\nhive = HKLM\n"},
-        {"users\\alice\\on\\local\\regmon-filters.conf", "[u]\nhive = HKLM\n"},
-    });
-    migrate({{"apps\\on\\local\\regmon-filters.conf", "[z]\nhive = HKLM\ndisabled = 1\n"}});
-}
-
-TEST_F(MigrationTest, WhatIsKeptToAnAppSpeaksForAStanzaBeforeWhatIsExported)
-{
-    add({
-        kDisableFilters,
-        {"apps\\alpha\\default\\regmon-filters.conf", "[x]\nhive = HKLM\n[y]\nhive = HKLM\n"},
-        {"apps\\alpha\\metadata\\default.meta", "[]\nexport = system\nimport = beta, gone\n"},
-        {"apps\\beta\\local\\regmon-filters.conf", "[x]\nproc = .*\n"},
-    });
-    migrate({{"apps\\alpha\\local\\regmon-filters.conf", newFile("[y]\r\ndisabled = 1\r\n")},
-             {"apps\\beta\\local\\regmon-filters.conf", "[x]\nproc = .*\ndisabled = 1\n"}});
-    migrate({});
-}
-
-TEST_F(MigrationTest, DamagedFilesAreReportedAndTheRestIsRead)
-{
-    add({
-        kDisableFilters,
-        {"apps\\a\\default\\regmon-filters.conf", "[open\nhive = 1\nno pair\n[x/y\\z]\nhive = 2\\"},
-        {"apps\\b\\default\\regmon-filters.conf\\in.txt", "the conf file is a folder"},
-        {"apps\\c\\default\\regmon-filters.conf", "[last]\nhive = 3\n"},
-    });
-    const Str log = migrate({
-        {"apps\\a\\local\\regmon-filters.conf",
-         newFile("[open]\r\ndisabled = 1\r\n\r\n[x/y\\z]\r\ndisabled = 1\r\n")},
-        {"apps\\c\\local\\regmon-filters.conf", newFile("[last]\r\ndisabled = 1\r\n")},
-    });
-    const Str file = home_.path().join("etc\\apps\\a\\default\\regmon-filters.conf").toStr();
-    expectLine(log, Str::concat(file, ", line 1: Stanza header is missing terminator: [open").c_str());
-    expectLine(log, Str::concat(file, ", line 3: Cannot parse into key-value pair: no pair").c_str());
 }
 
 TEST_F(MigrationTest, ALockedFileIsLeftWholeAndEndsTheProgram)

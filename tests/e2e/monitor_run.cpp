@@ -1,9 +1,5 @@
 #include "tests/e2e/monitor_run.h"
 
-#include "tests/support/scoped_folder.h"
-
-#include <gtest/gtest.h>
-
 namespace velmox::e2e {
 
 namespace {

@@ -1,14 +1,8 @@
 #pragma once
 
 #include "tests/e2e/input_document.h"
-#include "tests/support/child_process.h"
-#include "util/text/pathname.h"
 
 namespace velmox::e2e {
-
-using velmox::testing::ChildProcess;
-using velmox::testing::IdleProcess;
-using velmox::testing::Streams;
 
 /// Where the tests' prefix has the installation.
 inline constexpr char kHome[] = "C:\\velmox";

@@ -4,9 +4,6 @@
 #include "testbed/driver_service.h"
 #include "tests/e2e/monitor_run.h"
 
-#include <gtest/gtest.h>
-#include <optional>
-
 namespace velmox::e2e {
 
 /// A process number that no process of the tests' prefix has.

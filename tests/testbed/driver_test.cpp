@@ -1,16 +1,14 @@
 #include "testbed/driver_control.h"
 #include "testbed/driver_service.h"
 
-#include <gtest/gtest.h>
-
 namespace velmox::testbed {
 
 namespace {
 
-constexpr std::uint32_t kStatusDeviceNotReady = 0xC00000A3; // error 21
 constexpr std::uint32_t kTooLarge = 70'000;
 
-/// The driver, started once for all tests of the class and fresh for each.
+/// The driver, started once for all tests of the class and fresh for each. Here is only what neither the demo
+/// nor the tests of the installed program would show: that it keeps to the filter, and gives whole records.
 class DriverTest : public ::testing::Test
 {
 protected:
@@ -75,17 +73,12 @@ TEST_F(DriverTest, obeysTheFilterBlock)
     const Case cases[] = {
         {{7, 0, 4, 2}, machineSet, true},
         {{7, 0, 4, 1}, machineSet, false},
-        {{7, 0, 123, 3}, machineSet, false},
         {{6, 0, 127, 3}, machineSet, false},
         {{1, 0, 8, 1}, userDelete, true},
-        {{1, 0, 8, 2}, userDelete, false},
         {{1, 0, 8, 1}, deleteValue, true},
-        {{7, 0, 0xFFFFFFFF, 3}, unknownOperation, false},
         {{7, 0, 127, 3}, otherHive, false},
         {{2, 0, 0, 0}, processCreated(8, 4, u"A\\b"), true},
-        {{4, 0, 0, 0}, imageLoaded(8, u"\\Device\\x.exe"), true},
         {{3, 0, 127, 3}, imageLoaded(8, u"\\Device\\x.exe"), false},
-        {{7, 0, 127, 3}, {.recordClass = 3}, false},
     };
     for (const Case &one : cases) {
         driver.setFilter(one.block);
@@ -94,64 +87,6 @@ TEST_F(DriverTest, obeysTheFilterBlock)
     }
     driver.pushUnfiltered(recordBuffer({{.recordClass = 5}, unknownOperation}));
     EXPECT_EQ(countRecords(driver.read(8192).bytes), 2u);
-}
-
-TEST_F(DriverTest, givesNothingBeforeAFilterNorBehindTheGate)
-{
-    driver.reset();
-    driver.push(recordBytes({}));
-    EXPECT_TRUE(driver.read(8192).bytes.empty());
-    driver.setFilter(everything());
-    driver.closeGate();
-    EXPECT_TRUE(driver.read(8192).bytes.empty());
-    EXPECT_EQ(driver.state().recordsWaiting, 1u);
-    driver.openGate();
-    EXPECT_FALSE(driver.read(8192).bytes.empty());
-    EXPECT_EQ(driver.state().filter.status, 0x17u);
-    EXPECT_EQ(driver.state().setFilterCalls, 1u);
-}
-
-TEST_F(DriverTest, playsScriptedFaultsInOrder)
-{
-    driver.push(recordBytes({}), 2);
-    driver.passReads(1);
-    driver.failReads(kStatusDeviceNotReady, 2);
-    driver.failReads(0);
-    driver.failSetFilter(kStatusDeviceNotReady);
-    EXPECT_EQ(driver.setFilter({}), 21u);
-    const auto size = static_cast<std::uint32_t>(recordBytes({}).size());
-    for (const DWORD expected : {0u, 21u, 21u, 0u, 0u}) {
-        EXPECT_EQ(driver.read(size).error, expected);
-    }
-    EXPECT_EQ(driver.state().readsEmpty, 1u);
-    EXPECT_EQ(driver.state().recordsWaiting, 0u);
-    EXPECT_EQ(driver.state().faultsWaiting, 0u);
-}
-
-TEST_F(DriverTest, floodsFromAFewRecords)
-{
-    driver.push(recordBuffer({{.timestamp = 100}, {.timestamp = 100}}), 1000, 7);
-    EXPECT_EQ(driver.state().recordsWaiting, 2000u);
-    std::size_t records = 0;
-    Bytes last;
-    for (Bytes read; !(read = driver.read(65536).bytes).empty(); last = read) {
-        records += countRecords(read);
-    }
-    EXPECT_EQ(records, 2000u);
-    const Bytes expected = recordBytes({.timestamp = 100 + 7 * 1999});
-    EXPECT_TRUE(std::equal(expected.rbegin(), expected.rend(), last.rbegin()));
-}
-
-TEST_F(DriverTest, refusesPartsOfRecordsAndMoreThanItsBound)
-{
-    Bytes cut = recordBytes({});
-    cut.pop_back();
-    EXPECT_THROW(driver.push(cut), std::system_error);
-    EXPECT_THROW(driver.push({}), std::system_error);
-
-    driver.push(recordBytes(withData(VELMOX_TEST_QUEUE_BYTES - 1000)));
-    EXPECT_THROW(driver.push(recordBytes(withData(1000))), std::system_error);
-    EXPECT_EQ(driver.state().recordsDropped, 1u);
 }
 
 } // namespace

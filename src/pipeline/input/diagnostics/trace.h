@@ -14,90 +14,78 @@ namespace velmox::trace {
 // A message is its number in the low half, and in the high half the bit of the session's flags that lets it
 // through: thus no two call sites can disagree about the kind of one message.
 constexpr unsigned kNumberBits = 16;
-constexpr std::uint32_t error(std::uint32_t number)
-{
-    return 1u << kNumberBits | number;
-}
-constexpr std::uint32_t warning(std::uint32_t number)
-{
-    return 2u << kNumberBits | number;
-}
-constexpr std::uint32_t information(std::uint32_t number)
-{
-    return 4u << kNumberBits | number;
-}
-constexpr std::uint32_t entry(std::uint32_t number)
-{
-    return 8u << kNumberBits | number;
-}
+constexpr std::uint32_t kError = 1u << kNumberBits;
+constexpr std::uint32_t kWarning = 2u << kNumberBits;
+constexpr std::uint32_t kInformation = 4u << kNumberBits;
+constexpr std::uint32_t kEntry = 8u << kNumberBits;
 
 /// Messages of the program's entry point. Who reads a trace has the numbers in a table of formats, so a
 /// number keeps its meaning for ever.
 enum class EntryPointMessage : std::uint32_t
 {
-    StopRequested = information(10),
-    SafeModeRefused = error(11),
-    RunFailed = error(12),
-    Started = information(13)
+    StopRequested = kInformation | 10,
+    SafeModeRefused = kError | 11,
+    RunFailed = kError | 12,
+    Started = kInformation | 13
 };
 
 /// Messages of the monitor, each with the function's full name first. Numbers as above.
 enum class Message : std::uint32_t
 {
-    MonitorMade = entry(10),
-    MonitorGone = entry(11),
-    InitEntered = entry(25),
-    DriverNotReady = error(29),
-    FilterNotSet = error(30),
-    RunEntered = entry(31),
-    NoWorkerEvent = error(33),
-    WorkerNotStarted = error(34),
-    ServingBegins = information(35),
-    EmptyBuffer = information(36),
-    ServingEnds = information(37),
-    WorkerHasEnded = information(38),
-    ProcessDataEntered = entry(39),
-    RecordEntered = entry(40),
-    RegistryRecord = information(41),
-    RegistryRecordDropped = information(42),
-    RegistryEvent = information(43),
-    ProcessRecord = information(44),
-    CreationRecord = information(45),
-    CreationDropped = information(46),
-    CreationWritten = information(47),
-    ExitRecord = information(48),
-    ExitDropped = information(49),
-    ExitEvent = information(50),
-    ImageRecord = information(51),
-    ImageDropped = information(52),
-    ImageEvent = information(53),
-    StartWorkerEntered = entry(54),
-    NothingToMonitor = error(55),
-    BaselineBegins = information(56),
-    BaselineFailed = error(57),
-    BaselineEnds = information(58),
-    NoWorkerThread = error(59),
-    WorkerStarted = information(60),
-    StartNotRecorded = error(62),
-    NoReadBuffer = error(63),
-    ReadBegins = information(64),
-    BufferGrows = information(65),
-    BufferAtCeiling = error(66),
-    ReadFailed = error(67),
-    ReadEnds = information(68),
-    QueueRefuses = error(69),
-    MemoryLimit = warning(70),
-    NothingRead = information(71),
-    StopSeen = information(72),
-    Idle = information(73),
-    WorkerEnds = information(74),
-    DriverOpen = information(79),
-    SetFilterEntered = entry(80),
-    NoGroupForFilter = error(81),
-    NoHiveRoot = error(82),
-    OperationAsked = information(83),
-    FilterRefused = error(84),
-    FilterSet = information(85)
+    MonitorMade = kEntry | 10,
+    MonitorGone = kEntry | 11,
+    InitEntered = kEntry | 25,
+    DriverNotReady = kError | 29,
+    FilterNotSet = kError | 30,
+    RunEntered = kEntry | 31,
+    NoWorkerEvent = kError | 33,
+    WorkerNotStarted = kError | 34,
+    ServingBegins = kInformation | 35,
+    EmptyBuffer = kInformation | 36,
+    ServingEnds = kInformation | 37,
+    WorkerHasEnded = kInformation | 38,
+    ProcessDataEntered = kEntry | 39,
+    RecordEntered = kEntry | 40,
+    RegistryRecord = kInformation | 41,
+    RegistryRecordDropped = kInformation | 42,
+    RegistryEvent = kInformation | 43,
+    ProcessRecord = kInformation | 44,
+    CreationRecord = kInformation | 45,
+    CreationDropped = kInformation | 46,
+    CreationWritten = kInformation | 47,
+    ExitRecord = kInformation | 48,
+    ExitDropped = kInformation | 49,
+    ExitEvent = kInformation | 50,
+    ImageRecord = kInformation | 51,
+    ImageDropped = kInformation | 52,
+    ImageEvent = kInformation | 53,
+    StartWorkerEntered = kEntry | 54,
+    NothingToMonitor = kError | 55,
+    BaselineBegins = kInformation | 56,
+    BaselineFailed = kError | 57,
+    BaselineEnds = kInformation | 58,
+    NoWorkerThread = kError | 59,
+    WorkerStarted = kInformation | 60,
+    StartNotRecorded = kError | 62,
+    NoReadBuffer = kError | 63,
+    ReadBegins = kInformation | 64,
+    BufferGrows = kInformation | 65,
+    BufferAtCeiling = kError | 66,
+    ReadFailed = kError | 67,
+    ReadEnds = kInformation | 68,
+    QueueRefuses = kError | 69,
+    MemoryLimit = kWarning | 70,
+    NothingRead = kInformation | 71,
+    StopSeen = kInformation | 72,
+    Idle = kInformation | 73,
+    WorkerEnds = kInformation | 74,
+    DriverOpen = kInformation | 79,
+    SetFilterEntered = kEntry | 80,
+    NoGroupForFilter = kError | 81,
+    NoHiveRoot = kError | 82,
+    OperationAsked = kInformation | 83,
+    FilterRefused = kError | 84,
+    FilterSet = kInformation | 85
 };
 
 /// A message's argument as event tracing takes it: bytes and their length. Text goes with its NUL, a null

@@ -1,7 +1,5 @@
 #include "pipeline/input/baseline/baseline_start_points.h"
 
-#include <gtest/gtest.h>
-
 namespace velmox {
 namespace {
 

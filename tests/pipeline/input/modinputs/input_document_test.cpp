@@ -1,7 +1,5 @@
 #include "pipeline/input/modinputs/input_document.h"
 
-#include <gtest/gtest.h>
-
 namespace velmox {
 namespace {
 

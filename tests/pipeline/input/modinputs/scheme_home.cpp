@@ -1,11 +1,8 @@
 #include "tests/pipeline/input/modinputs/scheme_home.h"
 
-#include "tests/support/child_process.h"
 #include "tests/support/main_thread.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"
-
-#include <gtest/gtest.h>
 
 namespace velmox::testing {
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "pipeline/input/modinputs/modular_inputs.h"
-#include "tests/support/scoped_folder.h"
 
 namespace velmox::testing {
 

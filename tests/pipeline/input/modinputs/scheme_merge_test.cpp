@@ -1,8 +1,6 @@
 #include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/modinputs/introspection.h"
 
-#include <gtest/gtest.h>
-
 namespace velmox {
 namespace {
 
@@ -59,56 +57,34 @@ TEST(SchemeMerge, TakesWhatTheScriptSaysAndKeepsTheRest)
 
 TEST(SchemeMerge, RefusesBadSettings)
 {
-    const std::string noFolder = "The \"script\" value from introspection can only be a file name, no "
-                                 "directory can be specified with it.  "
-                                 "Command line arguments are allowed.  (Specified \"VALUE\")";
-    const std::string noScript =
-        "The \"script\" value from introspection (\"VALUE\") did not refer to a suitable "
-        "script on the file system.";
-    const std::string badMode = "When introspecting the scheme \"mine\", we found an invalid "
-                                "\"streaming_mode\" value specified (\"VALUE\").  "
-                                "The only valid values are \"simple\" and \"xml\".";
-    const std::string noBool =
-        "Introspection parameter \"KEY\" contained invalid data: \"VALUE\".  Expected a true or false value.";
-    const std::string noType = "The \"data_type\" value from introspection (\"VALUE\") did not refer to a "
-                               "proper data type.  The following "
-                               "data types are supported: \"string\", \"number\" and \"boolean\".";
+    const char *noFolder = "can only be a file name, no directory can be specified";
+    const char *noBool = "Expected a true or false value.";
     const struct
     {
         const char *arg, *key, *value; // of the scheme itself without an argument
-        std::string complaint;
+        const char *complaint;
     } rows[] = {
         {nullptr, "script", "sub/my.py", noFolder},
         {nullptr, "script", "sub\\my.py -x", noFolder},
         {nullptr, "script", " C:my.py", noFolder},
-        {nullptr, "script", "other.py --flag", noScript},
-        {nullptr, "streaming_mode", "XML", badMode},
-        {nullptr, "streaming_mode", " xml", badMode},
+        {nullptr, "script", "other.py --flag", "did not refer to a suitable script on the file system."},
+        {nullptr, "streaming_mode", "XML", "The only valid values are \"simple\" and \"xml\"."},
         {nullptr, "use_single_instance", "maybe", noBool},
         {nullptr, "use_external_validation", "2", noBool},
-        {"hive", "title", "",
-         "Endpoint argument \"hive\" has not been defined in the inputs.conf.spec file.  All args defined "
-         "via "
-         "introspection must also be defined in the spec file."},
-        {"host", "title", "",
-         "Endpoint argument \"host\" is an internal argument that is handled specially within Velmox, and it "
-         "should "
-         "not be defined via introspection."},
-        {"proc", "data_type", "String", noType},
+        {"hive", "title", "", "\"hive\" has not been defined in the inputs.conf.spec file."},
+        {"host", "title", "", "\"host\" is an internal argument that is handled specially"},
+        {"proc", "data_type", "String", "did not refer to a proper data type."},
         {"proc", "required_on_create", "often", noBool},
         {"proc", "required_on_edit", "often", noBool},
     };
     for (const auto &row : rows) {
         Introspection said;
         (row.arg == nullptr ? said.scheme : said.args[row.arg])[row.key] = row.value;
-        Str expected = row.complaint.c_str();
-        expected.replaceAll("KEY", row.key);
-        expected.replaceAll("VALUE", row.value);
         try {
             merge(said);
-            ADD_FAILURE() << expected.c_str();
+            ADD_FAILURE() << row.complaint;
         } catch (const ModularInputsException &exception) {
-            EXPECT_EQ(exception.message(), expected);
+            EXPECT_TRUE(exception.message().contains(row.complaint)) << exception.what();
         }
     }
 }

@@ -1,16 +1,11 @@
 #include "pipeline/input/modinputs/introspection.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace velmox {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::Pair;
 using IntrospectParser = IntrospectXmlStreamingParser;
 
+/// A parser that has met the text byte by byte.
 template <class Parser>
 const Parser &fed(Parser &&parser, std::string_view xml)
 {

@@ -15,6 +15,7 @@
 #include "util/system/windows_api.h"
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iostream>
@@ -56,7 +57,8 @@ void flood(const std::string &)
 
 void save(const std::string &file)
 {
-    std::ofstream out(file, std::ios::binary);
+    // The plan is UTF-8.
+    std::ofstream out(std::filesystem::path(std::u8string(file.begin(), file.end())), std::ios::binary);
     out << GetCommandLineA() << '\n' << std::cin.rdbuf();
 }
 

@@ -1,26 +1,9 @@
 #include "tests/pipeline/input/modinputs/scheme_home.h"
-#include "util/system/environment.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace velmox {
 namespace {
 
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
-
-constexpr char kInputs[] = R"([default]
-index = main
-[all://b]
-key = 1 < 2
-[all://a]
-index =
-[all://off]
-disabled = 1
-[other://x]
-key = no
-)";
+constexpr char kScheme[] = "--scheme print <scheme><use_single_instance>true</use_single_instance></scheme>";
 
 /// Runs the program with an installation of the test's own.
 class VelmoxdTest : public ::testing::Test
@@ -28,50 +11,45 @@ class VelmoxdTest : public ::testing::Test
 public:
     VelmoxdTest()
     {
-        setEnvironmentVariable(u"VELMOX_HOME", home_.path("").view());
-        setEnvironmentVariable(u"VELMOX_DB", home_.path("db"));
         for (const auto &[file, from] :
              {std::pair{"etc\\system\\default\\conf.conf", "system/default/conf.conf"},
               {"etc\\log-velmoxd.cfg", "log-velmoxd.cfg"}}) {
             home_.writeFile(file, testing::readWhole(Pathname::fromUtf8(VELMOX_SHIPPED_ETC).join(from)));
         }
-        home_.writeFile("etc\\system\\local\\inputs.conf", kInputs);
+        home_.writeFile("etc\\system\\local\\inputs.conf",
+                        "[default]\nindex = main\n[all://b]\nkey = 1 < 2\n[all://a]\nindex =\n"
+                        "[all://off]\ndisabled = 1\n[other://x]\nkey = no\n");
         home_.writeFile("var\\log\\velmox\\velmoxd.log", "");
-        home_.writeFile("etc\\apps\\without-schemes\\default\\app.conf", "");
         home_.defineSchemes("system", "[all://x]\n[broken://x]\n");
-        home_.addScript("bin\\scripts\\all.exe",
-                        "--scheme print <scheme><use_single_instance>true</use_single_instance></scheme>");
-    }
-    ~VelmoxdTest() override
-    {
-        setEnvironmentVariable(u"VELMOX_HOME", {});
-        setEnvironmentVariable(u"VELMOX_DB", {});
+        home_.addScript("bin\\scripts\\all.exe", kScheme);
     }
 
-    /// What comes out; standard error is in the log.
-    Str run(const char *arguments, int status)
+    /// What comes out; standard error is kept.
+    Str run(const char *arguments, unsigned status, const char *home = nullptr)
     {
-        Str output;
-        const Str command = Str::fromFormat("\"%s\" %s", VELMOX_VELMOXD, arguments);
-        const auto keep = [&output](std::string_view piece) { output.append(piece); };
-        EXPECT_EQ(runScript("velmoxd", command, {}, keep, {}), status) << arguments << home_.log().c_str();
-        return output;
-    }
-
-    bool complained(const char *line) const
-    {
-        return home_.logged(Str::fromFormat("<stderr> velmoxd: %s\n", line));
+        const Str installation = home_.path("").toStr();
+        testing::ChildProcess velmoxd(Str::fromFormat("\"%s\" %s", VELMOX_VELMOXD, arguments),
+                                      {Str::fromFormat("VELMOX_HOME=%s", home ? home : installation.c_str()),
+                                       Str::fromFormat("VELMOX_DB=%s", home_.path("db").toStr().c_str()),
+                                       "COMPUTERNAME=THIS-HOST"},
+                                      testing::Streams::Apart);
+        EXPECT_TRUE(velmoxd.waitForEnd());
+        EXPECT_EQ(velmoxd.exitCode(), status) << arguments;
+        errors_ = velmoxd.errorBytes().c_str();
+        return velmoxd.outputBytes();
     }
 
     testing::SchemeHome home_;
+    std::string errors_;
 };
 
 TEST_F(VelmoxdTest, PrintsTheInputDocument)
 {
-    const Str output = run("print-modinput-config all", 0);
-    EXPECT_THAT(output.c_str(), StartsWith("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<input>\n"));
-    EXPECT_EQ(output.substr(output.find("  <server_uri>")),
-              Str::fromFormat(R"(  <server_uri>https://127.0.0.1:8089</server_uri>
+    EXPECT_EQ(run("print-modinput-config all", 0),
+              Str::fromFormat(R"(<?xml version="1.0" encoding="UTF-8"?>
+<input>
+  <server_host>THIS-HOST</server_host>
+  <server_uri>https://127.0.0.1:8089</server_uri>
   <session_key></session_key>
   <checkpoint_dir>%s</checkpoint_dir>
   <configuration>
@@ -86,34 +64,50 @@ TEST_F(VelmoxdTest, PrintsTheInputDocument)
 </input>
 )",
                               home_.path("db\\modinputs\\all").toStr().c_str()));
-    EXPECT_FALSE(home_.logged("<stderr>")) << home_.log().c_str();
+    EXPECT_EQ(errors_, "");
+}
+
+// Apps that the server hands out to its members are apps; those that are disabled are none.
+TEST_F(VelmoxdTest, FindsSchemesInEveryAppThatIsEnabled)
+{
+    for (const auto &[parent, app, state] : {std::tuple{"apps", "on", "enabled"},
+                                             {"apps", "off", "disabled"},
+                                             {"slave-apps", "handed-out", "enabled"}}) {
+        const Str folder = Str::fromFormat("etc\\%s\\%s\\", parent, app);
+        home_.writeFile(Str::concat(folder, "default\\app.conf").c_str(),
+                        Str::fromFormat("[install]\nstate = %s\n", state));
+        home_.writeFile(Str::concat(folder, "README\\inputs.conf.spec").c_str(),
+                        Str::fromFormat("[%s://x]\n", app));
+        home_.writeFile(Str::concat(folder, "default\\inputs.conf").c_str(),
+                        Str::fromFormat("[%s://x]\nexport = system\n", app));
+        home_.addScript(Str::fromFormat("%sbin\\%s.exe", folder.c_str(), app).c_str(), kScheme);
+    }
+    EXPECT_THAT(run("print-modinput-config on", 0).c_str(), HasSubstr("<stanza name=\"on://x\">"));
+    run("print-modinput-config handed-out", 0);
+    EXPECT_EQ(run("print-modinput-config off", 1), "");
+    EXPECT_THAT(errors_, ::testing::EndsWith("\r\nScheme \"off\" is not initialized.\r\n"));
 }
 
 TEST_F(VelmoxdTest, TellsErrorsOnStandardErrorAlone)
 {
-    EXPECT_EQ(run("print-modinput-config broken", 1), "");
-    EXPECT_TRUE(complained("Scheme \"broken\" is not initialized."));
-    EXPECT_FALSE(home_.logged("velmoxd: DEBUG"));
-
     home_.addScript("bin\\scripts\\broken.exe", "--scheme exit 9");
     EXPECT_EQ(run("--debug print-modinput-config broken", 1), "");
-    EXPECT_TRUE(complained("DEBUG ModularInputs - Found scheme=\"all\"."));
-    EXPECT_TRUE(
-        complained("MessageHandler:MOD_INPUT_INIT: Unable to initialize modular input \"broken\"  defined "
-                   "in the system context: Introspecting scheme=broken: script running failed (exited "
-                   "with status 9)."));
+    EXPECT_THAT(errors_, HasSubstr("DEBUG ModularInputs - Found scheme=\"all\"."));
+    constexpr char kFailed[] = "Introspecting scheme=broken: script running failed (exited with status 9).";
+    EXPECT_THAT(errors_,
+                HasSubstr(Str::fromFormat("MessageHandler:MOD_INPUT_INIT: Unable to initialize modular "
+                                          "input \"broken\"  defined in the system context: %s",
+                                          kFailed)
+                              .c_str()));
     EXPECT_THAT(testing::readWhole(home_.path("var\\log\\velmox\\velmoxd.log")).c_str(),
-                HasSubstr("ERROR ModularInputs - Introspecting scheme=broken: script running failed"));
+                HasSubstr(Str::concat("ERROR ModularInputs - ", kFailed).c_str()));
 
-    setEnvironmentVariable(u"VELMOX_HOME", {});
-    EXPECT_EQ(run("print-modinput-config all", 1), "");
-    EXPECT_TRUE(complained("VELMOX_HOME must be set. Stopping."));
-    for (const char *arguments :
-         {"", "--help", "--debug", "print-modinput-config", "print-modinput-config all x y",
-          "--debug --debug print-modinput-config all", "Print-Modinput-Config all"}) {
-        const testing::SchemeHome fresh;
+    EXPECT_EQ(run("print-modinput-config all", 1, ""), "");
+    EXPECT_EQ(errors_, "VELMOX_HOME must be set. Stopping.\r\n");
+    for (const char *arguments : {"", "--debug", "print-modinput-config", "print-modinput-config all x y",
+                                  "--debug --debug print-modinput-config all", "Print-Modinput-Config all"}) {
         EXPECT_EQ(run(arguments, 1), "");
-        EXPECT_TRUE(fresh.logged("<stderr> velmoxd: Usage:\n")) << arguments;
+        EXPECT_THAT(errors_, ::testing::StartsWith("Usage:\r\n")) << arguments;
     }
 }
 

@@ -1,8 +1,5 @@
 #include "pipeline/input/program/command_line.h"
 
-#include <gtest/gtest.h>
-#include <vector>
-
 namespace velmox {
 namespace {
 

@@ -1,7 +1,5 @@
 #include "pipeline/input/program/scheme_script.h"
 
-#include <gtest/gtest.h>
-
 namespace velmox {
 namespace {
 

@@ -1,9 +1,6 @@
 #pragma once
 
 #include "pipeline/input/registry/reg_key.h"
-#include "util/text/str.h"
-
-#include <gtest/gtest.h>
 
 namespace velmox {
 

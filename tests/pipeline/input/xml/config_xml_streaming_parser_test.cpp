@@ -1,10 +1,6 @@
 #include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/xml/config_xml_streaming_parser.h"
 
-#include <gtest/gtest.h>
-#include <memory>
-#include <string>
-
 namespace velmox {
 namespace {
 
@@ -81,15 +77,11 @@ TEST(ConfigXmlStreamingParser, TakesWhatStandsInItsPlaceAndRefusesUnknownElement
     const std::pair<std::string, std::string> rows[] = {
         {"", ""},
         {"<other>" + input + "</other>", ""},
-        {"<Input><configuration><stanza name='s'/></configuration></Input>", ""},
         {"<other><a/></other>" + input, "[s]"},
         {"<input/>" + input, "[s]"},
         {input.substr(0, input.find("</configuration>")), "[s]"},
         {"<input><foo/></input>", refused("foo", "foo")},
-        {"<input><input/>", refused("input", "input")},
         {"<input><server_host></server_host >", refused("/server_host", "server_host\\/server_host")},
-        {"<input><server_host><b>", refused("b", "server_host\\b")},
-        {"<input><stanza name='s'>", refused("stanza", "stanza")},
     };
     for (const auto &[document, expected] : rows) {
         EXPECT_EQ(read(document), expected) << document;
@@ -106,12 +98,17 @@ TEST(ConfigXmlStreamingParser, TakesWhatStandsInItsPlaceAndRefusesUnknownElement
         {"<stanza name='a' name='b'><param name='j' name='k'>v</param></stanza>", "[a] [b] k=v"},
         {"<stanza name='s'><param_list name='l'>",
          refused("param_list", "configuration\\stanza\\param_list")},
-        {"<stanza name='s'><param name='p'>1</param><item>", refused("item", "configuration\\stanza\\item")},
     };
     for (const auto &[body, expected] : bodies) {
         EXPECT_EQ(read("<input><configuration>" + std::string(body)), expected) << body;
     }
 }
+
+#ifdef _WIN32
+constexpr char kNowhere[] = "NUL";
+#else
+constexpr char kNowhere[] = "/dev/null";
+#endif
 
 TEST(ReadXmlFromStdin, ReadsToTheEndAndThrowsWhatEndsItBefore)
 {
@@ -121,12 +118,8 @@ TEST(ReadXmlFromStdin, ReadsToTheEndAndThrowsWhatEndsItBefore)
     ConfigXmlStreamingParser parser;
     readXmlFromStdin(parser, file.get());
     EXPECT_EQ(parser.stanzas().size(), 2u);
-#ifdef _WIN32
-    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> writable(std::fopen("NUL", "w"), std::fclose);
-#else
-    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> writable(std::fopen("/dev/null", "w"),
-                                                                    std::fclose);
-#endif
+    // A stream that can only be written.
+    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> writable(std::fopen(kNowhere, "w"), std::fclose);
     try {
         readXmlFromStdin(parser, writable.get());
         FAIL() << "no exception";
