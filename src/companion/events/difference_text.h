@@ -1,0 +1,18 @@
+#pragma once
+
+#include "companion/events/baseline.h"
+#include "companion/events/event_table.h"
+
+#include <string>
+
+namespace velmox {
+
+/// Appends a difference as a JSON object in a line: `change`, `path`, and `old` and `new` where there is one,
+/// with `type` and `strings`.
+void appendDifferenceJson(const BaselineValue *oldValue, const BaselineValue *newValue, std::string &out);
+
+/// Appends a difference as a line of a table: what happened, path, old text, new text.
+void appendDifferenceRow(const BaselineValue *oldValue, const BaselineValue *newValue, TableStyle style,
+                         std::string &out);
+
+} // namespace velmox
