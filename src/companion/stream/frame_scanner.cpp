@@ -48,6 +48,11 @@ Tag eventStart(std::string_view bytes)
 /// Which tag of the stream's own frame stands at the front.
 Tag tagAt(std::string_view bytes)
 {
+    // Most tags are those within an event, and the first letter tells.
+    const std::size_t letter = bytes.starts_with("</") ? 2 : 1;
+    if (bytes.size() > letter && bytes[letter] != kEventStart[1] && bytes[letter] != kStreamStart[1]) {
+        return Tag::None;
+    }
     Tag found = Tag::None;
     for (const Tag tag :
          {eventStart(bytes), match(bytes, kEventEnd, Tag::EventEnd),
@@ -115,28 +120,32 @@ std::optional<FrameScanner::Piece> FrameScanner::takeEvent()
     std::size_t at = std::max(searched_, at_ + kEventStart.size());
     for (at = buffer_.find('<', at); at != std::string::npos; at = buffer_.find('<', at + 1)) {
         const Tag tag = tagAt(std::string_view(buffer_).substr(at));
-        if (tag == Tag::EventEnd) {
-            const std::size_t length = at + kEventEnd.size() - at_;
-            const Piece piece{Kind::Event, base_ + at_, rest().substr(0, length)};
-            at_ += length;
-            return piece;
-        }
         if (tag == Tag::Undecided) {
             break;
         }
         if (tag != Tag::None) {
-            return damage(at - at_, "an event is cut off");
+            return endEvent(at, tag == Tag::EventEnd);
         }
     }
     searched_ = std::min(at, buffer_.size());
-    if (ended_) {
-        return damage(rest().size(), "an event is cut off");
+    const bool isTooLong = rest().size() > kMaxEventBytes;
+    return isTooLong || ended_ ? std::optional(endEvent(buffer_.size(), false)) : std::nullopt;
+}
+
+FrameScanner::Piece FrameScanner::endEvent(std::size_t end, bool isWhole)
+{
+    // Whatever comes up to the next tag of the frame belongs to it.
+    inDamage_ = end - at_ > kMaxEventBytes;
+    if (inDamage_) {
+        return damage(end - at_, "an event is too long");
     }
-    if (rest().size() > kMaxEventBytes) {
-        inDamage_ = true;
-        return damage(rest().size(), "an event is too long");
+    if (!isWhole) {
+        return damage(end - at_, "an event is cut off");
     }
-    return std::nullopt;
+    const std::size_t length = end + kEventEnd.size() - at_;
+    const Piece piece{Kind::Event, base_ + at_, rest().substr(0, length)};
+    at_ += length;
+    return piece;
 }
 
 } // namespace velmox

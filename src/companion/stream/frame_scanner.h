@@ -43,6 +43,8 @@ private:
     std::string_view rest() const { return std::string_view(buffer_).substr(at_); }
     void skip(std::string_view tag);
     std::optional<Piece> takeEvent();
+    /// Hands out the event at `at_`, which the tag at `end` closes if it `isWhole`, or cuts off.
+    Piece endEvent(std::size_t end, bool isWhole);
     Piece damage(std::size_t length, std::string_view what);
 
     std::string buffer_;
