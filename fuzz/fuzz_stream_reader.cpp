@@ -43,7 +43,7 @@ private:
         std::string json;
         json_.append(fields_, json);
         const nlohmann::json parsed = nlohmann::json::parse(json);
-        require(parsed["registry"]["path"] == event.keyPath, "the path as the JSON has it");
+        require(parsed["registry"].value("path", "") == event.keyPath, "the path as the JSON has it");
         std::string line;
         EventTable({.width = 100}).append(event, fields_, line);
         require(line.find_first_of("\t\r\x1B") == std::string::npos && line.find('\n') == line.size() - 1,

@@ -17,11 +17,6 @@ void restoreCodePage()
     SetConsoleOutputCP(formerCodePage);
 }
 
-const wchar_t *asWide(const WideStr &text)
-{
-    return reinterpret_cast<const wchar_t *>(text.c_str());
-}
-
 } // namespace
 
 Terminal openTerminal()

@@ -1,4 +1,4 @@
-#include "companion/events/events_program.h"
+#include "companion/program/events_program.h"
 
 #ifdef _WIN32
 

@@ -1,4 +1,4 @@
-#include "companion/events/events_program.h"
+#include "companion/program/events_program.h"
 
 #include "companion/events/difference_text.h"
 #include "companion/events/event_input.h"
@@ -6,6 +6,8 @@
 #include "companion/events/event_table.h"
 #include "companion/events/events_command_line.h"
 #include "companion/events/terminal.h"
+#include "companion/report/report_data.h"
+#include "companion/report/report_page.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -110,6 +112,22 @@ int printDifferences(const EventsCommandLine &line, TableStyle style)
     return exitCode;
 }
 
+int writeReport(const EventsCommandLine &line)
+{
+    ReportData data;
+    EventInput input(
+        line.filter, [&](const StreamEvent &event, const EventFields &fields) { data.add(event, fields); },
+        [] {});
+    const int exitCode = readAll(input, line.files);
+    const std::string page = reportPage(data.json());
+    std::FILE *const file = openForWriting(line.output);
+    const bool isWritten = file != nullptr && std::fwrite(page.data(), 1, page.size(), file) == page.size();
+    if (file == nullptr || std::fclose(file) != 0 || !isWritten) {
+        throw std::runtime_error(line.output + ": " + std::strerror(errno));
+    }
+    return exitCode;
+}
+
 int run(const EventsCommandLine &line, TableStyle style)
 {
     switch (line.command) {
@@ -120,7 +138,7 @@ int run(const EventsCommandLine &line, TableStyle style)
     case EventsCommand::Diff:
         return printDifferences(line, style);
     case EventsCommand::Report:
-        return kUsage;
+        return writeReport(line);
     case EventsCommand::Help:
         std::fputs(kEventsUsage, stdout);
         return 0;
