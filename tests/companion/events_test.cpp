@@ -206,9 +206,9 @@ TEST(Baseline, ComparesTheLastOneOfEachInput)
                        value("HKLM\\d", "REG_SZ", "n"));
     std::string asJson;
     std::string asRows;
-    Baseline::compare(oldOne, newOne, [&](const BaselineValue *oldValue, const BaselineValue *newValue) {
-        appendDifferenceJson(oldValue, newValue, asJson);
-        appendDifferenceRow(oldValue, newValue, {}, asRows);
+    Baseline::compare(oldOne, newOne, [&](const BaselineDifference &difference) {
+        appendDifferenceJson(difference, asJson);
+        appendDifferenceRow(difference, {}, asRows);
     });
     EXPECT_EQ(asJson, R"({"change":"changed","path":"HKLM\\B","old":{"type":"REG_DWORD","strings":["1"]},)"
                       R"("new":{"type":"REG_MULTI_SZ","strings":["1","2"]}})"

@@ -32,7 +32,8 @@ void Baseline::compare(const Baseline &oldOne, const Baseline &newOne, const OnD
         const bool isOld = isOldLeft && (!isNewLeft || oldAt->first <= newAt->first);
         const bool isNew = isNewLeft && (!isOldLeft || newAt->first <= oldAt->first);
         if (!isOld || !isNew || oldAt->second != newAt->second) {
-            onDifference(isOld ? &oldAt->second : nullptr, isNew ? &newAt->second : nullptr);
+            onDifference({isNew ? newAt->second.path : oldAt->second.path, isOld ? &oldAt->second : nullptr,
+                          isNew ? &newAt->second : nullptr});
         }
         if (isOld) {
             ++oldAt;

@@ -18,6 +18,14 @@ struct BaselineValue
     bool operator==(const BaselineValue &other) const { return type == other.type && data == other.data; }
 };
 
+/// A value that is not the same in two baselines; null is for one that is not there.
+struct BaselineDifference
+{
+    const std::string &path;
+    const BaselineValue *oldValue;
+    const BaselineValue *newValue;
+};
+
 /// The values that the last baseline of an input reported. Live events do not count: what they changed was
 /// reported by them.
 class Baseline
@@ -29,8 +37,8 @@ public:
 
     bool empty() const { return values_.empty(); }
 
-    /// Where two baselines differ, in the order of paths; null is for a value that is not in that one.
-    using OnDifference = std::function<void(const BaselineValue *oldValue, const BaselineValue *newValue)>;
+    /// Calls `onDifference` where two baselines differ, in the order of paths.
+    using OnDifference = std::function<void(const BaselineDifference &)>;
     static void compare(const Baseline &oldOne, const Baseline &newOne, const OnDifference &onDifference);
 
 private:

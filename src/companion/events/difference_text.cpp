@@ -18,17 +18,12 @@ struct Change
     std::string_view colour;
 };
 
-Change changeOf(const BaselineValue *oldValue, const BaselineValue *newValue)
+Change changeOf(const BaselineDifference &difference)
 {
-    if (oldValue == nullptr) {
+    if (difference.oldValue == nullptr) {
         return {"added", "\x1B[32m"};
     }
-    return newValue == nullptr ? Change{"removed", "\x1B[31m"} : Change{"changed", "\x1B[33m"};
-}
-
-const BaselineValue &latest(const BaselineValue *oldValue, const BaselineValue *newValue)
-{
-    return newValue == nullptr ? *oldValue : *newValue;
+    return difference.newValue == nullptr ? Change{"removed", "\x1B[31m"} : Change{"changed", "\x1B[33m"};
 }
 
 Json valueJson(const BaselineValue &value)
@@ -50,32 +45,31 @@ std::string valueText(const BaselineValue *value)
 
 } // namespace
 
-void appendDifferenceJson(const BaselineValue *oldValue, const BaselineValue *newValue, std::string &out)
+void appendDifferenceJson(const BaselineDifference &difference, std::string &out)
 {
     Json json = Json::object();
-    json["change"] = changeOf(oldValue, newValue).name;
-    json["path"] = latest(oldValue, newValue).path;
-    if (oldValue != nullptr) {
-        json["old"] = valueJson(*oldValue);
+    json["change"] = changeOf(difference).name;
+    json["path"] = difference.path;
+    if (difference.oldValue != nullptr) {
+        json["old"] = valueJson(*difference.oldValue);
     }
-    if (newValue != nullptr) {
-        json["new"] = valueJson(*newValue);
+    if (difference.newValue != nullptr) {
+        json["new"] = valueJson(*difference.newValue);
     }
     out += json.dump();
     out += '\n';
 }
 
-void appendDifferenceRow(const BaselineValue *oldValue, const BaselineValue *newValue, TableStyle style,
-                         std::string &out)
+void appendDifferenceRow(const BaselineDifference &difference, TableStyle style, std::string &out)
 {
     constexpr unsigned kChangeWidth = 7;
     constexpr unsigned kSeparators = 3;
     constexpr unsigned kLeastShared = 30;
-    const Change change = changeOf(oldValue, newValue);
-    const std::string &path = latest(oldValue, newValue).path;
+    const Change change = changeOf(difference);
     if (style.width == 0) {
         out += change.name;
-        for (const std::string &text : {path, valueText(oldValue), valueText(newValue)}) {
+        for (const std::string &text :
+             {difference.path, valueText(difference.oldValue), valueText(difference.newValue)}) {
             out += '\t';
             appendCell(text, out);
         }
@@ -88,11 +82,11 @@ void appendDifferenceRow(const BaselineValue *oldValue, const BaselineValue *new
     appendCell(change.name, kChangeWidth, false, true, out);
     out += style.isColoured ? "\x1B[0m" : "";
     out += ' ';
-    appendCell(path, 2 * value, true, true, out);
+    appendCell(difference.path, 2 * value, true, true, out);
     out += ' ';
-    appendCell(valueText(oldValue), value, false, true, out);
+    appendCell(valueText(difference.oldValue), value, false, true, out);
     out += ' ';
-    appendCell(valueText(newValue), value, false, false, out);
+    appendCell(valueText(difference.newValue), value, false, false, out);
     out += '\n';
 }
 

@@ -9,10 +9,9 @@ namespace velmox {
 
 /// Appends a difference as a JSON object in a line: `change`, `path`, and `old` and `new` where there is one,
 /// with `type` and `strings`.
-void appendDifferenceJson(const BaselineValue *oldValue, const BaselineValue *newValue, std::string &out);
+void appendDifferenceJson(const BaselineDifference &difference, std::string &out);
 
 /// Appends a difference as a line of a table: what happened, path, old text, new text.
-void appendDifferenceRow(const BaselineValue *oldValue, const BaselineValue *newValue, TableStyle style,
-                         std::string &out);
+void appendDifferenceRow(const BaselineDifference &difference, TableStyle style, std::string &out);
 
 } // namespace velmox

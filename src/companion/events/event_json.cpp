@@ -61,7 +61,7 @@ void setNumber(Json &node, std::string_view text)
 
 struct EventJson::Shape
 {
-    Json root;
+    Json root = Json::object();
     /// Nodes of `root`, in the order of the fields; null for a field that is not there.
     std::array<Json *, kFieldCount> nodes{};
 };

@@ -100,12 +100,12 @@ int printDifferences(const EventsCommandLine &line, TableStyle style)
     }
     std::string out;
     int exitCode = 0;
-    Baseline::compare(oldOne, newOne, [&](const BaselineValue *oldValue, const BaselineValue *newValue) {
+    Baseline::compare(oldOne, newOne, [&](const BaselineDifference &difference) {
         exitCode = kDifferent;
         if (line.isJson) {
-            appendDifferenceJson(oldValue, newValue, out);
+            appendDifferenceJson(difference, out);
         } else {
-            appendDifferenceRow(oldValue, newValue, style, out);
+            appendDifferenceRow(difference, style, out);
         }
     });
     flush(out);

@@ -27,6 +27,11 @@ constexpr Element kElements[] = {
     {"index", &EventElements::index},
 };
 
+struct FreeContext
+{
+    void operator()(xmlParserCtxt *context) const { xmlFreeParserCtxt(context); }
+};
+
 std::string_view viewOf(const xmlChar *text)
 {
     return reinterpret_cast<const char *>(text);
@@ -36,6 +41,7 @@ std::string_view viewOf(const xmlChar *text)
 
 struct EventXml::State
 {
+    std::unique_ptr<xmlParserCtxt, FreeContext> context;
     EventElements *out = nullptr;
     /// Where the text of the element that is open goes; null when it is of no interest.
     std::string *text = nullptr;
@@ -92,11 +98,6 @@ void EventXml::State::onText(void *context, const xmlChar *text, int length)
     }
 }
 
-void EventXml::FreeContext::operator()(_xmlParserCtxt *context) const
-{
-    xmlFreeParserCtxt(context);
-}
-
 EventXml::EventXml() : state_(std::make_unique<State>()) {}
 
 EventXml::~EventXml() = default;
@@ -115,19 +116,20 @@ void EventXml::begin()
     state_->depth = 0;
     state_->text = nullptr;
     served_ = 0;
-    context_.reset(xmlCreatePushParserCtxt(&handler, state_.get(), nullptr, 0, nullptr));
-    if (context_ == nullptr) {
+    state_->context.reset(xmlCreatePushParserCtxt(&handler, state_.get(), nullptr, 0, nullptr));
+    if (state_->context == nullptr) {
         throw std::bad_alloc();
     }
     // NOENT makes the values of attributes come with their references resolved. HUGE lifts limits that a
     // document without an end would reach.
-    xmlCtxtUseOptions(context_.get(), XML_PARSE_NOENT | XML_PARSE_NONET | XML_PARSE_HUGE);
+    xmlCtxtUseOptions(state_->context.get(), XML_PARSE_NOENT | XML_PARSE_NONET | XML_PARSE_HUGE);
     feed(kDocumentStart);
 }
 
 bool EventXml::feed(std::string_view bytes)
 {
-    return xmlParseChunk(context_.get(), bytes.data(), static_cast<int>(bytes.size()), 0) == XML_ERR_OK;
+    return xmlParseChunk(state_->context.get(), bytes.data(), static_cast<int>(bytes.size()), 0) ==
+           XML_ERR_OK;
 }
 
 bool EventXml::read(std::string_view event, EventElements &out)
@@ -138,13 +140,13 @@ bool EventXml::read(std::string_view event, EventElements &out)
     }
     text_.clear();
     appendXmlText(event, text_);
-    if (context_ == nullptr || served_ >= kEventsInDocument) {
+    if (state_->context == nullptr || served_ >= kEventsInDocument) {
         begin();
     }
     state_->out = &out;
     ++served_;
     if (!feed(text_) || state_->depth != kInDocument) {
-        context_.reset();
+        state_->context.reset();
         return false;
     }
     return true;

@@ -4,8 +4,6 @@
 
 #include <memory>
 
-struct _xmlParserCtxt;
-
 namespace velmox {
 
 /// Reads single events of XML. They go one after another into one document that never ends, as making a
@@ -23,16 +21,11 @@ public:
 
 private:
     struct State;
-    struct FreeContext
-    {
-        void operator()(_xmlParserCtxt *context) const;
-    };
 
     void begin();
     bool feed(std::string_view bytes);
 
     std::unique_ptr<State> state_;
-    std::unique_ptr<_xmlParserCtxt, FreeContext> context_;
     std::string text_;
     unsigned served_ = 0;
 };
