@@ -1,12 +1,12 @@
 #include "bench/store.h"
 
 #include "bench/program.h"
-#include "conf/mapper/conf_read_counters.h"
-#include "conf/property_pages.h"
-#include "util/file_copy.h"
-#include "util/file_descriptor.h"
-#include "util/file_system.h"
-#include "util/logger.h"
+#include "conf/file/conf_read_counters.h"
+#include "conf/pages/property_pages.h"
+#include "util/files/file_copy.h"
+#include "util/files/file_descriptor.h"
+#include "util/files/file_system.h"
+#include "util/log/logger.h"
 
 #include <stdexcept>
 
@@ -134,7 +134,8 @@ void readType(const ConfContext &context)
     Stanzas stanzas;
     PropertyPages::get(kType, context)->enumerateStanzasWithPrefix("", stanzas, DisabledMode::All);
     if (stanzas.size() != kApps * (kDefaultStanzas + 1)) {
-        throw std::runtime_error(Str::fromFormat("%zu stanzas were read", stanzas.size()).c_str());
+        throw std::runtime_error(
+            Str::fromFormat("%u stanzas were read", static_cast<unsigned>(stanzas.size())).c_str());
     }
 }
 

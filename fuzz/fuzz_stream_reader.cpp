@@ -4,8 +4,8 @@
 #include "companion/stream/stream_reader.h"
 #include "fuzz/fuzz_target.h"
 #include "fuzz/xml_judge.h"
-#include "pipeline/input/event_stream_writer.h"
-#include "util/str_segment.h"
+#include "pipeline/input/events/event_stream_writer.h"
+#include "util/text/str_segment.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "companion/events/event_fields.h"
-#include "util/regex.h"
+#include "util/match/regex.h"
 
 #include <string>
 #include <vector>

@@ -1,6 +1,6 @@
 #include "companion/events/terminal.h"
-#include "util/wide_str.h"
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
+#include "util/text/wide_str.h"
 
 #include <cstdlib>
 #include <fcntl.h>

@@ -2,8 +2,8 @@
 
 #ifdef _WIN32
 
-#include "util/str.h"
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
+#include "util/text/str.h"
 
 int wmain(int count, wchar_t **arguments)
 {

@@ -1,6 +1,6 @@
 #include "companion/stream/xml_text.h"
 
-#include "util/code_point.h"
+#include "util/text/code_point.h"
 
 #include <array>
 

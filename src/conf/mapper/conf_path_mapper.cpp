@@ -2,14 +2,14 @@
 
 #include "conf/mapper/conf_file_reader.h"
 #include "conf/mapper/conf_path_mapper_log.h"
-#include "util/directory_listing.h"
+#include "util/files/directory_listing.h"
 
 namespace velmox {
 
 Logger confPathMapperLog("ConfPathMapper");
 
 ConfPathMapper::ConfPathMapper(const BundleHandlerData &data)
-    : LazyConfPathMapper(data, confPathMapperLog, "ConfPathMapper")
+    : LazyConfPathMapper(data, confPathMapperLog, "ConfPathMapper", data.path.basename() == u"local")
 {
     listTypes();
 }

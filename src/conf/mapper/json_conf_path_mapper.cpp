@@ -1,12 +1,12 @@
 #include "conf/mapper/json_conf_path_mapper.h"
 
-#include "conf/conf_path.h"
-#include "conf/conf_path_traversal.h"
 #include "conf/mapper/object_file_io.h"
-#include "conf/setup/in_memory_only.h"
-#include "util/directory_listing.h"
-#include "util/file_system.h"
-#include "util/logger.h"
+#include "conf/root/in_memory_only.h"
+#include "conf/store/conf_path.h"
+#include "conf/store/conf_path_traversal.h"
+#include "util/files/directory_listing.h"
+#include "util/files/file_system.h"
+#include "util/log/logger.h"
 
 #include <algorithm>
 #include <mutex>
@@ -17,6 +17,14 @@ namespace {
 
 Logger jsonLog("JSONConfPathMapper");
 
+/// Whether a directory below the app's is named "local": objects lie some levels below it.
+bool liesInLocal(const Pathname &path, const Pathname &rootDirectory)
+{
+    std::vector<Pathname> below;
+    Pathname(path.substr(std::min(path.size(), rootDirectory.size()))).split(below);
+    return std::find(below.begin(), below.end(), u"local") != below.end();
+}
+
 } // namespace
 
 JSONConfPathMapper::JSONConfPathMapper(const BundleHandlerData &data)
@@ -25,7 +33,7 @@ JSONConfPathMapper::JSONConfPathMapper(const BundleHandlerData &data)
 }
 
 JSONConfPathMapper::JSONConfPathMapper(const BundleHandlerData &data, Logger &log, const Form &form)
-    : LazyConfPathMapper(data, log, form.className), form_(form)
+    : LazyConfPathMapper(data, log, form.className, liesInLocal(data.path, data.rootDirectory)), form_(form)
 {
     for (const Str &type : listTypes()) {
         types_.try_emplace(type);

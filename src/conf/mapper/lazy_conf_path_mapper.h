@@ -1,8 +1,8 @@
 #pragma once
 
-#include "conf/conf_lock.h"
+#include "conf/ground/conf_lock.h"
 #include "conf/mapper/i_conf_path_mapper.h"
-#include "conf/setup/bundle_handler_data.h"
+#include "conf/root/bundle_handler_data.h"
 
 #include <map>
 
@@ -31,8 +31,9 @@ protected:
         ConfTypeState state;
     };
 
-    /// `className` names the mapper and must outlive it.
-    LazyConfPathMapper(const BundleHandlerData &data, Logger &log, const char *className);
+    /// `className` names the mapper and must outlive it. `isLocal` says whether what is read can be removed:
+    /// what it covers comes to light then.
+    LazyConfPathMapper(const BundleHandlerData &data, Logger &log, const char *className, bool isLocal);
 
     /// Whether a part can name a file or directory: one that stays where it is put, and no device or stream.
     static bool isFileName(const Str &part);

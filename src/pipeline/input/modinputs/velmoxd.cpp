@@ -1,14 +1,15 @@
-#include "conf/property_pages.h"
-#include "conf/setup/application_manager.h"
-#include "conf/setup/shared_conf_services.h"
+#include "conf/pages/property_pages.h"
+#include "conf/store/application_manager.h"
+#include "conf/store/shared_conf_services.h"
 #include "pipeline/input/modinputs/modinputs_helper_thread.h"
 #include "pipeline/input/modinputs/velmoxd_command_line.h"
-#include "util/crash_log.h"
-#include "util/environment.h"
-#include "util/loader_info.h"
-#include "util/logger.h"
-#include "util/thread.h"
-#include "util/windows_api.h"
+#include "util/crash/crash_log.h"
+#include "util/log/logger.h"
+#include "util/process/loader_info.h"
+#include "util/system/environment.h"
+#include "util/system/program_version.h"
+#include "util/system/windows_api.h"
+#include "util/thread/thread.h"
 
 #include <cstdio>
 #include <fcntl.h>
@@ -112,6 +113,10 @@ int runVelmoxd(const wchar_t *const *arguments)
     StrVector words;
     for (const wchar_t *const *word = arguments + 1; *word != nullptr; ++word) {
         words.push_back(Str::fromUtf16(asUtf16(*word)));
+    }
+    if (words == StrVector{"--version"}) {
+        std::printf("velmoxd %s\n", ProgramVersion::ofThisProgram().text().c_str());
+        return kSuccess;
     }
     const std::optional<VelmoxdCommandLine> options = readVelmoxdCommandLine(words);
     if (!options) {
