@@ -35,7 +35,7 @@ const charts = (() => {
             const button = element("button", undefined, {type: "button"});
             const swatch = element("span", "", {className: "swatch"});
             swatch.style.background = kColours[at];
-            button.append(swatch, shortName(model.strings[string]) || "(none)", " ",
+            button.append(swatch, shortName(model.strings[string]) || "(no program)", " ",
                           element("span", grouped(count), {className: "number"}));
             button.setAttribute("aria-pressed", String(model.selection[chart.name] === string));
             button.addEventListener("click", () => page.toggle(chart.name, string));
@@ -67,6 +67,7 @@ const charts = (() => {
                 delete options.file;
                 chart.graph = new Dygraph(chart.box, file, {
                     ...options, stackedGraph: true, stepPlot: true, fillGraph: true, fillAlpha: 0.7, strokeWidth: 1,
+                    axes: {y: {axisLabelFormatter: (count) => Number.isInteger(count) ? grouped(count) : ""}},
                     labelsUTC: true, legend: "never", includeZero: true, axisLabelFontSize: 12,
                     highlightCircleSize: 0, zoomCallback: (from, to) => page.zoom(from, to),
                 });

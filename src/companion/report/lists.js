@@ -10,7 +10,7 @@ const lists = (() => {
         const most = ranking.length > 0 ? ranking[0][1] : 1;
         document.getElementById("processes").replaceChildren(...ranking.map(([string, count]) => {
             const button = element("button", undefined, {type: "button", title: model.strings[string]});
-            button.append(shortName(model.strings[string]) || "(not known)", " ",
+            button.append(shortName(model.strings[string]) || "(no program)", " ",
                           element("span", grouped(count), {className: "number"}));
             button.setAttribute("aria-pressed", String(model.selection.process === string));
             button.addEventListener("click", () => page.toggle("process", string));

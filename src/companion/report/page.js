@@ -18,7 +18,7 @@ const page = (() => {
         const {operation, process, key, text, from, to} = model.selection;
         const chips = [];
         if (operation !== null) chips.push(chip(model.strings[operation], {operation: null}));
-        if (process !== null) chips.push(chip(shortName(model.strings[process]) || "(not known)", {process: null}));
+        if (process !== null) chips.push(chip(shortName(model.strings[process]) || "(no program)", {process: null}));
         if (key !== null) chips.push(chip(key, {key: null}));
         if (text !== "") chips.push(chip(`\u201c${text}\u201d`, {text: ""}));
         if (from > -Infinity || to < Infinity) chips.push(chip("a part of the time", {from: -Infinity, to: Infinity}));

@@ -155,6 +155,18 @@ def typing_filters(browser):
     browser.click("#reset")
 
 
+def a_drag_zooms(browser):
+    chart = {ELEMENT: browser.find("#process-chart")}
+    moves = [{"type": "pointerMove", "origin": chart, "x": -200, "y": 0}, {"type": "pointerDown", "button": 0},
+             {"type": "pointerMove", "origin": chart, "x": 200, "y": 0, "duration": 100}, {"type": "pointerUp", "button": 0}]
+    browser.call("POST", "/actions", {"actions": [{"type": "pointer", "id": "mouse", "actions": moves}]})
+    shown = int(browser.text("#count").split()[0])
+    if not 50 < shown < 150:
+        raise AssertionError(f"{shown} events after a drag over a third of the chart")
+    browser.click("#chips button")
+    expect(browser.text("#count"), "301 of 301 events")
+
+
 def keys_zoom_and_move(browser):
     browser.type("#operation-chart", "+")
     shown = int(browser.text("#count").split()[0])
@@ -215,7 +227,7 @@ browser = Browser()
 failed = 0
 try:
     browser.open(SMALL)
-    for check in (counts_are_right, a_click_filters, typing_filters, keys_zoom_and_move, markup_stays_text,
+    for check in (counts_are_right, a_click_filters, typing_filters, a_drag_zooms, keys_zoom_and_move, markup_stays_text,
                   pictures_of_both_themes, many_events_are_quick, no_errors):
         try:
             check(browser)
