@@ -46,3 +46,9 @@ else()
     target_include_directories(velmox::xml2 INTERFACE /usr/include/libxml2)
     target_link_libraries(velmox::xml2 INTERFACE xml2)
 endif()
+
+# Headers alone, the same for both; in a folder of their own, as the cross compiler must not see the system's.
+file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/include)
+file(CREATE_LINK /usr/include/nlohmann ${CMAKE_BINARY_DIR}/include/nlohmann SYMBOLIC)
+add_library(velmox::json INTERFACE IMPORTED)
+target_include_directories(velmox::json INTERFACE ${CMAKE_BINARY_DIR}/include)

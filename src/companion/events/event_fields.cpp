@@ -1,0 +1,160 @@
+#include "companion/events/event_fields.h"
+
+#include "companion/events/timestamp.h"
+#include "companion/stream/registry_path.h"
+#include "companion/stream/value_text.h"
+
+#include <algorithm>
+
+namespace velmox {
+
+namespace {
+
+struct FieldRow
+{
+    std::string_view name;
+    FieldForm form = FieldForm::Text;
+};
+
+// In the order of `Field`.
+constexpr std::array<FieldRow, kFieldCount> kFields{{
+    {"@timestamp"},
+    {"ecs.version"},
+    {"event.kind"},
+    {"event.category", FieldForm::List},
+    {"event.type", FieldForm::List},
+    {"event.action"},
+    {"event.outcome"},
+    {"event.code"},
+    {"message"},
+    {"process.pid", FieldForm::Number},
+    {"process.executable"},
+    {"process.name"},
+    {"registry.path"},
+    {"registry.hive"},
+    {"registry.key"},
+    {"registry.value"},
+    {"registry.data.type"},
+    {"registry.data.strings", FieldForm::List},
+    {"labels.stanza"},
+    {"labels.index"},
+    {"host.name"},
+}};
+
+struct OperationRow
+{
+    std::string_view name;
+    std::string_view type;
+    /// What its path leads to: always a value, or one when data comes with it.
+    bool isOnValue = false;
+    bool mayBeOnValue = false;
+};
+
+constexpr OperationRow kOperations[] = {
+    {"SetValue", "change", true}, {"CreateKey", "creation"},           {"OpenKey", "access"},
+    {"CloseKey", "access"},       {"QueryKey", "access", false, true}, {"DeleteKey", "deletion", false, true},
+    {"RenameKey", "change"},      {"baseline", "info", true},
+};
+
+constexpr OperationRow kOtherOperation = {"", ""};
+
+const OperationRow &operationRow(std::string_view name)
+{
+    const auto *const row = std::ranges::find(kOperations, name, &OperationRow::name);
+    return row == std::end(kOperations) ? kOtherOperation : *row;
+}
+
+/// A key has no type, so where there is one the operation was on a value.
+bool hasValueType(const StreamEvent &event)
+{
+    return event.dataType != "REG_NONE" && event.dataType != "REG_SD";
+}
+
+} // namespace
+
+std::string_view fieldName(Field field)
+{
+    return kFields[static_cast<std::size_t>(field)].name;
+}
+
+FieldForm fieldForm(Field field)
+{
+    return kFields[static_cast<std::size_t>(field)].form;
+}
+
+std::optional<Field> findField(std::string_view name)
+{
+    const auto *const row = std::ranges::find(kFields, name, &FieldRow::name);
+    if (row == kFields.end()) {
+        return std::nullopt;
+    }
+    return static_cast<Field>(row - kFields.begin());
+}
+
+std::span<const std::string_view> EventFields::texts(Field field) const
+{
+    if (field == Field::Strings) {
+        return strings_;
+    }
+    const std::string_view &text = texts_[static_cast<std::size_t>(field)];
+    return {&text, text.empty() ? std::size_t{0} : std::size_t{1}};
+}
+
+void EventFields::read(const StreamEvent &event)
+{
+    texts_ = {};
+    set(Field::Timestamp, writeTimestamp(event.time, event.localTime, timestamp_));
+    set(Field::SchemaVersion, "8.11.0");
+    set(Field::Kind, event.isBaseline() ? "state" : "event");
+    set(Field::Category, "registry");
+    set(Field::Action, event.operation);
+    set(Field::DataType, event.dataType);
+    set(Field::Stanza, event.stanza);
+    set(Field::Index, event.index);
+    set(Field::Host, event.host);
+    readStatus(event);
+    readProcess(event);
+    readPath(event);
+    readValueStrings(event.dataType, event.data, strings_);
+}
+
+void EventFields::readStatus(const StreamEvent &event)
+{
+    if (event.isBaseline()) {
+        return;
+    }
+    const std::size_t end = event.status.find(')');
+    if (!event.status.starts_with('(') || end == std::string_view::npos) {
+        set(Field::Outcome, "unknown");
+        set(Field::Message, event.status);
+        return;
+    }
+    const std::string_view number = event.status.substr(1, end - 1);
+    // Statuses below zero are warnings and errors.
+    set(Field::Outcome, number.starts_with('-') ? "failure" : "success");
+    set(Field::Code, number);
+    set(Field::Message, event.status.substr(end + 1));
+}
+
+void EventFields::readProcess(const StreamEvent &event)
+{
+    set(Field::Pid, event.pid);
+    if (event.processImage != "N/A") {
+        set(Field::Executable, event.processImage);
+        set(Field::ProcessName, lastComponent(event.processImage));
+    }
+}
+
+void EventFields::readPath(const StreamEvent &event)
+{
+    const OperationRow &operation = operationRow(event.operation);
+    const bool hasValue = operation.isOnValue || (operation.mayBeOnValue && hasValueType(event));
+    const RegistryPath path = splitRegistryPath(event.keyPath, hasValue);
+    set(Field::Type, operation.type);
+    set(Field::Path, event.keyPath);
+    set(Field::Hive, path.hive);
+    set(Field::Key, path.key);
+    set(Field::Value, path.value);
+}
+
+} // namespace velmox

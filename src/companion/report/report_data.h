@@ -1,0 +1,36 @@
+#pragma once
+
+#include "companion/events/event_fields.h"
+
+#include <array>
+#include <deque>
+#include <string>
+#include <unordered_map>
+
+namespace velmox {
+
+/// Gathers events for the page: each text once, and columns of numbers that say which text stands where. So a
+/// page of hundreds of thousands of events stays small, and is quick to search.
+class ReportData
+{
+public:
+    void add(const StreamEvent &event, const EventFields &fields);
+
+    /// JSON without a `<`, so that nothing in it can end the element that it stands in.
+    std::string json() const;
+
+private:
+    static constexpr std::size_t kColumnCount = 10;
+
+    std::uint32_t numberOf(std::string_view text);
+
+    /// A deque, as its texts stay where they are.
+    std::deque<std::string> texts_;
+    std::unordered_map<std::string_view, std::uint32_t> numbers_;
+    std::array<std::vector<std::uint32_t>, kColumnCount> columns_;
+    /// Milliseconds since the event before.
+    std::vector<std::int64_t> times_;
+    std::int64_t last_ = 0;
+};
+
+} // namespace velmox

@@ -1,0 +1,155 @@
+#include "companion/stream/event_xml.h"
+
+#include "companion/stream/xml_text.h"
+
+#include <libxml/parser.h>
+
+namespace velmox {
+
+namespace {
+
+/// The parser keeps every name that it meets; a new one from time to time bounds that.
+constexpr unsigned kEventsInDocument = 10000;
+constexpr std::string_view kDocumentStart = "<stream>";
+constexpr int kInDocument = 1;
+constexpr int kInEvent = 2;
+
+struct Element
+{
+    std::string_view name;
+    std::string EventElements::*text;
+};
+
+constexpr Element kElements[] = {
+    {"time", &EventElements::time},
+    {"data", &EventElements::data},
+    {"host", &EventElements::host},
+    {"index", &EventElements::index},
+};
+
+struct FreeContext
+{
+    void operator()(xmlParserCtxt *context) const { xmlFreeParserCtxt(context); }
+};
+
+std::string_view viewOf(const xmlChar *text)
+{
+    return reinterpret_cast<const char *>(text);
+}
+
+} // namespace
+
+struct EventXml::State
+{
+    std::unique_ptr<xmlParserCtxt, FreeContext> context;
+    EventElements *out = nullptr;
+    /// Where the text of the element that is open goes; null when it is of no interest.
+    std::string *text = nullptr;
+    int depth = 0;
+
+    static State &of(void *context) { return *static_cast<State *>(context); }
+    static void onStart(void *context, const xmlChar *name, const xmlChar *, const xmlChar *, int,
+                        const xmlChar **, int attributeCount, int, const xmlChar **attributes);
+    static void onEnd(void *context, const xmlChar *, const xmlChar *, const xmlChar *);
+    static void onText(void *context, const xmlChar *text, int length);
+    void readAttributes(int count, const xmlChar **attributes) const;
+};
+
+void EventXml::State::readAttributes(int count, const xmlChar **attributes) const
+{
+    // Of each: name, prefix, namespace, and begin and end of the value.
+    for (const xmlChar **at = attributes; at != attributes + 5 * count; at += 5) {
+        if (viewOf(at[0]) == "stanza") {
+            out->stanza.assign(reinterpret_cast<const char *>(at[3]), reinterpret_cast<const char *>(at[4]));
+        }
+    }
+}
+
+void EventXml::State::onStart(void *context, const xmlChar *name, const xmlChar *, const xmlChar *, int,
+                              const xmlChar **, int attributeCount, int, const xmlChar **attributes)
+{
+    State &state = of(context);
+    state.text = nullptr;
+    if (state.depth == kInDocument) {
+        state.readAttributes(attributeCount, attributes);
+    } else if (state.depth == kInEvent) {
+        for (const Element &element : kElements) {
+            if (element.name == viewOf(name)) {
+                state.text = &(state.out->*element.text);
+                state.text->clear();
+            }
+        }
+    }
+    ++state.depth;
+}
+
+void EventXml::State::onEnd(void *context, const xmlChar *, const xmlChar *, const xmlChar *)
+{
+    State &state = of(context);
+    state.text = nullptr;
+    --state.depth;
+}
+
+void EventXml::State::onText(void *context, const xmlChar *text, int length)
+{
+    const State &state = of(context);
+    if (state.text != nullptr) {
+        state.text->append(reinterpret_cast<const char *>(text), static_cast<std::size_t>(length));
+    }
+}
+
+EventXml::EventXml() : state_(std::make_unique<State>()) {}
+
+EventXml::~EventXml() = default;
+
+void EventXml::begin()
+{
+    xmlSAXHandler handler = {};
+    handler.initialized = XML_SAX2_MAGIC;
+    handler.startElementNs = State::onStart;
+    handler.endElementNs = State::onEnd;
+    handler.characters = State::onText;
+    handler.ignorableWhitespace = State::onText;
+    handler.cdataBlock = State::onText;
+    // Anything, so that the parser reports nothing by itself.
+    handler.serror = [](void *, auto *) {};
+    state_->depth = 0;
+    state_->text = nullptr;
+    served_ = 0;
+    state_->context.reset(xmlCreatePushParserCtxt(&handler, state_.get(), nullptr, 0, nullptr));
+    if (state_->context == nullptr) {
+        throw std::bad_alloc();
+    }
+    // NOENT makes the values of attributes come with their references resolved. HUGE lifts limits that a
+    // document without an end would reach.
+    xmlCtxtUseOptions(state_->context.get(), XML_PARSE_NOENT | XML_PARSE_NONET | XML_PARSE_HUGE);
+    feed(kDocumentStart);
+}
+
+bool EventXml::feed(std::string_view bytes)
+{
+    return xmlParseChunk(state_->context.get(), bytes.data(), static_cast<int>(bytes.size()), 0) ==
+           XML_ERR_OK;
+}
+
+bool EventXml::read(std::string_view event, EventElements &out)
+{
+    out.stanza.clear();
+    for (const Element &element : kElements) {
+        (out.*element.text).clear();
+    }
+    text_.clear();
+    appendXmlText(event, text_);
+    if (state_->context == nullptr || served_ >= kEventsInDocument) {
+        begin();
+    }
+    state_->out = &out;
+    ++served_;
+    if (!feed(text_) || state_->depth != kInDocument) {
+        state_->context.reset();
+        return false;
+    }
+    return true;
+}
+
+} // namespace velmox

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace velmox {
+
+/// The parts of a `key_path`: views into it, but for the hive, whose text is constant.
+struct RegistryPath
+{
+    /// HKLM, HKU, HKCU or HKCC; empty for another root.
+    std::string_view hive;
+    /// Below the hive, without a backslash at either end; the whole path below another root.
+    std::string_view key;
+    /// Empty where the path is that of a key, and for the value without a name.
+    std::string_view value;
+};
+
+/// Splits a short path (`HKLM\...`) or one of the kernel (`\REGISTRY\MACHINE\...`); case does not count. With
+/// `hasValue` the last component is the name of a value: the names of values may hold backslashes too, and
+/// the path does not tell.
+RegistryPath splitRegistryPath(std::string_view path, bool hasValue);
+
+/// The path in the form under which equal paths are equal: short, in lower case for ASCII.
+std::string comparableRegistryPath(std::string_view path);
+
+/// Behind the last backslash or slash.
+std::string_view lastComponent(std::string_view path);
+
+} // namespace velmox
