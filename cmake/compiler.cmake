@@ -9,9 +9,7 @@ option(VELMOX_FUZZ "Instrumentation for libFuzzer, and its programs alone (fuzz 
 
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM)
-    # Results are shared between checkouts. pch_defines and time_macros: ccache refuses precompiled headers without them.
-    set(launcher ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1
-        CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE_PROGRAM})
+    set(launcher ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/cmake/launch)
     set(CMAKE_C_COMPILER_LAUNCHER ${launcher})
     set(CMAKE_CXX_COMPILER_LAUNCHER ${launcher})
 endif()

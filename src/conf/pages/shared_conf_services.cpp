@@ -3,6 +3,7 @@
 #include "conf/root/path_forms.h"
 #include "util/log/logger.h"
 #include "util/process/loader_info.h"
+#include "util/system/windows_api.h"
 #include "util/time/timeval.h"
 
 #include <mutex>

@@ -3,6 +3,7 @@
 #include "conf/ground/reserved_name.h"
 #include "conf/root/conf_settings.h"
 #include "conf/root/sentinel_scope.h"
+#include "util/files/file_star.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"
 #include "util/text/base_exception.h"
