@@ -1,5 +1,5 @@
 // The start of a program that asks for the boot mode, as the monitor has to.
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
 
 int main()
 {

@@ -3,7 +3,7 @@
 //     bench_reference events FILE     writes the events of a file one by one, each flushed
 //     bench_reference walk            reads every key and value of HKEY_LOCAL_MACHINE
 
-#include "util/owned_handle.h"
+#include "util/system/owned_handle.h"
 
 #include <cstdio>
 #include <cstring>

@@ -1,9 +1,9 @@
 // What a log call costs: below its threshold, and written to a file against the same bytes by bare WriteFile
 // calls. Quote the ratios of one run; the times are this machine's of this moment.
-#include "util/file_descriptor.h"
-#include "util/file_system.h"
-#include "util/logger.h"
-#include "util/windows_api.h"
+#include "util/files/file_descriptor.h"
+#include "util/files/file_system.h"
+#include "util/log/logger.h"
+#include "util/system/windows_api.h"
 
 #include <algorithm>
 #include <chrono>

@@ -11,7 +11,7 @@
 #include "bench/process_table.h"
 #include "bench/store.h"
 #include "testbed/driver_service.h"
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
 
 #include <algorithm>
 #include <cstdio>

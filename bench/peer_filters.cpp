@@ -1,5 +1,5 @@
 #include "bench/peers.h"
-#include "pipeline/input/event_filters.h"
+#include "pipeline/input/rules/event_filters.h"
 
 #include <memory>
 #include <pcre.h>

@@ -1,6 +1,6 @@
 #include "bench/peers.h"
-#include "util/log_loader.h"
-#include "util/logger.h"
+#include "util/log/log_loader.h"
+#include "util/log/logger.h"
 
 #include <fcntl.h>
 #include <filesystem>

@@ -1,5 +1,5 @@
 #include "bench/peers.h"
-#include "pipeline/input/xml_streaming_parser.h"
+#include "pipeline/input/xml/xml_streaming_parser.h"
 #include "tests/e2e/input_document.h"
 
 #include <algorithm>

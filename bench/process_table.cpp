@@ -1,7 +1,7 @@
 #include "bench/process_table.h"
 
 #include "bench/program.h"
-#include "pipeline/input/process_image_table.h"
+#include "pipeline/input/events/process_image_table.h"
 
 namespace velmox::bench {
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "testbed/driver_control.h"
-#include "util/owned_handle.h"
-#include "util/str.h"
+#include "util/system/owned_handle.h"
+#include "util/text/str.h"
 
 #include <cstdint>
 

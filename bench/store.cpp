@@ -1,12 +1,12 @@
 #include "bench/store.h"
 
 #include "bench/program.h"
-#include "conf/mapper/conf_read_counters.h"
-#include "conf/property_pages.h"
-#include "util/file_copy.h"
-#include "util/file_descriptor.h"
-#include "util/file_system.h"
-#include "util/logger.h"
+#include "conf/file/conf_read_counters.h"
+#include "conf/pages/property_pages.h"
+#include "util/files/file_copy.h"
+#include "util/files/file_descriptor.h"
+#include "util/files/file_system.h"
+#include "util/log/logger.h"
 
 #include <stdexcept>
 

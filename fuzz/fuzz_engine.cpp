@@ -1,5 +1,5 @@
 #include "fuzz/fuzz_target.h"
-#include "util/log_system.h"
+#include "util/log/log_system.h"
 
 /// What libFuzzer calls; the program links one target alone.
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, std::size_t size);

@@ -1,8 +1,8 @@
 #include "fuzz/fuzz_target.h"
 #include "fuzz/xml_judge.h"
-#include "pipeline/input/event_stream_writer.h"
-#include "pipeline/input/value_rendering.h"
-#include "util/str_segment.h"
+#include "pipeline/input/events/event_stream_writer.h"
+#include "pipeline/input/events/value_rendering.h"
+#include "util/text/str_segment.h"
 
 #include <cstring>
 

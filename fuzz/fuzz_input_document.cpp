@@ -1,8 +1,8 @@
 #include "fuzz/fuzz_target.h"
-#include "pipeline/input/config_xml_streaming_parser.h"
+#include "pipeline/input/diagnostics/modular_inputs_exception.h"
 #include "pipeline/input/modinputs/input_document.h"
-#include "pipeline/input/modular_inputs_exception.h"
-#include "util/wide_str.h"
+#include "pipeline/input/xml/config_xml_streaming_parser.h"
+#include "util/text/wide_str.h"
 
 #include <libxml/parser.h>
 

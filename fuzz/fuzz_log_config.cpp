@@ -1,6 +1,6 @@
 #include "fuzz/fuzz_target.h"
-#include "util/log_config.h"
-#include "util/log_layout.h"
+#include "util/log/log_config.h"
+#include "util/log/log_layout.h"
 
 namespace velmox::fuzz {
 namespace {

@@ -1,7 +1,7 @@
 #include "fuzz/fuzz_target.h"
-#include "util/literal_prefix.h"
-#include "util/regex.h"
-#include "util/string_filters.h"
+#include "util/match/literal_prefix.h"
+#include "util/match/regex.h"
+#include "util/match/string_filters.h"
 
 namespace velmox::fuzz {
 namespace {

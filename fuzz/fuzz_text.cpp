@@ -1,5 +1,5 @@
 #include "fuzz/fuzz_target.h"
-#include "util/split_acceptor.h"
+#include "util/text/split_acceptor.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -1,6 +1,6 @@
-#include "conf/setup/time_with_unit.h"
+#include "conf/root/time_with_unit.h"
 #include "fuzz/fuzz_target.h"
-#include "util/time_formatter.h"
+#include "util/time/time_formatter.h"
 
 #include <cstring>
 

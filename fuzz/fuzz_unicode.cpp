@@ -1,6 +1,6 @@
 #include "fuzz/fuzz_target.h"
 #include "tests/support/memory_stream.h"
-#include "util/wide_str.h"
+#include "util/text/wide_str.h"
 
 namespace velmox::fuzz {
 namespace {

@@ -1,8 +1,8 @@
 #include "fuzz/fuzz_target.h"
-#include "pipeline/input/drive_map.h"
-#include "pipeline/input/hive_names.h"
-#include "pipeline/input/status_texts.h"
-#include "pipeline/input/value_rendering.h"
+#include "pipeline/input/events/status_texts.h"
+#include "pipeline/input/events/value_rendering.h"
+#include "pipeline/input/rules/drive_map.h"
+#include "pipeline/input/rules/hive_names.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,5 +1,5 @@
 #include "fuzz/fuzz_target.h"
-#include "pipeline/input/xml_streaming_parser.h"
+#include "pipeline/input/xml/xml_streaming_parser.h"
 
 namespace velmox::fuzz {
 namespace {

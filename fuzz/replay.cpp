@@ -1,5 +1,5 @@
 #include "fuzz/fuzz_target.h"
-#include "util/log_system.h"
+#include "util/log/log_system.h"
 
 #include <algorithm>
 #include <filesystem>

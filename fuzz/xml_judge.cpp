@@ -1,6 +1,6 @@
 #include "fuzz/xml_judge.h"
 
-#include "util/wide_str.h"
+#include "util/text/wide_str.h"
 
 #include <libxml/parser.h>
 #include <memory>

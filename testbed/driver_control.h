@@ -2,7 +2,7 @@
 
 #include "testbed/driver/test_control.h"
 #include "testbed/record_builder.h"
-#include "util/owned_handle.h"
+#include "util/system/owned_handle.h"
 
 #include <chrono>
 #include <functional>

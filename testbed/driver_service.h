@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/owned_handle.h"
+#include "util/system/owned_handle.h"
 
 namespace velmox::testbed {
 

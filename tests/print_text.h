@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/str.h"
-#include "util/wide_str.h"
+#include "util/text/str.h"
+#include "util/text/wide_str.h"
 
 #include <ostream>
 

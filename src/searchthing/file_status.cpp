@@ -1,6 +1,6 @@
 #include "searchthing/file_status.h"
 
-#include "util/file_time.h"
+#include "util/time/file_time.h"
 
 namespace velmox {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/pathname.h"
-#include "util/timeval.h"
+#include "util/text/pathname.h"
+#include "util/time/timeval.h"
 
 #include <cstdint>
 

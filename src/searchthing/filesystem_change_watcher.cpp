@@ -1,6 +1,6 @@
 #include "searchthing/filesystem_change_watcher.h"
 
-#include "util/directory_listing.h"
+#include "util/files/directory_listing.h"
 
 namespace velmox {
 

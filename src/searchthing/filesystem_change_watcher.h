@@ -1,7 +1,7 @@
 #pragma once
 
 #include "searchthing/watched_file_state.h"
-#include "util/timeout.h"
+#include "util/time/timeout.h"
 
 #include <map>
 #include <memory>

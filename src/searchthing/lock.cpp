@@ -1,10 +1,10 @@
 #include "searchthing/lock.h"
 
 #include "searchthing/osfile.h"
-#include "util/file_descriptor.h"
-#include "util/file_system.h"
-#include "util/last_error_keeper.h"
-#include "util/random_hex.h"
+#include "util/files/file_descriptor.h"
+#include "util/files/file_system.h"
+#include "util/system/last_error_keeper.h"
+#include "util/system/random_hex.h"
 
 namespace velmox {
 

@@ -1,8 +1,8 @@
 #include "searchthing/osfile.h"
 
-#include "util/file_descriptor.h"
-#include "util/file_system.h"
-#include "util/last_error_keeper.h"
+#include "util/files/file_descriptor.h"
+#include "util/files/file_system.h"
+#include "util/system/last_error_keeper.h"
 
 #include <winsock2.h>
 

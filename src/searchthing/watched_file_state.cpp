@@ -1,7 +1,7 @@
 #include "searchthing/watched_file_state.h"
 
 #include "searchthing/filesystem_change_watcher.h"
-#include "util/owned_handle.h"
+#include "util/system/owned_handle.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "searchthing/file_status.h"
-#include "util/timeout.h"
+#include "util/time/timeout.h"
 
 namespace velmox {
 

@@ -3,7 +3,7 @@
 // Prints its process number, then does nothing until its standard input ends: the process that a monitor
 // watches when its starter is no Windows program.
 
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
 
 #include <cstdio>
 

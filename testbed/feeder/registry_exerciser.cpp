@@ -5,8 +5,8 @@
 // exit code is 0 if every call succeeded.
 
 #include "testbed/record_builder.h"
-#include "util/library_routine.h"
-#include "util/windows_api.h"
+#include "util/system/library_routine.h"
+#include "util/system/windows_api.h"
 
 #include <charconv>
 #include <cstdio>

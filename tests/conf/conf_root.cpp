@@ -1,10 +1,10 @@
 #include "tests/conf/conf_root.h"
 
-#include "conf/setup/conf_path_mapper_manager.h"
-#include "conf/setup/shared_conf_services.h"
+#include "conf/store/conf_path_mapper_manager.h"
+#include "conf/store/shared_conf_services.h"
 #include "searchthing/filesystem_change_watcher.h"
-#include "util/clock.h"
-#include "util/environment.h"
+#include "util/system/environment.h"
+#include "util/time/clock.h"
 
 namespace velmox::testing {
 

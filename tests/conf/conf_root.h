@@ -1,13 +1,13 @@
 #pragma once
 
-#include "conf/conf_path.h"
 #include "conf/mapper/i_conf_path_mapper.h"
-#include "conf/property_pages.h"
-#include "conf/setup/bundles_setup.h"
+#include "conf/pages/property_pages.h"
+#include "conf/root/bundles_setup.h"
+#include "conf/store/conf_path.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/scoped_folder.h"
-#include "util/file_system.h"
-#include "util/loader_info.h"
+#include "util/files/file_system.h"
+#include "util/process/loader_info.h"
 
 #include <utility>
 

@@ -1,7 +1,7 @@
 #include "tests/e2e/monitor_test.h"
 #include "tests/support/pseudo_console.h"
 #include "tests/support/scoped_folder.h"
-#include "util/file_system.h"
+#include "util/files/file_system.h"
 
 namespace velmox::e2e {
 namespace {

@@ -1,16 +1,16 @@
-#include "conf/conf_path.h"
 #include "conf/file/ini_file.h"
 #include "conf/mapper/conf_path_mapper.h"
-#include "pipeline/input/device_channel.h"
-#include "pipeline/input/driver_service.h"
+#include "conf/store/conf_path.h"
+#include "pipeline/input/driver/device_channel.h"
+#include "pipeline/input/driver/driver_service.h"
 #include "testbed/driver_service.h"
 #include "testbed/handle_count.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/function_thread.h"
 #include "tests/support/scoped_folder.h"
-#include "util/event.h"
-#include "util/file_system.h"
-#include "util/job_process.h"
+#include "util/files/file_system.h"
+#include "util/process/job_process.h"
+#include "util/thread/event.h"
 
 namespace velmox::e2e {
 

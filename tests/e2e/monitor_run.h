@@ -2,7 +2,7 @@
 
 #include "tests/e2e/input_document.h"
 #include "tests/support/child_process.h"
-#include "util/pathname.h"
+#include "util/text/pathname.h"
 
 namespace velmox::e2e {
 

@@ -1,5 +1,5 @@
 #include "tests/e2e/monitor_test.h"
-#include "util/wide_str.h"
+#include "util/text/wide_str.h"
 
 #include <cwctype>
 

@@ -3,8 +3,8 @@
 #include "tests/support/child_test.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/scoped_folder.h"
-#include "util/file_system.h"
-#include "util/windows_api.h"
+#include "util/files/file_system.h"
+#include "util/system/windows_api.h"
 
 #include <gtest/gtest.h>
 #include <thread>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "util/log_file.h"
-#include "util/log_loader.h"
-#include "util/log_system.h"
+#include "util/log/log_file.h"
+#include "util/log/log_loader.h"
+#include "util/log/log_system.h"
 
 #include <map>
 #include <memory>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tests/support/child_process.h"
-#include "util/pathname.h"
+#include "util/text/pathname.h"
 
 namespace velmox::testing {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
 
 #include <cstdint>
 

@@ -1,8 +1,8 @@
 #include "tests/support/file_tree.h"
 
 #include "tests/support/scoped_folder.h"
-#include "util/directory_listing.h"
-#include "util/file_system.h"
+#include "util/files/directory_listing.h"
+#include "util/files/file_system.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/thread.h"
+#include "util/thread/thread.h"
 
 namespace velmox::testing {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/readable_unicode_stream.h"
-#include "util/writable_unicode_stream.h"
+#include "util/files/readable_unicode_stream.h"
+#include "util/files/writable_unicode_stream.h"
 
 #include <string>
 

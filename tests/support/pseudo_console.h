@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/owned_handle.h"
-#include "util/str.h"
+#include "util/system/owned_handle.h"
+#include "util/text/str.h"
 
 #include <string_view>
 

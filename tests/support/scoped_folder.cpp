@@ -1,7 +1,7 @@
 #include "tests/support/scoped_folder.h"
 
-#include "util/directory_listing.h"
-#include "util/open_file.h"
+#include "util/files/directory_listing.h"
+#include "util/files/open_file.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/owned_handle.h"
-#include "util/pathname.h"
+#include "util/system/owned_handle.h"
+#include "util/text/pathname.h"
 
 #include <string_view>
 

@@ -1,10 +1,10 @@
 #include "conf/cache/base_conf_cache.h"
 
-#include "conf/setup/conf_path_mapper_manager.h"
-#include "conf/setup/conf_settings.h"
-#include "conf/setup/shared_conf_services.h"
+#include "conf/store/conf_path_mapper_manager.h"
+#include "conf/store/conf_settings.h"
+#include "conf/store/shared_conf_services.h"
 #include "conf/tree/conf_path_base.h"
-#include "util/logger.h"
+#include "util/log/logger.h"
 
 namespace velmox {
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "conf/cache/i_conf_cache.h"
-#include "conf/conf_context.h"
 #include "conf/mapper/i_conf_path_mapper.h"
+#include "conf/store/conf_context.h"
 
 #include <atomic>
 #include <list>

@@ -1,7 +1,7 @@
 #include "conf/cache/base_conf_cache_builder.h"
 
-#include "conf/setup/shared_conf_services.h"
-#include "util/logger.h"
+#include "conf/store/shared_conf_services.h"
+#include "util/log/logger.h"
 
 namespace velmox {
 

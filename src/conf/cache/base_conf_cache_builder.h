@@ -1,7 +1,7 @@
 #pragma once
 
 #include "conf/cache/base_conf_cache.h"
-#include "conf/setup/application_manager.h"
+#include "conf/store/application_manager.h"
 #include "conf/tree/conf_path_based_pruner.h"
 
 #include <array>

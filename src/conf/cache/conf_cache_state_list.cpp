@@ -1,5 +1,5 @@
 #include "conf/cache/base_conf_cache.h"
-#include "util/logger.h"
+#include "util/log/logger.h"
 
 namespace velmox {
 

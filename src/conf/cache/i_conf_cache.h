@@ -1,7 +1,7 @@
 #pragma once
 
-#include "conf/conf_lock.h"
-#include "conf/properties_map.h"
+#include "conf/ground/conf_lock.h"
+#include "conf/tree/properties_map.h"
 
 #include <memory>
 

@@ -1,9 +1,9 @@
 #include "conf/cache/shared_conf_state.h"
 
-#include "conf/setup/conf_path_mapper_manager.h"
-#include "conf/setup/shared_conf_services.h"
+#include "conf/store/conf_path_mapper_manager.h"
+#include "conf/store/shared_conf_services.h"
 #include "conf/tree/conf_path_pruners.h"
-#include "util/logger.h"
+#include "util/log/logger.h"
 
 namespace velmox {
 

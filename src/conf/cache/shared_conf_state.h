@@ -1,7 +1,7 @@
 #pragma once
 
-#include "conf/conf_lock.h"
-#include "conf/setup/bundles_setup.h"
+#include "conf/ground/conf_lock.h"
+#include "conf/root/bundles_setup.h"
 #include "conf/tree/conf_search.h"
 
 #include <map>

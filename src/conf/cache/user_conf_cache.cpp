@@ -2,7 +2,7 @@
 
 #include "conf/cache/base_conf_cache_builder.h"
 #include "conf/cache/shared_conf_state.h"
-#include "conf/setup/shared_conf_services.h"
+#include "conf/store/shared_conf_services.h"
 #include "conf/tree/context_pruners.h"
 #include "conf/tree/permission_pruner.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/pathname.h"
-#include "util/readable_unicode_stream.h"
+#include "util/files/readable_unicode_stream.h"
+#include "util/text/pathname.h"
 
 #include <cstdint>
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "conf/file/ini_stanza.h"
-#include "util/file_star.h"
-#include "util/pathname.h"
-#include "util/text_encoding.h"
+#include "util/files/file_star.h"
+#include "util/text/pathname.h"
+#include "util/text/text_encoding.h"
 
 namespace velmox {
 

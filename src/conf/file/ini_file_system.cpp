@@ -1,11 +1,11 @@
 #include "conf/file/ini_file.h"
 #include "conf/file/ini_log.h"
-#include "util/file_rename.h"
-#include "util/file_system.h"
-#include "util/open_file.h"
-#include "util/readable_unicode_file_star.h"
-#include "util/windows_api.h"
-#include "util/writable_unicode_file_star.h"
+#include "util/files/file_rename.h"
+#include "util/files/file_system.h"
+#include "util/files/open_file.h"
+#include "util/files/readable_unicode_file_star.h"
+#include "util/files/writable_unicode_file_star.h"
+#include "util/system/windows_api.h"
 
 namespace velmox {
 

@@ -1,5 +1,5 @@
 #include "conf/file/ini_file.h"
-#include "util/writable_unicode_stream.h"
+#include "util/files/writable_unicode_stream.h"
 
 namespace velmox {
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "conf/file/insertion_ordered_map.h"
-#include "util/str.h"
+#include "util/text/str.h"
 
 #include <string_view>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/str.h"
+#include "util/text/str.h"
 
 #include <cstddef>
 #include <list>

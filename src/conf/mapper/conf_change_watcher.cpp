@@ -1,9 +1,9 @@
 #include "conf/mapper/conf_change_watcher.h"
 
-#include "conf/setup/conf_path_mapper_manager.h"
-#include "conf/setup/conf_settings.h"
-#include "conf/setup/shared_conf_services.h"
-#include "util/logger.h"
+#include "conf/store/conf_path_mapper_manager.h"
+#include "conf/store/conf_settings.h"
+#include "conf/store/shared_conf_services.h"
+#include "util/log/logger.h"
 
 namespace velmox {
 

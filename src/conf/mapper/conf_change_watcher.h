@@ -1,6 +1,6 @@
 #pragma once
 
-#include "conf/setup/bundles_setup.h"
+#include "conf/root/bundles_setup.h"
 #include "searchthing/filesystem_change_watcher.h"
 
 namespace velmox {

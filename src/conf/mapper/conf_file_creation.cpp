@@ -1,11 +1,11 @@
 #include "conf/mapper/conf_file_creation.h"
 
 #include "conf/mapper/conf_path_mapper_log.h"
-#include "util/directory_listing.h"
-#include "util/file_system.h"
-#include "util/open_file.h"
-#include "util/windows_api.h"
-#include "util/writable_unicode_file_star.h"
+#include "util/files/directory_listing.h"
+#include "util/files/file_system.h"
+#include "util/files/open_file.h"
+#include "util/files/writable_unicode_file_star.h"
+#include "util/system/windows_api.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "conf/setup/bundles_setup.h"
+#include "conf/root/bundles_setup.h"
 
 namespace velmox {
 

@@ -1,11 +1,11 @@
 #include "conf/mapper/conf_file_reader.h"
 
 #include "conf/file/conf_line_reader.h"
+#include "conf/file/conf_read_counters.h"
 #include "conf/file/ini_stanza.h"
-#include "conf/mapper/conf_read_counters.h"
 #include "conf/tree/stanza_expansion.h"
-#include "util/open_file.h"
-#include "util/readable_unicode_file_star.h"
+#include "util/files/open_file.h"
+#include "util/files/readable_unicode_file_star.h"
 
 namespace velmox {
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "conf/tree/conf_path_trie.h"
-#include "util/pathname.h"
+#include "util/text/pathname.h"
 
 #include <functional>
 

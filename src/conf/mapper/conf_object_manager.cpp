@@ -1,12 +1,12 @@
 #include "conf/mapper/conf_object_manager.h"
 
-#include "conf/conf_path.h"
-#include "conf/conf_path_exceptions.h"
+#include "conf/ground/conf_path_exceptions.h"
 #include "conf/mapper/meta_filter.h"
-#include "conf/property_pages_registry.h"
-#include "conf/setup/application_manager.h"
-#include "conf/setup/conf_settings.h"
-#include "conf/setup/shared_conf_services.h"
+#include "conf/pages/property_pages_registry.h"
+#include "conf/store/application_manager.h"
+#include "conf/store/conf_path.h"
+#include "conf/store/conf_settings.h"
+#include "conf/store/shared_conf_services.h"
 
 namespace velmox {
 

@@ -1,8 +1,8 @@
 #include "conf/mapper/conf_object_manager_db.h"
 
-#include "conf/conf_path.h"
 #include "conf/mapper/meta_file.h"
 #include "conf/mapper/meta_log.h"
+#include "conf/store/conf_path.h"
 
 #include <mutex>
 

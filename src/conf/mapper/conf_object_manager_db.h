@@ -1,9 +1,9 @@
 #pragma once
 
-#include "conf/conf_lock.h"
+#include "conf/ground/conf_lock.h"
 #include "conf/mapper/i_conf_path_mapper.h"
 #include "conf/mapper/meta_image.h"
-#include "conf/setup/bundle_handler_data.h"
+#include "conf/root/bundle_handler_data.h"
 #include "conf/tree/conf_path_base.h"
 
 #include <map>

@@ -1,9 +1,9 @@
-#include "conf/conf_path.h"
 #include "conf/mapper/conf_object_manager_db.h"
 #include "conf/mapper/meta_file.h"
 #include "conf/mapper/meta_log.h"
-#include "conf/setup/in_memory_only.h"
-#include "util/file_system.h"
+#include "conf/root/in_memory_only.h"
+#include "conf/store/conf_path.h"
+#include "util/files/file_system.h"
 
 #include <mutex>
 

@@ -1,6 +1,6 @@
 #include "conf/mapper/conf_object_manager_db.h"
 #include "conf/mapper/meta_log.h"
-#include "conf/setup/path_forms.h"
+#include "conf/root/path_forms.h"
 #include "searchthing/watched_file_state.h"
 
 #include <mutex>

@@ -2,7 +2,7 @@
 
 #include "conf/mapper/conf_file_reader.h"
 #include "conf/mapper/conf_path_mapper_log.h"
-#include "util/directory_listing.h"
+#include "util/files/directory_listing.h"
 
 namespace velmox {
 

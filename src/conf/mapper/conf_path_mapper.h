@@ -2,7 +2,7 @@
 
 #include "conf/file/ini_file.h"
 #include "conf/mapper/lazy_conf_path_mapper.h"
-#include "util/log_level.h"
+#include "util/log/log_level.h"
 
 namespace velmox {
 

@@ -1,11 +1,11 @@
-#include "conf/conf_path.h"
+#include "conf/file/conf_read_counters.h"
 #include "conf/mapper/conf_file_creation.h"
 #include "conf/mapper/conf_path_mapper.h"
-#include "conf/mapper/conf_read_counters.h"
-#include "conf/setup/in_memory_only.h"
+#include "conf/root/in_memory_only.h"
+#include "conf/store/conf_path.h"
 #include "conf/tree/stanza_expansion.h"
-#include "util/file_system.h"
-#include "util/logger.h"
+#include "util/files/file_system.h"
+#include "util/log/logger.h"
 
 #include <mutex>
 

@@ -4,7 +4,7 @@
 #include "conf/mapper/conf_path_mapper.h"
 #include "conf/mapper/lookup_table_conf_path_mapper.h"
 #include "conf/mapper/text_object_conf_path_mappers.h"
-#include "util/logger.h"
+#include "util/log/logger.h"
 
 namespace velmox {
 

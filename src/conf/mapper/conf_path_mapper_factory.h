@@ -1,7 +1,7 @@
 #pragma once
 
 #include "conf/mapper/i_conf_path_mapper.h"
-#include "conf/setup/bundle_handler_data.h"
+#include "conf/root/bundle_handler_data.h"
 
 #include <memory>
 

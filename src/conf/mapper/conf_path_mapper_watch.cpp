@@ -1,10 +1,10 @@
 #include "conf/mapper/conf_path_mapper.h"
-#include "conf/setup/application_manager.h"
-#include "conf/setup/path_forms.h"
-#include "conf/setup/shared_conf_services.h"
+#include "conf/root/path_forms.h"
+#include "conf/store/application_manager.h"
+#include "conf/store/shared_conf_services.h"
 #include "conf/tree/conf_path_pruners.h"
 #include "searchthing/watched_file_state.h"
-#include "util/logger.h"
+#include "util/log/logger.h"
 
 #include <mutex>
 

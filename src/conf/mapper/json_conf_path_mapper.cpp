@@ -1,12 +1,12 @@
 #include "conf/mapper/json_conf_path_mapper.h"
 
-#include "conf/conf_path.h"
-#include "conf/conf_path_traversal.h"
 #include "conf/mapper/object_file_io.h"
-#include "conf/setup/in_memory_only.h"
-#include "util/directory_listing.h"
-#include "util/file_system.h"
-#include "util/logger.h"
+#include "conf/root/in_memory_only.h"
+#include "conf/store/conf_path.h"
+#include "conf/store/conf_path_traversal.h"
+#include "util/files/directory_listing.h"
+#include "util/files/file_system.h"
+#include "util/log/logger.h"
 
 #include <algorithm>
 #include <mutex>

@@ -1,8 +1,8 @@
 #include "conf/mapper/json_conf_path_mapper.h"
-#include "conf/setup/path_forms.h"
+#include "conf/root/path_forms.h"
 #include "searchthing/watched_file_state.h"
-#include "util/file_system.h"
-#include "util/logger.h"
+#include "util/files/file_system.h"
+#include "util/log/logger.h"
 
 #include <mutex>
 

@@ -1,9 +1,9 @@
 #include "conf/mapper/lazy_conf_path_mapper.h"
 
-#include "conf/conf_path.h"
-#include "conf/setup/reserved_name.h"
+#include "conf/ground/reserved_name.h"
+#include "conf/store/conf_path.h"
 #include "conf/tree/conf_path_pruners.h"
-#include "util/logger.h"
+#include "util/log/logger.h"
 
 #include <algorithm>
 #include <mutex>

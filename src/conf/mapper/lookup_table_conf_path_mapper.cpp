@@ -1,9 +1,9 @@
 #include "conf/mapper/lookup_table_conf_path_mapper.h"
 
 #include "conf/mapper/object_file_io.h"
-#include "conf/setup/path_forms.h"
-#include "util/file_system.h"
-#include "util/logger.h"
+#include "conf/root/path_forms.h"
+#include "util/files/file_system.h"
+#include "util/log/logger.h"
 
 namespace velmox {
 

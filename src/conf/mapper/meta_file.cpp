@@ -4,8 +4,8 @@
 #include "conf/file/ini_stanza.h"
 #include "conf/mapper/meta_header.h"
 #include "conf/mapper/meta_log.h"
-#include "util/joined.h"
-#include "util/str_segment.h"
+#include "util/text/joined.h"
+#include "util/text/str_segment.h"
 
 namespace velmox {
 

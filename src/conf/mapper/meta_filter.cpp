@@ -6,10 +6,10 @@
 #include "conf/mapper/meta_log.h"
 #include "searchthing/file_status.h"
 #include "searchthing/osfile.h"
-#include "util/file_system.h"
-#include "util/file_time.h"
-#include "util/owned_handle.h"
-#include "util/random_hex.h"
+#include "util/files/file_system.h"
+#include "util/system/owned_handle.h"
+#include "util/system/random_hex.h"
+#include "util/time/file_time.h"
 
 #include <set>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "conf/setup/bundles_setup.h"
+#include "conf/root/bundles_setup.h"
 #include "conf/tree/conf_path_base.h"
 
 #include <functional>

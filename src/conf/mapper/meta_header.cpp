@@ -1,7 +1,7 @@
 #include "conf/mapper/meta_header.h"
 
 #include "conf/mapper/meta_log.h"
-#include "util/str_segment.h"
+#include "util/text/str_segment.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/logger.h"
+#include "util/log/logger.h"
 
 namespace velmox {
 

@@ -1,11 +1,11 @@
 #include "conf/mapper/object_file_io.h"
 
-#include "conf/mapper/conf_read_counters.h"
-#include "util/file_copy.h"
-#include "util/file_system.h"
-#include "util/logger.h"
-#include "util/open_file.h"
-#include "util/windows_api.h"
+#include "conf/file/conf_read_counters.h"
+#include "util/files/file_copy.h"
+#include "util/files/file_system.h"
+#include "util/files/open_file.h"
+#include "util/log/logger.h"
+#include "util/system/windows_api.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
 #include "conf/mapper/text_object_conf_path_mappers.h"
 
-#include "util/logger.h"
+#include "util/log/logger.h"
 
 namespace velmox {
 

@@ -1,4 +1,4 @@
-#include "conf/conf_lock.h"
+#include "conf/ground/conf_lock.h"
 #include "conf/tree/conf_acl.h"
 #include "conf/tree/permission_parser.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "conf/tree/conf_acl.h"
-#include "util/timeval.h"
+#include "util/time/timeval.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,6 +1,6 @@
 #include "conf/tree/conf_path_pruners.h"
 
-#include "util/logger.h"
+#include "util/log/logger.h"
 
 #include <algorithm>
 

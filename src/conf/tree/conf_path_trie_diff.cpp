@@ -1,5 +1,5 @@
 #include "conf/tree/conf_path_trie.h"
-#include "util/log_message.h"
+#include "util/log/log_message.h"
 
 namespace velmox {
 

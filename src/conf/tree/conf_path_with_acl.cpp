@@ -1,6 +1,6 @@
 #include "conf/tree/conf_path_with_acl.h"
 
-#include "util/joined.h"
+#include "util/text/joined.h"
 
 namespace velmox {
 

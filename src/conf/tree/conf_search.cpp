@@ -1,6 +1,6 @@
 #include "conf/tree/conf_search.h"
 
-#include "util/logger.h"
+#include "util/log/logger.h"
 
 namespace velmox {
 

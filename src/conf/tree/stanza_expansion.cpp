@@ -1,6 +1,6 @@
 #include "conf/tree/stanza_expansion.h"
 
-#include "util/environment.h"
+#include "util/system/environment.h"
 
 namespace velmox {
 

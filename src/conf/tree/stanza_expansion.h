@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/pathname.h"
+#include "util/text/pathname.h"
 
 namespace velmox {
 

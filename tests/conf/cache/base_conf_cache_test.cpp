@@ -1,6 +1,6 @@
 #include "conf/cache/base_conf_cache.h"
-#include "conf/setup/conf_path_mapper_manager.h"
-#include "conf/setup/shared_conf_services.h"
+#include "conf/store/conf_path_mapper_manager.h"
+#include "conf/store/shared_conf_services.h"
 #include "tests/conf/conf_root.h"
 
 #include <mutex>

@@ -1,8 +1,8 @@
 #include "conf/file/ini_file.h"
 #include "tests/conf/conf_root.h"
 #include "tests/support/child_test.h"
-#include "util/handle_stream.h"
-#include "util/open_file.h"
+#include "util/files/handle_stream.h"
+#include "util/files/open_file.h"
 
 #include <set>
 

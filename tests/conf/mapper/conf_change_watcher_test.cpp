@@ -1,9 +1,9 @@
-#include "conf/conf_lock.h"
+#include "conf/ground/conf_lock.h"
 #include "conf/mapper/conf_change_watcher.h"
-#include "conf/setup/application_manager.h"
-#include "conf/setup/shared_conf_services.h"
+#include "conf/store/application_manager.h"
+#include "conf/store/shared_conf_services.h"
 #include "tests/conf/conf_root.h"
-#include "util/clock.h"
+#include "util/time/clock.h"
 
 namespace velmox {
 namespace {

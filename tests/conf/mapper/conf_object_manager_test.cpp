@@ -1,8 +1,8 @@
-#include "conf/conf_lock.h"
-#include "conf/conf_path_exceptions.h"
+#include "conf/ground/conf_lock.h"
+#include "conf/ground/conf_path_exceptions.h"
 #include "conf/mapper/conf_object_manager.h"
-#include "conf/setup/application_manager.h"
-#include "conf/setup/shared_conf_services.h"
+#include "conf/store/application_manager.h"
+#include "conf/store/shared_conf_services.h"
 #include "tests/conf/conf_root.h"
 #include "tests/support/failing_call.h"
 

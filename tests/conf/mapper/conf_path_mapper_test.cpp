@@ -1,4 +1,4 @@
-#include "conf/mapper/conf_read_counters.h"
+#include "conf/file/conf_read_counters.h"
 #include "tests/conf/mapper/mapper_test.h"
 #include "tests/support/failing_call.h"
 

@@ -1,4 +1,4 @@
-#include "conf/conf_path_exceptions.h"
+#include "conf/ground/conf_path_exceptions.h"
 #include "conf/mapper/json_conf_path_mapper.h"
 #include "tests/conf/mapper/mapper_test.h"
 #include "tests/support/failing_call.h"

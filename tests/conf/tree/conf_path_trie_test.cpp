@@ -1,6 +1,6 @@
 #include "conf/tree/conf_path_trie.h"
 #include "conf/tree/conf_path_trie_pruner.h"
-#include "util/str_segment.h"
+#include "util/text/str_segment.h"
 
 #include <random>
 

@@ -1,8 +1,8 @@
 #include "pipeline/input/modinputs/checkpoint_folder.h"
 
-#include "pipeline/input/modular_inputs_exception.h"
-#include "util/file_system.h"
-#include "util/owned_handle.h"
+#include "pipeline/input/diagnostics/modular_inputs_exception.h"
+#include "util/files/file_system.h"
+#include "util/system/owned_handle.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
 #include "pipeline/input/modinputs/input_document.h"
 
-#include "pipeline/input/xml_escape.h"
+#include "pipeline/input/xml/xml_escape.h"
 
 namespace velmox {
 

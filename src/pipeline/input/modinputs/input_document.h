@@ -1,7 +1,7 @@
 #pragma once
 
-#include "conf/properties_map.h"
-#include "util/pathname.h"
+#include "conf/tree/properties_map.h"
+#include "util/text/pathname.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
 #include "pipeline/input/modinputs/introspect_xml_streaming_parser.h"
 
-#include "pipeline/input/modular_inputs_log.h"
+#include "pipeline/input/diagnostics/modular_inputs_log.h"
 
 namespace velmox {
 

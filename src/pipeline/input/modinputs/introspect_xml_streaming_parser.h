@@ -3,7 +3,7 @@
 #include "pipeline/input/modinputs/element_path.h"
 #include "pipeline/input/modinputs/introspection.h"
 #include "pipeline/input/modinputs/modular_inputs.h"
-#include "pipeline/input/xml_streaming_parser.h"
+#include "pipeline/input/xml/xml_streaming_parser.h"
 
 namespace velmox {
 

@@ -1,6 +1,6 @@
 #include "pipeline/input/modinputs/modinputs_helper_thread.h"
 
-#include "pipeline/input/modular_inputs_exception.h"
+#include "pipeline/input/diagnostics/modular_inputs_exception.h"
 
 namespace velmox {
 

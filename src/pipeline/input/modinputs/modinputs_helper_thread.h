@@ -1,7 +1,7 @@
 #pragma once
 
 #include "pipeline/input/modinputs/modular_inputs.h"
-#include "util/thread.h"
+#include "util/thread/thread.h"
 
 namespace velmox {
 

@@ -1,12 +1,12 @@
 #include "pipeline/input/modinputs/modular_inputs.h"
 
+#include "pipeline/input/diagnostics/modular_inputs_exception.h"
+#include "pipeline/input/diagnostics/modular_inputs_log.h"
 #include "pipeline/input/modinputs/checkpoint_folder.h"
 #include "pipeline/input/modinputs/introspect_xml_streaming_parser.h"
 #include "pipeline/input/modinputs/scheme_merge.h"
 #include "pipeline/input/modinputs/scheme_specs.h"
 #include "pipeline/input/modinputs/script_validation_xml_streaming_parser.h"
-#include "pipeline/input/modular_inputs_exception.h"
-#include "pipeline/input/modular_inputs_log.h"
 
 namespace velmox {
 

@@ -1,7 +1,7 @@
 #include "pipeline/input/modinputs/scheme_merge.h"
 
-#include "pipeline/input/modular_inputs_exception.h"
-#include "pipeline/input/modular_inputs_log.h"
+#include "pipeline/input/diagnostics/modular_inputs_exception.h"
+#include "pipeline/input/diagnostics/modular_inputs_log.h"
 
 #include <algorithm>
 #include <iterator>

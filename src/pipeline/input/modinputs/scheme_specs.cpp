@@ -1,7 +1,7 @@
 #include "pipeline/input/modinputs/scheme_specs.h"
 
 #include "conf/file/ini_file.h"
-#include "util/directory_listing.h"
+#include "util/files/directory_listing.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/pathname.h"
-#include "util/str.h"
+#include "util/text/pathname.h"
+#include "util/text/str.h"
 
 namespace velmox {
 

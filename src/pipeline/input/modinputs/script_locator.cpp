@@ -1,7 +1,7 @@
 #include "pipeline/input/modinputs/script_locator.h"
 
-#include "pipeline/input/modular_inputs_log.h"
-#include "util/file_system.h"
+#include "pipeline/input/diagnostics/modular_inputs_log.h"
+#include "util/files/file_system.h"
 
 namespace velmox {
 

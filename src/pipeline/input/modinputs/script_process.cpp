@@ -1,7 +1,7 @@
 #include "pipeline/input/modinputs/script_process.h"
 
-#include "pipeline/input/modular_inputs_exception.h"
-#include "util/last_error_keeper.h"
+#include "pipeline/input/diagnostics/modular_inputs_exception.h"
+#include "util/system/last_error_keeper.h"
 
 #include <cstddef>
 #include <iterator>

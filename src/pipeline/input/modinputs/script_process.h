@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/job_process.h"
-#include "util/str.h"
+#include "util/process/job_process.h"
+#include "util/text/str.h"
 
 namespace velmox {
 

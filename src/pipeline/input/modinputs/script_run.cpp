@@ -1,10 +1,10 @@
 #include "pipeline/input/modinputs/script_run.h"
 
+#include "pipeline/input/diagnostics/modular_inputs_exception.h"
+#include "pipeline/input/diagnostics/modular_inputs_log.h"
 #include "pipeline/input/modinputs/line_splitter.h"
 #include "pipeline/input/modinputs/script_process.h"
-#include "pipeline/input/modular_inputs_exception.h"
-#include "pipeline/input/modular_inputs_log.h"
-#include "util/thread.h"
+#include "util/thread/thread.h"
 
 #include <algorithm>
 #include <exception>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "pipeline/input/modinputs/element_path.h"
-#include "pipeline/input/xml_streaming_parser.h"
+#include "pipeline/input/xml/xml_streaming_parser.h"
 
 namespace velmox {
 

@@ -1,14 +1,14 @@
-#include "conf/property_pages.h"
-#include "conf/setup/application_manager.h"
-#include "conf/setup/shared_conf_services.h"
+#include "conf/pages/property_pages.h"
+#include "conf/store/application_manager.h"
+#include "conf/store/shared_conf_services.h"
 #include "pipeline/input/modinputs/modinputs_helper_thread.h"
 #include "pipeline/input/modinputs/velmoxd_command_line.h"
-#include "util/crash_log.h"
-#include "util/environment.h"
-#include "util/loader_info.h"
-#include "util/logger.h"
-#include "util/thread.h"
-#include "util/windows_api.h"
+#include "util/crash/crash_log.h"
+#include "util/log/logger.h"
+#include "util/process/loader_info.h"
+#include "util/system/environment.h"
+#include "util/system/windows_api.h"
+#include "util/thread/thread.h"
 
 #include <cstdio>
 #include <fcntl.h>

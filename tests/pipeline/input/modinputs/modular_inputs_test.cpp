@@ -1,11 +1,11 @@
+#include "pipeline/input/diagnostics/modular_inputs_exception.h"
 #include "pipeline/input/modinputs/checkpoint_folder.h"
 #include "pipeline/input/modinputs/modinputs_helper_thread.h"
 #include "pipeline/input/modinputs/modular_inputs.h"
-#include "pipeline/input/modular_inputs_exception.h"
 #include "tests/pipeline/input/modinputs/scheme_home.h"
-#include "util/environment.h"
-#include "util/file_system.h"
-#include "util/owned_handle.h"
+#include "util/files/file_system.h"
+#include "util/system/environment.h"
+#include "util/system/owned_handle.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -2,9 +2,9 @@
 
 #include "tests/support/child_process.h"
 #include "tests/support/main_thread.h"
-#include "util/file_system.h"
-#include "util/log_system.h"
-#include "util/logger.h"
+#include "util/files/file_system.h"
+#include "util/log/log_system.h"
+#include "util/log/logger.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
+#include "pipeline/input/diagnostics/modular_inputs_exception.h"
 #include "pipeline/input/modinputs/scheme_merge.h"
-#include "pipeline/input/modular_inputs_exception.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "pipeline/input/modular_inputs_exception.h"
+#include "pipeline/input/diagnostics/modular_inputs_exception.h"
 #include "tests/pipeline/input/modinputs/scheme_home.h"
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -12,7 +12,7 @@
 //     --scheme leave -             starts a copy of itself that hangs on the same streams
 //     --scheme exit STATUS
 
-#include "util/windows_api.h"
+#include "util/system/windows_api.h"
 
 #include <cstdlib>
 #include <fstream>

@@ -1,4 +1,4 @@
-#include "pipeline/input/modular_inputs_exception.h"
+#include "pipeline/input/diagnostics/modular_inputs_exception.h"
 #include "tests/pipeline/input/modinputs/scheme_home.h"
 #include "tests/support/failing_call.h"
 

@@ -1,5 +1,5 @@
 #include "tests/pipeline/input/modinputs/scheme_home.h"
-#include "util/environment.h"
+#include "util/system/environment.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

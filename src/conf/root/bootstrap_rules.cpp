@@ -1,0 +1,130 @@
+#include "conf/root/bootstrap_rules.h"
+
+#include "conf/root/path_forms.h"
+#include "conf/root/username_mapper.h"
+#include "conf/store/conf_settings.h"
+#include "conf/store/mapper_manager_log.h"
+#include "conf/store/shared_conf_services.h"
+#include "conf/tree/conf_path_base.h"
+#include "util/process/loader_info.h"
+
+namespace velmox {
+
+namespace {
+
+constexpr char kBootstrapStanza[] = "bootstrap";
+constexpr char kDepthStanza[] = "relative_depth_to_regular_files";
+constexpr char kWritesStanza[] = "writes";
+
+} // namespace
+
+PlaceholderVariables BootstrapRules::variables() const
+{
+    const auto literal = [](const Pathname &path) { return placeholderLiteral(path.toStr()); };
+    PlaceholderVariables variables = {
+        {"apps-base", literal(setup_.appsDir())},
+        {"apps-slave", literal(setup_.slaveAppsDir())},
+        {"users-base", literal(setup_.usersDir())},
+    };
+    if (const std::optional<Str> &user = LoaderInfo::instance()->initSettings().user) {
+        variables["user-restriction"] = placeholderLiteral(*user);
+    }
+    return variables;
+}
+
+PlaceholderVariables BootstrapRules::variablesFor(const ConfPathBase &path) const
+{
+    PlaceholderVariables result = variables();
+    const Str user = path.isShared() ? Str(kSharedUser) : path.user();
+    result["user"] = placeholderLiteral(user);
+    // Left out where a safe name stands for the user: to ask for it could record it, and write keys that are
+    // compared with this text hold true names.
+    if (!UsernameMapper::needsMapping(user)) {
+        result["user-case-handler"] = placeholderLiteral(user);
+    }
+    result["app"] = placeholderLiteral(path.app());
+    result["type"] = placeholderLiteral(path.type());
+    return result;
+}
+
+Pathname BootstrapRules::expandToPath(const Str &text, const PlaceholderVariables &variables) const
+{
+    const Pathname path = Pathname::fromUtf8(expandPlaceholders(text, variables));
+    return cleanedPath(path.isAbsolute() ? path : setup_.root().join(path));
+}
+
+bool BootstrapRules::patterns(std::vector<BootstrapPattern> &out) const
+{
+    const IniStanza *const bootstrap = setup_.shared().settings().requiredStanza(kBootstrapStanza);
+    if (bootstrap == nullptr) {
+        return false;
+    }
+    bool allExpanded = true;
+    const PlaceholderVariables known = variables();
+    for (const IniStanza::Setting &setting : *bootstrap) {
+        try {
+            out.push_back({expandToPath(setting.key, known), setting.value});
+        } catch (const PlaceholderException &exception) {
+            mapperManagerLog.error(exception);
+            allExpanded = false;
+        }
+    }
+    return allExpanded;
+}
+
+std::map<Str, Str> BootstrapRules::settingsOf(const Str &handler) const
+{
+    std::map<Str, Str> settings;
+    if (const IniStanza *const stanza = setup_.shared().settings().image().findStanza(handler)) {
+        for (const IniStanza::Setting &setting : *stanza) {
+            settings.emplace(setting.key, setting.value);
+        }
+    }
+    return settings;
+}
+
+bool BootstrapRules::depthsOfFiles(std::map<Str, unsigned> &out) const
+{
+    const IniStanza *const depths = setup_.shared().settings().requiredStanza(kDepthStanza);
+    if (depths == nullptr) {
+        return false;
+    }
+    for (const IniStanza::Setting &setting : *depths) {
+        unsigned depth = 0;
+        if (StrSegment(setting.value).parseUnsigned(depth)) {
+            out.emplace(setting.key, depth);
+        }
+    }
+    return true;
+}
+
+const IniEntry *BootstrapRules::findWriteRule(const ConfPathBase &path, const Str &writeKey) const
+{
+    const IniStanza *const writes = setup_.shared().settings().requiredStanza(kWritesStanza);
+    if (writes == nullptr) {
+        return nullptr;
+    }
+    if (const IniEntry *const exact = writes->findKey(writeKey)) {
+        return exact;
+    }
+    const PlaceholderVariables known = variablesFor(path);
+    for (const IniStanza::Setting &rule : *writes) {
+        if (expandPlaceholders(rule.key, known) == writeKey) {
+            return &rule.entry;
+        }
+    }
+    mapperManagerLog.error("No write configuration for: %s", writeKey.c_str());
+    return nullptr;
+}
+
+Pathname BootstrapRules::directoryOf(const IniEntry &writeRule, const ConfPathBase &path,
+                                     const Str &userDirectory) const
+{
+    PlaceholderVariables known = variablesFor(path);
+    known["user-case-handler"] = placeholderLiteral(userDirectory);
+    // The name itself may lead out of the users' directory.
+    known["user"] = known["user-case-handler"];
+    return expandToPath(writeRule.value(), known);
+}
+
+} // namespace velmox

@@ -1,0 +1,235 @@
+#include "conf/store/application_manager.h"
+
+#include "conf/root/application_manager_exceptions.h"
+#include "conf/store/conf_path_mapper_manager.h"
+#include "conf/store/shared_conf_services.h"
+#include "conf/tree/conf_search.h"
+#include "util/files/directory_listing.h"
+#include "util/files/file_system.h"
+#include "util/log/logger.h"
+#include "util/text/joined.h"
+
+#include <mutex>
+
+namespace velmox {
+
+namespace {
+
+Logger log("ApplicationManager");
+
+void readFrom(const std::vector<IConfPathMapper *> &mappers, const ConfSearch &search, ConfPathTrie &out)
+{
+    for (IConfPathMapper *const mapper : mappers) {
+        ConfPathTrie found;
+        if (mapper->search(search, found)) {
+            out.merge(found);
+        }
+    }
+}
+
+/// The type "app" of all apps, and what metadata says of each app as a whole.
+void readApps(const std::vector<IConfPathMapper *> &mappers, ConfPathTrie &out)
+{
+    ConfSearch settings;
+    settings.constrain(ConfSearch::User, kSharedUser);
+    settings.constrain(ConfSearch::Type, kAppType);
+    readFrom(mappers, settings, out);
+    ConfSearch appLevel;
+    appLevel.constrain(ConfSearch::User, kSharedUser);
+    appLevel.setMaxLevel(ConfPathTrie::kAppLevel);
+    readFrom(mappers, appLevel, out);
+}
+
+} // namespace
+
+ApplicationManager::ApplicationManager(const BundlesSetup &setup) : setup_(setup)
+{
+    rescan(false);
+}
+
+void ApplicationManager::getInfo(const Str &name, ApplicationInfo &info) const
+{
+    const std::lock_guard guard(lock_);
+    info = recordOf(name).info;
+}
+
+bool ApplicationManager::isKnown(const Str &name) const
+{
+    const std::lock_guard guard(lock_);
+    return apps_.contains(name);
+}
+
+bool ApplicationManager::isUsable(const Str &name) const
+{
+    const std::lock_guard guard(lock_);
+    const auto found = apps_.find(name);
+    return found != apps_.end() && found->second.info.enabled;
+}
+
+const ApplicationManager::Record &ApplicationManager::recordOf(const Str &name) const
+{
+    const auto found = apps_.find(name);
+    if (found == apps_.end()) {
+        throw ApplicationDoesNotExistException(name);
+    }
+    return found->second;
+}
+
+bool ApplicationManager::hasGlobalExports(const Str &app) const
+{
+    const std::lock_guard guard(lock_);
+    return globalExporters_.contains(app);
+}
+
+bool ApplicationManager::expandImports(std::set<Str> &apps) const
+{
+    ImportGenerations generations;
+    for (const Str &app : apps) {
+        generations.emplace(app, 0);
+    }
+    const std::lock_guard guard(lock_);
+    expand(generations);
+    bool anyExports = false;
+    for (const auto &[app, generation] : generations) {
+        apps.insert(app);
+        anyExports = anyExports || globalExporters_.contains(app);
+    }
+    return anyExports;
+}
+
+ImportGenerations ApplicationManager::importGenerations(const Str &app) const
+{
+    ImportGenerations generations{{app, 0}};
+    const std::lock_guard guard(lock_);
+    expand(generations);
+    return generations;
+}
+
+void ApplicationManager::expand(ImportGenerations &generations) const
+{
+    StrVector last;
+    for (const auto &[app, generation] : generations) {
+        last.push_back(app);
+    }
+    for (std::uint64_t generation = 1; !last.empty(); ++generation) {
+        StrVector next;
+        for (const Str &app : last) {
+            for (const Str &import : importsOf(app)) {
+                if (generations.emplace(import, generation).second) {
+                    next.push_back(import);
+                }
+            }
+        }
+        last = std::move(next);
+    }
+}
+
+StrVector ApplicationManager::importsOf(const Str &app) const
+{
+    StrVector known;
+    const auto record = apps_.find(app);
+    if (record == apps_.end() || !record->second.info.metadata.imports) {
+        return known;
+    }
+    for (Str import : *record->second.info.metadata.imports) {
+        if (!import.urlDecode()) {
+            log.warn("Error decoding import: %s", import.c_str());
+            continue;
+        }
+        try {
+            recordOf(import);
+            known.push_back(import);
+        } catch (const ApplicationDoesNotExistException &exception) {
+            log.debug("%s", exception.what());
+        }
+    }
+    return known;
+}
+
+void ApplicationManager::rescan(bool detectChanges)
+{
+    const std::lock_guard guard(lock_);
+    const std::vector<IConfPathMapper *> mappers = setup_.shared().mappers().mappers();
+    ConfPathTrie settings;
+    readApps(mappers, settings);
+    if (!detectChanges) {
+        apps_.clear();
+    }
+    scanDirectory(setup_.appsDir(), settings, detectChanges);
+    if (pathKind(setup_.slaveAppsDir()) == PathKind::Folder) {
+        scanDirectory(setup_.slaveAppsDir(), settings, detectChanges);
+    }
+    apps_.try_emplace(kSystemApp, Record{ApplicationInfo::from(kSystemApp, nullptr)});
+    collectIds();
+    globalExporters_.clear();
+    for (IConfPathMapper *const mapper : mappers) {
+        mapper->collectGlobalExporters(globalExporters_);
+    }
+    log.debug() << "Found " << globalExporters_.size() << " application(s) that might have global exports";
+}
+
+void ApplicationManager::scanDirectory(const Pathname &directory, const ConfPathTrie &settings,
+                                       bool detectChanges)
+{
+    const Str text = setup_.text(directory);
+    log.debug("Initializing applications: %s", text.c_str());
+    std::vector<DirectoryEntry> entries;
+    listDirectory(directory, entries);
+    std::size_t count = 0;
+    for (const DirectoryEntry &entry : entries) {
+        const Str path = setup_.text(directory.join(Pathname(entry.name)));
+        if (entry.name.startsWith(u".")) {
+            log.debug("Skipping dotfile: %s", path.c_str());
+        } else if (!entry.isFolder) {
+            log.debug("Skipping non-directory: %s", path.c_str());
+        } else {
+            log.debug("Found application directory: %s", path.c_str());
+            const Str name = Str::fromUtf16(entry.name);
+            ApplicationInfo info =
+                ApplicationInfo::from(name, settings.find(ConfPathBase(kSharedUser, name)));
+            if (detectChanges) {
+                detectChange(name, std::move(info));
+            } else {
+                enter(name, std::move(info));
+            }
+            ++count;
+        }
+    }
+    log.debug() << "Initialized " << count << " application(s): " << text;
+}
+
+void ApplicationManager::enter(const Str &name, ApplicationInfo info)
+{
+    if (apps_.contains(name)) {
+        log.error("Unexpected duplicate app: %s", name.c_str());
+    }
+    apps_[name] = Record{std::move(info)};
+}
+
+void ApplicationManager::detectChange(const Str &name, ApplicationInfo info)
+{
+    const auto found = apps_.find(name);
+    if (found == apps_.end()) {
+        log.info("Detected app creation: %s", name.c_str());
+        apps_[name] = Record{std::move(info), ApplicationChange::Created};
+    } else if (found->second.info != info) {
+        log.info("Detected app modification: %s", name.c_str());
+        found->second = Record{std::move(info), ApplicationChange::Modified};
+    }
+}
+
+void ApplicationManager::collectIds()
+{
+    appsById_.clear();
+    for (const auto &[name, record] : apps_) {
+        appsById_[record.info.id].insert(name);
+    }
+    for (const auto &[id, names] : appsById_) {
+        if (names.size() > 1) {
+            log.info("Skipping update check for app id '%s' used by more than one app: %s", id.c_str(),
+                     joined(names, ", ").c_str());
+        }
+    }
+}
+
+} // namespace velmox

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "conf/root/bundles_setup.h"
+#include "conf/tree/conf_path_trie.h"
+#include "conf/tree/conf_path_with_acl.h"
+
+namespace velmox {
+
+/// An address in a configuration root, and what can be done there on behalf of an identity.
+class ConfPath : public ConfPathWithACL
+{
+public:
+    ConfPath(const BundlesSetup &setup, ConfPathBase base, ConfUserContext identity = {});
+
+    const BundlesSetup &setup() const { return setup_; }
+
+    /// Reads the nodes at this path and above it.
+    ConfPathMetadata effectiveMetadata() const override;
+    /// Throws ConfPathPermissionDeniedException when the identity lacks a capability here.
+    void require(const Str &capability) const;
+
+    /// Asks every mapper, in reading order, for what stands at this path and up to `levels` below it. Throws
+    /// ConfPathDoesNotExistException when none has anything.
+    void read(ConfPathTrie &trie, unsigned levels = ConfPathTrie::kAllLevels) const;
+    /// Throw ConfPathDoesNotExistException, ConfPathHasNoDataException and ConfPathHasNoMetadataException.
+    Str readData() const;
+    ConfPathMetadata readMetadata() const;
+
+    /// Writes a tree whose top is this path, and flushes what was touched, also after a failure. `flags` are
+    /// those of `ConfPathMapperManager::findWriter` for data. Throws ConfPathPermissionDeniedException,
+    /// ConfPathDirectoryTraversalException, ConfPathWriteException.
+    void write(const ConfPathTrie &trie, unsigned flags = 0) const;
+    /// The same while other hosts are kept off shared storage.
+    void writeAndNotify(const ConfPathTrie &trie, unsigned flags = 0) const;
+    /// Removes what stands at this path and below it. Throws as `write` does.
+    void remove() const;
+
+private:
+    BundlesSetup setup_;
+};
+
+} // namespace velmox

@@ -1,0 +1,87 @@
+#include "conf/store/sentinel_scope.h"
+
+#include "conf/ground/conf_path_exceptions.h"
+#include "conf/ground/thread_list.h"
+#include "conf/store/conf_settings.h"
+#include "conf/store/shared_conf_services.h"
+#include "searchthing/lock.h"
+#include "searchthing/osfile.h"
+#include "util/files/open_file.h"
+#include "util/log/logger.h"
+#include "util/system/windows_api.h"
+#include "util/time/timeval.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace velmox {
+
+namespace {
+
+Logger log("SentinelScope");
+
+/// The sentinels that this thread holds; a scope inside another of the same root has nothing to do.
+constinit thread_local ThreadList<Pathname> held;
+
+int wholeSeconds(std::uint64_t milliseconds)
+{
+    constexpr std::uint64_t kLongest = std::numeric_limits<int>::max();
+    return static_cast<int>(std::min(milliseconds / 1000 + (milliseconds % 1000 != 0), kLongest));
+}
+
+void lock(const BundlesSetup &setup, const Pathname &sentinel, std::uint64_t timeoutMs)
+{
+    const LockWait result = lockFileWait(sentinel, wholeSeconds(timeoutMs));
+    const unsigned error = GetLastError();
+    if (result != LockWait::Taken) {
+        throw ConfPathException(Str::fromErrorFormat(error,
+                                                     "Failed to lock %s with code %d, possible reason: %m",
+                                                     setup.text(sentinel).c_str(), static_cast<int>(result)));
+    }
+}
+
+/// Adds a line for whoever wonders which host wrote when.
+void note(const Pathname &sentinel, const Str &purpose)
+{
+    Str line =
+        Str::fromFormat("%s %s: %s", Timeval::now().toStr().c_str(), ownerText().c_str(), purpose.c_str());
+    line.replaceAll("\n", " ");
+    line << '\n';
+    FileStar file = openFile(sentinel, "a");
+    if (!file.isOpen() || file.write(line.data(), line.size()) < 0 || !file.flush()) {
+        log.warn("Cannot note a write in %s: %m", sentinel.toStr().c_str());
+    }
+}
+
+} // namespace
+
+SentinelScope::SentinelScope(const BundlesSetup &setup, const Str &purpose)
+{
+    const ConfSettings &settings = setup.shared().settings();
+    if (!settings.isSharedStorageMode()) {
+        return;
+    }
+    const Pathname sentinel = setup.sentinelFile();
+    if (held.contains(sentinel)) {
+        return;
+    }
+    lock(setup, sentinel, settings.lockTimeoutMs());
+    locked_ = sentinel;
+    held.add(sentinel);
+    if (settings.lockLogging()) {
+        note(sentinel, purpose);
+    }
+}
+
+SentinelScope::~SentinelScope()
+{
+    if (locked_.empty()) {
+        return;
+    }
+    held.remove(locked_);
+    if (lockFileRelease(locked_) != LockRelease::Done) {
+        log.warn("Cannot release the lock of %s: %m", locked_.toStr().c_str());
+    }
+}
+
+} // namespace velmox

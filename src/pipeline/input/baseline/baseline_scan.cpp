@@ -1,0 +1,153 @@
+#include "pipeline/input/baseline/baseline_scan.h"
+
+#include "pipeline/input/baseline/baseline_plan.h"
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/events/value_rendering.h"
+#include "pipeline/input/registry/win_registry.h"
+
+#include <memory>
+#include <new>
+
+namespace velmox {
+
+namespace {
+
+constexpr char kFunction[] = "WinRegistryMonitor::establishBaseline";
+
+// Values of the baseline are rendered as those of RegNtQueryKey are, by their own data types.
+constexpr std::uint32_t kBaselineOperation = 7;
+
+void logRegexes(const StrVector &regexes)
+{
+    if (!monitorLog.debugEnabled()) {
+        return;
+    }
+    monitorLog.debug("%s: listing regexes which will filter the keys for baselining", kFunction);
+    for (const Str &regex : regexes) {
+        monitorLog.debug("%s: including regex: '%s'", kFunction, regex.c_str());
+    }
+}
+
+SYSTEMTIME eventTime(const FILETIME &lastWriteTime)
+{
+    SYSTEMTIME time = {};
+    if (lastWriteTime.dwLowDateTime != 0 || lastWriteTime.dwHighDateTime != 0) {
+        FileTimeToSystemTime(&lastWriteTime, &time);
+    } else {
+        GetSystemTime(&time);
+    }
+    return time;
+}
+
+} // namespace
+
+bool BaselineScan::establishBaseline()
+{
+    BaselinePlan plan;
+    if (!processHivePaths(rules_, checkpoint_, plan)) {
+        monitorLog.error("%s: Failed to process filter hive paths", kFunction);
+        return false;
+    }
+    logRegexes(plan.regexes);
+    if (plan.startPaths.empty()) {
+        return true;
+    }
+    try {
+        const std::unique_ptr<RegexFilterList> filters(new (std::nothrow) RegexFilterList(plan.regexes));
+        if (!filters) {
+            monitorLog.error("%s: Failed to create RegexFilterList object", kFunction);
+            return false;
+        }
+        for (const StartPath &path : plan.startPaths) {
+            walkFrom(path, *filters);
+        }
+        return true;
+    } catch (const std::exception &exception) {
+        monitorLog.error("%s: Failed to establish baseline: '%s'", kFunction, exception.what());
+        return false;
+    }
+}
+
+void BaselineScan::walkFrom(const StartPath &path, RegexFilterList &filters)
+{
+    Str root;
+    const Str rest = resolveRoot(path, root);
+    if (context_.hive.basePath.empty()) {
+        return;
+    }
+    context_.scan = this;
+    context_.filters = &filters;
+    const auto rootKey = reinterpret_cast<HKEY>(context_.hive.rootKey);
+    const WideStr subKey = WideStr::fromUtf8(rest);
+    const std::uint32_t result =
+        WinRegistry().walk(rootKey, subKey.c_str(), nullptr, onValue, &context_, stop_.word());
+    if (result == ERROR_SUCCESS) {
+        markDone(root, rest);
+        return;
+    }
+    SetLastError(result);
+    monitorLog.error("%s: Failed to enumerate registry for baselining: hkey='%s' start_point='%s': '%m'",
+                     kFunction, root.c_str(), rest.c_str());
+}
+
+// Moves leading components into `root` as long as they name a registry root, the longest one in the end; what
+// remains is the path below it, in upper case.
+Str BaselineScan::resolveRoot(const StartPath &path, Str &root)
+{
+    Str rest;
+    for (const Str &component : path) {
+        rest += "\\";
+        rest += component;
+        rest = rest.uppered();
+        const auto found = hiveNames_.hiveKeyMap().find(WideStr::fromUtf8(Str::concat(root, rest)));
+        if (found != hiveNames_.hiveKeyMap().end()) {
+            root += rest;
+            context_.hive = found->second;
+            context_.hive.basePath = WideStr::fromUtf8(root);
+            rest.clear();
+        }
+    }
+    return rest;
+}
+
+void BaselineScan::markDone(const Str &root, const Str &rest) const
+{
+    if (!checkpoint_.setCheckpoint(kCompleted, "1")) {
+        monitorLog.error("%s: Failed to set checkpoint 'completed' for baseline key path='%s%s'", kFunction,
+                         root.c_str(), rest.c_str());
+    }
+    if (!checkpoint_.setLastTimeRun()) {
+        monitorLog.error("%s: Failed to set checkpoint 'last_time_completed' for baseline key path='%s%s'",
+                         kFunction, root.c_str(), rest.c_str());
+    }
+}
+
+void BaselineScan::onValue(const char16_t *path, const char16_t *, DWORD, DWORD valueType, const BYTE *data,
+                           DWORD dataLength, const FILETIME &lastWriteTime, void *context)
+{
+    static_cast<BaselineContext *>(context)->scan->processBaselineEvt(path, valueType, data, dataLength,
+                                                                      lastWriteTime);
+}
+
+void BaselineScan::processBaselineEvt(const char16_t *path, DWORD valueType, const BYTE *data,
+                                      DWORD dataLength, const FILETIME &lastWriteTime)
+{
+    Str keyPath = Str::fromUtf16(context_.hive.basePath);
+    keyPath += "\\";
+    keyPath.appendUtf16(path);
+    if (!context_.filters->matches(keyPath)) {
+        monitorLog.debug("%s: filters did not match the considered key '%s'.",
+                         "WinRegistryMonitor::processBaselineEvt", keyPath.c_str());
+        return;
+    }
+    Str dataText;
+    renderValueData(kBaselineOperation, valueType, data, dataLength, dataText);
+    Str stanza;
+    const Str index = rules_.getIndexAndStanzaForRegmon(keyPath, stanza);
+    const Str text =
+        Str::fromFormat("registry_type=\"baseline\"\nkey_path=\"%s\"\ndata_type=\"%s\"\ndata=\"%s\"\n",
+                        keyPath.c_str(), dataTypeName(kBaselineOperation, valueType), dataText.c_str());
+    emitter_.emitEvent(text, index, stanza, eventTime(lastWriteTime));
+}
+
+} // namespace velmox

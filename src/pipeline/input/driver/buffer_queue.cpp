@@ -1,0 +1,61 @@
+#include "pipeline/input/driver/buffer_queue.h"
+
+#include <new>
+
+namespace velmox {
+
+namespace {
+
+constexpr std::size_t kWorthWaking = 8;
+
+class Guard
+{
+public:
+    explicit Guard(SRWLOCK &lock) : lock_(lock) { AcquireSRWLockExclusive(&lock_); }
+    ~Guard() { ReleaseSRWLockExclusive(&lock_); }
+    Guard(const Guard &) = delete;
+    Guard &operator=(const Guard &) = delete;
+
+private:
+    SRWLOCK &lock_;
+};
+
+} // namespace
+
+bool BufferQueue::put(EventBuffer &buffer)
+{
+    bool isWorthWaking = false;
+    try {
+        const Guard guard(lock_);
+        buffers_.push_back(std::move(buffer));
+        isWorthWaking = buffers_.size() >= kWorthWaking;
+    } catch (const std::bad_alloc &) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return false;
+    }
+    if (isWorthWaking) {
+        wakeTaker();
+    }
+    return true;
+}
+
+void BufferQueue::wakeTaker()
+{
+    WakeConditionVariable(&filled_);
+}
+
+bool BufferQueue::get(EventBuffer &buffer, DWORD milliseconds)
+{
+    const Guard guard(lock_);
+    if (buffers_.empty()) {
+        SleepConditionVariableSRW(&filled_, &lock_, milliseconds, 0);
+    }
+    if (buffers_.empty()) {
+        return false;
+    }
+    buffer = std::move(buffers_.front());
+    buffers_.pop_front();
+    return true;
+}
+
+} // namespace velmox

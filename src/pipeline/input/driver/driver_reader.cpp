@@ -1,0 +1,135 @@
+#include "pipeline/input/driver/driver_reader.h"
+
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/diagnostics/trace.h"
+#include "pipeline/input/driver/event_counters.h"
+
+#include <new>
+#include <psapi.h>
+
+namespace velmox {
+
+namespace {
+
+constexpr char kFunction[] = "WinRegistryMonitor::MonitorWorker";
+
+constexpr DWORD kBufferGrowth = 4096;
+constexpr DWORD kBufferCeiling = 65536;
+constexpr SIZE_T kWorkingSetLimit = 524288000;
+constexpr DWORD kIdleMilliseconds = 500;
+constexpr std::int32_t kReadsPerReport = 1000;
+
+} // namespace
+
+void DriverReader::run()
+{
+    do {
+        if (pass() == Next::CountOrSleep && !countOrSleep()) {
+            return;
+        }
+    } while (!stop_.isSet());
+}
+
+DriverReader::Next DriverReader::pass()
+{
+    if (!buffer_.data && !allocate()) {
+        return Next::CountOrSleep;
+    }
+    trace::monitor(trace::Kind::Information, 64, kFunction, size_);
+    if (!device_.read(buffer_.data.get(), size_, buffer_.bytes)) {
+        const DWORD error = GetLastError();
+        buffer_.bytes = 0;
+        if (error == ERROR_INSUFFICIENT_BUFFER) {
+            return growBuffer(error);
+        }
+        // Not the end: the next pass tries again after the idle sleep.
+        trace::monitor(trace::Kind::Error, 67, kFunction, error);
+    }
+    if (buffer_.bytes == 0) {
+        trace::monitor(trace::Kind::Information, 71, kFunction);
+        return Next::CountOrSleep;
+    }
+    trace::monitor(trace::Kind::Information, 68, kFunction, buffer_.bytes);
+    return handOver();
+}
+
+bool DriverReader::allocate()
+{
+    buffer_.bytes = 0;
+    buffer_.data.reset(new (std::nothrow) unsigned char[size_]);
+    if (!buffer_.data) {
+        result_ = E_OUTOFMEMORY;
+        trace::monitor(trace::Kind::Error, 63, kFunction);
+    }
+    return buffer_.data != nullptr;
+}
+
+DriverReader::Next DriverReader::growBuffer(DWORD error)
+{
+    buffer_.data.reset();
+    if (size_ < kBufferCeiling) {
+        size_ += kBufferGrowth;
+        trace::monitor(trace::Kind::Information, 65, kFunction, size_);
+        return Next::ReadAtOnce;
+    }
+    trace::monitor(trace::Kind::Error, 66, kFunction, size_);
+    result_ = E_UNEXPECTED;
+    trace::monitor(trace::Kind::Error, 67, kFunction, error);
+    return Next::CountOrSleep;
+}
+
+DriverReader::Next DriverReader::handOver()
+{
+    PROCESS_MEMORY_COUNTERS memory = {};
+    if (!GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof memory)) {
+        const DWORD error = GetLastError();
+        result_ = HRESULT_FROM_WIN32(error);
+        return Next::CountOrSleep;
+    }
+    if (memory.WorkingSetSize >= kWorkingSetLimit) {
+        trace::monitor(trace::Kind::Warning, 70, kFunction);
+        buffer_.bytes = 0;
+        return Next::ReadAtOnce;
+    }
+    post();
+    return Next::CountOrSleep;
+}
+
+void DriverReader::post()
+{
+    if (!queue_.put(buffer_)) {
+        const DWORD error = GetLastError();
+        trace::monitor(trace::Kind::Error, 69, kFunction, error);
+        result_ = HRESULT_FROM_WIN32(error);
+    }
+}
+
+// False when the loop is to end.
+bool DriverReader::countOrSleep()
+{
+    if (stop_.isSet()) {
+        trace::monitor(trace::Kind::Information, 72, kFunction);
+        return false;
+    }
+    if (FAILED(result_)) {
+        return false;
+    }
+    if (buffer_.bytes > 0) {
+        countRead();
+    } else {
+        trace::monitor(trace::Kind::Information, 73, kFunction);
+        queue_.wakeTaker();
+        Sleep(kIdleMilliseconds);
+    }
+    return true;
+}
+
+void DriverReader::countRead() const
+{
+    if (++registry_evt_total % kReadsPerReport == 0) {
+        monitorLog.debug("%s: registry_evt_total=%d registry_evt_accepted=%d", kFunction,
+                         registry_evt_total.load(), registry_evt_accepted.load());
+    }
+}
+
+} // namespace velmox

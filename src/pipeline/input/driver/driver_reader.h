@@ -1,0 +1,50 @@
+#pragma once
+
+#include "pipeline/input/driver/buffer_queue.h"
+#include "pipeline/input/driver/device_channel.h"
+#include "pipeline/input/driver/stop_flag.h"
+
+namespace velmox {
+
+/// The worker's loop: pulls raw buffers out of the driver and queues them, at one system call, one memory
+/// query and one queue entry each, and does nothing else.
+///
+/// It polls: a read with records is followed by the next at once, one without by a sleep of 500 ms. When the
+/// working set has reached its limit, what was read is dropped without a word: the only brake on the rate.
+class DriverReader
+{
+public:
+    DriverReader(const DeviceChannel &device, BufferQueue &queue, const StopFlag &stop)
+        : device_(device), queue_(queue), stop_(stop)
+    {
+    }
+
+    /// Returns when the flag is set, or after an error that cannot be retried.
+    void run();
+
+private:
+    // What follows a pass.
+    enum class Next
+    {
+        CountOrSleep,
+        ReadAtOnce
+    };
+
+    Next pass();
+    bool allocate();
+    Next growBuffer(DWORD error);
+    Next handOver();
+    void post();
+    bool countOrSleep();
+    void countRead() const;
+
+    const DeviceChannel &device_;
+    BufferQueue &queue_;
+    const StopFlag &stop_;
+    EventBuffer buffer_;
+    // Of the next buffer, in bytes.
+    DWORD size_ = 8192;
+    HRESULT result_ = 0;
+};
+
+} // namespace velmox

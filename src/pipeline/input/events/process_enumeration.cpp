@@ -1,0 +1,71 @@
+#include "pipeline/input/events/process_enumeration.h"
+
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "util/system/local_memory.h"
+#include "util/system/owned_handle.h"
+
+#include <psapi.h>
+#include <tlhelp32.h>
+
+namespace velmox {
+
+namespace {
+
+// 256 process numbers; a machine with more is left to the image records.
+constexpr DWORD kIdBytes = 1024;
+
+bool enumerateSnapshot(ProcessImageTable &table)
+{
+    const FileHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    PROCESSENTRY32W process = {};
+    process.dwSize = sizeof process;
+    if (!snapshot.isValid() || !Process32FirstW(snapshot.get(), &process)) {
+        return false;
+    }
+    do {
+        char16_t image[kImageUnits];
+        const bool known = queryProcessImage(process.th32ProcessID, image);
+        table.add(process.th32ProcessID, known ? image : asUtf16(process.szExeFile));
+    } while (Process32NextW(snapshot.get(), &process));
+    return true;
+}
+
+void enumerateIds(ProcessImageTable &table)
+{
+    const LocalMemory memory(LocalAlloc(LMEM_FIXED, kIdBytes));
+    if (!memory.isValid()) {
+        return;
+    }
+    auto *ids = static_cast<DWORD *>(memory.get());
+    DWORD bytes = 0;
+    if (!EnumProcesses(ids, kIdBytes, &bytes)) {
+        const auto error = static_cast<int>(GetLastError());
+        monitorLog.error("%s: Enum processes failed: '(%d)%m'", "WinRegistryMonitor::ProcessEnumeration",
+                         error);
+        return;
+    }
+    for (DWORD at = 0; at < bytes / sizeof *ids; ++at) {
+        char16_t image[kImageUnits];
+        if (queryProcessImage(ids[at], image)) {
+            table.add(ids[at], image);
+        }
+    }
+}
+
+} // namespace
+
+bool queryProcessImage(std::uint32_t pid, char16_t *out)
+{
+    const KernelHandle process(OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, pid));
+    return process.isValid() &&
+           GetProcessImageFileNameW(process.get(), reinterpret_cast<wchar_t *>(out), kImageUnits) != 0;
+}
+
+void enumerateProcesses(ProcessImageTable &table)
+{
+    if (!enumerateSnapshot(table)) {
+        enumerateIds(table);
+    }
+}
+
+} // namespace velmox

@@ -1,7 +1,0 @@
-#include "pipeline/input/modular_inputs_log.h"
-
-namespace velmox {
-
-Logger modularInputsLog("ModularInputs");
-
-} // namespace velmox

@@ -1,7 +1,0 @@
-#include "pipeline/input/monitor_log.h"
-
-namespace velmox {
-
-Logger monitorLog("velmox-regmon", false, 60, 100);
-
-} // namespace velmox

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "util/text/str.h"
+
+#include <vector>
+
+namespace velmox {
+
+/// A drive and the device behind it, both lower case: `c:` and `\device\harddiskvolume2`.
+struct DriveMapping
+{
+    Str drive;
+    Str device;
+};
+
+using DriveMappings = std::vector<DriveMapping>;
+
+/// Carries paths between drives and devices. Prefixes are compared without case and need not end at a
+/// backslash.
+class DriveMap
+{
+public:
+    using Fill = void (*)(DriveMappings &out);
+
+    /// `fill` is called on first use, and again as long as it finds nothing.
+    explicit DriveMap(Fill fill) : fill_(fill) {}
+
+    /// Replaces a leading drive of a pattern by the device path, as a regular expression.
+    Str translateProcessDrive(const Str &proc);
+    /// Replaces a leading device of a path by its drive.
+    Str deviceToDrive(const Str &path);
+
+private:
+    const DriveMappings &mappings();
+
+    Fill fill_;
+    DriveMappings mappings_;
+};
+
+/// The same by the drives of this system, as they were at the first call that found any. Main thread only.
+Str translateProcessDrive(const Str &proc);
+Str deviceToDrive(const Str &path);
+
+} // namespace velmox

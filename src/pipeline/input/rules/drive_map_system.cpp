@@ -1,0 +1,44 @@
+#include "pipeline/input/rules/drive_map.h"
+#include "util/system/windows_api.h"
+
+namespace velmox {
+
+namespace {
+
+constexpr DWORD kDriveStringsUnits = 520;
+constexpr DWORD kDeviceUnits = 260;
+
+/// Gathers the drives up to the first whose device the system won't tell.
+void readSystemDrives(DriveMappings &out)
+{
+    wchar_t drives[kDriveStringsUnits];
+    const DWORD length = GetLogicalDriveStringsW(kDriveStringsUnits, drives);
+    if (length == 0 || length > kDriveStringsUnits) {
+        return;
+    }
+    for (const wchar_t *root = drives; *root != L'\0'; root += wcslen(root) + 1) {
+        const wchar_t drive[] = {root[0], L':', L'\0'};
+        wchar_t device[kDeviceUnits];
+        if (QueryDosDeviceW(drive, device, kDeviceUnits) == 0) {
+            return;
+        }
+        out.push_back({Str::fromUtf16(asUtf16(drive)).lowered(), Str::fromUtf16(asUtf16(device)).lowered()});
+    }
+}
+
+// Never destroyed: the watch of a parent may end the process while events are on their way.
+DriveMap &systemDrives = *new DriveMap(readSystemDrives);
+
+} // namespace
+
+Str translateProcessDrive(const Str &proc)
+{
+    return systemDrives.translateProcessDrive(proc);
+}
+
+Str deviceToDrive(const Str &path)
+{
+    return systemDrives.deviceToDrive(path);
+}
+
+} // namespace velmox

@@ -1,0 +1,66 @@
+#include "pipeline/input/rules/filter_block.h"
+
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/diagnostics/trace.h"
+#include "util/match/string_filters.h"
+
+namespace velmox {
+
+namespace {
+
+constexpr char kFunction[] = "WinRegistryMonitor::setRegEvtTypesToMonitor";
+
+// The hive class of the first root whose name stands anywhere in the pattern; 0 for none.
+std::uint32_t hiveMask(const Regex &hive, const HiveNames &hiveNames)
+{
+    Str text = hive.pattern();
+    text.replaceAll("\\\\", "\\");
+    for (const auto &[root, info] : hiveNames.hiveKeyMap()) {
+        if (text.contains(Str::fromUtf16(root).lowered())) {
+            return info.hiveClass;
+        }
+    }
+    return 0;
+}
+
+void addHive(const SystemMonitoringConfig &config, const HiveNames &hiveNames, MonitorFilterConfig &block)
+{
+    const std::uint32_t mask = hiveMask(config.hive, hiveNames);
+    if (mask != 0) {
+        block.hives |= mask;
+        return;
+    }
+    trace::monitor(trace::Kind::Error, 82, kFunction);
+    monitorLog.error("%s: Unable to match a hive root path to any of the 'hive' options provided in the "
+                     "configuration file",
+                     kFunction);
+    block.hives = kUserHives | kMachineHives;
+}
+
+void addOperations(const SystemMonitoringConfig &config, const std::map<Str, std::uint32_t> &eventTypeMasks,
+                   MonitorFilterConfig &block)
+{
+    RegexFilterList types(config.types);
+    for (const auto &[word, mask] : eventTypeMasks) {
+        if (types.matches(word)) {
+            block.ops |= mask;
+            monitorLog.info("%s: Driver is configured to report '%s' type events", kFunction, word.c_str());
+            trace::monitor(trace::Kind::Information, 83, kFunction, word);
+        }
+    }
+}
+
+} // namespace
+
+MonitorFilterConfig makeFilterBlock(const MonitorFilterGroup &group, const HiveNames &hiveNames,
+                                    const std::map<Str, std::uint32_t> &eventTypeMasks)
+{
+    MonitorFilterConfig block = {kAllEvents, kStatusMask, 0, 0};
+    for (const SystemMonitoringConfig &config : group.configs) {
+        addHive(config, hiveNames, block);
+        addOperations(config, eventTypeMasks, block);
+    }
+    return block;
+}
+
+} // namespace velmox

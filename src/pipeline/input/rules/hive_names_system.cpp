@@ -1,0 +1,60 @@
+#include "pipeline/input/diagnostics/monitor_log.h"
+#include "pipeline/input/registry/native_names.h"
+#include "pipeline/input/registry/registry_key_handle.h"
+#include "pipeline/input/rules/hive_names.h"
+
+namespace velmox {
+
+namespace {
+
+constexpr char kFunction[] = "WinRegistryMonitor::initHiveNameKeyMap";
+
+// 1 when the system does not say.
+DWORD activeControlSet()
+{
+    HKEY opened = nullptr;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SYSTEM\\Select", 0, KEY_QUERY_VALUE, &opened) != ERROR_SUCCESS) {
+        return 1;
+    }
+    const RegistryKeyHandle select(opened);
+    DWORD current = 1;
+    DWORD size = sizeof current;
+    const LSTATUS result = RegQueryValueExA(select.get(), "Current", nullptr, nullptr,
+                                            reinterpret_cast<BYTE *>(&current), &size);
+    return result == ERROR_SUCCESS ? current : 1;
+}
+
+} // namespace
+
+void HiveNames::initHiveNameKeyMap()
+{
+    if (!hiveKeyMap_.empty()) {
+        monitorLog.debug("%s The hive key map has already been initialized.", kFunction);
+        return;
+    }
+    // The key stays open for the life of the process.
+    HKEY user = nullptr;
+    if (RegOpenCurrentUser(KEY_READ, &user) != ERROR_SUCCESS) {
+        return;
+    }
+    const NtQueryObject query = findNtQueryObject();
+    if (query == nullptr) {
+        monitorLog.error("%s: Failed to get NtQueryObject function pointer from ntdll.dll: '%m'", kFunction);
+        return;
+    }
+    WideStr userPath;
+    if (queryName(query, user, userPath)) {
+        fill(userPath);
+    }
+}
+
+void HiveNames::detectCurrentControlSet(const Str &hive)
+{
+    if (!currentControlSetPath_.empty() || !hive.lowered().contains("system\\\\currentcontrolset")) {
+        return;
+    }
+    currentControlSetPath_ = "\\registry\\machine\\system\\";
+    currentControlSetPath_ += activeControlSet() == 1 ? "controlset001" : "controlset002";
+}
+
+} // namespace velmox

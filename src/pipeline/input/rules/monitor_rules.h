@@ -1,0 +1,65 @@
+#pragma once
+
+#include "pipeline/input/rules/event_filters.h"
+#include "util/match/regex.h"
+
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace velmox {
+
+/// Names of the filter groups.
+inline constexpr char kRegmonFilters[] = "regmon-filters";
+inline constexpr char kProcmonFilters[] = "procmon-filters";
+
+/// One enabled stanza.
+struct SystemMonitoringConfig
+{
+    Str index;
+    /// The hive pattern in its final form, lower case, for lower-case key paths.
+    Regex hive;
+    /// What `hive` finds begins with this, so that a path without it needs no regular expression.
+    Str hivePrefix;
+    /// The stanza's `type`, split at "|".
+    StrVector types;
+    bool baseline = false;
+    /// Seconds, as decimal text.
+    Str baselineInterval;
+    /// The stanza's name without its scheme.
+    Str name;
+    /// The process pattern, lower case, without the translation of drives.
+    Regex proc;
+};
+
+/// The stanzas of one filter file: their filters, and what else they say.
+struct MonitorFilterGroup
+{
+    /// True: a match keeps an event. False: a match drops it.
+    bool inclusive = true;
+    std::unique_ptr<SysMonEventFilterList> filters;
+    std::vector<SystemMonitoringConfig> configs;
+
+    bool passes(const SysMonFilterableEvent &event) { return filters->matches(event) == inclusive; }
+};
+
+/// What is watched, and to which stanza and index an accepted event belongs. Main thread only.
+class MonitorRules
+{
+public:
+    /// The group under a name, or null; asking for an absent name enters it with a null.
+    MonitorFilterGroup *group(const Str &name);
+    /// False when the name is taken; `group` is then gone.
+    bool insert(const Str &name, std::unique_ptr<MonitorFilterGroup> group);
+
+    /// The index of the stanza whose hive pattern matches the path, the longest pattern text first. `stanza`
+    /// stays as it came in when none matches, and the index is then empty.
+    Str getIndexAndStanzaForRegmon(const Str &keyPath, Str &stanza);
+    /// The same by process pattern; the last stanza that matches decides.
+    Str getIndexAndStanzaForProcmon(const Str &processPath, Str &stanza);
+
+private:
+    std::map<Str, std::unique_ptr<MonitorFilterGroup>> filterGroups_;
+};
+
+} // namespace velmox

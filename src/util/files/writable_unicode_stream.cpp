@@ -1,0 +1,186 @@
+#include "util/files/writable_unicode_stream.h"
+
+#include "util/text/code_point.h"
+
+namespace velmox {
+
+void WritableUnicodeStream::write(const char *utf8, std::size_t length)
+{
+    if (length != 0) {
+        finishUtf16();
+    }
+    for (std::size_t at = 0; at < length; ++at) {
+        takeUtf8(static_cast<unsigned char>(utf8[at]));
+    }
+}
+
+void WritableUnicodeStream::write(const char16_t *text, std::size_t length)
+{
+    if (length != 0) {
+        finishUtf8();
+    }
+    for (std::size_t at = 0; at < length; ++at) {
+        takeUtf16(text[at]);
+    }
+}
+
+void WritableUnicodeStream::writeFormat(const char *fmt, ...)
+{
+    std::va_list args;
+    va_start(args, fmt);
+    formatted_.vformat(fmt, args);
+    va_end(args);
+    write(formatted_.data(), formatted_.size());
+}
+
+void WritableUnicodeStream::writeNumber(long long value)
+{
+    writeFormat("%lld", value);
+}
+
+void WritableUnicodeStream::writeNumber(unsigned long long value)
+{
+    writeFormat("%llu", value);
+}
+
+void WritableUnicodeStream::writeNumber(double value)
+{
+    writeFormat("%lf", value);
+}
+
+void WritableUnicodeStream::finishCharacter()
+{
+    finishUtf8();
+    finishUtf16();
+}
+
+void WritableUnicodeStream::takeUtf8(unsigned char byte)
+{
+    if (missing_ == 0) {
+        beginUtf8(byte);
+    } else if (!isUtf8Continuation(byte)) {
+        finishUtf8();
+        beginUtf8(byte);
+    } else {
+        partial_ = partial_ << 6 | (byte & 0x3Fu);
+        if (--missing_ == 0) {
+            const bool valid = isShortestUtf8(partial_, continuations_) && isScalarValue(partial_);
+            valid ? putCharacter(partial_) : putInvalid();
+        }
+    }
+}
+
+void WritableUnicodeStream::beginUtf8(unsigned char lead)
+{
+    if (lead < 0x80) {
+        putCharacter(lead);
+        return;
+    }
+    continuations_ = missing_ = utf8ContinuationCount(lead);
+    partial_ = lead & (0x3Fu >> continuations_);
+    if (continuations_ == 0) {
+        putInvalid();
+    }
+}
+
+void WritableUnicodeStream::takeUtf16(char16_t unit)
+{
+    if (highSurrogate_ != 0 && isLowSurrogate(unit)) {
+        putCharacter(combineSurrogates(highSurrogate_, unit));
+        highSurrogate_ = 0;
+        return;
+    }
+    finishUtf16();
+    if (isHighSurrogate(unit)) {
+        highSurrogate_ = unit;
+    } else if (isLowSurrogate(unit)) {
+        putInvalid();
+    } else {
+        putCharacter(unit);
+    }
+}
+
+void WritableUnicodeStream::finishUtf8()
+{
+    if (missing_ != 0) {
+        missing_ = 0;
+        putInvalid();
+    }
+}
+
+void WritableUnicodeStream::finishUtf16()
+{
+    if (highSurrogate_ != 0) {
+        highSurrogate_ = 0;
+        putInvalid();
+    }
+}
+
+void WritableUnicodeStream::start()
+{
+    started_ = true;
+    if (encodingOf(encoding_) <= TextEncoding::Empty) {
+        encoding_ = withEncoding(encoding_, TextEncoding::Utf8);
+    }
+    const TextEncoding encoding = encodingOf(encoding_);
+    bigEndian_ = encoding == TextEncoding::Utf16Be || encoding == TextEncoding::Utf32Be;
+    switch (encoding) {
+    case TextEncoding::Utf16Le:
+    case TextEncoding::Utf16Be:
+        output_ = &WritableUnicodeStream::putAsUtf16;
+        break;
+    case TextEncoding::Utf32Le:
+    case TextEncoding::Utf32Be:
+        output_ = &WritableUnicodeStream::putAsUtf32;
+        break;
+    default:
+        output_ = &WritableUnicodeStream::putAsUtf8;
+        break;
+    }
+    if ((encoding_ & kByteOrderMarkFlag) != 0) {
+        (this->*output_)(kByteOrderMark);
+    }
+}
+
+void WritableUnicodeStream::putInvalid()
+{
+    if (replaceBadInput_) {
+        putCharacter(kReplacementCharacter);
+    }
+}
+
+void WritableUnicodeStream::putCharacter(char32_t c)
+{
+    if (!started_) {
+        start();
+    }
+    if (c == '\n' && !afterCr_ && (encoding_ & kCrLfFlag) != 0) {
+        (this->*output_)('\r');
+    }
+    (this->*output_)(c);
+    afterCr_ = c == '\r';
+}
+
+void WritableUnicodeStream::putAsUtf8(char32_t c)
+{
+    putUtf8(c, [this](unsigned char byte) { writeByte(byte); });
+}
+
+void WritableUnicodeStream::putAsUtf16(char32_t c)
+{
+    putUtf16(c, [this](char16_t unit) { putUnit(unit, 2); });
+}
+
+void WritableUnicodeStream::putAsUtf32(char32_t c)
+{
+    putUnit(c, 4);
+}
+
+void WritableUnicodeStream::putUnit(char32_t unit, unsigned bytes)
+{
+    for (unsigned i = 0; i < bytes; ++i) {
+        writeByte(static_cast<unsigned char>(unit >> 8 * (bigEndian_ ? bytes - 1 - i : i)));
+    }
+}
+
+} // namespace velmox

@@ -1,0 +1,171 @@
+#pragma once
+
+#include "util/log/log_level.h"
+#include "util/text/pathname.h"
+#include "util/text/str.h"
+
+#include <atomic>
+#include <map>
+#include <memory>
+
+namespace velmox {
+
+class LogStream;
+class LogSuppressor;
+class LogSystem;
+struct LogCategory;
+struct LogCulprits;
+
+/// Wraps a message: both operations append to its text.
+class LogFormatCallback
+{
+public:
+    virtual ~LogFormatCallback() = default;
+    virtual void before(Str &) {}
+    virtual void after(Str &) {}
+};
+
+/// One named source of log messages, usually a static object of its component.
+///
+/// Usable from any thread, before configuration and in static constructors, even before its own has run. No
+/// operation throws or changes the thread's last error, and `%m` in a format stands for the text of the last
+/// error as it was at the call.
+class Logger
+{
+public:
+    /// `name` must outlive the logger. The limits are those of the repeat suppressor, which works only when
+    /// asked for: `repeatThreshold` messages of one format pass, the following ones are held back for
+    /// `windowSeconds`.
+    explicit Logger(const char *name, bool suppressRepeats = false, unsigned windowSeconds = 60,
+                    unsigned repeatThreshold = 100);
+    virtual ~Logger();
+    Logger(const Logger &) = delete;
+    Logger &operator=(const Logger &) = delete;
+
+    void debug(const char *fmt, ...) VELMOX_PRINTF(2, 3);
+    void info(const char *fmt, ...) VELMOX_PRINTF(2, 3);
+    void warn(const char *fmt, ...) VELMOX_PRINTF(2, 3);
+    void error(const char *fmt, ...) VELMOX_PRINTF(2, 3);
+    void log(LogLevel level, const char *fmt, ...) VELMOX_PRINTF(3, 4);
+    /// `callback` may be null.
+    void log(LogLevel level, LogFormatCallback *callback, const char *fmt, std::va_list args);
+
+    /// Log the exception's text.
+    void info(const std::exception &exception);
+    void warn(const std::exception &exception);
+    void error(const std::exception &exception);
+
+    /// A stream that lives for one statement and logs what was put into it.
+    LogStream debug();
+    LogStream info();
+    LogStream warn();
+    LogStream error();
+
+    bool isEnabled(LogLevel level) const
+    {
+        return static_cast<int>(level) >= threshold_.load(std::memory_order_relaxed);
+    }
+    bool debugEnabled() const { return isEnabled(LogLevel::Debug); }
+
+    const char *name() const { return name_; }
+
+    /// Reads the log configuration and its "-local" companion in the same folder, whose settings win, and
+    /// binds all loggers. What goes wrong is logged; true when nothing did.
+    ///
+    /// With a section name only that section of the files counts, with none (null) no section does. Each
+    /// `${NAME}` in an appender's value stands for the variable's value. Without `mayUseStderr` standard
+    /// error is not written to for the rest of the process's life. For the main thread, before there are
+    /// others.
+    static bool loadConfig(const Pathname &path, const char *section, const std::map<Str, Str> &variables,
+                           bool mayUseStderr);
+    /// Binds every logger to the category of its name.
+    static void bindAll();
+    /// Changes the threshold of one component until the next configuration; false when logging is not
+    /// configured or no logger has the name. For the main thread, before there are others.
+    static bool setThreshold(const char *name, LogLevel level);
+
+protected:
+    struct Unlisted
+    {
+    };
+    Logger(const char *name, Unlisted);
+
+private:
+    friend class LogSystem;
+    friend class LogStream;
+
+    virtual bool escapesLineEnds() const { return true; }
+    virtual bool truncatesLongMessages() const { return true; }
+
+    static void writeFallback(LogLevel level, std::string_view message);
+
+    void bindTo(LogCategory *category);
+    bool passesUnconfigured() const;
+    void write(LogLevel level, LogFormatCallback *callback, const char *fmt, std::va_list args);
+    void writeGuarded(unsigned error, LogLevel level, LogFormatCallback *callback, const char *fmt,
+                      std::va_list args);
+    /// Leaves the formatted text in `message`.
+    void writeSuppressed(Str &message, unsigned error, LogLevel level, LogFormatCallback *callback,
+                         const char *fmt, std::va_list args);
+    void logThrough(LogFormatCallback &callback, LogLevel level, const char *fmt, ...);
+    bool deliver(LogLevel level, const Str &message, const LogCulprits *culprits = nullptr);
+
+    // A static logger that is used before its constructor ran consists of zeros: its threshold lets
+    // everything through, and the message takes the road for loggers that are in no list.
+    const char *name_;
+    /// The category's, copied when bound, so that a message below it costs one load and one comparison.
+    std::atomic<int> threshold_;
+    bool isListed_ = false;
+    /// Null until bound.
+    std::atomic<LogCategory *> category_{nullptr};
+    Logger *next_ = nullptr;
+    std::unique_ptr<LogSuppressor> suppressor_;
+};
+
+/// A logger whose messages keep their line ends and their length.
+///
+/// It does not follow the configuration: its threshold is INFO, and it writes to the root appender. Before
+/// configuration all its messages go to standard error, each behind its level.
+class LoggerSimple : public Logger
+{
+public:
+    explicit LoggerSimple(const char *name) : Logger(name, Unlisted()) {}
+
+private:
+    bool escapesLineEnds() const override { return false; }
+    bool truncatesLongMessages() const override { return false; }
+};
+
+/// Text under way to a logger, which gets it when the stream ends, unless it is empty. When the level is off
+/// nothing is made of what is put in.
+class LogStream
+{
+public:
+    LogStream(Logger &logger, LogLevel level)
+        : logger_(logger.isEnabled(level) ? &logger : nullptr), level_(level)
+    {
+    }
+    LogStream(const LogStream &) = delete;
+    LogStream &operator=(const LogStream &) = delete;
+    ~LogStream();
+
+    template <class Value>
+    LogStream &operator<<(const Value &value)
+    {
+        if (logger_) {
+            append([](Str &text, const void *from) { text << *static_cast<const Value *>(from); }, &value);
+        }
+        return *this;
+    }
+    LogStream &operator<<(const char *text) { return *this << std::string_view(text); }
+    LogStream &operator<<(const char16_t *text);
+
+private:
+    void append(void (*put)(Str &, const void *), const void *value) noexcept;
+
+    Logger *const logger_;
+    const LogLevel level_;
+    Str text_;
+};
+
+} // namespace velmox

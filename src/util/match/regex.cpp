@@ -1,0 +1,241 @@
+#include "util/match/regex.h"
+
+#include "util/log/logger.h"
+#include "util/text/ascii.h"
+
+#include <algorithm>
+#include <pcre.h>
+
+namespace velmox {
+
+namespace {
+
+constexpr int kMatchOptions = PCRE_NO_UTF8_CHECK | PCRE_NEWLINE_ANY | PCRE_BSR_UNICODE;
+
+// Of PCRE's output vector two thirds hold the offset pairs of the groups, the rest is its work space.
+constexpr int kVectorSize = 1024;
+constexpr int kPairs = kVectorSize / 3;
+
+Logger &regexLog()
+{
+    static Logger log("Regex");
+    return log;
+}
+
+StrSegment segmentOf(const char *subject, const int *pair)
+{
+    if (pair[0] < 0) {
+        return StrSegment();
+    }
+    // A \K inside a look-ahead can put the start behind the end.
+    return StrSegment(subject + pair[0], static_cast<std::size_t>(std::max(pair[1] - pair[0], 0)));
+}
+
+const char *orEmpty(const char *subject)
+{
+    return subject != nullptr ? subject : "";
+}
+
+bool hasMatched(int result)
+{
+    return result >= 0 || result == PCRE_ERROR_PARTIAL;
+}
+
+bool spans(const int *whole, std::size_t length)
+{
+    return static_cast<std::size_t>(whole[1] - whole[0]) == length;
+}
+
+} // namespace
+
+struct Regex::Program
+{
+    pcre *code = nullptr;
+    pcre_extra *study = nullptr;
+
+    int exec(const char *subject, std::size_t length, int options, int *offsets) const
+    {
+        return pcre_exec(code, study, subject, static_cast<int>(length), 0, options, offsets, kVectorSize);
+    }
+};
+
+void Regex::ProgramDeleter::operator()(Program *program) const
+{
+    pcre_free_study(program->study);
+    pcre_free(program->code);
+    delete program;
+}
+
+Regex::Regex(const Str &pattern, bool study, int pcreFlags)
+{
+    if (!pattern.empty()) {
+        compile(pattern, study, pcreFlags);
+    }
+}
+
+void Regex::clear()
+{
+    *this = Regex();
+}
+
+Regex::ProgramPtr Regex::compileProgram(const Str &pattern, bool study, int pcreFlags, const char *&error)
+{
+    int errorOffset = 0;
+    ProgramPtr program(new Program);
+    program->code = pcre_compile(pattern.c_str(), pcreFlags, &error, &errorOffset, nullptr);
+    if (program->code == nullptr) {
+        return nullptr;
+    }
+    if (study) {
+        program->study = pcre_study(program->code, 0, &error);
+    }
+    return program;
+}
+
+void Regex::compile(const Str &pattern, bool study, int pcreFlags)
+{
+    Str text = pattern;
+    clear();
+    pattern_ = std::move(text);
+
+    const char *error = nullptr;
+    compiled_ = compileProgram(pattern_, study, pcreFlags | PCRE_UTF8, error);
+    if (!compiled_) {
+        throw RegexException(Str::concat("Regex: ", error));
+    }
+    pcre_fullinfo(compiled_->code, compiled_->study, PCRE_INFO_CAPTURECOUNT, &captureCount_);
+    readAnchored();
+    readGroupNames();
+
+    // A pattern that cannot be wrapped, such as an extended one that ends in a comment, goes without.
+    const Str wrapped = Str::concat(Str::concat("(?:", pattern_), ")\\z");
+    fullCompiled_ = compileProgram(wrapped, study, pcreFlags | PCRE_UTF8 | PCRE_ANCHORED, error);
+}
+
+void Regex::readAnchored()
+{
+    unsigned long options = 0;
+    const int result = pcre_fullinfo(compiled_->code, compiled_->study, PCRE_INFO_OPTIONS, &options);
+    if (result != 0) {
+        regexLog().error("Failed to lookup PCRE options with return=%d (regex=%s).", result,
+                         pattern_.c_str());
+        return;
+    }
+    anchored_ = (options & PCRE_ANCHORED) != 0;
+}
+
+void Regex::readGroupNames()
+{
+    int count = 0;
+    int entrySize = 0;
+    const char *entry = nullptr;
+    pcre_fullinfo(compiled_->code, compiled_->study, PCRE_INFO_NAMECOUNT, &count);
+    pcre_fullinfo(compiled_->code, compiled_->study, PCRE_INFO_NAMEENTRYSIZE, &entrySize);
+    pcre_fullinfo(compiled_->code, compiled_->study, PCRE_INFO_NAMETABLE, &entry);
+    for (; count > 0; --count, entry += entrySize) {
+        // An entry: the group's number in two bytes, high byte first, then its name and a NUL.
+        const unsigned high = static_cast<unsigned char>(entry[0]);
+        const unsigned low = static_cast<unsigned char>(entry[1]);
+        groupNames_[entry + 2] = high << 8 | low;
+    }
+}
+
+const Regex::Program *Regex::choose(bool fullMatch) const
+{
+    return fullMatch && fullCompiled_ ? fullCompiled_.get() : compiled_.get();
+}
+
+bool Regex::match(StrSegment &subject, RegexMatch *out, bool consume, bool fullMatch) const
+{
+    const Program *program = choose(fullMatch);
+    if (out != nullptr) {
+        out->clear();
+    }
+    if (program == nullptr || (consume && subject.empty() && !fullMatch)) {
+        return false;
+    }
+    const char *start = orEmpty(subject.data());
+    const std::size_t length = subject.size();
+    int offsets[kVectorSize];
+    const int result = program->exec(start, length, kMatchOptions, offsets);
+    if (!hasMatched(result) || (fullMatch && !spans(offsets, length))) {
+        return false;
+    }
+    if (consume) {
+        subject.removePrefix(static_cast<std::size_t>(offsets[1]));
+    }
+    if (out != nullptr) {
+        fill(*out, start, offsets, result < 0 ? 1 : kPairs);
+    }
+    return true;
+}
+
+bool Regex::match(const Str &subject, RegexMatch *out, bool consume, bool fullMatch) const
+{
+    StrSegment whole(subject);
+    return match(whole, out, consume, fullMatch);
+}
+
+bool Regex::partialMatch(const Str &subject, RegexMatch *out) const
+{
+    if (out != nullptr) {
+        out->clear();
+    }
+    if (!compiled_) {
+        return false;
+    }
+    int offsets[kVectorSize];
+    const int result = compiled_->exec(subject.data(), subject.size(), PCRE_PARTIAL, offsets);
+    if (!hasMatched(result)) {
+        return false;
+    }
+    if (out != nullptr) {
+        fill(*out, subject.data(), offsets, result < 0 ? 1 : kPairs);
+    }
+    return true;
+}
+
+int Regex::findAt(const char *subject, unsigned length, bool anchoredHere, bool fullMatch) const
+{
+    const Program *program = choose(fullMatch);
+    if (program == nullptr) {
+        return -1;
+    }
+    int offsets[kVectorSize];
+    const int options = kMatchOptions | (anchoredHere ? PCRE_ANCHORED : 0);
+    const int result = program->exec(orEmpty(subject), length, options, offsets);
+    if (!hasMatched(result) || (fullMatch && !spans(offsets, length))) {
+        return -1;
+    }
+    return offsets[0];
+}
+
+// `filledPairs` counts the pairs that PCRE has written; a partial match has only that of the whole.
+void Regex::fill(RegexMatch &out, const char *subject, const int *offsets, int filledPairs) const
+{
+    out.regex_ = this;
+    out.subject_ = subject;
+    out.matched_ = true;
+    out.whole_ = segmentOf(subject, offsets);
+    out.groups_.resize(static_cast<std::size_t>(captureCount_));
+    const int groups = std::min(captureCount_, filledPairs - 1);
+    for (int i = 0; i < groups; ++i) {
+        out.groups_[static_cast<std::size_t>(i)] = segmentOf(subject, offsets + 2 * (i + 1));
+    }
+}
+
+void Regex::escape(const Str &in, Str &out)
+{
+    const auto isPlain = [](char c) { return isAsciiAlphanumeric(c) || c == '_' || (c & 0x80) != 0; };
+    Str escaped;
+    escaped.reserve(2 * in.size());
+    for (const char c : in) {
+        if (!isPlain(c)) {
+            escaped.push_back('\\');
+        }
+        escaped.push_back(c != '\0' ? c : '0');
+    }
+    out = std::move(escaped);
+}
+
+} // namespace velmox

@@ -1,0 +1,85 @@
+#pragma once
+
+#include "util/match/regex_match.h"
+#include "util/text/base_exception.h"
+#include "util/text/str_segment.h"
+
+#include <map>
+#include <memory>
+
+namespace velmox {
+
+/// A pattern that does not compile, with PCRE's reason, or a group that a match does not have.
+class RegexException : public BaseException
+{
+public:
+    using BaseException::BaseException;
+};
+
+/// One PCRE pattern over UTF-8 text, compiled twice: as given, and wrapped so that it matches whole subjects
+/// only.
+///
+/// Subjects must be valid UTF-8; nothing checks them. Matching neither throws nor logs: an error of PCRE,
+/// such as its match limit, reads as no match. Any number of threads may match at once, none while `compile`
+/// or `clear` runs. The compile options aren't kept, so there is no copying: compile anew from `pattern()`.
+class Regex
+{
+public:
+    /// Matches nothing.
+    Regex() = default;
+    /// Compiles at once, but leaves an empty pattern uncompiled: the object then matches nothing.
+    Regex(const Str &pattern, bool study, int pcreFlags);
+    Regex(Regex &&) noexcept = default;
+    Regex &operator=(Regex &&) noexcept = default;
+
+    /// Replaces what stands. An empty pattern is compiled like any other and matches anything. Throws
+    /// RegexException, with the old pattern gone.
+    void compile(const Str &pattern, bool study, int pcreFlags);
+    void clear();
+
+    /// Searches the subject; with `fullMatch` the match must span it. `consume` advances the subject past the
+    /// match, and then an empty subject never matches, unless `fullMatch` is set as well. `out` may be null,
+    /// which is quicker; it is cleared when nothing matches.
+    bool match(StrSegment &subject, RegexMatch *out = nullptr, bool consume = false,
+               bool fullMatch = false) const;
+    bool match(const Str &subject, RegexMatch *out = nullptr, bool consume = false,
+               bool fullMatch = false) const;
+
+    /// Also true when the subject ends within what could become a match; `out` then has no groups set.
+    bool partialMatch(const Str &subject, RegexMatch *out = nullptr) const;
+
+    /// Offset of a match, in bytes, or -1. With `anchoredHere` only a match at the start counts.
+    int findAt(const char *subject, unsigned length, bool anchoredHere, bool fullMatch) const;
+
+    /// Makes `out` a pattern that matches just the text `in`.
+    static void escape(const Str &in, Str &out);
+
+    /// Whether the pattern can match only at the start of a subject.
+    bool isAnchored() const { return anchored_; }
+    const Str &pattern() const { return pattern_; }
+    int captureCount() const { return captureCount_; }
+    const std::map<Str, unsigned> &groupNames() const { return groupNames_; }
+
+private:
+    struct Program;
+    struct ProgramDeleter
+    {
+        void operator()(Program *program) const;
+    };
+    using ProgramPtr = std::unique_ptr<Program, ProgramDeleter>;
+
+    static ProgramPtr compileProgram(const Str &pattern, bool study, int pcreFlags, const char *&error);
+    void readAnchored();
+    void readGroupNames();
+    const Program *choose(bool fullMatch) const;
+    void fill(RegexMatch &out, const char *subject, const int *offsets, int filledPairs) const;
+
+    ProgramPtr compiled_;
+    int captureCount_ = 0;
+    std::map<Str, unsigned> groupNames_;
+    bool anchored_ = false;
+    Str pattern_;
+    ProgramPtr fullCompiled_;
+};
+
+} // namespace velmox

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "util/system/windows_api.h"
+
+#include <utility>
+
+namespace velmox {
+
+/// Owner of one operating-system handle. `Traits` names the handle type, its invalid value and the closing
+/// call.
+///
+/// Closing keeps the thread's last error as it was.
+template <class Traits>
+class OwnedHandle
+{
+public:
+    using Type = typename Traits::Type;
+
+    OwnedHandle() = default;
+    explicit OwnedHandle(Type handle) : handle_(handle) {}
+    OwnedHandle(OwnedHandle &&other) noexcept : handle_(other.release()) {}
+    OwnedHandle &operator=(OwnedHandle &&other) noexcept
+    {
+        reset(other.release());
+        return *this;
+    }
+    ~OwnedHandle() { reset(); }
+
+    bool isValid() const { return handle_ != Traits::invalid(); }
+    Type get() const { return handle_; }
+
+    /// Gives the handle to the caller, who closes it.
+    Type release() { return std::exchange(handle_, Traits::invalid()); }
+
+    void reset(Type handle = Traits::invalid())
+    {
+        const Type old = std::exchange(handle_, handle);
+        if (old != Traits::invalid()) {
+            const DWORD error = GetLastError();
+            Traits::close(old);
+            SetLastError(error);
+        }
+    }
+
+private:
+    Type handle_ = Traits::invalid();
+};
+
+/// Handles whose invalid value is null: events, threads, processes.
+struct KernelHandleTraits
+{
+    using Type = HANDLE;
+    static Type invalid() { return nullptr; }
+    static void close(Type handle) { CloseHandle(handle); }
+};
+
+/// Handles whose invalid value is INVALID_HANDLE_VALUE: files, devices and process snapshots.
+struct FileHandleTraits
+{
+    using Type = HANDLE;
+    static Type invalid() { return INVALID_HANDLE_VALUE; }
+    static void close(Type handle) { CloseHandle(handle); }
+};
+
+using KernelHandle = OwnedHandle<KernelHandleTraits>;
+using FileHandle = OwnedHandle<FileHandleTraits>;
+
+} // namespace velmox

@@ -1,0 +1,117 @@
+#pragma once
+
+#include "util/text/basic_text.h"
+#include "util/text/char_set.h"
+
+#include <cstdarg>
+#include <exception>
+#include <vector>
+
+/// Lets the compiler check a format against its arguments. The GNU dialect is named because it knows `%m`,
+/// which this system's formatting adds to the C run-time library's.
+#define VELMOX_PRINTF(fmt_at, args_at) __attribute__((format(gnu_printf, fmt_at, args_at)))
+
+namespace velmox {
+
+class StrSegment;
+
+/// Owned UTF-8 text: the system's type for all data, configuration, log lines and events.
+///
+/// Order and equality are by bytes. Nothing keeps a `Str` from holding ill-formed UTF-8; operations say what
+/// they make of it.
+class Str : public BasicText<Str, char>
+{
+public:
+    using BasicText::BasicText;
+    using BasicText::compare;
+    using BasicText::startsWith;
+
+    static constexpr unsigned kNoLimit = ~0u;
+
+    /// Appends UTF-16 as UTF-8. Half a surrogate becomes U+FFFD. `length` counts 16-bit units.
+    void appendUtf16(const char16_t *text, std::size_t length);
+    void appendUtf16(const char16_t *cstr);
+    static Str fromUtf16(std::u16string_view text);
+
+    /// Clears, then formats by the C run-time library's format language; `append...` keeps what stands.
+    ///
+    /// The argument list must not refer to this string's own text.
+    void format(const char *fmt, ...) VELMOX_PRINTF(2, 3);
+    void appendFormat(const char *fmt, ...) VELMOX_PRINTF(2, 3);
+    void vformat(const char *fmt, std::va_list args);
+    void vappendFormat(const char *fmt, std::va_list args);
+    static Str fromFormat(const char *fmt, ...) VELMOX_PRINTF(1, 2);
+
+    /// As `format`, with each `%m` standing for the system's text of an error code. That text is inserted
+    /// into the format, so a percent sign in it reads as a conversion.
+    void formatWithError(unsigned error, const char *fmt, ...) VELMOX_PRINTF(3, 4);
+    void formatWithLastError(const char *fmt, ...) VELMOX_PRINTF(2, 3);
+    void vformatWithError(unsigned error, const char *fmt, std::va_list args);
+    static Str fromErrorFormat(unsigned error, const char *fmt, ...) VELMOX_PRINTF(2, 3);
+    static Str fromLastErrorFormat(const char *fmt, ...) VELMOX_PRINTF(1, 2);
+
+    /// Appends the system's text of an error code, without its closing line end.
+    void appendErrorText(unsigned error);
+
+    Str &operator<<(const Str &text);
+    Str &operator<<(std::string_view text);
+    Str &operator<<(const char *text);
+    Str &operator<<(char byte);
+    Str &operator<<(const char16_t *text);
+    Str &operator<<(const StrSegment &text);
+    Str &operator<<(const std::exception &exception);
+    Str &operator<<(bool value);
+    Str &operator<<(short value);
+    Str &operator<<(unsigned short value);
+    Str &operator<<(int value);
+    Str &operator<<(unsigned value);
+    Str &operator<<(long value);
+    Str &operator<<(unsigned long value);
+    Str &operator<<(long long value);
+    Str &operator<<(unsigned long long value);
+    Str &operator<<(double value);
+
+    /// First position at or after `from` whose membership in `set` equals `in`; -1 when there is none.
+    std::ptrdiff_t findFirst(const CharSet &set, std::size_t from, bool in) const;
+    bool startsWith(const char *text, std::size_t length) const;
+    bool equals(const char *text) const;
+    /// Replaces left to right, resuming behind what was put in; returns the count. An empty `find` does
+    /// nothing.
+    std::size_t replaceAll(const Str &find, const Str &with);
+    std::size_t replaceChars(const CharSet &set, char with);
+    void trim(const CharSet &set = CharSet::blanks(), bool left = true, bool right = true);
+    Str trimmed(const CharSet &set = CharSet::blanks(), bool left = true, bool right = true) const;
+    /// Removes the first and the last byte when both equal `quote`; one lone quote stays.
+    void unquote(char quote);
+    static Str concat(const Str &a, const Str &b);
+
+    static bool isValidUtf8(const char *text, std::size_t length);
+    /// Decodes in place; false, with the text as it was, when the decoded bytes are not valid UTF-8.
+    bool urlDecode();
+
+    /// Order over characters folded by the Unicode case table: -1, 0 or 1. Ill-formed bytes count as
+    /// characters.
+    static int compareCaseless(const char *a, std::size_t aLength, const char *b, std::size_t bLength);
+    int compareCaseless(const char *other) const;
+    int compareCaseless(const Str &other) const;
+
+    /// Appends the folded text to `out`, which must be another string.
+    void toLower(Str &out) const;
+    void toUpper(Str &out) const;
+    Str lowered() const;
+    Str uppered() const;
+
+    /// The whole text as a number, or `dflt` when it is empty, has anything left over, or is out of range.
+    long long toInt64(long long dflt, int base = 10) const;
+    unsigned long long toUInt64(unsigned long long dflt, int base = 10) const;
+    int toInt(int dflt, int base = 10) const;
+
+    /// True for "t", "true", "yes", "1", false for "f", "false", "no", "0", in any ASCII case. The first form
+    /// returns whether the text is one of these.
+    bool toBool(bool &out) const;
+    bool toBool(bool ifEmpty, bool ifInvalid) const;
+};
+
+using StrVector = std::vector<Str>;
+
+} // namespace velmox

@@ -1,0 +1,203 @@
+#include "util/text/ascii.h"
+#include "util/text/code_point.h"
+#include "util/text/unicode_table.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace velmox {
+
+namespace {
+
+constexpr std::size_t kWord = sizeof(std::uint64_t);
+
+std::uint64_t wordAt(const char *text)
+{
+    std::uint64_t word;
+    std::memcpy(&word, text, kWord);
+    return word;
+}
+
+bool isAscii(char byte)
+{
+    return (byte & 0x80) == 0;
+}
+
+bool isAsciiWord(std::uint64_t word)
+{
+    return (word & 0x8080808080808080) == 0;
+}
+
+bool isContinuation(char byte)
+{
+    return isUtf8Continuation(static_cast<unsigned char>(byte));
+}
+
+/// How many ASCII bytes the text begins with.
+std::size_t asciiPrefix(const char *text, std::size_t length)
+{
+    std::size_t at = 0;
+    while (length - at >= kWord && isAsciiWord(wordAt(text + at))) {
+        at += kWord;
+    }
+    while (at < length && isAscii(text[at])) {
+        ++at;
+    }
+    return at;
+}
+
+Utf8Key pack(Utf8Key key, char byte)
+{
+    return key << 8 | static_cast<unsigned char>(byte);
+}
+
+/// Appends the bytes of a key, which leading zero bytes are no part of.
+void appendKey(Utf8Key key, Str &out)
+{
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        if (key >> shift != 0) {
+            out.push_back(static_cast<char>(key >> shift & 0xFF));
+        }
+    }
+}
+
+/// Takes one run off `text`, the lead byte and the continuation bytes behind it, as a key. What ill-formed
+/// text has beyond the four bytes of a key begins a run of its own, so that nothing is lost.
+Utf8Key takeRun(std::string_view &text)
+{
+    Utf8Key key = pack(0, text.front());
+    std::size_t count = 1;
+    while (count < sizeof key && count < text.size() && isContinuation(text[count])) {
+        key = pack(key, text[count++]);
+    }
+    text.remove_prefix(count);
+    return key;
+}
+
+/// Appends the folded text: ASCII by the stretch, anything else through the table.
+template <char foldAscii(char), Utf8Key foldKey(Utf8Key)>
+void appendFolded(std::string_view text, Str &out)
+{
+    out.reserve(out.size() + text.size());
+    while (!text.empty()) {
+        const std::size_t plain = asciiPrefix(text.data(), text.size());
+        const std::size_t before = out.size();
+        out.append(text.substr(0, plain));
+        char *folded = out.data() + before;
+        std::transform(folded, folded + plain, folded, [](char byte) { return foldAscii(byte); });
+        text.remove_prefix(plain);
+        while (!text.empty() && !isAscii(text.front())) {
+            appendKey(foldKey(takeRun(text)), out);
+        }
+    }
+}
+
+/// Takes one character off `text` as a key; an ill-formed sequence gives its first byte alone.
+Utf8Key takeCharacter(std::string_view &text)
+{
+    const std::size_t announced = 1 + utf8ContinuationCount(static_cast<unsigned char>(text.front()));
+    Utf8Key key = pack(0, text.front());
+    if (announced <= text.size()) {
+        const std::string_view following = text.substr(1, announced - 1);
+        if (std::ranges::all_of(following, isContinuation)) {
+            for (char byte : following) {
+                key = pack(key, byte);
+            }
+            text.remove_prefix(announced);
+            return key;
+        }
+    }
+    text.remove_prefix(1);
+    return key;
+}
+
+Utf8Key caselessKey(Utf8Key key)
+{
+    return key < 0x80 ? static_cast<Utf8Key>(toAsciiLower(static_cast<char>(key))) : lowerCaseKey(key);
+}
+
+int compareCharacters(std::string_view &a, std::string_view &b)
+{
+    const Utf8Key left = takeCharacter(a);
+    const Utf8Key right = takeCharacter(b);
+    if (left == right) {
+        return 0;
+    }
+    const Utf8Key leftFolded = caselessKey(left);
+    const Utf8Key rightFolded = caselessKey(right);
+    return leftFolded == rightFolded ? 0 : leftFolded < rightFolded ? -1 : 1;
+}
+
+/// Takes the equal ASCII words off the front of both.
+void skipEqualAscii(std::string_view &a, std::string_view &b)
+{
+    const std::size_t common = std::min(a.size(), b.size());
+    std::size_t at = 0;
+    for (; common - at >= kWord; at += kWord) {
+        const std::uint64_t word = wordAt(a.data() + at);
+        if (word != wordAt(b.data() + at) || !isAsciiWord(word)) {
+            break;
+        }
+    }
+    a.remove_prefix(at);
+    b.remove_prefix(at);
+}
+
+} // namespace
+
+int Str::compareCaseless(const char *a, std::size_t aLength, const char *b, std::size_t bLength)
+{
+    std::string_view left(a, aLength);
+    std::string_view right(b, bLength);
+    skipEqualAscii(left, right);
+    while (!left.empty() && !right.empty()) {
+        if (isAscii(left.front()) && isAscii(right.front())) {
+            const char leftByte = toAsciiLower(left.front());
+            const char rightByte = toAsciiLower(right.front());
+            if (leftByte != rightByte) {
+                return leftByte < rightByte ? -1 : 1;
+            }
+            left.remove_prefix(1);
+            right.remove_prefix(1);
+        } else if (const int order = compareCharacters(left, right); order != 0) {
+            return order;
+        }
+    }
+    return left.empty() ? (right.empty() ? 0 : -1) : 1;
+}
+
+int Str::compareCaseless(const char *other) const
+{
+    return compareCaseless(data(), size(), other, std::char_traits<char>::length(other));
+}
+
+int Str::compareCaseless(const Str &other) const
+{
+    return compareCaseless(data(), size(), other.data(), other.size());
+}
+
+void Str::toLower(Str &out) const
+{
+    appendFolded<toAsciiLower, lowerCaseKey>(view(), out);
+}
+
+void Str::toUpper(Str &out) const
+{
+    appendFolded<toAsciiUpper, upperCaseKey>(view(), out);
+}
+
+Str Str::lowered() const
+{
+    Str result;
+    toLower(result);
+    return result;
+}
+
+Str Str::uppered() const
+{
+    Str result;
+    toUpper(result);
+    return result;
+}
+
+} // namespace velmox

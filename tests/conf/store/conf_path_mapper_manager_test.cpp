@@ -1,0 +1,260 @@
+#include "conf/ground/conf_path_exceptions.h"
+#include "conf/root/path_owner.h"
+#include "conf/root/username_mapper.h"
+#include "conf/store/conf_path_mapper_manager.h"
+#include "conf/store/shared_conf_services.h"
+#include "tests/conf/conf_root.h"
+#include "tests/support/failing_call.h"
+
+namespace velmox {
+namespace {
+
+using namespace testing;
+
+constexpr unsigned kData = ConfPathMapperManager::Data;
+constexpr unsigned kMetadata = ConfPathMapperManager::Metadata;
+
+/// The path that a mapper serves, below the root.
+Str placeOf(const ConfRoot &root, const IConfPathMapper &mapper)
+{
+    const Str text = replaced(mapper.describe(), root.path().toStr() << "\\", "ROOT/");
+    const std::size_t at = text.find("ROOT/");
+    return at == Str::npos ? text : replaced(text.substr(at + 5), "\\", "/");
+}
+
+/// In reading order, with a blank behind each.
+Str placesOf(const ConfRoot &root)
+{
+    Str places;
+    for (const IConfPathMapper *const mapper : root.shared().mappers().mappers()) {
+        places << placeOf(root, *mapper) << " ";
+    }
+    return places;
+}
+
+void makeFolders(const ConfRoot &root, std::initializer_list<const char *> names)
+{
+    for (const char *const name : names) {
+        root.makeFolder(name);
+    }
+}
+
+TEST(ConfPathMapperManager, ReadsInTheOrderOfTheBootstrapFile)
+{
+    const ConfRoot root;
+    makeFolders(root, {"system/local", "apps/b/local", "apps/a/default", "apps/a/local", "apps/b/default",
+                       "apps/.git/local", "users/Alice/a/local", "slave-apps/c/default",
+                       "users/_reserved/unknown.0/a/local"});
+    for (const char *const file :
+         {"a/metadata/local.meta", "a/metadata/default.meta", "a/metadata/other.meta", "stray"}) {
+        root.write(Str("apps/") << file, "");
+    }
+    EXPECT_EQ(placesOf(root), "system/local users/Alice/a/local apps/.git/local apps/a/local apps/b/local "
+                              "apps/a/metadata/local.meta slave-apps/c/default apps/a/default apps/b/default "
+                              "apps/a/metadata/default.meta system/default ");
+    EXPECT_FALSE(root.shared().mappers().scan()) << "nobody has the one safe name";
+    EXPECT_EQ(root.shared().mappers().mappers().size(), 11u) << "a second scan adds what is unknown alone";
+    // A writer takes its place in the order.
+    root.shared().mappers().findWriter(root.at("/nobody/c/inputs"), kData);
+    EXPECT_TRUE(placesOf(root).contains("apps/b/local apps/c/local apps/a/metadata/local.meta "));
+}
+
+TEST(ConfPathMapperManager, APathBelongsToTheFirstPatternThatMatches)
+{
+    const ConfRoot root("[bootstrap]\n"
+                        "apps/hidden/* = ignore\n"
+                        "apps/b/local = conf\n"
+                        "apps/*/local = conf\n"
+                        "apps/*/* = conf\n"
+                        "apps/* = default\n"
+                        "bundles/*/local = conf\n");
+    makeFolders(root, {"apps/a/local", "apps/b/local", "apps/b/.svn", "apps/hidden/local", "apps/a/x",
+                       "bundles/old/local", "bundles/a/local"});
+    EXPECT_EQ(placesOf(root), "apps/b/local apps/a/local apps/a/x bundles/old/local ")
+        << "an app overrides the bundle of its name";
+}
+
+TEST(ConfPathMapperManager, FindsTheWriterOfEveryPlace)
+{
+    const ConfRoot root;
+    const struct
+    {
+        const char *user, *app;
+        unsigned flags;
+        const char *place;
+    } cases[] = {
+        {"", "", kData, "system/local"},
+        {"nobody", "search", kData, "apps/search/local"},
+        {"NOBODY", "search", kData, "apps/search/local"},
+        {"nobody", "a$b$c", kData, "apps/a$b$c/local"},
+        {"alice", "search", kData, "users/alice/search/local"},
+        {"alice", "system", kData, "users/alice/system/local"},
+        {"a$app$", "search", kData, "users/a$app$/search/local"},
+        {"A:B", "search", kData, "users/_reserved/SAFE/search/local"},
+        {"nobody", "system", kMetadata, "system/metadata/local.meta"},
+        {"nobody", "search", kMetadata, "apps/search/metadata/local.meta"},
+        {"alice", "search", kMetadata, "users/alice/search/metadata/local.meta"},
+    };
+    ConfPathMapperManager &manager = root.shared().mappers();
+    for (const auto &[user, app, flags, place] : cases) {
+        const ConfPathBase path(user, app, {"regmon-filters", "default"});
+        IConfPathMapper *const writer = manager.findWriter(path, flags);
+        const Str safe = UsernameMapper::makeSafeName(user);
+        EXPECT_EQ(placeOf(root, *writer), replaced(place, "SAFE", safe));
+        EXPECT_EQ(manager.findWriter(path, flags), writer);
+    }
+}
+
+TEST(ConfPathMapperManager, RefusesAWriteThatHasNoPlace)
+{
+    const ConfRoot shipped;
+    const ConfRoot wrong("[bootstrap]\nsystem/local = conf\n[writes]\ndata:nobody:a:$type$ = elsewhere\n"
+                         "data:nobody:b:$type$ = $gone{required\\=yes}$\n");
+    const ConfRoot none("[bootstrap]\nsystem/local = conf\n");
+    const ConfRoot unread("[bootstrap]\nsystem/local = conf\n");
+    {
+        const FailingCall held("CreateFileW", -1, ERROR_SHARING_VIOLATION);
+        unread.shared();
+    }
+    const struct
+    {
+        const ConfRoot &root;
+        const char *app;
+        unsigned flags;
+        const char *reason;
+        const char *place;
+    } cases[] = {
+        {shipped, "a", 3, "No write configuration for: pack:nobody:a:inputs", "pack:nobody:a:inputs"},
+        {shipped, "..", 0, "", "apps\\..\\local"},
+        {wrong, "a", 0, "", "elsewhere"},
+        {wrong, "b", 0, "Error while replacing variable name='gone'.", "data:nobody:b:inputs"},
+        {none, "a", 0, "Could not find 'writes' stanza in bootstrapping conf: ROOT/system/default/conf.conf",
+         "data:nobody:a:inputs"},
+        {unread, "a", 0, "Could not read bootstrap configuration: ROOT/system/default/conf.conf",
+         "data:nobody:a:inputs"},
+    };
+    for (const auto &[root, app, flags, reason, place] : cases) {
+        ConfPathMapperManager &manager = root.shared().mappers();
+        const ConfLog log(root);
+        const Str message = raisedBy<ConfPathHasNoWriter>(
+            [&] { manager.findWriter(ConfPathBase("nobody", app, {"inputs"}), flags); });
+        const Str full = Str(place).contains(":") ? Str(place) : (root.path().toStr() << "\\" << place);
+        EXPECT_EQ(message, Str::fromFormat("Could not find writer for: /nobody/%s/inputs [%x] [%s]", app,
+                                           flags, full.c_str()));
+        EXPECT_TRUE(log.text().contains(reason)) << log.text().c_str();
+        if (&root == &none) {
+            EXPECT_EQ(manager.mapperFor(root / "system/local/x.conf"), nullptr);
+            EXPECT_TRUE(log.text().contains("Could not find 'relative_depth_to_regular_files' stanza"));
+        }
+    }
+    const ConfLog log(unread);
+    EXPECT_FALSE(unread.shared().mappers().scan());
+    EXPECT_EQ(log.text(),
+              "ERROR ConfSettings: Could not read bootstrap configuration: ROOT/system/default/conf.conf\n");
+}
+
+TEST(ConfPathMapperManager, ARuleThatIsWrongLeavesTheOthers)
+{
+    static constexpr const char *kWrong[][2] = {
+        {"system/default = nonsense\n", "Unrecognized handler name 'nonsense' for path: ROOT/system/default"},
+        {"system/$gone{required\\=1}$ = conf\n", "Error while replacing variable name='gone'."}};
+    for (const auto &[rule, told] : kWrong) {
+        const ConfRoot root(Str("[bootstrap]\n") << rule << "system/local = conf\n");
+        root.makeFolder("system/local");
+        root.setup();
+        const ConfLog log(root);
+        EXPECT_FALSE(root.shared().mappers().scan());
+        EXPECT_EQ(placesOf(root), "system/local ");
+        EXPECT_TRUE(log.text().contains(told)) << log.text().c_str();
+    }
+}
+
+TEST(ConfPathMapperManager, ARunCanLeaveUsersAndAppsOut)
+{
+    const struct
+    {
+        InitSettings init;
+        const char *places;
+    } cases[] = {
+        {ScopedInitSettings::with(&InitSettings::user, std::optional<Str>("Alice")),
+         "users/Alice/a/local apps/a/local apps/b/local apps/a/metadata/local.meta system/default "
+         "system/metadata/default.meta "},
+        {ScopedInitSettings::with(&InitSettings::apps, std::optional(std::set<Str>{"a", "system"})),
+         "users/alice/a/local users/bob/a/local apps/a/local apps/a/metadata/local.meta system/default "
+         "system/metadata/default.meta "},
+        {ScopedInitSettings::with(&InitSettings::minimal, true),
+         "apps/a/local apps/b/local system/default system/metadata/default.meta "},
+    };
+    for (const auto &[init, places] : cases) {
+        const ConfRoot root;
+        makeFolders(root, {"apps/a/local", "apps/b/local", "users/alice/a/local", "users/bob/a/local"});
+        root.write("apps/a/metadata/local.meta", "");
+        root.write("system/metadata/default.meta", "");
+        const ScopedInitSettings scoped(init);
+        EXPECT_EQ(placesOf(root), places);
+    }
+}
+
+TEST(ConfPathMapperManager, FindsTheMapperOfAFile)
+{
+    const ConfRoot root;
+    makeFolders(root, {"apps/a/local", "apps/a/default"});
+    root.write("apps/a/metadata/local.meta", "");
+    static constexpr const char *kFiles[][2] = {
+        {"apps/a/local/inputs.conf", "apps/a/local"},
+        {"APPS/a/default/inputs.conf", "apps/a/default"},
+        {"apps/a/metadata/local.meta", "apps/a/metadata/local.meta"},
+        {"apps/a/local/deep/inputs.conf", "none"},
+        {"apps/unknown/local/inputs.conf", "none"},
+        {"apps/a/local", "none"},
+    };
+    for (const auto &[file, place] : kFiles) {
+        const IConfPathMapper *const mapper = root.shared().mappers().mapperFor(root / file);
+        EXPECT_EQ(mapper == nullptr ? "none" : placeOf(root, *mapper), place) << file;
+    }
+}
+
+TEST(PathOwner, FollowsFromWhereThePathLies)
+{
+    const ConfRoot root;
+    const BundlesSetup setup = root.setup();
+    UsernameMapper users(setup);
+    const Str reserved = users.directoryName("A:B");
+    const Str mapped = Str("users/") << reserved << "/Search";
+    const struct
+    {
+        Str path;
+        const char *user; ///< null where there is no owner
+        const char *app = nullptr;
+        Str rootDirectory = {};
+    } cases[] = {
+        {"apps/Search/local", "nobody", "Search", "apps/Search"},
+        {"APPS/Search", "nobody", "Search", "apps/Search"},
+        {"slave-apps/peer/default", "nobody", "peer", "slave-apps/peer"},
+        {"system/local", "nobody", "system", "system"},
+        {"system", "nobody", "system", "system"},
+        {"users/Alice/Search/local", "alice", "Search", "users/Alice/Search"},
+        {Str(mapped) << "/local", "A:B", "Search", mapped},
+        {"users/_reserved/unknown.0/Search/local", "", "Search", "users/_reserved/unknown.0/Search"},
+        {"bundles/old/local", "nobody", "system", "bundles/old"},
+        {"bundles", "nobody", "system", "bundles"},
+        {"", "nobody", "system", ""},
+        {"users/alice", nullptr},
+        {"master-apps/x/local", nullptr},
+        {"../apps/search", nullptr},
+    };
+    for (const auto &[path, user, app, rootDirectory] : cases) {
+        PathOwner owner;
+        ASSERT_EQ(findPathOwner(setup, users, path.empty() ? root.path() : root / path, owner),
+                  user != nullptr)
+            << path.c_str();
+        if (user != nullptr) {
+            EXPECT_EQ(owner.user, user) << path.c_str();
+            EXPECT_EQ(owner.app, app) << path.c_str();
+            EXPECT_EQ(owner.rootDirectory, rootDirectory.empty() ? root.path() : root / rootDirectory);
+        }
+    }
+}
+
+} // namespace
+} // namespace velmox

@@ -1,0 +1,203 @@
+#include "conf/ground/conf_lock.h"
+#include "conf/ground/conf_path_exceptions.h"
+#include "conf/store/conf_path_mapper_manager.h"
+#include "conf/store/conf_settings.h"
+#include "conf/store/shared_conf_services.h"
+#include "conf/store/shared_conf_services_registry.h"
+#include "tests/conf/conf_root.h"
+#include "tests/support/child_test.h"
+
+#include <algorithm>
+#include <set>
+#include <thread>
+
+namespace velmox {
+namespace {
+
+using namespace testing;
+
+Str sharedStorage(const Pathname &storage)
+{
+    return Str("[pooling]\nstate = Enabled\nstorage = ") << storage.toStr();
+}
+
+TEST(ConfSettings, HasDefaults)
+{
+    const ConfRoot root;
+    const ConfSettings &settings = root.shared().settings();
+    EXPECT_TRUE(settings.image().loaded());
+    EXPECT_FALSE(settings.isSharedStorageMode());
+    EXPECT_EQ(settings.lockTimeoutMs(), 10'000u);
+    EXPECT_FALSE(settings.lockLogging());
+    EXPECT_EQ(settings.rebuildPollMs(), 0u);
+    EXPECT_EQ(settings.checkPollMs(), 30'000u);
+    EXPECT_FALSE(settings.isBlacklisted(root.path()));
+    EXPECT_FALSE(settings.allowsDangling("search"));
+    EXPECT_TRUE(settings.searchUsesAllApps());
+    EXPECT_EQ(root.setup().appsDir(), root / "apps");
+    EXPECT_THROW(root.setup().poolInfoFile(), ConfPathException);
+}
+
+TEST(ConfSettings, TakesPoolingFromServerConfWithLocalFirst)
+{
+    const ConfRoot root("[pooling]\nlock.timeout = 1\napp_update_triggers = bootstrap\n"
+                        "[data]\ndangling.allowed.search = 1\n[init]\nsearch.use_all_apps = no\n");
+    root.write("system/local/server.conf", "[pooling]\nlock.timeout = 3 min\nlock.logging = true\n"
+                                           "poll.interval.rebuild = 5\npoll.blacklist.bad = (\n"
+                                           "poll.blacklist.good = ...\\*.tmp\n[other]\nlost = 1\n");
+    root.write("system/default/server.conf", "[pooling]\nlock.timeout = 4\npoll.interval.check = bogus\n"
+                                             "state = enabled\nstorage =\n");
+    const ConfSettings &settings = root.shared().settings();
+    EXPECT_EQ(settings.lockTimeoutMs(), 180'000u);
+    EXPECT_TRUE(settings.lockLogging());
+    EXPECT_EQ(settings.checkPollMs(), 30'000u);
+    EXPECT_EQ(settings.rebuildPollMs(), 0u) << "shared storage needs a place";
+    EXPECT_FALSE(settings.isSharedStorageMode());
+    EXPECT_EQ(settings.appUpdateTriggers(), "");
+    EXPECT_TRUE(settings.allowsDangling("search"));
+    EXPECT_FALSE(settings.searchUsesAllApps());
+    EXPECT_EQ(settings.image().findStanza("other"), nullptr);
+    EXPECT_TRUE(settings.isBlacklisted(u"C:\\a\\b\\c.tmp"));
+    EXPECT_FALSE(settings.isBlacklisted(u"C:\\a\\b\\c.tmp.conf"));
+}
+
+TEST(ConfSettings, SharedStorageMovesAppsAndUsers)
+{
+    const ScopedFolder storage;
+    const ConfRoot root;
+    root.write("system/local/server.conf", replaced(sharedStorage(storage.path()), "\\", "/")
+                                               << "\npoll.interval.rebuild = 5\n");
+    const BundlesSetup setup = root.setup();
+    EXPECT_TRUE(root.shared().settings().isSharedStorageMode());
+    EXPECT_EQ(root.shared().settings().rebuildPollMs(), 5000u);
+    EXPECT_EQ(setup.appsDir(), storage / "apps");
+    EXPECT_EQ(setup.usersDir(), storage / "users");
+    EXPECT_EQ(setup.usernameMapFile(), storage / "users\\users.ini");
+    EXPECT_EQ(setup.poolInfoFile(), storage / "pooling\\pooling.ini");
+    EXPECT_EQ(setup.runDir(), storage / "var\\run\\velmox");
+    EXPECT_EQ(setup.sentinelFile(), storage / "apps\\sentinel.txt");
+    EXPECT_EQ(setup.slaveAppsDir(), root / "slave-apps");
+    EXPECT_EQ(BundlesSetup(root.path(), u"C:/elsewhere").slaveAppsDir(), u"C:\\elsewhere");
+
+    const ConfRoot overridden;
+    overridden.write("system/local/server.conf", sharedStorage(u"C:\\configured"));
+    const ScopedInitSettings scoped(
+        ScopedInitSettings::with(&InitSettings::storage, Pathname(u"C:\\override")));
+    EXPECT_EQ(overridden.shared().settings().storage(), u"C:\\override");
+}
+
+TEST(ConfSettings, RelativeStorageLiesBelowTheRoot)
+{
+    const ConfRoot root;
+    root.write("system/local/server.conf", sharedStorage(u"pool"));
+    const ConfLog log(root);
+    EXPECT_EQ(root.shared().settings().storage(), root / "pool");
+    EXPECT_TRUE(log.text().startsWith("WARN ConfSettings: Storage location is a relative path: pool\n"
+                                      "WARN ConfSettings: Defaulting storage to: ROOT/pool\n"))
+        << log.text().c_str();
+}
+
+TEST(ConfSettings, ARootWithoutBootstrapFileUsesTheDefaultRoots)
+{
+    const ScopedFolder home;
+    const ScopedHome scoped(home.path());
+    makeDirs(home / "etc\\system\\default", true);
+    const ScopedFolder bare;
+    {
+        const ConfLog log(bare.path());
+        EXPECT_FALSE(BundlesSetup(bare.path()).shared().settings().image().loaded());
+        EXPECT_TRUE(BundlesSetup(bare.path()).shared().mappers().mappers().empty());
+        EXPECT_TRUE(
+            log.text().startsWith("WARN ConfSettings: No bootstrap configuration available for: ROOT\n"));
+    }
+    writeWhole(home / "etc\\system\\default\\conf.conf", "[init]\nsearch.use_all_apps = 0\n");
+    const ScopedFolder other;
+    EXPECT_FALSE(BundlesSetup(other.path()).shared().settings().searchUsesAllApps());
+}
+
+TEST(BundlesSetup, TellsPathsBelowTheHomeByItsName)
+{
+    const ScopedFolder home;
+    const ScopedHome scoped(home.path());
+    makeDirs(home / "etc2", true);
+    const BundlesSetup inside(home / "etc2");
+    EXPECT_EQ(inside.text(home / "etc2\\apps"), "$VELMOX_HOME\\etc2\\apps");
+    const Pathname sibling = home.path().concat("2\\x");
+    EXPECT_EQ(inside.text(sibling), sibling.toStr());
+    const ScopedFolder elsewhere;
+    EXPECT_EQ(BundlesSetup(elsewhere.path()).text(home / "etc2"), (home / "etc2").toStr());
+}
+
+TEST(SharedConfServices, AreOnePerRootHoweverItIsSpelledAndWhoeverAsksFirst)
+{
+    const unsigned violations = ConfLock::orderViolations();
+    const ConfRoot root;
+    std::array<SharedConfServices *, 4> seen{};
+    std::array<const ConfSettings *, 4> settings{};
+    {
+        std::vector<std::jthread> threads;
+        for (std::size_t i = 0; i < seen.size(); ++i) {
+            threads.emplace_back([&, i] {
+                seen[i] = &root.shared();
+                settings[i] = seen[i]->settingsIfMade();
+            });
+        }
+    }
+    EXPECT_EQ(std::set(seen.begin(), seen.end()).size(), 1u);
+    EXPECT_EQ(std::set(settings.begin(), settings.end()).size(), 1u);
+    EXPECT_NE(settings[0], nullptr);
+    const ConfRoot other;
+    const BundlesSetup upper(Pathname::fromUtf8(root.path().toStr().uppered() << "\\"));
+    EXPECT_EQ(&upper.shared(), seen[0]);
+    EXPECT_EQ(upper, root.setup());
+    EXPECT_EQ(upper <=> root.setup(), std::strong_ordering::equal);
+    EXPECT_NE(other.setup(), root.setup());
+    EXPECT_NE(&other.shared(), seen[0]);
+    EXPECT_EQ(ConfLock::orderViolations(), violations);
+}
+
+TEST(SharedConfServices, RecreateReadsTheBootstrapFileAgain)
+{
+    const ConfRoot root("[init]\nsearch.use_all_apps = 0\n");
+    SharedConfServices &services = root.shared();
+    const ConfSettings &before = services.settings();
+    const unsigned generation = services.stats().generation;
+    root.write("system/default/conf.conf", "[init]\nsearch.use_all_apps = 1\n");
+    services.recreate();
+    EXPECT_FALSE(before.searchUsesAllApps()) << "what was handed out stays valid";
+    EXPECT_TRUE(services.settings().searchUsesAllApps());
+    EXPECT_GT(services.stats().generation, generation);
+    EXPECT_EQ(&root.shared(), &services);
+}
+
+TEST(SharedConfServices, DISABLED_InAHome)
+{
+    LoaderInfo::instance()->readEnvironment();
+    const Pathname home = ChildTest::argument();
+    Pathname slashed(home);
+    std::replace(slashed.begin(), slashed.end(), u'\\', u'/');
+    const ScopedHome scoped(slashed);
+    const BundlesSetup setup;
+    EXPECT_TRUE(setup.isDefaultRoot());
+    EXPECT_EQ(setup.root(), home.join("etc"));
+    EXPECT_FALSE(setup.shared().settings().searchUsesAllApps());
+    EXPECT_EQ(setup.shared().mappers().mappers().size(), 1u);
+    EXPECT_EQ(setup.text(setup.appsDir()), "$VELMOX_HOME\\etc\\apps");
+    EXPECT_EQ(BundlesSetup(), setup);
+    EXPECT_EQ(BundlesSetup(home.join("ETC")), setup);
+    EXPECT_TRUE(BundlesSetup(home.join("etc\\")).isDefaultRoot());
+    EXPECT_EQ(SharedConfServicesRegistry::instance().population(), 1u);
+}
+
+TEST(SharedConfServices, OfTheDefaultRootGoByAnyOfItsNames)
+{
+    const ScopedFolder home;
+    makeDirs(home / "etc\\system\\default", true);
+    writeWhole(home / "etc\\system\\default\\conf.conf",
+               "[bootstrap]\nsystem/default = conf\n[init]\nsearch.use_all_apps = 0\n");
+    ChildTest child("SharedConfServices.DISABLED_InAHome", home.path());
+    EXPECT_TRUE(child.succeeds()) << child.output().c_str();
+}
+
+} // namespace
+} // namespace velmox

@@ -1,0 +1,152 @@
+#include "pipeline/input/events/process_enumeration.h"
+#include "pipeline/input/events/process_image_table.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/failing_call.h"
+#include "tests/support/log_lines.h"
+
+#include <gtest/gtest.h>
+#include <optional>
+#include <string>
+
+namespace velmox {
+namespace {
+
+using testing::CapturedLog;
+using testing::FailingCall;
+using testing::ReplacedCall;
+
+DWORD ticks;
+
+DWORD WINAPI tickCount()
+{
+    return ticks;
+}
+
+class ProcessImageTableTest : public ::testing::Test
+{
+protected:
+    ProcessImageTableTest() { table_.init(); }
+    ~ProcessImageTableTest() override { table_.destroy(); }
+
+    std::string lookup(std::uint32_t pid)
+    {
+        char16_t out[kImageUnits];
+        const bool isKnown = table_.lookup(pid, out, kImageUnits);
+        EXPECT_EQ(isKnown, std::u16string_view(out) != u"N/A");
+        return Str::fromUtf16(out).c_str();
+    }
+
+    std::string retire(std::uint32_t pid)
+    {
+        char16_t out[kImageUnits] = u"untouched";
+        table_.retire(pid, out, kImageUnits);
+        return Str::fromUtf16(out).c_str();
+    }
+
+    ProcessImageTable table_;
+};
+
+TEST_F(ProcessImageTableTest, ASecondEntryShadowsTheFirstUntilItRetires)
+{
+    table_.add(8, u"");
+    EXPECT_EQ(lookup(8), "N/A");
+    EXPECT_EQ(retire(8), "untouched");
+    table_.add(12, u"other");
+    table_.add(8, u"first");
+    table_.add(8, u"second");
+    EXPECT_EQ(lookup(8), "second");
+    EXPECT_EQ(retire(8), "second");
+    EXPECT_EQ(lookup(8), "first");
+    EXPECT_EQ(retire(8), "first");
+    EXPECT_EQ(retire(8), "untouched");
+    EXPECT_EQ(lookup(8), "second") << "the oldest of the retired";
+    table_.add(8, u"third");
+    EXPECT_EQ(lookup(8), "third");
+    char16_t out[4];
+    EXPECT_TRUE(table_.lookup(12, out, 4));
+    EXPECT_EQ(std::u16string(out), u"oth");
+}
+
+TEST_F(ProcessImageTableTest, ARetiredEntryGoesOnceExpiredWithTheNextAdd)
+{
+    const ReplacedCall clock("GetTickCount", tickCount);
+    ticks = 1000;
+    for (const std::uint32_t pid : {8u, 12u, 16u}) {
+        table_.add(pid, u"x");
+    }
+    retire(8);
+    ticks += 5000;
+    retire(12);
+    table_.add(20, u"x");
+    EXPECT_EQ(lookup(8), "x") << "kept for 5000 ms";
+    ticks += 1;
+    EXPECT_EQ(lookup(8), "x") << "until the next";
+    table_.add(24, u"x");
+    EXPECT_EQ(lookup(8), "N/A");
+    EXPECT_EQ(lookup(12), "x");
+    retire(16);
+    EXPECT_EQ(lookup(16), "x");
+    ticks += 5001;
+    table_.add(28, u"x");
+    EXPECT_EQ(lookup(12) + lookup(16), "N/AN/A");
+    retire(20);
+    EXPECT_EQ(lookup(20), "x") << "the first of the next";
+}
+
+TEST_F(ProcessImageTableTest, EachCallThatFailsCostsThePathOrTheProcess)
+{
+    constexpr char kWhole[] = "input-tests.exe";
+    const struct
+    {
+        const char *function;
+        std::intptr_t result;
+        bool withSnapshot, withProcesses, hasPath;
+        const char *image, *log;
+    } rows[] = {
+        {nullptr, 0, true, true, true, kWhole, ""},
+        {"Process32FirstW", FALSE, true, true, true, kWhole, ""},
+        {"Process32FirstW", FALSE, true, false, false, "N/A", ""},
+        {nullptr, 0, true, false, false, kWhole, ""},
+        {nullptr, 0, false, false, false, "N/A", ""},
+        {nullptr, 0, false, true, true, kWhole, ""},
+        {"K32GetProcessImageFileNameW", 0, true, true, false, kWhole, ""},
+        {"LocalAlloc", 0, true, true, false, "N/A", ""},
+        {"LocalAlloc", 0, false, true, false, "N/A", ""},
+        {"K32EnumProcesses", FALSE, false, true, false, "N/A",
+         "WinRegistryMonitor::ProcessEnumeration: Enum processes failed: '(5)%m'"},
+        {"K32EnumProcesses", FALSE, true, true, true, kWhole, ""},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(&row - rows);
+        ProcessImageTable table;
+        table.init();
+        const CapturedLog log;
+        const FailingCall closes("CloseHandle", TRUE, 0, 0, 0);
+        {
+            std::optional<FailingCall> refused, snapshot, process;
+            if (row.function != nullptr) {
+                refused.emplace(row.function, row.result, ERROR_ACCESS_DENIED, 0, 9999);
+            }
+            if (!row.withSnapshot) {
+                snapshot.emplace("CreateToolhelp32Snapshot", -1, ERROR_ACCESS_DENIED);
+            }
+            if (!row.withProcesses) {
+                process.emplace("OpenProcess", 0, ERROR_ACCESS_DENIED, 0, 9999);
+            }
+            enumerateProcesses(table);
+        }
+        char16_t image[kImageUnits];
+        table.lookup(GetCurrentProcessId(), image, kImageUnits);
+        const Str text = Str::fromUtf16(image);
+        EXPECT_TRUE(text.endsWith(row.image)) << text.c_str();
+        EXPECT_EQ(text.contains("\\"), row.hasPath);
+        EXPECT_EQ(log.text(), testing::logLines("ERROR velmox-regmon: ", row.log, ERROR_ACCESS_DENIED));
+        if (!row.withProcesses) {
+            EXPECT_EQ(closes.calls(), row.withSnapshot ? 1 : 0) << "the snapshot";
+        }
+        table.destroy();
+    }
+}
+
+} // namespace
+} // namespace velmox

@@ -1,0 +1,195 @@
+#include "tests/support/child_test.h"
+#include "tests/support/failing_call.h"
+#include "tests/support/file_tree.h"
+#include "tests/support/scoped_folder.h"
+#include "util/files/file_copy.h"
+#include "util/files/file_rename.h"
+#include "util/files/file_replace.h"
+#include "util/files/file_system.h"
+
+#include <gtest/gtest.h>
+#include <set>
+
+namespace velmox {
+namespace {
+
+using testing::FailingCall;
+using testing::FileTree;
+using testing::readTree;
+using testing::ScopedFolder;
+
+/// A folder with two files, one of which is to take the other's place.
+struct FileReplace : ::testing::Test
+{
+    FileReplace() { testing::writeTree(folder.path(), before); }
+
+    bool copy() const { return copyFileTo(from, to, FilePermissions::Private); }
+    bool replace() const { return replaceFile(from, to); }
+    bool replaceAcrossVolumes() const
+    {
+        const FailingCall otherVolume("MoveFileExW", FALSE, ERROR_NOT_SAME_DEVICE);
+        return replace();
+    }
+    /// Whether nobody has one of the files open.
+    bool isClosed() const
+    {
+        for (const auto &[name, bytes] : readTree(folder.path())) {
+            if (!FileHandle(CreateFileW(asWide(folder.path().join(name)), GENERIC_READ, 0, nullptr,
+                                        OPEN_EXISTING, 0, nullptr))
+                     .isValid()) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    const FileTree before{{"from", Str(3000, 'n')}, {"to", "old"}};
+    const FileTree targetLost{{"from", Str(3000, 'n')}};
+    const ScopedFolder folder;
+    const Pathname from = folder / "from";
+    const Pathname to = folder / "to";
+};
+
+TEST_F(FileReplace, CopiesAndReplacesWhatStands)
+{
+    EXPECT_TRUE(replaceAcrossVolumes());
+    EXPECT_EQ(readTree(folder.path()), (FileTree{{"from", Str(3000, 'n')}, {"to", Str(3000, 'n')}}));
+    for (const std::size_t length : {0u, 1u, 1024u, 1025u, 100'000u}) {
+        const FileTree copied{{"from", Str(length, 'c')}, {"to", Str(length, 'c')}};
+        testing::writeTree(folder.path(),
+                           {{"from", Str(length, 'c')}, {"to", "something longer than nothing"}});
+        EXPECT_TRUE(copy());
+        EXPECT_EQ(readTree(folder.path()), copied) << length;
+    }
+    testing::writeWhole(from, "new");
+    EXPECT_TRUE(replace());
+    EXPECT_EQ(readTree(folder.path()), (FileTree{{"to", "new"}}));
+}
+
+TEST_F(FileReplace, LeavesAFileCopiedOntoItselfAlone)
+{
+    ASSERT_TRUE(CreateHardLinkW(asWide(folder / "link"), asWide(from), nullptr));
+    for (const char *same : {"from", "FROM", "link"}) {
+        EXPECT_TRUE(copyFileTo(from, folder / same, FilePermissions::Private)) << same;
+        EXPECT_EQ(testing::readWhole(from), Str(3000, 'n')) << same;
+    }
+}
+
+TEST_F(FileReplace, RefusesWhatIsNoFile)
+{
+    EXPECT_TRUE(makeDir(folder / "folder", true));
+    const std::tuple<const char *, const char *, DWORD, DWORD> cases[] = {
+        {"absent", "to", ERROR_FILE_NOT_FOUND, ERROR_FILE_NOT_FOUND},
+        {"folder", "to", ERROR_ACCESS_DENIED, ERROR_ACCESS_DENIED},
+        {"from", "absent\\to", ERROR_PATH_NOT_FOUND, ERROR_PATH_NOT_FOUND},
+    };
+    for (const auto &[source, target, replaceError, copyError] : cases) {
+        EXPECT_FALSE(replaceFile(folder / source, folder / target));
+        EXPECT_EQ(GetLastError(), replaceError) << source;
+        EXPECT_FALSE(copyFileTo(folder / source, folder / target, FilePermissions::Private));
+        EXPECT_EQ(GetLastError(), copyError) << source;
+    }
+    const FailingCall device("GetFileAttributesW", FILE_ATTRIBUTE_DEVICE, 0);
+    EXPECT_FALSE(replace());
+    EXPECT_EQ(readTree(folder.path()), before);
+}
+
+TEST_F(FileReplace, KeepsTheReasonOfAFailureAndTheTargetWhileItCan)
+{
+    constexpr bool (FileReplace::*kCopy)() const = &FileReplace::copy;
+    constexpr bool (FileReplace::*kReplace)() const = &FileReplace::replace;
+    constexpr bool (FileReplace::*kAcross)() const = &FileReplace::replaceAcrossVolumes;
+    const std::tuple<bool (FileReplace::*)() const, const char *, int, DWORD, int, FileTree> cases[] = {
+        // what is done, the call that fails, behind how many, why, how often; what is left
+        {kCopy, "CreateFileW", 0, ERROR_SHARING_VIOLATION, 1, before},
+        {kCopy, "CreateFileW", 1, ERROR_SHARING_VIOLATION, 1, before},
+        {kCopy, "GetFileInformationByHandle", 0, ERROR_NOT_SUPPORTED, 1, before},
+        {kCopy, "GetFileInformationByHandle", 1, ERROR_NOT_SUPPORTED, 1, before},
+        {kCopy, "DeleteFileW", 0, ERROR_SHARING_VIOLATION, 1, before},
+        {kCopy, "HeapCreate", 0, ERROR_NOT_ENOUGH_MEMORY, 1, targetLost},
+        {kCopy, "CreateFileW", 2, ERROR_ACCESS_DENIED, 1, targetLost},
+        {kCopy, "ReadFile", 1, ERROR_READ_FAULT, 1, targetLost},
+        {kCopy, "WriteFile", 1, ERROR_DISK_FULL, 1, targetLost},
+        {kReplace, "MoveFileExW", 0, ERROR_ACCESS_DENIED, 1, before},
+        {kReplace, "MoveFileExW", 0, ERROR_NOT_SAME_DEVICE, 2, before},
+        {kAcross, "CreateFileW", 0, ERROR_FILE_EXISTS, 5, before},
+        {kAcross, "CreateFileW", 1, ERROR_SHARING_VIOLATION, 1, before},
+        {kAcross, "ReadFile", 0, ERROR_READ_FAULT, 1, before},
+        {kAcross, "WriteFile", 2, ERROR_DISK_FULL, 1, before},
+    };
+    for (const auto &[act, function, passed, error, failures, left] : cases) {
+        testing::writeTree(folder.path(), before);
+        const FailingCall refused(function, function == std::string_view("CreateFileW") ? -1 : 0, error,
+                                  passed, failures);
+        EXPECT_FALSE((this->*act)()) << function << passed;
+        EXPECT_EQ(GetLastError(), error) << function << passed;
+        EXPECT_EQ(refused.failed(), failures) << function << passed;
+        EXPECT_EQ(readTree(folder.path()), left) << function << passed;
+        EXPECT_TRUE(isClosed()) << function << passed;
+    }
+}
+
+TEST_F(FileReplace, FindsAFreeNameBeforeItGivesUp)
+{
+    const FailingCall taken("CreateFileW", -1, ERROR_FILE_EXISTS, 0, 4);
+    EXPECT_TRUE(replaceAcrossVolumes());
+    EXPECT_EQ(taken.failed(), 4);
+}
+
+TEST_F(FileReplace, TriesAgainToRenameOnlyAfterTransientErrors)
+{
+    const std::set<DWORD> transient{4,  5,  8,  14, 21, 29, 30, 31, 32, 33, 54,
+                                    57, 58, 59, 60, 70, 71, 84, 88, 89, 113};
+    RetryResult result;
+    for (DWORD error = 1; error < 150; ++error) {
+        testing::writeWhole(from, "new");
+        const FailingCall refused("MoveFileExW", FALSE, error, 0, 2);
+        EXPECT_EQ(renameWithRetries(from, result, to, 3, 0), transient.contains(error)) << error;
+        EXPECT_EQ(result.attempts, transient.contains(error) ? 3u : 1u) << error;
+        EXPECT_EQ(result.statusCode, transient.contains(error) ? 0u : error);
+    }
+    EXPECT_FALSE(renameWithRetries(folder / "absent", result, to, 20, 10'000));
+    Str time = result.firstTime.toStr();
+    EXPECT_EQ(result.toStr(),
+              Str::fromFormat("Rename failed in 1 attempt(s) made between %s and %s [status code: 2]",
+                              time.c_str(), time.c_str()));
+
+    testing::writeWhole(from, "new");
+    const FailingCall locked("MoveFileExW", FALSE, ERROR_SHARING_VIOLATION, 0, 5);
+    EXPECT_FALSE(renameWithRetries(from, result, to, 4, 5));
+    EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION + 0u);
+    EXPECT_EQ(result.attempts, 4u);
+    EXPECT_GE(result.lastTime.millisecondsSince(result.firstTime), 10);
+    EXPECT_TRUE(renameWithRetries(from, result, to, 4, 0));
+    time = result.firstTime.toStr();
+    EXPECT_TRUE(result.toStr().startsWith(
+        Str::fromFormat("Rename succeeded in 2 attempt(s) made between %s and ", time.c_str())));
+    EXPECT_FALSE(result.toStr().contains("status code"));
+}
+
+TEST(FileReplaceChild, DISABLED_ReplacesForever)
+{
+    const Pathname file = testing::ChildTest::argument();
+    const Pathname next = file.concat(".next");
+    for (unsigned number = 0;; ++number) {
+        testing::writeWhole(next, Str(20'000, static_cast<char>('a' + number % 26)).view());
+        // The parent may be reading just then.
+        while (!replaceFile(next, file)) {
+            Sleep(0);
+        }
+    }
+}
+
+TEST(FileReplaceTest, LeavesOldOrNewContentWhenKilled)
+{
+    const ScopedFolder folder;
+    const Pathname file = folder / "file";
+    testing::writeWhole(file, Str(20'000, 'A').view());
+    const unsigned changes = testing::killWhileChanging(
+        file, "FileReplaceChild.DISABLED_ReplacesForever", file, 25,
+        [](const Str &content) { return content.size() == 20'000 && content == Str(20'000, content[0]); });
+    EXPECT_GT(changes, 10u);
+}
+
+} // namespace
+} // namespace velmox
