@@ -1,13 +1,13 @@
 #include "bench/cost.h"
 
-#include "pipeline/input/event_counters.h"
-#include "pipeline/input/filter_block.h"
-#include "pipeline/input/record_processor.h"
-#include "pipeline/input/registry_operations.h"
-#include "pipeline/input/stanza_configuration.h"
+#include "pipeline/input/driver/event_counters.h"
+#include "pipeline/input/rules/filter_block.h"
+#include "pipeline/input/events/record_processor.h"
+#include "pipeline/input/rules/registry_operations.h"
+#include "pipeline/input/rules/stanza_configuration.h"
 #include "testbed/record_builder.h"
-#include "util/file_star.h"
-#include "util/log_system.h"
+#include "util/files/file_star.h"
+#include "util/log/log_system.h"
 
 #include <algorithm>
 #include <array>
