@@ -1,8 +1,8 @@
 #include "bench/cost.h"
 
 #include "pipeline/input/driver/event_counters.h"
-#include "pipeline/input/rules/filter_block.h"
 #include "pipeline/input/events/record_processor.h"
+#include "pipeline/input/rules/filter_block.h"
 #include "pipeline/input/rules/registry_operations.h"
 #include "pipeline/input/rules/stanza_configuration.h"
 #include "testbed/record_builder.h"

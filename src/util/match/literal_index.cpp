@@ -163,9 +163,10 @@ void LiteralIndex::find(const Str &text, BitSet &found) const
 
 void LiteralIndex::check(std::uint32_t window, const Str &text, std::size_t at, BitSet &found) const
 {
-    for (const Window &known : std::ranges::equal_range(windows_, window, {}, &Window::bytes)) {
-        const Literal &literal = literals_[known.literal];
-        if (at >= known.offset && text.view().substr(at - known.offset).starts_with(literal.text.view())) {
+    for (auto known = std::ranges::lower_bound(windows_, window, {}, &Window::bytes);
+         known != windows_.end() && known->bytes == window; ++known) {
+        const Literal &literal = literals_[known->literal];
+        if (at >= known->offset && text.view().substr(at - known->offset).starts_with(literal.text.view())) {
             found |= literal.patterns;
         }
     }

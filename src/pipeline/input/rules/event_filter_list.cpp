@@ -38,8 +38,8 @@ void TestedTexts::clear()
     last_ = nullptr;
 }
 
-SysMonEventFilterList::SysMonEventFilterList()
-    : SmartFilterList(kResortInterval, true), types_(&RegMonEventFilter::matchesType, kKnownTypes),
+SysMonEventFilterList::SysMonEventFilterList(std::uint64_t resortInterval)
+    : SmartFilterList(resortInterval, true), types_(&RegMonEventFilter::matchesType, kKnownTypes),
       processes_(&RegMonEventFilter::matchesProcess, kKnownProcesses)
 {
 }

@@ -47,7 +47,7 @@ public:
     /// Gives the process of the event at hand. Called once at most, and only if some filter has to know.
     using ProcessSource = std::function<const Str &()>;
 
-    SysMonEventFilterList();
+    explicit SysMonEventFilterList(std::uint64_t resortInterval = kResortInterval);
 
     void addFilter(RegMonEventFilter *filter, bool takeOwnership);
     void clear();

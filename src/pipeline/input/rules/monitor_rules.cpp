@@ -41,6 +41,14 @@ MonitorFilterGroup *MonitorRules::group(const Str &name)
     return filterGroups_[name].get();
 }
 
+MonitorFilterGroup *MonitorRules::registryGroup()
+{
+    if (registryGroup_ == nullptr) {
+        registryGroup_ = group(kRegmonFilters);
+    }
+    return registryGroup_;
+}
+
 bool MonitorRules::insert(const Str &name, std::unique_ptr<MonitorFilterGroup> group)
 {
     return filterGroups_.emplace(name, std::move(group)).second;
@@ -48,7 +56,7 @@ bool MonitorRules::insert(const Str &name, std::unique_ptr<MonitorFilterGroup> g
 
 Str MonitorRules::getIndexAndStanzaForRegmon(const Str &keyPath, Str &stanza)
 {
-    MonitorFilterGroup *found = group(kRegmonFilters);
+    MonitorFilterGroup *found = registryGroup();
     if (found == nullptr) {
         monitorLog.error("%s: %s has been turned off, or no configuration file was found",
                          "WinRegistryMonitor::getIndexAndStanzaForRegmon", kRegmonFilters);

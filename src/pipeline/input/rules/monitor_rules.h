@@ -59,6 +59,8 @@ class MonitorRules
 public:
     /// The group under a name, or null; asking for an absent name enters it with a null.
     MonitorFilterGroup *group(const Str &name);
+    /// The group of the registry's filters, or null.
+    MonitorFilterGroup *registryGroup();
     /// False when the name is taken; `group` is then gone.
     bool insert(const Str &name, std::unique_ptr<MonitorFilterGroup> group);
 
@@ -70,6 +72,8 @@ public:
 
 private:
     std::map<Str, std::unique_ptr<MonitorFilterGroup>> filterGroups_;
+    // The one that every record asks for, once it is there.
+    MonitorFilterGroup *registryGroup_ = nullptr;
 };
 
 } // namespace velmox
