@@ -1,5 +1,7 @@
 #include "util/match/regex_program.h"
 
+#include <algorithm>
+
 namespace velmox {
 
 namespace {
@@ -45,6 +47,27 @@ bool canHaveNewlines(const Str &pattern, int pcreFlags)
     return (pcreFlags & kOwnNewlines) == 0 && !pattern.contains("(*") && !pattern.contains("#");
 }
 
+bool isPlainByte(char byte)
+{
+    return static_cast<signed char>(byte) >= ' ';
+}
+
+/// Of a pattern beyond ASCII single bytes would be repeated.
+bool canHavePlainProgram(const Str &pattern, int pcreFlags)
+{
+    return (pcreFlags & ~(PCRE_ANCHORED | PCRE_CASELESS)) == 0 && canHaveNewlines(pattern, pcreFlags) &&
+           std::ranges::all_of(pattern, [](char byte) { return (byte & 0x80) == 0; });
+}
+
+bool isPlain(const char *text, std::size_t length)
+{
+    unsigned isOther = 0;
+    for (std::size_t i = 0; i < length; ++i) {
+        isOther |= isPlainByte(text[i]) ? 0u : 1u;
+    }
+    return isOther == 0;
+}
+
 class MachineStack
 {
 public:
@@ -69,24 +92,55 @@ private:
 std::unique_ptr<RegexProgram> RegexProgram::compile(const Str &pattern, bool study, int pcreFlags,
                                                     const char *&error)
 {
-    const bool hasNewlines = canHaveNewlines(pattern, pcreFlags);
-    const int flags = pcreFlags | PCRE_UTF8 | (hasNewlines ? kNewlines : 0);
+    const int flags = pcreFlags | PCRE_UTF8 | (canHaveNewlines(pattern, pcreFlags) ? kNewlines : 0);
     int errorOffset = 0;
     pcre *code = pcre_compile(pattern.c_str(), flags, &error, &errorOffset, nullptr);
     return code == nullptr ? nullptr
-                           : std::unique_ptr<RegexProgram>(new RegexProgram(code, study, hasNewlines));
+                           : std::unique_ptr<RegexProgram>(new RegexProgram(code, pattern, study, pcreFlags));
 }
 
-RegexProgram::RegexProgram(pcre *code, bool isStudied, bool hasNewlines)
-    : code_(code), isStudied_(isStudied), hasNewlines_(hasNewlines)
+RegexProgram::RegexProgram(pcre *code, const Str &pattern, bool study, int pcreFlags)
+    : code_(code), pattern_(pattern), isStudied_(study), flags_(pcreFlags),
+      hasNewlines_(canHaveNewlines(pattern, pcreFlags))
 {
     setLimits(limits_);
+    if (!study || !canHavePlainProgram(pattern, pcreFlags)) {
+        plain_ = this;
+    }
 }
 
 RegexProgram::~RegexProgram()
 {
+    if (plain_ != this) {
+        delete plain_;
+    }
     pcre_free_study(study_);
     pcre_free(code_);
+}
+
+const RegexProgram &RegexProgram::plain() const
+{
+    if (const RegexProgram *made = plain_.load(std::memory_order_acquire)) {
+        return *made;
+    }
+    const char *error = nullptr;
+    int errorOffset = 0;
+    pcre *code =
+        pcre_compile(pattern_.c_str(), flags_ | PCRE_DOTALL | kNewlines, &error, &errorOffset, nullptr);
+    const RegexProgram *made = this;
+    if (code != nullptr) {
+        auto *program = new RegexProgram(code, pattern_, isStudied_, flags_);
+        program->plain_ = program;
+        made = program;
+    }
+    const RegexProgram *others = nullptr;
+    if (!plain_.compare_exchange_strong(others, made, std::memory_order_acq_rel)) {
+        if (made != this) {
+            delete made;
+        }
+        return *others;
+    }
+    return *made;
 }
 
 const pcre_extra *RegexProgram::extra() const
@@ -115,16 +169,22 @@ const pcre_extra *RegexProgram::extra() const
 
 int RegexProgram::exec(const char *subject, std::size_t length, int options, int *offsets, int count) const
 {
+    const RegexProgram &program = isPlain(subject, length) ? plain() : *this;
+    return program.run(subject, length, options, offsets, count);
+}
+
+int RegexProgram::run(const char *subject, std::size_t length, int options, int *offsets, int count) const
+{
     const int all = options | (hasNewlines_ ? 0 : kNewlines);
     const int result = pcre_exec(code_, extra(), subject, static_cast<int>(length), 0, all, offsets, count);
-    return result == PCRE_ERROR_JIT_STACKLIMIT ? execOnLargeStack(subject, length, all, offsets, count)
+    return result == PCRE_ERROR_JIT_STACKLIMIT ? runOnLargeStack(subject, length, all, offsets, count)
                                                : result;
 }
 
 // The machine code with a stack of its own; if even that is too small, the interpreter, which needs less for
 // some programs.
-int RegexProgram::execOnLargeStack(const char *subject, std::size_t length, int options, int *offsets,
-                                   int count) const
+int RegexProgram::runOnLargeStack(const char *subject, std::size_t length, int options, int *offsets,
+                                  int count) const
 {
     const auto size = static_cast<int>(length);
     const MachineStack stack;
