@@ -52,7 +52,7 @@ std::unique_ptr<SysMonEventFilterList> makeGroup()
 {
     auto group = std::make_unique<SysMonEventFilterList>();
     for (const Patterns &patterns : patternsOfGroup()) {
-        const Str name = Str::fromFormat("bench%zu", group->filters().size());
+        const Str name = Str::fromFormat("bench%u", static_cast<unsigned>(group->filters().size()));
         group->addFilter(new RegMonEventFilter(name, patterns.process, patterns.hive, patterns.type), true);
     }
     return group;

@@ -134,7 +134,8 @@ void readType(const ConfContext &context)
     Stanzas stanzas;
     PropertyPages::get(kType, context)->enumerateStanzasWithPrefix("", stanzas, DisabledMode::All);
     if (stanzas.size() != kApps * (kDefaultStanzas + 1)) {
-        throw std::runtime_error(Str::fromFormat("%zu stanzas were read", stanzas.size()).c_str());
+        throw std::runtime_error(
+            Str::fromFormat("%u stanzas were read", static_cast<unsigned>(stanzas.size())).c_str());
     }
 }
 

@@ -40,11 +40,8 @@ void warnOfOtherCasing(const BundlesSetup &setup, const Pathname &file)
 
 bool createParent(const BundlesSetup &setup, const Pathname &parent)
 {
-    if (!canStandAt(setup, parent, PathKind::Folder)) {
-        return false;
-    }
     const Str name = setup.text(parent);
-    if (!makeDirs(parent, true)) {
+    if (!canStandAt(setup, parent, PathKind::Folder) || !makeDirs(parent, true)) {
         confPathMapperLog.error("Cannot create parent directory: %s: %m", name.c_str());
         return false;
     }

@@ -9,7 +9,7 @@ namespace velmox {
 Logger confPathMapperLog("ConfPathMapper");
 
 ConfPathMapper::ConfPathMapper(const BundleHandlerData &data)
-    : LazyConfPathMapper(data, confPathMapperLog, "ConfPathMapper")
+    : LazyConfPathMapper(data, confPathMapperLog, "ConfPathMapper", data.path.basename() == u"local")
 {
     listTypes();
 }

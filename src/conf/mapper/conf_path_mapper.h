@@ -29,6 +29,9 @@ private:
 
     static constexpr char kExtension[] = "conf";
 
+    bool isUnknownApp() const;
+    void tellOfApp(bool isConfChanged) const;
+
     Pathname fileOf(const Str &type) const;
     void logWrite(LogLevel level, const ConfPathBase &path, const Str &value, const char *what) const;
 
@@ -43,6 +46,7 @@ private:
     void change(Edit &edit, const ConfPathBase &path, const Str &value);
     void setPending(const ConfPathBase &path, const Str &value);
     bool removeFromImage(const ConfPathBase &path);
+    bool flushEdits(bool &hadEdits, bool &appChanged);
     void restamp(const Str &type);
 
     FileChangeAnswer takeFileChange(const Pathname &file, bool &appChanged);
@@ -52,7 +56,8 @@ private:
     bool reloadAll();
 
     std::map<Str, Edit> edits_;
-    ConfPathTrie pending_; ///< what was written and not flushed
+    ConfPathTrie pending_;    ///< what was written and not flushed
+    bool appChanged_ = false; ///< whether app.conf is among what was changed and not flushed
 };
 
 } // namespace velmox

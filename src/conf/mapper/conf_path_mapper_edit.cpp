@@ -135,6 +135,7 @@ void ConfPathMapper::setPending(const ConfPathBase &path, const Str &value)
     if (parts.size() == kTypeParts) {
         return;
     }
+    appChanged_ = appChanged_ || parts[0] == kAppType;
     const ConfPathMetadataPtr metadata = shared(metadataOf(types_[parts[0]].state.status));
     ConfPathTrie &type = pending_.node(ConfPathBase(user_, app_, {parts[0]}));
     ConfPathTrie &stanza = type.child(parts[1], stanzaExpansion(parts[1], rootDirectory_));
@@ -151,10 +152,12 @@ bool ConfPathMapper::remove(const ConfPath &path)
 {
     const std::lock_guard guard(lock_);
     const std::size_t count = path.parts().size();
-    if (!belongs(path) || count < kTypeParts || count > kKeyParts) {
+    if (!isOwn(path) || count < kTypeParts || count > kKeyParts) {
         return false;
     }
-    loadFor(path);
+    if (belongs(path)) {
+        loadFor(path);
+    }
     if (isInMemoryOnly()) {
         log_.info("%s: Skipping on-disk modification, keeping changes in memory only for removal of: %s",
                   pathText().c_str(), path.toStr().c_str());
@@ -166,14 +169,15 @@ bool ConfPathMapper::remove(const ConfPath &path)
         parts[2] = trimmedView(parts[2]);
     }
     const ConfPathBase own(user_, app_, parts);
-    master_.remove(own);
-    pending_.remove(own);
+    const bool removed = master_.remove(own);
+    const bool unwritten = pending_.remove(own);
+    appChanged_ = appChanged_ || (path.type() == kAppType && (removed || unwritten));
     return true;
 }
 
 bool ConfPathMapper::removeFromImage(const ConfPathBase &path)
 {
-    Edit *const edit = editOf(path.type(), false);
+    Edit *const edit = belongs(path) ? editOf(path.type(), false) : nullptr;
     if (!edit) {
         log_.debug("%s: No ini file to modify for removal of: %s", pathText().c_str(), path.toStr().c_str());
         return false;
@@ -197,10 +201,24 @@ bool ConfPathMapper::removeFromImage(const ConfPathBase &path)
     return true;
 }
 
-/// A file in whose image nothing was changed is left alone.
 bool ConfPathMapper::flush()
 {
+    bool hadEdits = false;
+    bool appChanged = false;
+    const bool flushed = flushEdits(hadEdits, appChanged);
+    // The first file of a new app makes its directory, and thereby the app.
+    if (appChanged || (hadEdits && isUnknownApp())) {
+        tellOfApp(appChanged);
+    }
+    return flushed;
+}
+
+/// A file in whose image nothing was changed is left alone.
+bool ConfPathMapper::flushEdits(bool &hadEdits, bool &appChanged)
+{
     const std::lock_guard guard(lock_);
+    hadEdits = !edits_.empty();
+    appChanged = std::exchange(appChanged_, false);
     bool flushed = true;
     for (auto &[type, edit] : edits_) {
         flushed = (!edit.changed || edit.image.flush()) && flushed;

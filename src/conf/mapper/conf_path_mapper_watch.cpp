@@ -1,4 +1,5 @@
 #include "conf/mapper/conf_path_mapper.h"
+#include "conf/pages/property_pages_registry.h"
 #include "conf/root/path_forms.h"
 #include "conf/store/application_manager.h"
 #include "conf/store/shared_conf_services.h"
@@ -14,12 +15,26 @@ FileChangeAnswer ConfPathMapper::onFileChange(WatchedFileState &state)
 {
     bool appChanged = false;
     const FileChangeAnswer answer = takeFileChange(state.path(), appChanged);
-    // Outside the lock: the manager of applications asks all mappers, this one too.
     if (appChanged) {
-        log_.info("App modification, creation, or update: %s", app_.c_str());
-        setup_.shared().applications().rescan(true);
+        tellOfApp(true);
     }
     return answer;
+}
+
+/// To be called without the lock: those told ask all mappers, this one too. Whether an app is enabled counts
+/// for the readers of all types.
+void ConfPathMapper::tellOfApp(bool isConfChanged) const
+{
+    if (isConfChanged) {
+        log_.info("App modification, creation, or update: %s", app_.c_str());
+    }
+    setup_.shared().applications().rescan(true);
+    setup_.shared().pages().invalidateAll();
+}
+
+bool ConfPathMapper::isUnknownApp() const
+{
+    return user_ == kSharedUser && !setup_.shared().applications().isKnown(app_);
 }
 
 FileChangeAnswer ConfPathMapper::takeFileChange(const Pathname &file, bool &appChanged)

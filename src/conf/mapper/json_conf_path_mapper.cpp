@@ -17,6 +17,14 @@ namespace {
 
 Logger jsonLog("JSONConfPathMapper");
 
+/// Whether a directory below the app's is named "local": objects lie some levels below it.
+bool liesInLocal(const Pathname &path, const Pathname &rootDirectory)
+{
+    std::vector<Pathname> below;
+    Pathname(path.substr(std::min(path.size(), rootDirectory.size()))).split(below);
+    return std::find(below.begin(), below.end(), u"local") != below.end();
+}
+
 } // namespace
 
 JSONConfPathMapper::JSONConfPathMapper(const BundleHandlerData &data)
@@ -25,7 +33,7 @@ JSONConfPathMapper::JSONConfPathMapper(const BundleHandlerData &data)
 }
 
 JSONConfPathMapper::JSONConfPathMapper(const BundleHandlerData &data, Logger &log, const Form &form)
-    : LazyConfPathMapper(data, log, form.className), form_(form)
+    : LazyConfPathMapper(data, log, form.className, liesInLocal(data.path, data.rootDirectory)), form_(form)
 {
     for (const Str &type : listTypes()) {
         types_.try_emplace(type);

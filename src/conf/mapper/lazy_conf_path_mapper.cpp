@@ -5,26 +5,14 @@
 #include "conf/tree/conf_path_pruners.h"
 #include "util/log/logger.h"
 
-#include <algorithm>
 #include <mutex>
 
 namespace velmox {
 
-namespace {
-
-/// Whether a directory below the app's is named "local".
-bool liesInLocal(const Pathname &path, const Pathname &rootDirectory)
-{
-    std::vector<Pathname> below;
-    Pathname(path.substr(std::min(path.size(), rootDirectory.size()))).split(below);
-    return std::find(below.begin(), below.end(), u"local") != below.end();
-}
-
-} // namespace
-
-LazyConfPathMapper::LazyConfPathMapper(const BundleHandlerData &data, Logger &log, const char *className)
+LazyConfPathMapper::LazyConfPathMapper(const BundleHandlerData &data, Logger &log, const char *className,
+                                       bool isLocal)
     : setup_(data.setup), path_(data.path), rootDirectory_(data.rootDirectory), user_(data.user.lowered()),
-      app_(data.app), log_(log), className_(className), isLocal_(liesInLocal(data.path, data.rootDirectory))
+      app_(data.app), log_(log), className_(className), isLocal_(isLocal)
 {
 }
 
@@ -33,7 +21,6 @@ bool LazyConfPathMapper::isFileName(const Str &part)
     return !part.empty() && part.findFirst(kUnsafeInNames, 0, true) < 0 && !isReservedName(part);
 }
 
-/// A value of a local directory can be removed: what it covers comes to light then.
 ConfPathMetadata LazyConfPathMapper::metadataOf(const FileStatus &status) const
 {
     ConfPathMetadata metadata;

@@ -31,8 +31,9 @@ protected:
         ConfTypeState state;
     };
 
-    /// `className` names the mapper and must outlive it.
-    LazyConfPathMapper(const BundleHandlerData &data, Logger &log, const char *className);
+    /// `className` names the mapper and must outlive it. `isLocal` says whether what is read can be removed:
+    /// what it covers comes to light then.
+    LazyConfPathMapper(const BundleHandlerData &data, Logger &log, const char *className, bool isLocal);
 
     /// Whether a part can name a file or directory: one that stays where it is put, and no device or stream.
     static bool isFileName(const Str &part);

@@ -80,9 +80,14 @@ void removeFromFile(const ConfPath &target, unsigned flags, const char *kind)
 }
 
 /// Checks first what the write that follows checks: what is removed stays so, even if that is refused.
-void removePreexisting(const ConfPath &target)
+void removePreexisting(const ConfPath &target, const PropertiesMap &desired)
 {
     refuseTraversal(target);
+    for (const auto &[key, property] : desired.properties) {
+        ConfPath path = target;
+        path.addPart(key);
+        refuseTraversal(path);
+    }
     target.require(ConfAcl::kWrite);
     removeFromFile(target, ConfPathMapperManager::Data, "conf");
     removeFromFile(target, ConfPathMapperManager::Metadata, "meta");
@@ -141,7 +146,7 @@ void PropertyPages::write(const Str &app, const Str &stanza, const PropertiesMap
     const AtEnd invalidation([this] { invalidateReaders(); });
     const bool isOwnerless = !properties.metadata && needsOwner(target);
     if (overwriteAll) {
-        removePreexisting(target);
+        removePreexisting(target, properties);
         invalidateReaders();
     }
     ConfPathTrie tree;

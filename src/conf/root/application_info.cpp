@@ -50,7 +50,7 @@ ApplicationInfo ApplicationInfo::from(const Str &name, const ConfPathTrie *appNo
     ApplicationInfo info;
     const Str *const state = settings.find("install", "state");
     // A folder of this name among the apps must not turn off what all apps rest on.
-    info.enabled = name.equals(kSystemApp) || state == nullptr || state->equals("enabled");
+    info.enabled = name.equals(kSystemApp) || state == nullptr || state->empty() || state->equals("enabled");
     info.configured = settings.getBool("install", "is_configured", info.configured);
     info.restartNeeded = settings.getBool("install", "state_change_requires_restart", info.restartNeeded);
     info.allowsDisable = settings.getBool("install", "allows_disable", info.allowsDisable);

@@ -1,11 +1,13 @@
 #include "conf/root/bootstrap_rules.h"
 
 #include "conf/root/path_forms.h"
+#include "conf/root/path_pattern.h"
 #include "conf/root/username_mapper.h"
 #include "conf/store/conf_settings.h"
 #include "conf/store/mapper_manager_log.h"
 #include "conf/store/shared_conf_services.h"
 #include "conf/tree/conf_path_base.h"
+#include "util/files/file_system.h"
 #include "util/process/loader_info.h"
 
 namespace velmox {
@@ -15,6 +17,15 @@ namespace {
 constexpr char kBootstrapStanza[] = "bootstrap";
 constexpr char kDepthStanza[] = "relative_depth_to_regular_files";
 constexpr char kWritesStanza[] = "writes";
+
+/// Where the app is. One that is nowhere yet becomes an app of this host.
+Pathname appDirectory(const BundlesSetup &setup, const Str &app)
+{
+    const Pathname name = Pathname::fromUtf8(app);
+    const Pathname slave = setup.slaveAppsDir().join(name);
+    const bool isSlave = matchesNamePattern(name, u"*") && pathKind(slave) == PathKind::Folder;
+    return isSlave ? slave : setup.appsDir().join(name);
+}
 
 } // namespace
 
@@ -124,6 +135,7 @@ Pathname BootstrapRules::directoryOf(const IniEntry &writeRule, const ConfPathBa
     known["user-case-handler"] = placeholderLiteral(userDirectory);
     // The name itself may lead out of the users' directory.
     known["user"] = known["user-case-handler"];
+    known["app-directory"] = placeholderLiteral(appDirectory(setup_, path.app()).toStr());
     return expandToPath(writeRule.value(), known);
 }
 

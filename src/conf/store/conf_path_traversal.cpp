@@ -22,7 +22,12 @@ void refuseTraversal(const ConfPathBase &path, const Str &part)
 void refuseTraversal(const ConfPathBase &path)
 {
     refuseTraversal(path, path.app());
-    refuseTraversal(path, path.type());
+    const StrVector &parts = path.parts();
+    for (std::size_t part = 0; part < parts.size(); ++part) {
+        if (part != kStanzaParts - 1) {
+            refuseTraversal(path, parts[part]);
+        }
+    }
 }
 
 } // namespace velmox

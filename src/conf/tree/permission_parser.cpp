@@ -138,7 +138,8 @@ bool parsePermissions(const Str &text, ConfAcl::Capabilities &out)
     PermissionParser parser(out);
     for (std::size_t at = 0; at < text.size(); ++at) {
         if (!parser.take(text[at])) {
-            log.warn("Permission parsing failed at %zu in string: %s", at, text.c_str());
+            log.warn("Permission parsing failed at %u in string: %s", static_cast<unsigned>(at),
+                     text.c_str());
             return false;
         }
     }

@@ -7,6 +7,7 @@
 #include "util/crash/invalid_parameter.h"
 #include "util/crash/mini_dump.h"
 #include "util/system/environment.h"
+#include "util/system/program_version.h"
 #include "util/thread/thread.h"
 
 #include <exception>
@@ -22,6 +23,8 @@ constexpr DWORD kReportLimit = 60'000;
 
 /// Set by arming and never freed; null before.
 const Pathname *fileStem = nullptr;
+/// Read ahead of a crash, as looking for a resource may take locks of the loader.
+unsigned buildNumber = 0;
 /// The thread whose crash is reported; 0 before. One report a process.
 LONG reportingThread = 0;
 
@@ -90,8 +93,12 @@ void report(EXCEPTION_POINTERS *exception, DWORD lastError)
     }
     breakIntoDebugger();
     Thread *thread = Thread::currentOrMain();
-    CrashFacts facts{exception, GetCurrentThreadId(), Thread::currentNameText(),
-                     thread != nullptr ? &thread->crashNotes() : nullptr, lastError};
+    CrashFacts facts{exception,
+                     GetCurrentThreadId(),
+                     Thread::currentNameText(),
+                     thread != nullptr ? &thread->crashNotes() : nullptr,
+                     lastError,
+                     buildNumber};
     if (code == static_cast<DWORD>(EXCEPTION_STACK_OVERFLOW)) {
         writeOnAnotherThread(facts);
     } else {
@@ -131,6 +138,7 @@ LONG WINAPI handleUnhandledException(EXCEPTION_POINTERS *exception)
 
 void installCrashHandlers()
 {
+    buildNumber = ProgramVersion::ofThisProgram().build();
     SetUnhandledExceptionFilter(handleUnhandledException);
     std::set_terminate(handleTerminate);
     reserveStackForCrash();

@@ -12,9 +12,9 @@ namespace velmox {
 
 namespace {
 
-void writeHeader(CrashSink &sink, const SYSTEMTIME &time)
+void writeHeader(CrashSink &sink, unsigned buildNumber, const SYSTEMTIME &time)
 {
-    sink.format("[build %d] %04d-%02d-%02d %02d:%02d:%02d\r\n", VELMOX_BUILD_NUMBER, time.wYear, time.wMonth,
+    sink.format("[build %u] %04d-%02d-%02d %02d:%02d:%02d\r\n", buildNumber, time.wYear, time.wMonth,
                 time.wDay, time.wHour, time.wMinute, time.wSecond);
 }
 
@@ -45,7 +45,7 @@ void writeCommandLine(CrashSink &sink)
 
 void writeCrashReport(CrashSink &sink, const SYSTEMTIME &localTime, const CrashFacts &facts)
 {
-    writeHeader(sink, localTime);
+    writeHeader(sink, facts.buildNumber, localTime);
     writeExceptionRecord(sink, *facts.exception->ExceptionRecord);
     // A fault inside a handler is not the fault of the exception that is being handled.
     if (facts.exception->ExceptionRecord->ExceptionCode == kCxxException) {

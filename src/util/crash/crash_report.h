@@ -15,6 +15,7 @@ struct CrashFacts
     const char *threadName;
     const CrashNotes *notes; // null for a thread that keeps none
     DWORD lastError;
+    unsigned buildNumber;
 };
 
 /// Writes all sections of the report, in their order.

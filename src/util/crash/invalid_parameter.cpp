@@ -1,6 +1,7 @@
 #include "util/crash/invalid_parameter.h"
 
 #include "util/log/logger.h"
+#include "util/system/library_routine.h"
 #include "util/system/windows_api.h"
 
 #include <cstdint>
@@ -35,9 +36,17 @@ void logInvalidParameter(const wchar_t *expression, const wchar_t *function, con
 
 } // namespace
 
+// By name, for what the linker finds for msvcrt.dll is a stand-in that tells the library nothing. A library
+// without the routine deals with bad arguments in its own way, and nothing of them is logged.
 void logInvalidParameters()
 {
-    _set_invalid_parameter_handler(logInvalidParameter);
+    for (const wchar_t *name : {L"msvcrt.dll", L"ucrtbase.dll"}) {
+        decltype(_set_invalid_parameter_handler) *setHandler = nullptr;
+        const HMODULE library = GetModuleHandleW(name);
+        if (library != nullptr && findRoutine(library, "_set_invalid_parameter_handler", setHandler)) {
+            setHandler(logInvalidParameter);
+        }
+    }
 }
 
 } // namespace velmox

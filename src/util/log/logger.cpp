@@ -14,6 +14,7 @@ namespace velmox {
 namespace {
 
 constexpr int kEverything = 0;
+constexpr int kInfo = static_cast<int>(LogLevel::Info);
 
 void formatMessage(Str &out, unsigned error, LogFormatCallback *callback, const char *fmt, std::va_list args)
 {
@@ -55,7 +56,7 @@ void reportStructuredException() noexcept
 } // namespace
 
 Logger::Logger(const char *name, bool suppressRepeats, unsigned windowSeconds, unsigned repeatThreshold)
-    : name_(name), threshold_(static_cast<int>(LogLevel::Info))
+    : name_(name), threshold_(kInfo), writtenFrom_(kInfo)
 {
     const LastErrorKeeper keeper;
     if (suppressRepeats) {
@@ -64,7 +65,7 @@ Logger::Logger(const char *name, bool suppressRepeats, unsigned windowSeconds, u
     LogSystem::instance().enter(*this);
 }
 
-Logger::Logger(const char *name, Unlisted) : name_(name), threshold_(kEverything) {}
+Logger::Logger(const char *name, Unlisted) : name_(name), threshold_(kInfo), writtenFrom_(kEverything) {}
 
 Logger::~Logger()
 {
@@ -77,8 +78,9 @@ Logger::~Logger()
 void Logger::bindTo(LogCategory *category)
 {
     category_.store(category, std::memory_order_release);
-    const LogLevel threshold = category ? category->threshold : LogLevel::Info;
-    threshold_.store(static_cast<int>(threshold), std::memory_order_relaxed);
+    const int threshold = category ? static_cast<int>(category->threshold) : kInfo;
+    threshold_.store(threshold, std::memory_order_relaxed);
+    writtenFrom_.store(threshold, std::memory_order_relaxed);
 }
 
 void Logger::bindAll()
@@ -197,14 +199,14 @@ void Logger::writeFallback(LogLevel level, std::string_view message)
 
 void Logger::log(LogLevel level, LogFormatCallback *callback, const char *fmt, std::va_list args)
 {
-    if (isEnabled(level)) {
+    if (isWritten(level)) {
         write(level, callback, fmt, args);
     }
 }
 
 void Logger::log(LogLevel level, const char *fmt, ...)
 {
-    if (isEnabled(level)) {
+    if (isWritten(level)) {
         std::va_list args;
         va_start(args, fmt);
         write(level, nullptr, fmt, args);
@@ -214,7 +216,7 @@ void Logger::log(LogLevel level, const char *fmt, ...)
 
 void Logger::debug(const char *fmt, ...)
 {
-    if (isEnabled(LogLevel::Debug)) {
+    if (isWritten(LogLevel::Debug)) {
         std::va_list args;
         va_start(args, fmt);
         write(LogLevel::Debug, nullptr, fmt, args);
@@ -224,7 +226,7 @@ void Logger::debug(const char *fmt, ...)
 
 void Logger::info(const char *fmt, ...)
 {
-    if (isEnabled(LogLevel::Info)) {
+    if (isWritten(LogLevel::Info)) {
         std::va_list args;
         va_start(args, fmt);
         write(LogLevel::Info, nullptr, fmt, args);
@@ -234,7 +236,7 @@ void Logger::info(const char *fmt, ...)
 
 void Logger::warn(const char *fmt, ...)
 {
-    if (isEnabled(LogLevel::Warn)) {
+    if (isWritten(LogLevel::Warn)) {
         std::va_list args;
         va_start(args, fmt);
         write(LogLevel::Warn, nullptr, fmt, args);
@@ -244,7 +246,7 @@ void Logger::warn(const char *fmt, ...)
 
 void Logger::error(const char *fmt, ...)
 {
-    if (isEnabled(LogLevel::Error)) {
+    if (isWritten(LogLevel::Error)) {
         std::va_list args;
         va_start(args, fmt);
         write(LogLevel::Error, nullptr, fmt, args);

@@ -100,6 +100,10 @@ private:
     static void writeFallback(LogLevel level, std::string_view message);
 
     void bindTo(LogCategory *category);
+    bool isWritten(LogLevel level) const
+    {
+        return static_cast<int>(level) >= writtenFrom_.load(std::memory_order_relaxed);
+    }
     bool passesUnconfigured() const;
     void write(LogLevel level, LogFormatCallback *callback, const char *fmt, std::va_list args);
     void writeGuarded(unsigned error, LogLevel level, LogFormatCallback *callback, const char *fmt,
@@ -113,8 +117,11 @@ private:
     // A static logger that is used before its constructor ran consists of zeros: its threshold lets
     // everything through, and the message takes the road for loggers that are in no list.
     const char *name_;
-    /// The category's, copied when bound, so that a message below it costs one load and one comparison.
+    /// The category's, copied when bound.
     std::atomic<int> threshold_;
+    /// What a message is tested by, so that one below it costs one load and one comparison: the threshold,
+    /// except for a logger in no list, whose messages all go to standard error before configuration.
+    std::atomic<int> writtenFrom_;
     bool isListed_ = false;
     /// Null until bound.
     std::atomic<LogCategory *> category_{nullptr};
@@ -125,7 +132,7 @@ private:
 /// A logger whose messages keep their line ends and their length.
 ///
 /// It does not follow the configuration: its threshold is INFO, and it writes to the root appender. Before
-/// configuration all its messages go to standard error, each behind its level.
+/// configuration all its messages go to standard error, even those below, each behind its level.
 class LoggerSimple : public Logger
 {
 public:

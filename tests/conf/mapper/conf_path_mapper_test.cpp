@@ -1,6 +1,7 @@
 #include "conf/file/conf_read_counters.h"
 #include "tests/conf/mapper/mapper_test.h"
 #include "tests/support/failing_call.h"
+#include "util/log/logger.h"
 
 namespace velmox {
 namespace {
@@ -66,6 +67,9 @@ TEST_F(ConfPathMapperTest, ReadsATypeWhenItIsFirstAskedFor)
     EXPECT_TRUE(mapper->read(at(""), out, 2));
     EXPECT_EQ(describe(out, "inputs"), ";default;e;monitor://./a");
     EXPECT_EQ(describe(out, "other"), ";o");
+    root.write("apps/search/local/nested/inputs.conf", "[s]\n");
+    MapperTest::make("conf", "local/nested");
+    EXPECT_EQ(metadataOf(at("/inputs/s")).removable, false) << "its own name counts";
     MapperTest::make("conf", "absent");
     EXPECT_FALSE(mapper->read(at(""), out, 1));
     EXPECT_EQ(log.text(), "");
@@ -109,6 +113,7 @@ TEST_F(ConfPathMapperTest, Searches)
 TEST_F(ConfPathMapperTest, PutsTwoWritesIntoOneNewFile)
 {
     const Str made = "apps/search/made/local/inputs.conf";
+    root.makeFolder("apps/search");
     MapperTest::make("conf", "made\\local");
     EXPECT_EQ(read("inputs"), "nothing");
     EXPECT_TRUE(write("/inputs"));
@@ -134,8 +139,15 @@ TEST_F(ConfPathMapperTest, EditsInPlaceAndRemoves)
     const char before[] = "# head\n[s]\n# on k\nk=1\nl = 2\n\n# t\n[t]\nm = 3\n[u]\n";
     make(before);
     EXPECT_TRUE(remove("/inputs/absent"));
-    for (const char *absent : {"/inputs/s/absent", "/absent", ""}) {
-        EXPECT_FALSE(remove(absent)) << absent;
+    {
+        const ConfLog log(root);
+        Logger::setThreshold("ConfPathMapper", LogLevel::Debug);
+        for (const char *absent : {"/inputs/s/absent", "/absent/s", ""}) {
+            EXPECT_FALSE(remove(absent)) << absent;
+        }
+        EXPECT_EQ(log.text(),
+                  "DEBUG ConfPathMapper: ROOT/apps/search/local: No ini file to modify for removal "
+                  "of: /Nobody/search/absent/s\n");
     }
     EXPECT_TRUE(mapper->flush());
     EXPECT_EQ(root.read(kFile), before) << "nothing was changed";
@@ -200,7 +212,9 @@ TEST_F(ConfPathMapperTest, WritesNeitherBelowAFileNorUnderANameInOtherCasing)
         const ConfLog log(root);
         EXPECT_FALSE(write("/inputs"));
         EXPECT_TRUE(log.text().startsWith(
-            "ERROR ConfPathMapper: ROOT/apps/search/plain already exists, but it is not a directory\n"));
+            "ERROR ConfPathMapper: ROOT/apps/search/plain already exists, but it is not a directory\n"
+            "ERROR ConfPathMapper: Cannot create parent directory: ROOT/apps/search/plain: <183>\n"))
+            << log.text().c_str();
     }
     EXPECT_EQ(root.read("apps/search/plain"), "");
     root.write("apps/search/local/Inputs.conf", "[s]\n");
@@ -249,13 +263,15 @@ TEST_F(ConfPathMapperTest, KeepsChangesInMemoryWhereToldSo)
     EXPECT_TRUE(write("/inputs/s/k", "9"));
     EXPECT_TRUE(write("/fresh/n/k", "1"));
     EXPECT_TRUE(remove("/inputs/s/l"));
+    EXPECT_TRUE(remove("/absent"));
     EXPECT_TRUE(mapper->flush());
     const Str start =
         "INFO ConfPathMapper: ROOT/apps/search/local: Skipping on-disk modification, keeping changes "
         "in memory only for ";
     EXPECT_EQ(log.text(), Str() << start << "write of: /Nobody/search/inputs/s/k = 9\n"
                                 << start << "write of: /Nobody/search/fresh/n/k = 1\n"
-                                << start << "removal of: /Nobody/search/inputs/s/l\n");
+                                << start << "removal of: /Nobody/search/inputs/s/l\n"
+                                << start << "removal of: /Nobody/search/absent\n");
     EXPECT_EQ(read("inputs"), ";s k=9");
     EXPECT_EQ(read("fresh"), ";n k=1");
     EXPECT_EQ(root.read(kFile), "[s]\nk = 1\nl = 2\n");

@@ -69,6 +69,7 @@ public:
             root.write(replaced(change.file, "\\", "/"), change.before.view());
         }
         root.write(kStaged, change.after.view());
+        root.makeFolder("apps/b");
         root.shared();
         scene_ = readTree(root.path());
     }

@@ -1,6 +1,8 @@
 #include "conf/ground/conf_lock.h"
 #include "conf/ground/conf_path_exceptions.h"
 #include "conf/ground/property_pages_exceptions.h"
+#include "conf/store/application_manager.h"
+#include "conf/store/shared_conf_services.h"
 #include "tests/conf/conf_root.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/function_thread.h"
@@ -121,6 +123,48 @@ TEST(PropertyPagesWrite, MakesTheViewsStaleThatItCanHaveChanged)
     EXPECT_EQ(values(), "443");
 }
 
+TEST(PropertyPagesWrite, ReachesTheRegisterOfApps)
+{
+    const ConfRoot root;
+    root.write("apps/a/default/t.conf", "[s]\nk=1\n");
+    EXPECT_EQ(root.stanzas("t", "a", "u").size(), 1u);
+    PropertyPages &ofApp = root.pages("app", "a");
+    ofApp.write("a", "install", made({{"state", "disabled"}}), false);
+    EXPECT_EQ(root.stanzas("t").size(), 0u);
+    EXPECT_EQ(root.stanzas("t", "a", "u").size(), 0u);
+    EXPECT_THROW(root.pages("t", "a"), PropertyPagesDisabledAppException);
+    root.at("/nobody/a/app/install").remove();
+    EXPECT_EQ(root.stanzas("t", "a").size(), 1u);
+    // What does not change the app is not told.
+    const ConfLog log(root);
+    root.pages("t", "a").write("a", "s", made({{"k", "2"}}), false);
+    EXPECT_EQ(log.told(), "");
+    root.pages("t", "b").write("b", "ofB", made({{"k", "3"}}), false);
+    EXPECT_TRUE(root.stanzas("t").contains("ofB"));
+    EXPECT_EQ(log.told(), "INFO ApplicationManager: Detected app creation: b\n");
+    const ScopedInitSettings scoped(ScopedInitSettings::inMemoryOnly());
+    ofApp.write("a", "install", made({{"state", "disabled"}}), false);
+    EXPECT_TRUE(log.told().endsWith("INFO ConfPathMapper: App modification, creation, or update: a\n"
+                                    "INFO ApplicationManager: Detected app modification: a\n"))
+        << log.told().c_str();
+}
+
+TEST(PropertyPagesWrite, TakesEffectInAnAppThatAnotherHostHandsOut)
+{
+    const ConfRoot root;
+    root.write("slave-apps/c/default/t.conf", "[s]\nk=1\n");
+    root.write("slave-apps/d/local/t.conf", "[s]\nk=1\n");
+    root.pages("t", "c").write("c", "s", made({{"k", "2"}}), false);
+    root.pages("t", "c").write("c", "new", made({{"k", "3"}}), false);
+    root.pages("t", "d").write("d", "s", made({{"k", "4"}}), false);
+    EXPECT_EQ(root.stanzas("t", "c").at("s").get("k"), "2");
+    EXPECT_EQ(root.stanzas("t", "d").at("s").get("k"), "4");
+    EXPECT_TRUE(root.text("slave-apps/c/metadata/local.meta").contains("[t/new]\nowner = nobody\n"));
+    const ConfLog log(root);
+    root.shared().applications().rescan(false);
+    EXPECT_EQ(log.text(), "");
+}
+
 TEST(PropertyPagesWrite, FailuresAreTheCallersAndLeaveTheStoreUsable)
 {
     const ConfRoot root;
@@ -135,13 +179,16 @@ TEST(PropertyPagesWrite, FailuresAreTheCallersAndLeaveTheStoreUsable)
         const FailingCall full("fflush", -1, ERROR_DISK_FULL, 0, 2);
         EXPECT_THROW(pages.write("a", "s", made({{"k", "3"}}), false), ConfPathFlushException);
     }
+    EXPECT_THROW(pages.write("a", "s", made({{"k/l", "4"}}), true), ConfPathDirectoryTraversalException);
+    EXPECT_EQ(root.stanzas("t").at("s").get("k"), "3");
     const ConfLog log(root);
     pages.write("a", "s", made({{"k", "4"}}), true);
     EXPECT_EQ(root.stanzas("t").at("s").get("k"), "4");
     EXPECT_EQ(root.text("apps/a/local/t.conf"), "\n[s]\nk = 4\n");
     pages.write("b", "s", made({{"k", "5"}}), true);
     EXPECT_EQ(log.told(), "WARN PropertyPages: Error removing preexisting values: /nobody/b/t/s "
-                          "[ConfPathMapper: ROOT/apps/b/local]\n");
+                          "[ConfPathMapper: ROOT/apps/b/local]\n"
+                          "INFO ApplicationManager: Detected app creation: b\n");
 }
 
 TEST(PropertyPagesWrite, WithoutAPlaceToWriteToNothingIsRemoved)

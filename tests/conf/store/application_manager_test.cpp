@@ -35,8 +35,9 @@ TEST(ApplicationManager, KnowsTheFoldersOfAppsAndWhatTheirSettingsSay)
                "state_change_requires_restart = yes\n[package]\nid = p\ncheck_for_updates = 0\n"
                "[launcher]\nversion = 1.0\n");
     root.write("apps/told/local/app.conf", "[launcher]\nversion = 2.0\n");
-    root.write("apps/odd/local/app.conf", "[default]\nversion = 3\n[install]\nis_configured = maybe\n"
-                                          "allows_disable = maybe\n[package]\nid =\n");
+    root.write("apps/odd/local/app.conf",
+               "[default]\nversion = 3\n[install]\nstate =\nis_configured = maybe\n"
+               "allows_disable = maybe\n[package]\nid =\n");
     root.write("apps/off/local/app.conf", "[install]\nstate = Enabled\n");
     root.write("apps/system/local/app.conf", "[install]\nstate = disabled\n");
     root.write("apps/.git/local/app.conf", "");

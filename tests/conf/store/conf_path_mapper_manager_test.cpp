@@ -56,14 +56,16 @@ TEST(ConfPathMapperManager, ReadsInTheOrderOfTheBootstrapFile)
     EXPECT_EQ(root.shared().mappers().mappers().size(), 11u) << "a second scan adds what is unknown alone";
     // A writer takes its place in the order.
     root.shared().mappers().findWriter(root.at("/nobody/c/inputs"), kData);
-    EXPECT_TRUE(placesOf(root).contains("apps/b/local apps/c/local apps/a/metadata/local.meta "));
+    root.shared().mappers().findWriter(root.at("/nobody/d/inputs"), kData);
+    EXPECT_TRUE(placesOf(root).contains("users/Alice/a/local slave-apps/c/local apps/.git/local "));
+    EXPECT_TRUE(placesOf(root).contains("apps/b/local apps/d/local apps/a/metadata/local.meta "));
 }
 
 TEST(ConfPathMapperManager, APathBelongsToTheFirstPatternThatMatches)
 {
     const ConfRoot root("[bootstrap]\n"
                         "apps/hidden/* = ignore\n"
-                        "apps/b/local = conf\n"
+                        "apps\\\\b\\\\local = conf\n"
                         "apps/*/local = conf\n"
                         "apps/*/* = conf\n"
                         "apps/* = default\n"

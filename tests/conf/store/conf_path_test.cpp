@@ -63,6 +63,7 @@ TEST(ConfPath, RefusesNamesThatLeadElsewhere)
     } cases[] = {
         {{"", "a", {"x/y", "s"}}, "Directory traversal risk in /nobody/a/x/y/s at segment \"x/y\""},
         {{"", "..\\a", {"t", "s"}}, "Directory traversal risk in /nobody/..\\a/t/s at segment \"..\\a\""},
+        {{"", "a", {"t", "s", "k\\l"}}, "Directory traversal risk in /nobody/a/t/s/k\\l at segment \"k\\l\""},
     };
     for (const auto &[base, message] : cases) {
         const ConfPath path(root.setup(), base);
@@ -72,9 +73,10 @@ TEST(ConfPath, RefusesNamesThatLeadElsewhere)
     }
     EXPECT_FALSE(root.has("apps/a/local"));
     ConfPath harmless(root.setup(), ConfPathBase("", "a", {"t", "monitor://./x\\y"}));
-    harmless.write(stanzaOf("k/l", "v"));
-    harmless.addPart("k/l");
-    EXPECT_EQ(harmless.readData(), "v");
+    harmless.write(stanzaOf("k", "v"));
+    EXPECT_EQ(raisedBy<ConfPathDirectoryTraversalException>([&] { harmless.write(stanzaOf("k/l", "w")); }),
+              "Directory traversal risk in /nobody/a/t/monitor://./x\\y/k/l at segment \"k/l\"");
+    EXPECT_EQ(root.text(kFile), "\n[monitor://./x\\y]\nk = v\n");
 }
 
 TEST(ConfPath, ReportsTheFirstFailureAndFlushesWhatCameBefore)

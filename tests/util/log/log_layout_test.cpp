@@ -122,7 +122,8 @@ TEST(LogMessage, CompressionFillsTheLimitAroundASettledMarker)
             const auto skipped =
                 static_cast<std::size_t>(std::atoi(out.c_str() + out.find("{skipping ") + 10));
             const bool hasTail = out.contains("}... ");
-            const std::size_t markerLength = 25 + Str::fromFormat("%zu", skipped).size();
+            const std::size_t markerLength =
+                25 + Str::fromFormat("%u", static_cast<unsigned>(skipped)).size();
             ASSERT_EQ(skipped, length - (limit - markerLength)) << length << " to " << limit;
             ASSERT_EQ(hasTail, limit - markerLength >= 32) << length << " to " << limit;
         }

@@ -92,6 +92,7 @@ TEST_F(LoggerTest, KeepsTheLastErrorInEveryFormAndFillsIn)
     ASSERT_TRUE(load("rootCategory=DEBUG,F\ncategory.Quiet=INFO\n"));
     Logger quiet("Quiet");
     LoggerSimple simple("Simple");
+    EXPECT_FALSE(simple.debugEnabled());
     const std::runtime_error exception("100%s");
     struct Wrap : LogFormatCallback
     {
@@ -353,6 +354,7 @@ TEST(LoggerChild, DISABLED_Unconfigured)
     LoggerSimple simple("Simple");
     logger.info("plain two\nlines");
     logger.debug("hidden");
+    EXPECT_TRUE(simple.isEnabled(LogLevel::Info) && !simple.debugEnabled());
     simple.debug("simple two\nlines");
     {
         // Each of two files that fail is the only other place for what is told about the other.

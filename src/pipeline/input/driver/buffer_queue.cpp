@@ -44,6 +44,14 @@ void BufferQueue::wakeTaker()
     WakeConditionVariable(&filled_);
 }
 
+void BufferQueue::waitUntilTaken(DWORD milliseconds)
+{
+    wakeTaker();
+    const Guard guard(lock_);
+    while (!buffers_.empty() && SleepConditionVariableSRW(&emptied_, &lock_, milliseconds, 0)) {
+    }
+}
+
 bool BufferQueue::get(EventBuffer &buffer, DWORD milliseconds)
 {
     const Guard guard(lock_);
@@ -55,6 +63,9 @@ bool BufferQueue::get(EventBuffer &buffer, DWORD milliseconds)
     }
     buffer = std::move(buffers_.front());
     buffers_.pop_front();
+    if (buffers_.empty()) {
+        WakeConditionVariable(&emptied_);
+    }
     return true;
 }
 

@@ -18,8 +18,8 @@ struct EventBuffer
 /// holds it.
 ///
 /// A taker that is faster than the giver would be put to sleep and woken for each buffer, which costs more
-/// than its work. So it is woken when a few buffers wait, or when the giver says that it has no more; one
-/// that is not woken finds what waits when its time is out.
+/// than its work. So it is woken when a few buffers wait, or when the giver says that it has no more for now;
+/// one that is not woken finds what waits when its time is out.
 class BufferQueue
 {
 public:
@@ -28,6 +28,8 @@ public:
     bool put(EventBuffer &buffer);
     /// Wakes the taker for whatever waits.
     void wakeTaker();
+    /// Wakes the taker, and waits until it has taken all that waits, for `milliseconds` at most.
+    void waitUntilTaken(DWORD milliseconds);
 
     /// False when nothing waits after `milliseconds` at the latest.
     bool get(EventBuffer &buffer, DWORD milliseconds);
@@ -35,6 +37,7 @@ public:
 private:
     SRWLOCK lock_ = SRWLOCK_INIT;
     CONDITION_VARIABLE filled_ = CONDITION_VARIABLE_INIT;
+    CONDITION_VARIABLE emptied_ = CONDITION_VARIABLE_INIT;
     std::deque<EventBuffer> buffers_; // under lock_
 };
 

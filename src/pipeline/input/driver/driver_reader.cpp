@@ -26,9 +26,13 @@ void DriverReader::run()
 {
     do {
         if (pass() == Next::CountOrSleep && !countOrSleep()) {
-            return;
+            break;
         }
     } while (!stop_.isSet());
+    // The program ends with the worker: what was read before an error is to be reported until then.
+    if (!stop_.isSet()) {
+        queue_.waitUntilTaken(kIdleMilliseconds);
+    }
 }
 
 DriverReader::Next DriverReader::pass()
@@ -68,6 +72,7 @@ bool DriverReader::allocate()
 DriverReader::Next DriverReader::growBuffer(DWORD error)
 {
     buffer_.data.reset();
+    queue_.wakeTaker();
     if (size_ < kBufferCeiling) {
         size_ += kBufferGrowth;
         trace::monitor(trace::Kind::Information, 65, kFunction, size_);
@@ -87,6 +92,7 @@ DriverReader::Next DriverReader::handOver()
         }
         trace::monitor(trace::Kind::Warning, 70, kFunction);
         buffer_.bytes = 0;
+        queue_.wakeTaker();
         return Next::ReadAtOnce;
     }
     room_ -= std::min<SIZE_T>(room_, size_);

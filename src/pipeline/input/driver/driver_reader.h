@@ -19,7 +19,8 @@ public:
     {
     }
 
-    /// Returns when the flag is set, or after an error that cannot be retried.
+    /// Returns when the flag is set, or after an error that cannot be retried; in the latter case the taker
+    /// is given up to 500 ms for what waits.
     void run();
 
 private:

@@ -10,6 +10,13 @@ constexpr char kScheme[] = "scheme";
 constexpr char kEndpoint[] = "scheme/endpoint";
 constexpr char kArg[] = "scheme/endpoint/args/arg";
 
+/// Whether the white space around a text is part of it: it is written for people, or may be white space
+/// itself.
+bool isTakenWhole(const Str &name)
+{
+    return name == "title" || name == "description" || name == "list_delimiter";
+}
+
 } // namespace
 
 void ModularInputs::IntrospectXmlStreamingParser::startElement(const Str &name)
@@ -42,7 +49,7 @@ void ModularInputs::IntrospectXmlStreamingParser::endElement()
     }
     if (path_.view() == kArg) {
         endArgument();
-    } else if (isLeaf_ && !text_.empty()) {
+    } else if (isLeaf_) {
         store(path_.parent());
     }
     isLeaf_ = false;
@@ -64,6 +71,12 @@ void ModularInputs::IntrospectXmlStreamingParser::endArgument()
 void ModularInputs::IntrospectXmlStreamingParser::store(std::string_view path)
 {
     const Str name(path_.name());
+    if (!isTakenWhole(name)) {
+        text_.trim(kWhiteSpace);
+    }
+    if (text_.empty()) {
+        return;
+    }
     if (path == kScheme) {
         modularInputsLog.debug("XML scheme path \"%s\": \"%s\" -> \"%s\"", kScheme, name.c_str(),
                                text_.c_str());

@@ -2,6 +2,7 @@
 
 #include "conf/file/ini_file.h"
 #include "util/files/directory_listing.h"
+#include "util/files/file_system.h"
 
 #include <algorithm>
 
@@ -25,15 +26,25 @@ StrVector namesOfFolders(const Pathname &parent)
     return names;
 }
 
-SchemeSpec makeSpec(const Str &name, const AppFolder &app, const IniStanza &stanza)
+/// The spec of a name, which is added at the end if there is none.
+SchemeSpec &specNamed(const Str &name, const AppFolder &app, std::vector<SchemeSpec> &specs)
 {
-    SchemeSpec spec{name, app, {}};
+    const auto found = std::find_if(specs.begin(), specs.end(),
+                                    [&name](const SchemeSpec &spec) { return spec.name == name; });
+    if (found != specs.end()) {
+        return *found;
+    }
+    specs.push_back({name, app, {}});
+    return specs.back();
+}
+
+void addParameters(const IniStanza &stanza, std::set<Str> &parameters)
+{
     for (const IniStanza::Setting &setting : stanza) {
         if (!setting.key.starts_with('*')) {
-            spec.parameters.emplace(setting.key);
+            parameters.emplace(setting.key);
         }
     }
-    return spec;
 }
 
 } // namespace
@@ -51,12 +62,16 @@ std::vector<AppFolder> appFolders(const Pathname &systemDir, const std::vector<P
 
 std::vector<SchemeSpec> readSchemeSpecs(const AppFolder &app)
 {
+    const Pathname path = app.path.join("README").join("inputs.conf.spec");
+    if (pathKind(path) == PathKind::Nothing) {
+        return {};
+    }
     std::vector<SchemeSpec> specs;
-    const IniFile file(app.path.join("README").join("inputs.conf.spec"));
+    const IniFile file(path);
     for (const auto &[stanzaName, stanza] : file) {
         const std::size_t end = stanzaName.find("://");
         if (end != Str::npos && end != 0) {
-            specs.push_back(makeSpec(stanzaName.substr(0, end), app, stanza));
+            addParameters(stanza, specNamed(stanzaName.substr(0, end), app, specs).parameters);
         }
     }
     return specs;

@@ -12,7 +12,7 @@ std::vector<AppFolder> appFolders(const Pathname &systemDir, const std::vector<P
 
 /// The schemes that a folder's README\inputs.conf.spec defines, in the order of the file; none without it.
 ///
-/// A scheme is what stands before `://` in the name of a stanza, and its parameters are the stanza's keys.
+/// A scheme is what stands before `://` in the names of stanzas, and its parameters are the keys of them all.
 /// Lines of description, which begin with an asterisk, are no keys.
 std::vector<SchemeSpec> readSchemeSpecs(const AppFolder &app);
 

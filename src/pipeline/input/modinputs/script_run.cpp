@@ -66,6 +66,51 @@ void writePipe(KernelHandle pipe, std::string_view text)
     }
 }
 
+/// Logs a script's standard error line by line. From the first line on that exceeds a limit all are dropped,
+/// so that a script that complains without end doesn't push everything else out of the log.
+class ErrorLog
+{
+public:
+    ErrorLog(const Str &label, const ScriptLimits &limits) : label_(label), limits_(limits) {}
+
+    void add(const Str &line);
+    /// Tells what was dropped.
+    void finish() const;
+
+private:
+    struct Amount
+    {
+        std::uint64_t lines = 0;
+        std::uint64_t bytes = 0;
+    };
+
+    const Str &label_;
+    const ScriptLimits &limits_;
+    Amount logged_;
+    Amount dropped_;
+};
+
+void ErrorLog::add(const Str &line)
+{
+    const bool fits = dropped_.lines == 0 && logged_.lines < limits_.errorLines &&
+                      logged_.bytes + line.size() <= limits_.errorBytes;
+    Amount &amount = fits ? logged_ : dropped_;
+    ++amount.lines;
+    amount.bytes += line.size();
+    if (fits) {
+        modularInputsLog.warn("<stderr> %s: %s", label_.c_str(), line.c_str());
+    }
+}
+
+void ErrorLog::finish() const
+{
+    if (dropped_.lines != 0) {
+        modularInputsLog.warn("%s: too much on standard error, dropped: %llu lines, %llu bytes.",
+                              label_.c_str(), static_cast<unsigned long long>(dropped_.lines),
+                              static_cast<unsigned long long>(dropped_.bytes));
+    }
+}
+
 /// One run: the process and the three threads around it.
 class ScriptRun
 {
@@ -149,12 +194,13 @@ void ScriptRun::readOutput(const Sink &onOutput)
 
 void ScriptRun::logErrors()
 {
-    LineSplitter lines(
-        [this](const Str &line) { modularInputsLog.warn("<stderr> %s: %s", label_.c_str(), line.c_str()); });
+    ErrorLog log(label_, limits_);
+    LineSplitter lines([&log](const Str &line) { log.add(line); });
     if (!readPipe(process_.errors(), [&lines](std::string_view piece) { lines.feed(piece); })) {
         modularInputsLog.warn("%s: error reading from pipe: %m", label_.c_str());
     }
     lines.finish();
+    log.finish();
 }
 
 } // namespace

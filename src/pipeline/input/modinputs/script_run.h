@@ -9,20 +9,25 @@
 
 namespace velmox {
 
-/// How long a script may take, and how much it may write to standard output. Standard error is not limited:
-/// what a script writes there never fails a run.
+/// How long a script may take, how much it may write to standard output, and how much of its standard error
+/// goes to the log. What is more of the latter is dropped and never fails a run.
 struct ScriptLimits
 {
     std::chrono::milliseconds time = std::chrono::seconds(60);
     std::uint64_t outputBytes = 16u << 20;
+    std::uint64_t errorLines = 1000;
+    /// Without line ends.
+    std::uint64_t errorBytes = 1u << 20;
 };
 
 /// Runs a script to its end: `input` goes to its standard input, what comes out goes to `onOutput` in pieces,
-/// and each line of standard error to the log, with `label` in front. Returns the exit status.
+/// and each line of standard error to the log, with `label` in front, up to the limits; at the end a line
+/// tells how much was dropped. Returns the exit status.
 ///
 /// The three streams are served by threads of their own, so neither side can block the other; `onOutput` is
-/// called on one of them, and what it throws ends the script and is thrown here. A script that exceeds a
-/// limit is ended, with all that it started. Throws ModularInputsException if it cannot be run to its end.
+/// called on one of them, and what it throws ends the script and is thrown here. A script that exceeds
+/// another limit is ended, with all that it started. Throws ModularInputsException if it cannot be run to its
+/// end.
 int runScript(const Str &label, const Str &commandLine, std::string_view input,
               const std::function<void(std::string_view)> &onOutput, const ScriptLimits &limits);
 

@@ -5,7 +5,6 @@ namespace velmox {
 namespace {
 
 constexpr char kMessage[] = "error/message";
-constexpr CharSet kWhiteSpace(" \t\r\n");
 
 } // namespace
 

@@ -7,6 +7,7 @@
 #include "util/log/logger.h"
 #include "util/process/loader_info.h"
 #include "util/system/environment.h"
+#include "util/system/program_version.h"
 #include "util/system/windows_api.h"
 #include "util/thread/thread.h"
 
@@ -112,6 +113,10 @@ int runVelmoxd(const wchar_t *const *arguments)
     StrVector words;
     for (const wchar_t *const *word = arguments + 1; *word != nullptr; ++word) {
         words.push_back(Str::fromUtf16(asUtf16(*word)));
+    }
+    if (words == StrVector{"--version"}) {
+        std::printf("velmoxd %s\n", ProgramVersion::ofThisProgram().text().c_str());
+        return kSuccess;
     }
     const std::optional<VelmoxdCommandLine> options = readVelmoxdCommandLine(words);
     if (!options) {

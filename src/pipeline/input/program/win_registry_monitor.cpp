@@ -311,6 +311,7 @@ void WinRegistryMonitor::MonitorWorker()
     monitorLog.info("%s: Monitor Worker Exiting...", kFunction);
     trace::monitor(Kind::Information, 74, kFunction);
     stopFlag_.set();
+    queue_.wakeTaker();
     SetEvent(workerDone_.get());
 }
 

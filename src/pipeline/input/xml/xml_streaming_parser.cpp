@@ -16,7 +16,6 @@ constexpr std::string_view kCommentEnd = "-->";
 constexpr std::string_view kCdataStart = "<![CDATA[";
 constexpr std::string_view kCdataEnd = "]]>";
 
-constexpr CharSet kBlanks("\t\n\r "sv);
 constexpr CharSet kBlanksAndNul("\t\n\r \0"sv);
 constexpr CharSet kElementNameEnds("\t\n\r >/\0"sv);
 constexpr CharSet kAttributeNameEnds("\t\n\r >=\0"sv);
@@ -213,7 +212,7 @@ std::size_t XmlStreamingParser::attributeNameStep(std::string_view bytes)
     if (nameEnd == kNeedMore) {
         return kNeedMore;
     }
-    const std::size_t next = findFirst(bytes, kBlanks, nameEnd, false);
+    const std::size_t next = findFirst(bytes, kWhiteSpace, nameEnd, false);
     if (next == bytes.size()) {
         scanned_ = nameEnd;
         return kNeedMore;

@@ -45,6 +45,8 @@ public:
     virtual std::size_t maxPendingBytes() const { return 49152; }
 
 protected:
+    static constexpr CharSet kWhiteSpace{"\t\n\r "};
+
     std::uint64_t position() const { return position_; }
     /// Where the piece of text, or the tag up to the end of its name, stands in the document; `tokenEnd` is
     /// the position behind it.

@@ -64,5 +64,18 @@ TEST(BufferQueue, WakesTheTakerForAFewBuffersOrWhenTold)
     }
 }
 
+TEST(BufferQueue, WaitsForTheTakerButNotForEver)
+{
+    BufferQueue queue;
+    put(queue, 7);
+    const auto start = std::chrono::steady_clock::now();
+    queue.waitUntilTaken(1);
+    std::thread taker([&] { EXPECT_EQ(take(queue, 1, kLong), std::vector{7}); });
+    queue.waitUntilTaken(kLong);
+    EXPECT_EQ(take(queue, 1, 0), std::vector<int>());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(kLong));
+    taker.join();
+}
+
 } // namespace
 } // namespace velmox

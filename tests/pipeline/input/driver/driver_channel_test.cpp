@@ -134,16 +134,17 @@ TEST(DriverReader, RetriesDropsGrowsOrEndsAsTheFailureHasIt)
         int allocations; // before the one that fails; -1 for none
         std::vector<DWORD> sizes;
         std::size_t queued;
+        int wakes; // of the taker: for eight buffers, and when none may follow soon
         bool endsByItself;
     } rows[] = {
-        {"reads", {{0, 60}, {0, 61}}, 524287999, 0, -1, grown(0, 3), 2, false},
-        {"grows", {tooSmall, tooSmall, {0, 60}, {0, 60}}, 0, 0, -1, grown(2, 5), 2, false},
-        {"has a ceiling", std::vector<Answer>(20, tooSmall), 0, 0, -1, grown(14, 15), 0, true},
-        {"lost the driver", {{ERROR_DEVICE_NOT_CONNECTED, 60}, {0, 60}}, 0, 0, -1, grown(0, 3), 1, false},
-        {"at the limit of memory", {{0, 60}, {0, 61}}, 524288000, 0, -1, grown(0, 3), 0, false},
-        {"knows no memory", {{0, 60}}, 0, ERROR_ACCESS_DENIED, -1, grown(0, 1), 0, true},
-        {"gets no buffer", {{0, 60}}, 0, 0, 0, {}, 0, true},
-        {"has a full queue", full, 0, 0, 32, grown(0, 32), 31, true},
+        {"reads", {{0, 60}, {0, 61}}, 524287999, 0, -1, grown(0, 3), 2, 0, false},
+        {"grows", {tooSmall, tooSmall, {0, 60}, {0, 60}}, 0, 0, -1, grown(2, 5), 2, 2, false},
+        {"has a ceiling", std::vector<Answer>(20, tooSmall), 0, 0, -1, grown(14, 15), 0, 16, true},
+        {"lost the driver", {{ERROR_DEVICE_NOT_CONNECTED, 60}, {0, 60}}, 0, 0, -1, grown(0, 3), 1, 1, false},
+        {"at the limit of memory", {{0, 60}, {0, 61}}, 524288000, 0, -1, grown(0, 3), 0, 2, false},
+        {"knows no memory", {{0, 60}}, 0, ERROR_ACCESS_DENIED, -1, grown(0, 1), 0, 1, true},
+        {"gets no buffer", {{0, 60}}, 0, 0, 0, {}, 0, 1, true},
+        {"has a full queue", full, 0, 0, 32, grown(0, 32), 31, 25, true},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.what);
@@ -159,9 +160,11 @@ TEST(DriverReader, RetriesDropsGrowsOrEndsAsTheFailureHasIt)
         ASSERT_TRUE(device.open());
         const LONG before = registry_evt_total;
         {
+            const FailingCall woken("WakeConditionVariable", 0, 0, 0, 0);
             const FailingCall exhausted("malloc", 0, ERROR_NOT_ENOUGH_MEMORY, std::max(row.allocations, 0),
                                         row.allocations < 0 ? 0 : 1);
             DriverReader(device, queue, stop).run();
+            EXPECT_EQ(woken.calls(), row.wakes);
         }
         EXPECT_EQ(stop.isSet(), !row.endsByItself);
         EXPECT_EQ(script.sizes, row.sizes);

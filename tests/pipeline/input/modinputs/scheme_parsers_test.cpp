@@ -26,10 +26,15 @@ TEST(IntrospectXmlStreamingParser, TakesTextsAtTheirPaths)
 {
     const Introspection result = fed(IntrospectParser(), R"(<?xml version="1.0"?><!DOCTYPE scheme>
 <scheme>
-  <title>A &amp; B</title><description><![CDATA[<raw>]]></description><script/>
+  <title>A &amp; B</title><description><![CDATA[ <raw>]]></description><script/><streaming_mode>
+  </streaming_mode>
+  <use_single_instance>
+    true
+  </use_single_instance>
   <endpoint> <mode>x</mode>
     <args>
-      <arg name="one" title="an attribute"><title>One</title><data_type>number</data_type></arg>
+      <arg name="one" title="an attribute"><title> One</title><data_type>&#9;number </data_type>
+        <list_delimiter> </list_delimiter></arg>
       <arg><title>nameless</title></arg>
       <other name="no"><title>not an arg</title></other>
       <arg name="two"><deep><title>too deep</title></deep></arg>
@@ -38,9 +43,11 @@ TEST(IntrospectXmlStreamingParser, TakesTextsAtTheirPaths)
 </scheme></scheme>)")
                                      .result();
     EXPECT_TRUE(result.found);
-    EXPECT_THAT(result.scheme, ElementsAre(Pair("description", "<raw>"), Pair("title", "A & B")));
+    EXPECT_THAT(result.scheme, ElementsAre(Pair("description", " <raw>"), Pair("title", "A & B"),
+                                           Pair("use_single_instance", "true")));
     EXPECT_THAT(result.args,
-                ElementsAre(Pair("one", ElementsAre(Pair("data_type", "number"), Pair("title", "One"))),
+                ElementsAre(Pair("one", ElementsAre(Pair("data_type", "number"), Pair("list_delimiter", " "),
+                                                    Pair("title", " One"))),
                             Pair("two", IsEmpty())));
     for (const char *text : {"", "usage: me [options]\n", "<html><scheme><title>x</title></scheme></html>",
                              "</></scheme></args>", "<schemes><title>x</title></schemes>"}) {

@@ -24,11 +24,17 @@ public:
         try {
             const auto keep = [this](std::string_view piece) { output_.append(piece); };
             const int status = runScript("Label", command, input, keep, limits);
-            return Str::fromFormat("%d, %zu bytes", status, output_.size());
+            return Str::fromFormat("%d, %u bytes", status, static_cast<unsigned>(output_.size()));
         } catch (const ModularInputsException &exception) {
             EXPECT_TRUE(home_.logged(exception.what()));
             return exception.message();
         }
+    }
+
+    /// How many lines of `complain` are in the log.
+    std::size_t complaints() const
+    {
+        return home_.log().replaceAll(Str::fromFormat("WARN <stderr> Label: %s\n", Str(99, 'e').c_str()), "");
     }
 
     testing::SchemeHome home_;
@@ -52,9 +58,21 @@ TEST_F(ScriptRunTest, NeitherSideBlocksTheOther)
     EXPECT_EQ(run(plan.c_str(), Str(2u << 20, 'i')), "0, 1 bytes");
     const Str received = testing::readWhole(saved);
     EXPECT_EQ(received.size() - received.find("\n") - 1, 2u << 20);
-    Str log = home_.log();
-    EXPECT_EQ(log.replaceAll(Str::concat("WARN <stderr> Label: ", Str(99, 'e')), ""), 10486u);
+    EXPECT_EQ(complaints(), 1000u);
+    EXPECT_TRUE(home_.logged("WARN Label: too much on standard error, dropped: 9486 lines, 939114 bytes.\n"));
     EXPECT_EQ(run("--scheme exit 0", Str(2u << 20, 'i')), "0, 1 bytes") << "it reads nothing";
+}
+
+TEST_F(ScriptRunTest, LogsNoMoreBytesOfStandardErrorThanItsLimit)
+{
+    ScriptLimits limits;
+    limits.errorBytes = 198;
+    EXPECT_EQ(run("--scheme complain 200", {}, limits), "0, 0 bytes");
+    EXPECT_EQ(complaints(), 2u);
+    EXPECT_FALSE(home_.logged("dropped"));
+    EXPECT_EQ(run("--scheme complain 300\n--scheme exit 3", {}, limits), "3, 0 bytes");
+    EXPECT_EQ(complaints(), 4u);
+    EXPECT_TRUE(home_.logged("dropped: 1 lines, 99 bytes."));
 }
 
 TEST_F(ScriptRunTest, AScriptBeyondItsLimitsIsEnded)

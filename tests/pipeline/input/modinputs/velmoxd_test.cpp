@@ -37,6 +37,7 @@ public:
         }
         home_.writeFile("etc\\system\\local\\inputs.conf", kInputs);
         home_.writeFile("var\\log\\velmox\\velmoxd.log", "");
+        home_.writeFile("etc\\apps\\without-schemes\\default\\app.conf", "");
         home_.defineSchemes("system", "[all://x]\n[broken://x]\n");
         home_.addScript("bin\\scripts\\all.exe",
                         "--scheme print <scheme><use_single_instance>true</use_single_instance></scheme>");
