@@ -43,6 +43,8 @@ public:
     /// Called by the read that finds the script at its end.
     std::function<void()> atEnd;
     std::vector<DWORD> sizes;
+    SIZE_T growth = 0;
+    int memoryQueries = 0;
     SIZE_T workingSet = 0;
     DWORD memoryError = 0;
     bool isClosed = false;
@@ -99,7 +101,8 @@ private:
 
     static BOOL WINAPI memory(HANDLE, PROCESS_MEMORY_COUNTERS *counters, DWORD)
     {
-        counters->WorkingSetSize = current->workingSet;
+        counters->WorkingSetSize = current->workingSet + current->growth * current->sizes.size();
+        ++current->memoryQueries;
         return finish(current->memoryError);
     }
 
@@ -175,6 +178,26 @@ TEST(DriverReader, RetriesDropsGrowsOrEndsAsTheFailureHasIt)
         EXPECT_EQ(queued, row.queued);
         EXPECT_EQ(registry_evt_total - before, static_cast<LONG>(row.queued));
     }
+}
+
+// Each buffer that is queued brings the working set nearer to its limit.
+TEST(DriverReader, HoldsTheLimitOfMemoryThoughItRarelyAsks)
+{
+    ScriptedDevice script;
+    script.reads.assign(60, {0, 60});
+    script.growth = 8192;
+    script.workingSet = 524288000 - 40 * script.growth;
+    StopFlag stop;
+    script.atEnd = [&stop] { stop.set(); };
+    BufferQueue queue;
+    DeviceChannel device;
+    ASSERT_TRUE(device.open());
+    DriverReader(device, queue, stop).run();
+    int queued = 0;
+    for (EventBuffer buffer; queue.get(buffer, 0); ++queued) {
+    }
+    EXPECT_EQ(queued, 39);
+    EXPECT_LT(script.memoryQueries, 45) << "21 of them at the limit";
 }
 
 /// Reads its stanzas from a text, and may fail as it reports an event.
