@@ -329,7 +329,8 @@ Figures measureCost(unsigned rounds)
     for (unsigned round = 0; round < rounds; ++round) {
         measureMemory(memory);
         const double pass = passNanoseconds(plain);
-        std::fprintf(stderr, "the pass: %.1f ns a record of %zu bytes\n", pass, plain.size() / kRecords);
+        std::fprintf(stderr, "the pass: %.1f ns a record of %u bytes\n", pass,
+                     static_cast<unsigned>(plain.size() / kRecords));
         for (std::size_t i = 0; i < std::size(kRows); ++i) {
             measureRow(kRows[i], pass, figures[i]);
         }

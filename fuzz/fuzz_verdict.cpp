@@ -95,7 +95,7 @@ public:
 
     void add(const Patterns &patterns)
     {
-        const Str name = Str::fromFormat("%zu", filters_.size());
+        const Str name = Str::fromFormat("%u", static_cast<unsigned>(filters_.size()));
         std::unique_ptr<RegMonEventFilter> own;
         SystemMonitoringConfig config;
         try {
