@@ -2,6 +2,7 @@
 
 #include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/rules/drive_map.h"
+#include "pipeline/input/rules/pattern_characters.h"
 #include "util/match/literal_prefix.h"
 #include "util/text/str_segment.h"
 
@@ -72,7 +73,6 @@ void addStanza(const Str &stanzaName, const PropertiesMap &stanza, const StanzaD
     SystemMonitoringConfig config;
     config.proc.compile(proc.lowered(), true, 0);
     config.hive.compile(finalHive.lowered(), true, 0);
-    config.hivePrefix = literalPrefix(config.hive.pattern());
     config.index = valueOr(stanza, "index", defaults.index);
     config.baselineInterval = valueOr(stanza, "baseline_interval", kDefaultInterval);
     StrSegment(type).splitInto(config.types, "|");
