@@ -1,6 +1,6 @@
 #include "bench/cost.h"
 
-#include "pipeline/input/driver/event_counters.h"
+#include "pipeline/input/driver/shared_state.h"
 #include "pipeline/input/events/record_processor.h"
 #include "pipeline/input/rules/filter_block.h"
 #include "pipeline/input/rules/registry_operations.h"

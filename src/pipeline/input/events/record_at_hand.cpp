@@ -1,6 +1,6 @@
 #include "pipeline/input/events/record_at_hand.h"
 
-#include "pipeline/input/xml/wide_text.h"
+#include "pipeline/input/driver/driver_protocol.h"
 
 namespace velmox {
 

@@ -1,7 +1,6 @@
 #include "pipeline/input/events/registry_records.h"
 
 #include "pipeline/input/diagnostics/trace.h"
-#include "pipeline/input/driver/event_counters.h"
 #include "pipeline/input/driver/shared_state.h"
 #include "pipeline/input/events/record_processor.h"
 #include "pipeline/input/events/value_rendering.h"

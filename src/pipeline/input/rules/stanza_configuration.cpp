@@ -2,8 +2,7 @@
 
 #include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/rules/drive_map.h"
-#include "pipeline/input/rules/pattern_characters.h"
-#include "util/match/literal_prefix.h"
+#include "pipeline/input/rules/hive_names.h"
 #include "util/text/str_segment.h"
 
 #include <new>
