@@ -4,7 +4,7 @@
 
 namespace velmox::bench {
 
-/// How the look-up of a process's image grows with the processes: the table is a list that is walked.
+/// How the look-up of a process's image grows with the processes.
 Figures measureProcessTable(const Options &options);
 
 } // namespace velmox::bench

@@ -1,7 +1,9 @@
 #include "fuzz/fuzz_target.h"
-#include "util/match/literal_prefix.h"
 #include "util/match/regex.h"
+#include "util/match/required_literals.h"
 #include "util/match/string_filters.h"
+
+#include <algorithm>
 
 namespace velmox::fuzz {
 namespace {
@@ -27,11 +29,14 @@ void checkEscape(const Str &text, const Str &other)
     require(regex.match(Str::concat(other, text)), "it is found at the end");
 }
 
-void checkLiteralPrefix(const Regex &regex, const Str &pattern, const Str &subject)
+void checkRequiredLiterals(const Regex &regex, const Str &pattern, const Str &subject)
 {
-    const int at = regex.findAt(subject.data(), static_cast<unsigned>(subject.size()), true, false);
-    if (at >= 0) {
-        require(subject.startsWith(literalPrefix(pattern).view()), "a match begins with the literal prefix");
+    if (!regex.finds(subject)) {
+        return;
+    }
+    for (const LiteralSet &texts : requiredLiterals(pattern)) {
+        require(std::ranges::any_of(texts, [&](const Str &text) { return subject.contains(text); }),
+                "a match holds what the pattern requires");
     }
 }
 
@@ -68,7 +73,7 @@ VELMOX_FUZZ_TARGET(regex)
     } catch (const RegexException &) {
         return;
     }
-    checkLiteralPrefix(regex, pattern, subject);
+    checkRequiredLiterals(regex, pattern, subject);
     checkMatch(regex, subject);
 }
 

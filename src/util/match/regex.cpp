@@ -1,6 +1,7 @@
 #include "util/match/regex.h"
 
 #include "util/log/logger.h"
+#include "util/match/regex_program.h"
 #include "util/text/ascii.h"
 
 #include <algorithm>
@@ -10,7 +11,7 @@ namespace velmox {
 
 namespace {
 
-constexpr int kMatchOptions = PCRE_NO_UTF8_CHECK | PCRE_NEWLINE_ANY | PCRE_BSR_UNICODE;
+constexpr int kMatchOptions = PCRE_NO_UTF8_CHECK;
 
 // Of PCRE's output vector two thirds hold the offset pairs of the groups, the rest is its work space.
 constexpr int kVectorSize = 1024;
@@ -48,21 +49,8 @@ bool spans(const int *whole, std::size_t length)
 
 } // namespace
 
-struct Regex::Program
+void Regex::ProgramDeleter::operator()(RegexProgram *program) const
 {
-    pcre *code = nullptr;
-    pcre_extra *study = nullptr;
-
-    int exec(const char *subject, std::size_t length, int options, int *offsets) const
-    {
-        return pcre_exec(code, study, subject, static_cast<int>(length), 0, options, offsets, kVectorSize);
-    }
-};
-
-void Regex::ProgramDeleter::operator()(Program *program) const
-{
-    pcre_free_study(program->study);
-    pcre_free(program->code);
     delete program;
 }
 
@@ -80,16 +68,7 @@ void Regex::clear()
 
 Regex::ProgramPtr Regex::compileProgram(const Str &pattern, bool study, int pcreFlags, const char *&error)
 {
-    int errorOffset = 0;
-    ProgramPtr program(new Program);
-    program->code = pcre_compile(pattern.c_str(), pcreFlags, &error, &errorOffset, nullptr);
-    if (program->code == nullptr) {
-        return nullptr;
-    }
-    if (study) {
-        program->study = pcre_study(program->code, 0, &error);
-    }
-    return program;
+    return ProgramPtr(RegexProgram::compile(pattern, study, pcreFlags, error).release());
 }
 
 void Regex::compile(const Str &pattern, bool study, int pcreFlags)
@@ -99,23 +78,23 @@ void Regex::compile(const Str &pattern, bool study, int pcreFlags)
     pattern_ = std::move(text);
 
     const char *error = nullptr;
-    compiled_ = compileProgram(pattern_, study, pcreFlags | PCRE_UTF8, error);
+    compiled_ = compileProgram(pattern_, study, pcreFlags, error);
     if (!compiled_) {
         throw RegexException(Str::concat("Regex: ", error));
     }
-    pcre_fullinfo(compiled_->code, compiled_->study, PCRE_INFO_CAPTURECOUNT, &captureCount_);
+    pcre_fullinfo(compiled_->code(), nullptr, PCRE_INFO_CAPTURECOUNT, &captureCount_);
     readAnchored();
     readGroupNames();
 
     // A pattern that cannot be wrapped, such as an extended one that ends in a comment, goes without.
     const Str wrapped = Str::concat(Str::concat("(?:", pattern_), ")\\z");
-    fullCompiled_ = compileProgram(wrapped, study, pcreFlags | PCRE_UTF8 | PCRE_ANCHORED, error);
+    fullCompiled_ = compileProgram(wrapped, study, pcreFlags | PCRE_ANCHORED, error);
 }
 
 void Regex::readAnchored()
 {
     unsigned long options = 0;
-    const int result = pcre_fullinfo(compiled_->code, compiled_->study, PCRE_INFO_OPTIONS, &options);
+    const int result = pcre_fullinfo(compiled_->code(), nullptr, PCRE_INFO_OPTIONS, &options);
     if (result != 0) {
         regexLog().error("Failed to lookup PCRE options with return=%d (regex=%s).", result,
                          pattern_.c_str());
@@ -129,9 +108,9 @@ void Regex::readGroupNames()
     int count = 0;
     int entrySize = 0;
     const char *entry = nullptr;
-    pcre_fullinfo(compiled_->code, compiled_->study, PCRE_INFO_NAMECOUNT, &count);
-    pcre_fullinfo(compiled_->code, compiled_->study, PCRE_INFO_NAMEENTRYSIZE, &entrySize);
-    pcre_fullinfo(compiled_->code, compiled_->study, PCRE_INFO_NAMETABLE, &entry);
+    pcre_fullinfo(compiled_->code(), nullptr, PCRE_INFO_NAMECOUNT, &count);
+    pcre_fullinfo(compiled_->code(), nullptr, PCRE_INFO_NAMEENTRYSIZE, &entrySize);
+    pcre_fullinfo(compiled_->code(), nullptr, PCRE_INFO_NAMETABLE, &entry);
     for (; count > 0; --count, entry += entrySize) {
         // An entry: the group's number in two bytes, high byte first, then its name and a NUL.
         const unsigned high = static_cast<unsigned char>(entry[0]);
@@ -140,14 +119,14 @@ void Regex::readGroupNames()
     }
 }
 
-const Regex::Program *Regex::choose(bool fullMatch) const
+const RegexProgram *Regex::choose(bool fullMatch) const
 {
     return fullMatch && fullCompiled_ ? fullCompiled_.get() : compiled_.get();
 }
 
 bool Regex::match(StrSegment &subject, RegexMatch *out, bool consume, bool fullMatch) const
 {
-    const Program *program = choose(fullMatch);
+    const RegexProgram *program = choose(fullMatch);
     if (out != nullptr) {
         out->clear();
     }
@@ -157,7 +136,7 @@ bool Regex::match(StrSegment &subject, RegexMatch *out, bool consume, bool fullM
     const char *start = orEmpty(subject.data());
     const std::size_t length = subject.size();
     int offsets[kVectorSize];
-    const int result = program->exec(start, length, kMatchOptions, offsets);
+    const int result = program->exec(start, length, kMatchOptions, offsets, kVectorSize);
     if (!hasMatched(result) || (fullMatch && !spans(offsets, length))) {
         return false;
     }
@@ -185,7 +164,8 @@ bool Regex::partialMatch(const Str &subject, RegexMatch *out) const
         return false;
     }
     int offsets[kVectorSize];
-    const int result = compiled_->exec(subject.data(), subject.size(), PCRE_PARTIAL, offsets);
+    const int result =
+        compiled_->execWithDefaultNewline(subject.data(), subject.size(), PCRE_PARTIAL, offsets, kVectorSize);
     if (!hasMatched(result)) {
         return false;
     }
@@ -197,13 +177,13 @@ bool Regex::partialMatch(const Str &subject, RegexMatch *out) const
 
 int Regex::findAt(const char *subject, unsigned length, bool anchoredHere, bool fullMatch) const
 {
-    const Program *program = choose(fullMatch);
+    const RegexProgram *program = choose(fullMatch);
     if (program == nullptr) {
         return -1;
     }
     int offsets[kVectorSize];
     const int options = kMatchOptions | (anchoredHere ? PCRE_ANCHORED : 0);
-    const int result = program->exec(orEmpty(subject), length, options, offsets);
+    const int result = program->exec(orEmpty(subject), length, options, offsets, kVectorSize);
     if (!hasMatched(result) || (fullMatch && !spans(offsets, length))) {
         return -1;
     }

@@ -9,6 +9,8 @@
 
 namespace velmox {
 
+class RegexProgram;
+
 /// A pattern that does not compile, with PCRE's reason, or a group that a match does not have.
 class RegexException : public BaseException
 {
@@ -20,8 +22,9 @@ public:
 /// only.
 ///
 /// Subjects must be valid UTF-8; nothing checks them. Matching neither throws nor logs: an error of PCRE,
-/// such as its match limit, reads as no match. Any number of threads may match at once, none while `compile`
-/// or `clear` runs. The compile options aren't kept, so there is no copying: compile anew from `pattern()`.
+/// such as its match limit, or the end of its stack, reads as no match. Any number of threads may match at
+/// once, none while `compile` or `clear` runs. The compile options aren't kept, so there is no copying:
+/// compile anew from `pattern()`.
 class Regex
 {
 public:
@@ -48,6 +51,11 @@ public:
     /// Also true when the subject ends within what could become a match; `out` then has no groups set.
     bool partialMatch(const Str &subject, RegexMatch *out = nullptr) const;
 
+    /// The two questions of the filters: whether something in the subject matches, and whether all of it
+    /// does.
+    bool finds(const Str &subject) const { return match(subject); }
+    bool matchesAll(const Str &subject) const { return match(subject, nullptr, false, true); }
+
     /// Offset of a match, in bytes, or -1. With `anchoredHere` only a match at the start counts.
     int findAt(const char *subject, unsigned length, bool anchoredHere, bool fullMatch) const;
 
@@ -61,17 +69,16 @@ public:
     const std::map<Str, unsigned> &groupNames() const { return groupNames_; }
 
 private:
-    struct Program;
     struct ProgramDeleter
     {
-        void operator()(Program *program) const;
+        void operator()(RegexProgram *program) const;
     };
-    using ProgramPtr = std::unique_ptr<Program, ProgramDeleter>;
+    using ProgramPtr = std::unique_ptr<RegexProgram, ProgramDeleter>;
 
     static ProgramPtr compileProgram(const Str &pattern, bool study, int pcreFlags, const char *&error);
     void readAnchored();
     void readGroupNames();
-    const Program *choose(bool fullMatch) const;
+    const RegexProgram *choose(bool fullMatch) const;
     void fill(RegexMatch &out, const char *subject, const int *offsets, int filledPairs) const;
 
     ProgramPtr compiled_;

@@ -51,9 +51,8 @@ public:
     /// Whether any filter matches. Filters behind the first that does are neither asked nor counted.
     bool matches(const T &item)
     {
-        if (sinceResort_++ >= resortInterval_) {
+        if (isResortDue()) {
             resort();
-            sinceResort_ = 0;
         }
         for (Filter *filter : filters_) {
             ++filter->checks;
@@ -82,18 +81,23 @@ public:
     const std::map<Str, Filter *> &byName() const { return byName_; }
     bool ownsFilters() const { return ownsFilters_; }
 
+protected:
+    /// Counts a call; true for one before which the order is to be made anew.
+    bool isResortDue() { return sinceResort_++ >= resortInterval_; }
+
+    void resort()
+    {
+        std::sort(filters_.begin(), filters_.end(),
+                  [](const Filter *a, const Filter *b) { return ratio(*a) > ratio(*b); });
+        sinceResort_ = 0;
+    }
+
 private:
     // A filter that was never asked comes last, behind one that never matched.
     static double ratio(const Filter &filter)
     {
         return filter.checks == 0 ? -1.0
                                   : static_cast<double>(filter.hits) / static_cast<double>(filter.checks);
-    }
-
-    void resort()
-    {
-        std::sort(filters_.begin(), filters_.end(),
-                  [](const Filter *a, const Filter *b) { return ratio(*a) > ratio(*b); });
     }
 
     std::map<Str, Filter *> byName_;

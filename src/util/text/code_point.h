@@ -30,6 +30,15 @@ constexpr bool isScalarValue(char32_t value)
     return value <= kLastCodePoint && !isHighSurrogate(value) && !isLowSurrogate(value);
 }
 
+constexpr bool isAsciiUtf16(std::u16string_view text)
+{
+    unsigned all = 0;
+    for (const char16_t unit : text) {
+        all |= unit;
+    }
+    return all < 0x80;
+}
+
 constexpr bool isUtf8Continuation(unsigned byte)
 {
     return (byte & 0xC0) == 0x80;

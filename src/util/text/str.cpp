@@ -3,6 +3,7 @@
 #include "util/text/code_point.h"
 #include "util/text/platform.h"
 
+#include <algorithm>
 #include <charconv>
 
 namespace velmox {
@@ -66,8 +67,15 @@ void Str::appendUtf16(const char16_t *text, std::size_t length)
     if (length == 0) {
         return;
     }
-    reserve(size() + length);
-    platform::appendUtf16AsUtf8(text, length, *this);
+    if (!isAsciiUtf16({text, length})) {
+        reserve(size() + length);
+        platform::appendUtf16AsUtf8(text, length, *this);
+        return;
+    }
+    const std::size_t before = size();
+    resize(before + length);
+    std::transform(text, text + length, data() + before,
+                   [](char16_t unit) { return static_cast<char>(unit); });
 }
 
 void Str::appendUtf16(const char16_t *cstr)

@@ -38,6 +38,8 @@ public:
     void appendUtf16(const char16_t *text, std::size_t length);
     void appendUtf16(const char16_t *cstr);
     static Str fromUtf16(std::u16string_view text);
+    /// The same, folded as by `toLower`.
+    void appendUtf16Lowered(std::u16string_view text);
 
     /// Clears, then formats by the C run-time library's format language; `append...` keeps what stands.
     ///

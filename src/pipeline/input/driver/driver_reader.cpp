@@ -4,6 +4,7 @@
 #include "pipeline/input/diagnostics/trace.h"
 #include "pipeline/input/driver/shared_state.h"
 
+#include <algorithm>
 #include <new>
 #include <psapi.h>
 
@@ -85,20 +86,35 @@ DriverReader::Next DriverReader::growBuffer(DWORD error)
 
 DriverReader::Next DriverReader::handOver()
 {
-    PROCESS_MEMORY_COUNTERS memory = {};
-    if (!GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof memory)) {
-        const DWORD error = GetLastError();
-        result_ = HRESULT_FROM_WIN32(error);
-        return Next::CountOrSleep;
-    }
-    if (memory.WorkingSetSize >= kWorkingSetLimit) {
+    if (room_ < size_ && !hasRoom()) {
+        if (FAILED(result_)) {
+            return Next::CountOrSleep;
+        }
         trace::monitor(trace::Message::MemoryLimit, kFunction);
         buffer_.bytes = 0;
         queue_.wakeTaker();
         return Next::ReadAtOnce;
     }
+    room_ -= std::min<SIZE_T>(room_, size_);
     post();
     return Next::CountOrSleep;
+}
+
+// Asks for the working set, which takes as long as many reads under Wine. What is queued until the next time
+// can use a quarter of what is left to the limit: the main thread may take the rest meanwhile.
+bool DriverReader::hasRoom()
+{
+    PROCESS_MEMORY_COUNTERS memory = {};
+    if (!GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof memory)) {
+        const DWORD error = GetLastError();
+        result_ = HRESULT_FROM_WIN32(error);
+        return false;
+    }
+    if (memory.WorkingSetSize >= kWorkingSetLimit) {
+        return false;
+    }
+    room_ = (kWorkingSetLimit - memory.WorkingSetSize) / 4;
+    return true;
 }
 
 void DriverReader::post()

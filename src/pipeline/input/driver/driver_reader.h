@@ -6,8 +6,8 @@
 
 namespace velmox {
 
-/// The worker's loop: pulls raw buffers out of the driver and queues them, at one system call, one memory
-/// query and one queue entry each, and does nothing else.
+/// The worker's loop: pulls raw buffers out of the driver and queues them, at one system call and one queue
+/// entry each, now and then a memory query, and does nothing else.
 ///
 /// It polls: a read with records is followed by the next at once, one without by a sleep of 500 ms. When the
 /// working set has reached its limit, what was read is dropped without a word: the only brake on the rate.
@@ -35,6 +35,7 @@ private:
     bool allocate();
     Next growBuffer(DWORD error);
     Next handOver();
+    bool hasRoom();
     void post();
     bool countOrSleep();
     void countRead() const;
@@ -46,6 +47,8 @@ private:
     // Of the next buffer, in bytes.
     DWORD size_ = 8192;
     HRESULT result_ = 0;
+    // What may still be queued before the working set has to be asked for again, in bytes.
+    SIZE_T room_ = 0;
 };
 
 } // namespace velmox

@@ -22,34 +22,57 @@ bool isSameSecond(const SYSTEMTIME &a, const SYSTEMTIME &b)
            a.wMonth == b.wMonth && a.wYear == b.wYear;
 }
 
+/// Appends a number that is not negative, with zeros in front up to a width.
+void appendPadded(Str &out, unsigned number, std::size_t width)
+{
+    char digits[16];
+    char *first = digits + sizeof digits;
+    do {
+        *--first = static_cast<char>('0' + number % 10);
+        number /= 10;
+    } while (number != 0);
+    const auto count = static_cast<std::size_t>(digits + sizeof digits - first);
+    out.append(width > count ? width - count : 0, '0');
+    out.append(first, count);
+}
+
 } // namespace
 
-// Within one second only the milliseconds differ, which the conversion leaves as they are.
-Str EventEmitter::localTimeText(const SYSTEMTIME &time)
+EventEmitter::EventEmitter(std::function<void(const Str &)> written, std::FILE *out)
+    : eventWriter_(out), written_(std::move(written))
 {
-    if (isSameSecond(time, lastTime_)) {
-        lastLocal_.wMilliseconds = time.wMilliseconds;
-    } else {
-        lastLocal_ = {};
-        const bool isConverted = SystemTimeToTzSpecificLocalTime(nullptr, &time, &lastLocal_) != FALSE;
+    event_.source = kSource;
+    event_.sourcetype = kSource;
+}
+
+// Within one second only the milliseconds differ, which the conversion leaves as they are.
+void EventEmitter::setTime(const SYSTEMTIME &time)
+{
+    unsigned milliseconds = time.wMilliseconds;
+    if (lastLocalText_.empty() || !isSameSecond(time, lastTime_)) {
+        SYSTEMTIME local = {};
+        const bool isConverted = SystemTimeToTzSpecificLocalTime(nullptr, &time, &local) != FALSE;
         lastTime_ = isConverted ? time : SYSTEMTIME{};
+        milliseconds = local.wMilliseconds;
+        lastLocalText_.format("%02d/%02d/%d %02d:%02d:%02d.", local.wMonth, local.wDay, local.wYear,
+                              local.wHour, local.wMinute, local.wSecond);
+        event_.time.format("%lld", unixSeconds(time));
     }
-    return Str::fromFormat("%02d/%02d/%d %02d:%02d:%02d.%03d", lastLocal_.wMonth, lastLocal_.wDay,
-                           lastLocal_.wYear, lastLocal_.wHour, lastLocal_.wMinute, lastLocal_.wSecond,
-                           lastLocal_.wMilliseconds);
+    event_.data.assign(lastLocalText_);
+    appendPadded(event_.data, milliseconds, 3);
 }
 
 void EventEmitter::emitEvent(const Str &text, const Str &index, const Str &stanza, const SYSTEMTIME &time)
 {
-    InputEvent event;
-    event.stanza = stanza;
-    event.index = index;
-    event.source = kSource;
-    event.sourcetype = kSource;
-    event.time.format("%lld", unixSeconds(time));
-    event.data.format("%s\n%s", localTimeText(time).c_str(), text.c_str());
-    event.data.trim(kWhiteSpace, true, true);
-    eventWriter_.write(event);
+    event_.stanza = stanza;
+    event_.index = index;
+    setTime(time);
+    event_.data.push_back('\n');
+    event_.data.append(text.c_str());
+    while (kWhiteSpace.contains(event_.data.back())) {
+        event_.data.pop_back();
+    }
+    eventWriter_.write(event_);
     written_(text);
 }
 

@@ -12,23 +12,22 @@ class EventEmitter
 {
 public:
     /// `written` is called with the body text after each event has been written. The stream is not closed.
-    explicit EventEmitter(std::function<void(const Str &)> written, std::FILE *out = stdout)
-        : eventWriter_(out), written_(std::move(written))
-    {
-    }
+    explicit EventEmitter(std::function<void(const Str &)> written, std::FILE *out = stdout);
 
     /// `time` is UTC; the text's first line becomes the machine's local time. An empty index or stanza is
     /// left out.
     void emitEvent(const Str &text, const Str &index, const Str &stanza, const SYSTEMTIME &time);
 
 private:
-    Str localTimeText(const SYSTEMTIME &time);
+    void setTime(const SYSTEMTIME &time);
 
     EventStreamWriter eventWriter_;
     std::function<void(const Str &)> written_;
-    // The time converted last, in UTC and local.
+    // Its texts keep their memory from event to event.
+    InputEvent event_;
+    // The time converted last, in UTC, and its local time up to the point before the milliseconds.
     SYSTEMTIME lastTime_ = {};
-    SYSTEMTIME lastLocal_ = {};
+    Str lastLocalText_;
 };
 
 } // namespace velmox

@@ -11,9 +11,7 @@ namespace velmox {
 
 namespace {
 
-constexpr std::size_t kPieceBytes = 511;
-
-/// What is written for one byte, in a size that a single store copies whole.
+/// What is written for one byte.
 struct Escape
 {
     char text[7];
@@ -56,9 +54,9 @@ constexpr std::array<Escape, 256> kEscapes = makeEscapes();
 
 struct Element
 {
-    const char *open;
+    std::string_view open;
     Str InputEvent::*text;
-    const char *close;
+    std::string_view close;
 };
 
 constexpr Element kElements[] = {
@@ -70,73 +68,81 @@ constexpr Element kElements[] = {
     {"<index>", &InputEvent::index, "</index>\n"},
 };
 
+/// Appends the text up to its first NUL. Most of it stands for itself, and is copied by the stretch.
+void appendEscaped(Str &out, const Str &text)
+{
+    const char *const end = text.c_str() + std::strlen(text.c_str());
+    for (const char *at = text.c_str(); at != end; ++at) {
+        const char *const plain = at;
+        while (at != end && kEscapes[static_cast<unsigned char>(*at)].length == 1) {
+            ++at;
+        }
+        out.append(plain, static_cast<std::size_t>(at - plain));
+        if (at == end) {
+            return;
+        }
+        const Escape &escape = kEscapes[static_cast<unsigned char>(*at)];
+        out.append(escape.text, escape.length);
+    }
+}
+
 } // namespace
 
 EventStreamWriter::~EventStreamWriter()
 {
     if (started_) {
-        put("</stream>\n");
+        text_ = "</stream>\n";
+        flush();
     }
 }
 
 void EventStreamWriter::write(const InputEvent &event)
 {
+    text_.clear();
     if (!started_) {
-        put("<stream>\n");
+        text_.append("<stream>\n");
         started_ = true;
     }
-    putStart(event);
-    putElements(event);
-    if (event.done) {
-        put("<done/>\n");
-    }
-    put("</event>\n");
+    append(event);
+    flush();
     std::fflush(out_);
 }
 
-void EventStreamWriter::putStart(const InputEvent &event)
+void EventStreamWriter::append(const InputEvent &event)
 {
-    put("<event");
-    if (event.unbroken) {
-        put(" unbroken=\"1\"");
-    }
-    if (!event.stanza.empty()) {
-        put(" stanza=\"");
-        putEscaped(event.stanza);
-        std::fputc('"', out_);
-    }
-    put(">\n");
-}
-
-void EventStreamWriter::putElements(const InputEvent &event)
-{
+    appendStart(event);
     for (const Element &element : kElements) {
         const Str &text = event.*element.text;
         if (!text.empty()) {
-            put(element.open);
-            putEscaped(text);
-            put(element.close);
+            text_.append(element.open);
+            appendEscaped(text_, text);
+            text_.append(element.close);
         }
     }
+    if (event.done) {
+        text_.append("<done/>\n");
+    }
+    text_.append("</event>\n");
 }
 
-/// Writes the text up to its first NUL, in pieces that never split what stands for one byte.
-void EventStreamWriter::putEscaped(const Str &text)
+void EventStreamWriter::appendStart(const InputEvent &event)
 {
-    char piece[kPieceBytes + sizeof(Escape)];
-    std::size_t length = 0;
-    for (const char *at = text.c_str(); *at != '\0'; ++at) {
-        const Escape &escape = kEscapes[static_cast<unsigned char>(*at)];
-        if (length + escape.length > kPieceBytes) {
-            piece[length] = '\0';
-            put(piece);
-            length = 0;
-        }
-        std::memcpy(piece + length, &escape, sizeof escape);
-        length += escape.length;
+    text_.append("<event");
+    if (event.unbroken) {
+        text_.append(" unbroken=\"1\"");
     }
-    piece[length] = '\0';
-    put(piece);
+    if (!event.stanza.empty()) {
+        text_.append(" stanza=\"");
+        appendEscaped(text_, event.stanza);
+        text_.push_back('"');
+    }
+    text_.append(">\n");
+}
+
+// Twenty calls for an event took as long as to write it into a file.
+void EventStreamWriter::flush()
+{
+    std::fwrite(text_.data(), 1, text_.size(), out_);
 }
 
 } // namespace velmox

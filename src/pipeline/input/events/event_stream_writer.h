@@ -36,13 +36,14 @@ public:
     void write(const InputEvent &event);
 
 private:
-    void put(const char *text) { std::fputs(text, out_); }
-    void putStart(const InputEvent &event);
-    void putElements(const InputEvent &event);
-    void putEscaped(const Str &text);
+    void append(const InputEvent &event);
+    void appendStart(const InputEvent &event);
+    void flush();
 
     bool started_ = false;
     std::FILE *out_;
+    // What is yet to be written; it keeps its memory.
+    Str text_;
 };
 
 } // namespace velmox

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <mutex>
+#include <new>
 #include <string_view>
 
 namespace velmox {
@@ -32,18 +33,19 @@ ProcessImageTable &ProcessImageTable::instance()
 
 void ProcessImageTable::init()
 {
-    retiredHead_ = nullptr;
-    retiredTail_ = &retiredHead_;
+    retired_.clear();
     lock_.emplace();
 }
 
 void ProcessImageTable::destroy()
 {
-    freeChain(live_);
-    freeChain(retiredHead_);
-    live_ = nullptr;
-    retiredHead_ = nullptr;
-    retiredTail_ = &retiredHead_;
+    for (auto &[pid, process] : processes_) {
+        freeChain(process.live);
+        freeChain(process.retired);
+    }
+    processes_.clear();
+    ++version_;
+    retired_.clear();
     lock_.reset();
 }
 
@@ -56,10 +58,17 @@ void ProcessImageTable::add(std::uint32_t pid, const char16_t *image)
     Entry *expired = nullptr;
     {
         const std::lock_guard guard(*lock_);
-        entry->next = live_;
-        live_ = entry;
+        try {
+            Process &process = processes_[pid];
+            entry->next = process.live;
+            process.live = entry;
+        } catch (const std::bad_alloc &) {
+            LocalFree(entry);
+            return;
+        }
         expired = takeExpired();
         ++counters_.added;
+        ++version_;
     }
     freeChain(expired);
 }
@@ -68,10 +77,7 @@ bool ProcessImageTable::lookup(std::uint32_t pid, char16_t *out, int units)
 {
     copyImage(kUnknownImage, out, units);
     const std::lock_guard guard(*lock_);
-    const Entry *entry = find(live_, pid);
-    if (entry == nullptr) {
-        entry = find(retiredHead_, pid);
-    }
+    const Entry *entry = find(pid);
     if (entry != nullptr) {
         copyImage(entry->image, out, units);
     }
@@ -82,14 +88,24 @@ bool ProcessImageTable::lookup(std::uint32_t pid, char16_t *out, int units)
 void ProcessImageTable::retire(std::uint32_t pid, char16_t *out, int units)
 {
     const std::lock_guard guard(*lock_);
-    if (Entry *entry = unlinkLive(pid)) {
-        copyImage(entry->image, out, units);
-        entry->expiresAt = GetTickCount() + kRetentionMilliseconds;
-        entry->next = nullptr;
-        *retiredTail_ = entry;
-        retiredTail_ = &entry->next;
-    }
     ++counters_.removed;
+    const auto found = processes_.find(pid);
+    if (found == processes_.end() || found->second.live == nullptr) {
+        return;
+    }
+    // One that it shadowed stays.
+    Process &process = found->second;
+    Entry *entry = process.live;
+    retired_.emplace(GetTickCount() + kRetentionMilliseconds, entry);
+    process.live = entry->next;
+    copyImage(entry->image, out, units);
+    entry->next = nullptr;
+    Entry **last = &process.retired;
+    while (*last != nullptr) {
+        last = &(*last)->next;
+    }
+    *last = entry;
+    ++version_;
 }
 
 ProcessImageTable::Entry *ProcessImageTable::makeEntry(std::uint32_t pid, const char16_t *image)
@@ -113,44 +129,40 @@ void ProcessImageTable::freeChain(Entry *first)
     }
 }
 
-const ProcessImageTable::Entry *ProcessImageTable::find(const Entry *first, std::uint32_t pid)
+const ProcessImageTable::Entry *ProcessImageTable::find(std::uint32_t pid) const
 {
-    while (first != nullptr && first->pid != pid) {
-        first = first->next;
+    const auto found = processes_.find(pid);
+    if (found == processes_.end()) {
+        return nullptr;
     }
-    return first;
+    return found->second.live != nullptr ? found->second.live : found->second.retired;
 }
 
-// The newest entry of the process; one that it shadowed stays.
-ProcessImageTable::Entry *ProcessImageTable::unlinkLive(std::uint32_t pid)
+void ProcessImageTable::unlinkRetired(const Entry *entry)
 {
-    for (Entry **link = &live_; *link != nullptr; link = &(*link)->next) {
-        if ((*link)->pid == pid) {
-            Entry *entry = *link;
-            *link = entry->next;
-            return entry;
-        }
+    const auto found = processes_.find(entry->pid);
+    Entry **link = &found->second.retired;
+    while (*link != entry) {
+        link = &(*link)->next;
     }
-    return nullptr;
+    *link = entry->next;
+    if (found->second.live == nullptr && found->second.retired == nullptr) {
+        processes_.erase(found);
+    }
 }
 
 // Every expired entry as a chain for the caller to free outside the lock.
 ProcessImageTable::Entry *ProcessImageTable::takeExpired()
 {
-    const DWORD now = GetTickCount();
+    const auto end = retired_.lower_bound(GetTickCount());
     Entry *expired = nullptr;
-    Entry **link = &retiredHead_;
-    while (Entry *entry = *link) {
-        if (entry->expiresAt < now) {
-            *link = entry->next;
-            entry->next = expired;
-            expired = entry;
-            ++counters_.expired;
-        } else {
-            link = &entry->next;
-        }
+    for (auto at = retired_.begin(); at != end; ++at) {
+        unlinkRetired(at->second);
+        at->second->next = expired;
+        expired = at->second;
+        ++counters_.expired;
     }
-    retiredTail_ = link;
+    retired_.erase(retired_.begin(), end);
     return expired;
 }
 

@@ -2,8 +2,11 @@
 
 #include "util/thread/locks.h"
 
+#include <atomic>
 #include <cstdint>
+#include <map>
 #include <optional>
+#include <unordered_map>
 
 namespace velmox {
 
@@ -40,12 +43,15 @@ public:
     /// it was when no such process runs.
     void retire(std::uint32_t pid, char16_t *out, int units);
 
+    /// Another number than before whenever an answer of `lookup` may have changed.
+    std::uint64_t version() const { return version_.load(std::memory_order_relaxed); }
+
 private:
     struct Entry
     {
+        /// The next one of the same process.
         Entry *next;
         std::uint32_t pid;
-        std::uint32_t expiresAt;
         char16_t image[1];
     };
 
@@ -58,16 +64,28 @@ private:
         std::uint32_t expired;
     };
 
+    /// The entries of one process number.
+    struct Process
+    {
+        /// The newest first.
+        Entry *live = nullptr;
+        /// The oldest first.
+        Entry *retired = nullptr;
+    };
+
     static Entry *makeEntry(std::uint32_t pid, const char16_t *image);
     static void freeChain(Entry *first);
-    static const Entry *find(const Entry *first, std::uint32_t pid);
-    Entry *unlinkLive(std::uint32_t pid);
+    const Entry *find(std::uint32_t pid) const;
+    void unlinkRetired(const Entry *entry);
     Entry *takeExpired();
 
-    // Guarded by lock_.
-    Entry *live_ = nullptr;
-    Entry *retiredHead_ = nullptr;
-    Entry **retiredTail_ = &retiredHead_;
+    std::atomic<std::uint64_t> version_ = 0;
+    // Guarded by lock_. A process without entries has no row.
+    std::unordered_map<std::uint32_t, Process> processes_;
+    // By the tick count after which they may go. A queue, in which those that have to stay are stepped over,
+    // would be walked for each process that begins: a backlog with 10,000 exits in 5 seconds was handled at a
+    // quarter of the usual rate.
+    std::multimap<std::uint32_t, Entry *> retired_;
     Counters counters_ = {};
     std::optional<CriticalSection> lock_; // from init to destroy
 };

@@ -1,6 +1,7 @@
+#include "pipeline/input/events/process_records.h"
+
 #include "pipeline/input/diagnostics/trace.h"
 #include "pipeline/input/events/process_enumeration.h"
-#include "pipeline/input/events/record_processor.h"
 #include "pipeline/input/rules/drive_map.h"
 
 #include <algorithm>
@@ -12,7 +13,6 @@ namespace {
 
 constexpr char kFunction[] = "WinRegistryMonitor::processData";
 const Str kGroup = kProcmonFilters;
-const Str kNoKey;
 
 bool namesProgram(std::u16string_view path)
 {
@@ -21,97 +21,119 @@ bool namesProgram(std::u16string_view path)
            _wcsnicmp(asWide(path.data() + path.size() - kEnding), L".exe", kEnding) == 0;
 }
 
+Str displayed(const char16_t *image)
+{
+    return deviceToDrive(Str::fromUtf16(image));
+}
+
 } // namespace
 
-void RecordProcessor::onImageRecord(const MonitorRecord &record)
+ProcessRecords::KnownImage::KnownImage(std::uint32_t pid)
+    : isKnown(ProcessImageTable::instance().lookup(pid, text, kImageUnits))
 {
-    learnImage(record);
-    processImage_ = Str::fromUtf16(imageBuffer_);
-    trace::monitor(trace::Message::ImageRecord, kFunction, processImage_);
+}
+
+bool ProcessRecords::passes(const Str &process, const char *type)
+{
+    MonitorFilterGroup *group = rules_.group(kGroup);
+    return group != nullptr && group->passes({process.lowered(), {}, type});
+}
+
+void ProcessRecords::takeImage(RecordAtHand &record)
+{
+    KnownImage image(record.fields().pid());
+    learnImage(record, image);
+    const Str process = Str::fromUtf16(image.text);
+    trace::monitor(trace::Message::ImageRecord, kFunction, process);
     // Both the program and the image that was loaded into it must pass as the process.
-    if (!passes(kGroup, processImage_, kNoKey, "image") || !passes(kGroup, keyPath_, kNoKey, "image")) {
+    if (!passes(process, "image") || !passes(record.keyPath(), "image")) {
         trace::monitor(trace::Message::ImageDropped, kFunction);
         return;
     }
-    const char *suffix = record.status() != 0 ? "..." : "";
+    const char *suffix = record.fields().status() != 0 ? "..." : "";
     Str stanza;
-    const Str index = rules_.getIndexAndStanzaForProcmon(processImage_, stanza);
+    const Str index = rules_.getIndexAndStanzaForProcmon(process, stanza);
     Str body;
     body.format("pid=%d\nprocess_image=\"%s\"\nimage_path=\"%s%s\"\nregistry_type=\"ProcessImage\"\n\n",
-                static_cast<int>(record.pid()), displayed(imageBuffer_).c_str(),
-                deviceToDrive(rawPath_).c_str(), suffix);
+                static_cast<int>(record.fields().pid()), displayed(image.text).c_str(),
+                deviceToDrive(record.nameText()).c_str(), suffix);
     trace::monitor(trace::Message::ImageEvent, kFunction, body);
-    emitter_.emitEvent(body, index, stanza, eventTime_);
+    emitter_.emitEvent(body, index, stanza, clock_.time());
 }
 
 // A process that began before the driver could see it, or whose image could not be read, becomes known by the
 // first program mapped into it.
-void RecordProcessor::learnImage(const MonitorRecord &record)
+void ProcessRecords::learnImage(const RecordAtHand &record, KnownImage &image)
 {
-    if (imageKnown_ || !namesProgram(name_)) {
+    if (image.isKnown || !namesProgram(record.name())) {
         return;
     }
-    const std::size_t units = name_.copy(imageBuffer_, kImageUnits - 1);
-    imageBuffer_[units] = u'\0';
-    ProcessImageTable::instance().add(record.pid(), imageBuffer_);
+    const std::size_t units = record.name().copy(image.text, kImageUnits - 1);
+    image.text[units] = u'\0';
+    ProcessImageTable::instance().add(record.fields().pid(), image.text);
 }
 
-void RecordProcessor::onProcessRecord(const MonitorRecord &record)
+void ProcessRecords::takeProcess(RecordAtHand &record)
 {
     trace::monitor(trace::Message::ProcessRecord, kFunction);
-    if (record.operation() == kProcessCreated) {
-        onProcessCreated(record);
+    if (record.fields().operation() == kProcessCreated) {
+        onCreated(record);
     } else {
-        onProcessExited(record);
+        onExited(record);
     }
 }
 
-void RecordProcessor::onProcessCreated(const MonitorRecord &record)
+void ProcessRecords::onCreated(RecordAtHand &record)
 {
     trace::monitor(trace::Message::CreationRecord, kFunction);
+    const MonitorRecord &fields = record.fields();
+    // The parent's image is the one the table held under the new process's own number: of an earlier process
+    // with that number, else "N/A". Readers know the field in this sense.
+    const KnownImage earlier(fields.pid());
     char16_t newImage[kImageUnits];
-    if (queryProcessImage(record.pid(), newImage)) {
-        ProcessImageTable::instance().add(record.pid(), newImage);
+    if (queryProcessImage(fields.pid(), newImage)) {
+        ProcessImageTable::instance().add(fields.pid(), newImage);
     } else {
         std::copy_n(kUnknownImage, std::size(kUnknownImage), newImage);
     }
     const Str createdImage = Str::fromUtf16(newImage);
-    if (!passes(kGroup, createdImage, kNoKey, "create")) {
+    if (!passes(createdImage, "create")) {
         trace::monitor(trace::Message::CreationDropped, kFunction);
         return;
     }
     Str stanza;
     const Str index = rules_.getIndexAndStanzaForProcmon(createdImage, stanza);
-    // The parent's image is the one the table held under the new process's own number: of an earlier process
-    // with that number, else "N/A". Readers know the field in this sense.
     Str body;
     body.format("parent_pid=%d\nparent_process_image=\"%s\"\npid=%d\nprocess_image=\"%s\"\n"
                 "registry_type=\"ProcessCreated\"\nuser=\"%s\"\n\n",
-                static_cast<int>(record.parentPid()), displayed(imageBuffer_).c_str(),
-                static_cast<int>(record.pid()), displayed(newImage).c_str(), rawPath_.c_str());
-    emitter_.emitEvent(body, index, stanza, eventTime_);
+                static_cast<int>(fields.parentPid()), displayed(earlier.text).c_str(),
+                static_cast<int>(fields.pid()), displayed(newImage).c_str(), record.nameText().c_str());
+    emitter_.emitEvent(body, index, stanza, clock_.time());
     trace::monitor(trace::Message::CreationWritten, kFunction);
 }
 
-void RecordProcessor::onProcessExited(const MonitorRecord &record)
+void ProcessRecords::onExited(RecordAtHand &record)
 {
-    ProcessImageTable::instance().retire(record.pid(), imageBuffer_, kImageUnits);
+    const MonitorRecord &fields = record.fields();
+    KnownImage image(fields.pid());
+    const Str process = image.isKnown ? Str::fromUtf16(image.text) : Str();
+    ProcessImageTable::instance().retire(fields.pid(), image.text, kImageUnits);
     trace::monitor(trace::Message::ExitRecord, kFunction,
-                   {imageBuffer_, std::char_traits<char16_t>::length(imageBuffer_) + 1});
-    if (!passes(kGroup, processImage_, kNoKey, "exit")) {
+                   {image.text, std::char_traits<char16_t>::length(image.text) + 1});
+    if (!passes(process, "exit")) {
         trace::monitor(trace::Message::ExitDropped, kFunction);
         return;
     }
     Str stanza;
-    const Str index = rules_.getIndexAndStanzaForProcmon(processImage_, stanza);
-    const Str imageText = displayed(imageBuffer_);
+    const Str index = rules_.getIndexAndStanzaForProcmon(process, stanza);
+    const Str imageText = displayed(image.text);
     Str body;
     body.format("parent_pid=%d\nparent_process_image=\"%s\"\npid=%d\nprocess_image=\"%s\"\n"
                 "registry_type=\"ProcessExited\"\n\n",
-                static_cast<int>(record.parentPid()), imageText.c_str(), static_cast<int>(record.pid()),
+                static_cast<int>(fields.parentPid()), imageText.c_str(), static_cast<int>(fields.pid()),
                 imageText.c_str());
     trace::monitor(trace::Message::ExitEvent, kFunction, body);
-    emitter_.emitEvent(body, index, stanza, eventTime_);
+    emitter_.emitEvent(body, index, stanza, clock_.time());
 }
 
 } // namespace velmox

@@ -10,14 +10,27 @@ constexpr std::int64_t kTicksPerMillisecond = 10000;
 
 } // namespace
 
-const SYSTEMTIME &RecordClock::timeOf(std::uint64_t timestamp)
+void RecordClock::note(std::uint64_t timestamp)
 {
-    if (lastTimestamp_ == 0 || static_cast<std::int64_t>(timestamp - lastTimestamp_) > kTicksPerMillisecond) {
-        lastTimestamp_ = timestamp;
-        const FILETIME fileTime = fileTimeOf<FILETIME>(Timeval(timestamp));
-        FileTimeToSystemTime(&fileTime, &cachedTime_);
+    if (lastTimestamp_ != 0 &&
+        static_cast<std::int64_t>(timestamp - lastTimestamp_) <= kTicksPerMillisecond) {
+        return;
     }
-    return cachedTime_;
+    if (static_cast<std::int64_t>(timestamp) < 0) {
+        time(); // it cannot be converted itself, and leaves the time before it in force
+    }
+    lastTimestamp_ = timestamp;
+    isConverted_ = false;
+}
+
+const SYSTEMTIME &RecordClock::time()
+{
+    if (!isConverted_) {
+        const FILETIME fileTime = fileTimeOf<FILETIME>(Timeval(lastTimestamp_));
+        FileTimeToSystemTime(&fileTime, &time_);
+        isConverted_ = true;
+    }
+    return time_;
 }
 
 } // namespace velmox

@@ -11,12 +11,16 @@ namespace velmox {
 class RecordClock
 {
 public:
-    /// `timestamp` counts 100-nanosecond units since 1 January 1601.
-    const SYSTEMTIME &timeOf(std::uint64_t timestamp);
+    /// To be told of every record. `timestamp` counts 100-nanosecond units since 1 January 1601.
+    void note(std::uint64_t timestamp);
+    /// The time of the record that was noted last.
+    const SYSTEMTIME &time();
 
 private:
     std::uint64_t lastTimestamp_ = 0;
-    SYSTEMTIME cachedTime_ = {};
+    // Converted when it is asked for: most records end before.
+    bool isConverted_ = true;
+    SYSTEMTIME time_ = {};
 };
 
 } // namespace velmox

@@ -8,9 +8,6 @@ namespace {
 
 constexpr char kFunction[] = "WinRegistryMonitor::processData";
 
-// How a key of the current control set reads to the filters.
-constexpr std::string_view CURRENT_CONTROL_SET = "\\REGISTRY\\MACHINE\\SYSTEM\\CURRENTCONTROLSET";
-
 } // namespace
 
 void RecordProcessor::processData(const unsigned char *buffer, std::uint32_t bytes)
@@ -18,68 +15,29 @@ void RecordProcessor::processData(const unsigned char *buffer, std::uint32_t byt
     trace::monitor(trace::Message::ProcessDataEntered, kFunction);
     std::uint32_t cursor = 0;
     while (cursor < bytes) {
-        const MonitorRecord record(buffer + cursor);
-        cursor += record.length();
-        prepare(record);
-        switch (record.recordClass()) {
-        case kRegistryRecord:
-            onRegistryRecord(record);
-            break;
-        case kProcessRecord:
-            onProcessRecord(record);
-            break;
-        case kImageRecord:
-            onImageRecord(record);
-            break;
-        }
+        const MonitorRecord fields(buffer + cursor);
+        cursor += fields.length();
+        record_.take(fields);
+        trace::monitor(trace::Message::RecordEntered, kFunction,
+                       {record_.name().data(), record_.name().size() + 1});
+        clock_.note(fields.timestamp());
+        dispatch(record_);
     }
 }
 
-// What every record needs, whatever its class.
-void RecordProcessor::prepare(const MonitorRecord &record)
+void RecordProcessor::dispatch(RecordAtHand &record)
 {
-    name_ = wideTextAt(record.name(), record.nameUnits(), nameRoom_);
-    trace::monitor(trace::Message::RecordEntered, kFunction, {name_.data(), name_.size() + 1});
-    rawPath_.clear();
-    rawPath_.appendUtf16(name_.data(), name_.size());
-    makeKeyPath();
-    imageKnown_ = ProcessImageTable::instance().lookup(record.pid(), imageBuffer_, kImageUnits);
-    processImage_.clear();
-    if (imageKnown_) {
-        processImage_.appendUtf16(imageBuffer_);
+    switch (record.fields().recordClass()) {
+    case kRegistryRecord:
+        registry_.take(record);
+        break;
+    case kProcessRecord:
+        process_.takeProcess(record);
+        break;
+    case kImageRecord:
+        process_.takeImage(record);
+        break;
     }
-    eventTime_ = clock_.timeOf(record.timestamp());
-}
-
-// The key path for the filters. A pattern that names the current control set has to meet the numbered one
-// that the kernel reports.
-void RecordProcessor::makeKeyPath()
-{
-    const Str &current = hiveNames_.currentControlSetPath();
-    if (current.empty()) {
-        keyPath_ = rawPath_;
-        return;
-    }
-    keyPath_.clear();
-    rawPath_.toLower(keyPath_);
-    if (keyPath_.startsWith(current)) {
-        keyPath_.replace(0, current.size(), CURRENT_CONTROL_SET);
-    }
-}
-
-bool RecordProcessor::passes(const Str &groupName, const Str &process, const Str &keyPath,
-                             std::string_view type)
-{
-    MonitorFilterGroup *group = rules_.group(groupName);
-    if (group == nullptr) {
-        return false;
-    }
-    event_.process.clear();
-    process.toLower(event_.process);
-    event_.keyPath.clear();
-    keyPath.toLower(event_.keyPath);
-    event_.type.assign(type);
-    return group->passes(event_);
 }
 
 } // namespace velmox

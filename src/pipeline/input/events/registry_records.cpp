@@ -1,8 +1,9 @@
+#include "pipeline/input/events/registry_records.h"
+
 #include "pipeline/input/diagnostics/trace.h"
 #include "pipeline/input/driver/shared_state.h"
 #include "pipeline/input/events/record_processor.h"
 #include "pipeline/input/events/value_rendering.h"
-#include "pipeline/input/rules/drive_map.h"
 #include "pipeline/input/rules/registry_operations.h"
 
 namespace velmox {
@@ -10,54 +11,67 @@ namespace velmox {
 namespace {
 
 constexpr char kFunction[] = "WinRegistryMonitor::processData";
-const Str kGroup = kRegmonFilters;
+
+/// Appends a line `name="value"`. The value ends at its first NUL, as where it is printed by a format.
+void appendLine(Str &body, std::string_view name, std::string_view value)
+{
+    body.append(name).append("=\"").append(value.substr(0, value.find('\0'))).append("\"\n");
+}
 
 } // namespace
 
-void RecordProcessor::onRegistryRecord(const MonitorRecord &record)
+void RegistryRecords::take(RecordAtHand &record)
 {
-    const RegistryOperation operation = registryOperation(record.operation());
-    trace::monitor(trace::Message::RegistryRecord, kFunction, keyPath_, operation.name, processImage_);
-    if (!passes(kGroup, processImage_, keyPath_, operation.word)) {
+    const RegistryOperation &operation = registryOperation(record.fields().operation());
+    if (trace::isOn(trace::Message::RegistryRecord)) {
+        trace::monitor(trace::Message::RegistryRecord, kFunction, record.tracedKeyPath(), operation.name,
+                       record.process().folded);
+    }
+    if (!passes(record, operation.word)) {
         trace::monitor(trace::Message::RegistryRecordDropped, kFunction);
         return;
     }
-    emitRegistryEvent(record, operation.name);
+    emit(record, operation.name);
     ++registry_evt_accepted;
 }
 
-void RecordProcessor::emitRegistryEvent(const MonitorRecord &record, const char *registryType)
+bool RegistryRecords::passes(RecordAtHand &record, const Str &word)
 {
-    const char *typeName = dataTypeName(record.operation(), record.dataType());
+    MonitorFilterGroup *group = rules_.registryGroup();
+    return group != nullptr && group->filters->matches(record.keyPath(), word, [&record]() -> const Str & {
+        return record.process().folded;
+    }) == group->inclusive;
+}
+
+void RegistryRecords::emit(RecordAtHand &record, const char *registryType)
+{
+    render(record, registryType, body_);
+    trace::monitor(trace::Message::RegistryEvent, kFunction, body_);
+    // By the path as the kernel spells it, so a pattern that names the current control set finds no stanza
+    // here, and the event goes out without stanza and index.
+    const SystemMonitoringConfig *config = rules_.registryGroup()->stanzaOf(record.foldedName());
+    static const Str kNone;
+    emitter_.emitEvent(body_, config != nullptr ? config->index : kNone,
+                       config != nullptr ? config->name : kNone, clock_.time());
+}
+
+void RegistryRecords::render(RecordAtHand &record, const char *registryType, Str &body)
+{
+    const MonitorRecord &fields = record.fields();
+    Str keyText = record.nameText();
+    hiveNames_.shortenHiveRoot(keyText);
     Str dataText;
-    renderValueData(record.operation(), record.dataType(), record.data(), record.dataBytes(), dataText);
-    const Str &statusText = statusTexts_.text(record.status());
-    const Str keyText = shortKeyText();
-    // The path goes in as the kernel spells it, so a pattern that names the current control set finds no
-    // stanza here, and the event goes out without stanza and index.
-    Str stanza;
-    const Str index = rules_.getIndexAndStanzaForRegmon(rawPath_, stanza);
-    const Str imageText = displayed(imageBuffer_);
-
-    Str body;
-    body.format("event_status=\"%s\"\npid=%d\nprocess_image=\"%s\"\nregistry_type=\"%s\"\nkey_path=\"%s\"\n"
-                "data_type=\"%s\"\ndata=\"%s\"\n",
-                statusText.c_str(), static_cast<int>(record.pid()), imageText.c_str(), registryType,
-                keyText.c_str(), typeName, dataText.c_str());
-    trace::monitor(trace::Message::RegistryEvent, kFunction, body);
-    emitter_.emitEvent(body, index, stanza, eventTime_);
-}
-
-Str RecordProcessor::shortKeyText() const
-{
-    WideStr path = WideStr::fromUtf8(rawPath_);
-    hiveNames_.shortenHiveRoot(path);
-    return Str::fromUtf16(path);
-}
-
-Str RecordProcessor::displayed(const char16_t *image) const
-{
-    return deviceToDrive(Str::fromUtf16(image));
+    renderValueData(fields.operation(), fields.dataType(), fields.data(), fields.dataBytes(), dataText);
+    body.clear();
+    appendLine(body, "event_status", statusTexts_.text(fields.status()));
+    body.append("pid=");
+    body << static_cast<int>(fields.pid());
+    body.push_back('\n');
+    appendLine(body, "process_image", record.process().displayed);
+    appendLine(body, "registry_type", registryType);
+    appendLine(body, "key_path", keyText);
+    appendLine(body, "data_type", dataTypeName(fields.operation(), fields.dataType()));
+    appendLine(body, "data", dataText);
 }
 
 } // namespace velmox

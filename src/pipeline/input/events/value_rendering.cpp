@@ -85,6 +85,18 @@ Word readWord(const unsigned char *data, std::uint32_t dataBytes)
     return word;
 }
 
+/// In both notations: 0x0000002a(42).
+template <class Number>
+void appendNumber(Str &out, Number number)
+{
+    constexpr char kDigits[] = "0123456789abcdef";
+    out.append("0x");
+    for (int shift = 8 * sizeof number - 4; shift >= 0; shift -= 4) {
+        out.push_back(kDigits[static_cast<std::uint64_t>(number) >> shift & 15]);
+    }
+    out << '(' << number << ')';
+}
+
 void renderStringList(const WideData &list, Str &out)
 {
     std::size_t from = 0;
@@ -146,14 +158,12 @@ void renderValueData(std::uint32_t /*operation*/, std::uint32_t dataType, const 
         text.appendTo(out, 0, text.units());
         dropForgery(out);
     } else if (dataType == kDword) {
-        const auto word = readWord<std::uint32_t>(data, dataBytes);
-        out.format("0x%08x(%u)", word, word);
+        appendNumber(out, readWord<std::uint32_t>(data, dataBytes));
     } else if (dataType == kStringList) {
         renderStringList(WideData(data, dataBytes), out);
         dropForgery(out);
     } else if (dataType == kQword) {
-        const auto word = readWord<std::uint64_t>(data, dataBytes);
-        out.format("0x%016llx(%lld)", static_cast<unsigned long long>(word), static_cast<long long>(word));
+        appendNumber(out, static_cast<long long>(readWord<std::uint64_t>(data, dataBytes)));
     }
 }
 

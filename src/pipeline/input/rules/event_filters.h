@@ -1,7 +1,7 @@
 #pragma once
 
+#include "util/match/abstract_filter.h"
 #include "util/match/regex.h"
-#include "util/match/smart_filter_list.h"
 
 namespace velmox {
 
@@ -29,23 +29,22 @@ public:
     /// Allocates nothing.
     bool matches(const SysMonFilterableEvent &event) override;
 
+    // The tests one by one, for a list that need not make them all.
+    bool matchesType(const Str &type) const { return typeRegex_.finds(type); }
+    bool matchesProcess(const Str &process) const { return anyProcess_ || procRegex_.finds(process); }
+    bool matchesKey(const Str &keyPath) const;
+
+    /// Whether the process has no say.
+    bool takesAnyProcess() const { return anyProcess_; }
+    /// The folded hive pattern. A path that is this text, letter for letter, passes, whatever the pattern
+    /// means.
+    const Str &hiveText() const { return hiveRegex_.pattern(); }
+
 private:
     Regex procRegex_;
-    /// The process pattern finds something in any text.
     bool anyProcess_;
     Regex hiveRegex_;
     Regex typeRegex_;
-    /// The folded hive pattern.
-    Str hiveText_;
-    /// What a key path must begin with for the hive pattern to match.
-    Str hivePrefix_;
-};
-
-/// The filters of one group, tried at first in the order of their stanzas.
-class SysMonEventFilterList : public SmartFilterList<SysMonFilterableEvent>
-{
-public:
-    SysMonEventFilterList() : SmartFilterList(kResortInterval, true) {}
 };
 
 } // namespace velmox

@@ -3,6 +3,9 @@
 #include "pipeline/input/driver/driver_protocol.h"
 #include "pipeline/input/registry/registry_roots.h"
 
+#include <algorithm>
+#include <functional>
+
 namespace velmox {
 
 namespace {
@@ -42,6 +45,12 @@ void HiveNames::fill(const WideStr &currentUserPath)
             }
         }
     }
+    shortened_.clear();
+    for (const auto &[root, info] : hiveKeyMap_) {
+        shortened_.push_back({Str::fromUtf16(root), Str::fromUtf16(info.shortName)});
+    }
+    std::ranges::stable_sort(shortened_, std::ranges::greater(),
+                             [](const ShortenedRoot &entry) { return entry.root.size(); });
 }
 
 void HiveNames::translateHiveRoot(WideStr &hive) const
@@ -55,17 +64,12 @@ void HiveNames::translateHiveRoot(WideStr &hive) const
     }
 }
 
-void HiveNames::shortenHiveRoot(WideStr &keyPath) const
+void HiveNames::shortenHiveRoot(Str &keyPath) const
 {
-    const Map::value_type *longest = nullptr;
-    for (const Map::value_type &entry : hiveKeyMap_) {
-        const bool longer = longest == nullptr || entry.first.size() > longest->first.size();
-        if (longer && keyPath.startsWith(entry.first)) {
-            longest = &entry;
-        }
-    }
-    if (longest != nullptr) {
-        keyPath.replace(0, longest->first.size(), longest->second.shortName);
+    const auto root = std::ranges::find_if(
+        shortened_, [&keyPath](const ShortenedRoot &entry) { return keyPath.startsWith(entry.root); });
+    if (root != shortened_.end()) {
+        keyPath.replace(0, root->root.size(), root->shortName);
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <vector>
 
 namespace velmox {
 
@@ -47,14 +48,22 @@ public:
     void translateHiveRoot(WideStr &hive) const;
     /// Replaces the longest native root that the path begins with by its short name. The comparison is of
     /// text: it knows no component boundary.
-    void shortenHiveRoot(WideStr &keyPath) const;
+    void shortenHiveRoot(Str &keyPath) const;
 
     const Map &hiveKeyMap() const { return hiveKeyMap_; }
     /// Lower case; empty unless a pattern named the current control set.
     const Str &currentControlSetPath() const { return currentControlSetPath_; }
 
 private:
+    struct ShortenedRoot
+    {
+        Str root;
+        Str shortName;
+    };
+
     Map hiveKeyMap_;
+    // Of the map, the longest roots first.
+    std::vector<ShortenedRoot> shortened_;
     Str currentControlSetPath_;
 };
 

@@ -2,11 +2,51 @@
 
 #include "pipeline/input/diagnostics/diagnostics.h"
 
+#include <algorithm>
+#include <functional>
+#include <numeric>
+
 namespace velmox {
+
+const SystemMonitoringConfig *MonitorFilterGroup::stanzaOf(const Str &keyPath)
+{
+    if (ranked_.size() != configs.size()) {
+        rank();
+    }
+    hives_.find(keyPath, possible_);
+    for (std::size_t rank = possible_.next(0); rank != BitSet::kNone; rank = possible_.next(rank + 1)) {
+        const SystemMonitoringConfig &config = configs[ranked_[rank]];
+        if (config.hive.finds(keyPath)) {
+            return &config;
+        }
+    }
+    return nullptr;
+}
+
+void MonitorFilterGroup::rank()
+{
+    ranked_.resize(configs.size());
+    std::iota(ranked_.begin(), ranked_.end(), std::size_t{0});
+    std::ranges::stable_sort(ranked_, std::ranges::greater(),
+                             [this](std::size_t at) { return configs[at].hive.pattern().size(); });
+    hives_ = LiteralIndex();
+    for (const std::size_t at : ranked_) {
+        hives_.add(requiredLiterals(configs[at].hive.pattern()));
+    }
+    hives_.build();
+}
 
 MonitorFilterGroup *MonitorRules::group(const Str &name)
 {
     return filterGroups_[name].get();
+}
+
+MonitorFilterGroup *MonitorRules::registryGroup()
+{
+    if (registryGroup_ == nullptr) {
+        registryGroup_ = group(kRegmonFilters);
+    }
+    return registryGroup_;
 }
 
 bool MonitorRules::insert(const Str &name, std::unique_ptr<MonitorFilterGroup> group)
@@ -16,25 +56,18 @@ bool MonitorRules::insert(const Str &name, std::unique_ptr<MonitorFilterGroup> g
 
 Str MonitorRules::getIndexAndStanzaForRegmon(const Str &keyPath, Str &stanza)
 {
-    const MonitorFilterGroup *found = group(kRegmonFilters);
+    MonitorFilterGroup *found = registryGroup();
     if (found == nullptr) {
         monitorLog.error("%s: %s has been turned off, or no configuration file was found",
                          "WinRegistryMonitor::getIndexAndStanzaForRegmon", kRegmonFilters);
         return {};
     }
-    const Str path = keyPath.lowered();
-    const SystemMonitoringConfig *best = nullptr;
-    for (const SystemMonitoringConfig &config : found->configs) {
-        const bool longer = best == nullptr || config.hive.pattern().size() > best->hive.pattern().size();
-        if (longer && path.contains(config.hivePrefix) && config.hive.match(path)) {
-            best = &config;
-        }
-    }
-    if (best == nullptr) {
+    const SystemMonitoringConfig *config = found->stanzaOf(keyPath.lowered());
+    if (config == nullptr) {
         return {};
     }
-    stanza = best->name;
-    return best->index;
+    stanza = config->name;
+    return config->index;
 }
 
 Str MonitorRules::getIndexAndStanzaForProcmon(const Str &processPath, Str &stanza)
@@ -48,7 +81,7 @@ Str MonitorRules::getIndexAndStanzaForProcmon(const Str &processPath, Str &stanz
     const Str path = processPath.lowered();
     Str index;
     for (const SystemMonitoringConfig &config : found->configs) {
-        if (config.proc.match(path)) {
+        if (config.proc.finds(path)) {
             index = config.index;
             stanza = config.name;
         }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "pipeline/input/rules/event_filters.h"
+#include "pipeline/input/rules/event_filter_list.h"
 #include "util/match/regex.h"
 
 #include <map>
@@ -19,8 +19,6 @@ struct SystemMonitoringConfig
     Str index;
     /// The hive pattern in its final form, lower case, for lower-case key paths.
     Regex hive;
-    /// What `hive` finds begins with this, so that a path without it needs no regular expression.
-    Str hivePrefix;
     /// The stanza's `type`, split at "|".
     StrVector types;
     bool baseline = false;
@@ -41,6 +39,18 @@ struct MonitorFilterGroup
     std::vector<SystemMonitoringConfig> configs;
 
     bool passes(const SysMonFilterableEvent &event) { return filters->matches(event) == inclusive; }
+
+    /// The stanza whose hive pattern finds something in the lower-case key path, the longest pattern text
+    /// first, of equally long ones the first stanza; or null.
+    const SystemMonitoringConfig *stanzaOf(const Str &keyPath);
+
+private:
+    void rank();
+
+    // The stanzas in that order, and by their literals; made for as many stanzas as there are.
+    std::vector<std::size_t> ranked_;
+    LiteralIndex hives_;
+    BitSet possible_;
 };
 
 /// What is watched, and to which stanza and index an accepted event belongs. Main thread only.
@@ -49,6 +59,8 @@ class MonitorRules
 public:
     /// The group under a name, or null; asking for an absent name enters it with a null.
     MonitorFilterGroup *group(const Str &name);
+    /// The group of the registry's filters, or null.
+    MonitorFilterGroup *registryGroup();
     /// False when the name is taken; `group` is then gone.
     bool insert(const Str &name, std::unique_ptr<MonitorFilterGroup> group);
 
@@ -60,6 +72,8 @@ public:
 
 private:
     std::map<Str, std::unique_ptr<MonitorFilterGroup>> filterGroups_;
+    // The one that every record asks for, once it is there.
+    MonitorFilterGroup *registryGroup_ = nullptr;
 };
 
 } // namespace velmox

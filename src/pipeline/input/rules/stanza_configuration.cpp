@@ -2,7 +2,7 @@
 
 #include "pipeline/input/diagnostics/diagnostics.h"
 #include "pipeline/input/rules/drive_map.h"
-#include "util/match/literal_prefix.h"
+#include "pipeline/input/rules/hive_names.h"
 #include "util/text/str_segment.h"
 
 #include <new>
@@ -72,7 +72,6 @@ void addStanza(const Str &stanzaName, const PropertiesMap &stanza, const StanzaD
     SystemMonitoringConfig config;
     config.proc.compile(proc.lowered(), true, 0);
     config.hive.compile(finalHive.lowered(), true, 0);
-    config.hivePrefix = literalPrefix(config.hive.pattern());
     config.index = valueOr(stanza, "index", defaults.index);
     config.baselineInterval = valueOr(stanza, "baseline_interval", kDefaultInterval);
     StrSegment(type).splitInto(config.types, "|");

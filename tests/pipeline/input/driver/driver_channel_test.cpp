@@ -71,5 +71,25 @@ TEST(DriverReader, RetriesDropsGrowsOrEndsAsTheFailureHasIt)
     }
 }
 
+// Each buffer that is queued brings the working set nearer to its limit.
+TEST(DriverReader, HoldsTheLimitOfMemoryThoughItRarelyAsks)
+{
+    ScriptedDevice script;
+    script.reads.assign(60, {0, 60});
+    script.growth = 8192;
+    script.workingSet = 524288000 - 40 * script.growth;
+    StopFlag stop;
+    script.atEnd = [&stop] { stop.set(); };
+    BufferQueue queue;
+    DeviceChannel device;
+    ASSERT_TRUE(device.open());
+    DriverReader(device, queue, stop).run();
+    int queued = 0;
+    for (EventBuffer buffer; queue.get(buffer, 0); ++queued) {
+    }
+    EXPECT_EQ(queued, 39);
+    EXPECT_LT(script.memoryQueries, 45) << "21 of them at the limit";
+}
+
 } // namespace
 } // namespace velmox

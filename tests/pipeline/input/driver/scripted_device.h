@@ -32,6 +32,9 @@ public:
     std::function<void()> atEnd;
     std::vector<DWORD> sizes;
     SIZE_T workingSet = 0;
+    /// What each read adds to it.
+    SIZE_T growth = 0;
+    int memoryQueries = 0;
     DWORD memoryError = 0;
     bool isClosed = false;
 
@@ -86,7 +89,8 @@ private:
 
     static BOOL WINAPI memory(HANDLE, PROCESS_MEMORY_COUNTERS *counters, DWORD)
     {
-        counters->WorkingSetSize = current->workingSet;
+        counters->WorkingSetSize = current->workingSet + current->growth * current->sizes.size();
+        ++current->memoryQueries;
         return finish(current->memoryError);
     }
 

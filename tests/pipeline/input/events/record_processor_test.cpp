@@ -4,6 +4,7 @@
 #include "util/files/file_star.h"
 
 #include <gtest/gtest.h>
+#include <random>
 
 namespace velmox {
 namespace {
@@ -105,6 +106,62 @@ TEST_F(RecordProcessorTest, AnUnknownProcessHasNoNameForTheFilters)
     records.processData(buffer.data(), static_cast<std::uint32_t>(buffer.size()));
     ASSERT_EQ(bodies_.size(), 1u);
     EXPECT_TRUE(bodies_[0].contains("pid=1000005\nprocess_image=\"N/A\"\n"));
+}
+
+/// Bytes that end where the process may not read on.
+class GuardedBytes
+{
+public:
+    explicit GuardedBytes(const Bytes &bytes)
+        : memory_(static_cast<unsigned char *>(
+              VirtualAlloc(nullptr, 2 * kRoom, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE))),
+          start_(memory_ + kRoom - bytes.size())
+    {
+        std::copy(bytes.begin(), bytes.end(), start_);
+        DWORD before = 0;
+        VirtualProtect(memory_ + kRoom, kRoom, PAGE_NOACCESS, &before);
+    }
+    ~GuardedBytes() { VirtualFree(memory_, 0, MEM_RELEASE); }
+    GuardedBytes(const GuardedBytes &) = delete;
+    GuardedBytes &operator=(const GuardedBytes &) = delete;
+
+    const unsigned char *start() const { return start_; }
+
+private:
+    static constexpr std::size_t kRoom = 65536;
+
+    unsigned char *memory_;
+    unsigned char *start_;
+};
+
+// Whole records of all kinds, at odd addresses too, with names of any units and data too short for its type.
+TEST_F(RecordProcessorTest, ReadsNothingBehindABufferAndReportsEachAcceptedRecordOnce)
+{
+    std::mt19937 dice(16);
+    const auto pick = [&dice](unsigned count) { return static_cast<unsigned>(dice() % count); };
+    for (int round = 0; round < 2000; ++round) {
+        std::vector<RecordFields> records(pick(6));
+        std::vector<Str> expected;
+        for (RecordFields &record : records) {
+            record.recordClass = pick(4) == 0 ? 3 : 1;
+            record.operation = pick(2) == 0 ? 16 : 14; // a value that is set, a key that is closed
+            record.dataType = pick(13);
+            record.pid = 8 * static_cast<std::uint32_t>(expected.size()) + 1;
+            record.name.assign(pick(40), pick(3) == 0 ? u'\xD800' : u'K');
+            record.data.assign(pick(20), static_cast<unsigned char>(pick(3) * 'a'));
+            if (record.recordClass == 1 && record.operation == 16) {
+                expected.push_back(Str::fromFormat("\npid=%u\n", record.pid));
+            }
+        }
+        const Bytes bytes = testbed::recordBuffer(records);
+        const GuardedBytes guarded(bytes);
+        bodies_.clear();
+        records_.processData(guarded.start(), static_cast<std::uint32_t>(bytes.size()));
+        ASSERT_EQ(bodies_.size(), expected.size());
+        for (std::size_t i = 0; i < expected.size(); ++i) {
+            ASSERT_TRUE(bodies_[i].contains(expected[i])) << bodies_[i].c_str();
+        }
+    }
 }
 
 } // namespace

@@ -52,18 +52,18 @@ TEST_F(HiveNamesTest, ShortensTheLongestRootOnce)
         {u"", u""},
     };
     for (const auto &[path, expected] : rows) {
-        WideStr text = path;
+        Str text = Str::fromUtf16(path);
         names_.shortenHiveRoot(text);
-        EXPECT_EQ(text, expected);
+        EXPECT_EQ(text, Str::fromUtf16(expected));
     }
     // An entry that is there already stays: this user's path is also that of all users.
     HiveNames shared;
-    WideStr path = u"\\REGISTRY\\USER\\a";
+    Str path = "\\REGISTRY\\USER\\a";
     shared.shortenHiveRoot(path);
-    EXPECT_EQ(path, u"\\REGISTRY\\USER\\a") << "without names";
+    EXPECT_EQ(path, "\\REGISTRY\\USER\\a") << "without names";
     shared.fill(u"\\REGISTRY\\USER");
     shared.shortenHiveRoot(path);
-    EXPECT_EQ(path, u"HKCU\\a");
+    EXPECT_EQ(path, "HKCU\\a");
 }
 
 } // namespace

@@ -1,0 +1,34 @@
+#include "pipeline/input/events/process_texts.h"
+
+#include "pipeline/input/events/process_image_table.h"
+#include "pipeline/input/rules/drive_map.h"
+
+namespace velmox {
+
+namespace {
+
+// Of more processes the driver tells nonsense.
+constexpr std::size_t kMostTexts = 4096;
+
+} // namespace
+
+const ProcessText &ProcessTexts::of(std::uint32_t pid)
+{
+    const ProcessImageTable &table = ProcessImageTable::instance();
+    if (version_ != table.version() || texts_.size() == kMostTexts) {
+        texts_.clear();
+        version_ = table.version();
+    }
+    const auto [entry, isNew] = texts_.try_emplace(pid);
+    ProcessText &text = entry->second;
+    if (isNew) {
+        char16_t image[kImageUnits];
+        if (ProcessImageTable::instance().lookup(pid, image, kImageUnits)) {
+            text.folded.appendUtf16Lowered(image);
+        }
+        text.displayed = deviceToDrive(Str::fromUtf16(image));
+    }
+    return text;
+}
+
+} // namespace velmox

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "util/text/str.h"
+
+namespace velmox {
+
+/// Every match of a pattern holds at least one of these texts.
+using LiteralSet = StrVector;
+
+/// What any match of a pattern must hold: one text of each of the sets, in the order in which they stand in
+/// the pattern. Empty when nothing can be said. No set and no text is empty.
+///
+/// Holds for patterns that are compiled without options. A subject that lacks all texts of a set needs no
+/// regular expression to be refused. The pattern must be one that compiles. Of syntax that is not understood
+/// here nothing is concluded.
+std::vector<LiteralSet> requiredLiterals(const Str &pattern);
+
+} // namespace velmox
