@@ -77,5 +77,16 @@ TEST(ValueRendering, TextsAndListsThatForgeNoEndOfAnEvent)
     EXPECT_EQ(out, "");
 }
 
+TEST(ValueRendering, TypesHaveTheNamesThatReadersOfTheStreamKnow)
+{
+    EXPECT_STREQ(dataTypeName(1, 0), "REG_NONE");
+    EXPECT_STREQ(dataTypeName(1, 7), "REG_MULTI_SZ");
+    EXPECT_STREQ(dataTypeName(1, 11), "REG_QWORD");
+    EXPECT_STREQ(dataTypeName(1, 12), "UNKNOWN");
+    EXPECT_STREQ(dataTypeName(37, 1), "REG_SD");
+    EXPECT_STREQ(dataTypeName(39, 99), "REG_SD");
+    EXPECT_STREQ(dataTypeName(38, 1), "REG_SZ");
+}
+
 } // namespace
 } // namespace velmox
