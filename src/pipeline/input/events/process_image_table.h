@@ -83,8 +83,7 @@ private:
     // Guarded by lock_. A process without entries has no row.
     std::unordered_map<std::uint32_t, Process> processes_;
     // By the tick count after which they may go. A queue, in which those that have to stay are stepped over,
-    // would be walked for each process that begins: a backlog with 10,000 exits in 5 seconds was handled at a
-    // quarter of the usual rate.
+    // would be walked for each process that begins.
     std::multimap<std::uint32_t, Entry *> retired_;
     Counters counters_ = {};
     std::optional<CriticalSection> lock_; // from init to destroy
