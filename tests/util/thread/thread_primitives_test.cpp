@@ -208,7 +208,6 @@ TEST(UsageCount, DrainsWhenNobodyIsInsideAndKeepsOthersOut)
     });
     FunctionThread latecomer([&] {
         arriving = true;
-        arriving.notify_all();
         usage.enter();
         inside = true;
     });
@@ -216,7 +215,9 @@ TEST(UsageCount, DrainsWhenNobodyIsInsideAndKeepsOthersOut)
     const UsageCount::Drained empty = usage.drain();
     EXPECT_FALSE(inside);
     latecomer.start();
-    arriving.wait(false);
+    while (!arriving) {
+        SwitchToThread();
+    }
     SwitchToThread();
     EXPECT_FALSE(inside);
 }
