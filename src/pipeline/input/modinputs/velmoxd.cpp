@@ -4,7 +4,9 @@
 #include "conf/pages/property_pages.h"
 #include "conf/pages/shared_conf_services.h"
 #include "conf/store/application_manager.h"
+#include "pipeline/input/explain/explain_command.h"
 #include "pipeline/input/modinputs/modinputs_helper_thread.h"
+#include "pipeline/input/xml/config_xml_streaming_parser.h"
 #include "util/crash/crash_log.h"
 #include "util/log/logger.h"
 #include "util/process/loader_info.h"
@@ -26,6 +28,11 @@ namespace {
 
 constexpr int kSuccess = 0;
 constexpr int kFailure = 1;
+/// Of the commands whose 1 is an answer.
+constexpr int kNoAnswer = 2;
+constexpr std::size_t kMostArguments = 16;
+
+constexpr char kMonitorScheme[] = "WinRegMon";
 
 /// One call of the program: what stands behind the command's name, and whether `--debug` stands before it.
 struct Invocation
@@ -123,11 +130,52 @@ std::optional<int> printModinputConfig(const Invocation &invocation)
     return writeOut(*helper.document());
 }
 
+/// The stanzas as they come out of the document that the monitor gets.
+Stanzas monitoredStanzas()
+{
+    const Str document = InputDocument{{}, {}, enabledStanzas(stanzaPrefix(kMonitorScheme))}.toXml();
+    ConfigXmlStreamingParser parser;
+    parser.feed(document.data(), document.size());
+    return parser.stanzas();
+}
+
+std::optional<int> writeAnswer(const std::optional<ExplainAnswer> &answer)
+{
+    if (!answer) {
+        return std::nullopt;
+    }
+    std::fputs(answer->remarks.c_str(), stderr);
+    return writeOut(answer->output) == kSuccess ? answer->exitCode : kNoAnswer;
+}
+
+std::optional<int> printPattern(const Invocation &invocation)
+{
+    return writeAnswer(answerPattern(invocation.arguments));
+}
+
+std::optional<int> printExplanation(const Invocation &invocation)
+{
+    return writeAnswer(answerExplain(invocation.arguments, monitoredStanzas));
+}
+
 constexpr Command kCommands[] = {
     {"print-modinput-config",
      "    velmoxd [--debug] print-modinput-config scheme stanza    (script instance per stanza)\n"
      "    velmoxd [--debug] print-modinput-config scheme           (single instance)\n",
      1, 2, kFailure, printModinputConfig},
+    {"pattern",
+     "    velmoxd pattern PATH [--wow64]\n"
+     "        the line of a stanza for a key with all below it; --wow64: and for what 32-bit programs get, "
+     "as in\n"
+     "        velmoxd pattern \"HKLM\\SOFTWARE\\Policies\" --wow64\n",
+     1, 2, kNoAnswer, printPattern},
+    {"explain",
+     "    velmoxd explain --key PATH [--process PATH] [--operation WORD] [--value-type TYPE] [--json]\n"
+     "                    [-index NAME] [-inclusive 0]\n"
+     "        what becomes of an operation, and why; exit code 0 for an event, 1 for none, as in\n"
+     "        velmoxd explain --key \"HKCU\\Environment\\Path\" --operation set --process "
+     "C:\\Windows\\regedit.exe\n",
+     2, kMostArguments, kNoAnswer, printExplanation},
 };
 
 Str usage()
