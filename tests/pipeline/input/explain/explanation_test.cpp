@@ -171,6 +171,33 @@ TEST(Explanation, SaysOfRandomStanzasAndRecordsWhatTheMonitorMakesOfThem)
     EXPECT_EQ(seen.size(), 9u * 2 + 2);
 }
 
+TEST(Explanation, TheReadyStanzasOfTheDocumentsReportWhatTheySay)
+{
+    const testing::CapturedLog quiet;
+    const Stanzas stanzas =
+        stanzasOf(testing::readWhole(Pathname::fromUtf8(VELMOX_DOCUMENTS).join("first-hour.md")).view());
+    Monitor monitor(stanzas, {"default", true});
+    // A stanza, or - for none, and a key.
+    const StrVector words = wordsOf(
+        R"(autostart M\SOFTWARE\Microsoft\Windows\CurrentVersion\Run - M\SOFTWARE\Microsoft\Windows\CurrentVersion\Runner\x )"
+        R"(autostart M\SOFTWARE\Wow6432Node\Microsoft\Windows\CurrentVersion\RunOnce\x@y )"
+        R"(autostart-of-users U\Software\Microsoft\Windows\CurrentVersion\Run\x - U\Software\Microsoft\Windows\CurrentVersion )"
+        R"(autostart-of-users \REGISTRY\USER\S-1-12-1-4-5-6-7\SOFTWARE\Microsoft\Windows\CurrentVersion\RunOnce )"
+        R"(services M\SYSTEM\ControlSet001\Services\Vendor services M\SYSTEM\ControlSet002\Services\Ven@dor\ImagePath )"
+        R"(services M\SYSTEM\ControlSet001\Services\Vendor\Parameters\ServiceDll - M\SYSTEM\ControlSet001\Services\Vendor\Tag )"
+        R"(policies M\SOFTWARE\Policies\Microsoft\Windows\x policies M\SOFTWARE\Microsoft\Windows\CurrentVersion\Policies )"
+        R"(policies-of-users U\Software\Microsoft\Windows\CurrentVersion\Policies\x policies-of-users U\Software\Policies\y )"
+        R"(product M\SOFTWARE\Vendor\Product product M\SOFTWARE\WOW6432Node\Vendor\Product\a\b - M\SOFTWARE\Vendor\Products )"
+        R"(- M\SOFTWARE\Vendor - M\SOFTWARE\PoliciesOf\x - \REGISTRY\USER\S-1-5-18\Software\Policies)");
+    for (auto word = words.begin(); word != words.end(); word += 2) {
+        const Str key = kernelKey(word[1]);
+        const bool isTaken = word[0] != "-";
+        EXPECT_EQ(monitor.eventOf(16, key, ""), isTaken ? Str::concat(word[0], " default") : Str("dropped"))
+            << key.c_str();
+        EXPECT_EQ(explained(stanzas, "set", key).isAccepted(), isTaken) << key.c_str();
+    }
+}
+
 TEST(Explanation, TellsWhetherTheDriverReportsTheOperation)
 {
     const Stanzas stanzas = stanzasOf("[WinRegMon://a]\nhive = HKLM\\\\A.*\ntype = SET|delete");
