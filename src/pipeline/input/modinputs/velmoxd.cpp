@@ -4,7 +4,9 @@
 #include "conf/pages/property_pages.h"
 #include "conf/pages/shared_conf_services.h"
 #include "conf/store/application_manager.h"
+#include "pipeline/input/check/check_command.h"
 #include "pipeline/input/modinputs/modinputs_helper_thread.h"
+#include "pipeline/input/modinputs/scheme_files.h"
 #include "util/crash/crash_log.h"
 #include "util/log/logger.h"
 #include "util/process/loader_info.h"
@@ -26,6 +28,8 @@ namespace {
 
 constexpr int kSuccess = 0;
 constexpr int kFailure = 1;
+/// Where 1 says something else.
+constexpr int kUnusable = 2;
 
 /// One call of the program: what stands behind the command's name, and whether `--debug` stands before it.
 struct Invocation
@@ -123,11 +127,50 @@ std::optional<int> printModinputConfig(const Invocation &invocation)
     return writeOut(*helper.document());
 }
 
+/// The keys that the spec files name for the scheme, and those that the server reads in any stanza.
+CheckRequest checkRequest(const Str &scheme)
+{
+    const BundlesSetup setup;
+    CheckRequest request{scheme, {}, {}};
+    for (const AppFolder &app : appFolders(setup.systemDir(), {setup.appsDir(), setup.slaveAppsDir()})) {
+        if (!isAppUsable(app.name)) {
+            continue;
+        }
+        for (const SchemeSpec &spec : readSchemeSpecs(app)) {
+            if (request.schemes.insert(spec.name).second && spec.name == scheme) {
+                request.keys = spec.parameters;
+            }
+        }
+    }
+    request.keys.insert(std::begin(kInternalArguments), std::end(kInternalArguments));
+    return request;
+}
+
+std::optional<int> checkConfiguration(const Invocation &invocation)
+{
+    const std::optional<CheckOptions> options = readCheckOptions(invocation.arguments);
+    if (!options) {
+        return std::nullopt;
+    }
+    CheckRequest request = checkRequest(options->scheme);
+    if (!request.schemes.contains(options->scheme)) {
+        fail(Str::fromFormat("No inputs.conf.spec defines the scheme \"%s\".\n", options->scheme.c_str())
+                 .c_str());
+        return kUnusable;
+    }
+    return runCheck(*options, std::move(request));
+}
+
 constexpr Command kCommands[] = {
     {"print-modinput-config",
      "    velmoxd [--debug] print-modinput-config scheme stanza    (script instance per stanza)\n"
      "    velmoxd [--debug] print-modinput-config scheme           (single instance)\n",
      1, 2, kFailure, printModinputConfig},
+    {"check",
+     "    velmoxd check [--json] [--strict] [--notes] [scheme]     (what is wrong with the scheme's "
+     "stanzas)\n"
+     "        such as: velmoxd check --strict WinRegMon\n",
+     0, 4, kUnusable, checkConfiguration},
 };
 
 Str usage()
