@@ -1,6 +1,6 @@
 #include "companion/events/event_json.h"
 #include "companion/events/event_table.h"
-#include "companion/stream/event_data.h"
+#include "companion/stream/stream_event.h"
 #include "companion/stream/stream_reader.h"
 #include "fuzz/fuzz_target.h"
 #include "fuzz/xml_judge.h"

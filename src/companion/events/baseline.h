@@ -1,5 +1,6 @@
 #pragma once
 
+#include "companion/events/table_text.h"
 #include "companion/stream/stream_event.h"
 
 #include <functional>
@@ -46,5 +47,12 @@ private:
     /// By the path in a form that can be compared.
     std::map<std::string, BaselineValue> values_;
 };
+
+/// Appends a difference as a JSON object in a line: `change`, `path`, and `old` and `new` where there is one,
+/// with `type` and `strings`.
+void appendDifferenceJson(const BaselineDifference &difference, std::string &out);
+
+/// Appends a difference as a line of a table: what happened, path, old text, new text.
+void appendDifferenceRow(const BaselineDifference &difference, TableStyle style, std::string &out);
 
 } // namespace velmox

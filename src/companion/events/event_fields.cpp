@@ -1,8 +1,7 @@
 #include "companion/events/event_fields.h"
 
 #include "companion/events/timestamp.h"
-#include "companion/stream/registry_path.h"
-#include "companion/stream/value_text.h"
+#include "companion/stream/registry_text.h"
 
 #include <algorithm>
 

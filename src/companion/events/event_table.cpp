@@ -1,6 +1,5 @@
 #include "companion/events/event_table.h"
 
-#include "companion/events/cell_text.h"
 #include "companion/events/timestamp.h"
 
 #include <algorithm>

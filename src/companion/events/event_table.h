@@ -1,19 +1,12 @@
 #pragma once
 
 #include "companion/events/event_fields.h"
+#include "companion/events/table_text.h"
 
 #include <array>
 #include <string>
 
 namespace velmox {
-
-/// How the table is to look.
-struct TableStyle
-{
-    /// Characters a line may have; 0 for lines that are not cut, with a tab between columns.
-    unsigned width = 0;
-    bool isColoured = false;
-};
 
 /// Writes events as lines of a table: local time, operation, program, key, value with its data, stanza. A
 /// text can neither end a line nor speak to the terminal.

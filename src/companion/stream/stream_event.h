@@ -6,16 +6,6 @@
 
 namespace velmox {
 
-/// The parts of an `<event>` that count, with references resolved. What is not there is empty.
-struct EventElements
-{
-    std::string stanza;
-    std::string time;
-    std::string data;
-    std::string host;
-    std::string index;
-};
-
 /// One registry event as its stream tells it. The texts are valid UTF-8, and hold until the reader goes on;
 /// what is not there is empty.
 struct StreamEvent
@@ -42,5 +32,13 @@ struct StreamEvent
 
     bool isBaseline() const { return operation == "baseline"; }
 };
+
+/// Reads the text of `<data>`, and sets of `event` what it tells. False where it is not built as the monitor
+/// builds it; `event` then is of no meaning.
+///
+/// No quote is escaped within a field. The fields have an order, so that each is read up to the whole of what
+/// separates it from the next. The name of a key and the data of a value may hold such separators themselves:
+/// the first place where one stands, with a type and data behind it that fit each other, ends the key.
+bool readEventData(std::string_view data, StreamEvent &event);
 
 } // namespace velmox

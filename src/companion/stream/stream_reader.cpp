@@ -1,6 +1,5 @@
 #include "companion/stream/stream_reader.h"
 
-#include "companion/stream/event_data.h"
 
 namespace velmox {
 

@@ -2,6 +2,7 @@
 
 #include "companion/stream/event_xml.h"
 #include "companion/stream/frame_scanner.h"
+#include "companion/stream/stream_event.h"
 
 #include <functional>
 

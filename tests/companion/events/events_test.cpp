@@ -1,9 +1,8 @@
-#include "companion/events/cell_text.h"
-#include "companion/events/difference_text.h"
+#include "companion/events/baseline.h"
 #include "companion/events/event_filter.h"
 #include "companion/events/event_json.h"
 #include "companion/events/event_table.h"
-#include "companion/events/events_command_line.h"
+#include "companion/events/table_text.h"
 #include "tests/companion/stream/event_samples.h"
 
 #include <stdexcept>
@@ -220,28 +219,6 @@ TEST(Baseline, ComparesTheLastOneOfEachInput)
     EXPECT_EQ(asRows, "changed\tHKLM\\B\tREG_DWORD 0x00000001(1)\tREG_MULTI_SZ 1\\n2\n"
                       "removed\tHKLM\\c\tREG_SZ y\t\n"
                       "added\tHKLM\\d\t\tREG_SZ n\n");
-}
-
-TEST(EventsCommandLine, ReadsCommandsOptionsAndFiles)
-{
-    EXPECT_EQ(readEventsCommandLine({}, true).command, EventsCommand::Table);
-    EXPECT_EQ(readEventsCommandLine({"file"}, false).command, EventsCommand::Json);
-    EXPECT_THAT(readEventsCommandLine({"json"}, true).files, ::testing::ElementsAre("-"));
-    const EventsCommandLine report =
-        readEventsCommandLine({"report", "--where=event.kind=x", "out", "--", "-in"}, true);
-    EXPECT_EQ(report.output, "out");
-    EXPECT_THAT(report.files, ::testing::ElementsAre("-in"));
-    EXPECT_TRUE(readEventsCommandLine({"diff", "a", "--json", "b"}, true).isJson);
-    const std::vector<std::vector<std::string>> wrongs = {{"diff", "a"},
-                                                          {"report"},
-                                                          {"--json"},
-                                                          {"--where"},
-                                                          {"--where", "x"},
-                                                          {"table", "-x"},
-                                                          {"--wherever=event.kind=x"}};
-    for (const std::vector<std::string> &wrong : wrongs) {
-        EXPECT_THROW(readEventsCommandLine(wrong, true), std::invalid_argument) << wrong.front();
-    }
 }
 
 } // namespace

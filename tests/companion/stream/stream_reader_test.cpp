@@ -1,4 +1,4 @@
-#include "companion/stream/event_data.h"
+#include "companion/stream/stream_event.h"
 #include "tests/companion/stream/event_samples.h"
 
 namespace velmox {

@@ -1,4 +1,4 @@
-#include "companion/events/terminal.h"
+#include "companion/program/terminal.h"
 #include "util/system/windows_api.h"
 #include "util/text/wide_str.h"
 

@@ -1,6 +1,6 @@
-#include "companion/stream/event_data.h"
+#include "companion/stream/stream_event.h"
 
-#include "companion/stream/value_text.h"
+#include "companion/stream/registry_text.h"
 
 namespace velmox {
 

@@ -1,4 +1,4 @@
-#include "companion/report/report_data.h"
+#include "companion/report/event_report.h"
 
 #include <charconv>
 #include <nlohmann/json.hpp>
@@ -6,6 +6,9 @@
 namespace velmox {
 
 namespace {
+
+// kPageHead and kPageTail.
+#include "report_page.inc"
 
 using Json = nlohmann::ordered_json;
 
@@ -54,7 +57,7 @@ void appendText(const std::string &text, std::string &out)
 
 } // namespace
 
-std::uint32_t ReportData::numberOf(std::string_view text)
+std::uint32_t EventReport::numberOf(std::string_view text)
 {
     const auto found = numbers_.find(text);
     if (found != numbers_.end()) {
@@ -66,7 +69,7 @@ std::uint32_t ReportData::numberOf(std::string_view text)
     return number;
 }
 
-void ReportData::add(const StreamEvent &event, const EventFields &fields)
+void EventReport::add(const StreamEvent &event, const EventFields &fields)
 {
     std::string key(fields.text(Field::Hive));
     if (!key.empty() && !fields.text(Field::Key).empty()) {
@@ -92,7 +95,7 @@ void ReportData::add(const StreamEvent &event, const EventFields &fields)
     last_ = time;
 }
 
-std::string ReportData::json() const
+std::string EventReport::json() const
 {
     std::string out = "{\"strings\":[";
     for (const std::string &text : texts_) {
@@ -110,6 +113,14 @@ std::string ReportData::json() const
     }
     out += "}}";
     return out;
+}
+
+std::string EventReport::page() const
+{
+    std::string page(kPageHead);
+    page += json();
+    page += kPageTail;
+    return page;
 }
 
 } // namespace velmox

@@ -1,4 +1,4 @@
-#include "companion/events/events_command_line.h"
+#include "companion/program/events_command_line.h"
 
 #include <algorithm>
 #include <stdexcept>

@@ -11,17 +11,19 @@ namespace velmox {
 
 /// Gathers events for the page: each text once, and columns of numbers that say which text stands where. So a
 /// page of hundreds of thousands of events stays small, and is quick to search.
-class ReportData
+class EventReport
 {
 public:
     void add(const StreamEvent &event, const EventFields &fields);
 
-    /// JSON without a `<`, so that nothing in it can end the element that it stands in.
-    std::string json() const;
+    /// The whole page, which needs nothing besides itself.
+    std::string page() const;
 
 private:
     static constexpr std::size_t kColumnCount = 10;
 
+    /// JSON without a `<`, so that nothing in it can end the element that it stands in.
+    std::string json() const;
     std::uint32_t numberOf(std::string_view text);
 
     /// A deque, as its texts stay where they are.
