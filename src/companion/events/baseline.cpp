@@ -45,22 +45,30 @@ std::string valueText(const BaselineValue *value)
 
 } // namespace
 
-void Baseline::beginStream(const StreamEvent &event)
-{
-    if (event.isBaseline() && event.stream != stream_) {
-        values_.clear();
-        stream_ = event.stream;
-    }
-}
-
-void Baseline::add(const StreamEvent &event)
+void Baseline::add(const StreamEvent &event, bool isSelected)
 {
     if (!event.isBaseline()) {
         return;
     }
-    values_.insert_or_assign(
-        comparableRegistryPath(event.keyPath),
-        BaselineValue{std::string(event.keyPath), std::string(event.dataType), std::string(event.data)});
+    Stanza &stanza =
+        stanzas_.try_emplace(std::string(event.stanza), Stanza{stanzas_.size(), event.stream}).first->second;
+    if (stanza.stream != event.stream) {
+        std::erase_if(values_, [&](const auto &value) { return value.second.stanza == stanza.number; });
+        stanza.stream = event.stream;
+    }
+    values_.insert_or_assign(comparableRegistryPath(event.keyPath),
+                             BaselineValue{std::string(event.keyPath), std::string(event.dataType),
+                                           std::string(event.data), isSelected, stanza.number});
+}
+
+void Baseline::compareStanzas(const Baseline &other,
+                              const std::function<void(const std::string &)> &onMissing) const
+{
+    for (const auto &[name, stanza] : stanzas_) {
+        if (!other.stanzas_.contains(name)) {
+            onMissing(name);
+        }
+    }
 }
 
 void Baseline::compare(const Baseline &oldOne, const Baseline &newOne, const OnDifference &onDifference)
@@ -72,7 +80,8 @@ void Baseline::compare(const Baseline &oldOne, const Baseline &newOne, const OnD
         const bool isNewLeft = newAt != newOne.values_.end();
         const bool isOld = isOldLeft && (!isNewLeft || oldAt->first <= newAt->first);
         const bool isNew = isNewLeft && (!isOldLeft || newAt->first <= oldAt->first);
-        if (!isOld || !isNew || oldAt->second != newAt->second) {
+        const bool isDifferent = !isOld || !isNew || oldAt->second != newAt->second;
+        if (isDifferent && ((isOld && oldAt->second.isSelected) || (isNew && newAt->second.isSelected))) {
             onDifference({isNew ? newAt->second.path : oldAt->second.path, isOld ? &oldAt->second : nullptr,
                           isNew ? &newAt->second : nullptr});
         }

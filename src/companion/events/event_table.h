@@ -8,8 +8,9 @@
 
 namespace velmox {
 
-/// Writes events as lines of a table: local time, operation, program, key, value with its data, stanza. A
-/// text can neither end a line nor speak to the terminal.
+/// Writes events as lines of a table: local time, operation, program, key, value with its data, stanza; of
+/// a process the image that was mapped and the user stand for key and value. A text can neither end a line
+/// nor speak to the terminal.
 class EventTable
 {
 public:
@@ -30,7 +31,6 @@ private:
     TableStyle style_;
     std::array<unsigned, kColumnCount> widths_{};
     std::array<char, 24> time_{};
-    std::string key_;
     std::string value_;
 };
 

@@ -36,10 +36,10 @@ int readAll(EventInput &input, const std::vector<std::string> &files)
     for (const std::string &file : files) {
         exitCode = input.read(file) ? exitCode : kDamaged;
     }
-    return exitCode;
+    return input.hasGivenUp() ? kDamaged : exitCode;
 }
 
-int printTable(const EventsCommandLine &line, TableStyle style)
+int printTable(EventsCommandLine &line, TableStyle style)
 {
     std::string out;
     EventTable table(style);
@@ -51,7 +51,7 @@ int printTable(const EventsCommandLine &line, TableStyle style)
     return readAll(input, line.files);
 }
 
-int printJson(const EventsCommandLine &line)
+int printJson(EventsCommandLine &line)
 {
     std::string out;
     EventJson json;
@@ -62,31 +62,34 @@ int printJson(const EventsCommandLine &line)
 }
 
 /// False when the input is damaged, or holds no baseline: nothing can be said then of what is not in it.
-bool readBaseline(const EventsCommandLine &line, const std::string &file, Baseline &baseline)
+bool readBaseline(EventsCommandLine &line, const std::string &file, Baseline &baseline)
 {
-    bool hasBaseline = false;
-    // The filter of the command comes behind, so that a baseline of which it accepts nothing is one.
-    const EventFilter all;
     EventInput input(
-        all,
-        [&](const StreamEvent &event, const EventFields &fields) {
-            hasBaseline = hasBaseline || event.isBaseline();
-            baseline.beginStream(event);
-            if (line.filter.accepts(fields)) {
-                baseline.add(event);
-            }
-        },
-        [] {});
+        line.filter, [&](const StreamEvent &event, const EventFields &) { baseline.add(event, true); }, [] {},
+        [&](const StreamEvent &event, const EventFields &) { baseline.add(event, false); });
     if (!input.read(file)) {
         return false;
     }
-    if (!hasBaseline) {
+    if (baseline.empty()) {
         complain(file + ": no baseline in it");
     }
-    return hasBaseline;
+    return !baseline.empty();
 }
 
-int printDifferences(const EventsCommandLine &line, TableStyle style)
+/// Whole stanzas that read as added or removed may just not have been due.
+void tellOfStanzas(const EventsCommandLine &line, const Baseline &oldOne, const Baseline &newOne)
+{
+    const auto tell = [](const Baseline &baseline, const std::string &file, const Baseline &other,
+                         const std::string &otherFile) {
+        baseline.compareStanzas(other, [&](const std::string &stanza) {
+            complain(otherFile + ": no baseline of the stanza \"" + stanza + "\", which " + file + " has");
+        });
+    };
+    tell(oldOne, line.files[0], newOne, line.files[1]);
+    tell(newOne, line.files[1], oldOne, line.files[0]);
+}
+
+int printDifferences(EventsCommandLine &line, TableStyle style)
 {
     Baseline oldOne;
     Baseline newOne;
@@ -95,6 +98,7 @@ int printDifferences(const EventsCommandLine &line, TableStyle style)
     if (!isOldSound || !isNewSound) {
         return kUnreadable;
     }
+    tellOfStanzas(line, oldOne, newOne);
     std::string out;
     int exitCode = 0;
     Baseline::compare(oldOne, newOne, [&](const BaselineDifference &difference) {
@@ -109,12 +113,31 @@ int printDifferences(const EventsCommandLine &line, TableStyle style)
     return exitCode;
 }
 
-int writeReport(const EventsCommandLine &line)
+/// The command's output is no input of it, and no other file than an earlier page.
+bool mayWriteReport(const EventsCommandLine &line)
 {
+    for (const std::string &file : line.files) {
+        if (isSameFile(line.output, file)) {
+            complain(line.output + ": the page would replace this input; the first file is the page");
+            return false;
+        }
+    }
+    if (isSameFile(line.output, line.output) &&
+        !EventReport::isPage(readBeginning(line.output, EventReport::kPageStart.size()))) {
+        complain(line.output + ": this file is no page, and is left as it is; the first file is the page");
+        return false;
+    }
+    return true;
+}
+
+int writeReport(EventsCommandLine &line)
+{
+    if (!mayWriteReport(line)) {
+        return kUsage;
+    }
     EventReport report;
-    EventInput input(
-        line.filter, [&](const StreamEvent &event, const EventFields &fields) { report.add(event, fields); },
-        [] {});
+    EventInput input(line.filter,
+                     [&](const StreamEvent &event, const EventFields &fields) { report.add(event, fields); });
     const int exitCode = readAll(input, line.files);
     const std::string page = report.page();
     std::FILE *const file = openForWriting(line.output);
@@ -125,7 +148,7 @@ int writeReport(const EventsCommandLine &line)
     return exitCode;
 }
 
-int run(const EventsCommandLine &line, TableStyle style)
+int run(EventsCommandLine &line, TableStyle style)
 {
     switch (line.command) {
     case EventsCommand::Table:

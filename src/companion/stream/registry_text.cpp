@@ -1,5 +1,7 @@
 #include "companion/stream/registry_text.h"
 
+#include "util/text/str.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
@@ -28,11 +30,6 @@ constexpr Root kRoots[] = {
 constexpr char upper(char c)
 {
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-
-constexpr char lower(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
 /// Whether the path is that root or lies below it; the roots are in upper case.
@@ -131,14 +128,18 @@ RegistryPath splitRegistryPath(std::string_view path, bool hasValue)
     return parts;
 }
 
+std::string foldedText(std::string_view text)
+{
+    return std::string(Str(text).lowered().view());
+}
+
 std::string comparableRegistryPath(std::string_view path)
 {
     const RegistryPath parts = splitRegistryPath(path, false);
     std::string comparable(parts.hive);
     comparable += '\\';
     comparable += parts.key;
-    std::ranges::transform(comparable, comparable.begin(), lower);
-    return comparable;
+    return foldedText(comparable);
 }
 
 std::string_view lastComponent(std::string_view path)

@@ -22,7 +22,10 @@ struct RegistryPath
 /// the path does not tell.
 RegistryPath splitRegistryPath(std::string_view path, bool hasValue);
 
-/// The path in the form under which equal paths are equal: short, in lower case for ASCII.
+/// The text in lower case: the registry knows no difference of case.
+std::string foldedText(std::string_view text);
+
+/// The path in the form under which equal paths are equal: short, and in lower case.
 std::string comparableRegistryPath(std::string_view path);
 
 /// Behind the last backslash or slash.

@@ -8,7 +8,7 @@
 
 namespace velmox {
 
-/// Reads the registry events of one input while it grows, a stream or several one after another, in memory
+/// Reads the events of one input while it grows, a stream or several one after another, in memory
 /// that is bounded by the length of an event. What is wrong is told, and reading goes on behind it.
 class StreamReader
 {

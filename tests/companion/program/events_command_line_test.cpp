@@ -15,6 +15,10 @@ TEST(EventsCommandLine, ReadsCommandsOptionsAndFiles)
     EXPECT_EQ(report.output, "out");
     EXPECT_THAT(report.files, ::testing::ElementsAre("-in"));
     EXPECT_TRUE(readEventsCommandLine({"diff", "a", "--json", "b"}, true).isJson);
+    EXPECT_EQ(readEventsCommandLine({"--where", "event.kind=x", "--json", "diff", "a", "b"}, true).command,
+              EventsCommand::Diff);
+    EXPECT_THAT(readEventsCommandLine({"--", "table"}, true).files, ::testing::ElementsAre("table"));
+    EXPECT_THAT(readEventsCommandLine({"a", "table"}, true).files, ::testing::ElementsAre("a", "table"));
     const std::vector<std::vector<std::string>> wrongs = {{"diff", "a"},
                                                           {"report"},
                                                           {"--json"},
