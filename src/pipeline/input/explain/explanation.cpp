@@ -45,7 +45,7 @@ Str deviceForm(const Str &process)
         return process;
     }
     const Str drive = process.substr(0, kDriveLength);
-    Str device = translateProcessDrive(drive);
+    Str device = systemDrives().translateProcessDrive(drive);
     device.replaceAll("\\\\", "\\");
     return Str::concat(device, process.substr(kDriveLength));
 }
@@ -93,7 +93,7 @@ StanzaAnswer answerOf(const RegMonEventFilter &filter, const SystemMonitoringCon
         add(answer.why, "key:", whyNotAll(config.hive, event.keyPath));
     }
     if (!answer.process) {
-        const Regex proc(translateProcessDrive(config.proc.pattern()).lowered(), false, 0);
+        const Regex proc(systemDrives().translateProcessDrive(config.proc.pattern()).lowered(), false, 0);
         add(answer.why,
             "process:", event.process.empty() ? Str("is not known") : whyNotFound(proc, event.process));
     }
@@ -146,7 +146,7 @@ Explanation explain(const Stanzas &stanzas, const StanzaDefaults &defaults, cons
     }
     KernelPath key = kernelPath(operation.key, hiveNames);
     const std::vector<unsigned char> bytes = recordOf(operation.word, key.path);
-    ProcessTexts noProcesses;
+    ProcessTexts noProcesses(systemDrives());
     RecordAtHand record(hiveNames, noProcesses);
     record.take(MonitorRecord(bytes.data()));
 

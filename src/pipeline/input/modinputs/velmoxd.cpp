@@ -4,8 +4,10 @@
 #include "conf/pages/property_pages.h"
 #include "conf/pages/shared_conf_services.h"
 #include "conf/store/application_manager.h"
+#include "pipeline/input/check/check_command.h"
 #include "pipeline/input/explain/explain_command.h"
 #include "pipeline/input/modinputs/modinputs_helper_thread.h"
+#include "pipeline/input/modinputs/scheme_files.h"
 #include "pipeline/input/xml/config_xml_streaming_parser.h"
 #include "util/crash/crash_log.h"
 #include "util/log/logger.h"
@@ -28,8 +30,8 @@ namespace {
 
 constexpr int kSuccess = 0;
 constexpr int kFailure = 1;
-/// Of the commands whose 1 is an answer.
-constexpr int kNoAnswer = 2;
+/// Where 1 says something else.
+constexpr int kUnusable = 2;
 constexpr std::size_t kMostArguments = 16;
 
 constexpr char kMonitorScheme[] = "WinRegMon";
@@ -130,6 +132,40 @@ std::optional<int> printModinputConfig(const Invocation &invocation)
     return writeOut(*helper.document());
 }
 
+/// The keys that the spec files name for the scheme, and those that the server reads in any stanza.
+CheckRequest checkRequest(const Str &scheme)
+{
+    const BundlesSetup setup;
+    CheckRequest request{scheme, {}, {}};
+    for (const AppFolder &app : appFolders(setup.systemDir(), {setup.appsDir(), setup.slaveAppsDir()})) {
+        if (!isAppUsable(app.name)) {
+            continue;
+        }
+        for (const SchemeSpec &spec : readSchemeSpecs(app)) {
+            if (request.schemes.insert(spec.name).second && spec.name == scheme) {
+                request.keys = spec.parameters;
+            }
+        }
+    }
+    request.keys.insert(std::begin(kInternalArguments), std::end(kInternalArguments));
+    return request;
+}
+
+std::optional<int> checkConfiguration(const Invocation &invocation)
+{
+    const std::optional<CheckOptions> options = readCheckOptions(invocation.arguments);
+    if (!options) {
+        return std::nullopt;
+    }
+    CheckRequest request = checkRequest(options->scheme);
+    if (!request.schemes.contains(options->scheme)) {
+        fail(Str::fromFormat("No inputs.conf.spec defines the scheme \"%s\".\n", options->scheme.c_str())
+                 .c_str());
+        return kUnusable;
+    }
+    return runCheck(*options, std::move(request));
+}
+
 /// The stanzas as they come out of the document that the monitor gets.
 Stanzas monitoredStanzas()
 {
@@ -145,7 +181,7 @@ std::optional<int> writeAnswer(const std::optional<ExplainAnswer> &answer)
         return std::nullopt;
     }
     std::fputs(answer->remarks.c_str(), stderr);
-    return writeOut(answer->output) == kSuccess ? answer->exitCode : kNoAnswer;
+    return writeOut(answer->output) == kSuccess ? answer->exitCode : kUnusable;
 }
 
 std::optional<int> printPattern(const Invocation &invocation)
@@ -163,19 +199,24 @@ constexpr Command kCommands[] = {
      "    velmoxd [--debug] print-modinput-config scheme stanza    (script instance per stanza)\n"
      "    velmoxd [--debug] print-modinput-config scheme           (single instance)\n",
      1, 2, kFailure, printModinputConfig},
+    {"check",
+     "    velmoxd check [--json] [--strict] [--notes] [scheme]     (what is wrong with the scheme's "
+     "stanzas)\n"
+     "        such as: velmoxd check --strict WinRegMon\n",
+     0, 4, kUnusable, checkConfiguration},
     {"pattern",
      "    velmoxd pattern PATH [--wow64]\n"
      "        the line of a stanza for a key with all below it; --wow64: and for what 32-bit programs get, "
      "as in\n"
      "        velmoxd pattern \"HKLM\\SOFTWARE\\Policies\" --wow64\n",
-     1, 2, kNoAnswer, printPattern},
+     1, 2, kUnusable, printPattern},
     {"explain",
      "    velmoxd explain --key PATH [--process PATH] [--operation WORD] [--value-type TYPE] [--json]\n"
      "                    [-index NAME] [-inclusive 0]\n"
      "        what becomes of an operation, and why; exit code 0 for an event, 1 for none, as in\n"
      "        velmoxd explain --key \"HKCU\\Environment\\Path\" --operation set --process "
      "C:\\Windows\\regedit.exe\n",
-     2, kMostArguments, kNoAnswer, printExplanation},
+     2, kMostArguments, kUnusable, printExplanation},
 };
 
 Str usage()
