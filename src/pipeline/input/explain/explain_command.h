@@ -1,6 +1,6 @@
 #pragma once
 
-#include "pipeline/input/explain/explanation_text.h"
+#include "conf/tree/properties_map.h"
 
 #include <functional>
 #include <optional>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "pipeline/input/driver/driver_protocol.h"
-#include "pipeline/input/explain/written_path.h"
+#include "pipeline/input/explain/registry_paths.h"
 #include "pipeline/input/rules/stanza_configuration.h"
 
 #include <optional>
@@ -76,5 +76,15 @@ std::uint32_t hiveOf(const Str &keyPath);
 /// Asks the monitor's own rules, made of these stanzas as at its start. Reads names of keys and drives of
 /// this system. Throws ExplainException for a configuration with which the monitor would not run.
 Explanation explain(const Stanzas &stanzas, const StanzaDefaults &defaults, const Operation &operation);
+
+/// Why a pattern does not match all of a path, in a clause: the character at which the literal text that it
+/// begins with departs from the path, a text that any match would have to hold, how far it would match, or
+/// that it finds nothing. Characters count from 1. Both are folded as the filters have them.
+///
+/// To be asked of a pattern that does not match; a clause about one that does is wrong.
+Str whyNotAll(const Regex &pattern, const Str &path);
+
+/// The same for a pattern that is not found anywhere in a text.
+Str whyNotFound(const Regex &pattern, const Str &text);
 
 } // namespace velmox

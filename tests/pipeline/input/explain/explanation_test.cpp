@@ -1,8 +1,6 @@
 #include "pipeline/input/events/process_enumeration.h"
 #include "pipeline/input/events/record_processor.h"
 #include "pipeline/input/explain/explanation.h"
-#include "pipeline/input/explain/kernel_path.h"
-#include "pipeline/input/explain/mismatch.h"
 #include "pipeline/input/rules/registry_operations.h"
 #include "testbed/record_builder.h"
 #include "util/files/file_star.h"

@@ -1,4 +1,4 @@
-#include "pipeline/input/explain/hive_pattern.h"
+#include "pipeline/input/explain/registry_paths.h"
 #include "tests/pipeline/input/rules/stanzas.h"
 
 namespace velmox {
