@@ -5,6 +5,14 @@
 
 namespace velmox {
 
+/// How the table is to look.
+struct TableStyle
+{
+    /// Characters a line may have; 0 for lines that are not cut, with a tab between columns.
+    unsigned width = 0;
+    bool isColoured = false;
+};
+
 /// Appends UTF-8 so that it stays within its line, and a terminal shows it in the order in which it stands:
 /// what is a control or turns the direction of text is written as an escape, such as \n or \u202E.
 void appendCell(std::string_view text, std::string &out);

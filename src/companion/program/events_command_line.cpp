@@ -1,4 +1,4 @@
-#include "companion/events/events_command_line.h"
+#include "companion/program/events_command_line.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -42,6 +42,9 @@ bool takeWhere(std::vector<std::string>::const_iterator &at, std::vector<std::st
 
 void checkFiles(EventsCommandLine &line)
 {
+    if (line.isJson && line.command != EventsCommand::Diff) {
+        throw std::invalid_argument("--json belongs to diff; the command for JSON is json");
+    }
     if (line.command == EventsCommand::Diff) {
         if (line.files.size() != 2) {
             throw std::invalid_argument("diff compares two files");
@@ -80,25 +83,28 @@ EventsCommandLine readEventsCommandLine(const std::vector<std::string> &words, b
 {
     EventsCommandLine line;
     line.command = isTerminal ? EventsCommand::Table : EventsCommand::Json;
-    auto at = words.begin();
-    if (at != words.end()) {
-        const auto *const row = std::ranges::find(kCommands, *at, &CommandRow::word);
-        if (row != std::end(kCommands)) {
-            line.command = row->command;
-            ++at;
-        }
-    }
     bool areFiles = false;
+    // The first word that is no option is the command, if it is the word of one.
+    bool mayBeCommand = true;
+    auto at = words.begin();
     while (at != words.end()) {
         if (areFiles || *at == "-" || !at->starts_with('-')) {
-            line.files.push_back(*at++);
+            const auto *const row = std::ranges::find(kCommands, *at, &CommandRow::word);
+            if (mayBeCommand && row != std::end(kCommands)) {
+                line.command = row->command;
+            } else {
+                line.files.push_back(*at);
+            }
+            mayBeCommand = false;
+            ++at;
         } else if (*at == "--help" || *at == "-h") {
             line.command = EventsCommand::Help;
             return line;
         } else if (*at == "--") {
             areFiles = true;
+            mayBeCommand = false;
             ++at;
-        } else if (*at == "--json" && line.command == EventsCommand::Diff) {
+        } else if (*at == "--json") {
             line.isJson = true;
             ++at;
         } else if (!takeWhere(at, words.end(), line.filter)) {

@@ -1,6 +1,6 @@
-#include "companion/events/event_input.h"
+#include "companion/program/event_input.h"
 
-#include "companion/events/terminal.h"
+#include "companion/program/terminal.h"
 
 #include <array>
 #include <cerrno>
@@ -42,6 +42,15 @@ void complain(const std::string &what)
     std::fprintf(stderr, "velmox-events: %s\n", what.c_str());
 }
 
+std::string readBeginning(const std::string &path, std::size_t most)
+{
+    const Descriptor descriptor(openForReading(path));
+    std::string bytes(most, '\0');
+    const auto length = descriptor.number() < 0 ? 0 : ::read(descriptor.number(), bytes.data(), most);
+    bytes.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
+    return bytes;
+}
+
 bool EventInput::read(const std::string &path)
 {
     const bool isStandardInput = path == "-";
@@ -53,20 +62,25 @@ bool EventInput::read(const std::string &path)
     return readBytes(descriptor.number(), isStandardInput ? "standard input" : path);
 }
 
+void EventInput::pass(const StreamEvent &event)
+{
+    fields_.read(event);
+    (filter_.accepts(fields_) ? onEvent_ : onOther_)(event, fields_);
+    if (const std::optional<std::string> condition = filter_.takeGivenUp()) {
+        complain("--where " + *condition +
+                 ": the pattern takes too many steps; events where it does are kept");
+        hasGivenUp_ = true;
+    }
+}
+
 bool EventInput::readBytes(int descriptor, const std::string &name)
 {
     bool isSound = true;
-    StreamReader reader(
-        [&](const StreamEvent &event) {
-            fields_.read(event);
-            if (filter_.accepts(fields_)) {
-                onEvent_(event, fields_);
-            }
-        },
-        [&](std::uint64_t offset, std::string_view what) {
-            complain(name + ": offset " + std::to_string(offset) + ": " + std::string(what));
-            isSound = false;
-        });
+    StreamReader reader([this](const StreamEvent &event) { pass(event); },
+                        [&](std::uint64_t offset, std::string_view what) {
+                            complain(name + ": offset " + std::to_string(offset) + ": " + std::string(what));
+                            isSound = false;
+                        });
     const auto chunk = std::make_unique<std::array<char, kChunkBytes>>();
     while (true) {
         const auto length = ::read(descriptor, chunk->data(), kChunkBytes);

@@ -1,34 +1,23 @@
-#include "companion/report/report_data.h"
+#include "companion/report/event_report.h"
 
-#include <charconv>
+#include "companion/events/timestamp.h"
+#include "companion/stream/registry_text.h"
+
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace velmox {
 
 namespace {
 
+// kPageHead and kPageTail.
+#include "report_page.inc"
+
 using Json = nlohmann::ordered_json;
 
 // In the order of the columns.
 constexpr std::string_view kColumns[] = {"operation", "process", "key",     "value", "data",
                                          "stanza",    "status",  "message", "pid",   "type"};
-
-/// Milliseconds since 1970, or those of the event before where this one has no time.
-std::int64_t millisecondsOf(const StreamEvent &event, std::int64_t before)
-{
-    constexpr std::int64_t kMost = 8'000'000'000'000;
-    const auto number = [](std::string_view text, std::int64_t &out) {
-        const char *const end = text.data() + text.size();
-        const auto parsed = std::from_chars(text.data(), end, out);
-        return parsed.ec == std::errc() && parsed.ptr == end;
-    };
-    std::int64_t seconds = 0;
-    std::int64_t fraction = 0;
-    const std::size_t point = event.localTime.rfind('.');
-    const bool isTime = number(event.time, seconds) && point != std::string_view::npos &&
-                        number(event.localTime.substr(point + 1), fraction);
-    return isTime && seconds > -kMost && seconds < kMost ? seconds * 1000 + fraction : before;
-}
 
 void appendNumbers(const auto &numbers, std::string &out)
 {
@@ -54,7 +43,7 @@ void appendText(const std::string &text, std::string &out)
 
 } // namespace
 
-std::uint32_t ReportData::numberOf(std::string_view text)
+std::uint32_t EventReport::numberOf(std::string_view text)
 {
     const auto found = numbers_.find(text);
     if (found != numbers_.end()) {
@@ -66,16 +55,35 @@ std::uint32_t ReportData::numberOf(std::string_view text)
     return number;
 }
 
-void ReportData::add(const StreamEvent &event, const EventFields &fields)
+std::uint32_t EventReport::numberOfKey(const std::string &key)
 {
-    std::string key(fields.text(Field::Hive));
-    if (!key.empty() && !fields.text(Field::Key).empty()) {
-        key += '\\';
+    const auto known = keys_.find(key);
+    if (known != keys_.end()) {
+        return known->second;
     }
-    key += fields.text(Field::Key);
+    std::string spelt;
+    std::string folded;
+    for (std::size_t at = 0; at <= key.size();) {
+        const std::size_t end = std::min(key.find('\\', at), key.size());
+        const std::string component = key.substr(at, end - at);
+        if (at > 0) {
+            spelt += '\\';
+            folded += '\\';
+        }
+        spelt += component;
+        folded += foldedText(component);
+        spelt = spellings_.try_emplace(folded, spelt).first->second;
+        at = end + 1;
+    }
+    return keys_[key] = numberOf(spelt);
+}
+
+void EventReport::add(const StreamEvent &event, const EventFields &fields)
+{
+    const std::uint32_t key = numberOfKey(fields.place());
     const std::string_view texts[] = {event.operation,
                                       fields.text(Field::Executable),
-                                      key,
+                                      texts_[key],
                                       fields.text(Field::Value),
                                       event.data,
                                       event.stanza,
@@ -87,12 +95,13 @@ void ReportData::add(const StreamEvent &event, const EventFields &fields)
     for (std::size_t at = 0; at < kColumnCount; ++at) {
         columns_[at].push_back(numberOf(texts[at]));
     }
-    const std::int64_t time = millisecondsOf(event, last_);
+    // An event without a time has that of the one before.
+    const std::int64_t time = millisecondsOf(event.time, event.localTime).value_or(last_);
     times_.push_back(time - last_);
     last_ = time;
 }
 
-std::string ReportData::json() const
+std::string EventReport::json() const
 {
     std::string out = "{\"strings\":[";
     for (const std::string &text : texts_) {
@@ -110,6 +119,15 @@ std::string ReportData::json() const
     }
     out += "}}";
     return out;
+}
+
+std::string EventReport::page() const
+{
+    static_assert(kPageHead.starts_with(kPageStart));
+    std::string page(kPageHead);
+    page += json();
+    page += kPageTail;
+    return page;
 }
 
 } // namespace velmox

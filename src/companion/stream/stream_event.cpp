@@ -1,6 +1,6 @@
-#include "companion/stream/event_data.h"
+#include "companion/stream/stream_event.h"
 
-#include "companion/stream/value_text.h"
+#include "companion/stream/registry_text.h"
 
 namespace velmox {
 
@@ -63,13 +63,14 @@ bool takeField(std::string_view &rest, std::string_view separator, std::string_v
     return false;
 }
 
-bool takePid(std::string_view &rest, std::string_view &out)
+/// A number, and what introduces the image behind it.
+bool takePid(std::string_view &rest, std::string_view &out, std::string_view next = "\nprocess_image=\"")
 {
     const std::string_view before = rest;
     take(rest, "-");
     const bool isNumber = takeDigits(rest);
     out = before.substr(0, before.size() - rest.size());
-    return isNumber && take(rest, "\nprocess_image=\"");
+    return isNumber && take(rest, next);
 }
 
 bool takeOperation(std::string_view &rest, std::string_view &out)
@@ -97,6 +98,49 @@ bool takeValue(std::string_view &rest, StreamEvent &event)
     return isValueText(event.dataType, event.data);
 }
 
+/// The last lines of the begin or end of a process.
+bool takeProcessEnd(std::string_view rest, StreamEvent &event)
+{
+    if (rest == "ProcessExited\"") {
+        event.operation = rest.substr(0, rest.size() - 1);
+        return true;
+    }
+    event.operation = rest.substr(0, std::string_view("ProcessCreated").size());
+    if (!take(rest, "ProcessCreated\"\nuser=\"") || !rest.ends_with('"')) {
+        return false;
+    }
+    event.user = rest.substr(0, rest.size() - 1);
+    return true;
+}
+
+/// The begin or end of a process, from the number of its parent on.
+bool readProcess(std::string_view rest, StreamEvent &event)
+{
+    std::string_view parentImage;
+    return takePid(rest, event.parentPid, "\nparent_process_image=\"") &&
+           takeField(rest, "\"\npid=", parentImage,
+                     [&](std::string_view &behind) { return takePid(behind, event.pid); }) &&
+           takeField(rest, "\"\nregistry_type=\"", event.processImage,
+                     [&](std::string_view behind) { return takeProcessEnd(behind, event); });
+}
+
+/// An image that was mapped into a process, from the number of that on.
+bool readImage(std::string_view rest, StreamEvent &event)
+{
+    constexpr std::string_view kImagePath = "\"\nimage_path=\"";
+    constexpr std::string_view kOperation = "ProcessImage";
+    constexpr std::string_view kEnd = "\"\nregistry_type=\"ProcessImage\"";
+    if (!takePid(rest, event.pid) || !rest.ends_with(kEnd)) {
+        return false;
+    }
+    rest.remove_suffix(kEnd.size());
+    event.operation = kOperation;
+    return takeField(rest, kImagePath, event.processImage, [&](std::string_view behind) {
+        event.imagePath = behind;
+        return true;
+    });
+}
+
 } // namespace
 
 bool readEventData(std::string_view data, StreamEvent &event)
@@ -107,6 +151,10 @@ bool readEventData(std::string_view data, StreamEvent &event)
     }
     if (take(rest, "registry_type=\"baseline\"\nkey_path=\"")) {
         event.operation = kBaseline;
+    } else if (take(rest, "parent_pid=")) {
+        return readProcess(rest, event);
+    } else if (take(rest, "pid=")) {
+        return readImage(rest, event);
     } else if (!take(rest, "event_status=\"") || !takeProcess(rest, event)) {
         return false;
     }

@@ -1,4 +1,4 @@
-#include "companion/events/cell_text.h"
+#include "companion/events/table_text.h"
 
 #include "util/text/code_point.h"
 
