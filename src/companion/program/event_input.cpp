@@ -1,6 +1,6 @@
 #include "companion/program/event_input.h"
 
-#include "companion/program/terminal.h"
+#include "companion/events/terminal.h"
 
 #include <array>
 #include <cerrno>
