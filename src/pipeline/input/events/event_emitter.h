@@ -13,7 +13,7 @@ class EventEmitter
 public:
     /// `written` is called with the body text after each event has been written. The stream is not closed.
     explicit EventEmitter(std::function<void(const Str &)> written, std::FILE *out = stdout,
-                          Machine &machine = systemMachine());
+                          Machine &machine = systemMachine(), LineEnds lineEnds = LineEnds::OfTheStream);
 
     /// `time` is UTC; the text's first line becomes the machine's local time, or zeros if it has none. An
     /// empty index or stanza is left out.

@@ -142,6 +142,9 @@ void EventStreamWriter::appendStart(const InputEvent &event)
 // Twenty calls for an event took as long as to write it into a file.
 void EventStreamWriter::flush()
 {
+    if (lineEnds_ == LineEnds::CrLf) {
+        text_.replaceAll("\n", "\r\n");
+    }
     std::fwrite(text_.data(), 1, text_.size(), out_);
 }
 

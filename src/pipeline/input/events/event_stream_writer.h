@@ -21,6 +21,15 @@ struct InputEvent
     bool done = false;
 };
 
+/// How the stream's lines end.
+enum class LineEnds
+{
+    /// As the C stream makes them of an LF: standard output of Windows is a text stream.
+    OfTheStream,
+    /// CR and LF, for a stream that passes bytes as they are.
+    CrLf,
+};
+
 /// Writes events as one XML stream to standard output and flushes each, so that the server sees it at once.
 ///
 /// The stream's opening tag goes with the first event, its closing tag with the writer; without an event
@@ -28,7 +37,10 @@ struct InputEvent
 class EventStreamWriter
 {
 public:
-    explicit EventStreamWriter(std::FILE *out = stdout) : out_(out) {}
+    explicit EventStreamWriter(std::FILE *out = stdout, LineEnds lineEnds = LineEnds::OfTheStream)
+        : lineEnds_(lineEnds), out_(out)
+    {
+    }
     ~EventStreamWriter();
     EventStreamWriter(const EventStreamWriter &) = delete;
     EventStreamWriter &operator=(const EventStreamWriter &) = delete;
@@ -41,6 +53,7 @@ private:
     void flush();
 
     bool started_ = false;
+    const LineEnds lineEnds_;
     std::FILE *out_;
     // What is yet to be written; it keeps its memory.
     Str text_;
