@@ -74,7 +74,9 @@ MonitorRun::MonitorRun(std::string_view document, const RunOptions &options)
       process_(commandLine(watched_.pid(), options), environment(options), options.streams)
 {
     process_.write(document);
-    process_.closeInput();
+    if (options.inputEnds) {
+        process_.closeInput();
+    }
 }
 
 Str MonitorRun::log() const

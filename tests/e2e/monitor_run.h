@@ -21,6 +21,8 @@ struct RunOptions
     StrVector environment;
     /// Whether the run ends when the watched process does; otherwise `arguments` must see to its end.
     bool watched = true;
+    /// Whether the document ends; otherwise the server holds its side of the pipe.
+    bool inputEnds = true;
     Streams streams = Streams::Apart;
     Str home = kHome;
 };

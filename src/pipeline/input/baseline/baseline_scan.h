@@ -56,7 +56,6 @@ private:
     };
 
     void walkFrom(const StartPath &path, RegexFilterList &filters);
-    Str resolveRoot(const StartPath &path, Str &root);
     void markDone(const Str &root, const Str &rest) const;
 
     static void onValue(const char16_t *path, const char16_t *valueName, DWORD nameLength, DWORD valueType,
