@@ -23,8 +23,8 @@ struct Pipe
 Pipe makePipe();
 
 /// Starts a process, which inherits the standard handles that `startup` may have. `environment` rows are
-/// NAME=value and replace what the caller's environment says; an empty value unsets the name. Throws
-/// std::runtime_error on failure.
+/// NAME=value and replace what the caller's environment says, which has them while the process is made; an
+/// empty value unsets the name. Throws std::runtime_error on failure.
 KernelHandle startProcess(const Str &commandLine, const StrVector &environment, DWORD flags,
                           STARTUPINFOW &startup, unsigned &pid);
 
