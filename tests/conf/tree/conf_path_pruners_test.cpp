@@ -136,9 +136,6 @@ TEST(ConfPathWithACL, GrantsByNameOwnerRoleAndPermission)
     path.hasCapability({"eve", {"b", "a"}, false}, "write", &reason);
     EXPECT_EQ(reason,
               "User 'eve' with roles { a, b } cannot write: /nobody/a/t { write : [ power ] }, owner: olga");
-    path.hasCapability({"eve", {"power"}, false}, "write", &reason);
-    EXPECT_EQ(reason,
-              "User 'eve' with roles { power }  write: /nobody/a/t { write : [ power ] }, owner: olga");
 }
 
 TEST(PermissionPruners, RemoveWhatTheIdentityMayNot)
