@@ -63,11 +63,16 @@ DWORD waitForExitCode(const KernelHandle &process)
     return code;
 }
 
-Str programFolder()
+Str programPath()
 {
     wchar_t path[MAX_PATH];
     const DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
-    Str folder = Str::fromUtf16({asUtf16(path), length});
+    return Str::fromUtf16({asUtf16(path), length});
+}
+
+Str programFolder()
+{
+    Str folder = programPath();
     folder.resize(folder.rfind("\\") + 1);
     return folder;
 }
@@ -162,11 +167,6 @@ void ChildProcess::kill(unsigned exitCode)
     WaitForSingleObject(process_.get(), INFINITE);
 }
 
-bool ChildProcess::endsWithin(DWORD milliseconds)
-{
-    return WaitForSingleObject(process_.get(), milliseconds) == WAIT_OBJECT_0;
-}
-
 DWORD ChildProcess::exitCode()
 {
     return waitForExitCode(process_);
@@ -174,7 +174,8 @@ DWORD ChildProcess::exitCode()
 
 bool ChildProcess::waitForEnd()
 {
-    return endsWithin(kLimitMilliseconds) && output_->waitForEnd() && errors_->waitForEnd();
+    return WaitForSingleObject(process_.get(), kLimitMilliseconds) == WAIT_OBJECT_0 &&
+           output_->waitForEnd() && errors_->waitForEnd();
 }
 
 Str ChildProcess::output()
@@ -185,12 +186,10 @@ Str ChildProcess::output()
 
 IdleProcess::IdleProcess()
 {
-    wchar_t self[MAX_PATH];
-    GetModuleFileNameW(nullptr, self, MAX_PATH);
     STARTUPINFOW startup = {.cb = sizeof startup};
     // Never resumed, so it runs nothing.
-    process_ = startProcess(Str::fromFormat("\"%s\"", Str::fromUtf16(asUtf16(self)).c_str()), {},
-                            CREATE_SUSPENDED, startup, pid_);
+    process_ =
+        startProcess(Str::fromFormat("\"%s\"", programPath().c_str()), {}, CREATE_SUSPENDED, startup, pid_);
 }
 
 void IdleProcess::end()

@@ -12,7 +12,8 @@
 
 namespace velmox::testing {
 
-/// The folder of the running test program, with a backslash behind it: helper programs are built there.
+/// The running test program, and its folder with a backslash behind it: helper programs are built there.
+Str programPath();
 Str programFolder();
 
 struct Pipe
@@ -99,7 +100,6 @@ public:
     void closeOutput() { output_ = std::make_unique<PipeReader>(KernelHandle()); }
 
     void kill(unsigned exitCode);
-    bool endsWithin(DWORD milliseconds);
     DWORD exitCode();
     /// Whether the process has ended, or comes to, and nobody else holds its streams.
     bool waitForEnd();

@@ -5,12 +5,7 @@ namespace {
 
 TEST(PermissionParser, ReadsAndWritesPermissions)
 {
-    const struct
-    {
-        const char *text;
-        ConfAcl::Capabilities capabilities;
-        const char *written;
-    } cases[] = {
+    const std::tuple<const char *, ConfAcl::Capabilities, const char *> cases[] = {
         {"", {}, ""},
         {"read : [ admin, power ]", {{"read", {"admin", "power"}}}, "read : [ admin, power ]"},
         {"\tread:[*],write\t:\t[ADMIN] ",

@@ -50,7 +50,6 @@ TEST(LogConfig, ReadsEachFormOfALine)
         {"appender.A.layout.ConversionPattern \t= %m = %n", "property A:layout.ConversionPattern:%m = %n"},
         {"appender.A.=x", "property A::x"},
         {"rootCat<!-- c -->egory=<!-- # -->A", "root A"},
-        {"root<!-->-->Category=A", "root A"},
         {"rootCategory=A # <!-- no comment", "root A"},
         {" appender.A.fileName x # c", "error 1 appender.A.fileName x"},
     };
