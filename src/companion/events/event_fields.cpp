@@ -1,8 +1,7 @@
 #include "companion/events/event_fields.h"
 
 #include "companion/events/timestamp.h"
-#include "companion/stream/registry_path.h"
-#include "companion/stream/value_text.h"
+#include "companion/stream/registry_text.h"
 
 #include <algorithm>
 
@@ -30,6 +29,10 @@ constexpr std::array<FieldRow, kFieldCount> kFields{{
     {"process.pid", FieldForm::Number},
     {"process.executable"},
     {"process.name"},
+    {"process.parent.pid", FieldForm::Number},
+    {"user.name"},
+    {"dll.path"},
+    {"dll.name"},
     {"registry.path"},
     {"registry.hive"},
     {"registry.key"},
@@ -51,9 +54,17 @@ struct OperationRow
 };
 
 constexpr OperationRow kOperations[] = {
-    {"SetValue", "change", true}, {"CreateKey", "creation"},           {"OpenKey", "access"},
-    {"CloseKey", "access"},       {"QueryKey", "access", false, true}, {"DeleteKey", "deletion", false, true},
-    {"RenameKey", "change"},      {"baseline", "info", true},
+    {"SetValue", "change", true},
+    {"CreateKey", "creation"},
+    {"OpenKey", "access"},
+    {"CloseKey", "access"},
+    {"QueryKey", "access", false, true},
+    {"DeleteKey", "deletion", false, true},
+    {"ProcessCreated", "start"},
+    {"ProcessExited", "end"},
+    {"ProcessImage", "info"},
+    {"RenameKey", "change"},
+    {"baseline", "info", true},
 };
 
 constexpr OperationRow kOtherOperation = {"", ""};
@@ -106,7 +117,8 @@ void EventFields::read(const StreamEvent &event)
     set(Field::Timestamp, writeTimestamp(event.time, event.localTime, timestamp_));
     set(Field::SchemaVersion, "8.11.0");
     set(Field::Kind, event.isBaseline() ? "state" : "event");
-    set(Field::Category, "registry");
+    set(Field::Category, event.isOnRegistry() ? "registry" : "process");
+    set(Field::Type, operationRow(event.operation).type);
     set(Field::Action, event.operation);
     set(Field::DataType, event.dataType);
     set(Field::Stanza, event.stanza);
@@ -114,13 +126,28 @@ void EventFields::read(const StreamEvent &event)
     set(Field::Host, event.host);
     readStatus(event);
     readProcess(event);
-    readPath(event);
+    if (event.isOnRegistry()) {
+        readPath(event);
+    }
     readValueStrings(event.dataType, event.data, strings_);
+}
+
+std::string EventFields::place() const
+{
+    if (!text(Field::ImagePath).empty()) {
+        return std::string(text(Field::ImagePath));
+    }
+    std::string place(text(Field::Hive));
+    if (!place.empty() && !text(Field::Key).empty()) {
+        place += '\\';
+    }
+    place += text(Field::Key);
+    return place;
 }
 
 void EventFields::readStatus(const StreamEvent &event)
 {
-    if (event.isBaseline()) {
+    if (event.isBaseline() || !event.isOnRegistry()) {
         return;
     }
     const std::size_t end = event.status.find(')');
@@ -143,6 +170,10 @@ void EventFields::readProcess(const StreamEvent &event)
         set(Field::Executable, event.processImage);
         set(Field::ProcessName, lastComponent(event.processImage));
     }
+    set(Field::ParentPid, event.parentPid);
+    set(Field::User, event.user);
+    set(Field::ImagePath, event.imagePath);
+    set(Field::ImageName, lastComponent(event.imagePath));
 }
 
 void EventFields::readPath(const StreamEvent &event)
@@ -150,7 +181,6 @@ void EventFields::readPath(const StreamEvent &event)
     const OperationRow &operation = operationRow(event.operation);
     const bool hasValue = operation.isOnValue || (operation.mayBeOnValue && hasValueType(event));
     const RegistryPath path = splitRegistryPath(event.keyPath, hasValue);
-    set(Field::Type, operation.type);
     set(Field::Path, event.keyPath);
     set(Field::Hive, path.hive);
     set(Field::Key, path.key);

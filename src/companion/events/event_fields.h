@@ -5,6 +5,7 @@
 #include <array>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace velmox {
@@ -24,6 +25,10 @@ enum class Field : std::size_t
     Pid,
     Executable,
     ProcessName,
+    ParentPid,
+    User,
+    ImagePath,
+    ImageName,
     Path,
     Hive,
     Key,
@@ -62,6 +67,9 @@ public:
     std::string_view text(Field field) const { return texts_[static_cast<std::size_t>(field)]; }
     /// All texts of a field: at most one but for `Strings`.
     std::span<const std::string_view> texts(Field field) const;
+
+    /// What the event is about: the path of the key, with its hive in front, or of the image.
+    std::string place() const;
 
 private:
     void set(Field field, std::string_view text) { texts_[static_cast<std::size_t>(field)] = text; }

@@ -1,6 +1,5 @@
 #include "companion/events/event_table.h"
 
-#include "companion/events/cell_text.h"
 #include "companion/events/timestamp.h"
 
 #include <algorithm>
@@ -27,10 +26,8 @@ std::string_view colourOf(const EventFields &fields)
         std::string_view code;
     };
     static constexpr Colour kColours[] = {
-        {"change", "\x1B[33m"},
-        {"creation", "\x1B[32m"},
-        {"deletion", "\x1B[31m"},
-        {"access", "\x1B[36m"},
+        {"change", "\x1B[33m"}, {"creation", "\x1B[32m"}, {"deletion", "\x1B[31m"},
+        {"start", "\x1B[32m"},  {"end", "\x1B[31m"},      {"access", "\x1B[36m"},
     };
     const auto *const row = std::ranges::find(kColours, fields.text(Field::Type), &Colour::type);
     return row == std::end(kColours) ? std::string_view() : row->code;
@@ -61,12 +58,8 @@ void EventTable::appendHeader(std::string &out) const
 
 void EventTable::append(const StreamEvent &event, const EventFields &fields, std::string &out)
 {
-    key_.assign(fields.text(Field::Hive));
-    if (!key_.empty() && !fields.text(Field::Key).empty()) {
-        key_ += '\\';
-    }
-    key_ += fields.text(Field::Key);
-    appendRow({timeOf(event), event.operation, fields.text(Field::ProcessName), key_, valueOf(event, fields),
+    const std::string place = fields.place();
+    appendRow({timeOf(event), event.operation, fields.text(Field::ProcessName), place, valueOf(event, fields),
                event.stanza},
               colourOf(fields), out);
 }
@@ -80,7 +73,7 @@ std::string_view EventTable::timeOf(const StreamEvent &event)
 
 std::string_view EventTable::valueOf(const StreamEvent &event, const EventFields &fields)
 {
-    value_.assign(fields.text(Field::Value));
+    value_.assign(fields.text(event.isOnRegistry() ? Field::Value : Field::User));
     if (!event.data.empty()) {
         value_ += value_.empty() ? "= " : " = ";
         value_ += event.data;

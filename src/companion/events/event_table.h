@@ -1,22 +1,16 @@
 #pragma once
 
 #include "companion/events/event_fields.h"
+#include "companion/events/table_text.h"
 
 #include <array>
 #include <string>
 
 namespace velmox {
 
-/// How the table is to look.
-struct TableStyle
-{
-    /// Characters a line may have; 0 for lines that are not cut, with a tab between columns.
-    unsigned width = 0;
-    bool isColoured = false;
-};
-
-/// Writes events as lines of a table: local time, operation, program, key, value with its data, stanza. A
-/// text can neither end a line nor speak to the terminal.
+/// Writes events as lines of a table: local time, operation, program, key, value with its data, stanza; of
+/// a process the image that was mapped and the user stand for key and value. A text can neither end a line
+/// nor speak to the terminal.
 class EventTable
 {
 public:
@@ -37,7 +31,6 @@ private:
     TableStyle style_;
     std::array<unsigned, kColumnCount> widths_{};
     std::array<char, 24> time_{};
-    std::string key_;
     std::string value_;
 };
 

@@ -22,7 +22,27 @@ void putNumber(unsigned number, char *begin, char *end)
     }
 }
 
+bool readNumber(std::string_view text, std::int64_t &out)
+{
+    const char *const end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, out);
+    return parsed.ec == std::errc() && parsed.ptr == end;
+}
+
 } // namespace
+
+std::optional<std::int64_t> millisecondsOf(std::string_view seconds, std::string_view localTime)
+{
+    // Beyond, the clocks of browsers end.
+    constexpr std::int64_t kMost = 8'000'000'000'000;
+    std::int64_t number = 0;
+    std::int64_t fraction = 0;
+    const std::size_t point = localTime.rfind('.');
+    const bool isTime = readNumber(seconds, number) && point != std::string_view::npos &&
+                        readNumber(localTime.substr(point + 1), fraction);
+    return isTime && number > -kMost && number < kMost ? std::optional(number * 1000 + fraction)
+                                                       : std::nullopt;
+}
 
 std::string_view writeTimestamp(std::string_view seconds, std::string_view localTime,
                                 std::span<char, 24> room)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -10,6 +12,9 @@ namespace velmox {
 /// for a time that is no number, or of a year that does not have four digits.
 std::string_view writeTimestamp(std::string_view seconds, std::string_view localTime,
                                 std::span<char, 24> room);
+
+/// The time of an event in milliseconds since 1970, from the same two texts; nothing where one is no number.
+std::optional<std::int64_t> millisecondsOf(std::string_view seconds, std::string_view localTime);
 
 /// A local time of the form month/day/year hour:minute:second.milliseconds as year-month-day and the rest; as
 /// it is if it has another form. Uses `room` for the text.

@@ -22,6 +22,9 @@ namespace {
 
 constexpr UINT kUncaughtException = 3; // the code of abort()
 constexpr DWORD kReportLimit = 60'000;
+/// Of the thread that reports for one whose stack is used up. The default is what the program is linked with,
+/// room for the longest key path, and a dump may hold all of it.
+constexpr SIZE_T kReportStack = 1u << 20;
 
 /// Set by arming and never freed; null before.
 const Pathname *fileStem = nullptr;
@@ -117,7 +120,8 @@ DWORD WINAPI writeLogAndDump(void *argument)
 /// begins.
 void writeOnAnotherThread(CrashFacts &facts)
 {
-    const KernelHandle thread(CreateThread(nullptr, 0, writeLogAndDump, &facts, 0, nullptr));
+    const KernelHandle thread(CreateThread(nullptr, kReportStack, writeLogAndDump, &facts,
+                                           STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr));
     if (thread.isValid()) {
         WaitForSingleObject(thread.get(), kReportLimit);
     }

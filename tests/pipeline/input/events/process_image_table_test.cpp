@@ -91,7 +91,7 @@ TEST_F(ProcessImageTableTest, WithoutTheSnapshotOrTheProcessTheRestIsStillKnown)
             const FailingCall snapshot("CreateToolhelp32Snapshot", -1, ERROR_ACCESS_DENIED, 0,
                                        withSnapshot ? 0 : 1);
             const FailingCall process("OpenProcess", 0, ERROR_ACCESS_DENIED, 0, withProcesses ? 0 : 9999);
-            enumerateProcesses(table);
+            enumerateProcesses([&table](std::uint32_t pid, const char16_t *image) { table.add(pid, image); });
             char16_t image[kImageUnits];
             table.lookup(GetCurrentProcessId(), image, kImageUnits);
             const Str text = Str::fromUtf16(image);

@@ -1,0 +1,78 @@
+#include "companion/program/terminal.h"
+#include "util/system/owned_handle.h"
+#include "util/system/windows_api.h"
+#include "util/text/wide_str.h"
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <io.h>
+
+namespace velmox {
+
+namespace {
+
+UINT formerCodePage = 0;
+
+void restoreCodePage()
+{
+    SetConsoleOutputCP(formerCodePage);
+}
+
+/// False for what is no file on a disk.
+bool identify(const std::string &path, BY_HANDLE_FILE_INFORMATION &out)
+{
+    if (path == "-") {
+        const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+        return GetFileType(input) == FILE_TYPE_DISK && GetFileInformationByHandle(input, &out) != FALSE;
+    }
+    const FileHandle file(CreateFileW(asWide(WideStr::fromUtf8(path)), 0,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    return file.isValid() && GetFileType(file.get()) == FILE_TYPE_DISK &&
+           GetFileInformationByHandle(file.get(), &out) != FALSE;
+}
+
+} // namespace
+
+bool isSameFile(const std::string &path, const std::string &other)
+{
+    BY_HANDLE_FILE_INFORMATION one = {};
+    BY_HANDLE_FILE_INFORMATION two = {};
+    return identify(path, one) && identify(other, two) &&
+           one.dwVolumeSerialNumber == two.dwVolumeSerialNumber && one.nFileIndexHigh == two.nFileIndexHigh &&
+           one.nFileIndexLow == two.nFileIndexLow;
+}
+
+Terminal openTerminal()
+{
+    _setmode(_fileno(stdin), _O_BINARY);
+    _setmode(_fileno(stdout), _O_BINARY);
+    Terminal terminal;
+    const HANDLE console = GetStdHandle(STD_OUTPUT_HANDLE);
+    CONSOLE_SCREEN_BUFFER_INFO info = {};
+    DWORD mode = 0;
+    if (GetConsoleMode(console, &mode) == FALSE || GetConsoleScreenBufferInfo(console, &info) == FALSE) {
+        return terminal;
+    }
+    formerCodePage = GetConsoleOutputCP();
+    if (SetConsoleOutputCP(CP_UTF8) != FALSE) {
+        std::atexit(restoreCodePage);
+    }
+    terminal.width = static_cast<unsigned>(info.srWindow.Right - info.srWindow.Left + 1);
+    // A line as wide as the window would be followed by an empty one.
+    terminal.width -= terminal.width > 1 ? 1 : 0;
+    terminal.hasColours = SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != FALSE;
+    return terminal;
+}
+
+int openForReading(const std::string &path)
+{
+    return _wopen(asWide(WideStr::fromUtf8(path)), _O_RDONLY | _O_BINARY | _O_SEQUENTIAL | _O_NOINHERIT);
+}
+
+std::FILE *openForWriting(const std::string &path)
+{
+    return _wfopen(asWide(WideStr::fromUtf8(path)), L"wb");
+}
+
+} // namespace velmox
