@@ -63,15 +63,10 @@ void logRegexes(const StrVector &regexes)
     }
 }
 
-SYSTEMTIME eventTime(const FILETIME &lastWriteTime)
+Timeval eventTime(const FILETIME &lastWriteTime)
 {
-    SYSTEMTIME time = {};
-    if (lastWriteTime.dwLowDateTime != 0 || lastWriteTime.dwHighDateTime != 0) {
-        FileTimeToSystemTime(&lastWriteTime, &time);
-    } else {
-        GetSystemTime(&time);
-    }
-    return time;
+    const Timeval time = timevalOf(lastWriteTime);
+    return time.isMin() ? Timeval::now() : time;
 }
 
 } // namespace

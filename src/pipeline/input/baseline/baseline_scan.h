@@ -7,6 +7,7 @@
 #include "pipeline/input/rules/hive_names.h"
 #include "pipeline/input/rules/monitor_rules.h"
 #include "util/match/string_filters.h"
+#include "util/system/windows_api.h"
 
 // The room `baseline`: what stands in the registry before the driver reports any change, and the small files
 // that remember when it was last told.

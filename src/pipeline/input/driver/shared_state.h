@@ -1,7 +1,5 @@
 #pragma once
 
-#include "util/system/windows_api.h"
-
 #include <atomic>
 #include <cstdint>
 
@@ -16,13 +14,13 @@ class StopFlag
 {
 public:
     /// From any thread.
-    void set() { InterlockedExchange(&value_, 1); }
+    void set() { __atomic_exchange_n(&value_, 1, __ATOMIC_SEQ_CST); }
     bool isSet() const { return value_ != 0; }
     /// For readers that poll the plain word, such as the registry walk.
-    const volatile LONG *word() const { return &value_; }
+    const volatile long *word() const { return &value_; }
 
 private:
-    volatile LONG value_ = 0;
+    volatile long value_ = 0;
 };
 
 // Counts for the worker's line of statistics, over the whole process.

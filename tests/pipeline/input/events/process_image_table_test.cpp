@@ -110,7 +110,7 @@ TEST_F(ProcessImageTableTest, EachCallThatFailsCostsThePathOrTheProcess)
         {nullptr, 0, false, false, false, "N/A", ""},
         {nullptr, 0, false, true, true, kWhole, ""},
         {"K32GetProcessImageFileNameW", 0, true, true, false, kWhole, ""},
-        {"LocalAlloc", 0, true, true, false, "N/A", ""},
+        {"malloc", 0, true, true, false, "N/A", ""},
         {"LocalAlloc", 0, false, true, false, "N/A", ""},
         {"K32EnumProcesses", FALSE, false, true, false, "N/A",
          "WinRegistryMonitor::ProcessEnumeration: Enum processes failed: '(5)%m'"},
@@ -133,7 +133,7 @@ TEST_F(ProcessImageTableTest, EachCallThatFailsCostsThePathOrTheProcess)
             if (!row.withProcesses) {
                 process.emplace("OpenProcess", 0, ERROR_ACCESS_DENIED, 0, 9999);
             }
-            enumerateProcesses(table);
+            enumerateProcesses([&table](std::uint32_t pid, const char16_t *image) { table.add(pid, image); });
         }
         char16_t image[kImageUnits];
         table.lookup(GetCurrentProcessId(), image, kImageUnits);

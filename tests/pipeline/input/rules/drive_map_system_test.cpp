@@ -20,9 +20,9 @@ Str deviceOfC()
 TEST(SystemDrives, CarryAPathThereAndBack)
 {
     Str pattern = deviceOfC().lowered();
-    EXPECT_EQ(deviceToDrive(Str::concat(deviceOfC(), "\\Windows")), "c:\\Windows");
+    EXPECT_EQ(systemDrives().deviceToDrive(Str::concat(deviceOfC(), "\\Windows")), "c:\\Windows");
     pattern.replaceAll("\\", "\\\\");
-    EXPECT_EQ(translateProcessDrive("C:\\\\Windows"), Str::concat(pattern, "\\\\Windows"));
+    EXPECT_EQ(systemDrives().translateProcessDrive("C:\\\\Windows"), Str::concat(pattern, "\\\\Windows"));
 }
 
 // In a process that has not asked yet.
@@ -31,7 +31,7 @@ TEST(SystemDrives, DISABLED_WhatCannotBeAskedIsAskedAgain)
     const Str shown = Str::concat(deviceOfC(), "\\x");
     for (const char *function : {"GetLogicalDriveStringsW", "QueryDosDeviceW"}) {
         const FailingCall refused(function, 0, ERROR_ACCESS_DENIED);
-        EXPECT_EQ(deviceToDrive(shown), shown) << function;
+        EXPECT_EQ(systemDrives().deviceToDrive(shown), shown) << function;
     }
     {
         const testing::ReplacedCall noRoom(
@@ -39,12 +39,12 @@ TEST(SystemDrives, DISABLED_WhatCannotBeAskedIsAskedAgain)
                 std::wmemcpy(drives, L"C:\\\0", 5);
                 return room + 1;
             });
-        EXPECT_EQ(deviceToDrive(shown), shown);
+        EXPECT_EQ(systemDrives().deviceToDrive(shown), shown);
     }
     // The first drive has been gathered.
     const FailingCall second("QueryDosDeviceW", 0, ERROR_ACCESS_DENIED, 1);
-    EXPECT_EQ(deviceToDrive(shown), "c:\\x");
-    EXPECT_EQ(translateProcessDrive("Z:\\x"), "Z:\\x");
+    EXPECT_EQ(systemDrives().deviceToDrive(shown), "c:\\x");
+    EXPECT_EQ(systemDrives().translateProcessDrive("Z:\\x"), "Z:\\x");
 }
 
 TEST(SystemDrives, WhatCannotBeAskedIsAskedAgain)
