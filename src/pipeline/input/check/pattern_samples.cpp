@@ -154,10 +154,11 @@ bool isNest(const PatternPart &part)
     return part.isRepeated() && repeatsBelow(part);
 }
 
-/// Where a nest of repeats stands: what comes before it, and what it can be made to repeat.
+/// Where a nest of repeats stands: what comes before it and behind it, and what it can be made to repeat.
 struct Nest
 {
     Str before;
+    Str behind;
     StrVector turns;
 };
 
@@ -173,20 +174,44 @@ void addTurns(const PatternPart &part, StrVector &turns)
     }
 }
 
-void gatherNests(const PatternPart &part, const Str &before, std::vector<Nest> &nests)
+Str shortestText(const PatternPart &part)
+{
+    const StrVector texts = textsOf(part, Repeats::Least);
+    return texts.empty() ? Str() : texts.front();
+}
+
+void gatherNests(const PatternPart &part, const Str &before, const Str &behind, std::vector<Nest> &nests)
 {
     if (isNest(part)) {
-        Nest nest{before, {}};
+        Nest nest{before, behind, {}};
         addTurns(part, nest.turns);
         nests.push_back(std::move(nest));
         return;
     }
+    const bool isRow = part.kind == Kind::Sequence;
     Str front = before;
-    for (const PatternPart &child : part.parts) {
-        gatherNests(child, front, nests);
-        const StrVector texts = part.kind == Kind::Sequence ? textsOf(child, Repeats::Least) : StrVector();
-        front += texts.empty() ? Str() : texts.front();
+    for (std::size_t at = 0; at < part.parts.size(); ++at) {
+        Str back;
+        for (std::size_t next = at + 1; isRow && next < part.parts.size(); ++next) {
+            back += shortestText(part.parts[next]);
+        }
+        gatherNests(part.parts[at], front, back += behind, nests);
+        front += isRow ? shortestText(part.parts[at]) : Str();
     }
+}
+
+/// As many turns as there is room for.
+Str filledText(const Str &before, const Str &turn, const Str &end, std::size_t length)
+{
+    Str text = before;
+    const std::size_t room = length - std::min(length, end.size());
+    while (text.size() < room) {
+        text += turn;
+    }
+    text.resize(room);
+    text += end;
+    text.resize(length);
+    return text;
 }
 
 } // namespace
@@ -237,17 +262,15 @@ bool hasNestedRepeats(const PatternPart &whole)
 StrVector worstTexts(const PatternPart &whole, std::size_t length)
 {
     std::vector<Nest> nests;
-    gatherNests(whole, {}, nests);
+    gatherNests(whole, {}, {}, nests);
     StrVector texts;
     for (const Nest &nest : nests) {
-        for (const Str &turn : nest.turns) {
-            for (const char *end : {"!", "\\", "x", "\n"}) {
-                Str text = nest.before;
-                while (text.size() + 1 < length) {
-                    text += turn;
-                }
-                text.resize(length - 1);
-                texts.push_back(text << end);
+        // PCRE gives up at once on a text that lacks a character which every match must have.
+        const Str other = "!";
+        for (const Str &end : {other, Str("\\"), Str("x"), Str("\n"), Str::concat(nest.behind, other),
+                               Str::concat(other, nest.behind)}) {
+            for (const Str &turn : nest.turns) {
+                texts.push_back(filledText(nest.before, turn, end, length));
             }
         }
     }

@@ -1,16 +1,57 @@
 #include "conf/ground/reserved_name.h"
-#include "pipeline/input/check/spelling.h"
 #include "pipeline/input/check/stanza_checks.h"
 #include "util/text/ascii.h"
 #include "util/text/str_segment.h"
+
+#include <algorithm>
 
 namespace velmox {
 
 namespace {
 
 constexpr std::string_view kSeparator = "://";
+constexpr std::size_t kShortWord = 4;
 /// In front of a checkpoint's name, with which a file name may have 255 characters.
 constexpr std::size_t kLongestName = 255 - sizeof "filter_" + 1;
+
+/// How many letters one has to change, add, leave out or swap with the next to come from one word to the
+/// other, in any case.
+std::size_t letterChanges(const Str &from, const Str &to)
+{
+    const Str a = from.lowered();
+    const Str b = to.lowered();
+    // Distances of the beginnings of `a` from those of `b`: a row for each, of which two are looked back at.
+    std::vector<std::vector<std::size_t>> rows(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+    for (std::size_t i = 0; i <= a.size(); ++i) {
+        for (std::size_t j = 0; j <= b.size(); ++j) {
+            if (i == 0 || j == 0) {
+                rows[i][j] = i + j;
+                continue;
+            }
+            const std::size_t changed = rows[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1);
+            rows[i][j] = std::min({changed, rows[i - 1][j] + 1, rows[i][j - 1] + 1});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
+                rows[i][j] = std::min(rows[i][j], rows[i - 2][j - 2] + 1);
+            }
+        }
+    }
+    return rows[a.size()][b.size()];
+}
+
+/// Of the names the one that was likely meant: at most two letters off, of a short word one. Empty for none.
+Str nearestName(const Str &word, const std::set<Str> &names)
+{
+    Str nearest;
+    std::size_t fewest = word.size() <= kShortWord ? 2 : 3;
+    for (const Str &name : names) {
+        const std::size_t changes = letterChanges(word, name);
+        if (changes < fewest) {
+            fewest = changes;
+            nearest = name;
+        }
+    }
+    return nearest;
+}
 
 bool isOwnKey(const ConfiguredStanza &stanza, const Str &key)
 {
