@@ -12,7 +12,7 @@ enum class Subject
     Stanza,  ///< of any scheme
     Monitor, ///< a stanza of the monitor, whether or not the monitor takes it
     Rules,   ///< a stanza that the monitor takes
-    Foreign, ///< a stanza of no known scheme
+    Foreign, ///< a stanza that is not of the scheme
 };
 
 struct CodedCheck
@@ -29,6 +29,7 @@ constexpr CodedCheck kChecks[] = {
     {"hive-missing", Severity::Warning, Subject::Monitor, checkMissingHive},
     {"unknown-key", Severity::Warning, Subject::Stanza, checkUnknownKeys},
     {"header-swallowed", Severity::Warning, Subject::Stanza, checkSwallowedLines},
+    {"header-swallowed", Severity::Warning, Subject::Foreign, checkSwallowedHeaders},
     {"quoted-value", Severity::Warning, Subject::Stanza, checkQuotes},
     {"trailing-comment", Severity::Warning, Subject::Stanza, checkComments},
     {"not-a-boolean", Severity::Warning, Subject::Stanza, checkBooleans},

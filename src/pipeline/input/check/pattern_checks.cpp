@@ -19,7 +19,7 @@ constexpr std::size_t kWorstLength = 250;
 Str slownessOf(const PatternTrial &trial, TrialMode mode)
 {
     Str text;
-    text.appendFormat("a path of %d characters takes %.1f ms", static_cast<int>(kWorstLength),
+    text.appendFormat("a path of %d characters takes %.1f ms", static_cast<int>(trial.length),
                       trial.milliseconds);
     if (trial.gaveUp) {
         text << (mode == TrialMode::Whole ? ", and then counts as not matching" : " and more");

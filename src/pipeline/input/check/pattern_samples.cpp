@@ -200,18 +200,14 @@ void gatherNests(const PatternPart &part, const Str &before, const Str &behind, 
     }
 }
 
-/// As many turns as there is room for.
+/// As many turns as there is room for; a character stays whole.
 Str filledText(const Str &before, const Str &turn, const Str &end, std::size_t length)
 {
     Str text = before;
-    const std::size_t room = length - std::min(length, end.size());
-    while (text.size() < room) {
+    do {
         text += turn;
-    }
-    text.resize(room);
-    text += end;
-    text.resize(length);
-    return text;
+    } while (text.size() + turn.size() + end.size() <= length);
+    return text += end;
 }
 
 } // namespace

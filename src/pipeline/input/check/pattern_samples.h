@@ -17,8 +17,8 @@ StrVector beginnings(const PatternPart &whole);
 /// Whether something that is repeated without end holds something that is, too.
 bool hasNestedRepeats(const PatternPart &whole);
 
-/// Texts of `length` bytes on which nested repeats may have much to try: what comes before them, then what
-/// they repeat as often as there is room, and something else at the end.
+/// Texts of about `length` bytes on which nested repeats may have much to try: what comes before them, then
+/// what they repeat as often as there is room, and something else at the end.
 StrVector worstTexts(const PatternPart &whole, std::size_t length);
 
 } // namespace velmox

@@ -34,7 +34,8 @@ PatternTrial runOnce(const RegexProgram &program, const Str &text)
     const auto start = std::chrono::steady_clock::now();
     const int result = program.exec(text.data(), text.size(), PCRE_NO_UTF8_CHECK, offsets, kOffsets);
     const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
-    return {time.count(), result == PCRE_ERROR_MATCHLIMIT || result == PCRE_ERROR_RECURSIONLIMIT};
+    return {time.count(), text.size(),
+            result == PCRE_ERROR_MATCHLIMIT || result == PCRE_ERROR_RECURSIONLIMIT};
 }
 
 /// The best of some runs: others on the machine only ever add to the time.
@@ -81,7 +82,7 @@ PatternTrial worstTrial(const Str &pattern, TrialMode mode, const StrVector &tex
         if (trial.gaveUp) {
             return run(*real, text);
         }
-        worst.milliseconds = std::max(worst.milliseconds, trial.milliseconds);
+        worst = trial.milliseconds > worst.milliseconds ? trial : worst;
     }
     return worst;
 }

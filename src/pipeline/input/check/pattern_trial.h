@@ -12,6 +12,8 @@ Str patternFault(const Str &pattern);
 struct PatternTrial
 {
     double milliseconds = 0;
+    /// Of the text, in bytes.
+    std::size_t length = 0;
     /// Whether PCRE gave up at its limit of steps, which the monitor takes for no match.
     bool gaveUp = false;
 };

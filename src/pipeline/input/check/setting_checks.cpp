@@ -4,6 +4,7 @@
 #include "util/text/str_segment.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace velmox {
 
@@ -11,7 +12,7 @@ namespace {
 
 constexpr std::string_view kSeparator = "://";
 constexpr std::size_t kShortWord = 4;
-/// In front of a checkpoint's name, with which a file name may have 255 characters.
+/// Of the 255 characters that a file name may have, what "filter_" leaves.
 constexpr std::size_t kLongestName = 255 - sizeof "filter_" + 1;
 
 /// How many letters one has to change, add, leave out or swap with the next to come from one word to the
@@ -63,15 +64,21 @@ Str shortName(const ConfiguredStanza &stanza)
     return stanza.name.substr(stanza.name.find(kSeparator) + kSeparator.size());
 }
 
-/// What stands on the line that a value has taken in; empty for a line that is nothing by itself.
-Str lineKind(std::string_view line, const std::set<Str> &keys)
+/// The line that a value has taken in, without blanks around it; nothing for a value of one line.
+std::optional<std::string_view> swallowedLine(const Str &value)
 {
-    const std::string_view text = trimmedView(line);
-    if (text.starts_with('[')) {
-        return Str() << "the header " << text;
+    const std::size_t end = value.find('\n');
+    if (end == Str::npos) {
+        return std::nullopt;
     }
-    const std::string_view key = trimmedView(text.substr(0, text.find('=')));
-    return keys.contains(Str(key)) ? Str() << "the key " << key : Str("the next line");
+    const std::string_view behind = value.view().substr(end + 1);
+    return trimmedView(behind.substr(0, behind.find('\n')));
+}
+
+void reportSwallowed(const Str &key, const Str &what, Report &report)
+{
+    report.add(key, Str() << "the value ends in a backslash and takes in " << what
+                          << ", which is lost as such; end it in something else");
 }
 
 /// Where something begins that was likely meant for a remark: a blank, then `#` and a blank or a letter, or
@@ -151,14 +158,28 @@ void checkUnknownKeys(const StanzaAtHand &at, Report &report)
 void checkSwallowedLines(const StanzaAtHand &at, Report &report)
 {
     for (const auto &[key, property] : at.stanza().properties.properties) {
-        const std::size_t end = property.value.find('\n');
-        if (end == Str::npos) {
+        const std::optional<std::string_view> line = swallowedLine(property.value);
+        if (!line) {
             continue;
         }
-        const std::string_view behind = property.value.view().substr(end + 1);
-        const Str kind = lineKind(behind.substr(0, behind.find('\n')), at.request.keys);
-        report.add(key, Str() << "the backslash at the end takes " << kind
-                              << " into this value, and is lost with it; end the value in something else");
+        const Str name(trimmedView(line->substr(0, line->find('='))));
+        const bool isKey = at.request.keys.contains(name);
+        reportSwallowed(key,
+                        line->starts_with('[') ? Str() << "the header " << *line
+                        : isKey                ? Str() << "the key " << name
+                                               : Str("the next line"),
+                        report);
+    }
+}
+
+void checkSwallowedHeaders(const StanzaAtHand &at, Report &report)
+{
+    const Str header = Str() << '[' << at.request.scheme << kSeparator;
+    for (const auto &[key, property] : at.stanza().properties.properties) {
+        const std::optional<std::string_view> line = swallowedLine(property.value);
+        if (line && line->starts_with(header.view())) {
+            reportSwallowed(key, Str() << "the header " << *line, report);
+        }
     }
 }
 
