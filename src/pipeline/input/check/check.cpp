@@ -2,6 +2,9 @@
 
 #include "pipeline/input/check/stanza_checks.h"
 
+#include <algorithm>
+#include <tuple>
+
 namespace velmox {
 
 namespace {
@@ -79,6 +82,25 @@ void checkOne(const StanzaAtHand &at, Findings &findings)
             row.check(at, report);
         }
     }
+}
+
+Findings inOrder(Findings findings)
+{
+    const auto order = [](const Finding &finding) {
+        return std::tie(finding.place.layer, finding.place.file, finding.place.line);
+    };
+    std::ranges::stable_sort(findings, {}, order);
+    Findings once;
+    for (Finding &finding : findings) {
+        const auto isSame = [&](const Finding &other) {
+            return order(other) == order(finding) && other.stanza == finding.stanza &&
+                   other.key == finding.key && other.code == finding.code && other.message == finding.message;
+        };
+        if (std::ranges::none_of(once, isSame)) {
+            once.push_back(std::move(finding));
+        }
+    }
+    return once;
 }
 
 } // namespace
