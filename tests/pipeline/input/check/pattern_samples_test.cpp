@@ -1,5 +1,4 @@
 #include "pipeline/input/check/pattern_samples.h"
-#include "pipeline/input/check/pattern_trial.h"
 #include "pipeline/input/check/raw_escapes.h"
 #include "util/match/regex.h"
 
