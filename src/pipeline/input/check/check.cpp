@@ -2,6 +2,9 @@
 
 #include "pipeline/input/check/stanza_checks.h"
 
+#include <algorithm>
+#include <tuple>
+
 namespace velmox {
 
 namespace {
@@ -12,7 +15,7 @@ enum class Subject
     Stanza,  ///< of any scheme
     Monitor, ///< a stanza of the monitor, whether or not the monitor takes it
     Rules,   ///< a stanza that the monitor takes
-    Foreign, ///< a stanza of no known scheme
+    Foreign, ///< a stanza that is not of the scheme
 };
 
 struct CodedCheck
@@ -29,6 +32,7 @@ constexpr CodedCheck kChecks[] = {
     {"hive-missing", Severity::Warning, Subject::Monitor, checkMissingHive},
     {"unknown-key", Severity::Warning, Subject::Stanza, checkUnknownKeys},
     {"header-swallowed", Severity::Warning, Subject::Stanza, checkSwallowedLines},
+    {"header-swallowed", Severity::Warning, Subject::Foreign, checkSwallowedHeaders},
     {"quoted-value", Severity::Warning, Subject::Stanza, checkQuotes},
     {"trailing-comment", Severity::Warning, Subject::Stanza, checkComments},
     {"not-a-boolean", Severity::Warning, Subject::Stanza, checkBooleans},
@@ -78,6 +82,25 @@ void checkOne(const StanzaAtHand &at, Findings &findings)
             row.check(at, report);
         }
     }
+}
+
+Findings inOrder(Findings findings)
+{
+    const auto order = [](const Finding &finding) {
+        return std::tie(finding.place.layer, finding.place.file, finding.place.line);
+    };
+    std::ranges::stable_sort(findings, {}, order);
+    Findings once;
+    for (Finding &finding : findings) {
+        const auto isSame = [&](const Finding &other) {
+            return order(other) == order(finding) && other.stanza == finding.stanza &&
+                   other.key == finding.key && other.code == finding.code && other.message == finding.message;
+        };
+        if (std::ranges::none_of(once, isSame)) {
+            once.push_back(std::move(finding));
+        }
+    }
+    return once;
 }
 
 } // namespace

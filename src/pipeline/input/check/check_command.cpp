@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <io.h>
+#include <nlohmann/json.hpp>
 
 namespace velmox {
 
@@ -15,11 +16,86 @@ constexpr int kClean = 0;
 constexpr int kWarned = 1;
 constexpr int kFaulty = 2;
 
+/// By the number of the severity.
+constexpr const char *kSeverities[] = {"note", "warning", "error"};
+
+const char *nameOf(Severity severity)
+{
+    return kSeverities[static_cast<std::size_t>(severity)];
+}
+
+Str counted(std::size_t count, const char *what)
+{
+    return Str() << count << ' ' << what << (count == 1 ? "" : "s");
+}
+
+std::size_t countOf(const Findings &findings, Severity severity)
+{
+    return static_cast<std::size_t>(std::ranges::count(findings, severity, &Finding::severity));
+}
+
+/// A message may quote a value that goes over several lines.
+Str onOneLine(const Str &text)
+{
+    Str line = text;
+    line.replaceAll("\n", "\\n");
+    line.replaceAll("\r", "\\r");
+    return line;
+}
+
+/// As compilers put it: `FILE:LINE: error: [STANZA] KEY: MESSAGE (CODE)`.
+Str textOf(const Finding &finding)
+{
+    Str text;
+    text << finding.place.file << ':' << finding.place.line << ": " << nameOf(finding.severity) << ": ["
+         << finding.stanza << "] ";
+    if (!finding.key.empty()) {
+        text << finding.key << ": ";
+    }
+    text << finding.message << " (" << finding.code << ')';
+    return onOneLine(text);
+}
+
+/// One object, without a line end.
+Str jsonOf(const Finding &finding)
+{
+    nlohmann::ordered_json object;
+    object["file"] = std::string(finding.place.file);
+    object["line"] = finding.place.line;
+    object["stanza"] = std::string(finding.stanza);
+    object["key"] = std::string(finding.key);
+    object["severity"] = nameOf(finding.severity);
+    object["code"] = finding.code;
+    object["message"] = std::string(finding.message);
+    return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+/// How many findings there are of each kind, for the last line.
+Str countedText(const Findings &findings, std::size_t stanzas, bool withNotes)
+{
+    Str text = counted(countOf(findings, Severity::Error), "error");
+    text << ", " << counted(countOf(findings, Severity::Warning), "warning");
+    const std::size_t notes = countOf(findings, Severity::Note);
+    if (withNotes) {
+        text << ", " << counted(notes, "note");
+    }
+    text << " in " << counted(stanzas, "stanza");
+    if (!withNotes && notes > 0) {
+        text << "; --notes shows " << counted(notes, "note");
+    }
+    return text;
+}
+
+bool has(const Findings &findings, Severity severity)
+{
+    return countOf(findings, severity) > 0;
+}
+
 void print(const Findings &findings, const CheckOptions &options)
 {
     for (const Finding &finding : findings) {
         if (finding.severity != Severity::Note || options.notes) {
-            const Str line = options.json ? finding.toJson() : finding.toText();
+            const Str line = options.json ? jsonOf(finding) : textOf(finding);
             std::printf("%s\n", line.c_str());
         }
     }

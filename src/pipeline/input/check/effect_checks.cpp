@@ -1,6 +1,5 @@
 #include "pipeline/input/baseline/baseline_start_points.h"
 #include "pipeline/input/check/pattern_samples.h"
-#include "pipeline/input/check/pattern_trial.h"
 #include "pipeline/input/check/stanza_checks.h"
 #include "pipeline/input/rules/registry_operations.h"
 #include "util/match/string_filters.h"

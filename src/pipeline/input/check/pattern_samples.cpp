@@ -1,8 +1,10 @@
 #include "pipeline/input/check/pattern_samples.h"
 
 #include "util/match/regex.h"
+#include "util/match/regex_program.h"
 
 #include <algorithm>
+#include <chrono>
 
 namespace velmox {
 
@@ -154,10 +156,11 @@ bool isNest(const PatternPart &part)
     return part.isRepeated() && repeatsBelow(part);
 }
 
-/// Where a nest of repeats stands: what comes before it, and what it can be made to repeat.
+/// Where a nest of repeats stands: what comes before it and behind it, and what it can be made to repeat.
 struct Nest
 {
     Str before;
+    Str behind;
     StrVector turns;
 };
 
@@ -173,20 +176,78 @@ void addTurns(const PatternPart &part, StrVector &turns)
     }
 }
 
-void gatherNests(const PatternPart &part, const Str &before, std::vector<Nest> &nests)
+Str shortestText(const PatternPart &part)
+{
+    const StrVector texts = textsOf(part, Repeats::Least);
+    return texts.empty() ? Str() : texts.front();
+}
+
+void gatherNests(const PatternPart &part, const Str &before, const Str &behind, std::vector<Nest> &nests)
 {
     if (isNest(part)) {
-        Nest nest{before, {}};
+        Nest nest{before, behind, {}};
         addTurns(part, nest.turns);
         nests.push_back(std::move(nest));
         return;
     }
+    const bool isRow = part.kind == Kind::Sequence;
     Str front = before;
-    for (const PatternPart &child : part.parts) {
-        gatherNests(child, front, nests);
-        const StrVector texts = part.kind == Kind::Sequence ? textsOf(child, Repeats::Least) : StrVector();
-        front += texts.empty() ? Str() : texts.front();
+    for (std::size_t at = 0; at < part.parts.size(); ++at) {
+        Str back;
+        for (std::size_t next = at + 1; isRow && next < part.parts.size(); ++next) {
+            back += shortestText(part.parts[next]);
+        }
+        gatherNests(part.parts[at], front, back += behind, nests);
+        front += isRow ? shortestText(part.parts[at]) : Str();
     }
+}
+
+/// As many turns as there is room for; a character stays whole.
+Str filledText(const Str &before, const Str &turn, const Str &end, std::size_t length)
+{
+    Str text = before;
+    do {
+        text += turn;
+    } while (text.size() + turn.size() + end.size() <= length);
+    return text += end;
+}
+
+/// As many steps as a text takes that is not worth a word are far below the first, and those that take
+/// seconds far above the second. The latter counts for each place from which a search starts.
+constexpr unsigned kQuickLimit = 20'000;
+constexpr unsigned kSearchLimit = 1'000'000;
+
+constexpr int kOffsets = 30;
+constexpr int kRuns = 3;
+
+/// The limit of zero is PCRE's own.
+std::unique_ptr<RegexProgram> limitedProgram(const Str &pattern, TrialMode mode, unsigned limit)
+{
+    Str text = limit == 0 ? Str() : Str::fromFormat("(*LIMIT_MATCH=%u)", limit);
+    const bool isWhole = mode == TrialMode::Whole;
+    text << (isWhole ? "(?:" : "") << pattern << (isWhole ? ")\\z" : "");
+    const char *error = nullptr;
+    return RegexProgram::compile(text, true, isWhole ? PCRE_ANCHORED : 0, error);
+}
+
+PatternTrial runOnce(const RegexProgram &program, const Str &text)
+{
+    int offsets[kOffsets];
+    const auto start = std::chrono::steady_clock::now();
+    const int result = program.exec(text.data(), text.size(), PCRE_NO_UTF8_CHECK, offsets, kOffsets);
+    const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
+    return {time.count(), text.size(),
+            result == PCRE_ERROR_MATCHLIMIT || result == PCRE_ERROR_RECURSIONLIMIT};
+}
+
+/// The best of some runs: others on the machine only ever add to the time.
+PatternTrial run(const RegexProgram &program, const Str &text)
+{
+    PatternTrial best = runOnce(program, text);
+    for (int more = 1; more < kRuns && !best.gaveUp; ++more) {
+        best.milliseconds = std::min(best.milliseconds, runOnce(program, text).milliseconds);
+    }
+    return best;
 }
 
 } // namespace
@@ -237,21 +298,37 @@ bool hasNestedRepeats(const PatternPart &whole)
 StrVector worstTexts(const PatternPart &whole, std::size_t length)
 {
     std::vector<Nest> nests;
-    gatherNests(whole, {}, nests);
+    gatherNests(whole, {}, {}, nests);
     StrVector texts;
     for (const Nest &nest : nests) {
-        for (const Str &turn : nest.turns) {
-            for (const char *end : {"!", "\\", "x", "\n"}) {
-                Str text = nest.before;
-                while (text.size() + 1 < length) {
-                    text += turn;
-                }
-                text.resize(length - 1);
-                texts.push_back(text << end);
+        // PCRE gives up at once on a text that lacks a character which every match must have.
+        const Str other = "!";
+        for (const Str &end : {other, Str("\\"), Str("x"), Str("\n"), Str::concat(nest.behind, other),
+                               Str::concat(other, nest.behind)}) {
+            for (const Str &turn : nest.turns) {
+                texts.push_back(filledText(nest.before, turn, end, length));
             }
         }
     }
     return texts;
+}
+
+PatternTrial worstTrial(const Str &pattern, TrialMode mode, const StrVector &texts)
+{
+    PatternTrial worst;
+    const auto quick = limitedProgram(pattern, mode, kQuickLimit);
+    const auto real = limitedProgram(pattern, mode, mode == TrialMode::Search ? kSearchLimit : 0);
+    if (!quick || !real) {
+        return worst;
+    }
+    for (const Str &text : texts) {
+        const PatternTrial trial = run(*quick, text);
+        if (trial.gaveUp) {
+            return run(*real, text);
+        }
+        worst = trial.milliseconds > worst.milliseconds ? trial : worst;
+    }
+    return worst;
 }
 
 } // namespace velmox

@@ -4,8 +4,8 @@
 
 namespace velmox {
 
-// Texts made from a pattern, to try out what it does. None is proven to match: whoever uses them asks the
-// pattern itself, as the monitor does.
+// Texts made from a pattern, to try out what it does, and a trial of how long it takes. No text is proven to
+// match: whoever uses them asks the pattern itself, as the monitor does.
 
 /// A few texts that should match, first the shortest ones, one for each way through alternatives. None when
 /// there is a part that no text is known for.
@@ -17,8 +17,29 @@ StrVector beginnings(const PatternPart &whole);
 /// Whether something that is repeated without end holds something that is, too.
 bool hasNestedRepeats(const PatternPart &whole);
 
-/// Texts of `length` bytes on which nested repeats may have much to try: what comes before them, then what
-/// they repeat as often as there is room, and something else at the end.
+/// Texts of about `length` bytes on which nested repeats may have much to try: what comes before them, then
+/// what they repeat as often as there is room, and something else at the end.
 StrVector worstTexts(const PatternPart &whole, std::size_t length);
+
+/// How a pattern fared on a text.
+struct PatternTrial
+{
+    double milliseconds = 0;
+    /// Of the text, in bytes.
+    std::size_t length = 0;
+    /// Whether PCRE gave up at its limit of steps, which the monitor takes for no match.
+    bool gaveUp = false;
+};
+
+/// How a filter tests its pattern against a text.
+enum class TrialMode
+{
+    Whole,  ///< as `hive`
+    Search, ///< as `proc`
+};
+
+/// Takes the longest that the pattern needs on one of the texts, with the machine code that the monitor uses.
+/// Bounded: where PCRE's own limit would let a search go on for minutes, it stops earlier.
+PatternTrial worstTrial(const Str &pattern, TrialMode mode, const StrVector &texts);
 
 } // namespace velmox

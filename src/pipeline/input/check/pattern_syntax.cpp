@@ -1,9 +1,11 @@
 #include "pipeline/input/check/pattern_syntax.h"
 
+#include "util/match/regex.h"
 #include "util/text/ascii.h"
 #include "util/text/code_point.h"
 
 #include <algorithm>
+#include <pcre.h>
 
 namespace velmox {
 
@@ -301,6 +303,25 @@ const PatternPart *fromEnd(const PatternPart &whole, std::size_t place)
 }
 
 } // namespace
+
+Str patternFault(const Str &pattern)
+{
+    try {
+        Regex().compile(pattern, false, 0);
+        return {};
+    } catch (const RegexException &exception) {
+        // The exception does not tell where, so that PCRE is asked again.
+        const char *error = nullptr;
+        int offset = 0;
+        pcre_free(pcre_compile(pattern.c_str(), PCRE_UTF8, &error, &offset, nullptr));
+        const std::string_view before = pattern.view().substr(0, static_cast<std::size_t>(offset));
+        const auto characters =
+            std::ranges::count_if(before, [](char byte) { return (byte & 0xC0) != 0x80; });
+        return Str::fromFormat("%s at character %d of \"%s\"",
+                               error != nullptr ? error : exception.message().c_str(),
+                               static_cast<int>(characters), pattern.c_str());
+    }
+}
 
 std::optional<PatternPart> parsePattern(const Str &pattern)
 {

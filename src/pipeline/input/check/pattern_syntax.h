@@ -33,6 +33,10 @@ struct PatternPart
     bool isRepeated() const { return most == kUnlimited; }
 };
 
+/// What is wrong with a pattern, in PCRE's words, and where: `missing ) at character 9 of "..."`. Empty for
+/// one that compiles. The pattern must be folded as it is when the monitor compiles it.
+Str patternFault(const Str &pattern);
+
 /// Reads a pattern as PCRE does. Nothing for one with syntax that is not known here, such as references: of
 /// those no conclusions are drawn. The pattern must be one that compiles, and folded as the monitor does.
 std::optional<PatternPart> parsePattern(const Str &pattern);

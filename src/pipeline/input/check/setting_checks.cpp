@@ -1,16 +1,58 @@
 #include "conf/ground/reserved_name.h"
-#include "pipeline/input/check/spelling.h"
 #include "pipeline/input/check/stanza_checks.h"
 #include "util/text/ascii.h"
 #include "util/text/str_segment.h"
+
+#include <algorithm>
+#include <optional>
 
 namespace velmox {
 
 namespace {
 
 constexpr std::string_view kSeparator = "://";
-/// In front of a checkpoint's name, with which a file name may have 255 characters.
+constexpr std::size_t kShortWord = 4;
+/// Of the 255 characters that a file name may have, what "filter_" leaves.
 constexpr std::size_t kLongestName = 255 - sizeof "filter_" + 1;
+
+/// How many letters one has to change, add, leave out or swap with the next to come from one word to the
+/// other, in any case.
+std::size_t letterChanges(const Str &from, const Str &to)
+{
+    const Str a = from.lowered();
+    const Str b = to.lowered();
+    // Distances of the beginnings of `a` from those of `b`: a row for each, of which two are looked back at.
+    std::vector<std::vector<std::size_t>> rows(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+    for (std::size_t i = 0; i <= a.size(); ++i) {
+        for (std::size_t j = 0; j <= b.size(); ++j) {
+            if (i == 0 || j == 0) {
+                rows[i][j] = i + j;
+                continue;
+            }
+            const std::size_t changed = rows[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1);
+            rows[i][j] = std::min({changed, rows[i - 1][j] + 1, rows[i][j - 1] + 1});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
+                rows[i][j] = std::min(rows[i][j], rows[i - 2][j - 2] + 1);
+            }
+        }
+    }
+    return rows[a.size()][b.size()];
+}
+
+/// Of the names the one that was likely meant: at most two letters off, of a short word one. Empty for none.
+Str nearestName(const Str &word, const std::set<Str> &names)
+{
+    Str nearest;
+    std::size_t fewest = word.size() <= kShortWord ? 2 : 3;
+    for (const Str &name : names) {
+        const std::size_t changes = letterChanges(word, name);
+        if (changes < fewest) {
+            fewest = changes;
+            nearest = name;
+        }
+    }
+    return nearest;
+}
 
 bool isOwnKey(const ConfiguredStanza &stanza, const Str &key)
 {
@@ -22,15 +64,21 @@ Str shortName(const ConfiguredStanza &stanza)
     return stanza.name.substr(stanza.name.find(kSeparator) + kSeparator.size());
 }
 
-/// What stands on the line that a value has taken in; empty for a line that is nothing by itself.
-Str lineKind(std::string_view line, const std::set<Str> &keys)
+/// The line that a value has taken in, without blanks around it; nothing for a value of one line.
+std::optional<std::string_view> swallowedLine(const Str &value)
 {
-    const std::string_view text = trimmedView(line);
-    if (text.starts_with('[')) {
-        return Str() << "the header " << text;
+    const std::size_t end = value.find('\n');
+    if (end == Str::npos) {
+        return std::nullopt;
     }
-    const std::string_view key = trimmedView(text.substr(0, text.find('=')));
-    return keys.contains(Str(key)) ? Str() << "the key " << key : Str("the next line");
+    const std::string_view behind = value.view().substr(end + 1);
+    return trimmedView(behind.substr(0, behind.find('\n')));
+}
+
+void reportSwallowed(const Str &key, const Str &what, Report &report)
+{
+    report.add(key, Str() << "the value ends in a backslash and takes in " << what
+                          << ", which is lost as such; end it in something else");
 }
 
 /// Where something begins that was likely meant for a remark: a blank, then `#` and a blank or a letter, or
@@ -110,14 +158,28 @@ void checkUnknownKeys(const StanzaAtHand &at, Report &report)
 void checkSwallowedLines(const StanzaAtHand &at, Report &report)
 {
     for (const auto &[key, property] : at.stanza().properties.properties) {
-        const std::size_t end = property.value.find('\n');
-        if (end == Str::npos) {
+        const std::optional<std::string_view> line = swallowedLine(property.value);
+        if (!line) {
             continue;
         }
-        const std::string_view behind = property.value.view().substr(end + 1);
-        const Str kind = lineKind(behind.substr(0, behind.find('\n')), at.request.keys);
-        report.add(key, Str() << "the backslash at the end takes " << kind
-                              << " into this value, and is lost with it; end the value in something else");
+        const Str name(trimmedView(line->substr(0, line->find('='))));
+        const bool isKey = at.request.keys.contains(name);
+        reportSwallowed(key,
+                        line->starts_with('[') ? Str() << "the header " << *line
+                        : isKey                ? Str() << "the key " << name
+                                               : Str("the next line"),
+                        report);
+    }
+}
+
+void checkSwallowedHeaders(const StanzaAtHand &at, Report &report)
+{
+    const Str header = Str() << '[' << at.request.scheme << kSeparator;
+    for (const auto &[key, property] : at.stanza().properties.properties) {
+        const std::optional<std::string_view> line = swallowedLine(property.value);
+        if (line && line->starts_with(header.view())) {
+            reportSwallowed(key, Str() << "the header " << *line, report);
+        }
     }
 }
 

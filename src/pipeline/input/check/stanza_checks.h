@@ -45,6 +45,7 @@ void checkBooleans(const StanzaAtHand &at, Report &report);
 void checkNumbers(const StanzaAtHand &at, Report &report);
 void checkUnknownKeys(const StanzaAtHand &at, Report &report);
 void checkSwallowedLines(const StanzaAtHand &at, Report &report);
+void checkSwallowedHeaders(const StanzaAtHand &at, Report &report);
 void checkQuotes(const StanzaAtHand &at, Report &report);
 void checkComments(const StanzaAtHand &at, Report &report);
 void checkSchemeSpelling(const StanzaAtHand &at, Report &report);

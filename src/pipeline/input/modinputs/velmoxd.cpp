@@ -197,7 +197,8 @@ std::optional<int> printExplanation(const Invocation &invocation)
 constexpr Command kCommands[] = {
     {"print-modinput-config",
      "    velmoxd [--debug] print-modinput-config scheme stanza    (script instance per stanza)\n"
-     "    velmoxd [--debug] print-modinput-config scheme           (single instance)\n",
+     "    velmoxd [--debug] print-modinput-config scheme           (single instance)\n"
+     "        such as: velmoxd print-modinput-config WinRegMon | velmox-regmon\n",
      1, 2, kFailure, printModinputConfig},
     {"check",
      "    velmoxd check [--json] [--strict] [--notes] [scheme]     (what is wrong with the scheme's "

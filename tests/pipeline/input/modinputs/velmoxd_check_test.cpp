@@ -99,6 +99,9 @@ std::vector<Case> cases()
          "[WinRegMon://m]\nproc = x\nhive = HKLM\\\\M.*\n"},
         {"header-swallowed", "hive", "[WinRegMon://sw]\nhive = HKLM\\\\Sw\\\\\nindex = a\n",
          "[WinRegMon://sw]\nhive = HKLM\\\\Sw\\\\.*\nindex = a\n"},
+        {"header-swallowed", "command",
+         "[script://x]\ncommand = a\\\n[WinRegMon://lost]\nhive = HKLM\\\\Lost.*\n",
+         "[script://x]\ncommand = a\n[WinRegMon://lost]\nhive = HKLM\\\\Lost.*\n"},
         ofKey("quoted-value", "proc", "\"x\"", "x"),
         ofKey("trailing-comment", "type", "set # alone", "set"),
         ofName("scheme-spelling", "winregmon://s1", "s1"),
@@ -264,12 +267,17 @@ TEST_F(VelmoxdCheckTest, SaysItAsCompilersDo)
 TEST_F(VelmoxdCheckTest, ChecksTheSettingsOfAnyScheme)
 {
     home_.writeFile("etc\\apps\\other\\README\\inputs.conf.spec", "[other://<name>]\nhive = x\n");
-    home_.writeFile(kLocal, "[other://a]\nhive = (\nhivv = 1\ndisabled = maybe\n[othr://b]\n");
-    std::vector<std::string> codes;
+    home_.writeFile(kLocal, "[other://a]\nhive = (\nhvie = 1\nx = 1\ndisabled = maybe\n[othr://b]\n");
+    std::vector<std::string> messages;
     for (const Json &one : findings("other", 0)) {
-        codes.push_back(one["code"]);
+        messages.push_back(one["code"].get<std::string>() + ": " + one["message"].get<std::string>());
     }
-    EXPECT_THAT(codes, ::testing::ElementsAre("unknown-key", "not-a-boolean", "scheme-spelling"));
+    EXPECT_THAT(
+        messages,
+        ::testing::ElementsAre(
+            "unknown-key: nothing reads this key; there is \"hive\"", "unknown-key: nothing reads this key",
+            HasSubstr("not-a-boolean: \"maybe\""),
+            HasSubstr("scheme-spelling: nothing reads this stanza: its name must begin with other://")));
 }
 
 } // namespace
