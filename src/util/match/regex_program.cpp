@@ -56,13 +56,28 @@ void setLimits(pcre_extra &extra)
     }
 }
 
+/// Whether all groups are brackets and no more. PCRE takes `.*` in a look-ahead for a beginning that anchors
+/// the pattern, but not always, so that machine code and interpreter may differ.
+bool hasPlainGroups(std::string_view pattern)
+{
+    constexpr std::string_view kBeginning = "(?";
+    for (std::size_t at = pattern.find(kBeginning); at != pattern.npos;
+         at = pattern.find(kBeginning, at + 1)) {
+        if (!pattern.substr(at + kBeginning.size()).starts_with(':')) {
+            return false;
+        }
+    }
+    return true;
+}
+
 /// Whether a program means the same with the newline setting compiled in: a pattern may begin with settings
 /// of its own, which that of a call overrides, and comments end at newlines.
 bool canHaveNewlines(const Str &pattern, int pcreFlags)
 {
     constexpr int kOwnNewlines = PCRE_NEWLINE_CR | PCRE_NEWLINE_LF | PCRE_NEWLINE_ANY | PCRE_NEWLINE_ANYCRLF |
                                  PCRE_BSR_ANYCRLF | PCRE_BSR_UNICODE;
-    return (pcreFlags & kOwnNewlines) == 0 && !pattern.contains("(*") && !pattern.contains("#");
+    return (pcreFlags & kOwnNewlines) == 0 && !pattern.contains("(*") && !pattern.contains("#") &&
+           hasPlainGroups(pattern.view());
 }
 
 bool isPlainByte(char byte)
