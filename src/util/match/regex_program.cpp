@@ -101,25 +101,6 @@ bool isPlain(const char *text, std::size_t length)
     return isOther == 0;
 }
 
-class MachineStack
-{
-public:
-    MachineStack() : stack_(pcre_jit_stack_alloc(kSmallMachineStack, kLargeMachineStack)) {}
-    ~MachineStack()
-    {
-        if (stack_ != nullptr) {
-            pcre_jit_stack_free(stack_);
-        }
-    }
-    MachineStack(const MachineStack &) = delete;
-    MachineStack &operator=(const MachineStack &) = delete;
-
-    pcre_jit_stack *get() const { return stack_; }
-
-private:
-    pcre_jit_stack *stack_;
-};
-
 } // namespace
 
 std::unique_ptr<RegexProgram> RegexProgram::compile(const Str &pattern, bool study, int pcreFlags,
@@ -227,10 +208,11 @@ int RegexProgram::run(const Call &call) const
 
 int RegexProgram::runOnLargeStack(const Call &call) const
 {
-    const MachineStack stack;
-    return stack.get() == nullptr ? PCRE_ERROR_JIT_STACKLIMIT
-                                  : pcre_jit_exec(code_, &extra(), call.subject, call.length, 0, call.options,
-                                                  call.offsets, call.count, stack.get());
+    const std::unique_ptr<pcre_jit_stack, decltype(&pcre_jit_stack_free)> stack(
+        pcre_jit_stack_alloc(kSmallMachineStack, kLargeMachineStack), pcre_jit_stack_free);
+    return !stack ? PCRE_ERROR_JIT_STACKLIMIT
+                  : pcre_jit_exec(code_, &extra(), call.subject, call.length, 0, call.options, call.offsets,
+                                  call.count, stack.get());
 }
 
 // To PCRE's own limit of steps.
