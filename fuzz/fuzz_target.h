@@ -11,6 +11,9 @@
 /// one does not hold. libFuzzer drives one target a program; the replay runs the corpora of all.
 namespace velmox::fuzz {
 
+/// How many comparisons were made by targets that count them.
+inline unsigned long long comparisons = 0;
+
 /// Throws with `what` if `holds` is false.
 void require(bool holds, const char *what);
 

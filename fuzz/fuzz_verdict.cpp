@@ -1,7 +1,6 @@
 #include "fuzz/fuzz_target.h"
 #include "pipeline/input/rules/monitor_rules.h"
 
-#include <cstdio>
 #include <memory>
 #include <pcre.h>
 
@@ -9,13 +8,6 @@ namespace velmox::fuzz {
 namespace {
 
 constexpr unsigned kMostStanzas = 24;
-
-/// Told at the end.
-struct Comparisons
-{
-    unsigned long long count = 0;
-    ~Comparisons() { std::fprintf(stderr, "%llu verdicts compared\n", count); }
-} comparisons;
 
 /// A plain program, run by the interpreter.
 class Plain
@@ -127,7 +119,7 @@ public:
         require((config == nullptr) == (best == nullptr) && (best == nullptr || config->name == best->name),
                 "the stanzas agree");
         compareFilters();
-        ++comparisons.count;
+        ++comparisons;
     }
 
     /// Whether the plain programs came to a limit, which the others need not reach.

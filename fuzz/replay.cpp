@@ -1,10 +1,19 @@
+// Runs the targets over inputs that are kept, as tests; or one of them over random ones:
+//
+//     fuzz-replay --random TARGET COUNT [SEED]
+//
+// until it has made so many comparisons, or, if it counts none, over so many inputs.
+
 #include "fuzz/fuzz_target.h"
 #include "util/log/log_system.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <random>
 
 namespace velmox::fuzz {
 namespace {
@@ -47,6 +56,35 @@ private:
     const Target &target_;
 };
 
+std::string randomInput(std::mt19937_64 &dice)
+{
+    constexpr unsigned kMostBytes = 4096;
+    std::string input(1 + dice() % kMostBytes, '\0');
+    std::ranges::generate(input, [&dice] { return static_cast<char>(dice()); });
+    return input;
+}
+
+/// Tells how far it came; where a property does not hold, the input is left in the working directory.
+int runRandomly(const Target &target, unsigned long long count, unsigned long long seed)
+{
+    LogSystem::instance().silenceFallback();
+    std::mt19937_64 dice(seed);
+    unsigned long long inputs = 0;
+    for (; (comparisons == 0 ? inputs : comparisons) < count; ++inputs) {
+        const std::string input = randomInput(dice);
+        try {
+            target.run(input);
+        } catch (const std::exception &exception) {
+            std::ofstream(Str::concat(target.name, "-fault").c_str(), std::ios::binary) << input;
+            std::printf("%s: input %llu of seed %llu: %s\n", target.name, inputs, seed, exception.what());
+            return 1;
+        }
+    }
+    std::printf("%s: %llu comparisons over %llu inputs of seed %llu, no difference\n", target.name,
+                comparisons, inputs, seed);
+    return 0;
+}
+
 } // namespace
 } // namespace velmox::fuzz
 
@@ -54,6 +92,12 @@ int main(int argc, char **argv)
 {
     using velmox::fuzz::Replay;
     using velmox::fuzz::Target;
+    for (const Target *target = Target::first; target != nullptr && argc > 3; target = target->next) {
+        if (std::string_view(argv[1]) == "--random" && std::string_view(argv[2]) == target->name) {
+            const auto number = [](const char *text) { return std::strtoull(text, nullptr, 10); };
+            return velmox::fuzz::runRandomly(*target, number(argv[3]), argc > 4 ? number(argv[4]) : 1);
+        }
+    }
     ::testing::InitGoogleTest(&argc, argv);
     for (const Target *target = Target::first; target != nullptr; target = target->next) {
         ::testing::RegisterTest("Corpus", target->name, nullptr, nullptr, __FILE__, __LINE__,

@@ -24,11 +24,6 @@ constexpr std::size_t kMostBits = 1 << 18;
 /// How many patterns ask for each text.
 using Askers = std::map<Str, unsigned>;
 
-std::size_t shortestOf(const LiteralSet &texts)
-{
-    return std::ranges::min_element(texts, {}, &Str::size)->size();
-}
-
 /// The set to find a pattern by, or null. The best is the one that the fewest others ask for, as all begin
 /// with the same roots; of long ones the last, since paths go from the general to the special.
 const LiteralSet *bestSet(const std::vector<LiteralSet> &sets, const Askers &askers)
@@ -61,7 +56,6 @@ void LiteralIndex::build()
     always_ = BitSet(patterns_.size());
     literals_.clear();
     windows_.clear();
-    bits_.clear();
     choose();
     if (!literals_.empty()) {
         chooseWindows();
@@ -123,11 +117,10 @@ void LiteralIndex::addWindows()
 
     const std::size_t bits =
         std::clamp(std::bit_ceil(windows_.size() * kBitsPerWindow), kLeastBits, kMostBits);
-    bits_.resize(bits / 64);
+    bits_ = BitSet(bits);
     shift_ = 32 - static_cast<unsigned>(std::countr_zero(bits));
     for (const Window &window : windows_) {
-        const std::uint32_t bit = bitOf(window.bytes);
-        bits_[bit / 64] |= std::uint64_t{1} << bit % 64;
+        bits_.insert(bitOf(window.bytes));
     }
 }
 
@@ -154,8 +147,7 @@ void LiteralIndex::find(const Str &text, BitSet &found) const
     const std::size_t last = text.size() - width_;
     for (std::size_t at = 0; at <= last; at += step_) {
         const std::uint32_t window = windowAt(text.data() + at);
-        const std::uint32_t bit = bitOf(window);
-        if ((bits_[bit / 64] >> bit % 64 & 1) != 0) {
+        if (bits_.contains(bitOf(window))) {
             check(window, text, at, found);
         }
     }

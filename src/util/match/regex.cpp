@@ -42,17 +42,7 @@ bool hasMatched(int result)
     return result >= 0 || result == PCRE_ERROR_PARTIAL;
 }
 
-bool spans(const int *whole, std::size_t length)
-{
-    return static_cast<std::size_t>(whole[1] - whole[0]) == length;
-}
-
 } // namespace
-
-void Regex::ProgramDeleter::operator()(RegexProgram *program) const
-{
-    delete program;
-}
 
 Regex::Regex(const Str &pattern, bool study, int pcreFlags)
 {
@@ -66,11 +56,6 @@ void Regex::clear()
     *this = Regex();
 }
 
-Regex::ProgramPtr Regex::compileProgram(const Str &pattern, bool study, int pcreFlags, const char *&error)
-{
-    return ProgramPtr(RegexProgram::compile(pattern, study, pcreFlags, error).release());
-}
-
 void Regex::compile(const Str &pattern, bool study, int pcreFlags)
 {
     Str text = pattern;
@@ -78,7 +63,7 @@ void Regex::compile(const Str &pattern, bool study, int pcreFlags)
     pattern_ = std::move(text);
 
     const char *error = nullptr;
-    compiled_ = compileProgram(pattern_, study, pcreFlags, error);
+    compiled_ = RegexProgram::compile(pattern_, study, pcreFlags, error);
     if (!compiled_) {
         throw RegexException(Str::concat("Regex: ", error));
     }
@@ -88,7 +73,7 @@ void Regex::compile(const Str &pattern, bool study, int pcreFlags)
 
     // A pattern that cannot be wrapped, such as an extended one that ends in a comment, goes without.
     const Str wrapped = Str::concat(Str::concat("(?:", pattern_), ")\\z");
-    fullCompiled_ = compileProgram(wrapped, study, pcreFlags | PCRE_ANCHORED, error);
+    fullCompiled_ = RegexProgram::compile(wrapped, study, pcreFlags | PCRE_ANCHORED, error);
 }
 
 void Regex::readAnchored()
@@ -119,27 +104,34 @@ void Regex::readGroupNames()
     }
 }
 
-const RegexProgram *Regex::choose(bool fullMatch) const
+// The result of PCRE, which is an error or no match where the whole subject does not match as asked.
+int Regex::exec(StrSegment subject, int options, bool fullMatch, int *offsets) const
 {
-    return fullMatch && fullCompiled_ ? fullCompiled_.get() : compiled_.get();
+    const RegexProgram *program = fullMatch && fullCompiled_ ? fullCompiled_.get() : compiled_.get();
+    if (program == nullptr) {
+        return PCRE_ERROR_NOMATCH;
+    }
+    const int result =
+        program->exec(orEmpty(subject.data()), subject.size(), kMatchOptions | options, offsets, kVectorSize);
+    const bool spans =
+        hasMatched(result) && static_cast<std::size_t>(offsets[1] - offsets[0]) == subject.size();
+    return fullMatch && !spans ? PCRE_ERROR_NOMATCH : result;
 }
 
 bool Regex::match(StrSegment &subject, RegexMatch *out, bool consume, bool fullMatch) const
 {
-    const RegexProgram *program = choose(fullMatch);
     if (out != nullptr) {
         out->clear();
     }
-    if (program == nullptr || (consume && subject.empty() && !fullMatch)) {
+    if (consume && subject.empty() && !fullMatch) {
+        return false;
+    }
+    int offsets[kVectorSize];
+    const int result = exec(subject, 0, fullMatch, offsets);
+    if (!hasMatched(result)) {
         return false;
     }
     const char *start = orEmpty(subject.data());
-    const std::size_t length = subject.size();
-    int offsets[kVectorSize];
-    const int result = program->exec(start, length, kMatchOptions, offsets, kVectorSize);
-    if (!hasMatched(result) || (fullMatch && !spans(offsets, length))) {
-        return false;
-    }
     if (consume) {
         subject.removePrefix(static_cast<std::size_t>(offsets[1]));
     }
@@ -177,17 +169,9 @@ bool Regex::partialMatch(const Str &subject, RegexMatch *out) const
 
 int Regex::findAt(const char *subject, unsigned length, bool anchoredHere, bool fullMatch) const
 {
-    const RegexProgram *program = choose(fullMatch);
-    if (program == nullptr) {
-        return -1;
-    }
     int offsets[kVectorSize];
-    const int options = kMatchOptions | (anchoredHere ? PCRE_ANCHORED : 0);
-    const int result = program->exec(orEmpty(subject), length, options, offsets, kVectorSize);
-    if (!hasMatched(result) || (fullMatch && !spans(offsets, length))) {
-        return -1;
-    }
-    return offsets[0];
+    const int options = anchoredHere ? PCRE_ANCHORED : 0;
+    return hasMatched(exec(StrSegment(subject, length), options, fullMatch, offsets)) ? offsets[0] : -1;
 }
 
 // `filledPairs` counts the pairs that PCRE has written; a partial match has only that of the whole.

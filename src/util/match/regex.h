@@ -69,24 +69,17 @@ public:
     const std::map<Str, unsigned> &groupNames() const { return groupNames_; }
 
 private:
-    struct ProgramDeleter
-    {
-        void operator()(RegexProgram *program) const;
-    };
-    using ProgramPtr = std::unique_ptr<RegexProgram, ProgramDeleter>;
-
-    static ProgramPtr compileProgram(const Str &pattern, bool study, int pcreFlags, const char *&error);
     void readAnchored();
     void readGroupNames();
-    const RegexProgram *choose(bool fullMatch) const;
+    int exec(StrSegment subject, int options, bool fullMatch, int *offsets) const;
     void fill(RegexMatch &out, const char *subject, const int *offsets, int filledPairs) const;
 
-    ProgramPtr compiled_;
+    std::shared_ptr<const RegexProgram> compiled_;
     int captureCount_ = 0;
     std::map<Str, unsigned> groupNames_;
     bool anchored_ = false;
     Str pattern_;
-    ProgramPtr fullCompiled_;
+    std::shared_ptr<const RegexProgram> fullCompiled_;
 };
 
 } // namespace velmox

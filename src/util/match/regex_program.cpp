@@ -56,13 +56,28 @@ void setLimits(pcre_extra &extra)
     }
 }
 
+/// Whether all groups are brackets and no more. PCRE takes `.*` in a look-ahead for a beginning that anchors
+/// the pattern, but not always, so that machine code and interpreter may differ.
+bool hasPlainGroups(std::string_view pattern)
+{
+    constexpr std::string_view kBeginning = "(?";
+    for (std::size_t at = pattern.find(kBeginning); at != pattern.npos;
+         at = pattern.find(kBeginning, at + 1)) {
+        if (!pattern.substr(at + kBeginning.size()).starts_with(':')) {
+            return false;
+        }
+    }
+    return true;
+}
+
 /// Whether a program means the same with the newline setting compiled in: a pattern may begin with settings
 /// of its own, which that of a call overrides, and comments end at newlines.
 bool canHaveNewlines(const Str &pattern, int pcreFlags)
 {
     constexpr int kOwnNewlines = PCRE_NEWLINE_CR | PCRE_NEWLINE_LF | PCRE_NEWLINE_ANY | PCRE_NEWLINE_ANYCRLF |
                                  PCRE_BSR_ANYCRLF | PCRE_BSR_UNICODE;
-    return (pcreFlags & kOwnNewlines) == 0 && !pattern.contains("(*") && !pattern.contains("#");
+    return (pcreFlags & kOwnNewlines) == 0 && !pattern.contains("(*") && !pattern.contains("#") &&
+           hasPlainGroups(pattern.view());
 }
 
 bool isPlainByte(char byte)
@@ -85,25 +100,6 @@ bool isPlain(const char *text, std::size_t length)
     }
     return isOther == 0;
 }
-
-class MachineStack
-{
-public:
-    MachineStack() : stack_(pcre_jit_stack_alloc(kSmallMachineStack, kLargeMachineStack)) {}
-    ~MachineStack()
-    {
-        if (stack_ != nullptr) {
-            pcre_jit_stack_free(stack_);
-        }
-    }
-    MachineStack(const MachineStack &) = delete;
-    MachineStack &operator=(const MachineStack &) = delete;
-
-    pcre_jit_stack *get() const { return stack_; }
-
-private:
-    pcre_jit_stack *stack_;
-};
 
 } // namespace
 
@@ -212,10 +208,11 @@ int RegexProgram::run(const Call &call) const
 
 int RegexProgram::runOnLargeStack(const Call &call) const
 {
-    const MachineStack stack;
-    return stack.get() == nullptr ? PCRE_ERROR_JIT_STACKLIMIT
-                                  : pcre_jit_exec(code_, &extra(), call.subject, call.length, 0, call.options,
-                                                  call.offsets, call.count, stack.get());
+    const std::unique_ptr<pcre_jit_stack, decltype(&pcre_jit_stack_free)> stack(
+        pcre_jit_stack_alloc(kSmallMachineStack, kLargeMachineStack), pcre_jit_stack_free);
+    return !stack ? PCRE_ERROR_JIT_STACKLIMIT
+                  : pcre_jit_exec(code_, &extra(), call.subject, call.length, 0, call.options, call.offsets,
+                                  call.count, stack.get());
 }
 
 // To PCRE's own limit of steps.

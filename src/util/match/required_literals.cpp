@@ -30,12 +30,6 @@ struct Part
 };
 
 const Part kAnything = {};
-const Part kNothing = {{""}, {}};
-
-bool holdsEmptyText(const LiteralSet &texts)
-{
-    return std::ranges::any_of(texts, [](const Str &text) { return text.empty(); });
-}
 
 /// Puts parts in a row. Texts that stand side by side grow together.
 class Sequence
@@ -72,7 +66,7 @@ private:
     bool canAppend(const LiteralSet &texts) const
     {
         const auto longest = [](const LiteralSet &set) {
-            return std::ranges::max_element(set, {}, [](const Str &text) { return text.size(); })->size();
+            return std::ranges::max_element(set, {}, &Str::size)->size();
         };
         return current_.size() * texts.size() <= kMostTexts &&
                longest(current_) + longest(texts) <= kLongestText;
@@ -91,7 +85,7 @@ private:
 
     void cut()
     {
-        if (!holdsEmptyText(current_)) {
+        if (shortestOf(current_) > 0) {
             whole_.required.push_back(std::move(current_));
         }
         current_ = {""};
@@ -105,10 +99,7 @@ private:
 /// The better one of the sets to stand for one of several alternatives: its shortest text is the longer one.
 const LiteralSet *bestOf(const std::vector<LiteralSet> &sets)
 {
-    const auto shortest = [](const LiteralSet &set) {
-        return std::ranges::min_element(set, {}, [](const Str &text) { return text.size(); })->size();
-    };
-    const auto best = std::ranges::max_element(sets, {}, shortest);
+    const auto best = std::ranges::max_element(sets, {}, shortestOf);
     return best == sets.end() ? nullptr : &*best;
 }
 
@@ -134,7 +125,7 @@ Part eitherOf(std::vector<Part> parts)
     }
     if (isExact) {
         either.exact = std::move(texts);
-    } else if (!holdsEmptyText(texts)) {
+    } else if (shortestOf(texts) > 0) {
         either.required.push_back(std::move(texts));
     }
     return either;
@@ -359,6 +350,11 @@ private:
 
 } // namespace
 
+std::size_t shortestOf(const LiteralSet &texts)
+{
+    return std::ranges::min_element(texts, {}, &Str::size)->size();
+}
+
 std::vector<LiteralSet> requiredLiterals(const Str &pattern)
 {
     // What stands behind a NUL is no part of the pattern to PCRE.
@@ -366,7 +362,7 @@ std::vector<LiteralSet> requiredLiterals(const Str &pattern)
     if (!part) {
         return {};
     }
-    if (part->isExact() && !holdsEmptyText(part->exact)) {
+    if (part->isExact() && shortestOf(part->exact) > 0) {
         part->required.push_back(std::move(part->exact));
     }
     return std::move(part->required);

@@ -7,6 +7,9 @@ namespace velmox {
 /// Every match of a pattern holds at least one of these texts.
 using LiteralSet = StrVector;
 
+/// The length of the shortest text of a set that is not empty, in bytes.
+std::size_t shortestOf(const LiteralSet &texts);
+
 /// What any match of a pattern must hold: one text of each of the sets, in the order in which they stand in
 /// the pattern. Empty when nothing can be said. No set and no text is empty.
 ///

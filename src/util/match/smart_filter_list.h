@@ -35,12 +35,7 @@ public:
             return;
         }
         Filter *&entry = byName_[filter->name];
-        if (entry != nullptr) {
-            const auto earlier = std::find(filters_.begin(), filters_.end(), entry);
-            if (earlier != filters_.end()) {
-                filters_.erase(earlier);
-            }
-        }
+        std::erase(filters_, entry);
         entry = filter;
         filters_.push_back(filter);
         if (takeOwnership) {

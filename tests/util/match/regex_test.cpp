@@ -26,6 +26,8 @@ TEST(Regex, SearchesAndMatchesWholeSubjects)
         {"^.$", 0, "\xC3\xA9", true, true},
         {".+", 0, "a\r\nb", true, false},
         {".+", PCRE_DOTALL, "a\r\nb", true, true},
+        // Where all characters are taken for any, PCRE has a look-ahead of them begin at the start alone.
+        {"(?=.*)ab", 0, "xab", true, false},
         // The comment swallows the bracket of the wrapped form: the plain pattern has to span the subject.
         {"abc # trailing", PCRE_EXTENDED, "abc", true, true},
         {"abc # trailing", PCRE_EXTENDED, "abcd", true, false},

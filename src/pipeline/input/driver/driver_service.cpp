@@ -85,9 +85,12 @@ bool queryImagePath(SC_HANDLE service, Str &imagePath)
     return true;
 }
 
-const char *stateText(bool running)
+// Tells that a check came to nothing, for another driver that stands in the way.
+void tellOther(const char *check, const Str &expectedPath, const Str &imagePath, bool running)
 {
-    return running ? "installed and started" : "installed";
+    monitorLog.error("Driver %s Check for '%s' failed. Another driver - '%s' is already %s.", check,
+                     expectedPath.c_str(), imagePath.c_str(),
+                     running ? "installed and started" : "installed");
 }
 
 } // namespace
@@ -234,8 +237,7 @@ bool DriverChecks::checkInstall() const
             return true;
         }
         if (!manageDriver(driverName_, driverImagePath_.c_str(), kStopAndRemove)) {
-            monitorLog.error("Driver Install Check for '%s' failed. Another driver - '%s' is already %s.",
-                             expectedPath_.c_str(), imagePath.c_str(), stateText(running));
+            tellOther("Install", expectedPath_, imagePath, running);
         }
     }
     return startDriver_();
@@ -259,8 +261,7 @@ bool DriverChecks::checkStop() const
     if (stopped && manageDriver(driverName_, driverImagePath_.c_str(), kStopAndRemove)) {
         return true;
     }
-    monitorLog.error("Driver stop Check for '%s' failed. Another driver - '%s' is already %s.",
-                     expectedPath_.c_str(), imagePath.c_str(), stateText(running));
+    tellOther("stop", expectedPath_, imagePath, running);
     return false;
 }
 
