@@ -1,11 +1,11 @@
-#include "capture/program/capture_program.h"
-
 #include "capture/file/capture_reader.h"
 #include "capture/program/capture_command_line.h"
 #include "capture/replay/capture_replay.h"
 #include "capture/summary/summary.h"
 #include "companion/events/terminal.h"
 #include "pipeline/input/xml/config_xml_streaming_parser.h"
+#include "util/log/log_system.h"
+#include "util/log/logger.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -16,6 +16,10 @@
 #include <stdexcept>
 #include <thread>
 #include <unistd.h>
+
+#ifdef _WIN32
+#include "util/system/windows_api.h"
+#endif
 
 namespace velmox {
 
@@ -201,11 +205,14 @@ int recordToFile(const RecordOptions &options)
 #endif
 }
 
-} // namespace
-
+/// The exit code is 0; 1 for a recording or a stream that ended before its time; 2 for what could not be
+/// begun or read.
 int runCapture(const std::vector<std::string> &words)
 {
     openTerminal();
+    // Of the monitor's log only what went wrong, on standard error.
+    LogSystem::instance().categories().root().threshold = LogLevel::Error;
+    Logger::bindAll();
     CaptureCommandLine line;
     try {
         line = readCaptureCommandLine(words);
@@ -227,4 +234,28 @@ int runCapture(const std::vector<std::string> &words)
     return kUsage;
 }
 
+} // namespace
+
 } // namespace velmox
+
+#ifdef _WIN32
+
+int wmain(int count, wchar_t **arguments)
+{
+    std::vector<std::string> words;
+    for (int at = 1; at < count; ++at) {
+        words.emplace_back(velmox::Str::fromUtf16(velmox::asUtf16(arguments[at])).view());
+    }
+    return velmox::runCapture(words);
+}
+
+#else
+
+int main(int count, char **arguments)
+{
+    // A program may be started without even its name.
+    return velmox::runCapture(count > 1 ? std::vector<std::string>(arguments + 1, arguments + count)
+                                        : std::vector<std::string>());
+}
+
+#endif

@@ -1,6 +1,5 @@
 #include "capture/record/recorder.h"
 
-#include "capture/record/progress.h"
 #include "capture/record/recording.h"
 #include "pipeline/input/driver/driver_reader.h"
 #include "pipeline/input/driver/driver_service.h"
@@ -13,6 +12,9 @@
 #include "util/process/parent_watch.h"
 #include "util/thread/thread.h"
 
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
 #include <io.h>
 
 namespace velmox {
@@ -21,6 +23,8 @@ namespace {
 
 constexpr std::uint64_t kMegabyte = 1'000'000;
 constexpr DWORD kQueueMilliseconds = 250;
+constexpr auto kBetween = std::chrono::milliseconds(250);
+constexpr std::size_t kBarWidth = 20;
 
 [[noreturn]] void failWithLastError(const Str &what)
 {
@@ -231,6 +235,89 @@ StatusTexts::StatusToError statusMapping()
 std::uint32_t newlyLost()
 {
     return static_cast<std::uint32_t>(registry_reads_dropped.exchange(0));
+}
+
+/// Tells people how a recording goes: a line on standard error that is written over a few times a second, if
+/// that is a terminal, and one in the end.
+class Progress
+{
+public:
+    struct Figures
+    {
+        std::uint64_t records = 0;
+        std::uint64_t bytes = 0;
+        std::uint64_t lostReads = 0;
+    };
+
+    /// When the recording ends by itself; zeros for no such end.
+    Progress(std::uint64_t seconds, std::uint64_t bytes);
+
+    void show(const Figures &figures);
+    void end(const Figures &figures);
+
+    std::uint64_t seconds() const;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    double doneShare(const Figures &figures) const;
+    void write(const Figures &figures, const char *lineEnd);
+
+    std::uint64_t lastSecond_;
+    std::uint64_t lastByte_;
+    Clock::time_point start_ = Clock::now();
+    Clock::time_point shown_;
+    bool isTerminal_;
+};
+
+Progress::Progress(std::uint64_t seconds, std::uint64_t bytes)
+    : lastSecond_(seconds), lastByte_(bytes), isTerminal_(_isatty(_fileno(stderr)) != 0)
+{
+}
+
+std::uint64_t Progress::seconds() const
+{
+    return static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start_).count());
+}
+
+void Progress::show(const Figures &figures)
+{
+    if (isTerminal_ && Clock::now() - shown_ >= kBetween) {
+        shown_ = Clock::now();
+        write(figures, "");
+    }
+}
+
+void Progress::end(const Figures &figures)
+{
+    write(figures, "\n");
+}
+
+// Of the end that is nearer.
+double Progress::doneShare(const Figures &figures) const
+{
+    const auto share = [](std::uint64_t done, std::uint64_t all) {
+        return all == 0 ? 0.0 : static_cast<double>(done) / static_cast<double>(all);
+    };
+    return std::min(1.0, std::max(share(seconds(), lastSecond_), share(figures.bytes, lastByte_)));
+}
+
+void Progress::write(const Figures &figures, const char *lineEnd)
+{
+    Str line;
+    if (isTerminal_) {
+        line.push_back('\r');
+    }
+    if (isTerminal_ && (lastSecond_ != 0 || lastByte_ != 0)) {
+        const auto done = static_cast<std::size_t>(doneShare(figures) * kBarWidth);
+        line << '[' << Str(done, '#') << Str(kBarWidth - done, '.') << "] ";
+    }
+    line << seconds() << " s, " << figures.records << " records, ";
+    line.appendFormat("%.1f MB, ", static_cast<double>(figures.bytes) / static_cast<double>(kMegabyte));
+    line << figures.lostReads << " reads lost" << lineEnd;
+    std::fputs(line.c_str(), stderr);
+    std::fflush(stderr);
 }
 
 void recordUntilStopped(const RecordOptions &options, ReadThread &reader, const StopFlag &stopFlag,
