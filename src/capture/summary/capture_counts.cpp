@@ -154,7 +154,7 @@ const Stanzas &stanzasOrNone(const Stanzas &stanzas)
 {
     static const Stanzas kNone = [] {
         Stanzas none;
-        none["WinRegMon://none"].set("hive", "(?!)");
+        none["WinRegMon://none"].set("hive", R"(HKLM\\(?!))");
         return none;
     }();
     return stanzas.empty() ? kNone : stanzas;

@@ -119,8 +119,24 @@ Components componentsOf(const Cut &cut, bool isAtFront, const HiveNames &hiveNam
     return components;
 }
 
+/// The components of a path of the filters, each as events spell it where they have it too.
+Components spelt(std::string_view filterPath, std::string_view path)
+{
+    Components components = split(filterPath);
+    const Components names = split(path);
+    for (std::size_t fromEnd = 1; fromEnd <= std::min(components.size(), names.size()); ++fromEnd) {
+        std::string &component = components[components.size() - fromEnd];
+        const std::string &name = names[names.size() - fromEnd];
+        if (Str(name).lowered().view() == component) {
+            component = name;
+        }
+    }
+    return components;
+}
+
+/// `path` is for the filters, `names` has its components as they are spelt.
 Str alternativeWithout(std::string_view pattern, bool isAtFront, const Components &path,
-                       const HiveNames &hiveNames)
+                       const Components &names, const HiveNames &hiveNames)
 {
     std::vector<Cut> cuts = cutsOf(pattern);
     for (; !cuts.empty(); cuts.pop_back()) {
@@ -132,7 +148,7 @@ Str alternativeWithout(std::string_view pattern, bool isAtFront, const Component
         if (before.size() < path.size()) {
             Str rest;
             for (std::size_t at = before.size(); at < path.size(); ++at) {
-                rest << (at == before.size() ? "" : "\\\\") << escaped(path[at]);
+                rest << (at == before.size() ? "" : "\\\\") << escaped(names[at]);
             }
             Str out(pattern.substr(0, cuts.back().at));
             out << "(?!" << rest << "(\\\\|\\z))" << pattern.substr(cuts.back().at);
@@ -170,17 +186,19 @@ Str procWithout(const Str &proc, const QuietProcess &process, DriveMap &drives)
     return out;
 }
 
-/// A `hive` that matches what `hive` does, but for one path and all below it. The path is for the filters.
-/// What is literal at the beginning of `hive` stays there, since the driver's filter and baselines go by it.
-/// `hive` itself where it matches nothing of the path anyway.
-Str hiveWithout(const Str &hive, std::string_view filterPath, const HiveNames &hiveNames)
+/// A `hive` that matches what `hive` does, but for one path and all below it, which is given for the filters
+/// and as events have it. What is literal at the beginning of `hive` stays there, since the driver's filter
+/// and baselines go by it. `hive` itself where it matches nothing of the path anyway.
+Str hiveWithout(const Str &hive, std::string_view filterPath, std::string_view path,
+                const HiveNames &hiveNames)
 {
     const std::string_view pattern = hive.empty() ? kAnything : hive.view();
-    const Components path = split(filterPath);
+    const Components components = split(filterPath);
+    const Components names = spelt(filterPath, path);
     Str out;
     bool isFirst = true;
     for (const std::string_view alternative : alternatives(pattern)) {
-        out << (isFirst ? "" : "|") << alternativeWithout(alternative, isFirst, path, hiveNames);
+        out << (isFirst ? "" : "|") << alternativeWithout(alternative, isFirst, components, names, hiveNames);
         isFirst = false;
     }
     if (!hasPatternCharacters(Str(pattern)) && out.view() != pattern) {
@@ -308,6 +326,10 @@ void Probe::time(const SysMonFilterableEvent &event)
         if (spent_[at] > kMostTime) {
             continue;
         }
+        if (askedTimes_[at] == 0) {
+            // At the first match expressions are made into machine code.
+            filters_[at]->matches(event);
+        }
         const Clock::time_point begin = Clock::now();
         const bool isMatch = filters_[at]->matches(event);
         spent_[at] += Clock::now() - begin;
@@ -386,7 +408,7 @@ Noise findNoise(const OpenCapture &open, const Stanzas &stanzas, CaptureCounts &
         });
     noise.keys =
         sourcesOf(open, stanzas, counts, keys, "hive", [&](const Str &hive, const Candidate &candidate) {
-            return hiveWithout(hive, candidate.filterText, hiveNames);
+            return hiveWithout(hive, candidate.filterText, candidate.name, hiveNames);
         });
     return noise;
 }

@@ -1,6 +1,8 @@
 #include "capture/summary/summary.h"
 
 #include "companion/events/event_table.h"
+#include "util/log/log_system.h"
+#include "util/log/logger.h"
 #include "util/time/timeval.h"
 
 #include <algorithm>
@@ -254,7 +256,9 @@ std::string jsonOf(const CaptureCounts &counts)
     Json json;
     json["records"] = counts.all.records;
     json["lost_reads"] = counts.lostReads;
-    json["operations"] = json["processes"] = json["keys"] = Json::object();
+    for (const char *const name : {"operations", "processes", "keys"}) {
+        json[name] = Json::object();
+    }
     for (const auto &[name, tally] : counts.operations) {
         json["operations"][name] = tally.records;
     }
@@ -273,6 +277,13 @@ std::string jsonOf(const CaptureCounts &counts)
     return json.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
 }
 
+/// From here on the monitor's rooms would only say again what they said of the stanzas already.
+void silenceLog()
+{
+    LogSystem::instance().categories().root().threshold = LogLevel::Emerg;
+    Logger::bindAll();
+}
+
 } // namespace
 
 CaptureSummary summarizeCapture(const OpenCapture &open, const Stanzas &stanzas, SummaryForm form)
@@ -281,6 +292,7 @@ CaptureSummary summarizeCapture(const OpenCapture &open, const Stanzas &stanzas,
     if (form == SummaryForm::Json) {
         return {jsonOf(counts), counts.isCut};
     }
+    silenceLog();
     return {textOf(counts, stanzas.empty() ? Noise() : findNoise(open, stanzas, counts)), counts.isCut};
 }
 

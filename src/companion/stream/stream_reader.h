@@ -1,12 +1,66 @@
 #pragma once
 
 #include "companion/stream/event_xml.h"
-#include "companion/stream/frame_scanner.h"
 #include "companion/stream/stream_event.h"
 
+#include <cstdint>
 #include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
 
 namespace velmox {
+
+/// Cuts the bytes of event streams into events without looking into them. No text of an event holds a `<`, so
+/// that the tags show where one begins, ends, or was cut off.
+class FrameScanner
+{
+public:
+    /// A longer event is damage: no value comes near it, and what is read must not fill the memory.
+    static constexpr std::size_t kMaxEventBytes = 16 * 1024 * 1024;
+
+    enum class Kind
+    {
+        StreamStart,
+        /// `text` is from `<event` to `</event>`.
+        Event,
+        /// `text` says what is wrong. Once for bytes that follow each other.
+        Damage,
+    };
+
+    struct Piece
+    {
+        Kind kind;
+        /// Of its first byte, from the first byte that was fed.
+        std::uint64_t offset;
+        /// Holds until the next call.
+        std::string_view text;
+    };
+
+    void feed(std::string_view bytes);
+    /// Nothing comes behind what was fed: an event that is open is cut off.
+    void finish() { ended_ = true; }
+    /// Nothing when it takes further bytes to tell, or none are left.
+    std::optional<Piece> next();
+
+private:
+    std::string_view rest() const { return std::string_view(buffer_).substr(at_); }
+    void skip(std::string_view tag);
+    std::optional<Piece> takeEvent();
+    /// Hands out the event at `at_`, which the tag at `end` closes if it `isWhole`, or cuts off.
+    Piece endEvent(std::size_t end, bool isWhole);
+    Piece damage(std::size_t length, std::string_view what);
+
+    std::string buffer_;
+    /// Offset of the buffer's first byte.
+    std::uint64_t base_ = 0;
+    /// What is before it was handed out.
+    std::size_t at_ = 0;
+    /// How far the event at `at_` was searched for its end.
+    std::size_t searched_ = 0;
+    bool ended_ = false;
+    bool inDamage_ = false;
+};
 
 /// Reads the events of one input while it grows, a stream or several one after another, in memory
 /// that is bounded by the length of an event. What is wrong is told, and reading goes on behind it.

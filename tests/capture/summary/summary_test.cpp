@@ -199,7 +199,7 @@ TEST(Summary, ReadsAsText)
           "  SYSTEM\\ControlSet001\\Services\\x\n",
           "never matched: b; what it would match is let pass by a stanza asked before it\n",
           "  proc = ^(?!.*\\\\Windows\\\\\\(two\\) \\+\\.exe\\z)\n",
-          "  hive = HKLM\\\\SOFTWARE\\\\Vendor\\\\(?!noisyxapp(\\\\|\\z)).*\n"}) {
+          "  hive = HKLM\\\\SOFTWARE\\\\Vendor\\\\(?!NoisyXApp(\\\\|\\z)).*\n"}) {
         EXPECT_NE(text.find(wanted), std::string::npos) << wanted << "\nin\n" << text;
     }
 }
