@@ -44,15 +44,6 @@ TEST_F(DriverChannelTest, GrowsTheBufferUntilTheRecordFitsAndEndsInOrderBeyondTh
     expectLogged(run.log(), "WinRegistryMonitor::MonitorWorker: Monitor Worker Exiting...");
 }
 
-TEST_F(DriverChannelTest, TriesAFailedReadAgain)
-{
-    driver.failReads(kStatusDeviceNotReady, 2);
-    driver.passReads(1);
-    driver.failReads(kStatusDeviceNotReady);
-    check(everything(), {sized(5000), sized(5001)});
-    EXPECT_EQ(driver.state().readsFaulted, 3u);
-}
-
 TEST_F(DriverChannelTest, EndsQuietlyWhenTheDriverRefusesTheFilter)
 {
     driver.failSetFilter(kStatusDeviceNotReady);

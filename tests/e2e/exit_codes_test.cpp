@@ -66,6 +66,9 @@ TEST_F(ExitCodesTest, OfAProgramThatHasNothingToWaitFor)
         expectLogged(run.log(), row.log);
         EXPECT_EQ(run.output(), "");
     }
+    // One that died before it had sent its input is seen all the same.
+    MonitorRun waiting("<input>", {.arguments = dieWhen(deadPid()), .watched = false, .inputEnds = false});
+    EXPECT_EQ(waiting.waitForEnd(), 2u);
 }
 
 TEST_F(ExitCodesTest, OfAProgramWhoseServerDies)

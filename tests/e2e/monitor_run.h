@@ -21,8 +21,9 @@ struct RunOptions
     StrVector environment;
     /// Whether the run ends when the watched process does; otherwise `arguments` must see to its end.
     bool watched = true;
+    /// Whether the document ends; otherwise the server holds its side of the pipe.
+    bool inputEnds = true;
     Streams streams = Streams::Apart;
-    Str home = kHome;
 };
 
 /// One run of the installed program, as a server starts it: the document goes to its standard input, which is

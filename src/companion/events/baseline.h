@@ -1,5 +1,6 @@
 #pragma once
 
+#include "companion/events/event_table.h"
 #include "companion/stream/stream_event.h"
 
 #include <functional>
@@ -14,7 +15,12 @@ struct BaselineValue
     std::string path;
     std::string type;
     std::string data;
+    /// Whether the conditions of the user hold for its event.
+    bool isSelected;
+    /// Number of the stanza that reported it, within its baseline.
+    std::size_t stanza;
 
+    /// Whether it is the same value as far as a stream shows.
     bool operator==(const BaselineValue &other) const { return type == other.type && data == other.data; }
 };
 
@@ -26,25 +32,43 @@ struct BaselineDifference
     const BaselineValue *newValue;
 };
 
-/// The values that the last baseline of an input reported. Live events do not count: what they changed was
-/// reported by them.
+/// The values that an input's baselines reported: of each stanza the last one, as a start walks those that
+/// are due. Live events do not count: what they changed was reported by them.
 class Baseline
 {
 public:
-    /// A baseline event of a later stream than those before empties the baseline.
-    void beginStream(const StreamEvent &event);
-    void add(const StreamEvent &event);
+    /// The first event that a stanza has in a later stream empties its baseline.
+    void add(const StreamEvent &event, bool isSelected);
 
-    bool empty() const { return values_.empty(); }
+    bool empty() const { return stanzas_.empty(); }
 
-    /// Calls `onDifference` where two baselines differ, in the order of paths.
+    /// Calls `onMissing` with the name of each stanza that has a baseline here, and none in another input.
+    void compareStanzas(const Baseline &other,
+                        const std::function<void(const std::string &)> &onMissing) const;
+
+    /// Calls `onDifference` where two baselines differ and the value of either is selected, in the order of
+    /// paths.
     using OnDifference = std::function<void(const BaselineDifference &)>;
     static void compare(const Baseline &oldOne, const Baseline &newOne, const OnDifference &onDifference);
 
 private:
-    std::uint64_t stream_ = 0;
+    struct Stanza
+    {
+        std::size_t number;
+        /// Where its last baseline stands.
+        std::uint64_t stream;
+    };
+
+    std::map<std::string, Stanza, std::less<>> stanzas_;
     /// By the path in a form that can be compared.
     std::map<std::string, BaselineValue> values_;
 };
+
+/// Appends a difference as a JSON object in a line: `change`, `path`, and `old` and `new` where there is one,
+/// with `type` and `strings`.
+void appendDifferenceJson(const BaselineDifference &difference, std::string &out);
+
+/// Appends a difference as a line of a table: what happened, path, old text, new text.
+void appendDifferenceRow(const BaselineDifference &difference, TableStyle style, std::string &out);
 
 } // namespace velmox

@@ -1,7 +1,9 @@
 #include "companion/events/event_filter.h"
 
 #include <algorithm>
+#include <array>
 #include <stdexcept>
+#include <utility>
 
 namespace velmox {
 
@@ -17,11 +19,6 @@ std::string fieldNames()
     return names;
 }
 
-bool found(const Regex &pattern, std::string_view text)
-{
-    return pattern.findAt(text.data(), static_cast<unsigned>(text.size()), false, false) >= 0;
-}
-
 } // namespace
 
 void EventFilter::add(std::string_view condition)
@@ -35,21 +32,42 @@ void EventFilter::add(std::string_view condition)
     if (!field) {
         throw std::invalid_argument("no such field: " + name + "; there are " + fieldNames());
     }
-    Condition added{*field, {}};
-    try {
-        added.pattern.compile(Str::concat("(?i)", condition.substr(sign + 1)), true, 0);
-    } catch (const RegexException &exception) {
-        throw std::invalid_argument(std::string(condition) + ": " + exception.what());
+    const char *error = nullptr;
+    const Str pattern = Str::concat("(?i)", condition.substr(sign + 1));
+    std::unique_ptr<RegexProgram> program = RegexProgram::compile(pattern, true, 0, error);
+    if (program == nullptr) {
+        throw std::invalid_argument(std::string(condition) + ": " + error);
     }
-    conditions_.push_back(std::move(added));
+    conditions_.push_back({std::string(condition), *field, std::move(program)});
 }
 
-bool EventFilter::accepts(const EventFields &fields) const
+bool EventFilter::accepts(const EventFields &fields)
 {
-    return std::ranges::all_of(conditions_, [&](const Condition &condition) {
-        return std::ranges::any_of(fields.texts(condition.field),
-                                   [&](std::string_view text) { return found(condition.pattern, text); });
-    });
+    return std::ranges::all_of(conditions_, [&](Condition &condition) { return isMet(condition, fields); });
+}
+
+bool EventFilter::isMet(Condition &condition, const EventFields &fields)
+{
+    bool isUndecided = false;
+    for (const std::string_view text : fields.texts(condition.field)) {
+        std::array<int, 3> offsets{};
+        const int result = condition.pattern->exec(text.data(), text.size(), PCRE_NO_UTF8_CHECK,
+                                                   offsets.data(), offsets.size());
+        if (result >= 0) {
+            return true;
+        }
+        isUndecided = isUndecided || result != PCRE_ERROR_NOMATCH;
+    }
+    if (isUndecided && !condition.isTold) {
+        condition.isTold = true;
+        givenUp_ = condition.text;
+    }
+    return isUndecided;
+}
+
+std::optional<std::string> EventFilter::takeGivenUp()
+{
+    return std::exchange(givenUp_, std::nullopt);
 }
 
 } // namespace velmox

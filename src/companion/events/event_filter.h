@@ -1,15 +1,18 @@
 #pragma once
 
 #include "companion/events/event_fields.h"
-#include "util/match/regex.h"
+#include "util/match/regex_program.h"
 
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace velmox {
 
 /// Conditions of the form FIELD=PATTERN that an event must meet, all of them. FIELD is the name of a JSON
-/// field, and PATTERN is searched for in its text, case not counted; of a list one text is enough.
+/// field, and PATTERN is searched for in its text, case not counted; of a list one text is enough. Where the
+/// search takes more steps than PCRE allows, a text counts as one in which the pattern is found.
 class EventFilter
 {
 public:
@@ -17,16 +20,25 @@ public:
     /// not compile.
     void add(std::string_view condition);
 
-    bool accepts(const EventFields &fields) const;
+    bool accepts(const EventFields &fields);
+
+    /// A condition, as it was added, whose search was given up since this was asked last.
+    std::optional<std::string> takeGivenUp();
 
 private:
     struct Condition
     {
+        std::string text;
         Field field;
-        Regex pattern;
+        std::unique_ptr<RegexProgram> pattern;
+        /// Told once.
+        bool isTold = false;
     };
 
+    bool isMet(Condition &condition, const EventFields &fields);
+
     std::vector<Condition> conditions_;
+    std::optional<std::string> givenUp_;
 };
 
 } // namespace velmox

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace velmox {
@@ -29,6 +30,17 @@ Terminal openTerminal()
 int openForReading(const std::string &path)
 {
     return open(path.c_str(), O_RDONLY | O_CLOEXEC);
+}
+
+bool isSameFile(const std::string &path, const std::string &other)
+{
+    struct stat one = {};
+    struct stat two = {};
+    const auto find = [](const std::string &name, struct stat &out) {
+        return (name == "-" ? fstat(STDIN_FILENO, &out) : stat(name.c_str(), &out)) == 0 &&
+               S_ISREG(out.st_mode);
+    };
+    return find(path, one) && find(other, two) && one.st_dev == two.st_dev && one.st_ino == two.st_ino;
 }
 
 std::FILE *openForWriting(const std::string &path)

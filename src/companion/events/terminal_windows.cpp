@@ -1,4 +1,5 @@
 #include "companion/events/terminal.h"
+#include "util/system/owned_handle.h"
 #include "util/system/windows_api.h"
 #include "util/text/wide_str.h"
 
@@ -17,7 +18,30 @@ void restoreCodePage()
     SetConsoleOutputCP(formerCodePage);
 }
 
+/// False for what is no file on a disk.
+bool identify(const std::string &path, BY_HANDLE_FILE_INFORMATION &out)
+{
+    if (path == "-") {
+        const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+        return GetFileType(input) == FILE_TYPE_DISK && GetFileInformationByHandle(input, &out) != FALSE;
+    }
+    const FileHandle file(CreateFileW(asWide(WideStr::fromUtf8(path)), 0,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    return file.isValid() && GetFileType(file.get()) == FILE_TYPE_DISK &&
+           GetFileInformationByHandle(file.get(), &out) != FALSE;
+}
+
 } // namespace
+
+bool isSameFile(const std::string &path, const std::string &other)
+{
+    BY_HANDLE_FILE_INFORMATION one = {};
+    BY_HANDLE_FILE_INFORMATION two = {};
+    return identify(path, one) && identify(other, two) &&
+           one.dwVolumeSerialNumber == two.dwVolumeSerialNumber && one.nFileIndexHigh == two.nFileIndexHigh &&
+           one.nFileIndexLow == two.nFileIndexLow;
+}
 
 Terminal openTerminal()
 {

@@ -1,4 +1,193 @@
-#include "companion/program/events_program.h"
+#include "companion/events/baseline.h"
+#include "companion/events/event_json.h"
+#include "companion/events/event_table.h"
+#include "companion/events/terminal.h"
+#include "companion/program/event_input.h"
+#include "companion/program/events_command_line.h"
+#include "companion/report/event_report.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+namespace velmox {
+
+namespace {
+
+constexpr int kDamaged = 1;
+constexpr int kDifferent = 1;
+constexpr int kUnreadable = 2;
+constexpr int kUsage = 2;
+
+/// Writes out what gathered, and empties it.
+void flush(std::string &text)
+{
+    const bool isWritten = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    if (!isWritten || std::fflush(stdout) != 0) {
+        throw std::runtime_error(std::string("standard output: ") + std::strerror(errno));
+    }
+    text.clear();
+}
+
+int readAll(EventInput &input, const std::vector<std::string> &files)
+{
+    int exitCode = 0;
+    for (const std::string &file : files) {
+        exitCode = input.read(file) ? exitCode : kDamaged;
+    }
+    return input.hasGivenUp() ? kDamaged : exitCode;
+}
+
+int printTable(EventsCommandLine &line, TableStyle style)
+{
+    std::string out;
+    EventTable table(style);
+    table.appendHeader(out);
+    EventInput input(
+        line.filter,
+        [&](const StreamEvent &event, const EventFields &fields) { table.append(event, fields, out); },
+        [&] { flush(out); });
+    return readAll(input, line.files);
+}
+
+int printJson(EventsCommandLine &line)
+{
+    std::string out;
+    EventJson json;
+    EventInput input(
+        line.filter, [&](const StreamEvent &, const EventFields &fields) { json.append(fields, out); },
+        [&] { flush(out); });
+    return readAll(input, line.files);
+}
+
+/// False when the input is damaged, or holds no baseline: nothing can be said then of what is not in it.
+bool readBaseline(EventsCommandLine &line, const std::string &file, Baseline &baseline)
+{
+    EventInput input(
+        line.filter, [&](const StreamEvent &event, const EventFields &) { baseline.add(event, true); }, [] {},
+        [&](const StreamEvent &event, const EventFields &) { baseline.add(event, false); });
+    if (!input.read(file)) {
+        return false;
+    }
+    if (baseline.empty()) {
+        complain(file + ": no baseline in it");
+    }
+    return !baseline.empty();
+}
+
+/// Whole stanzas that read as added or removed may just not have been due.
+void tellOfStanzas(const EventsCommandLine &line, const Baseline &oldOne, const Baseline &newOne)
+{
+    const auto tell = [](const Baseline &baseline, const std::string &file, const Baseline &other,
+                         const std::string &otherFile) {
+        baseline.compareStanzas(other, [&](const std::string &stanza) {
+            complain(otherFile + ": no baseline of the stanza \"" + stanza + "\", which " + file + " has");
+        });
+    };
+    tell(oldOne, line.files[0], newOne, line.files[1]);
+    tell(newOne, line.files[1], oldOne, line.files[0]);
+}
+
+int printDifferences(EventsCommandLine &line, TableStyle style)
+{
+    Baseline oldOne;
+    Baseline newOne;
+    const bool isOldSound = readBaseline(line, line.files[0], oldOne);
+    const bool isNewSound = readBaseline(line, line.files[1], newOne);
+    if (!isOldSound || !isNewSound) {
+        return kUnreadable;
+    }
+    tellOfStanzas(line, oldOne, newOne);
+    std::string out;
+    int exitCode = 0;
+    Baseline::compare(oldOne, newOne, [&](const BaselineDifference &difference) {
+        exitCode = kDifferent;
+        if (line.isJson) {
+            appendDifferenceJson(difference, out);
+        } else {
+            appendDifferenceRow(difference, style, out);
+        }
+    });
+    flush(out);
+    return exitCode;
+}
+
+/// The command's output is no input of it, and no other file than an earlier page.
+bool mayWriteReport(const EventsCommandLine &line)
+{
+    for (const std::string &file : line.files) {
+        if (isSameFile(line.output, file)) {
+            complain(line.output + ": the page would replace this input; the first file is the page");
+            return false;
+        }
+    }
+    if (isSameFile(line.output, line.output) &&
+        !EventReport::isPage(readBeginning(line.output, EventReport::kPageStart.size()))) {
+        complain(line.output + ": this file is no page, and is left as it is; the first file is the page");
+        return false;
+    }
+    return true;
+}
+
+int writeReport(EventsCommandLine &line)
+{
+    if (!mayWriteReport(line)) {
+        return kUsage;
+    }
+    EventReport report;
+    EventInput input(line.filter,
+                     [&](const StreamEvent &event, const EventFields &fields) { report.add(event, fields); });
+    const int exitCode = readAll(input, line.files);
+    const std::string page = report.page();
+    std::FILE *const file = openForWriting(line.output);
+    const bool isWritten = file != nullptr && std::fwrite(page.data(), 1, page.size(), file) == page.size();
+    if (file == nullptr || std::fclose(file) != 0 || !isWritten) {
+        throw std::runtime_error(line.output + ": " + std::strerror(errno));
+    }
+    return exitCode;
+}
+
+int run(EventsCommandLine &line, TableStyle style)
+{
+    switch (line.command) {
+    case EventsCommand::Table:
+        return printTable(line, style);
+    case EventsCommand::Json:
+        return printJson(line);
+    case EventsCommand::Diff:
+        return printDifferences(line, style);
+    case EventsCommand::Report:
+        return writeReport(line);
+    case EventsCommand::Help:
+        std::fputs(kEventsUsage, stdout);
+        return 0;
+    }
+    return kUsage;
+}
+
+/// Does what the words behind the program's name say, and returns the exit code.
+int runEvents(const std::vector<std::string> &words)
+{
+    const Terminal terminal = openTerminal();
+    EventsCommandLine line;
+    try {
+        line = readEventsCommandLine(words, terminal.width != 0);
+    } catch (const std::invalid_argument &exception) {
+        complain(std::string(exception.what()) + "\n" + kEventsUsage);
+        return kUsage;
+    }
+    try {
+        return run(line, {terminal.width, terminal.hasColours});
+    } catch (const std::exception &exception) {
+        complain(exception.what());
+        return line.command == EventsCommand::Diff ? kUnreadable : kDamaged;
+    }
+}
+
+} // namespace
+
+} // namespace velmox
 
 #ifdef _WIN32
 

@@ -1,10 +1,20 @@
 #pragma once
 
-#include "companion/stream/stream_event.h"
-
 #include <memory>
+#include <string>
+#include <string_view>
 
 namespace velmox {
+
+/// The parts of an `<event>` that count, with references resolved. What is not there is empty.
+struct EventElements
+{
+    std::string stanza;
+    std::string time;
+    std::string data;
+    std::string host;
+    std::string index;
+};
 
 /// Reads single events of XML. They go one after another into one document that never ends, as making a
 /// parser costs more than an event; after an event that is wrong a new document begins.

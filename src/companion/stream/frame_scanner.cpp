@@ -12,6 +12,11 @@ constexpr std::string_view kEventStart = "<event";
 constexpr std::string_view kEventEnd = "</event>";
 constexpr std::string_view kBlanks = " \t\r\n";
 
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr std::string_view kDeclaration = "<?xml";
+constexpr std::string_view kDeclarationEnd = "?>";
+constexpr std::size_t kLongestDeclaration = 256;
+
 enum class Tag
 {
     None,
@@ -62,6 +67,44 @@ Tag tagAt(std::string_view bytes)
     return found;
 }
 
+/// Length of what tools put in front of a stream and the monitor does not: the byte-order mark of UTF-8, the
+/// declaration of XML. 0 without one; nothing while the bytes end within what may become one.
+std::optional<std::size_t> prologueLength(std::string_view bytes)
+{
+    for (const std::string_view start : {kByteOrderMark, kDeclaration}) {
+        if (bytes.size() < start.size() && start.starts_with(bytes)) {
+            return std::nullopt;
+        }
+    }
+    if (bytes.starts_with(kByteOrderMark)) {
+        return kByteOrderMark.size();
+    }
+    if (!bytes.starts_with(kDeclaration)) {
+        return 0;
+    }
+    const std::string_view declaration = bytes.substr(0, kLongestDeclaration);
+    const std::size_t end = declaration.find(kDeclarationEnd);
+    if (declaration.find('<', 1) < end ||
+        (end == std::string_view::npos && bytes.size() >= kLongestDeclaration)) {
+        return 0;
+    }
+    return end == std::string_view::npos ? std::nullopt : std::optional(end + kDeclarationEnd.size());
+}
+
+/// What is wrong with bytes that are neither a tag nor blank, by the first two of them.
+std::string_view strangeBytes(std::string_view bytes)
+{
+    const char first = bytes.front();
+    const char second = bytes.size() > 1 ? bytes[1] : 'x';
+    const char unit = first == '\0' ? second : first;
+    const bool hasMark = bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF");
+    const bool isUnit =
+        (first == '\0') != (second == '\0') && (unit == '<' || kBlanks.find(unit) != kBlanks.npos);
+    return hasMark || isUnit
+               ? "these bytes are UTF-16, as the > of PowerShell writes it; let cmd.exe redirect the stream"
+               : "these bytes are no event";
+}
+
 } // namespace
 
 void FrameScanner::feed(std::string_view bytes)
@@ -91,8 +134,14 @@ std::optional<FrameScanner::Piece> FrameScanner::next()
     while (true) {
         at_ = std::min(buffer_.find_first_not_of(kBlanks, at_), buffer_.size());
         const Tag tag = tagAt(rest());
-        if (rest().empty() || (tag == Tag::Undecided && !ended_)) {
+        const std::optional<std::size_t> prologue = prologueLength(rest());
+        const bool isDecided = tag != Tag::Undecided && prologue && rest().size() > 1;
+        if (rest().empty() || (!isDecided && !ended_)) {
             return std::nullopt;
+        }
+        if (prologue.value_or(0) > 0) {
+            at_ += *prologue;
+            continue;
         }
         if (tag == Tag::EventStart) {
             inDamage_ = false;
@@ -109,7 +158,7 @@ std::optional<FrameScanner::Piece> FrameScanner::next()
         const std::size_t length = std::min(rest().find('<', 1), rest().size());
         if (!inDamage_) {
             inDamage_ = true;
-            return damage(length, "these bytes are no event");
+            return damage(length, strangeBytes(rest()));
         }
         at_ += length;
     }

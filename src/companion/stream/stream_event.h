@@ -6,17 +6,7 @@
 
 namespace velmox {
 
-/// The parts of an `<event>` that count, with references resolved. What is not there is empty.
-struct EventElements
-{
-    std::string stanza;
-    std::string time;
-    std::string data;
-    std::string host;
-    std::string index;
-};
-
-/// One registry event as its stream tells it. The texts are valid UTF-8, and hold until the reader goes on;
+/// One event as its stream tells it. The texts are valid UTF-8, and hold until the reader goes on;
 /// what is not there is empty.
 struct StreamEvent
 {
@@ -29,18 +19,35 @@ struct StreamEvent
     std::string_view time;
     /// What the clock of the watched machine showed: month/day/year hour:minute:second.milliseconds.
     std::string_view localTime;
-    /// As it stands, with the number in parentheses in front. A baseline has none, and neither of the next
-    /// two.
+    /// As it stands, with the number in parentheses in front. Live events on the registry alone have one.
     std::string_view status;
+    /// A baseline has neither of the next two.
     std::string_view pid;
     std::string_view processImage;
     /// `registry_type`, so "baseline" for a baseline.
     std::string_view operation;
+    /// The next two belong to the begin or end of a process; which image the parent's is said to be, the
+    /// monitor does not look up, so that it is not kept.
+    std::string_view parentPid;
+    std::string_view user;
+    /// Of an image that was mapped into a process.
+    std::string_view imagePath;
+    /// This and what follows belong to the registry.
     std::string_view keyPath;
     std::string_view dataType;
     std::string_view data;
 
     bool isBaseline() const { return operation == "baseline"; }
+    /// Else it is one of a process. Each event on the registry has a type.
+    bool isOnRegistry() const { return !dataType.empty(); }
 };
+
+/// Reads the text of `<data>`, and sets of `event` what it tells. False where it is not built as the monitor
+/// builds it; `event` then is of no meaning.
+///
+/// No quote is escaped within a field. The fields have an order, so that each is read up to the whole of what
+/// separates it from the next. The name of a key and the data of a value may hold such separators themselves:
+/// the first place where one stands, with a type and data behind it that fit each other, ends the key.
+bool readEventData(std::string_view data, StreamEvent &event);
 
 } // namespace velmox

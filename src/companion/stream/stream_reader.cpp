@@ -1,7 +1,5 @@
 #include "companion/stream/stream_reader.h"
 
-#include "companion/stream/event_data.h"
-
 namespace velmox {
 
 void StreamReader::feed(std::string_view bytes)
@@ -46,7 +44,7 @@ void StreamReader::readEvent(const FrameScanner::Piece &piece)
     event.host = elements_.host;
     event.time = elements_.time;
     if (!readEventData(elements_.data, event)) {
-        onDamage_(piece.offset, "the data of an event is not that of a registry event");
+        onDamage_(piece.offset, "the data of an event is not as the monitor writes it");
         return;
     }
     onEvent_(event);

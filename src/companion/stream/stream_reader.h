@@ -2,12 +2,13 @@
 
 #include "companion/stream/event_xml.h"
 #include "companion/stream/frame_scanner.h"
+#include "companion/stream/stream_event.h"
 
 #include <functional>
 
 namespace velmox {
 
-/// Reads the registry events of one input while it grows, a stream or several one after another, in memory
+/// Reads the events of one input while it grows, a stream or several one after another, in memory
 /// that is bounded by the length of an event. What is wrong is told, and reading goes on behind it.
 class StreamReader
 {

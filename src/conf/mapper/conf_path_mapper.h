@@ -18,6 +18,7 @@ public:
     bool flush() override;
     bool reload(const Str &type) override;
     FileChangeAnswer onFileChange(WatchedFileState &state) override;
+    Pathname confFile(const Str &type) const override { return fileOf(type); }
 
 private:
     /// The image in which a type is edited. It lives from the first change to the flush.

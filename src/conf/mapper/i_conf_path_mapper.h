@@ -111,6 +111,8 @@ public:
     /// Whether the type changed since `state`, which is brought up to date.
     virtual bool hasChangedSince(const Str &type, ConfTypeState &state) = 0;
     virtual Str describe() const = 0;
+    /// The file of a type, whether it exists or not; empty for a mapper of other files than `.conf` files.
+    virtual Pathname confFile(const Str &) const { return {}; }
 };
 
 } // namespace velmox

@@ -1,9 +1,7 @@
-#include "companion/events/cell_text.h"
-#include "companion/events/difference_text.h"
+#include "companion/events/baseline.h"
 #include "companion/events/event_filter.h"
 #include "companion/events/event_json.h"
 #include "companion/events/event_table.h"
-#include "companion/events/events_command_line.h"
 #include "tests/companion/stream/event_samples.h"
 
 #include <stdexcept>
@@ -95,6 +93,32 @@ TEST(EventFields, KnowTheHivesInBothForms)
     EXPECT_EQ(split("HKLMX\\v"), "|HKLMX|v");
 }
 
+TEST(EventFields, TellOfProcesses)
+{
+    const std::string start = R"({"@timestamp":"2026-11-21T06:51:16.514Z","ecs":{"version":"8.11.0"},)"
+                              R"("event":{"kind":"event","category":["process"],"type":[")";
+    const std::string end = R"("labels":{"stanza":"s","index":"i"}})"
+                            "\n";
+    const std::string parent = "parent_pid=4\nparent_process_image=\"c:\\x\"\npid=252\nprocess_image=\"";
+    EXPECT_EQ(json(processData(parent + "N/A\"\nregistry_type=\"ProcessCreated\"\nuser=\"D\\me \"you\"\"")),
+              start + R"(start"],"action":"ProcessCreated"},"process":{"pid":252,"parent":{"pid":4}},)" +
+                  R"("user":{"name":"D\\me \"you\""},)" + end);
+    EXPECT_EQ(json(processData(parent + "c:\\a.exe\"\nregistry_type=\"ProcessExited\"")),
+              start + R"(end"],"action":"ProcessExited"},"process":{"pid":252,)" +
+                  R"("executable":"c:\\a.exe","name":"a.exe","parent":{"pid":4}},)" + end);
+    const std::string image =
+        processData("pid=252\nprocess_image=\"c:\\a.exe\"\nimage_path=\"c:\\b.dll...\"\n"
+                    "registry_type=\"ProcessImage\"");
+    EXPECT_EQ(json(image), start + R"(info"],"action":"ProcessImage"},"process":{"pid":252,)" +
+                               R"("executable":"c:\\a.exe","name":"a.exe"},)" +
+                               R"("dll":{"path":"c:\\b.dll...","name":"b.dll..."},)" + end);
+    StreamEvent event;
+    for (const std::string &wrong : {parent + "a\"\nregistry_type=\"ProcessCreated\"",
+                                     parent + "a\"\nregistry_type=\"ProcessGone\"", image.substr(24) + "x"}) {
+        EXPECT_FALSE(readEventData(processData(wrong), event)) << wrong;
+    }
+}
+
 TEST(EventFields, LeaveOutWhatAnEventDoesNotTell)
 {
     std::string data = liveData("k", "REG_QWORD", "0xffffffffffffffff(-1)");
@@ -136,6 +160,22 @@ TEST(EventFilter, SearchesWithoutCaseAndWantsAll)
     for (const char *wrong : {"registry.path", "path=x", "registry.path=("}) {
         EXPECT_THROW(EventFilter().add(wrong), std::invalid_argument) << wrong;
     }
+}
+
+TEST(EventFilter, KeepsAnEventWhereThePatternTakesTooManySteps)
+{
+    const std::string condition = "registry.key=^((a+)+)+$";
+    EventFilter filter;
+    filter.add(condition);
+    withEvent(eventOf(liveData("HKLM\\" + std::string(60, 'a') + "!\\v", "REG_NONE", "")),
+              [&](const StreamEvent &event) {
+                  EventFields fields;
+                  fields.read(event);
+                  EXPECT_TRUE(filter.accepts(fields));
+                  EXPECT_EQ(filter.takeGivenUp(), condition);
+                  EXPECT_TRUE(filter.accepts(fields));
+                  EXPECT_EQ(filter.takeGivenUp(), std::nullopt) << "told once";
+              });
 }
 
 std::string table(const std::string &data, TableStyle style)
@@ -182,10 +222,7 @@ TEST(CellText, CountsColumnsAndShowsNoControls)
 void addAll(Baseline &baseline, const std::string &bytes)
 {
     StreamReader reader(
-        [&](const StreamEvent &event) {
-            baseline.beginStream(event);
-            baseline.add(event);
-        },
+        [&](const StreamEvent &event) { baseline.add(event, !event.keyPath.ends_with("unwanted")); },
         [](std::uint64_t, std::string_view what) { ADD_FAILURE() << what; });
     reader.feed(bytes);
     reader.finish();
@@ -222,26 +259,43 @@ TEST(Baseline, ComparesTheLastOneOfEachInput)
                       "added\tHKLM\\d\t\tREG_SZ n\n");
 }
 
-TEST(EventsCommandLine, ReadsCommandsOptionsAndFiles)
+/// The differences of two inputs, as rows.
+std::string differences(const std::string &oldBytes, const std::string &newBytes)
 {
-    EXPECT_EQ(readEventsCommandLine({}, true).command, EventsCommand::Table);
-    EXPECT_EQ(readEventsCommandLine({"file"}, false).command, EventsCommand::Json);
-    EXPECT_THAT(readEventsCommandLine({"json"}, true).files, ::testing::ElementsAre("-"));
-    const EventsCommandLine report =
-        readEventsCommandLine({"report", "--where=event.kind=x", "out", "--", "-in"}, true);
-    EXPECT_EQ(report.output, "out");
-    EXPECT_THAT(report.files, ::testing::ElementsAre("-in"));
-    EXPECT_TRUE(readEventsCommandLine({"diff", "a", "--json", "b"}, true).isJson);
-    const std::vector<std::vector<std::string>> wrongs = {{"diff", "a"},
-                                                          {"report"},
-                                                          {"--json"},
-                                                          {"--where"},
-                                                          {"--where", "x"},
-                                                          {"table", "-x"},
-                                                          {"--wherever=event.kind=x"}};
-    for (const std::vector<std::string> &wrong : wrongs) {
-        EXPECT_THROW(readEventsCommandLine(wrong, true), std::invalid_argument) << wrong.front();
-    }
+    Baseline oldOne;
+    Baseline newOne;
+    addAll(oldOne, oldBytes);
+    addAll(newOne, newBytes);
+    std::string rows;
+    oldOne.compareStanzas(newOne, [&](const std::string &name) { rows += "only old: " + name + "\n"; });
+    Baseline::compare(oldOne, newOne, [&](const BaselineDifference &difference) {
+        appendDifferenceRow(difference, {}, rows);
+    });
+    return rows;
+}
+
+std::string valueOf(const std::string &stanza, const std::string &path, const std::string &data = "x")
+{
+    std::string event = eventOf(baselineData(path, "REG_SZ", data));
+    return event.replace(event.find("\"s\""), 3, '"' + stanza + '"');
+}
+
+TEST(Baseline, IsTheLastOneOfEachStanza)
+{
+    const std::string first = "<stream>" + valueOf("a", "HKLM\\a") + valueOf("a", "HKLM\\gone") +
+                              valueOf("b", "HKLM\\b") + "</stream>";
+    const std::string onlyA = "<stream>" + valueOf("a", "HKLM\\A") + "</stream>";
+    EXPECT_EQ(differences(first, first + onlyA), "removed\tHKLM\\gone\tREG_SZ x\t\n");
+    EXPECT_EQ(differences(first + onlyA, first), "added\tHKLM\\gone\t\tREG_SZ x\n");
+    EXPECT_EQ(differences(first, onlyA),
+              "only old: b\nremoved\tHKLM\\b\tREG_SZ x\t\nremoved\tHKLM\\gone\tREG_SZ x\t\n");
+}
+
+TEST(Baseline, ComparesWhatIsSelectedOnEitherSide)
+{
+    EXPECT_EQ(differences(valueOf("a", "HKLM\\unwanted", "1"), valueOf("a", "HKLM\\unwanted", "2")), "");
+    EXPECT_EQ(differences(valueOf("a", "HKLM\\Unwanted", "1"), valueOf("a", "HKLM\\unwanted", "2")),
+              "changed\tHKLM\\unwanted\tREG_SZ 1\tREG_SZ 2\n");
 }
 
 } // namespace

@@ -31,7 +31,9 @@ def small_stream():
     for at in range(300):
         operation = "SetValue" if at % 3 else "DeleteKey"
         image = "c:\\windows\\one.exe" if at % 5 else "c:\\other\\two<b>.exe"
-        yield event(1795243876 + at, operation, image, f"HKLM\\Software\\Branch{at % 4}\\V{at}", f"text {at}")
+        # One of them as a baseline spells its key.
+        root = "HKLM\\Software\\Branch" if at != 4 else "\\REGISTRY\\MACHINE\\SOFTWARE\\BRANCH"
+        yield event(1795243876 + at, operation, image, f"{root}{at % 4}\\V{at}", f"text {at}")
     yield event(1795243876, "CreateKey", EVIL, f"HKCU\\{EVIL}\\v", EVIL)
     yield "</stream>\n"
 

@@ -29,6 +29,12 @@ inline std::string eventOf(const std::string &data)
            "</data>\n<index>i</index>\n</event>\n";
 }
 
+/// The lines of an event on a process, behind its time.
+inline std::string processData(const std::string &lines)
+{
+    return "11/21/2026 06:51:16.514\n" + lines;
+}
+
 /// The key paths of the events in `bytes`, and the damage with its offsets, in the order in which they come.
 inline std::vector<std::string> read(const std::string &bytes)
 {

@@ -1,4 +1,4 @@
-#include "companion/stream/event_data.h"
+#include "companion/stream/stream_event.h"
 #include "tests/companion/stream/event_samples.h"
 
 namespace velmox {
@@ -40,7 +40,28 @@ TEST(StreamReader, TellsWhatIsNoStreamAndGoesOnBehindIt)
                 ElementsAre("0 a", "at " + at + ": an event is not well-formed XML", "0 a"));
     EXPECT_THAT(
         read(good + eventOf("hello") + good),
-        ElementsAre("0 a", "at " + at + ": the data of an event is not that of a registry event", "0 a"));
+        ElementsAre("0 a", "at " + at + ": the data of an event is not as the monitor writes it", "0 a"));
+}
+
+TEST(StreamReader, PassesOverWhatToolsPutInFrontAndExplainsUtf16)
+{
+    const std::string mark = "\xEF\xBB\xBF";
+    const std::string declaration = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n";
+    const std::string stream = mark + declaration + "<stream>\n" + event("a") + "</stream>\n";
+    EXPECT_THAT(read(stream + stream + mark), ElementsAre("1 a", "2 a"));
+    EXPECT_THAT(read("<?xml <stream>" + event("a")), ElementsAre("at 0: these bytes are no event", "1 a"));
+    EXPECT_THAT(read("<?xml" + std::string(300, ' ') + "?>"), ElementsAre("at 0: these bytes are no event"));
+
+    const std::string explained =
+        ": these bytes are UTF-16, as the > of PowerShell writes it; let cmd.exe redirect the stream";
+    std::string wide;
+    for (const char byte : "<stream>\r\n" + event("a")) {
+        wide += {byte, '\0'};
+    }
+    EXPECT_THAT(read("\xFF\xFE" + wide), ElementsAre("at 0" + explained));
+    EXPECT_THAT(read(event("a") + wide),
+                ElementsAre("0 a", "at " + std::to_string(event("a").size()) + explained));
+    EXPECT_THAT(read("\xFE\xFF" + ('\0' + wide)), ElementsAre("at 0" + explained));
 }
 
 TEST(StreamReader, KeepsMemoryBoundedWhateverComes)

@@ -146,32 +146,6 @@ TEST_F(ConfObjectManagerTest, ReadsAFileAgainThatCouldNotBeRead)
     }
     EXPECT_EQ(noticeChange(mapper(), root / kLocal), FileChangeAnswer::Settled);
     EXPECT_EQ(metadataAt("/a"), "{  }, owner: anna");
-    // Metadata that was written and could not be read back is there at the next look.
-    const std::unique_ptr<ConfTypeState> state = mapper().newState();
-    {
-        const FailingCall held("CreateFileW", -1, ERROR_SHARING_VIOLATION, 2);
-        write("/a", owned("bert"));
-        EXPECT_EQ(held.failed(), 1);
-    }
-    EXPECT_EQ(metadataAt("/a"), "{  }, owner: bert");
-    EXPECT_TRUE(mapper().hasChangedSince("a", *state));
-}
-
-TEST_F(ConfObjectManagerTest, KeepsChangesInMemoryWhenNothingMayBeWritten)
-{
-    root.write(kLocal, "[a]\nowner = anna\n");
-    const ScopedInitSettings scoped(ScopedInitSettings::inMemoryOnly());
-    write("/a", owned("bert"));
-    write("/a", owned("bert"));
-    write("/b", owned("chris"));
-    EXPECT_TRUE(mapper().writeData(at("/b/x"), "value"));
-    EXPECT_TRUE(mapper().remove(at("/a")));
-    EXPECT_EQ(metadataAt("/a"), "{  }, owner: bert");
-    EXPECT_TRUE(mapper().flush());
-    EXPECT_EQ(metadataAt("/a"), "Does not exist: /nobody/search/a");
-    EXPECT_EQ(metadataAt("/b"), "{  }, owner: chris");
-    EXPECT_EQ(at("/b/x").readData(), "value");
-    EXPECT_EQ(root.read(kLocal), "[a]\nowner = anna\n");
 }
 
 TEST_F(ConfObjectManagerTest, FollowsNoticesOfChanges)
@@ -208,11 +182,6 @@ TEST_F(ConfObjectManagerTest, FollowsNoticesOfChanges)
     EXPECT_TRUE(notice(kLocal, FileChangeAnswer::Settled).contains(": Detected deletion: ROOT/apps"));
     EXPECT_EQ(typesChanged(), std::pair(true, true));
     root.write(kLocal, "[]\nowner = anna\n");
-    EXPECT_EQ(metadataAt(""), "Does not exist: /nobody/search");
-    {
-        const FailingCall held("CreateFileW", -1, ERROR_SHARING_VIOLATION);
-        notice(kLocal, FileChangeAnswer::Unsettled);
-    }
     EXPECT_TRUE(manager.reload("a"));
     EXPECT_EQ(metadataAt(""), "{  }, owner: anna");
     EXPECT_EQ(typesChanged(), std::pair(true, true));
@@ -248,10 +217,8 @@ TEST_F(ConfObjectManagerTest, TellsOthersWhatMattersToThem)
     metadata.setImports({"other"});
     const ConfLog log(root);
     write("", metadata);
-    EXPECT_TRUE(log.text().contains(Str("INFO ConfObjectManagerDB: ROOT/")
-                                    << kLocal << ": Detected change to app-level metadata: {  } -> "
-                                    << "{  }, imports: { other }\n"))
-        << log.text().c_str();
+    EXPECT_TRUE(
+        log.text().contains("Detected change to app-level metadata: {  } -> {  }, imports: { other }"));
     EXPECT_TRUE(importsOther());
     EXPECT_TRUE(seen());
     EXPECT_EQ(ConfLock::orderViolations(), violations);
@@ -279,12 +246,6 @@ TEST_F(ConfObjectManagerTest, FiltersOutWhatIsGone)
     root.write(kLocal, kept);
     ASSERT_TRUE(mapper().filter(target.path(), isThere, copy));
     EXPECT_EQ(FileStatus::of(copy), FileStatus::of(root / kLocal));
-    // A failure leaves nothing behind.
-    {
-        const FailingCall full("fflush", -1, ERROR_DISK_FULL);
-        EXPECT_FALSE(mapper().filter(target.path(), isThere, copy));
-    }
-    EXPECT_EQ(target.count(), 2u);
 }
 
 } // namespace

@@ -75,6 +75,50 @@ TEST(ConfChangeWatcher, BringsChangesToTheMapper)
     EXPECT_EQ(value("inputs") << value("late"), "none4");
 }
 
+/// Another program changes a file, under the eyes of the watcher, while readers read and a writer writes.
+/// What it writes is not watched: the look whether a file is being written keeps writers out at that moment.
+TEST(ConfChangeWatcher, LeavesEachReadOfOneStateBesideReadersAndWriters)
+{
+    const CapturedLog quiet;
+    const unsigned violations = ConfLock::orderViolations();
+    const ConfRoot root;
+    root.write("apps/a/default/t.conf", "[s]\nk = 0\nl = 0\n");
+    root.write("system/default/server.conf", "[pooling]\npoll.blacklist.w = ...w.conf*\n");
+    root.makeFolder("apps/a/local");
+    SetClock clock;
+    ConfChangeWatcher watcher(root.shared().mappers(), clock);
+    // From here on the watcher's thread alone reads the file, which is not replaced in one step.
+    EXPECT_EQ(root.stanzas("t").at("s").get("k"), "0");
+    std::atomic<bool> isDone = false;
+    const auto reader = [&](const char *app, const char *user) {
+        while (!isDone) {
+            const PropertiesMap stanza = root.stanzas("t", app, user).at("s");
+            EXPECT_EQ(stanza.get("k"), stanza.get("l"));
+        }
+    };
+    {
+        std::vector<std::jthread> threads;
+        threads.emplace_back(reader, "", "");
+        threads.emplace_back(reader, "a", "u");
+        threads.emplace_back([&] {
+            for (int round = 1; !isDone; ++round) {
+                PropertiesMap desired;
+                desired.set("m", Str() << round);
+                root.pages("w", "a").write("a", "s", desired, false);
+            }
+        });
+        for (int round = 1; round <= 20; ++round) {
+            root.write("apps/a/default/t.conf", Str::fromFormat("[s]\nk = %d\nl = %d\n", round, round));
+            clock.now += 30000;
+            watcher.runDue();
+        }
+        isDone = true;
+    }
+    root.shared().pages().invalidateAll();
+    EXPECT_EQ(root.stanzas("t", "a").at("s").get("k"), "20");
+    EXPECT_EQ(ConfLock::orderViolations(), violations);
+}
+
 TEST(ConfChangeWatcher, TellsTheManagerOfApplicationsAfterTheMapperIsFree)
 {
     const ConfRoot root(kBootstrap);

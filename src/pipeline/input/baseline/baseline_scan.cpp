@@ -63,15 +63,10 @@ void logRegexes(const StrVector &regexes)
     }
 }
 
-SYSTEMTIME eventTime(const FILETIME &lastWriteTime)
+Timeval eventTime(const FILETIME &lastWriteTime)
 {
-    SYSTEMTIME time = {};
-    if (lastWriteTime.dwLowDateTime != 0 || lastWriteTime.dwHighDateTime != 0) {
-        FileTimeToSystemTime(&lastWriteTime, &time);
-    } else {
-        GetSystemTime(&time);
-    }
-    return time;
+    const Timeval time = timevalOf(lastWriteTime);
+    return time.isMin() ? Timeval::now() : time;
 }
 
 } // namespace
@@ -135,8 +130,11 @@ bool BaselineScan::establishBaseline()
 
 void BaselineScan::walkFrom(const StartPath &path, RegexFilterList &filters)
 {
-    Str root;
-    const Str rest = resolveRoot(path, root);
+    const ResolvedStart start = resolveRoot(path, hiveNames_);
+    if (start.hive != nullptr) {
+        context_.hive = *start.hive;
+        context_.hive.basePath = WideStr::fromUtf8(start.root);
+    }
     // Nothing to walk from: no root in this path, and none in those before it.
     if (context_.hive.basePath.empty()) {
         return;
@@ -144,37 +142,17 @@ void BaselineScan::walkFrom(const StartPath &path, RegexFilterList &filters)
     context_.scan = this;
     context_.filters = &filters;
     const auto rootKey = reinterpret_cast<HKEY>(context_.hive.rootKey);
-    const WideStr subKey = WideStr::fromUtf8(rest);
+    const WideStr subKey = WideStr::fromUtf8(start.rest);
     const std::uint32_t result =
         WinRegistry().walk(rootKey, subKey.c_str(), nullptr, onValue, &context_, stop_.word());
     // A walk that the stop flag ended counts as done, too: it is not taken up again at the next start.
     if (result == ERROR_SUCCESS) {
-        markDone(root, rest);
+        markDone(start.root, start.rest);
         return;
     }
     SetLastError(result);
     monitorLog.error("%s: Failed to enumerate registry for baselining: hkey='%s' start_point='%s': '%m'",
-                     kFunction, root.c_str(), rest.c_str());
-}
-
-// Moves leading components into `root` as long as they name a registry root, the longest one in the end; what
-// remains is the path below it, in upper case.
-Str BaselineScan::resolveRoot(const StartPath &path, Str &root)
-{
-    Str rest;
-    for (const Str &component : path) {
-        rest += "\\";
-        rest += component;
-        rest = rest.uppered();
-        const auto found = hiveNames_.hiveKeyMap().find(WideStr::fromUtf8(Str::concat(root, rest)));
-        if (found != hiveNames_.hiveKeyMap().end()) {
-            root += rest;
-            context_.hive = found->second;
-            context_.hive.basePath = WideStr::fromUtf8(root);
-            rest.clear();
-        }
-    }
-    return rest;
+                     kFunction, start.root.c_str(), start.rest.c_str());
 }
 
 void BaselineScan::markDone(const Str &root, const Str &rest) const

@@ -7,6 +7,7 @@
 #include "pipeline/input/rules/hive_names.h"
 #include "pipeline/input/rules/monitor_rules.h"
 #include "util/match/string_filters.h"
+#include "util/system/windows_api.h"
 
 // The room `baseline`: what stands in the registry before the driver reports any change, and the small files
 // that remember when it was last told.
@@ -55,7 +56,6 @@ private:
     };
 
     void walkFrom(const StartPath &path, RegexFilterList &filters);
-    Str resolveRoot(const StartPath &path, Str &root);
     void markDone(const Str &root, const Str &rest) const;
 
     static void onValue(const char16_t *path, const char16_t *valueName, DWORD nameLength, DWORD valueType,

@@ -1,7 +1,5 @@
 #include "pipeline/input/baseline/baseline_start_points.h"
 
-#include "pipeline/input/rules/hive_names.h"
-
 #include <algorithm>
 
 namespace velmox {
@@ -56,6 +54,24 @@ std::vector<StartPath> withoutCovered(std::vector<StartPath> paths)
         }
     }
     return paths;
+}
+
+ResolvedStart resolveRoot(const StartPath &path, const HiveNames &hiveNames)
+{
+    ResolvedStart start;
+    for (const Str &component : path) {
+        start.rest += "\\";
+        start.rest += component;
+        start.rest = start.rest.uppered();
+        const auto found =
+            hiveNames.hiveKeyMap().find(WideStr::fromUtf8(Str::concat(start.root, start.rest)));
+        if (found != hiveNames.hiveKeyMap().end()) {
+            start.root += start.rest;
+            start.hive = &found->second;
+            start.rest.clear();
+        }
+    }
+    return start;
 }
 
 } // namespace velmox

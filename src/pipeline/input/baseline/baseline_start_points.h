@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/text/str.h"
+#include "pipeline/input/rules/hive_names.h"
 
 #include <vector>
 
@@ -18,5 +18,18 @@ StartPath literalComponents(const Str &pattern);
 /// The path right behind a dropped one is not held against the same front path, at worst a second walk of a
 /// subtree.
 std::vector<StartPath> withoutCovered(std::vector<StartPath> paths);
+
+/// A start path, split where the registry root that it begins in ends; both parts in upper case.
+struct ResolvedStart
+{
+    Str root;
+    /// With a backslash in front, or empty.
+    Str rest;
+    /// Null when the path begins in no root.
+    const HiveKeyInfo *hive = nullptr;
+};
+
+/// Of several roots, one below the other, the longest counts. `hiveNames` must outlive the result.
+ResolvedStart resolveRoot(const StartPath &path, const HiveNames &hiveNames);
 
 } // namespace velmox

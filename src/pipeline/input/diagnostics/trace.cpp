@@ -1,6 +1,7 @@
 #include "pipeline/input/diagnostics/trace.h"
 
 #include "util/system/last_error_keeper.h"
+#include "util/system/windows_api.h"
 
 #include <evntrace.h>
 #include <wmistr.h>

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "util/system/windows_api.h"
 #include "util/text/str.h"
 
 #include <atomic>

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "util/system/windows_api.h"
-
 #include <atomic>
 #include <cstdint>
 
@@ -16,19 +14,21 @@ class StopFlag
 {
 public:
     /// From any thread.
-    void set() { InterlockedExchange(&value_, 1); }
+    void set() { __atomic_exchange_n(&value_, 1, __ATOMIC_SEQ_CST); }
     bool isSet() const { return value_ != 0; }
     /// For readers that poll the plain word, such as the registry walk.
-    const volatile LONG *word() const { return &value_; }
+    const volatile long *word() const { return &value_; }
 
 private:
-    volatile LONG value_ = 0;
+    volatile long value_ = 0;
 };
 
 // Counts for the worker's line of statistics, over the whole process.
 
 /// Buffers that held at least one byte when they came from the driver: reads, not records, despite the name.
 inline std::atomic<std::int32_t> registry_evt_total{0};
+/// Buffers that came from the driver and were dropped for want of memory.
+inline std::atomic<std::int32_t> registry_reads_dropped{0};
 /// Registry events written to the stream. Process events do not count.
 inline std::atomic<std::int32_t> registry_evt_accepted{0};
 

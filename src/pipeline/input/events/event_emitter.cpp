@@ -1,6 +1,7 @@
 #include "pipeline/input/events/event_emitter.h"
 
-#include "util/time/timeval.h"
+#include "pipeline/input/events/record_clock.h"
+#include "util/time/calendar.h"
 
 namespace velmox {
 
@@ -9,17 +10,18 @@ namespace {
 constexpr char kSource[] = "WinRegistry";
 constexpr CharSet kWhiteSpace("\t\n\v\f\r ");
 
-long long unixSeconds(const SYSTEMTIME &time)
-{
-    FILETIME fileTime = {};
-    SystemTimeToFileTime(&time, &fileTime);
-    return timevalOf(fileTime).toUnixSeconds();
-}
+constexpr std::uint64_t kTicksPerMillisecond = 10'000;
 
-bool isSameSecond(const SYSTEMTIME &a, const SYSTEMTIME &b)
+/// Replaces `out` by date and time up to the point before the milliseconds.
+void formatLocalTime(Timeval local, Str &out)
 {
-    return a.wSecond == b.wSecond && a.wMinute == b.wMinute && a.wHour == b.wHour && a.wDay == b.wDay &&
-           a.wMonth == b.wMonth && a.wYear == b.wYear;
+    const auto seconds = static_cast<std::int64_t>(local.ticks() / Timeval::kTicksPerSecond) -
+                         static_cast<std::int64_t>(Timeval::kUnixEpoch / Timeval::kTicksPerSecond);
+    const std::int64_t days = calendar::floorDivide(seconds, calendar::kSecondsPerDay);
+    const auto ofDay = static_cast<int>(seconds - days * calendar::kSecondsPerDay);
+    const calendar::Date date = calendar::dateOf(days);
+    out.format("%02d/%02d/%d %02d:%02d:%02d.", date.month + 1, date.dayOfMonth, static_cast<int>(date.year),
+               ofDay / 3600, ofDay / 60 % 60, ofDay % 60);
 }
 
 /// Appends a number that is not negative, with zeros in front up to a width.
@@ -38,31 +40,37 @@ void appendPadded(Str &out, unsigned number, std::size_t width)
 
 } // namespace
 
-EventEmitter::EventEmitter(std::function<void(const Str &)> written, std::FILE *out)
-    : eventWriter_(out), written_(std::move(written))
+EventEmitter::EventEmitter(std::function<void(const Str &)> written, std::FILE *out, Machine &machine,
+                           LineEnds lineEnds)
+    : machine_(machine), eventWriter_(out, lineEnds), written_(std::move(written))
 {
     event_.source = kSource;
     event_.sourcetype = kSource;
 }
 
 // Within one second only the milliseconds differ, which the conversion leaves as they are.
-void EventEmitter::setTime(const SYSTEMTIME &time)
+void EventEmitter::setTime(Timeval time)
 {
-    unsigned milliseconds = time.wMilliseconds;
-    if (lastLocalText_.empty() || !isSameSecond(time, lastTime_)) {
-        SYSTEMTIME local = {};
-        const bool isConverted = SystemTimeToTzSpecificLocalTime(nullptr, &time, &local) != FALSE;
-        lastTime_ = isConverted ? time : SYSTEMTIME{};
-        milliseconds = local.wMilliseconds;
-        lastLocalText_.format("%02d/%02d/%d %02d:%02d:%02d.", local.wMonth, local.wDay, local.wYear,
-                              local.wHour, local.wMinute, local.wSecond);
-        event_.time.format("%lld", unixSeconds(time));
+    auto milliseconds = static_cast<unsigned>(time.ticksOfSecond() / kTicksPerMillisecond);
+    const std::uint64_t second = time.ticks() / Timeval::kTicksPerSecond;
+    if (second != lastSecond_) {
+        Timeval local;
+        const bool isDate = static_cast<std::int64_t>(time.ticks()) >= 0;
+        if (isDate && machine_.localTime(time, local)) {
+            lastSecond_ = second;
+            formatLocalTime(local, lastLocalText_);
+        } else {
+            lastSecond_ = kNoSecond;
+            lastLocalText_ = "00/00/0 00:00:00.";
+            milliseconds = 0;
+        }
+        event_.time.format("%lld", isDate ? static_cast<long long>(time.toUnixSeconds()) : 0LL);
     }
     event_.data.assign(lastLocalText_);
     appendPadded(event_.data, milliseconds, 3);
 }
 
-void EventEmitter::emitEvent(const Str &text, const Str &index, const Str &stanza, const SYSTEMTIME &time)
+void EventEmitter::emitEvent(const Str &text, const Str &index, const Str &stanza, Timeval time)
 {
     event_.stanza = stanza;
     event_.index = index;

@@ -13,7 +13,7 @@ namespace {
 // 256 process numbers; a machine with more is left to the image records.
 constexpr DWORD kIdBytes = 1024;
 
-bool enumerateSnapshot(ProcessImageTable &table)
+bool enumerateSnapshot(const ProcessSeen &seen)
 {
     const FileHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     PROCESSENTRY32W process = {};
@@ -24,12 +24,12 @@ bool enumerateSnapshot(ProcessImageTable &table)
     do {
         char16_t image[kImageUnits];
         const bool known = queryProcessImage(process.th32ProcessID, image);
-        table.add(process.th32ProcessID, known ? image : asUtf16(process.szExeFile));
+        seen(process.th32ProcessID, known ? image : asUtf16(process.szExeFile));
     } while (Process32NextW(snapshot.get(), &process));
     return true;
 }
 
-void enumerateIds(ProcessImageTable &table)
+void enumerateIds(const ProcessSeen &seen)
 {
     const LocalMemory memory(LocalAlloc(LMEM_FIXED, kIdBytes));
     if (!memory.isValid()) {
@@ -46,7 +46,7 @@ void enumerateIds(ProcessImageTable &table)
     for (DWORD at = 0; at < bytes / sizeof *ids; ++at) {
         char16_t image[kImageUnits];
         if (queryProcessImage(ids[at], image)) {
-            table.add(ids[at], image);
+            seen(ids[at], image);
         }
     }
 }
@@ -60,10 +60,10 @@ bool queryProcessImage(std::uint32_t pid, char16_t *out)
            GetProcessImageFileNameW(process.get(), reinterpret_cast<wchar_t *>(out), kImageUnits) != 0;
 }
 
-void enumerateProcesses(ProcessImageTable &table)
+void enumerateProcesses(const ProcessSeen &seen)
 {
-    if (!enumerateSnapshot(table)) {
-        enumerateIds(table);
+    if (!enumerateSnapshot(seen)) {
+        enumerateIds(seen);
     }
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
-#include "pipeline/input/events/process_image_table.h"
+#include "pipeline/input/events/machine.h"
+
+#include <functional>
 
 namespace velmox {
 
@@ -8,8 +10,11 @@ namespace velmox {
 /// cannot be opened or asked.
 bool queryProcessImage(std::uint32_t pid, char16_t *out);
 
-/// Enters every running process into the table: with its image path, or its bare file name where the path
-/// cannot be had. A failure of every way to list processes is logged.
-void enumerateProcesses(ProcessImageTable &table);
+/// Told of a running process and its image.
+using ProcessSeen = std::function<void(std::uint32_t pid, const char16_t *image)>;
+
+/// Tells of every running process: with its image path, or its bare file name where the path cannot be had. A
+/// failure of every way to list processes is logged.
+void enumerateProcesses(const ProcessSeen &seen);
 
 } // namespace velmox

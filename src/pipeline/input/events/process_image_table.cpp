@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <mutex>
+#include <cstdlib>
 #include <new>
 #include <string_view>
 
@@ -10,7 +10,7 @@ namespace velmox {
 
 namespace {
 
-constexpr DWORD kRetentionMilliseconds = 5000;
+constexpr std::uint32_t kRetentionMilliseconds = 5000;
 
 void copyImage(std::u16string_view image, char16_t *out, int units)
 {
@@ -31,10 +31,10 @@ ProcessImageTable &ProcessImageTable::instance()
     return table;
 }
 
-void ProcessImageTable::init()
+void ProcessImageTable::init(Machine &machine)
 {
     retired_.clear();
-    lock_.emplace();
+    machine_ = &machine;
 }
 
 void ProcessImageTable::destroy()
@@ -46,7 +46,7 @@ void ProcessImageTable::destroy()
     processes_.clear();
     ++version_;
     retired_.clear();
-    lock_.reset();
+    machine_ = nullptr;
 }
 
 void ProcessImageTable::add(std::uint32_t pid, const char16_t *image)
@@ -57,13 +57,13 @@ void ProcessImageTable::add(std::uint32_t pid, const char16_t *image)
     }
     Entry *expired = nullptr;
     {
-        const std::lock_guard guard(*lock_);
+        const std::lock_guard guard(lock_);
         try {
             Process &process = processes_[pid];
             entry->next = process.live;
             process.live = entry;
         } catch (const std::bad_alloc &) {
-            LocalFree(entry);
+            std::free(entry);
             return;
         }
         expired = takeExpired();
@@ -76,7 +76,7 @@ void ProcessImageTable::add(std::uint32_t pid, const char16_t *image)
 bool ProcessImageTable::lookup(std::uint32_t pid, char16_t *out, int units)
 {
     copyImage(kUnknownImage, out, units);
-    const std::lock_guard guard(*lock_);
+    const std::lock_guard guard(lock_);
     const Entry *entry = find(pid);
     if (entry != nullptr) {
         copyImage(entry->image, out, units);
@@ -87,7 +87,7 @@ bool ProcessImageTable::lookup(std::uint32_t pid, char16_t *out, int units)
 
 void ProcessImageTable::retire(std::uint32_t pid, char16_t *out, int units)
 {
-    const std::lock_guard guard(*lock_);
+    const std::lock_guard guard(lock_);
     ++counters_.removed;
     const auto found = processes_.find(pid);
     if (found == processes_.end() || found->second.live == nullptr) {
@@ -96,7 +96,7 @@ void ProcessImageTable::retire(std::uint32_t pid, char16_t *out, int units)
     // One that it shadowed stays.
     Process &process = found->second;
     Entry *entry = process.live;
-    retired_.emplace(GetTickCount() + kRetentionMilliseconds, entry);
+    retired_.emplace(machine_->tickCount() + kRetentionMilliseconds, entry);
     process.live = entry->next;
     copyImage(entry->image, out, units);
     entry->next = nullptr;
@@ -112,7 +112,7 @@ ProcessImageTable::Entry *ProcessImageTable::makeEntry(std::uint32_t pid, const 
 {
     const std::u16string_view text(image);
     const std::size_t bytes = offsetof(Entry, image) + (text.size() + 1) * sizeof(char16_t);
-    auto *entry = static_cast<Entry *>(LocalAlloc(LMEM_FIXED, bytes));
+    auto *entry = static_cast<Entry *>(std::malloc(bytes));
     if (entry != nullptr) {
         entry->pid = pid;
         std::copy_n(text.data(), text.size() + 1, entry->image);
@@ -124,7 +124,7 @@ void ProcessImageTable::freeChain(Entry *first)
 {
     while (first != nullptr) {
         Entry *next = first->next;
-        LocalFree(first);
+        std::free(first);
         first = next;
     }
 }
@@ -154,7 +154,7 @@ void ProcessImageTable::unlinkRetired(const Entry *entry)
 // Every expired entry as a chain for the caller to free outside the lock.
 ProcessImageTable::Entry *ProcessImageTable::takeExpired()
 {
-    const auto end = retired_.lower_bound(GetTickCount());
+    const auto end = retired_.lower_bound(machine_->tickCount());
     Entry *expired = nullptr;
     for (auto at = retired_.begin(); at != end; ++at) {
         unlinkRetired(at->second);

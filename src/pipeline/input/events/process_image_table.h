@@ -1,17 +1,14 @@
 #pragma once
 
-#include "util/thread/locks.h"
+#include "pipeline/input/events/machine.h"
 
 #include <atomic>
 #include <cstdint>
 #include <map>
-#include <optional>
+#include <mutex>
 #include <unordered_map>
 
 namespace velmox {
-
-/// Room for an image path, in 16-bit units, in every buffer that the table's users pass.
-inline constexpr int kImageUnits = 260;
 
 /// What stands for the image of an unknown process.
 inline constexpr char16_t kUnknownImage[] = u"N/A";
@@ -30,7 +27,8 @@ public:
     ProcessImageTable(const ProcessImageTable &) = delete;
     ProcessImageTable &operator=(const ProcessImageTable &) = delete;
 
-    void init();
+    /// `machine` has the clock; it must outlive the table's use.
+    void init(Machine &machine = systemMachine());
     void destroy();
 
     /// Puts the process in front of any older one of the same number. An empty image, or no memory, adds
@@ -86,7 +84,8 @@ private:
     // would be walked for each process that begins.
     std::multimap<std::uint32_t, Entry *> retired_;
     Counters counters_ = {};
-    std::optional<CriticalSection> lock_; // from init to destroy
+    std::mutex lock_;
+    Machine *machine_ = nullptr; // from init to destroy
 };
 
 } // namespace velmox

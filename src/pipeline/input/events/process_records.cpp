@@ -1,11 +1,8 @@
 #include "pipeline/input/events/process_records.h"
 
 #include "pipeline/input/diagnostics/trace.h"
-#include "pipeline/input/events/process_enumeration.h"
-#include "pipeline/input/rules/drive_map.h"
 
 #include <algorithm>
-#include <cwchar>
 
 namespace velmox {
 
@@ -16,14 +13,10 @@ const Str kGroup = kProcmonFilters;
 
 bool namesProgram(std::u16string_view path)
 {
-    constexpr std::size_t kEnding = 4;
-    return path.size() > kEnding &&
-           _wcsnicmp(asWide(path.data() + path.size() - kEnding), L".exe", kEnding) == 0;
-}
-
-Str displayed(const char16_t *image)
-{
-    return deviceToDrive(Str::fromUtf16(image));
+    constexpr std::u16string_view kEnding = u".exe";
+    const auto folded = [](char16_t unit) { return unit >= u'A' && unit <= u'Z' ? unit + 32 : +unit; };
+    return path.size() > kEnding.size() &&
+           std::ranges::equal(path.substr(path.size() - kEnding.size()), kEnding, {}, folded);
 }
 
 } // namespace
@@ -31,6 +24,11 @@ Str displayed(const char16_t *image)
 ProcessRecords::KnownImage::KnownImage(std::uint32_t pid)
     : isKnown(ProcessImageTable::instance().lookup(pid, text, kImageUnits))
 {
+}
+
+Str ProcessRecords::displayed(const char16_t *image)
+{
+    return machine_.drives().deviceToDrive(Str::fromUtf16(image));
 }
 
 bool ProcessRecords::passes(const Str &process, const char *type)
@@ -56,7 +54,7 @@ void ProcessRecords::takeImage(RecordAtHand &record)
     Str body;
     body.format("pid=%d\nprocess_image=\"%s\"\nimage_path=\"%s%s\"\nregistry_type=\"ProcessImage\"\n\n",
                 static_cast<int>(record.fields().pid()), displayed(image.text).c_str(),
-                deviceToDrive(record.nameText()).c_str(), suffix);
+                machine_.drives().deviceToDrive(record.nameText()).c_str(), suffix);
     trace::monitor(trace::Message::ImageEvent, kFunction, body);
     emitter_.emitEvent(body, index, stanza, clock_.time());
 }
@@ -91,7 +89,7 @@ void ProcessRecords::onCreated(RecordAtHand &record)
     // with that number, else "N/A". Readers know the field in this sense.
     const KnownImage earlier(fields.pid());
     char16_t newImage[kImageUnits];
-    if (queryProcessImage(fields.pid(), newImage)) {
+    if (machine_.processImage(fields.pid(), newImage)) {
         ProcessImageTable::instance().add(fields.pid(), newImage);
     } else {
         std::copy_n(kUnknownImage, std::size(kUnknownImage), newImage);

@@ -13,8 +13,8 @@ namespace velmox {
 class ProcessRecords
 {
 public:
-    ProcessRecords(MonitorRules &rules, RecordClock &clock, EventEmitter &emitter)
-        : rules_(rules), clock_(clock), emitter_(emitter)
+    ProcessRecords(MonitorRules &rules, RecordClock &clock, EventEmitter &emitter, Machine &machine)
+        : rules_(rules), clock_(clock), emitter_(emitter), machine_(machine)
     {
     }
 
@@ -34,11 +34,13 @@ private:
     bool passes(const Str &process, const char *type);
     void onCreated(RecordAtHand &record);
     void onExited(RecordAtHand &record);
+    Str displayed(const char16_t *image);
     static void learnImage(const RecordAtHand &record, KnownImage &image);
 
     MonitorRules &rules_;
     RecordClock &clock_;
     EventEmitter &emitter_;
+    Machine &machine_;
 };
 
 } // namespace velmox

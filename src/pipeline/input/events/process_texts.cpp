@@ -1,7 +1,6 @@
 #include "pipeline/input/events/process_texts.h"
 
 #include "pipeline/input/events/process_image_table.h"
-#include "pipeline/input/rules/drive_map.h"
 
 namespace velmox {
 
@@ -26,7 +25,7 @@ const ProcessText &ProcessTexts::of(std::uint32_t pid)
         if (ProcessImageTable::instance().lookup(pid, image, kImageUnits)) {
             text.folded.appendUtf16Lowered(image);
         }
-        text.displayed = deviceToDrive(Str::fromUtf16(image));
+        text.displayed = drives_.deviceToDrive(Str::fromUtf16(image));
     }
     return text;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "pipeline/input/rules/drive_map.h"
 #include "util/text/str.h"
 
 #include <cstdint>
@@ -21,10 +22,13 @@ struct ProcessText
 class ProcessTexts
 {
 public:
+    explicit ProcessTexts(DriveMap &drives) : drives_(drives) {}
+
     /// Holds until the next call.
     const ProcessText &of(std::uint32_t pid);
 
 private:
+    DriveMap &drives_;
     std::unordered_map<std::uint32_t, ProcessText> texts_;
     // The table's, when they were made.
     std::uint64_t version_ = 0;

@@ -1,7 +1,5 @@
 #include "pipeline/input/events/record_clock.h"
 
-#include "util/time/timeval.h"
-
 namespace velmox {
 
 namespace {
@@ -16,21 +14,16 @@ void RecordClock::note(std::uint64_t timestamp)
         static_cast<std::int64_t>(timestamp - lastTimestamp_) <= kTicksPerMillisecond) {
         return;
     }
-    if (static_cast<std::int64_t>(timestamp) < 0) {
-        time(); // it cannot be converted itself, and leaves the time before it in force
-    }
     lastTimestamp_ = timestamp;
-    isConverted_ = false;
+    // One with the highest bit set is no date, and leaves the time before it in force.
+    if (static_cast<std::int64_t>(timestamp) >= 0) {
+        time_ = Timeval(timestamp);
+    }
 }
 
-const SYSTEMTIME &RecordClock::time()
+Timeval RecordClock::time() const
 {
-    if (!isConverted_) {
-        const FILETIME fileTime = fileTimeOf<FILETIME>(Timeval(lastTimestamp_));
-        FileTimeToSystemTime(&fileTime, &time_);
-        isConverted_ = true;
-    }
-    return time_;
+    return time_ == kNoTime ? time_ : Timeval(time_.ticks() - time_.ticks() % kTicksPerMillisecond);
 }
 
 } // namespace velmox

@@ -1,26 +1,28 @@
 #pragma once
 
-#include "util/system/windows_api.h"
+#include "util/time/timeval.h"
 
 #include <cstdint>
 
 namespace velmox {
 
-/// Turns the records' time stamps into broken-down UTC, at most once per millisecond of record time: a record
-/// within that millisecond, or older than the last conversion, takes the time of the last conversion.
+/// No moment, which events show as zeros.
+inline constexpr Timeval kNoTime{Timeval::kMax};
+
+/// The time that events carry, which moves on at most once per millisecond of record time: a record within
+/// that millisecond, or older than the one that moved it, takes the time as it stands.
 class RecordClock
 {
 public:
     /// To be told of every record. `timestamp` counts 100-nanosecond units since 1 January 1601.
     void note(std::uint64_t timestamp);
-    /// The time of the record that was noted last.
-    const SYSTEMTIME &time();
+    /// The time of the record that was noted last, in whole milliseconds; `kNoTime` as long as there was none
+    /// that is a date.
+    Timeval time() const;
 
 private:
     std::uint64_t lastTimestamp_ = 0;
-    // Converted when it is asked for: most records end before.
-    bool isConverted_ = true;
-    SYSTEMTIME time_ = {};
+    Timeval time_ = kNoTime;
 };
 
 } // namespace velmox

@@ -13,9 +13,9 @@ class RecordProcessor
 {
 public:
     RecordProcessor(MonitorRules &rules, HiveNames &hiveNames, StatusTexts &statusTexts,
-                    EventEmitter &emitter)
-        : record_(hiveNames, processes_), registry_(rules, hiveNames, statusTexts, clock_, emitter),
-          process_(rules, clock_, emitter)
+                    EventEmitter &emitter, Machine &machine = systemMachine())
+        : processes_(machine.drives()), record_(hiveNames, processes_),
+          registry_(rules, hiveNames, statusTexts, clock_, emitter), process_(rules, clock_, emitter, machine)
     {
     }
     RecordProcessor(const RecordProcessor &) = delete;

@@ -17,7 +17,11 @@ public:
     /// convention is the compiler's default on 64 bits.
     using StatusToError = unsigned long (*)(long status);
 
+    /// Without it only texts that were given by `learn` are known.
     void setMapping(StatusToError mapping) { mapping_ = mapping; }
+
+    /// Gives a status its text, as it was elsewhere.
+    void learn(std::uint32_t status, const Str &text) { texts_.insert_or_assign(status, text); }
 
     /// "N/A" without a mapping; the reference holds until the object goes.
     const Str &text(std::uint32_t status);

@@ -17,11 +17,6 @@ Str quoted(const Str &path)
     return hasBlank ? Str::fromFormat("\"%s\"", path.c_str()) : path;
 }
 
-// Whether a stanza is in force, when its script runs, and what the server puts beside an event's text.
-constexpr std::string_view kInternalArguments[] = {
-    "disabled", "host", "index", "interval", "source", "sourcetype",
-};
-
 } // namespace
 
 ScriptName ScriptName::fromText(const Str &text)

@@ -92,6 +92,11 @@ struct Scheme
 /// How a stanza of the scheme begins.
 Str stanzaPrefix(const Str &scheme);
 
+/// The keys that the server handles itself, in stanzas of every scheme.
+inline constexpr std::string_view kInternalArguments[] = {
+    "disabled", "host", "index", "interval", "source", "sourcetype",
+};
+
 /// Whether the server handles a key of this name itself, in stanzas of every scheme.
 bool isInternalArgument(const Str &name);
 

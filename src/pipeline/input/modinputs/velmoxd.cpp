@@ -1,10 +1,14 @@
 // velmoxd.exe: stands in for the data-collection server, as far as somebody needs who writes an input
-// program: it prints what the program would get on standard input.
+// program or its stanzas: it prints what the program would get on standard input.
 
 #include "conf/pages/property_pages.h"
 #include "conf/pages/shared_conf_services.h"
 #include "conf/store/application_manager.h"
+#include "pipeline/input/check/check_command.h"
+#include "pipeline/input/explain/explain_command.h"
 #include "pipeline/input/modinputs/modinputs_helper_thread.h"
+#include "pipeline/input/modinputs/scheme_files.h"
+#include "pipeline/input/xml/config_xml_streaming_parser.h"
 #include "util/crash/crash_log.h"
 #include "util/log/logger.h"
 #include "util/process/loader_info.h"
@@ -13,9 +17,11 @@
 #include "util/system/windows_api.h"
 #include "util/thread/thread.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <fcntl.h>
 #include <io.h>
+#include <iterator>
 #include <optional>
 
 namespace velmox {
@@ -24,44 +30,38 @@ namespace {
 
 constexpr int kSuccess = 0;
 constexpr int kFailure = 1;
+/// Where 1 says something else.
+constexpr int kUnusable = 2;
+constexpr std::size_t kMostArguments = 16;
 
-constexpr char kUsage[] =
-    "Usage:\n"
-    "    velmoxd [--debug] print-modinput-config scheme stanza    (script instance per stanza)\n"
-    "    velmoxd [--debug] print-modinput-config scheme           (single instance)\n";
+constexpr char kMonitorScheme[] = "WinRegMon";
 
-/// What velmoxd is asked to do: print what the script of a scheme gets on standard input.
-struct CommandLine
+/// One call of the program: what stands behind the command's name, and whether `--debug` stands before it.
+struct Invocation
 {
     bool debug = false;
-    Str scheme;
-    std::optional<Str> stanza;
+    StrVector arguments;
+};
+
+/// What velmoxd can be asked to do.
+struct Command
+{
+    const char *name;
+    /// Whole lines for the usage.
+    const char *usage;
+    std::size_t fewestArguments;
+    std::size_t mostArguments;
+    /// The exit code when it cannot do what it is asked for.
+    int failure;
+    /// Gives the exit code, or nothing when the arguments make no sense. Runs within the installation; its
+    /// exceptions are told on standard error.
+    std::optional<int> (*run)(const Invocation &invocation);
 };
 
 int fail(const char *text)
 {
     std::fputs(text, stderr);
     return kFailure;
-}
-
-/// `arguments` is what follows the program's name. Nothing when they make no command.
-std::optional<CommandLine> readCommandLine(const StrVector &arguments)
-{
-    CommandLine options;
-    auto word = arguments.begin();
-    if (word != arguments.end() && *word == "--debug") {
-        options.debug = true;
-        ++word;
-    }
-    const auto count = arguments.end() - word;
-    if (count < 2 || count > 3 || *word != "print-modinput-config") {
-        return std::nullopt;
-    }
-    options.scheme = *++word;
-    if (count == 3) {
-        options.stanza = *++word;
-    }
-    return options;
 }
 
 bool isAppUsable(const Str &app)
@@ -113,15 +113,17 @@ int writeOut(const Str &document)
     return isWritten ? kSuccess : fail("Unable to write to standard output.\n");
 }
 
-int printModinputConfig(const CommandLine &options, const LoaderInfo &loader)
+std::optional<int> printModinputConfig(const Invocation &invocation)
 {
+    const StrVector &arguments = invocation.arguments;
     // Behind the configuration of the log, which it overrides.
-    if (options.debug && !Logger::setThreshold("ModularInputs", LogLevel::Debug)) {
+    if (invocation.debug && !Logger::setThreshold("ModularInputs", LogLevel::Debug)) {
         return fail("ERROR: Unable to set log level to DEBUG.\n");
     }
-    ModularInputs inputs(serverHost(loader));
+    ModularInputs inputs(serverHost(*LoaderInfo::instance()));
     inputs.initializeSchemes();
-    ModinputsHelperThread helper(inputs, options.scheme, options.stanza);
+    ModinputsHelperThread helper(inputs, arguments[0],
+                                 arguments.size() == 2 ? std::optional<Str>(arguments[1]) : std::nullopt);
     helper.start();
     helper.join();
     if (!helper.document()) {
@@ -130,19 +132,150 @@ int printModinputConfig(const CommandLine &options, const LoaderInfo &loader)
     return writeOut(*helper.document());
 }
 
-int runInstalled(const CommandLine &options)
+/// The keys that the spec files name for the scheme, and those that the server reads in any stanza.
+CheckRequest checkRequest(const Str &scheme)
+{
+    const BundlesSetup setup;
+    CheckRequest request{scheme, {}, {}};
+    for (const AppFolder &app : appFolders(setup.systemDir(), {setup.appsDir(), setup.slaveAppsDir()})) {
+        if (!isAppUsable(app.name)) {
+            continue;
+        }
+        for (const SchemeSpec &spec : readSchemeSpecs(app)) {
+            if (request.schemes.insert(spec.name).second && spec.name == scheme) {
+                request.keys = spec.parameters;
+            }
+        }
+    }
+    request.keys.insert(std::begin(kInternalArguments), std::end(kInternalArguments));
+    return request;
+}
+
+std::optional<int> checkConfiguration(const Invocation &invocation)
+{
+    const std::optional<CheckOptions> options = readCheckOptions(invocation.arguments);
+    if (!options) {
+        return std::nullopt;
+    }
+    CheckRequest request = checkRequest(options->scheme);
+    if (!request.schemes.contains(options->scheme)) {
+        fail(Str::fromFormat("No inputs.conf.spec defines the scheme \"%s\".\n", options->scheme.c_str())
+                 .c_str());
+        return kUnusable;
+    }
+    return runCheck(*options, std::move(request));
+}
+
+/// The stanzas as they come out of the document that the monitor gets.
+Stanzas monitoredStanzas()
+{
+    const Str document = InputDocument{{}, {}, enabledStanzas(stanzaPrefix(kMonitorScheme))}.toXml();
+    ConfigXmlStreamingParser parser;
+    parser.feed(document.data(), document.size());
+    return parser.stanzas();
+}
+
+std::optional<int> writeAnswer(const std::optional<ExplainAnswer> &answer)
+{
+    if (!answer) {
+        return std::nullopt;
+    }
+    std::fputs(answer->remarks.c_str(), stderr);
+    return writeOut(answer->output) == kSuccess ? answer->exitCode : kUnusable;
+}
+
+std::optional<int> printPattern(const Invocation &invocation)
+{
+    return writeAnswer(answerPattern(invocation.arguments));
+}
+
+std::optional<int> printExplanation(const Invocation &invocation)
+{
+    return writeAnswer(answerExplain(invocation.arguments, monitoredStanzas));
+}
+
+constexpr Command kCommands[] = {
+    {"print-modinput-config",
+     "    velmoxd [--debug] print-modinput-config scheme stanza    (script instance per stanza)\n"
+     "    velmoxd [--debug] print-modinput-config scheme           (single instance)\n",
+     1, 2, kFailure, printModinputConfig},
+    {"check",
+     "    velmoxd check [--json] [--strict] [--notes] [scheme]     (what is wrong with the scheme's "
+     "stanzas)\n"
+     "        such as: velmoxd check --strict WinRegMon\n",
+     0, 4, kUnusable, checkConfiguration},
+    {"pattern",
+     "    velmoxd pattern PATH [--wow64]\n"
+     "        the line of a stanza for a key with all below it; --wow64: and for what 32-bit programs get, "
+     "as in\n"
+     "        velmoxd pattern \"HKLM\\SOFTWARE\\Policies\" --wow64\n",
+     1, 2, kUnusable, printPattern},
+    {"explain",
+     "    velmoxd explain --key PATH [--process PATH] [--operation WORD] [--value-type TYPE] [--json]\n"
+     "                    [-index NAME] [-inclusive 0]\n"
+     "        what becomes of an operation, and why; exit code 0 for an event, 1 for none, as in\n"
+     "        velmoxd explain --key \"HKCU\\Environment\\Path\" --operation set --process "
+     "C:\\Windows\\regedit.exe\n",
+     2, kMostArguments, kUnusable, printExplanation},
+};
+
+Str usage()
+{
+    Str text = "Usage:\n";
+    for (const Command &command : kCommands) {
+        text += command.usage;
+    }
+    return text;
+}
+
+/// Takes `--debug` and the command's name off the front of the words; null when they name no command.
+const Command *takeCommand(StrVector words, Invocation &invocation)
+{
+    auto word = words.begin();
+    if (word != words.end() && *word == "--debug") {
+        invocation.debug = true;
+        ++word;
+    }
+    const auto named = [&](const Command &command) { return *word == command.name; };
+    const Command *const command =
+        word == words.end() ? std::end(kCommands) : std::ranges::find_if(kCommands, named);
+    if (command == std::end(kCommands)) {
+        return nullptr;
+    }
+    invocation.arguments.assign(word + 1, words.end());
+    return command;
+}
+
+std::optional<int> runInstalled(const Command &command, const Invocation &invocation)
 {
     LoaderInfo &loader = *LoaderInfo::instance();
     loader.readEnvironment();
     const Pathname home = loader.getHome();
     if (home.empty()) {
-        return fail("VELMOX_HOME must be set. Stopping.\n");
+        fail("VELMOX_HOME must be set. Stopping.\n");
+        return command.failure;
     }
     Logger::loadConfig(loader.getConfDir().join("log-velmoxd.cfg"), nullptr, {{"VELMOX_HOME", home.toStr()}},
                        true);
     armCrashLog(crashLogFolder());
     const EmptyMainThread mainThread;
-    return printModinputConfig(options, loader);
+    return command.run(invocation);
+}
+
+int runCommand(const Command &command, const Invocation &invocation)
+{
+    try {
+        const std::size_t count = invocation.arguments.size();
+        if (command.fewestArguments <= count && count <= command.mostArguments) {
+            if (const std::optional<int> exitCode = runInstalled(command, invocation)) {
+                return *exitCode;
+            }
+        }
+        fail(usage().c_str());
+    } catch (const std::exception &exception) {
+        fail(Str::fromFormat("velmoxd: %s\n", exception.what()).c_str());
+    }
+    return command.failure;
 }
 
 int runVelmoxd(const wchar_t *const *arguments)
@@ -155,15 +288,13 @@ int runVelmoxd(const wchar_t *const *arguments)
         std::printf("velmoxd %s\n", ProgramVersion::ofThisProgram().text().c_str());
         return kSuccess;
     }
-    const std::optional<CommandLine> options = readCommandLine(words);
-    if (!options) {
-        return fail(kUsage);
+    if (words == StrVector{"--help"}) {
+        std::fputs(usage().c_str(), stdout);
+        return kSuccess;
     }
-    try {
-        return runInstalled(*options);
-    } catch (const std::exception &exception) {
-        return fail(Str::fromFormat("velmoxd: %s\n", exception.what()).c_str());
-    }
+    Invocation invocation;
+    const Command *const command = takeCommand(words, invocation);
+    return command != nullptr ? runCommand(*command, invocation) : fail(usage().c_str());
 }
 
 } // namespace

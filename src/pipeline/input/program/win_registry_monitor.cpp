@@ -187,7 +187,8 @@ bool WinRegistryMonitor::run()
 
 void WinRegistryMonitor::ProcessEnumeration()
 {
-    enumerateProcesses(ProcessImageTable::instance());
+    enumerateProcesses(
+        [](std::uint32_t pid, const char16_t *image) { ProcessImageTable::instance().add(pid, image); });
 }
 
 bool WinRegistryMonitor::StartMonitorWorker()

@@ -14,7 +14,7 @@ bool startsWithCaseless(const Str &text, const Str &prefix)
 
 const DriveMappings &DriveMap::mappings()
 {
-    if (mappings_.empty()) {
+    if (mappings_.empty() && fill_ != nullptr) {
         fill_(mappings_);
     }
     return mappings_;

@@ -24,21 +24,21 @@ public:
 
     /// `fill` is called on first use, and again as long as it finds nothing.
     explicit DriveMap(Fill fill) : fill_(fill) {}
+    /// For drives that are known.
+    explicit DriveMap(DriveMappings mappings) : mappings_(std::move(mappings)) {}
 
     /// Replaces a leading drive of a pattern by the device path, as a regular expression.
     Str translateProcessDrive(const Str &proc);
     /// Replaces a leading device of a path by its drive.
     Str deviceToDrive(const Str &path);
-
-private:
     const DriveMappings &mappings();
 
-    Fill fill_;
+private:
+    Fill fill_ = nullptr;
     DriveMappings mappings_;
 };
 
-/// The same by the drives of this system, as they were at the first call that found any. Main thread only.
-Str translateProcessDrive(const Str &proc);
-Str deviceToDrive(const Str &path);
+/// The drives of this system, as they were at the first call that found any. Main thread only.
+DriveMap &systemDrives();
 
 } // namespace velmox

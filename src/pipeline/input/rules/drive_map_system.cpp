@@ -26,19 +26,13 @@ void readSystemDrives(DriveMappings &out)
     }
 }
 
-// Never destroyed: the watch of a parent may end the process while events are on their way.
-DriveMap &systemDrives = *new DriveMap(readSystemDrives);
-
 } // namespace
 
-Str translateProcessDrive(const Str &proc)
+DriveMap &systemDrives()
 {
-    return systemDrives.translateProcessDrive(proc);
-}
-
-Str deviceToDrive(const Str &path)
-{
-    return systemDrives.deviceToDrive(path);
+    // Never destroyed: the watch of a parent may end the process while events are on their way.
+    static DriveMap &drives = *new DriveMap(readSystemDrives);
+    return drives;
 }
 
 } // namespace velmox

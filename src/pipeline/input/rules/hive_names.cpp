@@ -53,6 +53,16 @@ void HiveNames::fill(const WideStr &currentUserPath)
                              [](const ShortenedRoot &entry) { return entry.root.size(); });
 }
 
+void HiveNames::detectCurrentControlSet(const Str &hive)
+{
+    if (!currentControlSetPath_.empty() || !hive.lowered().contains("system\\\\currentcontrolset")) {
+        return;
+    }
+    const std::uint32_t active = activeControlSet_ ? *activeControlSet_ : systemControlSet();
+    currentControlSetPath_ = "\\registry\\machine\\system\\";
+    currentControlSetPath_ += active == 1 ? "controlset001" : "controlset002";
+}
+
 void HiveNames::translateHiveRoot(WideStr &hive) const
 {
     // A leading backslash ends no component.

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <vector>
 
 namespace velmox {
@@ -40,6 +41,10 @@ public:
     /// Fills the map for a current user of this native path.
     void fill(const WideStr &currentUserPath);
 
+    /// Makes this control set the active one, whatever the system says.
+    void setActiveControlSet(std::uint32_t number) { activeControlSet_ = number; }
+    /// Number of the control set in use, 1 when the system does not say.
+    static std::uint32_t systemControlSet();
     /// Notes the active control set if `hive`, a pattern as configured, names the current one. The first hit
     /// decides.
     void detectCurrentControlSet(const Str &hive);
@@ -64,6 +69,7 @@ private:
     Map hiveKeyMap_;
     // Of the map, the longest roots first.
     std::vector<ShortenedRoot> shortened_;
+    std::optional<std::uint32_t> activeControlSet_;
     Str currentControlSetPath_;
 };
 

@@ -8,21 +8,6 @@ namespace {
 
 constexpr char kFunction[] = "WinRegistryMonitor::initHiveNameKeyMap";
 
-// 1 when the system does not say.
-DWORD activeControlSet()
-{
-    HKEY opened = nullptr;
-    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SYSTEM\\Select", 0, KEY_QUERY_VALUE, &opened) != ERROR_SUCCESS) {
-        return 1;
-    }
-    const RegistryKeyHandle select(opened);
-    DWORD current = 1;
-    DWORD size = sizeof current;
-    const LSTATUS result = RegQueryValueExA(select.get(), "Current", nullptr, nullptr,
-                                            reinterpret_cast<BYTE *>(&current), &size);
-    return result == ERROR_SUCCESS ? current : 1;
-}
-
 } // namespace
 
 void HiveNames::initHiveNameKeyMap()
@@ -47,13 +32,18 @@ void HiveNames::initHiveNameKeyMap()
     }
 }
 
-void HiveNames::detectCurrentControlSet(const Str &hive)
+std::uint32_t HiveNames::systemControlSet()
 {
-    if (!currentControlSetPath_.empty() || !hive.lowered().contains("system\\\\currentcontrolset")) {
-        return;
+    HKEY opened = nullptr;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SYSTEM\\Select", 0, KEY_QUERY_VALUE, &opened) != ERROR_SUCCESS) {
+        return 1;
     }
-    currentControlSetPath_ = "\\registry\\machine\\system\\";
-    currentControlSetPath_ += activeControlSet() == 1 ? "controlset001" : "controlset002";
+    const RegistryKeyHandle select(opened);
+    DWORD current = 1;
+    DWORD size = sizeof current;
+    const LSTATUS result = RegQueryValueExA(select.get(), "Current", nullptr, nullptr,
+                                            reinterpret_cast<BYTE *>(&current), &size);
+    return result == ERROR_SUCCESS ? current : 1;
 }
 
 } // namespace velmox

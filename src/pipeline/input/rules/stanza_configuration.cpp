@@ -1,7 +1,6 @@
 #include "pipeline/input/rules/stanza_configuration.h"
 
 #include "pipeline/input/diagnostics/diagnostics.h"
-#include "pipeline/input/rules/drive_map.h"
 #include "pipeline/input/rules/hive_names.h"
 #include "util/text/str_segment.h"
 
@@ -59,15 +58,15 @@ Str finalHivePattern(const Str &hive, const HiveNames &hiveNames)
 }
 
 void addStanza(const Str &stanzaName, const PropertiesMap &stanza, const StanzaDefaults &defaults,
-               HiveNames &hiveNames, MonitorFilterGroup &group)
+               HiveNames &hiveNames, DriveMap &drives, MonitorFilterGroup &group)
 {
     const Str proc = patternOr(stanza, "proc", kAnything);
     const Str hive = patternOr(stanza, "hive", kAnything);
     const Str type = patternOr(stanza, "type", kDefaultTypes);
     hiveNames.detectCurrentControlSet(hive);
     const Str finalHive = finalHivePattern(hive, hiveNames);
-    group.filters->addFilter(new RegMonEventFilter(stanzaName, translateProcessDrive(proc), finalHive, type),
-                             true);
+    group.filters->addFilter(
+        new RegMonEventFilter(stanzaName, drives.translateProcessDrive(proc), finalHive, type), true);
 
     SystemMonitoringConfig config;
     config.proc.compile(proc.lowered(), true, 0);
@@ -112,7 +111,7 @@ std::unique_ptr<MonitorFilterGroup> emptyGroup(bool inclusive)
 } // namespace
 
 std::unique_ptr<MonitorFilterGroup> makeFilterGroup(const Stanzas &stanzas, const StanzaDefaults &defaults,
-                                                    HiveNames &hiveNames)
+                                                    HiveNames &hiveNames, DriveMap &drives)
 {
     std::unique_ptr<MonitorFilterGroup> group;
     for (const auto &[name, stanza] : stanzas) {
@@ -122,7 +121,7 @@ std::unique_ptr<MonitorFilterGroup> makeFilterGroup(const Stanzas &stanzas, cons
         if (!group && !(group = emptyGroup(defaults.inclusive))) {
             return nullptr;
         }
-        addStanza(name, stanza, defaults, hiveNames, *group);
+        addStanza(name, stanza, defaults, hiveNames, drives, *group);
     }
     return group;
 }

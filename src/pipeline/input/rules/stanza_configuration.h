@@ -1,6 +1,7 @@
 #pragma once
 
 #include "conf/tree/properties_map.h"
+#include "pipeline/input/rules/drive_map.h"
 #include "pipeline/input/rules/hive_names.h"
 #include "pipeline/input/rules/monitor_rules.h"
 
@@ -19,8 +20,8 @@ struct StanzaDefaults
 /// none.
 ///
 /// A stanza without the prefix is logged and skipped. Throws RegexException on a pattern that does not
-/// compile. The control set of `hiveNames` is detected on the way.
+/// compile. The control set of `hiveNames` is detected on the way; drives in patterns are those of `drives`.
 std::unique_ptr<MonitorFilterGroup> makeFilterGroup(const Stanzas &stanzas, const StanzaDefaults &defaults,
-                                                    HiveNames &hiveNames);
+                                                    HiveNames &hiveNames, DriveMap &drives = systemDrives());
 
 } // namespace velmox

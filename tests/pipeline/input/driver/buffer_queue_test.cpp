@@ -1,9 +1,5 @@
 #include "pipeline/input/driver/buffer_queue.h"
 
-#include <atomic>
-#include <gtest/gtest.h>
-#include <thread>
-
 namespace velmox {
 namespace {
 

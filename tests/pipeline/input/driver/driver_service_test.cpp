@@ -55,21 +55,12 @@ TEST_F(DriverServiceTest, EachCallThatFailsIsToldAndLeavesNoHandleOpen)
     } rows[] = {
         {1, "OpenSCManagerA", 5, 0, 0, 0, true, "manageDriver Open SC Manager failed! Error = 5"},
         {1, "CreateServiceW", 5, 0, 0, 1, true, "installDriver CreateService failed! Error = 5"},
-        {1, "OpenServiceW", 1060, 0, 0, 1, true,
-         "startDriver - OpenService failure for 'NAME'!  Error = 1060"},
         {1, "StartServiceA", 1058, 0, 0, 2, true,
          "startDriver - StartService failure for NAME! Error = 1058"},
         {1, "StartServiceA", ERROR_SERVICE_ALREADY_RUNNING, 0, 1, 2, true, ""},
-        {2, "OpenSCManagerA", 5, 1, 0, 1, true,
-         "queryDriverInfo - Open SC Manager failed! Error = 5\n" + kCannotQuery},
         {2, "OpenServiceW", 5, 0, 1, 4, false, kNotStopped},
         {2, "QueryServiceStatus", 6, 0, 0, 3, true,
          "queryDriverInfo - QueryServiceStatus failed with 6\n" + kCannotQuery},
-        {2, "QueryServiceConfigW", 5, 0, 0, 3, true,
-         "queryDriverInfo - QueryServiceConfig failed (5)\n" + kCannotQuery},
-        {2, "OpenServiceW", 5, 1, 1, 4, false, "stopDriver OpenService failed for NAME!  Error = 5"},
-        {2, "OpenServiceW", 5, 2, 1, 4, true,
-         kNotStopped + "\nremoveDriver - OpenService failure for NAME! Error = 5"},
         {2, "DeleteService", 1072, 0, 1, 5, true,
          kNotStopped + "\nremoveDriver - DeleteService failure for NAME! Error = 1072"},
         {3, "ControlService", 1052, 0, 1, 2, true,
@@ -144,7 +135,6 @@ TEST_F(DriverServiceTest, ChecksWhoseDriverStandsThere)
          "manageDriver Open SC Manager failed! Error = 5\nDriver Install Check for "
          "'\\??\\C:\\velmox\\test.sys\\NAME.sys' failed. Another driver - 'C:\\other.sys' is already "
          "installed."},
-        {true, nullptr, 0, true, false, ""},
         {true, kOther, 0, true, false,
          "Another driver 'C:\\other.sys' seems to be installed.\n" + kNotStopped},
     };

@@ -3,9 +3,6 @@
 #include "tests/pipeline/input/rules/stanzas.h"
 #include "util/files/file_star.h"
 
-#include <gtest/gtest.h>
-#include <random>
-
 namespace velmox {
 namespace {
 

@@ -1,8 +1,6 @@
 #include "pipeline/input/events/status_texts.h"
 #include "util/system/windows_api.h"
 
-#include <gtest/gtest.h>
-
 namespace velmox {
 namespace {
 

@@ -26,14 +26,9 @@ TEST(SchemeScriptProgram, DescribesTheMonitorAndJudgesItsStanzas)
     stanzas["WinRegMon://x"].set("hive", "HKLM\\\\<Soft>");
     EXPECT_NO_THROW(inputs.validate(*scheme, stanzas));
     stanzas["WinRegMon://x"].set("baseline", "<often>");
-    try {
-        inputs.validate(*scheme, stanzas);
-        FAIL() << "it passed";
-    } catch (const ModularInputsException &exception) {
-        EXPECT_EQ(exception.message(),
-                  "Validation for scheme=WinRegMon failed: The value \"<often>\" of baseline "
-                  "in the stanza \"WinRegMon://x\" is neither true nor false.");
-    }
+    EXPECT_EQ(raisedBy<ModularInputsException>([&] { inputs.validate(*scheme, stanzas); }),
+              "Validation for scheme=WinRegMon failed: The value \"<often>\" of baseline "
+              "in the stanza \"WinRegMon://x\" is neither true nor false.");
 }
 
 } // namespace

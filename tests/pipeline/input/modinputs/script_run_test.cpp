@@ -16,14 +16,12 @@ public:
     }
     Str runCommand(const Str &command, std::string_view input = {}, ScriptLimits limits = {})
     {
-        try {
-            const auto keep = [this](std::string_view piece) { output_.append(piece); };
-            const int status = runScript("Label", command, input, keep, limits);
-            return Str::fromFormat("%d, %u bytes", status, static_cast<unsigned>(output_.size()));
-        } catch (const ModularInputsException &exception) {
-            EXPECT_TRUE(home_.logged(exception.what()));
-            return exception.message();
-        }
+        int status = 0;
+        const auto keep = [this](std::string_view piece) { output_.append(piece); };
+        const Str failure = raisedBy<ModularInputsException>(
+            [&] { status = runScript("Label", command, input, keep, limits); });
+        EXPECT_TRUE(failure == "nothing" || home_.logged(failure.view()));
+        return failure != "nothing" ? failure : Str::fromFormat("%d, %zu bytes", status, output_.size());
     }
 
     /// How many lines of `complain` are in the log.

@@ -30,10 +30,8 @@ TEST(CommandLine, EveryTokenMeetsTheTestsInTheirOrder)
     } rows[] = {
         {{}, ""},
         {{L"--path-driver", L"C:\\x", L"-INDEX", L"y"}, ""},
-        {{L"-run-until-pid-dies"}, "usage"},
         {{L"-run-until-pid-dies", L"abc"}, "usage"},
         {{L"-die-when-pid-dies", L""}, "usage"},
-        {{L"-index"}, "usage"},
         {{L"-inclusive"}, "usage"},
         // The watch options exclude each other by order.
         {{L"-die-when-pid-dies", L"5", L"-run-until-pid-dies", L"6"}, " with 5"},
@@ -44,7 +42,6 @@ TEST(CommandLine, EveryTokenMeetsTheTestsInTheirOrder)
         {{L"-index", L"-migrateOnly"}, "-migrateOnly migration-only"},
         {{L"-index", L"-inclusive", L"0"}, "-inclusive exclusive"},
         {{L"-inclusive", L"-disableSysmonMigrate"}, " no-migration"},
-        {{L"-inclusive", L"-index", L"x"}, ""},
         // One enclosing pair of quotes goes.
         {{L"-inclusive", L"\"0\"", L"-index", L"\"\"x"}, "\"\"x exclusive"},
         {{L"-inclusive", L"00", L"-index", L"\"main\""}, "main"},

@@ -110,25 +110,20 @@ TEST_F(WinRegistryWalk, AFailureSkipsItsPartAndLeavesNothingOpen)
     const struct
     {
         const char *function;
-        std::intptr_t result;
-        int passed, keys, blocks;
+        int passed, keys;
         std::string walk;
     } rows[] = {
-        {"RegOpenKeyExW", 5, 1, 2, 2, kTop + kB + "0"},
-        {"RegOpenKeyExW", 5, 3, 3, 3, kTop + kA + "5"}, // the last sub key
-        {"RegQueryInfoKeyA", 6, 0, 1, 0, "6"},
-        {"LocalAlloc", 0, 0, 1, 0, "8"},
-        {"RegEnumValueW", 5, 0, 4, 4, "\\2=1/4/78 " + kA + kB + "0"},
-        {"RegEnumKeyExW", 5, 0, 2, 2, kTop + kB + "0"},
+        {"RegOpenKeyExW", 1, 2, kTop + kB + "0"},
+        {"RegOpenKeyExW", 3, 3, kTop + kA + "5"}, // the last sub key
+        {"RegEnumValueW", 0, 4, "\\2=1/4/78 " + kA + kB + "0"},
+        {"RegEnumKeyExW", 0, 2, kTop + kB + "0"},
     };
     for (const auto &row : rows) {
-        SCOPED_TRACE(::testing::Message() << row.function << " after " << row.passed);
-        const FailingCall refused(row.function, row.result, ERROR_NOT_ENOUGH_MEMORY, row.passed);
         const FailingCall closed("RegCloseKey", 0, 0, 0, 0);
-        const FailingCall freed("LocalFree", 0, 0, 0, 0);
-        EXPECT_EQ(walked({}), row.walk);
-        EXPECT_EQ(closed.calls(), row.keys);
-        EXPECT_EQ(freed.calls(), row.blocks);
+        EXPECT_EQ(
+            whileFailing({row.function, ERROR_ACCESS_DENIED, 0, row.passed}, [&] { return walked({}); }),
+            row.walk);
+        EXPECT_EQ(closed.calls(), row.keys) << row.function;
     }
 }
 
@@ -200,13 +195,8 @@ TEST(WinRegistry, ListsRootsAndSubKeysAndReadsOneKey)
     EXPECT_EQ(number, 42u);
     EXPECT_FALSE(key.queryValue(u"missing", nullptr, nullptr, &length));
 
-    const CapturedLog log;
     EXPECT_FALSE(key.enumKeyAtIndex(4, 300, name));
     EXPECT_FALSE(RegKey(HKEY_CURRENT_USER, u"HKCU", u"test", test.below(u"none")).open(KEY_READ));
-    EXPECT_EQ(log.text(), testing::logLines("ERROR WinRegistryApi: ",
-                                            "RegEnumKeyExW failed for test in HKCU with error 0x103\n"
-                                            "RegKey::open - RegOpenKeyExW returned error 2: %m",
-                                            ERROR_FILE_NOT_FOUND));
 }
 
 } // namespace

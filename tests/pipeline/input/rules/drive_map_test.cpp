@@ -1,9 +1,6 @@
 #include "pipeline/input/rules/drive_map.h"
 
-#include <gtest/gtest.h>
-
-using namespace velmox;
-
+namespace velmox {
 namespace {
 
 void twoDrives(DriveMappings &out)
@@ -47,3 +44,4 @@ TEST(DriveMap, AsksUntilItHearsOfADrive)
 }
 
 } // namespace
+} // namespace velmox

@@ -1,61 +1,57 @@
 #include "pipeline/input/rules/hive_names.h"
 
-#include <gtest/gtest.h>
-
-using namespace velmox;
-
+namespace velmox {
 namespace {
 
-constexpr char16_t kUser[] = u"\\REGISTRY\\User\\S-1-5-21-7";
-
-class HiveNamesTest : public ::testing::Test
+/// What a conversion by the names of one user makes of each text.
+void expectConverted(Str (*convert)(const HiveNames &, const char *),
+                     std::initializer_list<std::pair<const char *, const char *>> rows)
 {
-protected:
-    HiveNamesTest() { names_.fill(kUser); }
-
-    HiveNames names_;
-};
-
-TEST_F(HiveNamesTest, TranslatesTheFirstComponentAlone)
-{
-    const std::pair<const char16_t *, const char16_t *> rows[] = {
-        {uR"(HKLM\\Software\\Microsoft)", uR"(\\REGISTRY\\MACHINE\\Software\\Microsoft)"},
-        {uR"(HKEY_USERS\\.*)", uR"(\\REGISTRY\\USER\\.*)"},
-        {uR"(HKCU\\X)", uR"(\\REGISTRY\\User\\S-1-5-21-7\\X)"},
-        {u"HKCC", uR"(\\REGISTRY\\MACHINE\\SYSTEM\\CurrentControlSet\\Hardware Profiles\\Current)"},
-        {uR"(HKLM\Software)", uR"(\\REGISTRY\\MACHINE\Software)"},
-        {uR"(hklm\\software)", uR"(hklm\\software)"},
-        {uR"(HKLMX\\a)", uR"(HKLMX\\a)"},
-        {uR"(\\REGISTRY\\MACHINE\\a)", uR"(\\REGISTRY\\MACHINE\\a)"},
-        {uR"(\HKLM\\a)", uR"(\HKLM\\a)"},
-        {u"", u""},
-    };
-    for (const auto &[hive, expected] : rows) {
-        WideStr text = hive;
-        names_.translateHiveRoot(text);
-        EXPECT_EQ(text, expected);
+    HiveNames names;
+    names.fill(u"\\REGISTRY\\User\\S-1-5-21-7");
+    for (const auto &[before, after] : rows) {
+        EXPECT_EQ(convert(names, before), after);
     }
 }
 
-TEST_F(HiveNamesTest, ShortensTheLongestRootOnce)
+TEST(HiveNames, TranslateTheFirstComponentAlone)
 {
-    const std::pair<const char16_t *, const char16_t *> rows[] = {
-        {uR"(\REGISTRY\MACHINE\Software)", uR"(HKLM\Software)"},
-        {uR"(\REGISTRY\User\S-1-5-21-7\Software)", uR"(HKCU\Software)"},
-        {uR"(\REGISTRY\USER\.DEFAULT)", uR"(HKU\.DEFAULT)"},
-        {uR"(\REGISTRY\MACHINE\SYSTEM\CurrentControlSet\Hardware Profiles\Current\a)", uR"(HKCC\a)"},
-        {uR"(HKEY_LOCAL_MACHINE\a)", uR"(HKLM\a)"},
-        {uR"(HKLM\a)", uR"(HKLM\a)"},
-        {uR"(\REGISTRY\MACHINES\a)", uR"(HKLMS\a)"},
-        {uR"(\Registry\Machine\a)", uR"(\Registry\Machine\a)"},
-        {uR"(\REGISTRY\A\{1})", uR"(\REGISTRY\A\{1})"},
-        {u"", u""},
-    };
-    for (const auto &[path, expected] : rows) {
-        Str text = Str::fromUtf16(path);
-        names_.shortenHiveRoot(text);
-        EXPECT_EQ(text, Str::fromUtf16(expected));
-    }
+    expectConverted(
+        [](const HiveNames &names, const char *pattern) {
+            WideStr hive = WideStr::fromUtf8(pattern);
+            names.translateHiveRoot(hive);
+            return Str::fromUtf16(hive);
+        },
+        {
+            {R"(HKLM\\Software\\Microsoft)", R"(\\REGISTRY\\MACHINE\\Software\\Microsoft)"},
+            {R"(HKEY_USERS\\.*)", R"(\\REGISTRY\\USER\\.*)"},
+            {R"(HKCU\\X)", R"(\\REGISTRY\\User\\S-1-5-21-7\\X)"},
+            {"HKCC", R"(\\REGISTRY\\MACHINE\\SYSTEM\\CurrentControlSet\\Hardware Profiles\\Current)"},
+            {R"(HKLM\Software)", R"(\\REGISTRY\\MACHINE\Software)"},
+            {R"(hklm\\software)", R"(hklm\\software)"},
+            {R"(HKLMX\\a)", R"(HKLMX\\a)"},
+            {R"(\HKLM\\a)", R"(\HKLM\\a)"},
+        });
+}
+
+TEST(HiveNames, ShortenTheLongestRootOnce)
+{
+    expectConverted(
+        [](const HiveNames &names, const char *path) {
+            Str key = path;
+            names.shortenHiveRoot(key);
+            return key;
+        },
+        {
+            {R"(\REGISTRY\MACHINE\Software)", R"(HKLM\Software)"},
+            {R"(\REGISTRY\User\S-1-5-21-7\Software)", R"(HKCU\Software)"},
+            {R"(\REGISTRY\USER\.DEFAULT)", R"(HKU\.DEFAULT)"},
+            {R"(\REGISTRY\MACHINE\SYSTEM\CurrentControlSet\Hardware Profiles\Current\a)", R"(HKCC\a)"},
+            {R"(HKEY_LOCAL_MACHINE\a)", R"(HKLM\a)"},
+            {R"(HKLM\a)", R"(HKLM\a)"},
+            {R"(\REGISTRY\MACHINES\a)", R"(HKLMS\a)"},
+            {R"(\Registry\Machine\a)", R"(\Registry\Machine\a)"},
+        });
     // An entry that is there already stays: this user's path is also that of all users.
     HiveNames shared;
     Str path = "\\REGISTRY\\USER\\a";
@@ -67,3 +63,4 @@ TEST_F(HiveNamesTest, ShortensTheLongestRootOnce)
 }
 
 } // namespace
+} // namespace velmox

@@ -1,8 +1,5 @@
 #include "pipeline/input/rules/registry_operations.h"
 
-#include <gtest/gtest.h>
-#include <string>
-
 namespace velmox {
 namespace {
 

@@ -94,8 +94,6 @@ TEST(ConfigXmlStreamingParser, TakesWhatStandsInItsPlaceAndRefusesUnknownElement
         {"<stanza name='s'><param name='k'>1</param></stanza><stanza><param name='lost'>x</param></stanza>"
          "<stanza name='s'><param name='l'>2</param></stanza>",
          "[s] k=1 l=2"},
-        {"<stanza Name='x' name='s'>text<param name='k'>a<!-- -->b</param>text</stanza>", "[s] k=ab"},
-        {"<stanza name='a' name='b'><param name='j' name='k'>v</param></stanza>", "[a] [b] k=v"},
         {"<stanza name='s'><param_list name='l'>",
          refused("param_list", "configuration\\stanza\\param_list")},
     };

@@ -3,9 +3,6 @@
 namespace velmox {
 namespace {
 
-using namespace std::string_literals;
-using namespace std::string_view_literals;
-
 /// Writes each call down; neighbouring pieces of text are joined.
 class Recorder : public XmlStreamingParser
 {
@@ -72,30 +69,25 @@ const Case kCases[] = {
     // Elements and text.
     {"<a>x</a>", "start(a) [ text(x) ] end"},
     {"<a/>", "start(a) end"},
-    {"<a / >", "start(a) name(/) novalue"},
     {"</x >", "start(/x)"},
     {"</x/>", "start(/x) end"},
     {"<>x", "start() [ text(x)"},
     {"<?xml version=\"1.0\"?><!DOCTYPE a>", "start(?xml) name(version) value(1.0) name(?) novalue "
                                             "start(!DOCTYPE) name(a) novalue"},
-    {"a > b<c/>", "[ text(a > b) ] start(c) end"},
     // Attributes.
     {"<a b='1\"' c=\"2'\"/>", "start(a) name(b) value(1\") name(c) value(2') end"},
     {"<a b=1 c=2/>", "start(a) name(b) value(1) name(c) value(2) end"},
     {"<a b \n = '1'>", "start(a) name(b) value(1)"},
-    {"<a b/>x", "start(a) name(b/) novalue [ text(x)"},
     {"<a =1>", "start(a) name() value(1)"},
     {"<a /b>", "start(a) name(/b) novalue"},
     {"<a &lt;='&amp&quot;'>", "start(a) name(<) value(&amp\")"},
     {"<a\0b\0 c='x\0y'>"sv, "start(a) name(b) novalue name(c) value(xy)"},
-    {"<a b=\0x\0>"sv, "start(a) name(b) value(x)"},
     // Comments.
     {"x<!-- <a> & -- - --->y", "[ text(x) comment{ }comment text(y)"},
     {"<!---->x", "comment{ }comment [ text(x)"},
     // Character data.
     {"<![CDATA[<a>&lt;]]></b>", "cdata{ [ text(<a>&lt;) }cdata ] end"},
     {"<![CDATA[x]]]>y", "cdata{ [ text(x]) }cdata text(y)"},
-    {"<![CDATA[]]]]]>", "cdata{ [ text(]]]) }cdata"},
     {"<![CDATA[a]]b]>c\0d]]>"sv, "cdata{ [ text(a]]b]>cd) }cdata"},
     // Entities in text.
     {"&amp;&lt;&GT;&Quot;&apos;|", "[ text(&<>\"'|)"},
@@ -104,9 +96,7 @@ const Case kCases[] = {
     {"&#xE9;&#x20AC;&#x10FFFF;&#x110000;|", "[ text(\xC3\xA9\xE2\x82\xAC\xF4\x8F\xBF\xBF&#x110000;|)"},
     {"&;&#;&#x;&#xg;&#6a;&#-1;&a;&lo;&copy;&nbsp;|", "[ text(&;&#;&#x;&#xg;&#6a;&#-1;&a;&lo;&copy;&nbsp;|)"},
     {"a & b &am&amp;&lt<a/>", "[ text(a & b &am&&lt) ] start(a) end"},
-    {"&<a/>", "[ text(&) ] start(a) end"},
     {"a\0b&#0;c&#x0;|"sv, "[ text(abc|)"},
-    {"\0<a/>"sv, "[ text() ] start(a) end"},
 };
 
 TEST(XmlStreamingParser, CallsWhatItMeets)

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "capture/file/capture.h"
+
+#include <array>
+#include <optional>
+#include <string_view>
+
+/// The bytes of a capture: the heads, and the contents of each kind of block, all little-endian.
+namespace velmox::capture_format {
+
+/// No text begins like this, and a transfer that changes line ends spoils it visibly.
+inline constexpr std::string_view kMagic = "\x89VCAP\r\n\x1a";
+inline constexpr std::uint32_t kVersion = 1;
+inline constexpr std::size_t kFileHeadBytes = 12;
+
+enum class BlockKind : std::uint32_t
+{
+    Start = 1,
+    Buffer = 2,
+    End = 3,
+};
+
+/// What stands in front of a block's contents.
+struct BlockHead
+{
+    BlockKind kind = BlockKind::Start;
+    std::uint32_t bytes = 0;
+    /// CRC-32 of the contents.
+    std::uint32_t sum = 0;
+};
+inline constexpr std::size_t kBlockHeadBytes = 16;
+/// Contents are never longer, so that a length which is a lie costs no more memory than this.
+inline constexpr std::uint32_t kMostBlockBytes = 16 * 1024 * 1024;
+
+/// CRC-32 as of zlib.
+std::uint32_t checkSum(std::string_view bytes);
+
+std::string fileHead();
+/// The head with a sum of its own, for a length must be sure before it is trusted.
+std::array<char, kBlockHeadBytes> encode(const BlockHead &head);
+/// Nothing if the head is damaged, or says what no head can say.
+std::optional<BlockHead> decodeHead(std::string_view bytes);
+
+// Contents. Those of a buffer leave out the records, which stand behind them up to the block's end. To decode
+// throws CaptureException where the bytes are no such contents.
+void encode(const CaptureStart &start, std::string &out);
+void encode(const BufferFacts &facts, std::string &out);
+void encode(const CaptureEnd &end, std::string &out);
+void decode(std::string_view bytes, CaptureStart &start);
+void decode(std::string_view bytes, CapturedBuffer &buffer);
+void decode(std::string_view bytes, CaptureEnd &end);
+
+} // namespace velmox::capture_format

@@ -1,0 +1,105 @@
+#include "capture/file/capture_reader.h"
+
+#include <algorithm>
+
+namespace velmox {
+
+using namespace capture_format;
+
+CaptureReader::CaptureReader(Source source) : source_(std::move(source))
+{
+    readFileHead();
+    BlockKind kind = BlockKind::Start;
+    if (isCut_ || !readBlock(kind)) {
+        return;
+    }
+    if (kind != BlockKind::Start) {
+        fail("is not the one that tells of the machine");
+    }
+    decodeBlock(start_);
+}
+
+bool CaptureReader::next(CapturedBuffer &buffer)
+{
+    BlockKind kind = BlockKind::Start;
+    if (isAtEnd_ || !readBlock(kind)) {
+        return false;
+    }
+    switch (kind) {
+    case BlockKind::Buffer:
+        decodeBlock(buffer);
+        return true;
+    case BlockKind::End:
+        decodeBlock(end_);
+        expectNoMore();
+        return false;
+    case BlockKind::Start:
+        break;
+    }
+    fail("tells of the machine a second time");
+}
+
+void CaptureReader::readFileHead()
+{
+    const std::string expected = fileHead();
+    std::string head(kFileHeadBytes, '\0');
+    head.resize(source_(head.data(), head.size()));
+    if (!head.starts_with(kMagic.substr(0, head.size()))) {
+        throw CaptureException("is no capture");
+    }
+    if (head.size() < kFileHeadBytes) {
+        isCut_ = true;
+        isAtEnd_ = true;
+    } else if (head != expected) {
+        throw CaptureException("is a capture of another version than this program can read");
+    }
+}
+
+// False at the end of what is whole.
+bool CaptureReader::readBlock(BlockKind &kind)
+{
+    ++number_;
+    char bytes[kBlockHeadBytes];
+    isCut_ = source_(bytes, sizeof bytes) < sizeof bytes;
+    if (!isCut_) {
+        const std::optional<BlockHead> head = decodeHead({bytes, sizeof bytes});
+        if (!head) {
+            fail("has a damaged head");
+        }
+        contents_.resize(head->bytes);
+        isCut_ = source_(contents_.data(), contents_.size()) < contents_.size();
+        if (!isCut_ && checkSum(contents_) != head->sum) {
+            fail("is damaged: its check sum is wrong");
+        }
+        kind = head->kind;
+    }
+    isAtEnd_ = isCut_;
+    return !isCut_;
+}
+
+template <class Contents>
+void CaptureReader::decodeBlock(Contents &contents) const
+{
+    try {
+        decode(contents_, contents);
+    } catch (const CaptureException &exception) {
+        fail(exception.what());
+    }
+}
+
+void CaptureReader::expectNoMore()
+{
+    isAtEnd_ = true;
+    char byte = 0;
+    if (source_(&byte, 1) != 0) {
+        throw CaptureException("goes on behind its end");
+    }
+}
+
+void CaptureReader::fail(const char *reason) const
+{
+    throw CaptureException(
+        Str::fromFormat("block %llu %s", static_cast<unsigned long long>(number_), reason));
+}
+
+} // namespace velmox

@@ -1,0 +1,248 @@
+#include "pipeline/input/baseline/baseline_start_points.h"
+#include "pipeline/input/check/pattern_samples.h"
+#include "pipeline/input/check/pattern_trial.h"
+#include "pipeline/input/check/stanza_checks.h"
+#include "pipeline/input/rules/registry_operations.h"
+#include "util/match/string_filters.h"
+#include "util/text/str_segment.h"
+
+#include <algorithm>
+
+namespace velmox {
+
+namespace {
+
+// What the paths of all events begin with: hives that programs load for themselves are below `a`.
+constexpr const char *kEventRoots[] = {"\\registry\\machine\\", "\\registry\\user\\", "\\registry\\a\\"};
+constexpr std::string_view kControlSet = "\\registry\\machine\\system\\controlset";
+constexpr std::string_view kCurrentControlSet = "\\registry\\machine\\system\\currentcontrolset";
+constexpr std::string_view kSoftware = "\\registry\\machine\\software\\";
+constexpr std::string_view kWow64 = "wow6432node";
+
+/// Another stanza in force that names the current control set; null for none.
+const CheckedStanza *namerOfControlSet(const StanzaAtHand &at)
+{
+    const auto names = [&](const CheckedStanza &other) {
+        return other.stanza != &at.stanza() && other.isInForce() && other.rules->namesCurrentControlSet();
+    };
+    const auto found = std::ranges::find_if(at.all.stanzas, names);
+    return found == at.all.stanzas.end() ? nullptr : &*found;
+}
+
+/// Where a name in a path ends that has begun before `from`.
+std::size_t nameEnd(const Str &path, std::size_t from)
+{
+    return std::min(path.find('\\', from), path.size());
+}
+
+/// Whether a text that paths of matches begin with, up to where it is known, can begin the path of an event.
+bool canBeginEvent(const Str &beginning)
+{
+    return std::ranges::any_of(kEventRoots, [&](const Str &root) {
+        // The root key itself has no backslash behind it.
+        return root.startsWith(beginning.view()) || beginning.startsWith(root.view());
+    });
+}
+
+/// Whether the pattern can accept the path of any event, as far as that can be told.
+bool canMatchEvents(const StanzaRules &rules)
+{
+    const StrVector begun = rules.hiveParts() ? beginnings(*rules.hiveParts()) : StrVector();
+    return begun.empty() || std::ranges::any_of(begun, canBeginEvent);
+}
+
+/// Whether a path is \registry\user\SID\software\classes or below it.
+bool isBelowUsersClasses(const Str &path)
+{
+    StrVector names;
+    StrSegment(path).splitInto(names, "\\");
+    return names.size() > 5 && names[1] == "registry" && names[2] == "user" && names[4] == "software" &&
+           names[5] == "classes";
+}
+
+/// How the registry's root is to be written that a pattern seems to mean; empty for none.
+Str spellingOfRoot(const Str &hive, const HiveNames &hiveNames)
+{
+    const Str name = hive.trimmed(CharSet("^(?:\\"), true, false).uppered();
+    if (name.startsWith("HKCR") || name.startsWith("HKEY_CLASSES_ROOT")) {
+        return "HKLM\\\\SOFTWARE\\\\Classes\\\\ or HKU\\\\[^\\\\]+_Classes\\\\";
+    }
+    if (hive.trimmed(CharSet("^"), true, false).startsWith("(")) {
+        return "\\\\REGISTRY\\\\(MACHINE|USER)\\\\, or a stanza for each root";
+    }
+    Str found;
+    for (const auto &[root, info] : hiveNames.hiveKeyMap()) {
+        const Str spelt = Str::fromUtf16(root);
+        if (!spelt.startsWith("\\") && name.startsWith(spelt.view()) && spelt.size() > found.size()) {
+            found = spelt;
+        }
+    }
+    return found.empty() ? Str("HKLM\\\\, HKU\\\\, HKCU\\\\ or HKCC\\\\") : Str::concat(found, "\\\\");
+}
+
+/// The components of a pattern's literal beginning.
+ResolvedStart startOf(const StanzaAtHand &at)
+{
+    return resolveRoot(literalComponents(at.rules().config().hive.pattern()), at.all.hiveNames);
+}
+
+void checkTypeWords(const StanzaAtHand &at, Report &report)
+{
+    for (const Str &piece : at.rules().config().types) {
+        if (!patternFault(piece.lowered()).empty()) {
+            continue;
+        }
+        RegexFilterList pattern({piece.lowered()});
+        StrVector words;
+        bool isFound = piece.empty();
+        for (const auto &[word, mask] : registryOperationMasks()) {
+            isFound = isFound || pattern.matches(word);
+            words.push_back(word);
+        }
+        if (!isFound) {
+            report.add("type", Str() << "\"" << piece << "\" is found in no operation; there are "
+                                     << joined(words, ", "));
+        }
+    }
+}
+
+} // namespace
+
+void checkHiddenControlSet(const StanzaAtHand &at, Report &report)
+{
+    const CheckedStanza *const namer = namerOfControlSet(at);
+    if (namer == nullptr) {
+        return;
+    }
+    const RegMonEventFilter &filter = at.rules().filter();
+    for (const Str &path : at.rules().samplePaths()) {
+        if (!path.startsWith(kControlSet)) {
+            continue;
+        }
+        const Str rest = path.substr(nameEnd(path, kControlSet.size()));
+        const Str numbered = Str::concat(namer->rules->currentControlSetPath(), rest);
+        // As the filters get to see it.
+        const Str renamed = Str::concat(kCurrentControlSet, rest);
+        if (filter.matchesKey(numbered) && !filter.matchesKey(renamed)) {
+            report.add("hive", Str() << "matches nothing in the current control set, as ["
+                                     << namer->stanza->name
+                                     << "] names that: all stanzas then see CurrentControlSet there; write "
+                                        "HKLM\\\\SYSTEM\\\\[^\\\\]+\\\\ in both");
+            return;
+        }
+    }
+}
+
+void checkUnnamedControlSet(const StanzaAtHand &at, Report &report)
+{
+    if (at.rules().namesCurrentControlSet()) {
+        report.add("hive",
+                   "names the current control set: live events carry neither the stanza nor its index; "
+                   "write HKLM\\\\SYSTEM\\\\[^\\\\]+\\\\");
+    }
+}
+
+void checkCurrentConfig(const StanzaAtHand &at, Report &report)
+{
+    const auto root = at.all.hiveNames.hiveKeyMap().find(u"HKCC");
+    if (root != at.all.hiveNames.hiveKeyMap().end() &&
+        at.rules().config().hive.pattern().startsWith(
+            Str::fromUtf16(root->second.regexPath).lowered().view())) {
+        report.add("hive",
+                   "HKCC gives a baseline and no live event, as the kernel reports what lies behind that "
+                   "name; write HKLM\\\\SYSTEM\\\\[^\\\\]+\\\\Hardware Profiles\\\\.*");
+    }
+}
+
+void checkTypeCase(const StanzaAtHand &at, Report &report)
+{
+    StrVector lost;
+    for (const auto &[word, mask] : registryOperationMasks()) {
+        if (at.rules().filter().matchesType(word) && (at.rules().operationsAsked() & mask) == 0) {
+            lost.push_back(word);
+        }
+    }
+    const Str type = at.value("type");
+    if (!lost.empty() && type != type.lowered()) {
+        report.add("type", Str() << "in capitals: the driver is not asked for " << joined(lost, ", ")
+                                 << "; write it in lower case");
+    }
+}
+
+void checkBaselineStart(const StanzaAtHand &at, Report &report)
+{
+    if (at.rules().config().baseline && startOf(at).hive == nullptr) {
+        report.add("baseline",
+                   "hive begins in no literal text below a root, so that there is nowhere to walk "
+                   "from: no baseline");
+    }
+}
+
+void checkBaselineRoot(const StanzaAtHand &at, Report &report)
+{
+    const ResolvedStart start = startOf(at);
+    if (at.rules().config().baseline && start.hive != nullptr && start.rest.empty()) {
+        report.add("baseline", Str() << "walks all of " << Str::fromUtf16(start.hive->shortName)
+                                     << ": there is no more literal text at the beginning of hive");
+    }
+}
+
+void checkTakenName(const StanzaAtHand &at, Report &report)
+{
+    // What names the current control set is not found in any path, whosever it is.
+    if (!at.checked.isInForce() || at.rules().namesCurrentControlSet() || !canMatchEvents(at.rules())) {
+        return;
+    }
+    for (const Str &path : at.rules().samplePaths()) {
+        const SystemMonitoringConfig *const taker = at.all.inForce->stanzaOf(path);
+        if (taker != nullptr && taker->name != at.rules().config().name) {
+            report.add("hive",
+                       Str() << "what it accepts goes out as [" << at.request.scheme << "://" << taker->name
+                             << "], whose hive is found in it and "
+                             << (taker->hive.pattern().size() > at.rules().config().hive.pattern().size()
+                                     ? "is longer"
+                                     : "comes first of two that are as long")
+                             << ", such as " << (path.empty() ? "any path" : path.c_str()));
+            return;
+        }
+    }
+}
+
+void checkMatchesNothing(const StanzaAtHand &at, Report &report)
+{
+    checkTypeWords(at, report);
+    if (!canMatchEvents(at.rules())) {
+        report.add("hive", Str() << "matches nothing: no path begins so; write "
+                                 << spellingOfRoot(at.value("hive"), at.all.hiveNames)
+                                 << ", in capitals, at the very front");
+    }
+    if (std::ranges::any_of(at.rules().samplePaths(), isBelowUsersClasses)) {
+        report.add("hive", "matches no live event: the kernel reports a user's classes elsewhere; write "
+                           "HKU\\\\[^\\\\]+_Classes\\\\.*");
+    }
+}
+
+void checkWow64(const StanzaAtHand &at, Report &report)
+{
+    for (const Str &path : at.rules().samplePaths()) {
+        if (!path.startsWith(kSoftware) || path.size() == kSoftware.size() ||
+            path.view().substr(kSoftware.size()).starts_with(kWow64)) {
+            continue;
+        }
+        Str twin(kSoftware);
+        twin << kWow64 << "\\" << path.view().substr(kSoftware.size());
+        // One that is about all keys is there for something else.
+        const auto covers = [&](const CheckedStanza &other) {
+            return other.isInForce() && other.rules->config().hive.pattern().contains(Str(kWow64)) &&
+                   other.rules->filter().matchesKey(twin);
+        };
+        if (!at.rules().filter().matchesKey(twin) && std::ranges::none_of(at.all.stanzas, covers)) {
+            report.add("hive",
+                       "what 32-bit programs write lies below HKLM\\\\SOFTWARE\\\\WOW6432Node, which is "
+                       "not covered; HKLM\\\\SOFTWARE\\\\(WOW6432Node\\\\)? takes in both");
+        }
+        return;
+    }
+}
+
+} // namespace velmox

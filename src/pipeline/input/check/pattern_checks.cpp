@@ -1,0 +1,197 @@
+#include "pipeline/input/check/pattern_samples.h"
+#include "pipeline/input/check/pattern_trial.h"
+#include "pipeline/input/check/raw_escapes.h"
+#include "pipeline/input/check/stanza_checks.h"
+#include "util/text/str_segment.h"
+
+#include <algorithm>
+
+namespace velmox {
+
+namespace {
+
+constexpr const char *kPatternKeys[] = {"hive", "proc"};
+
+/// What is worth a word: a usual pattern takes a thousandth of that.
+constexpr double kSlowMilliseconds = 1;
+constexpr std::size_t kWorstLength = 250;
+
+Str slownessOf(const PatternTrial &trial, TrialMode mode)
+{
+    Str text;
+    text.appendFormat("a path of %d characters takes %.1f ms", static_cast<int>(kWorstLength),
+                      trial.milliseconds);
+    if (trial.gaveUp) {
+        text << (mode == TrialMode::Whole ? ", and then counts as not matching" : " and more");
+    }
+    return text;
+}
+
+void checkSlowness(const char *key, const Str &pattern, TrialMode mode, Report &report)
+{
+    const std::optional<PatternPart> parts = parsePattern(pattern);
+    if (!parts || !hasNestedRepeats(*parts)) {
+        return;
+    }
+    const PatternTrial trial = worstTrial(pattern, mode, worstTexts(*parts, kWorstLength));
+    if (trial.gaveUp || trial.milliseconds >= kSlowMilliseconds) {
+        report.add(key, Str() << "repeats what repeats: " << slownessOf(trial, mode)
+                              << "; repeat one thing alone");
+    }
+}
+
+/// Whether the author says that the pattern is to end here.
+bool hasDeliberateEnd(const Str &hive)
+{
+    return (hive.endsWith("$") && !hive.endsWith("\\$")) || hive.lowered().endsWith("\\z");
+}
+
+} // namespace
+
+void checkPatterns(const StanzaAtHand &at, Report &report)
+{
+    bool isFound = false;
+    for (const char *key : kPatternKeys) {
+        const Str fault = patternFault(at.value(key).lowered());
+        if (!fault.empty()) {
+            isFound = true;
+            report.add(key, Str() << fault << "; with it the monitor does not start");
+        }
+    }
+    // What the monitor puts behind a plain path can make it another one.
+    if (!isFound && at.checked.rules == nullptr && patternFault(at.value("type").lowered()).empty()) {
+        report.add("hive",
+                   "no pattern once the monitor has completed it; with it the monitor does not start");
+    }
+}
+
+void checkTypes(const StanzaAtHand &at, Report &report)
+{
+    const Str type = at.value("type");
+    // The filter takes the value as a whole and folded, the driver is asked for the pieces as they are.
+    StrVector patterns = {type.lowered()};
+    StrSegment(type).splitInto(patterns, "|");
+    for (const Str &pattern : patterns) {
+        const Str fault = patternFault(pattern);
+        if (fault.empty()) {
+            continue;
+        }
+        Str message = fault;
+        if (pattern != patterns.front() && type.contains("(")) {
+            message << "; a bar between parentheses splits them, as each piece between bars is a pattern of "
+                       "its own";
+        }
+        report.add("type", message << "; with it the monitor does not start");
+        return;
+    }
+}
+
+void checkSingleBackslash(const StanzaAtHand &at, Report &report)
+{
+    for (const char *key : kPatternKeys) {
+        const Str pattern = at.value(key);
+        for (const LetterEscape &escape : letterEscapes(pattern)) {
+            if (isLikelySeparator(pattern, escape, at.all.hiveNames)) {
+                report.add(key, Str() << "\"" << escapedWord(pattern, escape)
+                                      << "\" is no separator: one backslash gives the letter behind it "
+                                         "another meaning; write two");
+                break;
+            }
+        }
+    }
+}
+
+void checkFoldedEscape(const StanzaAtHand &at, Report &report)
+{
+    for (const char *key : kPatternKeys) {
+        const Str pattern = at.value(key);
+        for (const LetterEscape &escape : letterEscapes(pattern)) {
+            const char *const instead = insteadOfFolded(escape.letter);
+            if (instead != nullptr && !isLikelySeparator(pattern, escape, at.all.hiveNames)) {
+                Str message;
+                message << '\\' << escape.letter << " is folded to \\" << Str(1, escape.letter).lowered()
+                        << ", which means something else; write " << instead;
+                report.add(key, message);
+                break;
+            }
+        }
+    }
+}
+
+void checkTail(const StanzaAtHand &at, Report &report)
+{
+    const Str hive = at.value("hive");
+    // A line that was taken in is another matter.
+    if (!hasPatternCharacters(hive) || hasDeliberateEnd(hive) || hive.contains("\n")) {
+        return;
+    }
+    const RegMonEventFilter &filter = at.rules().filter();
+    const auto endsAtKey = [&](const Str &path) {
+        // A pattern whose last name may go on is about names, and those are found.
+        return !filter.matchesKey(Str::concat(path, "\\x")) && !filter.matchesKey(Str::concat(path, "x"));
+    };
+    const StrVector &paths = at.rules().samplePaths();
+    const auto path = std::ranges::find_if(paths, endsAtKey);
+    if (path != paths.end()) {
+        report.add("hive",
+                   Str() << "matches " << *path
+                         << " and nothing below it; for what lies below write (\\\\.*)? behind it, and "
+                            "if it names a value, $");
+    }
+}
+
+void checkPlainPath(const StanzaAtHand &at, Report &report)
+{
+    const Str hive = at.value("hive");
+    if (hive.empty() || hasPatternCharacters(hive)) {
+        return;
+    }
+    const Str message =
+        "a plain path: keys beside it whose names begin alike are watched too, and what lies more "
+        "than one level below is not";
+    if (at.rules().config().baseline) {
+        // A group would end the literal beginning one level higher, and the walk would read all of that.
+        report.add(Severity::Warning, "hive",
+                   Str() << message
+                         << "; with baseline it is walked at every start; \\\\.* behind it makes it all "
+                            "below the key");
+    } else {
+        report.add("hive", Str() << message << "; (\\\\.*)? behind it makes it the key with all below it");
+    }
+}
+
+void checkLineEnd(const StanzaAtHand &at, Report &report)
+{
+    const auto meetsNoLineEnd = [](const PatternPart &part) {
+        return part.kind == PatternPart::Kind::Any && !part.meetsLineEnds;
+    };
+    const std::optional<PatternPart> &parts = at.rules().hiveParts();
+    if (!at.value("hive").empty() && parts && anyPart(*parts, meetsNoLineEnd)) {
+        report.add("hive", "a dot meets no line end: a key or value whose name holds one passes unseen; "
+                           "(?s:.*) sees it");
+    }
+}
+
+void checkKeyItself(const StanzaAtHand &at, Report &report)
+{
+    const std::optional<PatternPart> &parts = at.rules().hiveParts();
+    if (!parts) {
+        return;
+    }
+    const PatternPart *const last = lastPart(*parts);
+    const PatternPart *const before = secondLastPart(*parts);
+    if (last != nullptr && before != nullptr && last->kind == PatternPart::Kind::Any && last->isRepeated() &&
+        before->kind == PatternPart::Kind::Text && before->text == "\\") {
+        report.add("hive", "the key itself is left out: its creation, deletion and renaming pass unseen; "
+                           "(\\\\.*)? at the end takes it in");
+    }
+}
+
+void checkExplosive(const StanzaAtHand &at, Report &report)
+{
+    const SystemMonitoringConfig &config = at.rules().config();
+    checkSlowness("hive", config.hive.pattern(), TrialMode::Whole, report);
+    checkSlowness("proc", config.proc.pattern(), TrialMode::Search, report);
+}
+
+} // namespace velmox

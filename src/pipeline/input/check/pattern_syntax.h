@@ -1,0 +1,60 @@
+#pragma once
+
+#include "util/text/str.h"
+
+#include <optional>
+#include <vector>
+
+namespace velmox {
+
+/// A part of a regular expression, as far as it takes to say what a pattern is likely to mean.
+struct PatternPart
+{
+    enum class Kind
+    {
+        Text,      ///< one character, as in `text`
+        Any,       ///< a dot
+        Class,     ///< one character of several, by the pattern in `text`
+        Assertion, ///< takes no character
+        Sequence,
+        Choice,
+    };
+    static constexpr unsigned kUnlimited = ~0u;
+
+    Kind kind = Kind::Sequence;
+    Str text;
+    /// Of a dot: whether it stands for a line end too.
+    bool meetsLineEnds = false;
+    std::vector<PatternPart> parts;
+    /// How often the part may come in a row.
+    unsigned least = 1;
+    unsigned most = 1;
+
+    bool isRepeated() const { return most == kUnlimited; }
+};
+
+/// Reads a pattern as PCRE does. Nothing for one with syntax that is not known here, such as references: of
+/// those no conclusions are drawn. The pattern must be one that compiles, and folded as the monitor does.
+std::optional<PatternPart> parsePattern(const Str &pattern);
+
+/// The last part that every match ends in, inside of groups too; null when there is no single one.
+const PatternPart *lastPart(const PatternPart &whole);
+/// The same for the part before the last.
+const PatternPart *secondLastPart(const PatternPart &whole);
+
+/// Whether a part that holds for `test`, or one below it.
+template <class Test>
+bool anyPart(const PatternPart &part, const Test &test)
+{
+    if (test(part)) {
+        return true;
+    }
+    for (const PatternPart &child : part.parts) {
+        if (anyPart(child, test)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace velmox

@@ -1,0 +1,122 @@
+#include "pipeline/input/check/raw_escapes.h"
+
+#include "util/text/ascii.h"
+
+namespace velmox {
+
+namespace {
+
+/// Escapes that people put between words, or in front of one, on purpose.
+constexpr CharSet kCommonEscapes("sbwdh");
+/// Escapes of one character, which hardly ever stand in a path.
+constexpr CharSet kRareEscapes("trnfaevzkgcpxo");
+
+std::size_t wordLength(const Str &pattern, std::size_t from)
+{
+    std::size_t at = from;
+    while (at < pattern.size() && isAsciiAlphanumeric(pattern[at])) {
+        ++at;
+    }
+    return at - from;
+}
+
+bool isName(char byte)
+{
+    return isAsciiAlphanumeric(byte) || byte == '_';
+}
+
+/// Whether a root of the registry or a drive is all that stands before.
+bool followsRoot(std::string_view before, const HiveNames &hiveNames)
+{
+    const bool isDrive = before.size() == 2 && before[1] == ':' && isAsciiAlphanumeric(before[0]);
+    return isDrive || hiveNames.hiveKeyMap().contains(WideStr::fromUtf8(Str(before).uppered()));
+}
+
+/// Hexadecimal numbers and names in braces.
+bool isArgument(const Str &pattern, const LetterEscape &escape)
+{
+    const char next = escape.position + 2 < pattern.size() ? pattern[escape.position + 2] : '\0';
+    return escape.letter == 'x' && CharSet::hexDigits().contains(next);
+}
+
+} // namespace
+
+std::vector<LetterEscape> letterEscapes(const Str &pattern)
+{
+    std::vector<LetterEscape> escapes;
+    for (std::size_t at = 0; at + 1 < pattern.size(); ++at) {
+        if (pattern[at] != '\\') {
+            continue;
+        }
+        if (isAsciiAlphanumeric(pattern[at + 1])) {
+            escapes.push_back({at, pattern[at + 1]});
+        }
+        ++at;
+    }
+    return escapes;
+}
+
+bool isLikelySeparator(const Str &pattern, const LetterEscape &escape, const HiveNames &hiveNames)
+{
+    const std::string_view before = pattern.view().substr(0, escape.position);
+    if (followsRoot(before, hiveNames)) {
+        return true;
+    }
+    const char letter = escape.letter;
+    const std::size_t word = wordLength(pattern, escape.position + 2);
+    const bool followsName = !before.empty() && isName(before.back());
+    if (isArgument(pattern, escape) || (letter == 'Q' && pattern.contains("\\E")) || letter == 'E') {
+        return false;
+    }
+    if (isAsciiDigit(letter)) {
+        return followsName && word > 0;
+    }
+    if (isAsciiUpper(letter)) {
+        return word > 1;
+    }
+    if (kCommonEscapes.contains(letter)) {
+        // Whoever doubles others has meant this one.
+        return !pattern.contains("\\\\") && word > 1 && (followsName || (before.empty() && letter != 'b'));
+    }
+    return kRareEscapes.contains(letter) ? word > 1 && (followsName || before.empty()) : word > 0;
+}
+
+Str escapedWord(const Str &pattern, const LetterEscape &escape)
+{
+    return pattern.substr(escape.position, 2 + wordLength(pattern, escape.position + 2));
+}
+
+const char *insteadOfFolded(char letter)
+{
+    struct Folded
+    {
+        char letter;
+        const char *instead;
+    };
+    // \Z is left out: folded it means nearly the same.
+    static constexpr Folded kFolded[] = {
+        {'S', "[^\\s]"},
+        {'D', "[^\\d]"},
+        {'W', "[^\\w]"},
+        {'H', "[^\\h]"},
+        {'V', "[^\\v]"},
+        {'N', "[^\\n]"},
+        {'B', "(?!\\b)"},
+        {'R', "(?:\\r\\n|[\\r\\n])"},
+        {'A', "^"},
+        {'P', "a class"},
+        {'X', "(?s:.)"},
+        {'C', "(?s:.)"},
+        {'G', "^"},
+        {'K', "what it stands for"},
+        {'Q', "a backslash before each special character"},
+    };
+    for (const Folded &row : kFolded) {
+        if (row.letter == letter) {
+            return row.instead;
+        }
+    }
+    return nullptr;
+}
+
+} // namespace velmox

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "pipeline/input/rules/hive_names.h"
+
+#include <vector>
+
+namespace velmox {
+
+/// A backslash before a letter or a digit, in a pattern as it is written.
+struct LetterEscape
+{
+    /// Of the backslash.
+    std::size_t position;
+    char letter;
+};
+
+/// In their order, without doubled backslashes.
+std::vector<LetterEscape> letterEscapes(const Str &pattern);
+
+/// Whether the backslash was likely meant to separate two names, as in `HKLM\Software`. A guess, from what
+/// stands around it and from whether the pattern has doubled backslashes.
+bool isLikelySeparator(const Str &pattern, const LetterEscape &escape, const HiveNames &hiveNames);
+
+/// The escape with the word that follows, to be shown.
+Str escapedWord(const Str &pattern, const LetterEscape &escape);
+
+/// What to write for an escape in a capital letter that the fold makes into another one; null for a letter
+/// that is none.
+const char *insteadOfFolded(char letter);
+
+} // namespace velmox

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "pipeline/input/check/check.h"
+#include "pipeline/input/check/checked_stanza.h"
+
+namespace velmox {
+
+/// What a check looks at: one stanza among all.
+struct StanzaAtHand
+{
+    const CheckRequest &request;
+    const CheckedStanzas &all;
+    const CheckedStanza &checked;
+
+    const ConfiguredStanza &stanza() const { return *checked.stanza; }
+    Str value(const char *key) const { return stanza().value(key); }
+    /// Only where the table says that the check needs them.
+    const StanzaRules &rules() const { return *checked.rules; }
+};
+
+/// Takes down what one check finds in one stanza.
+class Report
+{
+public:
+    Report(std::string_view code, Severity severity, const ConfiguredStanza &stanza, Findings &findings)
+        : code_(code), severity_(severity), stanza_(stanza), findings_(findings)
+    {
+    }
+
+    /// `key` is empty for what concerns the stanza as a whole; so is the line of a key that it does not have.
+    void add(const Str &key, const Str &message) { add(severity_, key, message); }
+    void add(Severity severity, const Str &key, const Str &message);
+
+private:
+    const std::string_view code_;
+    const Severity severity_;
+    const ConfiguredStanza &stanza_;
+    Findings &findings_;
+};
+
+// Each function finds what its code in the table of check.cpp says.
+
+// Of settings as texts (setting_checks.cpp).
+void checkBooleans(const StanzaAtHand &at, Report &report);
+void checkNumbers(const StanzaAtHand &at, Report &report);
+void checkUnknownKeys(const StanzaAtHand &at, Report &report);
+void checkSwallowedLines(const StanzaAtHand &at, Report &report);
+void checkQuotes(const StanzaAtHand &at, Report &report);
+void checkComments(const StanzaAtHand &at, Report &report);
+void checkSchemeSpelling(const StanzaAtHand &at, Report &report);
+void checkMissingHive(const StanzaAtHand &at, Report &report);
+void checkName(const StanzaAtHand &at, Report &report);
+
+// Of patterns by themselves (pattern_checks.cpp).
+void checkPatterns(const StanzaAtHand &at, Report &report);
+void checkTypes(const StanzaAtHand &at, Report &report);
+void checkSingleBackslash(const StanzaAtHand &at, Report &report);
+void checkFoldedEscape(const StanzaAtHand &at, Report &report);
+void checkTail(const StanzaAtHand &at, Report &report);
+void checkPlainPath(const StanzaAtHand &at, Report &report);
+void checkLineEnd(const StanzaAtHand &at, Report &report);
+void checkKeyItself(const StanzaAtHand &at, Report &report);
+void checkExplosive(const StanzaAtHand &at, Report &report);
+
+// Of what the registry, the driver and other stanzas make of them (effect_checks.cpp).
+void checkHiddenControlSet(const StanzaAtHand &at, Report &report);
+void checkUnnamedControlSet(const StanzaAtHand &at, Report &report);
+void checkCurrentConfig(const StanzaAtHand &at, Report &report);
+void checkTypeCase(const StanzaAtHand &at, Report &report);
+void checkBaselineStart(const StanzaAtHand &at, Report &report);
+void checkBaselineRoot(const StanzaAtHand &at, Report &report);
+void checkTakenName(const StanzaAtHand &at, Report &report);
+void checkMatchesNothing(const StanzaAtHand &at, Report &report);
+void checkWow64(const StanzaAtHand &at, Report &report);
+
+} // namespace velmox
