@@ -2,7 +2,6 @@
 
 #include "conf/ground/conf_lock.h"
 #include "conf/tree/conf_path_pruners.h"
-#include "conf/tree/conf_search.h"
 
 #include <map>
 #include <memory>

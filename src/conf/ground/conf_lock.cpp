@@ -1,6 +1,5 @@
 #include "conf/ground/conf_lock.h"
 
-#include "conf/ground/thread_list.h"
 #include "util/log/logger.h"
 
 #include <atomic>

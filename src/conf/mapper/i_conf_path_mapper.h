@@ -1,8 +1,8 @@
 #pragma once
 
 #include "conf/root/bundles_setup.h"
+#include "conf/tree/conf_path_pruners.h"
 #include "conf/tree/conf_path_trie.h"
-#include "conf/tree/conf_search.h"
 #include "searchthing/osfile.h"
 #include "util/log/logger.h"
 

@@ -1,6 +1,6 @@
 #include "conf/mapper/lazy_conf_path_mapper.h"
 
-#include "conf/ground/reserved_name.h"
+#include "conf/root/path_forms.h"
 #include "conf/tree/conf_path_pruners.h"
 #include "util/log/logger.h"
 

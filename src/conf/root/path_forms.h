@@ -1,7 +1,9 @@
 #pragma once
 
+#include "util/text/char_set.h"
 #include "util/text/pathname.h"
 
+#include <string_view>
 #include <vector>
 
 namespace velmox {
@@ -27,5 +29,18 @@ bool matchesPathPattern(const Pathname &path, const Pathname &pattern);
 
 /// One level: a name without separators.
 bool matchesNamePattern(const WideStr &name, const WideStr &pattern);
+
+// Names that a file may have.
+
+/// The bytes that no name of a file may hold on Windows, of those that can be typed.
+inline constexpr CharSet kUnsafeInNames("<>:\"/\\|?*");
+
+/// Whether Windows takes the name for a device, in whatever directory it stands, or for another name: one
+/// that ends in a point or a blank loses it, which makes "anna." the same as "anna".
+///
+/// The names of devices are those that Microsoft's "Naming Files, Paths, and Namespaces" lists, and the two
+/// of the console, which the system's own check for devices knows as well. Case does not count, nor does what
+/// follows a point, nor do blanks before it: "nul .txt" is the null device.
+bool isReservedName(std::string_view name);
 
 } // namespace velmox

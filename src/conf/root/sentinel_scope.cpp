@@ -1,7 +1,7 @@
 #include "conf/root/sentinel_scope.h"
 
 #include "conf/ground/conf_exceptions.h"
-#include "conf/ground/thread_list.h"
+#include "conf/ground/conf_lock.h"
 #include "conf/root/conf_settings.h"
 #include "searchthing/lock.h"
 #include "searchthing/osfile.h"

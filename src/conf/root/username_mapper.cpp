@@ -1,7 +1,7 @@
 #include "conf/root/username_mapper.h"
 
-#include "conf/ground/reserved_name.h"
 #include "conf/root/conf_settings.h"
+#include "conf/root/path_forms.h"
 #include "conf/root/sentinel_scope.h"
 #include "util/files/file_star.h"
 #include "util/files/file_system.h"

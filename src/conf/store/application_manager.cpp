@@ -1,7 +1,7 @@
 #include "conf/store/application_manager.h"
 
 #include "conf/store/conf_path_mapper_manager.h"
-#include "conf/tree/conf_search.h"
+#include "conf/tree/conf_path_pruners.h"
 #include "util/files/file_system.h"
 #include "util/log/logger.h"
 #include "util/text/str.h"

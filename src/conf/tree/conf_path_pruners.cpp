@@ -9,6 +9,7 @@ namespace velmox {
 namespace {
 
 Logger log("DisabledApplicationPruner");
+Logger searchLog("ConfSearch");
 
 /// A stanza that is exported to everyone must be reached, though the app that it stands in is not open.
 bool holdsExport(const ConfPathTrie &node)
@@ -115,6 +116,39 @@ PruneAnswer SingleUserAppContextPruner::visit(const StrVector &segments, ConfPat
     }
     const bool isOwn = segments[0] == user_ && (segments.size() < kAppLevel || segments[1] == app());
     return isOwn ? PruneAnswer::Keep : PruneAnswer::Remove;
+}
+
+bool ConfSearch::constrain(Field field, const Str &value)
+{
+    std::optional<Str> &constraint = constraints_[field];
+    if (constraint) {
+        searchLog.error("Cannot constrain search with field[%d] = %s; field is already constrained to %s",
+                        static_cast<int>(field), value.c_str(), constraint->c_str());
+        return false;
+    }
+    constraint = value;
+    return true;
+}
+
+bool ConfSearch::matchesLast(const StrVector &segments) const
+{
+    const Str &part = segments.back();
+    if (segments.size() > maxLevel_) {
+        return false;
+    }
+    // Names of users count in any case; those of apps, types and stanzas are compared as they are.
+    switch (segments.size()) {
+    case kUserLevel:
+        return !constraints_[User] || part.compareCaseless(*constraints_[User]) == 0;
+    case kAppLevel:
+        return !constraints_[App] || part == *constraints_[App];
+    case kTypeLevel:
+        return !constraints_[Type] || part == *constraints_[Type];
+    case kStanzaLevel:
+        return !stanza_ || part == *stanza_ || part == kDefaultStanza;
+    default:
+        return true;
+    }
 }
 
 } // namespace velmox

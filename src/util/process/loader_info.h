@@ -1,9 +1,9 @@
 #pragma once
 
-#include "util/system/init_settings.h"
 #include "util/text/pathname.h"
 
 #include <cstdint>
+#include <optional>
 #include <set>
 
 namespace velmox {
@@ -29,6 +29,23 @@ public:
 
 private:
     Str hostIdentity_;
+};
+
+/// What a run leaves out of the configuration store, or keeps elsewhere. A program sets this before its first
+/// use of the store; the defaults leave nothing out.
+struct InitSettings
+{
+    /// The only user, besides "nobody", whose configuration is read.
+    std::optional<Str> user;
+    /// The only apps whose configuration is read.
+    std::optional<std::set<Str>> apps;
+    /// Only what is needed before the program is set up: no user's own data, and of the apps but "system"
+    /// only the conf files.
+    bool minimal = false;
+    /// Changes are not written to disk.
+    bool inMemoryOnly = false;
+    /// Stands in for the configured root of shared storage; empty for none.
+    Pathname storage;
 };
 
 /// Where this process is installed and under which names it runs: the one source for both.

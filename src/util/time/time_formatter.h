@@ -1,7 +1,7 @@
 #pragma once
 
+#include "util/time/struct_tm.h"
 #include "util/time/time_format.h"
-#include "util/time/zone_source.h"
 
 #include <cstdint>
 #include <vector>

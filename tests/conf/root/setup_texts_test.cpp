@@ -1,4 +1,3 @@
-#include "conf/ground/reserved_name.h"
 #include "conf/root/path_forms.h"
 #include "conf/root/placeholders.h"
 #include "conf/root/setting_values.h"

@@ -1,7 +1,6 @@
 #include "tests/util/time/scoped_zone.h"
 #include "util/time/struct_tm.h"
 #include "util/time/timeval.h"
-#include "util/time/zone_source.h"
 
 namespace velmox {
 namespace {

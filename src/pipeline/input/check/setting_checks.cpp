@@ -1,4 +1,4 @@
-#include "conf/ground/reserved_name.h"
+#include "conf/root/path_forms.h"
 #include "pipeline/input/check/stanza_checks.h"
 #include "util/text/ascii.h"
 #include "util/text/str_segment.h"
