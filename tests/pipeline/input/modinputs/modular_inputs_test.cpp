@@ -203,7 +203,6 @@ TEST_F(PrintConfigTest, TellsWhatIsWrong)
 {
     EXPECT_EQ(print("each", "2"), print("each", "each://2"));
     EXPECT_THAT(print("each", "2"), Not(HasSubstr("each://1")));
-    EXPECT_EQ(print("other"), "Scheme \"other\" is not initialized.");
     EXPECT_EQ(print("each"), "Stanza name must be specified.");
     EXPECT_EQ(print("all", "1"), "Stanza name should not be specified when \"use_single_instance\" is set to "
                                  "true in introspection.");
