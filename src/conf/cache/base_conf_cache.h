@@ -26,6 +26,9 @@ struct ConfSources
 
 /// What all caches have in common: the view, and when it is stale. Outside shared storage the process knows
 /// of all changes that matter and never looks for any; there it asks the layers once in a poll interval.
+///
+/// Any thread may mark a view stale without its lock. A reader takes the lock, calls `refresh` and reads; a
+/// view that could not be built stays stale, and the exception is the reader's.
 class BaseConfCache : public IConfCache
 {
 public:
@@ -76,6 +79,7 @@ private:
     /// Puts the stanza and "default" into `out` as `rebuild` would put them into the view.
     virtual void buildStanza(const Str &name, Stanzas &out) = 0;
 
+    /// The time by which polls are due.
     virtual Timeval now() const { return Timeval::now(); }
     bool isPollDue();
     /// Looks for changes in the layers when it is time to, and marks the view stale when there are.
@@ -88,7 +92,7 @@ private:
     const ConfSources sources_;
     ConfLock lock_{ConfLockRank::Cache};
     std::atomic<bool> dirty_{true};
-    const std::uint64_t pollMs_;
+    const std::uint64_t pollMs_; ///< 0 where nobody has to look
     Timeval lastPoll_;
     Timeval nextPoll_;
     StateList states_;
