@@ -76,7 +76,7 @@ struct BufferFacts
     std::uint32_t tickCount = 0;
     /// Buffers that were read and dropped for want of memory between the one before and this one.
     std::uint32_t lostReads = 0;
-    /// For each second that an event of this buffer can carry, in rising order.
+    /// For each second that a record of this buffer lies in, unless the record before it lies in the same.
     std::vector<CapturedOffset> offsets;
     /// Of the registry records in the buffer, those that no buffer before had.
     std::vector<CapturedStatus> statuses;
@@ -92,6 +92,10 @@ struct CapturedBuffer
     std::span<const unsigned char> records;
     std::size_t recordCount = 0;
 };
+
+/// Length of the record that the bytes begin with, or 0 if they hold none that is whole: for bytes that the
+/// driver may not have written.
+std::size_t wholeRecordBytes(std::span<const unsigned char> bytes);
 
 /// Totals, written when a recording ends by itself.
 struct CaptureEnd

@@ -4,6 +4,22 @@
 #include <cstring>
 #include <zlib.h>
 
+namespace velmox {
+
+std::size_t wholeRecordBytes(std::span<const unsigned char> bytes)
+{
+    if (bytes.size() < MonitorRecord::kFixedBytes) {
+        return 0;
+    }
+    // In 64 bits: sizes that somebody made up must not come to a small sum.
+    const MonitorRecord record(bytes.data());
+    const std::uint64_t length =
+        std::uint64_t{MonitorRecord::kFixedBytes} + record.nameBytes() + record.dataBytes();
+    return length <= bytes.size() ? static_cast<std::size_t>(length) : 0;
+}
+
+} // namespace velmox
+
 namespace velmox::capture_format {
 
 namespace {
@@ -71,7 +87,7 @@ public:
     std::string_view take(std::size_t bytes)
     {
         if (bytes > rest_.size()) {
-            throw CaptureException("its contents end too early");
+            throw CaptureException("ends too early");
         }
         const std::string_view taken = rest_.substr(0, bytes);
         rest_.remove_prefix(bytes);
@@ -130,7 +146,7 @@ public:
     void expectEnd() const
     {
         if (!rest_.empty()) {
-            throw CaptureException("its contents are too long");
+            throw CaptureException("goes on behind its contents");
         }
     }
 
@@ -159,18 +175,14 @@ void countRecords(std::span<const unsigned char> bytes, std::size_t &records, st
     records = 0;
     creations = 0;
     while (!bytes.empty()) {
-        // In 64 bits: the sum of two sizes that somebody made up must not come out small.
-        std::uint64_t length = MonitorRecord::kFixedBytes;
+        const std::size_t length = wholeRecordBytes(bytes);
+        if (length == 0) {
+            throw CaptureException("holds a record that is longer than its buffer");
+        }
         const MonitorRecord record(bytes.data());
-        if (length <= bytes.size()) {
-            length += std::uint64_t{record.nameBytes()} + record.dataBytes();
-        }
-        if (length > bytes.size()) {
-            throw CaptureException("a record in it is longer than its buffer");
-        }
         ++records;
         creations += record.recordClass() == kProcessRecord && record.operation() == kProcessCreated ? 1 : 0;
-        bytes = bytes.subspan(static_cast<std::size_t>(length));
+        bytes = bytes.subspan(length);
     }
 }
 
@@ -278,7 +290,7 @@ void decode(std::string_view bytes, CapturedBuffer &buffer)
     std::size_t creations = 0;
     countRecords(buffer.records, buffer.recordCount, creations);
     if (creations != facts.created.size()) {
-        throw CaptureException("its processes are not those of its records");
+        throw CaptureException("has other processes than its records");
     }
 }
 

@@ -1,6 +1,6 @@
 #include "companion/program/event_input.h"
 
-#include "companion/program/terminal.h"
+#include "companion/events/terminal.h"
 
 #include <array>
 #include <cerrno>
@@ -46,7 +46,8 @@ std::string readBeginning(const std::string &path, std::size_t most)
 {
     const Descriptor descriptor(openForReading(path));
     std::string bytes(most, '\0');
-    const auto length = descriptor.number() < 0 ? 0 : ::read(descriptor.number(), bytes.data(), most);
+    const auto length =
+        descriptor.number() < 0 ? 0 : ::read(descriptor.number(), bytes.data(), static_cast<unsigned>(most));
     bytes.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
     return bytes;
 }

@@ -1,9 +1,9 @@
 #include "companion/events/baseline.h"
 #include "companion/events/event_json.h"
 #include "companion/events/event_table.h"
+#include "companion/events/terminal.h"
 #include "companion/program/event_input.h"
 #include "companion/program/events_command_line.h"
-#include "companion/program/terminal.h"
 #include "companion/report/event_report.h"
 
 #include <cerrno>

@@ -116,24 +116,14 @@ public:
 
     void run()
     {
-        for (;;) {
-            switch (parseLine(reader_, line_, name_, value_)) {
-            case ConfLine::End:
-                return;
-            case ConfLine::Blank:
-            case ConfLine::Comment:
-                break;
-            case ConfLine::StanzaHeader:
-                path_ = parseMetaHeader(name_, app_);
-                if (!path_) {
-                    metaLog.warn() << location(reader_) << ": Error parsing stanza header: " << line_;
-                }
-                break;
-            case ConfLine::KeyValue:
-                takeSetting(trimmedView(name_), trimmedView(value_));
-                break;
+        const auto takeHeader = [this](const Str &name) {
+            path_ = parseMetaHeader(name, app_);
+            if (!path_) {
+                metaLog.warn() << location(reader_) << ": Error parsing stanza header: " << line_;
             }
-        }
+        };
+        readSettings(reader_, line_, takeHeader,
+                     [this](std::string_view key, std::string_view value) { takeSetting(key, value); });
     }
 
 private:
@@ -175,8 +165,6 @@ private:
     ConfPathTrie &out_;
     std::optional<ConfPathBase> path_; ///< of the stanza; nothing outside one
     Str line_;
-    Str name_;
-    Str value_;
 };
 
 Str timeText(const Timeval &time)

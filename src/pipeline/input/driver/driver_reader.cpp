@@ -92,6 +92,7 @@ DriverReader::Next DriverReader::handOver()
         }
         trace::monitor(trace::Message::MemoryLimit, kFunction);
         buffer_.bytes = 0;
+        ++registry_reads_dropped;
         queue_.wakeTaker();
         return Next::ReadAtOnce;
     }

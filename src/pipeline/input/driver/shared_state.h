@@ -27,6 +27,8 @@ private:
 
 /// Buffers that held at least one byte when they came from the driver: reads, not records, despite the name.
 inline std::atomic<std::int32_t> registry_evt_total{0};
+/// Buffers that came from the driver and were dropped for want of memory.
+inline std::atomic<std::int32_t> registry_reads_dropped{0};
 /// Registry events written to the stream. Process events do not count.
 inline std::atomic<std::int32_t> registry_evt_accepted{0};
 

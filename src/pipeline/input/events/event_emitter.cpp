@@ -40,8 +40,9 @@ void appendPadded(Str &out, unsigned number, std::size_t width)
 
 } // namespace
 
-EventEmitter::EventEmitter(std::function<void(const Str &)> written, std::FILE *out, Machine &machine)
-    : machine_(machine), eventWriter_(out), written_(std::move(written))
+EventEmitter::EventEmitter(std::function<void(const Str &)> written, std::FILE *out, Machine &machine,
+                           LineEnds lineEnds)
+    : machine_(machine), eventWriter_(out, lineEnds), written_(std::move(written))
 {
     event_.source = kSource;
     event_.sourcetype = kSource;

@@ -13,11 +13,14 @@ class EventEmitter
 public:
     /// `written` is called with the body text after each event has been written. The stream is not closed.
     explicit EventEmitter(std::function<void(const Str &)> written, std::FILE *out = stdout,
-                          Machine &machine = systemMachine());
+                          Machine &machine = systemMachine(), LineEnds lineEnds = LineEnds::OfTheStream);
 
     /// `time` is UTC; the text's first line becomes the machine's local time, or zeros if it has none. An
     /// empty index or stanza is left out.
     void emitEvent(const Str &text, const Str &index, const Str &stanza, Timeval time);
+
+    /// Bytes of the stream so far.
+    std::uint64_t writtenBytes() const { return eventWriter_.writtenBytes(); }
 
 private:
     void setTime(Timeval time);

@@ -105,7 +105,9 @@ void EventStreamWriter::write(const InputEvent &event)
     }
     append(event);
     flush();
-    std::fflush(out_);
+    if (out_ != nullptr) {
+        std::fflush(out_);
+    }
 }
 
 void EventStreamWriter::append(const InputEvent &event)
@@ -142,7 +144,13 @@ void EventStreamWriter::appendStart(const InputEvent &event)
 // Twenty calls for an event took as long as to write it into a file.
 void EventStreamWriter::flush()
 {
-    std::fwrite(text_.data(), 1, text_.size(), out_);
+    if (lineEnds_ == LineEnds::CrLf) {
+        text_.replaceAll("\n", "\r\n");
+    }
+    writtenBytes_ += text_.size();
+    if (out_ != nullptr) {
+        std::fwrite(text_.data(), 1, text_.size(), out_);
+    }
 }
 
 } // namespace velmox

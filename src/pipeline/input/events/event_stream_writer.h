@@ -2,6 +2,7 @@
 
 #include "util/text/str.h"
 
+#include <cstdint>
 #include <cstdio>
 
 namespace velmox {
@@ -21,19 +22,35 @@ struct InputEvent
     bool done = false;
 };
 
+/// How the stream's lines end.
+enum class LineEnds
+{
+    /// As the C stream makes them of an LF: standard output of Windows is a text stream.
+    OfTheStream,
+    /// CR and LF, for a stream that passes bytes as they are.
+    CrLf,
+};
+
 /// Writes events as one XML stream to standard output and flushes each, so that the server sees it at once.
 ///
-/// The stream's opening tag goes with the first event, its closing tag with the writer; without an event
-/// nothing is written. A failed write is not noticed. For one thread; the stream is not closed.
+/// Without a C stream the bytes are counted alone. The stream's opening tag goes with the first event, its
+/// closing tag with the writer; without an event nothing is written. A failed write is not noticed. For one
+/// thread; the stream is not closed.
 class EventStreamWriter
 {
 public:
-    explicit EventStreamWriter(std::FILE *out = stdout) : out_(out) {}
+    explicit EventStreamWriter(std::FILE *out = stdout, LineEnds lineEnds = LineEnds::OfTheStream)
+        : lineEnds_(lineEnds), out_(out)
+    {
+    }
     ~EventStreamWriter();
     EventStreamWriter(const EventStreamWriter &) = delete;
     EventStreamWriter &operator=(const EventStreamWriter &) = delete;
 
     void write(const InputEvent &event);
+
+    /// Bytes of the stream so far, with the line ends that they were given here.
+    std::uint64_t writtenBytes() const { return writtenBytes_; }
 
 private:
     void append(const InputEvent &event);
@@ -41,6 +58,8 @@ private:
     void flush();
 
     bool started_ = false;
+    std::uint64_t writtenBytes_ = 0;
+    const LineEnds lineEnds_;
     std::FILE *out_;
     // What is yet to be written; it keeps its memory.
     Str text_;

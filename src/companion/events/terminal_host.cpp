@@ -1,4 +1,4 @@
-#include "companion/program/terminal.h"
+#include "companion/events/terminal.h"
 
 #include <cstdlib>
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-#include "companion/program/terminal.h"
+#include "companion/events/terminal.h"
 #include "util/system/owned_handle.h"
 #include "util/system/windows_api.h"
 #include "util/text/wide_str.h"

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "capture/record/recorder.h"
+#include "pipeline/input/rules/stanza_configuration.h"
+
+#include <string>
+#include <vector>
+
+namespace velmox {
+
+enum class CaptureCommand
+{
+    Record,
+    Replay,
+    Summary,
+    Help,
+};
+
+/// What the user asked `velmox-capture` for.
+struct CaptureCommandLine
+{
+    CaptureCommand command = CaptureCommand::Help;
+    Str file;
+    RecordOptions record;
+    /// What a replay's stanzas have in common.
+    StanzaDefaults defaults = {"default", true};
+    /// A summary for programs.
+    bool isJson = false;
+    /// To let as much time pass between buffers as did when they came in.
+    bool isPaced = false;
+};
+
+extern const char *const kCaptureUsage;
+
+/// Reads the words behind the program's name. Throws std::invalid_argument with what is wrong.
+CaptureCommandLine readCaptureCommandLine(const std::vector<std::string> &words);
+
+} // namespace velmox

@@ -1,0 +1,386 @@
+#include "capture/record/recorder.h"
+
+#include "capture/record/recording.h"
+#include "pipeline/input/driver/driver_reader.h"
+#include "pipeline/input/driver/driver_service.h"
+#include "pipeline/input/events/process_enumeration.h"
+#include "pipeline/input/rules/filter_block.h"
+#include "pipeline/input/rules/registry_operations.h"
+#include "pipeline/input/rules/stanza_configuration.h"
+#include "pipeline/input/xml/config_xml_streaming_parser.h"
+#include "util/files/file_descriptor.h"
+#include "util/process/parent_watch.h"
+#include "util/thread/thread.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <io.h>
+
+namespace velmox {
+
+namespace {
+
+constexpr std::uint64_t kMegabyte = 1'000'000;
+constexpr DWORD kQueueMilliseconds = 250;
+constexpr auto kBetween = std::chrono::milliseconds(250);
+constexpr std::size_t kBarWidth = 20;
+
+[[noreturn]] void failWithLastError(const Str &what)
+{
+    const DWORD error = GetLastError();
+    throw ComponentException(Str::fromErrorFormat(error, "%s: %m", what.c_str()));
+}
+
+MonitorFilterConfig everything()
+{
+    MonitorFilterConfig block = {kAllEvents, kStatusMask, 0, kUserHives | kMachineHives};
+    for (const auto &[word, mask] : registryOperationMasks()) {
+        block.ops |= mask;
+    }
+    return block;
+}
+
+/// Notes whether there was anything but white space.
+class DocumentParser : public ConfigXmlStreamingParser
+{
+public:
+    void startElement(const Str &name) override
+    {
+        hasElements_ = true;
+        ConfigXmlStreamingParser::startElement(name);
+    }
+    bool hasElements() const { return hasElements_; }
+
+private:
+    bool hasElements_ = false;
+};
+
+/// What to ask the driver for.
+MonitorFilterConfig readFilter(HiveNames &hiveNames)
+{
+    DocumentParser parser;
+    if (GetStdHandle(STD_INPUT_HANDLE) != nullptr && _isatty(_fileno(stdin)) == 0) {
+        readXmlFromStdin(parser);
+    }
+    if (!parser.hasElements()) {
+        return everything();
+    }
+    const auto group = makeFilterGroup(parser.stanzas(), {}, hiveNames);
+    if (!group) {
+        throw ComponentException("no enabled stanza in the document on standard input");
+    }
+    return makeFilterBlock(*group, hiveNames, registryOperationMasks());
+}
+
+WideStr nativeUserPath(const HiveNames &hiveNames)
+{
+    for (const auto &[root, info] : hiveNames.hiveKeyMap()) {
+        if (info.shortName == u"HKCU" && root.startsWith(u"\\")) {
+            return root;
+        }
+    }
+    return {};
+}
+
+CaptureStart askMachine(const MonitorFilterConfig &filter, const HiveNames &hiveNames)
+{
+    CaptureStart start;
+    start.time = platform::systemTime();
+    start.filter = filter;
+    start.userPath = std::u16string_view(nativeUserPath(hiveNames));
+    start.controlSet = HiveNames::systemControlSet();
+    start.drives = systemMachine().drives().mappings();
+    enumerateProcesses([&start](std::uint32_t pid, const char16_t *image) {
+        start.processes.push_back({pid, image});
+    });
+    return start;
+}
+
+/// The driver's device for as long as the object lives. What this one installed goes with it.
+class RecordedDevice
+{
+public:
+    RecordedDevice(bool isShared, const MonitorFilterConfig &filter)
+        : name_(chooseDriverName()), imagePath_(driverPath(name_))
+    {
+        if (isSafeMode()) {
+            throw ComponentException("the driver cannot be started in safe mode");
+        }
+        const bool isRunning = isDriverRunning();
+        if (isRunning && !isShared) {
+            throw ComponentException(
+                "the driver's service runs already: a monitor has the device, and two readers take each "
+                "other's records (--share records beside it all the same)");
+        }
+        isOwn_ = !isRunning;
+        if (!device_.openOrInstall(name_, imagePath_)) {
+            throw ComponentException("the driver's device cannot be opened");
+        }
+        if (isOwn_ && !device_.setFilter(filter)) {
+            const DWORD error = GetLastError();
+            close();
+            SetLastError(error);
+            failWithLastError("the driver does not take what it is asked for");
+        }
+    }
+    ~RecordedDevice() { close(); }
+    RecordedDevice(const RecordedDevice &) = delete;
+    RecordedDevice &operator=(const RecordedDevice &) = delete;
+
+    const DeviceChannel &channel() const { return device_; }
+    /// Whether nobody else had asked the driver for anything.
+    bool isOwn() const { return isOwn_; }
+
+private:
+    bool isDriverRunning() const
+    {
+        bool isInstalled = false;
+        bool isRunning = false;
+        Str imagePath;
+        queryDriverInfo(name_, isInstalled, isRunning, imagePath);
+        return isRunning;
+    }
+
+    // The driver cannot stop while this process holds its device.
+    void close()
+    {
+        device_.close();
+        if (isOwn_) {
+            manageDriver(name_, imagePath_.c_str(), kStopAndRemove);
+        }
+    }
+
+    const char16_t *const name_;
+    const Pathname imagePath_;
+    DeviceChannel device_;
+    bool isOwn_ = false;
+};
+
+/// The monitor's own worker, and the queue between it and the main thread.
+class ReadThread : public Thread
+{
+public:
+    ReadThread(const DeviceChannel &device, StopFlag &stopFlag)
+        : Thread("CaptureReadThread"), device_(device), stopFlag_(stopFlag)
+    {
+        start();
+    }
+    ~ReadThread() noexcept(false) override { stop(); }
+
+    bool get(EventBuffer &buffer, DWORD milliseconds) { return queue_.get(buffer, milliseconds); }
+    /// What was queued by then can still be taken.
+    void stop()
+    {
+        stopFlag_.set();
+        if (!isJoined_) {
+            isJoined_ = true;
+            join();
+        }
+    }
+    /// Whether it ended before it was told to.
+    bool hasFailed() const { return hasFailed_; }
+
+protected:
+    void main() override
+    {
+        DriverReader(device_, queue_, stopFlag_).run();
+        hasFailed_ = !stopFlag_.isSet();
+        stopFlag_.set();
+        queue_.wakeTaker();
+    }
+
+private:
+    const DeviceChannel &device_;
+    StopFlag &stopFlag_;
+    BufferQueue queue_;
+    bool isJoined_ = false;
+    bool hasFailed_ = false; // to be read behind the join
+};
+
+/// Ctrl-C and Ctrl-Break set the flag while this lives.
+class ConsoleWatch
+{
+public:
+    explicit ConsoleWatch(StopFlag &stopFlag)
+    {
+        waitForParentOrSignal([](void *flag) { static_cast<StopFlag *>(flag)->set(); }, &stopFlag,
+                              ParentWatchMode::ConsoleOnly, 0);
+    }
+    ~ConsoleWatch() { stopParentWatch(); }
+    ConsoleWatch(const ConsoleWatch &) = delete;
+    ConsoleWatch &operator=(const ConsoleWatch &) = delete;
+};
+
+FileDescriptor createCapture(const Str &path)
+{
+    // Readable meanwhile: a recording that goes on can be looked at.
+    FileDescriptor file(createFile(Pathname::fromUtf8(path), GENERIC_WRITE, FILE_SHARE_READ, CREATE_ALWAYS,
+                                   FilePermissions::Private)
+                            .release());
+    if (!file.isOpen()) {
+        failWithLastError(path);
+    }
+    return file;
+}
+
+StatusTexts::StatusToError statusMapping()
+{
+    StatusTexts::StatusToError mapping = nullptr;
+    findRoutine(GetModuleHandleW(L"ntdll.dll"), "RtlNtStatusToDosError", mapping);
+    return mapping;
+}
+
+/// Reads dropped since the last call.
+std::uint32_t newlyLost()
+{
+    return static_cast<std::uint32_t>(registry_reads_dropped.exchange(0));
+}
+
+/// Tells people how a recording goes: a line on standard error that is written over a few times a second, if
+/// that is a terminal, and one in the end.
+class Progress
+{
+public:
+    struct Figures
+    {
+        std::uint64_t records = 0;
+        std::uint64_t bytes = 0;
+        std::uint64_t lostReads = 0;
+    };
+
+    /// When the recording ends by itself; zeros for no such end.
+    Progress(std::uint64_t seconds, std::uint64_t bytes);
+
+    void show(const Figures &figures);
+    void end(const Figures &figures);
+
+    std::uint64_t seconds() const;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    double doneShare(const Figures &figures) const;
+    void write(const Figures &figures, const char *lineEnd);
+
+    std::uint64_t lastSecond_;
+    std::uint64_t lastByte_;
+    Clock::time_point start_ = Clock::now();
+    Clock::time_point shown_;
+    bool isTerminal_;
+};
+
+Progress::Progress(std::uint64_t seconds, std::uint64_t bytes)
+    : lastSecond_(seconds), lastByte_(bytes), isTerminal_(_isatty(_fileno(stderr)) != 0)
+{
+}
+
+std::uint64_t Progress::seconds() const
+{
+    return static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start_).count());
+}
+
+void Progress::show(const Figures &figures)
+{
+    if (isTerminal_ && Clock::now() - shown_ >= kBetween) {
+        shown_ = Clock::now();
+        write(figures, "");
+    }
+}
+
+void Progress::end(const Figures &figures)
+{
+    write(figures, "\n");
+}
+
+// Of the end that is nearer.
+double Progress::doneShare(const Figures &figures) const
+{
+    const auto share = [](std::uint64_t done, std::uint64_t all) {
+        return all == 0 ? 0.0 : static_cast<double>(done) / static_cast<double>(all);
+    };
+    return std::min(1.0, std::max(share(seconds(), lastSecond_), share(figures.bytes, lastByte_)));
+}
+
+void Progress::write(const Figures &figures, const char *lineEnd)
+{
+    Str line;
+    if (isTerminal_) {
+        line.push_back('\r');
+    }
+    if (isTerminal_ && (lastSecond_ != 0 || lastByte_ != 0)) {
+        const auto done = static_cast<std::size_t>(doneShare(figures) * kBarWidth);
+        line << '[' << Str(done, '#') << Str(kBarWidth - done, '.') << "] ";
+    }
+    line << seconds() << " s, " << figures.records << " records, ";
+    line.appendFormat("%.1f MB, ", static_cast<double>(figures.bytes) / static_cast<double>(kMegabyte));
+    line << figures.lostReads << " reads lost" << lineEnd;
+    std::fputs(line.c_str(), stderr);
+    std::fflush(stderr);
+}
+
+void recordUntilStopped(const RecordOptions &options, ReadThread &reader, const StopFlag &stopFlag,
+                        Recording &recording, const CaptureWriter &writer)
+{
+    Progress progress(options.seconds, options.megabytes * kMegabyte);
+    const auto figures = [&] {
+        return Progress::Figures{recording.records(), writer.bytes(), recording.lostReads()};
+    };
+    const auto takeNext = [&](DWORD milliseconds) {
+        EventBuffer buffer;
+        const bool isTaken = reader.get(buffer, milliseconds);
+        if (isTaken) {
+            recording.take({buffer.data.get(), buffer.bytes}, newlyLost());
+        }
+        return isTaken;
+    };
+    const auto isAtEnd = [&] {
+        return (options.seconds != 0 && progress.seconds() >= options.seconds) ||
+               (options.megabytes != 0 && writer.bytes() >= options.megabytes * kMegabyte);
+    };
+    while (!stopFlag.isSet() && !isAtEnd()) {
+        takeNext(kQueueMilliseconds);
+        progress.show(figures());
+    }
+    reader.stop();
+    while (takeNext(0)) {
+    }
+    recording.end(newlyLost());
+    progress.end(figures());
+    if (reader.hasFailed()) {
+        throw ComponentException("the driver cannot be read any more");
+    }
+}
+
+} // namespace
+
+void record(const RecordOptions &options)
+{
+    const EmptyMainThread mainThread;
+    HiveNames hiveNames;
+    hiveNames.initHiveNameKeyMap();
+    const MonitorFilterConfig filter = readFilter(hiveNames);
+    StopFlag stopFlag;
+    const ConsoleWatch watch(stopFlag);
+    const RecordedDevice device(options.isShared, filter);
+    FileDescriptor file = createCapture(options.file);
+    CaptureWriter writer([&](std::string_view bytes) {
+        if (file.write(bytes.data(), bytes.size()) != static_cast<std::ptrdiff_t>(bytes.size())) {
+            failWithLastError(options.file);
+        }
+    });
+    StatusTexts statusTexts;
+    statusTexts.setMapping(statusMapping());
+    Recording recording(systemMachine(), statusTexts, writer);
+    try {
+        // Processes that run already are noted before the first record can name one.
+        writer.write(askMachine(device.isOwn() ? filter : MonitorFilterConfig{}, hiveNames));
+        ReadThread reader(device.channel(), stopFlag);
+        recordUntilStopped(options, reader, stopFlag, recording, writer);
+    } catch (const std::exception &exception) {
+        throw RecordingFailure(exception.what());
+    }
+}
+
+} // namespace velmox

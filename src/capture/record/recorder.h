@@ -1,0 +1,35 @@
+#pragma once
+
+#include "util/text/base_exception.h"
+#include "util/text/str.h"
+
+#include <cstdint>
+
+namespace velmox {
+
+/// What a recording is to be, and when it ends by itself; zeros for no such end.
+struct RecordOptions
+{
+    Str file;
+    std::uint64_t seconds = 0;
+    std::uint64_t megabytes = 0;
+    /// Beside a monitor that has the device: its driver is neither asked for anything nor removed.
+    bool isShared = false;
+};
+
+/// A recording that ended before its time. What was recorded can be read.
+class RecordingFailure : public BaseException
+{
+public:
+    using BaseException::BaseException;
+};
+
+/// Records until the end that the options name, or until Ctrl-C, and tells of it on standard error. The
+/// driver is installed where it is not yet, and then removed in the end.
+///
+/// It is asked for what the document on standard input asks for, for everything if there is none or a
+/// terminal. A file that is there is replaced. Throws RecordingFailure when it has begun and cannot go on,
+/// any other exception when it cannot begin. Main thread only, once in a process.
+void record(const RecordOptions &options);
+
+} // namespace velmox
