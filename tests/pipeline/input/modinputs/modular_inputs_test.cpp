@@ -1,5 +1,4 @@
 #include "pipeline/input/diagnostics/diagnostics.h"
-#include "pipeline/input/modinputs/modinputs_helper_thread.h"
 #include "pipeline/input/modinputs/modular_inputs.h"
 #include "pipeline/input/modinputs/scheme_files.h"
 #include "tests/pipeline/input/modinputs/scheme_home.h"

@@ -22,7 +22,9 @@ public:
         const Str failure = raisedBy<ModularInputsException>(
             [&] { status = runScript("Label", command, input, keep, limits); });
         EXPECT_TRUE(failure == "nothing" || home_.logged(failure.view()));
-        return failure != "nothing" ? failure : Str::fromFormat("%d, %zu bytes", status, output_.size());
+        return failure != "nothing"
+                   ? failure
+                   : Str::fromFormat("%d, %u bytes", status, static_cast<unsigned>(output_.size()));
     }
 
     /// How many lines of `complain` are in the log.
