@@ -26,11 +26,6 @@ TEST(RefusedInputTest, EndsQuietlyWithoutAnEnabledStanza)
     expectRefused(
         InputDocument().stanza("regmon:foo", {}).text(),
         "Found a stanza named 'regmon:foo' without the WinRegMon prefix, this will not be processed.");
-    std::string binary;
-    for (int i = 0; i < 100'000; ++i) {
-        binary += static_cast<char>(i * i / 7);
-    }
-    expectRefused(binary, "");
 }
 
 TEST(RefusedInputTest, EndsQuietlyWhenItCannotBeReadOrUnderstood)

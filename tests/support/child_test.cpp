@@ -24,10 +24,10 @@ bool ChildTest::succeeds()
 
 Str ChildTest::commandLine(const char *test, const Pathname &argument)
 {
-    return Str::fromFormat("\"%s\" --gtest_filter=%s --gtest_also_run_disabled_tests --gtest_output= "
-                           "--gtest_brief=1 --gtest_catch_exceptions=0%s%s",
-                           programPath().c_str(), test, Str::fromUtf16(kArgument).c_str(),
-                           argument.toStr().c_str());
+    return Str::fromFormat(
+        "\"%s\" --gtest_filter=%s --gtest_also_run_disabled_tests --gtest_output= --gtest_repeat=1 "
+        "--gtest_brief=1 --gtest_catch_exceptions=0%s%s",
+        programPath().c_str(), test, Str::fromUtf16(kArgument).c_str(), argument.toStr().c_str());
 }
 
 Pathname ChildTest::argument()

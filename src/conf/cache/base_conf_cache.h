@@ -1,8 +1,13 @@
 #pragma once
 
-#include "conf/cache/i_conf_cache.h"
+// conf/cache: the merged view of one configuration type, as one reader has it. It is built from the layers of
+// the mappers when somebody reads, and kept until something says that it is stale: a write, another reader's
+// rights, or, where hosts share their storage, a look at the layers from time to time.
+
+#include "conf/ground/conf_lock.h"
 #include "conf/mapper/i_conf_path_mapper.h"
 #include "conf/root/bundles_setup.h"
+#include "conf/tree/properties_map.h"
 
 #include <atomic>
 #include <list>
@@ -15,6 +20,55 @@ class ConfPathMapperManager;
 class ConfSettings;
 class SharedConfStates;
 
+/// A cursor over the stanzas of a view, in their order. Valid only while the cache's lock is held. All but
+/// `atEnd` only of a cursor that stands at a stanza.
+class IConfCacheIteratorImpl
+{
+public:
+    IConfCacheIteratorImpl(Stanzas::const_iterator at, const Stanzas &view) : at_(at), end_(view.end()) {}
+
+    const Str &name() const { return at_->first; }
+    const Str &expansion() const { return at_->second.expansion; }
+    /// Adds the stanza's values to `out`, never over those there. `direct` when `out` is this stanza, not one
+    /// that inherits from it.
+    void copyTo(PropertiesMap &out, bool direct) const;
+    bool atEnd() const { return at_ == end_; }
+    void step() { ++at_; }
+
+private:
+    Stanzas::const_iterator at_;
+    Stanzas::const_iterator end_;
+};
+
+/// Adds the stanza on which `at` stands, and what it inherits from that of `inherited`. Either may stand at
+/// the end.
+void copyStanza(const IConfCacheIteratorImpl &at, const IConfCacheIteratorImpl &inherited,
+                PropertiesMap &out);
+
+/// The merged view of one configuration type for one reader.
+class IConfCache
+{
+public:
+    virtual ~IConfCache() = default;
+    /// Guards the view. To be held, with `refresh` called, for every read.
+    virtual ConfLock &lock() = 0;
+    virtual IConfCacheIteratorImpl begin() = 0;
+    /// At the end when there is no such stanza.
+    virtual IConfCacheIteratorImpl find(const Str &name) = 0;
+    /// Marks the view stale. Does not take the cache's lock.
+    virtual void invalidate() = 0;
+    /// Adds what the acting user may delete, as deep as `levels` below the root.
+    virtual void collectDeletable(unsigned levels, ConfPathTrie &out) = 0;
+    /// Looks for changes, and rebuilds the view when it is stale.
+    virtual void refresh() = 0;
+    /// Builds the view anew. To be called with the lock held.
+    virtual void rebuild() = 0;
+    /// Adds a stanza with what it inherits to `out`; nothing when there is none. Takes the place of
+    /// `refresh`. Of a stale view no more is built than that, and it stays stale: a row of writes, each of
+    /// which looks at its stanza alone, builds no views that nobody reads.
+    virtual void readStanza(const Str &name, PropertiesMap &out) = 0;
+};
+
 /// What the views of a root are made of. All of it outlives them.
 struct ConfSources
 {
@@ -26,6 +80,9 @@ struct ConfSources
 
 /// What all caches have in common: the view, and when it is stale. Outside shared storage the process knows
 /// of all changes that matter and never looks for any; there it asks the layers once in a poll interval.
+///
+/// Any thread may mark a view stale without its lock. A reader takes the lock, calls `refresh` and reads; a
+/// view that could not be built stays stale, and the exception is the reader's.
 class BaseConfCache : public IConfCache
 {
 public:
@@ -76,6 +133,7 @@ private:
     /// Puts the stanza and "default" into `out` as `rebuild` would put them into the view.
     virtual void buildStanza(const Str &name, Stanzas &out) = 0;
 
+    /// The time by which polls are due.
     virtual Timeval now() const { return Timeval::now(); }
     bool isPollDue();
     /// Looks for changes in the layers when it is time to, and marks the view stale when there are.
@@ -88,7 +146,7 @@ private:
     const ConfSources sources_;
     ConfLock lock_{ConfLockRank::Cache};
     std::atomic<bool> dirty_{true};
-    const std::uint64_t pollMs_;
+    const std::uint64_t pollMs_; ///< 0 where nobody has to look
     Timeval lastPoll_;
     Timeval nextPoll_;
     StateList states_;

@@ -106,28 +106,28 @@ void report(const Str &text, const std::set<Str> &types, const FileStatus &origi
 bool ConfObjectManager::flush()
 {
     const bool done = ConfObjectManagerDB::flush();
-    tell();
+    notifyObserver();
     return done;
 }
 
 bool ConfObjectManager::reload(const Str &type)
 {
     const bool done = ConfObjectManagerDB::reload(type);
-    tell();
+    notifyObserver();
     return done;
 }
 
 FileChangeAnswer ConfObjectManager::onFileChange(WatchedFileState &state)
 {
     const FileChangeAnswer answer = ConfObjectManagerDB::onFileChange(state);
-    tell();
+    notifyObserver();
     return answer;
 }
 
-void ConfObjectManager::tell()
+void ConfObjectManager::notifyObserver()
 {
-    const News news = takeNews();
-    if (news.ofApp || news.ofExports) {
+    const PendingNotice notice = takePendingNotice();
+    if (notice.appChanged || notice.exportsChanged) {
         observer_.onAppsChanged();
     }
 }

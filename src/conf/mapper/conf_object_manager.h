@@ -31,7 +31,8 @@ public:
                 Pathname &copy) const;
 
 private:
-    void tell();
+    /// Without the lock: the observer may ask all mappers.
+    void notifyObserver();
     std::optional<Timeval> latestIn(const Pathname &file) const;
 
     ConfChangeObserver &observer_;

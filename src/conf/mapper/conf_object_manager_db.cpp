@@ -139,10 +139,10 @@ Str ConfObjectManagerDB::describe() const
     return Str("ConfObjectManager: ") << text();
 }
 
-ConfObjectManagerDB::News ConfObjectManagerDB::takeNews()
+ConfObjectManagerDB::PendingNotice ConfObjectManagerDB::takePendingNotice()
 {
     const std::lock_guard guard(lock_);
-    return std::exchange(news_, News());
+    return std::exchange(notice_, PendingNotice());
 }
 
 bool ConfObjectManagerDB::readFile(const Pathname &file, const ConfPathBase &app, ConfPathTrie &out)
@@ -178,7 +178,7 @@ bool ConfObjectManagerDB::takeOver(ConfPathTrie &&tree, const FileStatus &status
     }
     const bool didExport = !exporters_.empty();
     exporters_ = exportersIn(tree);
-    news_.ofExports = news_.ofExports || (differs && (didExport || !exporters_.empty()));
+    notice_.exportsChanged = notice_.exportsChanged || (differs && (didExport || !exporters_.empty()));
     tree_ = std::move(tree);
     status_ = status;
     loaded_ = true;
@@ -213,7 +213,7 @@ void ConfObjectManagerDB::noteAppLevel(const ConfPathTrie &tree)
     metaLog.info("%s: Detected change to app-level metadata: %s -> %s", text().c_str(),
                  before.toStr().c_str(), after.toStr().c_str());
     ++generation_;
-    news_.ofApp = true;
+    notice_.appChanged = true;
 }
 
 /// Begins with what stands on disk at this moment, which another process may have written. What is kept in
@@ -388,7 +388,7 @@ bool ConfObjectManagerDB::reload(const Str &)
     // are to look anew even if nothing differs.
     const bool didExport = !exporters_.empty();
     refresh();
-    news_.ofExports = news_.ofExports || didExport || !exporters_.empty();
+    notice_.exportsChanged = notice_.exportsChanged || didExport || !exporters_.empty();
     return true;
 }
 

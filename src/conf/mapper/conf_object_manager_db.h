@@ -40,17 +40,17 @@ public:
     const ConfPathBase &owner() const { return owner_; }
 
 protected:
-    /// What others must be told of once no lock is held.
-    struct News
+    /// What the observer must be told of once no lock is held.
+    struct PendingNotice
     {
-        bool ofApp = false;     ///< the metadata of the app itself changed
-        bool ofExports = false; ///< what readers of other apps see may have changed
+        bool appChanged = false;     ///< the metadata of the app itself
+        bool exportsChanged = false; ///< perhaps: what readers of other apps see
     };
     /// Puts what a metadata file of `app` says into `out`. False, with the reason in the last error, when it
     /// cannot be opened or read to its end.
     static bool readFile(const Pathname &file, const ConfPathBase &app, ConfPathTrie &out);
     /// What happened since the last call.
-    News takeNews();
+    PendingNotice takePendingNotice();
 
 private:
     /// Changes under way. On disk they go through the image, in memory alone through the tree.
@@ -89,8 +89,8 @@ private:
     FileStatus status_;
     std::set<Str> exporters_; ///< apps of which something is exported to everyone
     std::unique_ptr<Edit> edit_;
-    News news_;
-    /// Changes that concern all types, and those of one.
+    PendingNotice notice_;
+    /// Changes that concern all types, and those of one; a type's generation is the sum.
     std::uint64_t generation_ = 0;
     std::map<Str, std::uint64_t> typeGenerations_;
 };

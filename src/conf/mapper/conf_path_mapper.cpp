@@ -263,7 +263,7 @@ bool ConfPathMapper::flush()
     bool appChanged = false;
     const bool flushed = flushEdits(hadEdits, appChanged);
     if (appChanged) {
-        tellOfApp();
+        notifyAppChanged();
     } else if (hadEdits && user_ == kSharedUser) {
         observer_.onAppWritten(app_);
     }
@@ -303,13 +303,13 @@ FileChangeAnswer ConfPathMapper::onFileChange(WatchedFileState &state)
     bool appChanged = false;
     const FileChangeAnswer answer = takeFileChange(state.path(), appChanged);
     if (appChanged) {
-        tellOfApp();
+        notifyAppChanged();
     }
     return answer;
 }
 
-/// To be called without the lock: those told ask all mappers, this one too.
-void ConfPathMapper::tellOfApp() const
+/// To be called without the lock: the observer asks all mappers, this one too.
+void ConfPathMapper::notifyAppChanged() const
 {
     log_.info("App modification, creation, or update: %s", app_.c_str());
     observer_.onAppsChanged();

@@ -8,6 +8,9 @@ namespace velmox {
 
 /// Serves a directory of `.conf` files, one for each type, such as the `default` or `local` directory of an
 /// app. A type is edited in an image of its own that keeps the file's comments and order.
+///
+/// Readers go on seeing what is on disk until the flush. While a type is edited, changes that other programs
+/// make to its file are left alone: the flush replaces the whole file.
 class ConfPathMapper : public LazyConfPathMapper
 {
 public:
@@ -30,8 +33,9 @@ private:
 
     static constexpr char kExtension[] = "conf";
 
-    void tellOfApp() const;
+    void notifyAppChanged() const;
 
+    /// The type's file, which need not be there.
     Pathname fileOf(const Str &type) const;
     void logWrite(LogLevel level, const ConfPathBase &path, const Str &value, const char *what) const;
 

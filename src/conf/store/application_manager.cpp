@@ -68,12 +68,6 @@ bool ApplicationManager::isUsable(const Str &name) const
     return found != apps_.end() && found->second.info.enabled;
 }
 
-bool ApplicationManager::hasGlobalExports(const Str &app) const
-{
-    const std::lock_guard guard(lock_);
-    return globalExporters_.contains(app);
-}
-
 bool ApplicationManager::expandImports(std::set<Str> &apps) const
 {
     ImportGenerations generations;

@@ -13,6 +13,7 @@ namespace velmox {
 class ConfPathMapperManager;
 class ConfPathTrie;
 
+/// What is wrong with an app that a caller asked about or wants changed.
 class ApplicationManagerException : public BaseException
 {
 public:
@@ -69,6 +70,7 @@ public:
 /// An app and those that it imports, directly or through others, each with the number of steps to it.
 using ImportGenerations = std::map<Str, std::uint64_t>;
 
+/// What the last scan made of an app.
 enum class ApplicationChange
 {
     None = 0,
@@ -90,6 +92,7 @@ public:
 
     /// Throws ApplicationDoesNotExistException; "system" always exists.
     void getInfo(const Str &name, ApplicationInfo &info) const;
+    /// Whether there is a folder of this name, in this case, among the apps or the slave apps.
     bool isKnown(const Str &name) const;
     /// Whether the app is known and enabled.
     bool isUsable(const Str &name) const;
@@ -99,7 +102,6 @@ public:
     bool expandImports(std::set<Str> &apps) const;
     /// The same for one app, with the steps to each: 0 for the app itself.
     ImportGenerations importGenerations(const Str &app) const;
-    bool hasGlobalExports(const Str &app) const;
 
     /// Looks for apps on disk; with `detectChanges`, for what became different.
     void rescan(bool detectChanges);
@@ -123,8 +125,8 @@ private:
     const ConfPathMapperManager &mappers_;
     const BundlesSetup setup_;
     std::map<Str, Record> apps_;
-    std::map<Str, std::set<Str>> appsById_;
-    std::set<Str> globalExporters_;
+    std::map<Str, std::set<Str>> appsById_; ///< names by the id that their packages bear
+    std::set<Str> globalExporters_;         ///< apps of which something is exported to everyone
 };
 
 } // namespace velmox

@@ -22,6 +22,9 @@ private:
 
 /// Tells mappers of the files of a root that other programs changed, once nobody writes to them any more. For
 /// programs that have to follow such changes; the monitor starts none, since it reads its settings once.
+///
+/// One thread, which calls `runDue` again and again; mappers take their own locks. To see whether a file is
+/// being written it is opened for a moment so that nobody can write: a write of this very moment fails.
 class ConfChangeWatcher : public FilesystemChangeWatcher
 {
 public:
@@ -29,6 +32,7 @@ public:
     ConfChangeWatcher(ConfPathMapperManager &mappers, Clock &clock);
 
 private:
+    /// False for what the settings say not to poll.
     bool wants(const Pathname &path) override;
     std::unique_ptr<WatchedFileState> makeState(const Pathname &path, const FileStatus &known) override;
     bool handleChange(WatchedFileState &state) override;

@@ -272,19 +272,6 @@ ConfPathMetadata ConfPath::readMetadata() const
     return node->metadata();
 }
 
-bool ConfPath::isObjectThere() const
-{
-    if (level() < kStanzaLevel || mappers_->settings().allowsDangling(app())) {
-        return true;
-    }
-    try {
-        readData();
-        return true;
-    } catch (const ConfPathException &) {
-        return false;
-    }
-}
-
 void ConfPath::write(const ConfPathTrie &trie, unsigned flags) const
 {
     ConfPath path = *this;

@@ -33,9 +33,6 @@ public:
     /// Throw ConfPathDoesNotExistException, ConfPathHasNoDataException and ConfPathHasNoMetadataException.
     Str readData() const;
     ConfPathMetadata readMetadata() const;
-    /// Whether metadata of this path is about something: a stanza or key that holds data. Apps and types need
-    /// no file of their own, and the settings may allow metadata of an app to stand alone.
-    bool isObjectThere() const;
 
     /// Writes a tree whose top is this path, and flushes what was touched, also after a failure. `flags` are
     /// those of `ConfPathMapperManager::findWriter` for data. Throws ConfPathPermissionDeniedException,

@@ -7,6 +7,8 @@ namespace velmox {
 namespace {
 
 constexpr UINT kEndedFromOutside = 1;
+/// A process goes once its pending calls have. One that cannot be ended must not hold up its caller for ever.
+constexpr DWORD kEndMs = 10'000;
 
 /// A job that ends its processes when its last handle is closed.
 KernelHandle makeJob()
@@ -57,7 +59,7 @@ void JobProcess::end()
     if (!job_.isValid() || !TerminateJobObject(job_.get(), kEndedFromOutside)) {
         TerminateProcess(process_.get(), kEndedFromOutside);
     }
-    WaitForSingleObject(process_.get(), INFINITE);
+    WaitForSingleObject(process_.get(), kEndMs);
 }
 
 DWORD JobProcess::exitStatus() const

@@ -23,7 +23,8 @@ public:
 
     /// Signalled when the process itself has ended, whatever it has started. Owned by this object.
     HANDLE handle() const { return process_.get(); }
-    /// Ends the process if it still runs, and everything that it started. Keeps the last error.
+    /// Ends the process if it still runs, and everything that it started; waits at most 10 s for its end.
+    /// Keeps the last error.
     void end();
     /// After the end.
     DWORD exitStatus() const;

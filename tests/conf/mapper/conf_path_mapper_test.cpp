@@ -71,32 +71,6 @@ TEST_F(ConfPathMapperTest, ReadsATypeWhenItIsFirstAskedFor)
     EXPECT_EQ(log.text(), "");
 }
 
-TEST_F(ConfPathMapperTest, SearchesWhatCanBeHere)
-{
-    root.write(kOther, "[o]\n");
-    make();
-    /// What is found of "inputs", and whether "other" is; nothing when that cannot be here. Null is
-    /// unconstrained.
-    const auto found = [this](const char *user, const char *app, const char *type, unsigned level) -> Str {
-        ConfSearch search;
-        search.setMaxLevel(level);
-        const char *const fields[] = {user, app, type};
-        for (const unsigned field : {0u, 1u, 2u}) {
-            EXPECT_TRUE(!fields[field] ||
-                        search.constrain(static_cast<ConfSearch::Field>(field), fields[field]));
-        }
-        ConfPathTrie out;
-        const bool isHere = mapper->search(search, out);
-        return isHere ? describe(out, "inputs") << (describe(out, "other") != "-" ? " other" : "") : "no";
-    };
-    EXPECT_EQ(found(nullptr, nullptr, nullptr, ConfPathTrie::kAllLevels), ";s k=1 other");
-    EXPECT_EQ(found("NOBODY", "search", "inputs", 4), ";s");
-    EXPECT_EQ(found(nullptr, nullptr, nullptr, 2), "-");
-    EXPECT_EQ(found(nullptr, nullptr, "absent", 5), "no");
-    EXPECT_EQ(found(nullptr, "Search", nullptr, 5), "no");
-    EXPECT_EQ(found("alice", nullptr, nullptr, 5), "no");
-}
-
 TEST_F(ConfPathMapperTest, PutsTwoWritesIntoOneNewFile)
 {
     const Str made = "apps/search/made/local/inputs.conf";

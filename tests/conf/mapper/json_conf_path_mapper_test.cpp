@@ -25,7 +25,6 @@ TEST_F(JSONConfPathMapperTest, ReadsTheTextOfXmlAndHtmlFiles)
     put("views/home.xml", "\xEF\xBB\xBF<view/>\r\n");
     put("views/home.html", "<p/>");
     put("views/about.html", "<html/>");
-    put("views/notes.txt", "no");
     put("loose.xml", "no");
     make("xml", kData);
     EXPECT_EQ(read("views"), ";about:<html/>;home:<p/>");

@@ -75,26 +75,5 @@ TEST(ApplicationManager, FollowsImportsStepByStep)
     EXPECT_EQ(apps, (std::set<Str>{"f", "gone"}));
 }
 
-TEST(ApplicationManager, ASecondScanTellsWhatBecameDifferent)
-{
-    const ConfRoot root;
-    root.write("apps/changed/local/app.conf", "[install]\nstate = enabled\n");
-    root.write("apps/same/local/app.conf", "[install]\nstate = disabled\n");
-    SharedConfServices &services = root.shared();
-    root.write("apps/changed/local/app.conf", "[install]\nstate = disabled\n");
-    root.write("apps/fresh/local/t.conf", "");
-    for (IConfPathMapper *const mapper : services.mappers().mappers()) {
-        mapper->reload("");
-    }
-    const ConfLog log(root);
-    for (const bool detectsChanges : {true, true, false}) {
-        services.applications().rescan(detectsChanges);
-        EXPECT_EQ(log.text(), "INFO ApplicationManager: Detected app modification: changed\n"
-                              "INFO ApplicationManager: Detected app creation: fresh\n");
-        EXPECT_FALSE(services.applications().isUsable("changed"));
-        EXPECT_TRUE(services.applications().isUsable("fresh"));
-    }
-}
-
 } // namespace
 } // namespace velmox

@@ -152,8 +152,9 @@ TEST(UsernameMapperStore, LeadsToTheUsersFilesAndBack)
             EXPECT_EQ(root.text(Str("users/")
                                 << reserved(UsernameMapper::makeSafeName(user)) << "/search/local/x.conf"),
                       "\n[s]\nk = v\n");
-            // What was in memory is gone with the services.
-            root.shared().recreate();
+            for (IConfPathMapper *const mapper : root.shared().mappers().mappers()) {
+                mapper->reload("");
+            }
             EXPECT_EQ(path.readData(), "v") << user;
         }
     }

@@ -6,6 +6,7 @@
 #include "util/thread/thread.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <exception>
 #include <iterator>
@@ -16,6 +17,8 @@ namespace velmox {
 namespace {
 
 constexpr DWORD kPieceBytes = 8192;
+/// How long a thread has for the rest of its stream once the script has ended.
+constexpr DWORD kCancelMs = 1000;
 
 using Sink = std::function<void(std::string_view)>;
 
@@ -110,8 +113,6 @@ public:
     HANDLE errors() const { return errors_.get(); }
 
 private:
-    void start(const Str &commandLine, HANDLE input, HANDLE output, HANDLE errors);
-
     KernelHandle input_;
     KernelHandle output_;
     KernelHandle errors_;
@@ -131,12 +132,7 @@ ScriptProcess::ScriptProcess(const Str &label, const Str &commandLine)
     input_ = std::move(input.writer);
     output_ = std::move(output.reader);
     errors_ = std::move(errors.reader);
-    start(commandLine, input.reader.get(), output.writer.get(), errors.writer.get());
-}
-
-void ScriptProcess::start(const Str &commandLine, HANDLE input, HANDLE output, HANDLE errors)
-{
-    HANDLE inherited[] = {input, output, errors};
+    HANDLE inherited[] = {input.reader.get(), output.writer.get(), errors.writer.get()};
     InheritedHandles attributes(inherited, std::size(inherited));
     if (!attributes.isValid()) {
         raiseUnableToRun(commandLine);
@@ -144,9 +140,9 @@ void ScriptProcess::start(const Str &commandLine, HANDLE input, HANDLE output, H
     STARTUPINFOEXW startup = {};
     startup.StartupInfo.cb = sizeof startup;
     startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
-    startup.StartupInfo.hStdInput = input;
-    startup.StartupInfo.hStdOutput = output;
-    startup.StartupInfo.hStdError = errors;
+    startup.StartupInfo.hStdInput = inherited[0];
+    startup.StartupInfo.hStdOutput = inherited[1];
+    startup.StartupInfo.hStdError = inherited[2];
     startup.lpAttributeList = attributes.list();
     if (!process_.start(WideStr::fromUtf8(commandLine), CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT,
                         startup.StartupInfo)) {
@@ -160,25 +156,41 @@ class StreamThread : public Thread
 {
 public:
     StreamThread(const char *name, ScriptProcess &process, std::function<void()> body)
-        : Thread("%s", name), process_(process), body_(std::move(body))
+        : Thread("%s", name), process_(process), body_(std::move(body)),
+          done_(CreateEventW(nullptr, TRUE, FALSE, nullptr))
     {
         start();
     }
     ~StreamThread() noexcept(false) override
     {
         process_.end();
+        // What runs on outside the job, where there is none, still holds the pipe. A call is cancelled only
+        // while it waits for that: at a pipe that nobody holds it ends by itself. One that has not begun yet
+        // is met the next time.
+        while (WaitForSingleObject(done_.get(), kCancelMs) == WAIT_TIMEOUT) {
+            CancelSynchronousIo(self_.load());
+        }
         joinOrCancel();
+        CloseHandle(self_.load());
     }
 
 private:
-    void main() override { body_(); }
+    void main() override
+    {
+        self_ = OpenThread(THREAD_TERMINATE, FALSE, GetCurrentThreadId());
+        body_();
+        SetEvent(done_.get());
+    }
 
     ScriptProcess &process_;
     std::function<void()> body_;
+    const KernelHandle done_;
+    /// With the right to cancel its calls; null until it runs.
+    std::atomic<HANDLE> self_ = nullptr;
 };
 
-/// Reads up to the moment when all writers have closed the pipe; false, with the reason in the last error, if
-/// something else ended it.
+/// Reads up to the moment when all writers have closed the pipe, or those that are left count no more; false,
+/// with the reason in the last error, if something else ended it.
 bool readPipe(HANDLE pipe, const Sink &sink)
 {
     char piece[kPieceBytes];
@@ -186,7 +198,8 @@ bool readPipe(HANDLE pipe, const Sink &sink)
     while (ReadFile(pipe, piece, sizeof piece, &count, nullptr)) {
         sink({piece, count});
     }
-    return GetLastError() == ERROR_BROKEN_PIPE;
+    const DWORD error = GetLastError();
+    return error == ERROR_BROKEN_PIPE || error == ERROR_OPERATION_ABORTED;
 }
 
 /// Writes as much as the script takes; one that ends or closes its input early has all it wants.

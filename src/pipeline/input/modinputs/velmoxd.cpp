@@ -6,7 +6,7 @@
 #include "conf/store/application_manager.h"
 #include "pipeline/input/check/check_command.h"
 #include "pipeline/input/explain/explain_command.h"
-#include "pipeline/input/modinputs/modinputs_helper_thread.h"
+#include "pipeline/input/modinputs/modular_inputs.h"
 #include "pipeline/input/modinputs/scheme_files.h"
 #include "pipeline/input/xml/config_xml_streaming_parser.h"
 #include "util/crash/crash_log.h"

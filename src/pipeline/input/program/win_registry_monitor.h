@@ -1,6 +1,6 @@
 #pragma once
 
-#include "pipeline/input/baseline/baseline_checkpoint.h"
+#include "pipeline/input/baseline/baseline_scan.h"
 #include "pipeline/input/driver/buffer_queue.h"
 #include "pipeline/input/driver/device_channel.h"
 #include "pipeline/input/driver/shared_state.h"

@@ -14,7 +14,6 @@ TEST(BaselineStartPoints, ThePatternsLiteralBeginning)
     } rows[] = {
         {"\\\\registry\\\\machine\\\\software\\\\.*", {"registry", "machine", "software"}},
         {"\\\\registry\\\\machine\\\\soft.*\\\\x", {"registry", "machine"}},
-        {"\\\\registry\\\\user", {"registry", "user"}},
         {"\\\\registry\\\\user\\\\", {"registry", "user", ""}},
         {"\\\\registry\\\\machine\\\\a\\\\?([^\\\\\r\n]+){0,1}", {"registry", "machine", "a"}},
         {"a\\\\\\\\b", {"a", "", "b"}},

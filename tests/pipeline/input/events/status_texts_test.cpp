@@ -8,6 +8,7 @@ int mapped = 0;
 
 TEST(StatusTexts, TheNumberIsSignedAndEachStatusIsMappedOnce)
 {
+    mapped = 0;
     StatusTexts texts;
     EXPECT_EQ(texts.text(0), "N/A") << "without a mapping, which is not kept";
     texts.setMapping([](long) -> unsigned long { return ++mapped, ERROR_ACCESS_DENIED; });

@@ -1,5 +1,4 @@
 #include "pipeline/input/diagnostics/diagnostics.h"
-#include "pipeline/input/modinputs/modinputs_helper_thread.h"
 #include "pipeline/input/modinputs/modular_inputs.h"
 #include "pipeline/input/modinputs/scheme_files.h"
 #include "tests/pipeline/input/modinputs/scheme_home.h"
@@ -203,7 +202,6 @@ TEST_F(PrintConfigTest, TellsWhatIsWrong)
 {
     EXPECT_EQ(print("each", "2"), print("each", "each://2"));
     EXPECT_THAT(print("each", "2"), Not(HasSubstr("each://1")));
-    EXPECT_EQ(print("other"), "Scheme \"other\" is not initialized.");
     EXPECT_EQ(print("each"), "Stanza name must be specified.");
     EXPECT_EQ(print("all", "1"), "Stanza name should not be specified when \"use_single_instance\" is set to "
                                  "true in introspection.");

@@ -9,7 +9,7 @@
 //     --scheme flood -             standard output for ever
 //     --scheme hang -
 //     --scheme save FILE           the command line, a line end, and standard input up to its end
-//     --scheme leave -             starts a copy of itself that hangs on the same streams
+//     --scheme leave -             starts a copy of itself that holds the same streams until there is no plan
 //     --scheme exit STATUS
 
 #include "util/system/windows_api.h"
@@ -88,9 +88,14 @@ int main(int count, char **arguments)
 {
     const std::string wanted = arguments[count - 1];
     if (wanted == "linger") {
-        Sleep(INFINITE);
+        while (GetFileAttributesA((ownPath() + ".plan").c_str()) != INVALID_FILE_ATTRIBUTES) {
+            Sleep(20);
+        }
+        return 0;
     }
-    std::ifstream plan(ownPath() + ".plan");
+    // Closed before a step starts another process, which would inherit it.
+    std::stringstream plan;
+    plan << std::ifstream(ownPath() + ".plan").rdbuf();
     for (std::string line; std::getline(plan, line);) {
         std::istringstream words(line);
         std::string request;

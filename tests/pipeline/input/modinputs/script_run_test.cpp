@@ -1,5 +1,6 @@
 #include "pipeline/input/diagnostics/diagnostics.h"
 #include "tests/pipeline/input/modinputs/scheme_home.h"
+#include "util/files/file_system.h"
 
 namespace velmox {
 namespace {
@@ -21,7 +22,9 @@ public:
         const Str failure = raisedBy<ModularInputsException>(
             [&] { status = runScript("Label", command, input, keep, limits); });
         EXPECT_TRUE(failure == "nothing" || home_.logged(failure.view()));
-        return failure != "nothing" ? failure : Str::fromFormat("%d, %zu bytes", status, output_.size());
+        return failure != "nothing"
+                   ? failure
+                   : Str::fromFormat("%d, %u bytes", status, static_cast<unsigned>(output_.size()));
     }
 
     /// How many lines of `complain` are in the log.
@@ -40,6 +43,20 @@ TEST_F(ScriptRunTest, GivesOutputAndExitStatus)
     EXPECT_EQ(output_, "<a>\r\nb");
     // What it leaves running holds its streams open, and ends with it.
     EXPECT_EQ(run("--scheme leave -\n--scheme print done"), "0, 10 bytes");
+}
+
+TEST_F(ScriptRunTest, WhatRunsOnWithoutAJobHoldsUpNobody)
+{
+    {
+        const FailingCall noJob("AssignProcessToJobObject", FALSE, ERROR_ACCESS_DENIED);
+        EXPECT_EQ(run("--scheme leave -\n--scheme print done", Str(2u << 20, 'i')), "0, 4 bytes");
+    }
+    removeFile(home_.path("my scripts\\child.exe.plan"));
+    const Pathname script = home_.path("my scripts\\child.exe");
+    for (int look = 0; look < 500 && !removeFile(script); ++look) {
+        Sleep(20);
+    }
+    EXPECT_EQ(pathKind(script), PathKind::Nothing) << "what it left runs on";
 }
 
 // More than pipes hold goes either way while neither side waits for the other.

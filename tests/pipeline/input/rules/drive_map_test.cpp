@@ -35,7 +35,8 @@ TEST(DriveMap, TranslatesWhatLeadsThere)
 
 TEST(DriveMap, AsksUntilItHearsOfADrive)
 {
-    static int calls = 0;
+    static int calls;
+    calls = 0;
     DriveMap drives([](DriveMappings &out) { ++calls == 2 ? twoDrives(out) : void(); });
     EXPECT_EQ(drives.translateProcessDrive("c:x"), "c:x");
     EXPECT_EQ(drives.translateProcessDrive("c:x"), R"(\\device\\harddiskvolume1x)");
