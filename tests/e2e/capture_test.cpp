@@ -137,8 +137,8 @@ TEST_F(CaptureTest, KilledLeavesWhatWasRecorded)
         ChildProcess recorder(recording("--share"), {}, Streams::Apart);
         recorder.closeInput();
         ASSERT_TRUE(waitUntilTaken());
-        for (int left = 300; left > 0 && velmox::testing::readWhole(path).size() < 2 * records.size();
-             --left) {
+        const std::string_view sought(reinterpret_cast<const char *>(records.data()), records.size());
+        for (int left = 300; left > 0 && occurrences(velmox::testing::readWhole(path), sought) < 2; --left) {
             Sleep(100);
         }
         recorder.kill(1);
