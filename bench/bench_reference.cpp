@@ -1,11 +1,14 @@
 // What the monitor's figures are measured by.
 //
 //     bench_reference events FILE     writes the events of a file one by one, each flushed
-//     bench_reference walk            reads every key and value of HKEY_LOCAL_MACHINE
+//     bench_reference walk BYTES      reads every key and value of HKEY_LOCAL_MACHINE, and for each value
+//     writes
+//                                     so many bytes, flushed
 
 #include "util/system/owned_handle.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -33,7 +36,7 @@ int writeEvents(const char *path)
     return 0;
 }
 
-void walk(HKEY key)
+void walk(HKEY key, const std::string &text)
 {
     DWORD subKeys = 0;
     DWORD subKeyName = 0;
@@ -51,13 +54,17 @@ void walk(HKEY key)
         DWORD bytes = dataBytes;
         DWORD type = 0;
         RegEnumValueW(key, index, name.data(), &nameUnits, nullptr, &type, data.data(), &bytes);
+        if (!text.empty()) {
+            std::fputs(text.c_str(), stdout);
+            std::fflush(stdout);
+        }
     }
     for (DWORD index = 0; index < subKeys; ++index) {
         auto nameUnits = static_cast<DWORD>(name.size());
         RegEnumKeyExW(key, index, name.data(), &nameUnits, nullptr, nullptr, nullptr, nullptr);
         HKEY child = nullptr;
         if (RegOpenKeyExW(key, name.data(), 0, KEY_READ, &child) == ERROR_SUCCESS) {
-            walk(child);
+            walk(child, text);
             RegCloseKey(child);
         }
     }
@@ -70,8 +77,8 @@ int main(int count, char **arguments)
     if (count == 3 && std::strcmp(arguments[1], "events") == 0) {
         return writeEvents(arguments[2]);
     }
-    if (count == 2 && std::strcmp(arguments[1], "walk") == 0) {
-        walk(HKEY_LOCAL_MACHINE);
+    if (count == 3 && std::strcmp(arguments[1], "walk") == 0) {
+        walk(HKEY_LOCAL_MACHINE, std::string(static_cast<std::size_t>(std::atoi(arguments[2])), 'x'));
         return 0;
     }
     return 2;

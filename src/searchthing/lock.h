@@ -8,6 +8,7 @@ namespace velmox {
 // stands next to it under the name with ".lock" behind. A lock stays until it is released, whatever becomes
 // of its owner. It names the owner's process and host. Failures leave the reason in the last error.
 
+/// What came of one attempt to take a lock.
 enum class LockTry
 {
     Taken = 0,
@@ -16,6 +17,7 @@ enum class LockTry
     AccessDenied = -2,
 };
 
+/// What came of waiting for one.
 enum class LockWait
 {
     Taken = 0,
@@ -23,6 +25,7 @@ enum class LockWait
     Failed = -1,
 };
 
+/// What came of giving one back.
 enum class LockRelease
 {
     Done = 0, ///< or there was none
@@ -30,6 +33,7 @@ enum class LockRelease
     Failed = -1,
 };
 
+/// Whether somebody holds it, as far as can be told.
 enum class LockState
 {
     Exists = 1,
@@ -37,6 +41,7 @@ enum class LockState
     Unknown = -1,
 };
 
+/// Never waits. Who takes the lock is to release it, in this process or another.
 LockTry lockFileTry(const Pathname &path);
 /// Tries every 10 ms, once at least, until the lock is taken or the seconds have passed. A denied access
 /// counts as held: a lock that is being deleted looks like that.

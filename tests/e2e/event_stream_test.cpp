@@ -63,28 +63,6 @@ TEST_F(EventStreamTest, TellsOperationValueAndStatus)
                       "***VELMOX***y. This data will not be printed.");
 }
 
-TEST_F(EventStreamTest, FindsEachRecordByTheSizesOfTheOneBefore)
-{
-    std::vector<Case> cases;
-    for (const std::uint32_t recordClass : {0u, 1u, 3u, 1u, 5u, 8u, 0xFFFFFFFFu, 1u, 1u}) {
-        // 1, 2, 3 ... bytes of data, so that the records that follow begin everywhere.
-        const RecordFields record = {.recordClass = recordClass,
-                                     .reserved = 0xFFFFFFFF,
-                                     .pid = kUnknownPid,
-                                     .parentPid = 99,
-                                     .dataType = 3,
-                                     .data = Bytes(cases.size() + 1, 0xEE)};
-        cases.push_back(reported(record, [](ExpectedBody &body) { body.dataType = "REG_BINARY"; }));
-        if (recordClass != 1) {
-            cases.back().event.reset();
-        }
-    }
-    const RecordFields bare = {.pid = kUnknownPid, .dataType = 0, .name = u""};
-    cases.push_back(reported(bare, [](ExpectedBody &) {}));
-    cases.push_back(cases.back());
-    check(everything(), cases);
-}
-
 TEST_F(EventStreamTest, KeepsTheDocumentWhole)
 {
     const auto named = [](std::u16string_view name, const Str &keyPath, const Bytes &data, const Str &text) {

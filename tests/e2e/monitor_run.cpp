@@ -15,7 +15,7 @@ Str commandLine(DWORD watchedPid, const RunOptions &options)
 
 StrVector environment(const RunOptions &options)
 {
-    StrVector rows = {Str::fromFormat("VELMOX_HOME=%s", options.home.c_str()), "VELMOXD_PROCESSID="};
+    StrVector rows = {Str::fromFormat("VELMOX_HOME=%s", kHome), "VELMOXD_PROCESSID="};
     rows.insert(rows.end(), options.environment.begin(), options.environment.end());
     return rows;
 }
@@ -69,7 +69,7 @@ Str installed(const char *program, const Str &arguments)
 }
 
 MonitorRun::MonitorRun(std::string_view document, const RunOptions &options)
-    : logFile_(Pathname::fromUtf8(options.home).join("var\\log\\velmox\\velmox-regmon.log")),
+    : logFile_(Pathname::fromUtf8(kHome).join("var\\log\\velmox\\velmox-regmon.log")),
       logStart_(logText(logFile_).size()),
       process_(commandLine(watched_.pid(), options), environment(options), options.streams)
 {

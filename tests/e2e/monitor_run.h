@@ -24,7 +24,6 @@ struct RunOptions
     /// Whether the document ends; otherwise the server holds its side of the pipe.
     bool inputEnds = true;
     Streams streams = Streams::Apart;
-    Str home = kHome;
 };
 
 /// One run of the installed program, as a server starts it: the document goes to its standard input, which is

@@ -1,7 +1,9 @@
 #include "tests/support/child_process.h"
 
+#include "tests/support/scoped_variable.h"
+
 #include <chrono>
-#include <map>
+#include <list>
 #include <stdexcept>
 
 namespace velmox::testing {
@@ -10,34 +12,6 @@ namespace {
 
 constexpr std::chrono::seconds kLimit(100);
 constexpr DWORD kLimitMilliseconds = 100'000;
-
-/// The caller's environment with some rows replaced; a row that ends in its "=" takes the variable away.
-WideStr environmentBlock(const StrVector &replacements)
-{
-    std::map<WideStr, WideStr> rows;
-    const auto add = [&rows](const WideStr &row) {
-        const std::size_t equals = row.find(u'=', 1);
-        rows[row.substr(0, equals)] = row;
-        if (equals + 1 == row.size()) {
-            rows.erase(row.substr(0, equals));
-        }
-    };
-    wchar_t *inherited = GetEnvironmentStringsW();
-    for (const char16_t *row = asUtf16(inherited); *row != u'\0';
-         row += std::u16string_view(row).size() + 1) {
-        add(row);
-    }
-    FreeEnvironmentStringsW(inherited);
-    for (const Str &row : replacements) {
-        add(WideStr::fromUtf8(row));
-    }
-    WideStr block;
-    for (const auto &[name, row] : rows) {
-        block.append(row).push_back(u'\0');
-    }
-    block.push_back(u'\0');
-    return block;
-}
 
 Str withoutReturns(Str text)
 {
@@ -65,10 +39,15 @@ KernelHandle startProcess(const Str &commandLine, const StrVector &environment, 
         SetHandleInformation(handle, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
     }
     WideStr command = WideStr::fromUtf8(commandLine);
-    WideStr block = environmentBlock(environment);
+    std::list<ScopedVariable> variables;
+    for (const Str &row : environment) {
+        const WideStr wide = WideStr::fromUtf8(row);
+        const std::size_t equals = wide.find(u'=');
+        variables.emplace_back(wide.substr(0, equals), wide.substr(equals + 1));
+    }
     PROCESS_INFORMATION process = {};
     if (!CreateProcessW(nullptr, reinterpret_cast<wchar_t *>(command.data()), nullptr, nullptr, inherits,
-                        flags | CREATE_UNICODE_ENVIRONMENT, block.data(), nullptr, &startup, &process)) {
+                        flags, nullptr, nullptr, &startup, &process)) {
         throw std::runtime_error(Str::fromLastErrorFormat("%s: %m", commandLine.c_str()).c_str());
     }
     CloseHandle(process.hThread);
@@ -84,11 +63,16 @@ DWORD waitForExitCode(const KernelHandle &process)
     return code;
 }
 
-Str programFolder()
+Str programPath()
 {
     wchar_t path[MAX_PATH];
     const DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
-    Str folder = Str::fromUtf16({asUtf16(path), length});
+    return Str::fromUtf16({asUtf16(path), length});
+}
+
+Str programFolder()
+{
+    Str folder = programPath();
     folder.resize(folder.rfind("\\") + 1);
     return folder;
 }
@@ -183,11 +167,6 @@ void ChildProcess::kill(unsigned exitCode)
     WaitForSingleObject(process_.get(), INFINITE);
 }
 
-bool ChildProcess::endsWithin(DWORD milliseconds)
-{
-    return WaitForSingleObject(process_.get(), milliseconds) == WAIT_OBJECT_0;
-}
-
 DWORD ChildProcess::exitCode()
 {
     return waitForExitCode(process_);
@@ -195,7 +174,8 @@ DWORD ChildProcess::exitCode()
 
 bool ChildProcess::waitForEnd()
 {
-    return endsWithin(kLimitMilliseconds) && output_->waitForEnd() && errors_->waitForEnd();
+    return WaitForSingleObject(process_.get(), kLimitMilliseconds) == WAIT_OBJECT_0 &&
+           output_->waitForEnd() && errors_->waitForEnd();
 }
 
 Str ChildProcess::output()
@@ -206,12 +186,10 @@ Str ChildProcess::output()
 
 IdleProcess::IdleProcess()
 {
-    wchar_t self[MAX_PATH];
-    GetModuleFileNameW(nullptr, self, MAX_PATH);
     STARTUPINFOW startup = {.cb = sizeof startup};
     // Never resumed, so it runs nothing.
-    process_ = startProcess(Str::fromFormat("\"%s\"", Str::fromUtf16(asUtf16(self)).c_str()), {},
-                            CREATE_SUSPENDED, startup, pid_);
+    process_ =
+        startProcess(Str::fromFormat("\"%s\"", programPath().c_str()), {}, CREATE_SUSPENDED, startup, pid_);
 }
 
 void IdleProcess::end()

@@ -12,7 +12,8 @@
 
 namespace velmox::testing {
 
-/// The folder of the running test program, with a backslash behind it: helper programs are built there.
+/// The running test program, and its folder with a backslash behind it: helper programs are built there.
+Str programPath();
 Str programFolder();
 
 struct Pipe
@@ -23,8 +24,8 @@ struct Pipe
 Pipe makePipe();
 
 /// Starts a process, which inherits the standard handles that `startup` may have. `environment` rows are
-/// NAME=value and replace what the caller's environment says; an empty value unsets the name. Throws
-/// std::runtime_error on failure.
+/// NAME=value and replace what the caller's environment says, which has them while the process is made; an
+/// empty value unsets the name. Throws std::runtime_error on failure.
 KernelHandle startProcess(const Str &commandLine, const StrVector &environment, DWORD flags,
                           STARTUPINFOW &startup, unsigned &pid);
 
@@ -99,7 +100,6 @@ public:
     void closeOutput() { output_ = std::make_unique<PipeReader>(KernelHandle()); }
 
     void kill(unsigned exitCode);
-    bool endsWithin(DWORD milliseconds);
     DWORD exitCode();
     /// Whether the process has ended, or comes to, and nobody else holds its streams.
     bool waitForEnd();

@@ -19,10 +19,4 @@ public:
     static Pathname argument();
 };
 
-/// Has child tests of this name change a file, and kills each some moments after its first change: `rounds`
-/// times. `isWhole` is to hold for whatever then stands in the file. Returns how many rounds left another
-/// content.
-unsigned killWhileChanging(const Pathname &file, const char *test, const Pathname &argument, unsigned rounds,
-                           const std::function<bool(const Str &content)> &isWhole);
-
 } // namespace velmox::testing

@@ -13,7 +13,7 @@ using FileTree = std::map<Str, Str>;
 void writeTree(const Pathname &root, const FileTree &files);
 FileTree readTree(const Pathname &root);
 
-/// Compares two trees and shows the files that differ, with their control bytes made visible.
+/// Compares two trees and shows them when they differ, with their control bytes made visible.
 void expectTree(const FileTree &actual, const FileTree &expected);
 
 } // namespace velmox::testing

@@ -18,10 +18,4 @@ inline Str logLines(const char *head, Str lines, unsigned error = 0)
     return Str(head).append(lines).append("\n");
 }
 
-/// Lines that the monitor logs as errors.
-inline Str errorLines(Str lines, unsigned error = 0)
-{
-    return logLines("ERROR velmox-regmon: ", std::move(lines), error);
-}
-
 } // namespace velmox::testing

@@ -3,6 +3,7 @@
 #include "util/text/str.h"
 
 #include <exception>
+#include <gtest/gtest.h>
 
 namespace velmox::testing {
 
@@ -19,6 +20,15 @@ Str raisedBy(Work &&work)
 }
 
 /// Fails at the first part that doesn't stand in the text behind the one before it.
-void expectInOrder(const Str &text, const StrVector &parts);
+inline void expectInOrder(const Str &text, const StrVector &parts)
+{
+    std::size_t at = 0;
+    for (const Str &part : parts) {
+        const std::size_t found = text.find(part.view(), at);
+        ASSERT_NE(found, Str::npos) << part.c_str() << "\nis missing behind byte " << at << " of\n"
+                                    << text.c_str();
+        at = found + part.size();
+    }
+}
 
 } // namespace velmox::testing

@@ -32,33 +32,6 @@ void require(bool done, const char *what)
     }
 }
 
-/// The attribute list that puts a process on a console.
-class StartupAttributes
-{
-public:
-    explicit StartupAttributes(void *console)
-    {
-        SIZE_T size = 0;
-        InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
-        bytes_.resize(size);
-        require(InitializeProcThreadAttributeList(get(), 1, 0, &size), "InitializeProcThreadAttributeList");
-        require(UpdateProcThreadAttribute(get(), 0, kPseudoConsoleAttribute, console, sizeof(console),
-                                          nullptr, nullptr),
-                "UpdateProcThreadAttribute");
-    }
-    ~StartupAttributes() { DeleteProcThreadAttributeList(get()); }
-    StartupAttributes(const StartupAttributes &) = delete;
-    StartupAttributes &operator=(const StartupAttributes &) = delete;
-
-    LPPROC_THREAD_ATTRIBUTE_LIST get()
-    {
-        return reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(bytes_.data());
-    }
-
-private:
-    std::vector<char> bytes_;
-};
-
 } // namespace
 
 PseudoConsole::PseudoConsole(const Str &commandLine, const StrVector &environment)
@@ -70,10 +43,18 @@ PseudoConsole::PseudoConsole(const Str &commandLine, const StrVector &environmen
     require(SUCCEEDED(find<CreateConsole>("CreatePseudoConsole")({80, 25}, keyboard.reader.get(),
                                                                  screen.writer.get(), 0, &console_)),
             "CreatePseudoConsole");
-    StartupAttributes attributes(console_);
-    STARTUPINFOEXW startup = {.StartupInfo = {.cb = sizeof startup}, .lpAttributeList = attributes.get()};
+    SIZE_T size = 0;
+    InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
+    std::vector<char> bytes(size);
+    auto *const attributes = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(bytes.data());
+    require(InitializeProcThreadAttributeList(attributes, 1, 0, &size), "InitializeProcThreadAttributeList");
+    require(UpdateProcThreadAttribute(attributes, 0, kPseudoConsoleAttribute, console_, sizeof(console_),
+                                      nullptr, nullptr),
+            "UpdateProcThreadAttribute");
+    STARTUPINFOEXW startup = {.StartupInfo = {.cb = sizeof startup}, .lpAttributeList = attributes};
     unsigned pid = 0;
     process_ = startProcess(commandLine, environment, EXTENDED_STARTUPINFO_PRESENT, startup.StartupInfo, pid);
+    DeleteProcThreadAttributeList(attributes);
 }
 
 PseudoConsole::~PseudoConsole()

@@ -82,13 +82,4 @@ FileHandle lockOpen(const Pathname &path)
         CreateFileW(asWide(path), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
 }
 
-Str readLeftBehind(const Pathname &path)
-{
-    for (int wait = 0; wait < 500 && !lockOpen(path).isValid() && GetLastError() == ERROR_SHARING_VIOLATION;
-         ++wait) {
-        Sleep(10);
-    }
-    return readWhole(path);
-}
-
 } // namespace velmox::testing

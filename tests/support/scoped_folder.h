@@ -32,8 +32,5 @@ Str readWhole(const Pathname &path);
 
 /// Holds a file open so that nobody can replace or delete it.
 FileHandle lockOpen(const Pathname &path);
-/// What a file holds once no live process uses it: for a moment the system may still be closing the handles
-/// of one that was killed.
-Str readLeftBehind(const Pathname &path);
 
 } // namespace velmox::testing

@@ -8,17 +8,17 @@ namespace velmox::testing {
 class ScopedVariable
 {
 public:
-    ScopedVariable(const char16_t *name, const WideStr &value)
-        : name_(name), before_(environmentVariable(name))
+    ScopedVariable(WideStr name, const WideStr &value)
+        : name_(std::move(name)), before_(environmentVariable(name_.c_str()))
     {
-        setEnvironmentVariable(name_, value);
+        setEnvironmentVariable(name_.c_str(), value);
     }
-    ~ScopedVariable() { setEnvironmentVariable(name_, before_); }
+    ~ScopedVariable() { setEnvironmentVariable(name_.c_str(), before_); }
     ScopedVariable(const ScopedVariable &) = delete;
     ScopedVariable &operator=(const ScopedVariable &) = delete;
 
 private:
-    const char16_t *const name_;
+    const WideStr name_;
     const WideStr before_;
 };
 

@@ -9,6 +9,7 @@ namespace velmox {
 const char *const kCaptureUsage =
     "usage: velmox-capture record FILE [--seconds N] [--megabytes N] [--share] [< DOCUMENT]\n"
     "       velmox-capture replay FILE [--pace] [-index NAME] [-inclusive 0] < DOCUMENT\n"
+    "       velmox-capture summary FILE [--json] [< DOCUMENT]\n"
     "\n"
     "  record       writes what the driver reports into FILE until Ctrl-C: all of it, or what the\n"
     "               input document on standard input asks for\n"
@@ -20,9 +21,13 @@ const char *const kCaptureUsage =
     "               baselines\n"
     "  --pace       takes as much time as the recording\n"
     "  -index, -inclusive  as for velmox-regmon\n"
+    "  summary      counts what FILE holds; with DOCUMENT also what its stanzas make of that, and which\n"
+    "               change of a stanza would leave out most\n"
+    "  --json       counts as one object of JSON\n"
     "\n"
     "  velmox-capture record monday.vcap --seconds 60\n"
-    "  velmoxd print-modinput-config WinRegMon | velmox-capture replay monday.vcap\n";
+    "  velmoxd print-modinput-config WinRegMon | velmox-capture replay monday.vcap\n"
+    "  velmox-capture summary monday.vcap --json\n";
 
 namespace {
 
@@ -94,6 +99,31 @@ bool takeReplayOption(Words &words, CaptureCommandLine &line)
     return true;
 }
 
+bool takeSummaryOption(Words &words, CaptureCommandLine &line)
+{
+    if (words.front() != "--json") {
+        return false;
+    }
+    words.take();
+    line.isJson = true;
+    return true;
+}
+
+bool takeOption(Words &words, CaptureCommandLine &line)
+{
+    switch (line.command) {
+    case CaptureCommand::Record:
+        return takeRecordOption(words, line.record);
+    case CaptureCommand::Replay:
+        return takeReplayOption(words, line);
+    case CaptureCommand::Summary:
+        return takeSummaryOption(words, line);
+    case CaptureCommand::Help:
+        break;
+    }
+    return false;
+}
+
 CaptureCommand commandOf(const std::string &word)
 {
     if (word == "record") {
@@ -101,6 +131,9 @@ CaptureCommand commandOf(const std::string &word)
     }
     if (word == "replay") {
         return CaptureCommand::Replay;
+    }
+    if (word == "summary") {
+        return CaptureCommand::Summary;
     }
     throw std::invalid_argument("no such command: " + word);
 }
@@ -121,9 +154,7 @@ CaptureCommandLine readCaptureCommandLine(const std::vector<std::string> &wordLi
     }
     line.command = commandOf(words.take());
     while (!words.atEnd()) {
-        const bool isOption = line.command == CaptureCommand::Record ? takeRecordOption(words, line.record)
-                                                                     : takeReplayOption(words, line);
-        if (isOption) {
+        if (takeOption(words, line)) {
             continue;
         }
         if (words.front().starts_with('-')) {

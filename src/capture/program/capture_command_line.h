@@ -12,6 +12,7 @@ enum class CaptureCommand
 {
     Record,
     Replay,
+    Summary,
     Help,
 };
 
@@ -23,6 +24,8 @@ struct CaptureCommandLine
     RecordOptions record;
     /// What a replay's stanzas have in common.
     StanzaDefaults defaults = {"default", true};
+    /// A summary for programs.
+    bool isJson = false;
     /// To let as much time pass between buffers as did when they came in.
     bool isPaced = false;
 };

@@ -1,6 +1,7 @@
 #include "capture/file/capture_reader.h"
 #include "capture/program/capture_command_line.h"
 #include "capture/replay/capture_replay.h"
+#include "capture/summary/summary.h"
 #include "companion/events/terminal.h"
 #include "pipeline/input/xml/config_xml_streaming_parser.h"
 #include "util/log/log_system.h"
@@ -14,6 +15,7 @@
 #include <memory>
 #include <stdexcept>
 #include <thread>
+#include <unistd.h>
 
 #ifdef _WIN32
 #include "util/system/windows_api.h"
@@ -94,12 +96,17 @@ private:
     std::chrono::steady_clock::time_point due_ = std::chrono::steady_clock::now();
 };
 
+void tellOfCut(const CaptureCommandLine &line)
+{
+    complain(std::string(line.file.view()) + ": cut off; read up to its last whole block");
+}
+
 /// Tells of what a reader can't see in the stream.
 void tellOfLoss(const CaptureCommandLine &line, const CaptureReader &reader, std::uint64_t lostReads)
 {
     const std::string file(line.file.view());
     if (reader.isCut()) {
-        complain(file + ": cut off; read up to its last whole block");
+        tellOfCut(line);
     }
     if (lostReads != 0) {
         complain(file + ": " + std::to_string(lostReads) + " reads were lost while it was recorded");
@@ -120,6 +127,15 @@ void replayBuffers(const CaptureCommandLine &line, CaptureReader &reader, Captur
     tellOfLoss(line, reader, std::max(lostReads, reader.end().lostReads));
 }
 
+int endOutput()
+{
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        complain("standard output: " + std::string(std::strerror(errno)));
+        return kEndedEarly;
+    }
+    return 0;
+}
+
 int replay(const CaptureCommandLine &line)
 {
     try {
@@ -136,11 +152,38 @@ int replay(const CaptureCommandLine &line)
         complain(std::string(line.file.view()) + ": " + exception.what());
         return kUnreadable;
     }
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        complain("standard output: " + std::string(std::strerror(errno)));
-        return kEndedEarly;
+    return endOutput();
+}
+
+/// The stanzas of the document on standard input; none where that is a terminal, or empty.
+Stanzas readStanzas()
+{
+    ConfigXmlStreamingParser parser;
+    if (isatty(STDIN_FILENO) == 0) {
+        readDocument(parser);
     }
-    return 0;
+    return parser.stanzas();
+}
+
+int summarize(const CaptureCommandLine &line)
+{
+    std::unique_ptr<std::FILE, FileCloser> file;
+    const auto open = [&] {
+        file = openCapture(line.file);
+        return sourceOf(file.get());
+    };
+    try {
+        const CaptureSummary summary =
+            summarizeCapture(open, readStanzas(), line.isJson ? SummaryForm::Json : SummaryForm::Text);
+        if (summary.isCut) {
+            tellOfCut(line);
+        }
+        std::fwrite(summary.text.data(), 1, summary.text.size(), stdout);
+    } catch (const std::exception &exception) {
+        complain(std::string(line.file.view()) + ": " + exception.what());
+        return kUnreadable;
+    }
+    return endOutput();
 }
 
 int recordToFile(const RecordOptions &options)
@@ -184,6 +227,8 @@ int runCapture(const std::vector<std::string> &words)
         return recordToFile(line.record);
     case CaptureCommand::Replay:
         return replay(line);
+    case CaptureCommand::Summary:
+        return summarize(line);
     case CaptureCommand::Help:
         std::fputs(kCaptureUsage, stdout);
         return 0;

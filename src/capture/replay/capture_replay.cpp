@@ -81,9 +81,14 @@ MonitorFilterConfig CaptureReplay::configure(const CaptureStart &start, const St
 
 void CaptureReplay::take(const CapturedBuffer &buffer)
 {
-    machine_.moveTo(buffer.facts, statusTexts_);
-    asked_.pass(buffer.records, [this](std::span<const unsigned char> records) {
-        records_.processData(records.data(), static_cast<std::uint32_t>(records.size()));
+    moveTo(buffer.facts);
+    take(buffer.records);
+}
+
+void CaptureReplay::take(std::span<const unsigned char> records)
+{
+    asked_.pass(records, [this](std::span<const unsigned char> asked) {
+        records_.processData(asked.data(), static_cast<std::uint32_t>(asked.size()));
     });
 }
 

@@ -44,8 +44,8 @@ private:
 class CaptureReplay
 {
 public:
-    /// `out` passes bytes as they are and is not closed. Throws RegexException for a pattern that does not
-    /// compile, and CaptureException without an enabled stanza.
+    /// `out` passes bytes as they are and is not closed; null for a stream that is counted alone. Throws
+    /// RegexException for a pattern that does not compile, and CaptureException without an enabled stanza.
     CaptureReplay(const CaptureStart &start, const Stanzas &stanzas, const StanzaDefaults &defaults,
                   std::FILE *out);
     ~CaptureReplay();
@@ -53,9 +53,18 @@ public:
     CaptureReplay &operator=(const CaptureReplay &) = delete;
 
     void take(const CapturedBuffer &buffer);
+    /// The same in two steps: the facts of a buffer once, and its records, whole ones, in pieces.
+    void moveTo(const BufferFacts &facts) { machine_.moveTo(facts, statusTexts_); }
+    void take(std::span<const unsigned char> records);
 
     /// Whether the stanzas ask for operations or hives that were not recorded.
     bool isIncomplete() const { return asked_.isIncomplete(); }
+    /// Bytes of the stream so far.
+    std::uint64_t writtenBytes() const { return emitter_.writtenBytes(); }
+
+    RecordedMachine &machine() { return machine_; }
+    const HiveNames &hiveNames() const { return hiveNames_; }
+    MonitorRules &rules() { return rules_; }
 
 private:
     MonitorFilterConfig configure(const CaptureStart &start, const Stanzas &stanzas,

@@ -1,6 +1,5 @@
 #include "companion/events/baseline.h"
 
-#include "companion/events/table_text.h"
 #include "companion/stream/registry_text.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "companion/events/table_text.h"
+#include "companion/events/event_table.h"
 #include "companion/stream/stream_event.h"
 
 #include <functional>

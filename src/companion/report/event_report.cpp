@@ -1,6 +1,5 @@
 #include "companion/report/event_report.h"
 
-#include "companion/events/timestamp.h"
 #include "companion/stream/registry_text.h"
 
 #include <algorithm>

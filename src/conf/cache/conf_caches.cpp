@@ -1,14 +1,14 @@
 #include "conf/cache/conf_caches.h"
 
-#include "conf/cache/base_conf_cache_builder.h"
 #include "conf/cache/shared_conf_state.h"
-#include "conf/store/application_manager.h"
-#include "conf/tree/conf_path_based_pruner.h"
 #include "conf/tree/conf_path_pruners.h"
+#include "util/log/logger.h"
 
 namespace velmox {
 
 namespace {
+
+Logger log("BaseConfCacheBuilder");
 
 /// Copies the part of a tree that lies at a path.
 void copyAt(const ConfPathBase &path, const ConfPathTrie &from, ConfPathTrie &out)
@@ -32,6 +32,126 @@ std::shared_ptr<const ConfUserContext> currentRights(const Str &user)
 }
 
 } // namespace
+
+BaseConfCacheBuilder::BaseConfCacheBuilder(const BaseConfCache &cache, Stanzas &view, bool override)
+    : cache_(cache), view_(view), override_(override)
+{
+    const ConfContext &reader = cache.context();
+    if (!reader.app.empty()) {
+        imports_ = cache.sources().applications.importGenerations(reader.app);
+    }
+}
+
+bool BaseConfCacheBuilder::visitPath(const ConfPathCached &path, ConfPathTrie &node)
+{
+    const std::size_t level = path.level();
+    const Precedence own = precedenceOf(path, node.metadata().exported, precedences_[level - 1]);
+    precedences_[level] = own;
+    PropertyValue *target = nullptr;
+    if (level == kAppLevel) {
+        enterApp(path);
+    } else if (level == kStanzaLevel) {
+        enterStanza(path, node);
+        target = &stanza_->self;
+    } else if (level == kKeyLevel) {
+        target = &enterKey(path);
+    }
+    if (target != nullptr && !(existed_ && keepsOldValue(*target, own))) {
+        set(*target, path, node, own);
+    }
+    return false;
+}
+
+void BaseConfCacheBuilder::enterApp(const ConfPathCached &path)
+{
+    const ConfContext &reader = cache_.context();
+    const auto found = imports_.find(path.app());
+    generation_ = found == imports_.end() ? 0 : found->second;
+    if (found != imports_.end() && path.app() != reader.app) {
+        log.debug("%s.conf %s: %s imports %s with generation %llu", cache_.typeName().c_str(),
+                  reader.toStr().c_str(), reader.app.c_str(), path.app().c_str(),
+                  static_cast<unsigned long long>(generation_));
+    }
+}
+
+void BaseConfCacheBuilder::enterStanza(const ConfPathCached &path, const ConfPathTrie &node)
+{
+    // Several apps, and layer after layer where there is one walk for each, have the stanza.
+    const auto [at, added] = view_.try_emplace(path.parts().back());
+    existed_ = !added;
+    stanzaName_ = &at->first;
+    stanza_ = &at->second;
+    stanza_->metadata = path.metadata().access;
+    takeExpansion(node);
+}
+
+void BaseConfCacheBuilder::takeExpansion(const ConfPathTrie &node)
+{
+    if (stanza_->expansion.empty()) {
+        stanza_->expansion = node.expansion();
+    } else if (!node.expansion().empty() && node.expansion() != stanza_->expansion) {
+        // Relative to its file, one name means another place in each app.
+        log.warn("Stanza has an expansion [%s], ignoring alternate expansion [%s] in %s.conf",
+                 stanza_->expansion.c_str(), node.expansion().c_str(), cache_.typeName().c_str());
+    }
+}
+
+PropertyValue &BaseConfCacheBuilder::enterKey(const ConfPathCached &path)
+{
+    const auto [at, added] = stanza_->properties.try_emplace(path.parts().back());
+    existed_ = !added;
+    return at->second;
+}
+
+/// The order of the questions matters: "system" stays lowest even where a user keeps settings for it, and
+/// what a node does not say of export itself is inherited before the reader's app is looked at.
+BaseConfCacheBuilder::Precedence
+BaseConfCacheBuilder::precedenceOf(const ConfPathCached &path, ConfExport exported, Precedence parent) const
+{
+    if (path.isSystemApp()) {
+        return SystemApp;
+    }
+    if (!path.isShared()) {
+        return OwnUser;
+    }
+    if (exported == ConfExport::NotSet && parent != Unknown) {
+        return parent;
+    }
+    const Str &readerApp = cache_.context().app;
+    switch (exported) {
+    case ConfExport::NotSet:
+    case ConfExport::None:
+        return !readerApp.empty() && path.app() != readerApp ? NotExported : Own;
+    case ConfExport::System:
+        return !readerApp.empty() && path.app() == readerApp ? OwnExported : Exported;
+    }
+    return Unknown;
+}
+
+bool BaseConfCacheBuilder::keepsOldValue(const PropertyValue &target, Precedence precedence) const
+{
+    // Of two apps that are seen by imports, the one reached in fewer steps counts.
+    const bool bothNotExported = precedence == NotExported && target.level == NotExported;
+    const bool isFurtherImport = bothNotExported && generation_ > target.generation;
+    return isFurtherImport || !override_ || precedence < target.level;
+}
+
+void BaseConfCacheBuilder::set(PropertyValue &target, const ConfPathCached &path, const ConfPathTrie &node,
+                               Precedence precedence) const
+{
+    // Version, removable and time are the node's own: metadata hands them down to nothing.
+    const ConfPathMetadata &metadata = path.metadata();
+    target.value = node.hasData() ? node.data() : Str();
+    target.level = precedence;
+    target.generation = generation_;
+    target.app = path.app();
+    target.version = metadata.version ? *metadata.version : Str();
+    target.user = metadata.owner ? *metadata.owner : path.user();
+    target.metadata = metadata.access;
+    target.removable = metadata.removable.value_or(false);
+    target.modtime = metadata.modtime.value_or(Timeval());
+    target.originStanza = *stanzaName_;
+}
 
 void LegacyConfCache::rebuild()
 {

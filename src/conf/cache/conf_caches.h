@@ -1,14 +1,62 @@
 #pragma once
 
 #include "conf/cache/base_conf_cache.h"
+#include "conf/store/application_manager.h"
+#include "conf/tree/conf_path_based_pruner.h"
 #include "conf/tree/conf_rights.h"
 
+#include <array>
 #include <atomic>
 #include <memory>
 
 namespace velmox {
 
 class SharedConfState;
+
+/// Fills the view of a cache from one walk over a tree of layers, of which nothing is pruned. Of several
+/// values for a key the one of the highest precedence stays. A node without a say of its own about export has
+/// the precedence of the node above it, so that an app exports a whole type with one line.
+class BaseConfCacheBuilder : public ConfPathBasedPruner
+{
+public:
+    /// With `override` a later value of at least the same precedence replaces an earlier one; without, the
+    /// first stays. The cache and `view` outlive the builder.
+    BaseConfCacheBuilder(const BaseConfCache &cache, Stanzas &view, bool override);
+
+private:
+    /// Precedence of the layers; the higher wins. It is kept as `PropertyValue::level`.
+    enum Precedence : std::int32_t
+    {
+        Unknown = 0, ///< metadata that inherits from a parent without any
+        SystemApp = 1,
+        Exported = 2,
+        NotExported = 3, ///< of another app than the reader's, seen by an import
+        OwnExported = 4,
+        Own = 5,
+        OwnUser = 6,
+    };
+
+    bool visitPath(const ConfPathCached &path, ConfPathTrie &node) override;
+    void enterApp(const ConfPathCached &path);
+    void enterStanza(const ConfPathCached &path, const ConfPathTrie &node);
+    void takeExpansion(const ConfPathTrie &node);
+    PropertyValue &enterKey(const ConfPathCached &path);
+    Precedence precedenceOf(const ConfPathCached &path, ConfExport exported, Precedence parent) const;
+    bool keepsOldValue(const PropertyValue &target, Precedence precedence) const;
+    void set(PropertyValue &target, const ConfPathCached &path, const ConfPathTrie &node,
+             Precedence precedence) const;
+
+    const BaseConfCache &cache_;
+    Stanzas &view_;
+    const bool override_;
+    ImportGenerations imports_;
+    // Where the walk stands.
+    std::array<Precedence, kKeyLevel + 1> precedences_{}; ///< by level; a user's node has none
+    std::uint64_t generation_ = 0;
+    const Str *stanzaName_ = nullptr;
+    PropertiesMap *stanza_ = nullptr;
+    bool existed_ = false;
+};
 
 /// The view of a reader with neither user nor app: of the layers in their order, the first to set a key wins,
 /// whatever app it belongs to. Rights don't count, and no user's own settings are seen.

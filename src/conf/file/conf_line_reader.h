@@ -47,6 +47,22 @@ private:
 /// class does not name is left as it was.
 ConfLine parseLine(ConfLineReader &reader, Str &line, Str &name, Str &value);
 
+/// Reads to the end of the file: `onHeader` gets the name of each stanza, `onSetting` each key and its value
+/// without the blanks around them. `line` holds the text of what they are told.
+template <class OnHeader, class OnSetting>
+void readSettings(ConfLineReader &reader, Str &line, OnHeader &&onHeader, OnSetting &&onSetting)
+{
+    Str name;
+    Str value;
+    for (ConfLine kind; (kind = parseLine(reader, line, name, value)) != ConfLine::End;) {
+        if (kind == ConfLine::StanzaHeader) {
+            onHeader(name);
+        } else if (kind == ConfLine::KeyValue) {
+            onSetting(trimmedView(name), trimmedView(value));
+        }
+    }
+}
+
 /// Path and number of the line read last, in front of every warning about it.
 Str location(const ConfLineReader &reader);
 

@@ -18,11 +18,13 @@ struct ConfPathDoesNotExistException : ConfPathException
     using ConfPathException::ConfPathException;
 };
 
+/// Something stands there, but it has no value: what lies above settings, such as an app.
 struct ConfPathHasNoDataException : ConfPathException
 {
     using ConfPathException::ConfPathException;
 };
 
+/// Nothing was ever said about it in a metadata file.
 struct ConfPathHasNoMetadataException : ConfPathException
 {
     using ConfPathException::ConfPathException;
@@ -46,11 +48,13 @@ struct ConfPathWriteException : ConfPathException
     using ConfPathException::ConfPathException;
 };
 
+/// The value could not be put into the image of its file.
 struct ConfPathWriteDataException : ConfPathWriteException
 {
     using ConfPathWriteException::ConfPathWriteException;
 };
 
+/// The same of what a metadata file says.
 struct ConfPathWriteMetadataException : ConfPathWriteException
 {
     using ConfPathWriteException::ConfPathWriteException;
@@ -89,6 +93,7 @@ public:
     }
 };
 
+/// There are no pages of an app that is turned off, save of its type "app".
 class PropertyPagesDisabledAppException : public PropertyPagesException
 {
 public:
@@ -98,6 +103,7 @@ public:
     }
 };
 
+/// Whoever is not privileged acts as itself, also for "nobody", but not as another user.
 class PropertyPagesImpersonationException : public PropertyPagesException
 {
 public:
@@ -119,6 +125,7 @@ public:
     }
 };
 
+/// There is nothing of the name at the level that it would leave.
 class PropertyPagesNoEntityToShareException : public PropertyPagesSharingException
 {
 public:

@@ -28,29 +28,16 @@ void readConfText(ConfLineReader &reader, const Pathname &rootDirectory, const C
                   ConfPathTrie &typeNode)
 {
     Str line;
-    Str name;
-    Str value;
     ConfPathTrie *stanza = nullptr;
-    for (;;) {
-        switch (parseLine(reader, line, name, value)) {
-        case ConfLine::End:
-            return;
-        case ConfLine::Blank:
-        case ConfLine::Comment:
-            break;
-        case ConfLine::StanzaHeader:
-            stanza = &addStanza(name, rootDirectory, metadata, typeNode);
-            break;
-        case ConfLine::KeyValue:
-            if (!stanza) {
-                stanza = &addStanza(kDefaultStanza, rootDirectory, metadata, typeNode);
-            }
-            ConfPathTrie &key = stanza->child(trimmedView(name));
-            key.setData(trimmedView(value));
-            key.setMetadata(metadata);
-            break;
+    const auto begin = [&](const Str &name) { stanza = &addStanza(name, rootDirectory, metadata, typeNode); };
+    readSettings(reader, line, begin, [&](std::string_view name, std::string_view value) {
+        if (!stanza) {
+            begin(kDefaultStanza);
         }
-    }
+        ConfPathTrie &key = stanza->child(name);
+        key.setData(value);
+        key.setMetadata(metadata);
+    });
 }
 
 constexpr TextEncodingWord kNewFileEncoding =

@@ -2,7 +2,7 @@
 
 #include "conf/ground/conf_lock.h"
 #include "conf/mapper/i_conf_path_mapper.h"
-#include "conf/mapper/meta_image.h"
+#include "conf/mapper/meta_file.h"
 #include "conf/tree/conf_path_base.h"
 
 #include <map>

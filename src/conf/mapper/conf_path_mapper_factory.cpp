@@ -2,7 +2,7 @@
 
 #include "conf/mapper/conf_object_manager.h"
 #include "conf/mapper/conf_path_mapper.h"
-#include "conf/mapper/object_conf_path_mappers.h"
+#include "conf/mapper/json_conf_path_mapper.h"
 #include "util/log/logger.h"
 
 namespace velmox {

@@ -1,9 +1,10 @@
 #include "conf/mapper/meta_file.h"
 
 #include "conf/file/conf_line_reader.h"
-#include "conf/file/ini_file.h"
 #include "util/text/str.h"
 #include "util/text/str_segment.h"
+
+#include <algorithm>
 
 namespace velmox {
 
@@ -115,24 +116,14 @@ public:
 
     void run()
     {
-        for (;;) {
-            switch (parseLine(reader_, line_, name_, value_)) {
-            case ConfLine::End:
-                return;
-            case ConfLine::Blank:
-            case ConfLine::Comment:
-                break;
-            case ConfLine::StanzaHeader:
-                path_ = parseMetaHeader(name_, app_);
-                if (!path_) {
-                    metaLog.warn() << location(reader_) << ": Error parsing stanza header: " << line_;
-                }
-                break;
-            case ConfLine::KeyValue:
-                takeSetting(trimmedView(name_), trimmedView(value_));
-                break;
+        const auto takeHeader = [this](const Str &name) {
+            path_ = parseMetaHeader(name, app_);
+            if (!path_) {
+                metaLog.warn() << location(reader_) << ": Error parsing stanza header: " << line_;
             }
-        }
+        };
+        readSettings(reader_, line_, takeHeader,
+                     [this](std::string_view key, std::string_view value) { takeSetting(key, value); });
     }
 
 private:
@@ -174,8 +165,6 @@ private:
     ConfPathTrie &out_;
     std::optional<ConfPathBase> path_; ///< of the stanza; nothing outside one
     Str line_;
-    Str name_;
-    Str value_;
 };
 
 Str timeText(const Timeval &time)
@@ -239,6 +228,34 @@ Str absoluteHeader(const ConfPathBase &path)
     return Str(kSeparator) << relativeHeader(path.segments());
 }
 
+bool isAtOrBelow(const StrVector &segments, const StrVector &top)
+{
+    return segments.size() >= top.size() && std::equal(top.begin(), top.end(), segments.begin());
+}
+
+MetaEdit removeKey(IniFile &image, const StrVector &stanzas, const Str &key)
+{
+    bool removed = false;
+    for (const Str &name : stanzas) {
+        removed = image.findStanza(name)->removeKey(key) || removed;
+    }
+    return removed ? MetaEdit::Changed : MetaEdit::Unchanged;
+}
+
+MetaEdit setKey(IniStanza &stanza, const Str &key, const Str &value)
+{
+    IniEntry *const entry = stanza.findKey(key);
+    if (!entry) {
+        stanza.insertKey(key, value);
+        return MetaEdit::Changed;
+    }
+    if (entry->value() == value.view()) {
+        return MetaEdit::Unchanged;
+    }
+    entry->setValue(value);
+    return MetaEdit::Changed;
+}
+
 } // namespace
 
 void readMetaText(ConfLineReader &reader, const ConfPathBase &app, ConfPathTrie &out)
@@ -296,6 +313,49 @@ std::optional<Str> metaHeader(const ConfPathBase &path, const ConfPathBase &app)
     const bool startsRight = name.startsWith(kSeparator) != isOwn;
     const std::optional<ConfPathBase> back = startsRight ? parseMetaHeader(name, app) : std::nullopt;
     return back && back->segments() == path.segments() ? std::optional<Str>(std::move(name)) : std::nullopt;
+}
+
+MetaImage::MetaImage(IniFile image, const ConfPathBase &app) : image_(std::move(image)), app_(app)
+{
+    for (const auto &[name, stanza] : image_) {
+        if (const std::optional<ConfPathBase> path = parseMetaHeader(name, app_)) {
+            names_[path->segments()].push_back(name);
+        }
+    }
+}
+
+MetaEdit MetaImage::set(const ConfPathBase &path, const Str &key, const Str &value)
+{
+    const StrVector segments = path.segments();
+    auto found = names_.find(segments);
+    if (key == kMetaDataKey && value.empty()) {
+        return found == names_.end() ? MetaEdit::Unchanged : removeKey(image_, found->second, key);
+    }
+    if (found == names_.end()) {
+        const std::optional<Str> name = metaHeader(path, app_);
+        if (!name) {
+            metaLog.error("No stanza can be named for: %s", path.toStr().c_str());
+            return MetaEdit::Refused;
+        }
+        found = names_.emplace(segments, StrVector{*name}).first;
+    }
+    // The last one that spells the path has the say.
+    return setKey(image_.stanza(found->second.back()), key, value);
+}
+
+MetaEdit MetaImage::remove(const ConfPathBase &path)
+{
+    const StrVector top = path.segments();
+    const auto first = names_.lower_bound(top);
+    auto last = first;
+    for (; last != names_.end() && isAtOrBelow(last->first, top); ++last) {
+        for (const Str &name : last->second) {
+            image_.removeStanza(name);
+        }
+    }
+    const bool removed = first != last;
+    names_.erase(first, last);
+    return removed ? MetaEdit::Changed : MetaEdit::Unchanged;
 }
 
 Logger metaLog("ConfObjectManagerDB");

@@ -150,9 +150,8 @@ const IniStanza *ConfSettings::requiredStanza(const char *name) const
 bool ConfSettings::isBlacklisted(const Pathname &path) const
 {
     const Str text = path.toStr();
-    return std::any_of(blacklist_.begin(), blacklist_.end(), [&text](const std::unique_ptr<Regex> &regex) {
-        return regex->match(text, nullptr, false, true);
-    });
+    return std::any_of(blacklist_.begin(), blacklist_.end(),
+                       [&text](const std::unique_ptr<Regex> &regex) { return regex->matchesAll(text); });
 }
 
 Str ConfSettings::appUpdateTriggers() const

@@ -164,7 +164,7 @@ private:
         const Regex keys = keyRegex(name, options);
         std::optional<Str> list;
         for (const auto &[key, value] : variables_) {
-            if (names.match(key, nullptr, false, true) && keys.match(key, nullptr, false, true)) {
+            if (names.matchesAll(key) && keys.matchesAll(key)) {
                 list = list ? Str::concat(*list, options.delim) : Str();
                 *list += formatted(key, valueOf(key, value, options), options);
             }

@@ -23,16 +23,6 @@ const Str &ConfPathBase::type() const
     return parts_.empty() ? none : parts_.front();
 }
 
-void ConfPathBase::setUser(const Str &user)
-{
-    user_ = user.empty() ? Str(kSharedUser) : user;
-}
-
-void ConfPathBase::setApp(const Str &app)
-{
-    app_ = app.empty() ? Str(kSystemApp) : app;
-}
-
 void ConfPathBase::addPart(const Str &part, const Str &expansion)
 {
     parts_.push_back(part);
@@ -43,16 +33,6 @@ void ConfPathBase::removeLastPart()
 {
     parts_.pop_back();
     expansions_.pop_back();
-}
-
-bool ConfPathBase::isSystemApp() const
-{
-    return app_ == kSystemApp;
-}
-
-bool ConfPathBase::isShared() const
-{
-    return user_.compareCaseless(kSharedUser) == 0;
 }
 
 StrVector ConfPathBase::segments() const

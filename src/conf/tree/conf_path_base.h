@@ -42,14 +42,14 @@ public:
     /// Of the node that the address names: without parts that of an app.
     std::size_t level() const { return kAppLevel + parts_.size(); }
 
-    void setUser(const Str &user);
-    void setApp(const Str &app);
+    void setUser(const Str &user) { user_ = user.empty() ? Str(kSharedUser) : user; }
+    void setApp(const Str &app) { app_ = app.empty() ? Str(kSystemApp) : app; }
     void addPart(const Str &part, const Str &expansion = Str());
     void removeLastPart();
 
-    bool isSystemApp() const;
+    bool isSystemApp() const { return app_ == kSystemApp; }
     /// Whether the user is "nobody", in any case.
-    bool isShared() const;
+    bool isShared() const { return user_.compareCaseless(kSharedUser) == 0; }
 
     /// The parts of a tree from below its root: the user in lower case, the app, and the parts.
     StrVector segments() const;

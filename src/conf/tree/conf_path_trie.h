@@ -16,6 +16,7 @@ namespace velmox {
 
 class ConfPathTrie;
 
+/// What becomes of a node that was visited.
 enum class PruneAnswer
 {
     Remove = 0,           ///< this node and all below it

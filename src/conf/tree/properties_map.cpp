@@ -20,21 +20,11 @@ bool PropertiesMap::tryGet(const Str &key, Str &out) const
     return true;
 }
 
-bool PropertiesMap::getBool(const Str &key, bool dflt) const
-{
-    return get(key).toBool(dflt, dflt);
-}
-
 bool PropertiesMap::isDisabled() const
 {
     // A key without a value is in force, like a missing one; whatever else is no boolean was meant to
     // disable.
     return get("disabled").toBool(false, true);
-}
-
-void PropertiesMap::set(const Str &key, const Str &value)
-{
-    properties[key].value = value;
 }
 
 Str PropertiesMap::appName() const

@@ -47,11 +47,11 @@ struct PropertiesMap
     /// False, with `out` untouched, when the key is missing or its value empty.
     bool tryGet(const Str &key, Str &out) const;
     /// The value as a boolean, or `dflt` when the key is missing or no boolean.
-    bool getBool(const Str &key, bool dflt) const;
+    bool getBool(const Str &key, bool dflt) const { return get(key).toBool(dflt, dflt); }
     /// Whether the key `disabled` says so. A stanza without it is in force; text that is no boolean disables.
     bool isDisabled() const;
     /// Inserts the key or overwrites its value.
-    void set(const Str &key, const Str &value);
+    void set(const Str &key, const Str &value) { properties[key].value = value; }
     /// The app that supplied what has the highest level, where inherited values don't count, save in
     /// "default".
     Str appName() const;

@@ -125,11 +125,6 @@ FileStar FileStar::tempFile()
     return file;
 }
 
-std::FILE *FileStar::release()
-{
-    return std::exchange(file_, nullptr);
-}
-
 bool FileStar::close()
 {
     std::FILE *file = release();
@@ -173,11 +168,6 @@ std::ptrdiff_t FileStar::write(const void *bytes, std::size_t length)
 {
     const std::size_t count = std::fwrite(bytes, 1, length, file_);
     return count == 0 && length != 0 ? -1 : static_cast<std::ptrdiff_t>(count);
-}
-
-bool FileStar::flush()
-{
-    return std::fflush(file_) == 0;
 }
 
 bool FileStar::setBinary()

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <utility>
 
 namespace velmox {
 
@@ -26,7 +27,7 @@ public:
     bool isOpen() const { return file_ != nullptr; }
     std::FILE *get() const { return file_; }
     /// Gives the stream to the caller, who closes it.
-    std::FILE *release();
+    std::FILE *release() { return std::exchange(file_, nullptr); }
     /// False when what was buffered could not be written.
     bool close();
 
@@ -36,7 +37,7 @@ public:
     /// The number of bytes; -1 on failure. Reading gives 0 at the end of the file.
     std::ptrdiff_t read(void *buffer, std::size_t length);
     std::ptrdiff_t write(const void *bytes, std::size_t length);
-    bool flush();
+    bool flush() { return std::fflush(file_) == 0; }
     bool setBinary();
 
 private:

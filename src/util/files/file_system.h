@@ -13,9 +13,10 @@
 
 namespace velmox {
 
+/// What stands at a path.
 enum class PathKind
 {
-    Nothing = 0,
+    Nothing = 0, ///< or what cannot be looked at: the last error tells
     File = 1,
     Folder = 2,
     Device = 3,

@@ -15,6 +15,9 @@ namespace velmox {
 /// The encoding follows from a byte-order mark; text without one is UTF-8 unless the caller said otherwise.
 /// U+FEFF is dropped wherever it stands. A line ends at LF or at the end of the input, and a CR before the LF
 /// belongs to the line's end.
+///
+/// For one thread at a time. Nothing raises: input that cannot be read ends the text, and whoever opened it
+/// can ask it for the reason.
 class ReadableUnicodeStream
 {
 public:
@@ -24,6 +27,7 @@ public:
     bool readLine(Str &out);
     bool readLine(StrSegment &out);
     bool readLine(Pathname &out);
+    /// As UTF-16, in which a `Str` of the same line would be converted back and forth.
     bool readWideLine(WideStr &out);
 
     /// The encoding as far as it is known, with the mark's flag, and the line ends that prevail in what was
@@ -50,16 +54,19 @@ private:
         ReadingOn,
     };
 
+    // Lines out of characters.
     template <class Text>
     bool readInto(Text &line);
     bool readIntoLineBuffer();
     void countLineEnd(bool crLf);
 
+    // The first bytes are held back until they have told the encoding.
     void detectEncoding();
     TextEncoding markedEncoding() const;
     bool looksLikeUtf32Le() const;
     bool headStartsWith(std::string_view mark) const;
 
+    // Characters out of bytes. What turns out to belong to the next character is pushed back.
     int nextByte();
     void pushBack(int byte);
     char32_t nextCharacter();

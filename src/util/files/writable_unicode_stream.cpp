@@ -33,21 +33,6 @@ void WritableUnicodeStream::writeFormat(const char *fmt, ...)
     write(formatted_.data(), formatted_.size());
 }
 
-void WritableUnicodeStream::writeNumber(long long value)
-{
-    writeFormat("%lld", value);
-}
-
-void WritableUnicodeStream::writeNumber(unsigned long long value)
-{
-    writeFormat("%llu", value);
-}
-
-void WritableUnicodeStream::writeNumber(double value)
-{
-    writeFormat("%lf", value);
-}
-
 void WritableUnicodeStream::finishCharacter()
 {
     finishUtf8();

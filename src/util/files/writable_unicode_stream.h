@@ -13,18 +13,21 @@ namespace velmox {
 /// Text may be split over calls at any place, inside a character too. With CR LF line ends, an LF that does
 /// not follow a CR is written as both. A byte-order mark, if the encoding word asks for one, goes before the
 /// first character. The encoding is UTF-8 unless set.
+///
+/// For one thread at a time. Nothing raises; whether the bytes arrived, the derived classes tell.
 class WritableUnicodeStream
 {
 public:
     virtual ~WritableUnicodeStream() = default;
 
+    /// Lengths are in bytes, and in 16-bit units.
     void write(const char *utf8, std::size_t length);
     void write(const char16_t *text, std::size_t length);
     void write(std::string_view utf8) { write(utf8.data(), utf8.size()); }
     void writeFormat(const char *fmt, ...) VELMOX_PRINTF(2, 3);
-    void writeNumber(long long value);
-    void writeNumber(unsigned long long value);
-    void writeNumber(double value);
+    void writeNumber(long long value) { writeFormat("%lld", value); }
+    void writeNumber(unsigned long long value) { writeFormat("%llu", value); }
+    void writeNumber(double value) { writeFormat("%lf", value); }
 
     TextEncodingWord encoding() const { return encoding_; }
     /// To be called before the first write.

@@ -27,14 +27,15 @@ public:
     void pass(const char *format, LogLevel level, const std::function<Str()> &make, const Write &write);
 
 private:
+    /// What is known of one format since its first message, or since the last window was over.
     struct Entry
     {
-        Str message;
+        Str message; ///< the first one
         LogLevel level;
-        std::uint64_t count = 0;
+        std::uint64_t count = 0; ///< of all messages, those that passed too
         std::uint64_t threshold;
         std::uint64_t windowSeconds;
-        Timeval firstSuppressed{Timeval::kMax};
+        Timeval firstSuppressed{Timeval::kMax}; ///< from when the window counts
     };
 
     void passHeld(const Str &key, LogLevel level, const Str &text, const Write &write);

@@ -1,10 +1,14 @@
 #include "util/match/regex_program.h"
 
 #include <algorithm>
+#include <mutex>
 
 namespace velmox {
 
 namespace {
+
+// Held while a program for plain text or machine code is made, by whoever needs it first.
+std::mutex making;
 
 constexpr int kNewlines = PCRE_NEWLINE_ANY | PCRE_BSR_UNICODE;
 
@@ -32,10 +36,24 @@ unsigned long deepestRecursion()
     return static_cast<unsigned long>(kInterpreterStack / static_cast<std::size_t>(frame));
 }
 
+// How far machine code may go before the interpreter has to answer. It counts fewer of its steps than that,
+// and each may scan the subject: to PCRE's own limit `.*.*.*b` ran for minutes on the longest path, where the
+// interpreter gives up after a tenth of a second.
+constexpr unsigned long kMachineSteps = 200'000;
+
+bool isMachineCode(const pcre_extra &extra)
+{
+    return (extra.flags & PCRE_EXTRA_EXECUTABLE_JIT) != 0;
+}
+
 void setLimits(pcre_extra &extra)
 {
     extra.flags |= PCRE_EXTRA_MATCH_LIMIT_RECURSION;
     extra.match_limit_recursion = deepestRecursion();
+    if (isMachineCode(extra)) {
+        extra.flags |= PCRE_EXTRA_MATCH_LIMIT;
+        extra.match_limit = kMachineSteps;
+    }
 }
 
 /// Whether a program means the same with the newline setting compiled in: a pattern may begin with settings
@@ -92,9 +110,15 @@ private:
 std::unique_ptr<RegexProgram> RegexProgram::compile(const Str &pattern, bool study, int pcreFlags,
                                                     const char *&error)
 {
-    const int flags = pcreFlags | PCRE_UTF8 | (canHaveNewlines(pattern, pcreFlags) ? kNewlines : 0);
+    const int newlines = canHaveNewlines(pattern, pcreFlags) ? kNewlines : 0;
+    return make(pattern, study, pcreFlags, PCRE_UTF8 | newlines, error);
+}
+
+std::unique_ptr<RegexProgram> RegexProgram::make(const Str &pattern, bool study, int pcreFlags, int ownFlags,
+                                                 const char *&error)
+{
     int errorOffset = 0;
-    pcre *code = pcre_compile(pattern.c_str(), flags, &error, &errorOffset, nullptr);
+    pcre *code = pcre_compile(pattern.c_str(), pcreFlags | ownFlags, &error, &errorOffset, nullptr);
     return code == nullptr ? nullptr
                            : std::unique_ptr<RegexProgram>(new RegexProgram(code, pattern, study, pcreFlags));
 }
@@ -123,88 +147,85 @@ const RegexProgram &RegexProgram::plain() const
     if (const RegexProgram *made = plain_.load(std::memory_order_acquire)) {
         return *made;
     }
-    const char *error = nullptr;
-    int errorOffset = 0;
-    pcre *code =
-        pcre_compile(pattern_.c_str(), flags_ | PCRE_DOTALL | kNewlines, &error, &errorOffset, nullptr);
-    const RegexProgram *made = this;
-    if (code != nullptr) {
-        auto *program = new RegexProgram(code, pattern_, isStudied_, flags_);
-        program->plain_ = program;
-        made = program;
-    }
-    const RegexProgram *others = nullptr;
-    if (!plain_.compare_exchange_strong(others, made, std::memory_order_acq_rel)) {
-        if (made != this) {
-            delete made;
+    const std::lock_guard guard(making);
+    if (plain_ == nullptr) {
+        const char *error = nullptr;
+        std::unique_ptr<RegexProgram> program =
+            make(pattern_, isStudied_, flags_, PCRE_DOTALL | kNewlines, error);
+        if (program) {
+            program->plain_ = program.get();
         }
-        return *others;
+        plain_.store(program ? program.release() : this, std::memory_order_release);
     }
-    return *made;
+    return *plain_;
 }
 
-const pcre_extra *RegexProgram::extra() const
+const pcre_extra &RegexProgram::extra() const
 {
-    if (!isStudied_) {
-        return &limits_;
-    }
     if (const pcre_extra *made = study_.load(std::memory_order_acquire)) {
-        return made;
+        return *made;
     }
-    // Machine code runs only for calls that say nothing of newlines.
-    const int options = PCRE_STUDY_EXTRA_NEEDED | (hasNewlines_ ? PCRE_STUDY_JIT_COMPILE : 0);
-    const char *error = nullptr;
-    pcre_extra *made = pcre_study(code_, options, &error);
-    if (made == nullptr) {
-        return &limits_;
+    if (!isStudied_) {
+        return limits_;
     }
-    setLimits(*made);
-    pcre_extra *others = nullptr;
-    if (!study_.compare_exchange_strong(others, made, std::memory_order_acq_rel)) {
-        pcre_free_study(made);
-        return others;
+    const std::lock_guard guard(making);
+    if (study_ == nullptr) {
+        // Machine code runs only for calls that say nothing of newlines.
+        const int options = PCRE_STUDY_EXTRA_NEEDED | (hasNewlines_ ? PCRE_STUDY_JIT_COMPILE : 0);
+        const char *error = nullptr;
+        pcre_extra *made = pcre_study(code_, options, &error);
+        if (made == nullptr) {
+            return limits_;
+        }
+        setLimits(*made);
+        study_.store(made, std::memory_order_release);
     }
-    return made;
+    return *study_;
 }
 
 int RegexProgram::exec(const char *subject, std::size_t length, int options, int *offsets, int count) const
 {
     const RegexProgram &program = isPlain(subject, length) ? plain() : *this;
-    return program.run(subject, length, options, offsets, count);
-}
-
-int RegexProgram::run(const char *subject, std::size_t length, int options, int *offsets, int count) const
-{
-    const int all = options | (hasNewlines_ ? 0 : kNewlines);
-    const int result = pcre_exec(code_, extra(), subject, static_cast<int>(length), 0, all, offsets, count);
-    return result == PCRE_ERROR_JIT_STACKLIMIT ? runOnLargeStack(subject, length, all, offsets, count)
-                                               : result;
-}
-
-// The machine code with a stack of its own; if even that is too small, the interpreter, which needs less for
-// some programs.
-int RegexProgram::runOnLargeStack(const char *subject, std::size_t length, int options, int *offsets,
-                                  int count) const
-{
-    const auto size = static_cast<int>(length);
-    const MachineStack stack;
-    if (stack.get() != nullptr) {
-        const int result =
-            pcre_jit_exec(code_, extra(), subject, size, 0, options, offsets, count, stack.get());
-        if (result != PCRE_ERROR_JIT_STACKLIMIT) {
-            return result;
-        }
-    }
-    pcre_extra interpreted = *extra();
-    interpreted.flags &= ~static_cast<unsigned long>(PCRE_EXTRA_EXECUTABLE_JIT);
-    return pcre_exec(code_, &interpreted, subject, size, 0, options, offsets, count);
+    const int all = options | (program.hasNewlines_ ? 0 : kNewlines);
+    return program.run({subject, static_cast<int>(length), all, offsets, count});
 }
 
 int RegexProgram::execWithDefaultNewline(const char *subject, std::size_t length, int options, int *offsets,
                                          int count) const
 {
     const int all = options | (hasNewlines_ ? PCRE_NEWLINE_LF : 0);
-    return pcre_exec(code_, extra(), subject, static_cast<int>(length), 0, all, offsets, count);
+    return interpret({subject, static_cast<int>(length), all, offsets, count});
+}
+
+int RegexProgram::run(const Call &call) const
+{
+    const pcre_extra &how = extra();
+    int result = pcre_exec(code_, &how, call.subject, call.length, 0, call.options, call.offsets, call.count);
+    if (!isMachineCode(how)) {
+        return result;
+    }
+    if (result == PCRE_ERROR_JIT_STACKLIMIT) {
+        result = runOnLargeStack(call);
+    }
+    return result == PCRE_ERROR_JIT_STACKLIMIT || result == PCRE_ERROR_MATCHLIMIT ? interpret(call) : result;
+}
+
+int RegexProgram::runOnLargeStack(const Call &call) const
+{
+    const MachineStack stack;
+    return stack.get() == nullptr ? PCRE_ERROR_JIT_STACKLIMIT
+                                  : pcre_jit_exec(code_, &extra(), call.subject, call.length, 0, call.options,
+                                                  call.offsets, call.count, stack.get());
+}
+
+// To PCRE's own limit of steps.
+int RegexProgram::interpret(const Call &call) const
+{
+    pcre_extra how = extra();
+    if (isMachineCode(how)) {
+        how.flags &= ~static_cast<unsigned long>(PCRE_EXTRA_EXECUTABLE_JIT | PCRE_EXTRA_MATCH_LIMIT);
+    }
+    return pcre_exec(code_, &how, call.subject, call.length, 0, call.options, call.offsets, call.count);
 }
 
 } // namespace velmox

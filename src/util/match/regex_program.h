@@ -36,11 +36,24 @@ public:
     const pcre *code() const { return code_; }
 
 private:
-    RegexProgram(pcre *code, const Str &pattern, bool study, int pcreFlags);
+    /// What a call of PCRE is given.
+    struct Call
+    {
+        const char *subject;
+        int length;
+        int options;
+        int *offsets;
+        int count;
+    };
 
-    int run(const char *subject, std::size_t length, int options, int *offsets, int count) const;
-    int runOnLargeStack(const char *subject, std::size_t length, int options, int *offsets, int count) const;
-    const pcre_extra *extra() const;
+    RegexProgram(pcre *code, const Str &pattern, bool study, int pcreFlags);
+    static std::unique_ptr<RegexProgram> make(const Str &pattern, bool study, int pcreFlags, int ownFlags,
+                                              const char *&error);
+
+    int run(const Call &call) const;
+    int runOnLargeStack(const Call &call) const;
+    int interpret(const Call &call) const;
+    const pcre_extra &extra() const;
     const RegexProgram &plain() const;
 
     pcre *const code_;

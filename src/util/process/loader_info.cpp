@@ -30,21 +30,6 @@ bool exists(const Pathname &path)
     return pathKind(path) != PathKind::Nothing;
 }
 
-bool isFolder(const Pathname &path)
-{
-    return pathKind(path) == PathKind::Folder;
-}
-
-bool isNotEmpty(const Pathname &path)
-{
-    return !path.empty();
-}
-
-bool isAbsolute(const Pathname &path)
-{
-    return path.isAbsolute();
-}
-
 /// One test of the installation's folders, made on all three before the next one, with what is wrong when
 /// home, data or configuration fails it.
 struct FolderTest
@@ -56,16 +41,19 @@ struct FolderTest
 };
 
 constexpr FolderTest kFolderTests[] = {
-    {isNotEmpty, "The environment variable VELMOX_HOME must not be empty.",
+    {[](const Pathname &path) { return !path.empty(); },
+     "The environment variable VELMOX_HOME must not be empty.",
      "The environment variable VELMOX_DB must not be empty.",
      "The common config path must be defined in the config file."},
-    {isAbsolute, "The environment variable VELMOX_HOME must not be a relative path.",
+    {[](const Pathname &path) { return path.isAbsolute(); },
+     "The environment variable VELMOX_HOME must not be a relative path.",
      "The environment variable VELMOX_DB must not be a relative path.",
      "The common config path must not be a relative path."},
     {exists, "The environment variable VELMOX_HOME must point to an existing path.",
      "The environment variable VELMOX_DB must point to an existing path.",
      "The common config path must point at an existing path."},
-    {isFolder, "The environment variable VELMOX_HOME must point to a directory.",
+    {[](const Pathname &path) { return pathKind(path) == PathKind::Folder; },
+     "The environment variable VELMOX_HOME must point to a directory.",
      "The environment variable VELMOX_DB must point to a directory.",
      "The common config path must point to a directory."},
 };

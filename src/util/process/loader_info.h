@@ -42,7 +42,7 @@ public:
     static LoaderInfo *instance();
 
     /// Takes `VELMOX_HOME` and `VELMOX_DB` into the paths, cleaned, and writes a changed spelling back into
-    /// the environment for children and later readers. A variable that is not set leaves its path empty.
+    /// the environment for children and later readers. A variable that is not set leaves its path as it was.
     void readEnvironment();
     /// Null if the installation can be worked with, else what is wrong with it.
     const char *validate() const;

@@ -9,7 +9,8 @@ namespace velmox {
 /// Owner of one operating-system handle. `Traits` names the handle type, its invalid value and the closing
 /// call.
 ///
-/// Closing keeps the thread's last error as it was.
+/// Moving hands the ownership on; there is no copying, nor a handle shared by two owners. Closing keeps the
+/// thread's last error as it was, so that an owner on its way out hides no failure.
 template <class Traits>
 class OwnedHandle
 {

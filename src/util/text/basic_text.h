@@ -16,6 +16,10 @@ namespace velmox {
 /// The storage is the library's string, whose inline buffer holds 15 bytes or 7 16-bit units. A position past
 /// the end throws std::out_of_range "invalid string position", a length beyond the limit std::length_error
 /// "string too long".
+///
+/// Positions, counts and lengths are in units: bytes of UTF-8, 16-bit units of UTF-16. Pointers, iterators
+/// and views into a text hold until it changes or moves. Texts of distinct owners may be used by distinct
+/// threads.
 template <class Derived, class Unit>
 class BasicText
 {

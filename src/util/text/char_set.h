@@ -28,49 +28,30 @@ public:
     // The sets that many share.
 
     /// Space and tab: the set of every trim that names none.
-    static const CharSet &blanks();
-    static const CharSet &hexDigits();
+    static constexpr const CharSet &blanks() { return kBlanks; }
+    static constexpr const CharSet &hexDigits() { return kHexDigits; }
     /// The bytes that make a text worth URL decoding.
-    static const CharSet &urlTriggers();
+    static constexpr const CharSet &urlTriggers() { return kUrlTriggers; }
     /// The bytes that URL encoding leaves alone.
-    static const CharSet &urlUnreserved();
-    static const CharSet &lineEnds();
+    static constexpr const CharSet &urlUnreserved() { return kUrlUnreserved; }
+    static constexpr const CharSet &lineEnds() { return kLineEnds; }
 
 private:
+    // Defined below: inside the class, its own type is not complete yet.
+    static const CharSet kBlanks, kHexDigits, kUrlTriggers, kUrlUnreserved, kLineEnds;
+
     std::array<std::uint64_t, 4> words_{};
 };
 
-namespace char_sets {
-inline constexpr CharSet kBlanks(" \t");
-inline constexpr CharSet kHexDigits("0123456789abcdefABCDEF");
-inline constexpr CharSet kUrlTriggers("%+");
-inline constexpr CharSet kUrlUnreserved("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.~");
-inline constexpr CharSet kLineEnds("\n\r");
-} // namespace char_sets
-
-inline const CharSet &CharSet::blanks()
-{
-    return char_sets::kBlanks;
-}
-inline const CharSet &CharSet::hexDigits()
-{
-    return char_sets::kHexDigits;
-}
-inline const CharSet &CharSet::urlTriggers()
-{
-    return char_sets::kUrlTriggers;
-}
-inline const CharSet &CharSet::urlUnreserved()
-{
-    return char_sets::kUrlUnreserved;
-}
-inline const CharSet &CharSet::lineEnds()
-{
-    return char_sets::kLineEnds;
-}
+inline constexpr CharSet CharSet::kBlanks(" \t");
+inline constexpr CharSet CharSet::kHexDigits("0123456789abcdefABCDEF");
+inline constexpr CharSet CharSet::kUrlTriggers("%+");
+inline constexpr CharSet
+    CharSet::kUrlUnreserved("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.~");
+inline constexpr CharSet CharSet::kLineEnds("\n\r");
 
 /// The text without the members at the chosen ends. Every trim comes down to this one.
-constexpr std::string_view trimmedView(std::string_view text, const CharSet &set = char_sets::kBlanks,
+constexpr std::string_view trimmedView(std::string_view text, const CharSet &set = CharSet::blanks(),
                                        bool left = true, bool right = true)
 {
     while (left && !text.empty() && set.contains(text.front())) {

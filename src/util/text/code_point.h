@@ -5,6 +5,9 @@
 
 namespace velmox {
 
+// What Unicode says of single characters and of the units that carry them: surrogates of UTF-16, leads and
+// continuations of UTF-8. All of it is arithmetic; the table of cases is in str_case.cpp.
+
 inline constexpr char32_t kLastCodePoint = 0x10FFFF;
 inline constexpr char32_t kReplacementCharacter = 0xFFFD;
 inline constexpr char32_t kByteOrderMark = 0xFEFF;
@@ -30,6 +33,7 @@ constexpr bool isScalarValue(char32_t value)
     return value <= kLastCodePoint && !isHighSurrogate(value) && !isLowSurrogate(value);
 }
 
+/// Looks at every unit, for a loop without a way out runs over many at a time.
 constexpr bool isAsciiUtf16(std::u16string_view text)
 {
     unsigned all = 0;

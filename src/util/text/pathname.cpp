@@ -28,11 +28,6 @@ std::size_t extensionPoint(const Pathname &name)
 
 } // namespace
 
-Pathname Pathname::fromUtf8(std::string_view utf8)
-{
-    return WideStr::fromUtf8(utf8);
-}
-
 std::size_t Pathname::append(const char *utf8, std::size_t length)
 {
     if (length == 0) {
@@ -40,7 +35,7 @@ std::size_t Pathname::append(const char *utf8, std::size_t length)
     }
     std::string_view text(utf8, length);
     if (!empty() || !startsWithDrive(text)) {
-        addSeparator();
+        ensureTrailingSlash();
         text.remove_prefix(std::min(text.find_first_not_of('\\'), text.size()));
     }
     const std::size_t offset = size();
@@ -55,7 +50,7 @@ std::size_t Pathname::append(const char16_t *text16, std::size_t length)
     }
     std::u16string_view text(text16, length);
     if (!empty() || !startsWithKnownDrive(text)) {
-        addSeparator();
+        ensureTrailingSlash();
         text.remove_prefix(std::min(text.find_first_not_of(kSeparator), text.size()));
     }
     const std::size_t offset = size();
@@ -63,62 +58,38 @@ std::size_t Pathname::append(const char16_t *text16, std::size_t length)
     return offset;
 }
 
-Pathname Pathname::concat(const Str &utf8) const
+Pathname Pathname::concat(std::string_view utf8) const
 {
     Pathname result(*this);
     result.appendUtf8(utf8.data(), utf8.size());
     return result;
 }
 
-Pathname Pathname::concat(const char *utf8) const
+Pathname Pathname::concat(std::u16string_view text) const
 {
     Pathname result(*this);
-    result.appendUtf8(utf8);
+    result += text;
     return result;
 }
 
-Pathname Pathname::concat(const char16_t *text) const
+Pathname Pathname::join(std::string_view utf8) const
 {
     Pathname result(*this);
-    result += View(text);
+    result.append(utf8);
     return result;
 }
 
-Pathname Pathname::join(const Str &utf8) const
+Pathname Pathname::join(std::u16string_view component) const
 {
     Pathname result(*this);
-    result.append(utf8.data(), utf8.size());
+    result.append(component);
     return result;
-}
-
-Pathname Pathname::join(const char *utf8) const
-{
-    Pathname result(*this);
-    result.append(std::string_view(utf8));
-    return result;
-}
-
-Pathname Pathname::join(const Pathname &component) const
-{
-    Pathname result(*this);
-    result.append(component.data(), component.size());
-    return result;
-}
-
-Str Pathname::toStr() const
-{
-    return Str::fromUtf16(view());
 }
 
 bool Pathname::isAbsolute() const
 {
     const std::size_t drive = driveLength(view());
     return size() > drive && isSlash((*this)[drive]);
-}
-
-bool Pathname::isUnc() const
-{
-    return size() >= 2 && isSlash((*this)[0]) && isSlash((*this)[1]);
 }
 
 Pathname Pathname::basename() const
@@ -138,16 +109,6 @@ Pathname Pathname::basename() const
     return substr(start, end - start);
 }
 
-Pathname Pathname::dirname() const
-{
-    return substr(0, parentLength());
-}
-
-void Pathname::dirnameInPlace()
-{
-    resize(parentLength());
-}
-
 Str Pathname::stem() const
 {
     const Pathname name = basename();
@@ -159,11 +120,6 @@ Str Pathname::extension() const
     const Pathname name = basename();
     const std::size_t point = extensionPoint(name);
     return point == name.size() ? Str() : Str::fromUtf16(name.view().substr(point + 1));
-}
-
-void Pathname::ensureTrailingSlash()
-{
-    addSeparator();
 }
 
 void Pathname::stripTrailingSlashes()
@@ -199,7 +155,7 @@ void Pathname::split(std::vector<Pathname> &out) const
     out.emplace_back(substr(start));
 }
 
-void Pathname::addSeparator()
+void Pathname::ensureTrailingSlash()
 {
     if (empty() || back() != kSeparator) {
         push_back(kSeparator);

@@ -36,7 +36,7 @@ public:
     Pathname() = default;
     Pathname(const WideStr &text) : WideStr(text) {}
     Pathname(WideStr &&text) : WideStr(std::move(text)) {}
-    static Pathname fromUtf8(std::string_view utf8);
+    static Pathname fromUtf8(std::string_view utf8) { return WideStr::fromUtf8(utf8); }
 
     /// Joins a component behind a separator and returns the offset where it went in. Text with a drive in
     /// front becomes the whole of an empty path, but the 16-bit form does not know the drive Z. Any other
@@ -47,29 +47,27 @@ public:
     std::size_t append(std::u16string_view text) { return append(text.data(), text.size()); }
 
     /// A new path with the text directly behind it.
-    Pathname concat(const Str &utf8) const;
-    Pathname concat(const char *utf8) const;
-    Pathname concat(const char16_t *text) const;
+    Pathname concat(std::string_view utf8) const;
+    Pathname concat(std::u16string_view text) const;
 
     /// A new path with the component joined by `append`.
-    Pathname join(const Str &utf8) const;
-    Pathname join(const char *utf8) const;
-    Pathname join(const Pathname &component) const;
+    Pathname join(std::string_view utf8) const;
+    Pathname join(std::u16string_view component) const;
 
-    Str toStr() const;
+    Str toStr() const { return Str::fromUtf16(view()); }
 
     /// Whether a slash of either kind stands in front, behind an optional drive.
     bool isAbsolute() const;
     /// Whether two slashes of either kind stand in front.
-    bool isUnc() const;
+    bool isUnc() const { return size() >= 2 && isSlash((*this)[0]) && isSlash((*this)[1]); }
 
     /// Last component without the drive, behind slashes of either kind; trailing ones are ignored. A path
     /// that is only a drive or a root gives its root.
     Pathname basename() const;
     /// What stands before the last component and its separators; only the backslash separates here. A root is
     /// its own parent, and a bare name has the empty one.
-    Pathname dirname() const;
-    void dirnameInPlace();
+    Pathname dirname() const { return substr(0, parentLength()); }
+    void dirnameInPlace() { resize(parentLength()); }
 
     /// The last component without its last point and what follows, and what follows it. A point in front
     /// begins no extension unless there is another.
@@ -94,7 +92,6 @@ public:
     bool trueCase(Pathname &out) const;
 
 private:
-    void addSeparator();
     std::size_t parentLength() const;
 };
 

@@ -78,11 +78,6 @@ void Str::appendUtf16(const char16_t *text, std::size_t length)
                    [](char16_t unit) { return static_cast<char>(unit); });
 }
 
-void Str::appendUtf16(const char16_t *cstr)
-{
-    appendUtf16(cstr, std::char_traits<char16_t>::length(cstr));
-}
-
 Str Str::fromUtf16(std::u16string_view text)
 {
     Str result;
@@ -90,40 +85,10 @@ Str Str::fromUtf16(std::u16string_view text)
     return result;
 }
 
-Str &Str::operator<<(const Str &text)
-{
-    return append(text);
-}
-
-Str &Str::operator<<(std::string_view text)
-{
-    return append(text);
-}
-
-Str &Str::operator<<(const char *text)
-{
-    return append(text);
-}
-
-Str &Str::operator<<(char byte)
-{
-    return *this += byte;
-}
-
 Str &Str::operator<<(const char16_t *text)
 {
     appendUtf16(text);
     return *this;
-}
-
-Str &Str::operator<<(const std::exception &exception)
-{
-    return append(exception.what());
-}
-
-Str &Str::operator<<(bool value)
-{
-    return *this += value ? '1' : '0';
 }
 
 Str &Str::operator<<(long long value)
@@ -150,16 +115,6 @@ std::ptrdiff_t Str::findFirst(const CharSet &set, std::size_t from, bool in) con
         }
     }
     return -1;
-}
-
-bool Str::startsWith(const char *text, std::size_t length) const
-{
-    return view().starts_with(std::string_view(text, length));
-}
-
-bool Str::equals(const char *text) const
-{
-    return view() == text;
 }
 
 std::size_t Str::replaceAll(const Str &find, const Str &with)
@@ -201,11 +156,6 @@ void Str::trim(const CharSet &set, bool left, bool right)
     const auto before = static_cast<std::size_t>(kept.data() - data());
     erase(before + kept.size());
     erase(0, before);
-}
-
-Str Str::trimmed(const CharSet &set, bool left, bool right) const
-{
-    return trimmedView(view(), set, left, right);
 }
 
 void Str::unquote(char quote)

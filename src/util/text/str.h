@@ -36,7 +36,7 @@ public:
 
     /// Appends UTF-16 as UTF-8. Half a surrogate becomes U+FFFD. `length` counts 16-bit units.
     void appendUtf16(const char16_t *text, std::size_t length);
-    void appendUtf16(const char16_t *cstr);
+    void appendUtf16(const char16_t *cstr) { appendUtf16(cstr, std::char_traits<char16_t>::length(cstr)); }
     static Str fromUtf16(std::u16string_view text);
     /// The same, folded as by `toLower`.
     void appendUtf16Lowered(std::u16string_view text);
@@ -61,14 +61,14 @@ public:
     /// Appends the system's text of an error code, without its closing line end.
     void appendErrorText(unsigned error);
 
-    Str &operator<<(const Str &text);
-    Str &operator<<(std::string_view text);
-    Str &operator<<(const char *text);
-    Str &operator<<(char byte);
+    Str &operator<<(const Str &text) { return append(text); }
+    Str &operator<<(std::string_view text) { return append(text); }
+    Str &operator<<(const char *text) { return append(text); }
+    Str &operator<<(char byte) { return *this += byte; }
     Str &operator<<(const char16_t *text);
     Str &operator<<(const StrSegment &text);
-    Str &operator<<(const std::exception &exception);
-    Str &operator<<(bool value);
+    Str &operator<<(const std::exception &exception) { return append(exception.what()); }
+    Str &operator<<(bool value) { return *this += value ? '1' : '0'; }
     Str &operator<<(long long value);
     Str &operator<<(unsigned long long value);
     template <std::integral Integer>
@@ -81,14 +81,17 @@ public:
 
     /// First position at or after `from` whose membership in `set` equals `in`; -1 when there is none.
     std::ptrdiff_t findFirst(const CharSet &set, std::size_t from, bool in) const;
-    bool startsWith(const char *text, std::size_t length) const;
-    bool equals(const char *text) const;
+    bool startsWith(const char *text, std::size_t length) const { return startsWith({text, length}); }
+    bool equals(const char *text) const { return view() == text; }
     /// Replaces left to right, resuming behind what was put in; returns the count. An empty `find` does
     /// nothing.
     std::size_t replaceAll(const Str &find, const Str &with);
     std::size_t replaceChars(const CharSet &set, char with);
     void trim(const CharSet &set = CharSet::blanks(), bool left = true, bool right = true);
-    Str trimmed(const CharSet &set = CharSet::blanks(), bool left = true, bool right = true) const;
+    Str trimmed(const CharSet &set = CharSet::blanks(), bool left = true, bool right = true) const
+    {
+        return trimmedView(view(), set, left, right);
+    }
     /// Removes the first and the last byte when both equal `quote`; one lone quote stays.
     void unquote(char quote);
     static Str concat(const Str &a, const Str &b);
@@ -100,8 +103,10 @@ public:
     /// Order over characters folded by the Unicode case table: -1, 0 or 1. Ill-formed bytes count as
     /// characters.
     static int compareCaseless(const char *a, std::size_t aLength, const char *b, std::size_t bLength);
-    int compareCaseless(const char *other) const;
-    int compareCaseless(const Str &other) const;
+    int compareCaseless(std::string_view other) const
+    {
+        return compareCaseless(data(), size(), other.data(), other.size());
+    }
 
     /// Appends the folded text to `out`, which must be another string.
     void toLower(Str &out) const;

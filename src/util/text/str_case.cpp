@@ -239,16 +239,6 @@ int Str::compareCaseless(const char *a, std::size_t aLength, const char *b, std:
     return left.empty() ? (right.empty() ? 0 : -1) : 1;
 }
 
-int Str::compareCaseless(const char *other) const
-{
-    return compareCaseless(data(), size(), other, std::char_traits<char>::length(other));
-}
-
-int Str::compareCaseless(const Str &other) const
-{
-    return compareCaseless(data(), size(), other.data(), other.size());
-}
-
 void Str::toLower(Str &out) const
 {
     appendFolded<toAsciiLower, lowerCaseKey>(view(), out);

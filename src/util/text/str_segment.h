@@ -104,6 +104,7 @@ public:
     virtual void accept(StrSegment piece) = 0;
 };
 
+/// Appends copies of the pieces, which may outlive the text.
 class acceptor_PopulateStrVector : public SplitAcceptor
 {
 public:
@@ -114,6 +115,7 @@ private:
     StrVector &out_;
 };
 
+/// Appends the views themselves, which live as long as the text that was split.
 class acceptor_PopulateStrSegmentVector : public SplitAcceptor
 {
 public:

@@ -11,21 +11,11 @@ Mutex::Mutex() : handle_(CreateMutexA(nullptr, FALSE, nullptr))
     }
 }
 
-void Mutex::lock()
-{
-    thread_primitives::waitForObject(handle_.get());
-}
-
 void Mutex::unlock()
 {
     if (!ReleaseMutex(handle_.get())) {
         thread_primitives::reportFailure("ReleaseMutex");
     }
-}
-
-bool Mutex::tryLock()
-{
-    return thread_primitives::waitForObject(handle_.get(), 0);
 }
 
 // Two exceptions at a time would end the process.
@@ -38,18 +28,6 @@ MutexGuard::~MutexGuard() noexcept(false)
             throw;
         }
     }
-}
-
-Event::Event() : handle_(thread_primitives::createAutoResetEvent()) {}
-
-void Event::set()
-{
-    thread_primitives::setEvent(handle_.get());
-}
-
-bool Event::poll()
-{
-    return thread_primitives::waitForObject(handle_.get(), 0);
 }
 
 void Event::wait(Mutex &mutex)

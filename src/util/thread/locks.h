@@ -32,10 +32,10 @@ public:
     Mutex();
     ~Mutex() noexcept { handle_.closeWithoutRaising(); }
 
-    void lock();
+    void lock() { thread_primitives::waitForObject(handle()); }
     void unlock();
     /// False when another thread holds it.
-    bool tryLock();
+    bool tryLock() { return thread_primitives::waitForObject(handle(), 0); }
 
     HANDLE handle() const { return handle_.get(); }
 
@@ -60,12 +60,12 @@ private:
 class Event
 {
 public:
-    Event();
+    Event() : handle_(thread_primitives::createAutoResetEvent()) {}
     ~Event() noexcept { handle_.closeWithoutRaising(); }
 
-    void set();
+    void set() { thread_primitives::setEvent(handle()); }
     /// Whether it was set; takes the signal away.
-    bool poll();
+    bool poll() { return thread_primitives::waitForObject(handle(), 0); }
 
     /// Releases the mutex, which the caller holds, and begins to wait in one step; takes the mutex again
     /// before it returns, also after a timeout. The timed form is false on timeout.

@@ -9,6 +9,7 @@ namespace velmox::calendar {
 
 inline constexpr std::int64_t kSecondsPerDay = 86'400;
 
+/// A day by its date.
 struct Date
 {
     std::int64_t year;
@@ -16,6 +17,7 @@ struct Date
     std::int32_t dayOfMonth;
 };
 
+/// Rounds down, for moments before 1970 as well. `by` is positive.
 constexpr std::int64_t floorDivide(std::int64_t value, std::int64_t by)
 {
     return value / by - (value % by < 0 ? 1 : 0);
@@ -27,6 +29,7 @@ Date dateOf(std::int64_t days);
 /// Sunday is 0.
 std::int32_t weekDayOf(std::int64_t days);
 
+/// A week as ISO 8601 names it. Around New Year its year may be another one than its days'.
 struct IsoWeek
 {
     std::int64_t year;

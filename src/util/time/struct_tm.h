@@ -76,6 +76,7 @@ struct StructTmInTimezone : StructTm
     Timeval toUnixTime() const;
 };
 
+/// The same with the 100-nanosecond ticks of the second.
 struct StructTmInTimezoneHires : StructTm
 {
     const ZoneSource *zone = nullptr;

@@ -8,7 +8,8 @@
 
 namespace velmox {
 
-/// One piece of a compiled time format.
+/// One piece of a compiled time format: a field of the moment and how it is written, or fixed text. A plain
+/// value; which text an atom has, it says by its place in a text that the compiled format owns.
 struct TimeFormatAtom
 {
     enum class Kind : std::uint8_t
@@ -50,6 +51,7 @@ struct TimeFormatAtom
         OffsetToSeconds,
         OffsetShortest,
     };
+    /// What fills a field up to its width.
     enum class Padding : std::uint8_t
     {
         Default,
@@ -57,11 +59,12 @@ struct TimeFormatAtom
         Zeros,
         None,
     };
+    /// What the flags `^` and `#` make of a name.
     enum class Case : std::uint8_t
     {
         AsIs,
         Upper,
-        Swapped,
+        Swapped, ///< upper and lower change places
     };
 
     /// The fixed text that the separators of composite formats, newline and tab are taken from.

@@ -38,11 +38,12 @@ private:
     virtual void expire() = 0;
 
     TimeoutQueue &queue_;
-    std::uint64_t due_ = 0;
+    std::uint64_t due_ = 0; ///< in the clock's milliseconds
     bool scheduled_ = false;
 };
 
-/// The timeouts of an event loop, which calls `runDue` and sleeps as long as that says.
+/// The timeouts of an event loop, which calls `runDue` and sleeps as long as that says. For the loop's thread
+/// alone; it owns neither the clock nor the timeouts, which take themselves off when they are destroyed.
 class TimeoutQueue
 {
 public:

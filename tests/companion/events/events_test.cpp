@@ -2,7 +2,6 @@
 #include "companion/events/event_filter.h"
 #include "companion/events/event_json.h"
 #include "companion/events/event_table.h"
-#include "companion/events/table_text.h"
 #include "tests/companion/stream/event_samples.h"
 
 #include <stdexcept>

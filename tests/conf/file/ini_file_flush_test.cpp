@@ -10,8 +10,8 @@ TEST(IniFileFlush, RestoresTheFileByteForByte)
     const ScopedFolder folder;
     const Pathname path = folder / "x.conf";
     const auto utf16 = "\xFF\xFE[\0s\0]\0\r\0\n\0k\0 \0=\0 \0\x1A\0\r\0\n\0"s;
-    for (const std::string &bytes :
-         {""s, "# c\n[s]\nk = v\x1A\n"s, "\xEF\xBB\xBF[s]\r\nk = \x1A\r\n\r\n#\r\n"s, utf16}) {
+    for (const std::string &bytes : {""s, "# c\n[s]\nk = " + std::string(5'000, 'v') + "\x1A\n",
+                                     "\xEF\xBB\xBF[s]\r\nk = \x1A\r\n\r\n#\r\n"s, utf16}) {
         writeWhole(path, bytes);
         const ConfLog log(folder.path());
         IniFile file(path);
@@ -23,11 +23,6 @@ TEST(IniFileFlush, RestoresTheFileByteForByte)
                   "attempt(s)\n");
         EXPECT_EQ(folder.count(), 1u);
     }
-    IniFile streamed(openFile(path, "r"), folder / "y.conf");
-    EXPECT_EQ(streamed.destination(), folder / "y.conf");
-    EXPECT_TRUE(streamed.loaded());
-    EXPECT_TRUE(streamed.writeTo(folder / "z.conf"));
-    EXPECT_EQ(readWhole(folder / "z.conf").view(), utf16);
 }
 
 TEST(IniFileFlush, WhatCannotBeReadIsAnEmptyImage)

@@ -148,18 +148,6 @@ TEST_F(ConfObjectManagerTest, ReadsAFileAgainThatCouldNotBeRead)
     EXPECT_EQ(metadataAt("/a"), "{  }, owner: anna");
 }
 
-TEST_F(ConfObjectManagerTest, KeepsChangesInMemoryWhenNothingMayBeWritten)
-{
-    root.write(kLocal, "[a]\nowner = anna\n");
-    const ScopedInitSettings scoped(ScopedInitSettings::inMemoryOnly());
-    write("/b", owned("chris"));
-    EXPECT_TRUE(mapper().remove(at("/a")));
-    EXPECT_TRUE(mapper().flush());
-    EXPECT_EQ(metadataAt("/a"), "Does not exist: /nobody/search/a");
-    EXPECT_EQ(metadataAt("/b"), "{  }, owner: chris");
-    EXPECT_EQ(root.read(kLocal), "[a]\nowner = anna\n");
-}
-
 TEST_F(ConfObjectManagerTest, FollowsNoticesOfChanges)
 {
     root.write(kLocal, "[a]\nowner = anna\n[b]\nowner = anna\n");

@@ -263,9 +263,8 @@ TEST_F(ConfPathMapperTest, FollowsChangesOnDisk)
     follow(nullptr, FileChangeAnswer::Settled, true, "nothing");
     EXPECT_EQ(state.toStr(), "no file [generation: 2]");
     EXPECT_EQ(notice("apps/search/local/notes.txt"), FileChangeAnswer::Settled);
-    expectInOrder(log.told(),
-                  {": self-generated\n", ": Detected change to ROOT/apps", ": self-generated\n",
-                   ": Detected deletion: ROOT/apps"});
+    expectInOrder(log.told(), {": self-generated\n", ": Detected change to ROOT/apps", ": self-generated\n",
+                               ": Detected deletion: ROOT/apps"});
     follow("[s]\nk = 4\n", FileChangeAnswer::Settled, true, ";s k=4");
 }
 

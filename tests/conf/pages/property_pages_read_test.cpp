@@ -1,4 +1,3 @@
-#include "conf/cache/conf_caches.h"
 #include "conf/ground/conf_exceptions.h"
 #include "tests/conf/conf_root.h"
 
@@ -200,13 +199,6 @@ TEST(PropertyPagesRead, AProgramWithUsersActsWithTheirRights)
     EXPECT_EQ(names(root.stanzas("t", "a", "ann")), "open shut ");
     AsIdentity::roles.clear();
     EXPECT_EQ(names(root.stanzas("t", "a", "ann")), "open ");
-    UserConfCache cache("t", {root.setup(), "ann", "a"}, root.shared().sources(), "ann");
-    ConfPathTrie deletable;
-    cache.collectDeletable(kStanzaLevel, deletable);
-    Str text;
-    deletable.find(root.at("/nobody/a/t"))->dump(&text);
-    EXPECT_TRUE(text.startsWith("open = ") && !text.contains("shut") && !text.contains("\n "))
-        << text.c_str();
     // An overwrite that is refused removes nothing.
     PropertiesMap desired;
     desired.set("k", "2");

@@ -158,16 +158,10 @@ TEST(ConfPathMapperManager, ARunCanLeaveUsersAndAppsOut)
     InitSettings init;
     init.user = "Alice";
     init.apps = std::set<Str>{"a", "system"};
-    const auto places = [](const InitSettings &settings) {
-        const ConfRoot root;
-        makeFolders(root, {"apps/a/local", "apps/b/local", "users/alice/a/local", "users/bob/a/local"});
-        root.write("apps/a/metadata/local.meta", "");
-        const ScopedInitSettings scoped(settings);
-        return placesOf(root);
-    };
-    EXPECT_EQ(places(init), "users/Alice/a/local apps/a/local apps/a/metadata/local.meta system/default ");
-    EXPECT_EQ(places(ScopedInitSettings::with(&InitSettings::minimal, true)),
-              "apps/a/local apps/b/local system/default ");
+    const ConfRoot root;
+    makeFolders(root, {"apps/a/local", "apps/b/local", "users/alice/a/local", "users/bob/a/local"});
+    const ScopedInitSettings scoped(init);
+    EXPECT_EQ(placesOf(root), "users/Alice/a/local apps/a/local system/default ");
 }
 
 TEST(PathOwner, FollowsFromWhereThePathLies)

@@ -145,33 +145,5 @@ TEST(SharedConfServices, RecreateReadsTheBootstrapFileAgain)
     EXPECT_EQ(&root.shared(), &services);
 }
 
-TEST(SharedConfServices, DISABLED_InAHome)
-{
-    LoaderInfo::instance()->readEnvironment();
-    const Pathname home = ChildTest::argument();
-    Pathname slashed(home);
-    std::replace(slashed.begin(), slashed.end(), u'\\', u'/');
-    const ScopedHome scoped(slashed);
-    const BundlesSetup setup;
-    EXPECT_TRUE(setup.isDefaultRoot());
-    EXPECT_EQ(setup.root(), home.join("etc"));
-    EXPECT_FALSE(SharedConfServices::of(setup).settings().searchUsesAllApps());
-    EXPECT_EQ(SharedConfServices::of(setup).mappers().mappers().size(), 1u);
-    EXPECT_EQ(setup.text(setup.appsDir()), "$VELMOX_HOME\\etc\\apps");
-    EXPECT_EQ(BundlesSetup(home.join("ETC")), setup);
-    EXPECT_TRUE(BundlesSetup(home.join("etc\\")).isDefaultRoot());
-    EXPECT_EQ(SharedConfServicesRegistry::instance().population(), 1u);
-}
-
-TEST(SharedConfServices, OfTheDefaultRootGoByAnyOfItsNames)
-{
-    const ScopedFolder home;
-    makeDirs(home / "etc\\system\\default", true);
-    writeWhole(home / "etc\\system\\default\\conf.conf",
-               "[bootstrap]\nsystem/default = conf\n[init]\nsearch.use_all_apps = 0\n");
-    ChildTest child("SharedConfServices.DISABLED_InAHome", home.path());
-    EXPECT_TRUE(child.succeeds()) << child.output().c_str();
-}
-
 } // namespace
 } // namespace velmox

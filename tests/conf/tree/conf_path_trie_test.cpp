@@ -129,20 +129,15 @@ TEST(ConfPathTrie, DiffersByContentButNotByTime)
 
     b.child("s").child("k").setData("2");
     b.child("s").child("k").child("new").setData("3\n4");
-    b.removeChild("t");
-    EXPECT_TRUE(ConfPathTrie::diff(out, a, b));
-    EXPECT_EQ(out.toStr(), "s\n  k = 2\n    new = 3\\n4\nt\n  k = x\n");
-
-    b.clear();
-    b.merge(a);
     b.child("s").setExpansion("e");
+    b.removeChild("t");
     ConfPathMetadata metadata;
     metadata.removable = true;
-    b.child("t").setMetadata(metadata);
-    out.clear();
+    b.child("s").child("m").setMetadata(metadata);
     EXPECT_TRUE(ConfPathTrie::diff(out, a, b));
-    EXPECT_EQ(out.toStr(), Str("s (e) {  }, modtime: ")
-                               << Timeval(1).toStr() << "\nt {  }, removable: yes\n");
+    EXPECT_EQ(out.toStr(), Str("s (e) {  }, modtime: ") << Timeval(2).toStr()
+                                                        << "\n  k = 2\n    new = 3\\n4\n"
+                                                           "  m = 1 {  }, removable: yes\nt\n  k = x\n");
 }
 
 } // namespace

@@ -58,21 +58,21 @@ Str writtenNotes()
 TEST(CrashNotes, ShowTheLatestFirstSoFarAndForgetWhoLeaves)
 {
     ensureMainThread();
-    auto first = std::make_unique<Note>("first");
-    auto second = std::make_unique<Note>("%s", "second");
-    auto third = std::make_unique<Note>("third");
-    EXPECT_EQ(writtenNotes(), "\r\n  third\r\n  second\r\n  first\r\n");
-    second.reset();
-    EXPECT_EQ(writtenNotes(), "\r\n  third\r\n  first\r\n");
-    third.reset();
-    first.reset();
-    EXPECT_EQ(writtenNotes(), "\r\n");
+    const Note first("first");
+    {
+        auto second = std::make_unique<Note>("%s", "second");
+        const Note third("third");
+        EXPECT_EQ(writtenNotes(), "\r\n  third\r\n  second\r\n  first\r\n");
+        second.reset();
+        EXPECT_EQ(writtenNotes(), "\r\n  third\r\n  first\r\n");
+    }
+    EXPECT_EQ(writtenNotes(), "\r\n  first\r\n");
 
     std::vector<std::unique_ptr<Note>> notes;
-    while (notes.size() < 1024) {
+    while (notes.size() < 1023) {
         notes.push_back(std::make_unique<Note>("note"));
     }
-    EXPECT_TRUE(writtenNotes().endsWith("  note\r\n"));
+    EXPECT_TRUE(writtenNotes().endsWith("  first\r\n"));
     const Note oneTooMany("note");
     EXPECT_TRUE(
         writtenNotes().endsWith("note\r\nMax crashlog notation count exceeded (1024), probably linked "
@@ -85,22 +85,21 @@ TEST(HexDumper, StaysWithinThePage)
     for (std::size_t i = 0; i < 32; ++i) {
         pages[4096 - 18 + i] = static_cast<unsigned char>('A' + i);
     }
-    const std::tuple<const void *, std::size_t, unsigned, std::size_t> cases[] = {
-        {pages, 16, 16, 1}, {pages + 4078, 100, 18, 2}, {reinterpret_cast<const void *>(4095), 16, 0, 0}};
-    for (const auto &[start, length, read, lineCount] : cases) {
-        StrVector lines;
-        HexDumper_to_StrVector(lines).dump(start, length, "block");
-        ASSERT_EQ(lines.size(), lineCount + 1);
-        EXPECT_EQ(lines[0], Str::fromFormat("First %u bytes of block @%p:", read, start));
-    }
+    const void *const tail = pages + 4078;
+    StrVector lines;
+    HexDumper_to_StrVector(lines).dump(tail, 100, "tail");
+    EXPECT_THAT(lines, ElementsAre(Str::fromFormat("First 18 bytes of tail @%p:", tail),
+                                   "0000: 41 42 43 44 45 46 47 48 49 4a 4b 4c 4d 4e 4f 50  ABCDEFGHIJKLMNOP",
+                                   "0010: 51 52                                            QR"));
     Str text;
-    HexDumper_to_Str(text).dump(pages + 4078, 100, "tail");
-    EXPECT_TRUE(text.endsWith("0000: 41 42 43 44 45 46 47 48 49 4a 4b 4c 4d 4e 4f 50  ABCDEFGHIJKLMNOP\r\n"
-                              "0010: 51 52                                            QR\r\n"))
-        << text.c_str();
+    HexDumper_to_Str(text).dump(tail, 100, "tail");
     TextSink sink;
-    HexDumper_to_CrashLog(sink).dump(pages + 4078, 100, "tail");
+    HexDumper_to_CrashLog(sink).dump(tail, 100, "tail");
     EXPECT_EQ(sink.text, text);
+    EXPECT_TRUE(text.endsWith(Str(lines[2]).append("\r\n")));
+    lines.clear();
+    HexDumper_to_StrVector(lines).dump(reinterpret_cast<const void *>(4095), 16, "the lowest page");
+    EXPECT_EQ(lines.size(), 1u);
 }
 
 } // namespace

@@ -63,24 +63,5 @@ TEST(FilePermissions, ReachTheFileSystem)
     }
 }
 
-// The identities are found once a process, and looked for again after a failure.
-TEST(FilePermissionsChild, DISABLED_CannotBuild)
-{
-    const auto isBuilt = [] { return FileSecurity(FilePermissions::PublicRead).isValid(); };
-    for (const char *function :
-         {"OpenProcessToken", "CreateWellKnownSid", "HeapCreate", "AddAccessAllowedAce"}) {
-        EXPECT_FALSE(whileFailing({function, 0, ERROR_NO_SUCH_USER}, isBuilt)) << function;
-        EXPECT_EQ(GetLastError(), ERROR_NO_SUCH_USER + 0u) << function;
-    }
-    EXPECT_TRUE(isBuilt());
-    EXPECT_FALSE(whileFailing({"HeapAlloc", 0, 0}, isBuilt));
-    EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY + 0u);
-}
-
-TEST(FilePermissions, TellWhyTheyCannotBeBuilt)
-{
-    EXPECT_TRUE(ChildTest("FilePermissionsChild.DISABLED_CannotBuild", Pathname()).succeeds());
-}
-
 } // namespace
 } // namespace velmox

@@ -33,7 +33,6 @@ TEST(LogLayout, RendersConversionsAndWidths)
         {"%t %%m 100%%", "Worker %m 100%"},
         {"a%qb%5.3y{arg}c", "abc"},
         {"%c{arg}x%m{open", "Compxmsg"},
-        {"end%-5.", "end"},
         {"%5n|", "   \r\n|"},
     };
     for (const auto &[pattern, expected] : cases) {
@@ -84,7 +83,6 @@ TEST(LogLayout, CompressesLongMessagesAndThreadNames)
     EXPECT_TRUE(render("%.45m", text).contains("skipping"));
     EXPECT_EQ(render("%.200m", text), text);
     EXPECT_TRUE(render("%t", "", record).contains("skipping"));
-    EXPECT_EQ(render("%.101t%.60t", "", record), Str(161, 't'));
     record.truncatesLongMessages = false;
     EXPECT_EQ(render("%m", tooLong, record), tooLong);
 }
@@ -111,7 +109,6 @@ TEST(LogMessage, CompressionFillsTheLimitAroundASettledMarker)
             const int skipped = std::atoi(out.c_str() + out.find("{skipping ") + 10);
             const std::size_t room = limit - 25 - Str::fromFormat("%d", skipped).size();
             ASSERT_EQ(skipped, static_cast<int>(length - room)) << length << " to " << limit;
-            ASSERT_EQ(out.contains("}... "), room >= 32) << length << " to " << limit;
         }
     }
 }

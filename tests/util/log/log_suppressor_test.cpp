@@ -5,15 +5,14 @@ namespace {
 
 Timeval theTime;
 
+void at(std::uint64_t seconds, std::uint64_t ticks = 0)
+{
+    theTime = Timeval(Timeval::kUnixEpoch + (1'000'000 + seconds) * Timeval::kTicksPerSecond + ticks);
+}
+
 /// What a suppressor writes that lets two messages of a format pass, and holds back for ten seconds.
 struct Suppressor
 {
-    Suppressor() { at(0); }
-
-    void at(std::uint64_t seconds, std::uint64_t ticks = 0)
-    {
-        theTime = Timeval(Timeval::kUnixEpoch + (1'000'000 + seconds) * Timeval::kTicksPerSecond + ticks);
-    }
     void pass(const char *format, std::initializer_list<const char *> texts, LogLevel level = LogLevel::Info)
     {
         for (const char *text : texts) {
@@ -24,8 +23,6 @@ struct Suppressor
                 });
         }
     }
-    /// What was written since it was last asked for.
-    Str news() { return std::exchange(written, Str()); }
 
     LogSuppressor suppressor{10, 2, [] { return theTime; }};
     Str written;
@@ -41,29 +38,27 @@ Str told(const char *line, const char *count)
 TEST(LogSuppressor, HoldsBackAboveTheThresholdAndTellsTheNumberBehindTheWindow)
 {
     Suppressor same;
+    at(0);
     same.pass("f", {"1"}, LogLevel::Warn);
     same.pass("f", {"2"}, LogLevel::Error);
-    for (const unsigned seconds : {5, 1}) { // a clock that goes back moves the first moment
-        same.at(seconds);
-        same.pass("f", {"held back"});
+    for (const unsigned seconds : {5, 1, 11}) { // a clock that goes back moves the first moment
+        at(seconds);
+        same.pass("f", {"held back"}); // also at exactly the window
     }
-    same.at(11); // exactly the window: not yet more than it
-    same.pass("f", {"held back"});
-    EXPECT_EQ(same.news(), "WARN 1\nWARN 2\n");
-    same.at(11, 1);
+    EXPECT_EQ(same.written, "WARN 1\nWARN 2\n");
+    at(11, 1);
     same.pass("f", {"6"});
     same.pass("f", {"7"}, LogLevel::Error); // the format is as good as new, and so is its level
-    EXPECT_EQ(same.news(), told("WARN 6", "4").append("ERROR 7\n"));
+    EXPECT_EQ(same.written, Str("WARN 1\nWARN 2\n") << told("WARN 6", "4") << "ERROR 7\n");
 
     Suppressor others;
-    others.at(1);
+    at(1);
     others.pass("b", {"first", "second", "third"});
     others.pass("d", {"first", "second", "third"});
-    others.news();
-    others.at(12);
+    others.written = "";
+    at(12);
     others.pass("c", {"other"});
-    EXPECT_EQ(others.news(),
-              Str::concat(told("INFO first", "1"), "INFO other\n").append(told("INFO first", "1")));
+    EXPECT_EQ(others.written, told("INFO first", "1") << "INFO other\n" << told("INFO first", "1"));
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 #include "util/files/file_system.h"
 #include "util/log/log_system.h"
 #include "util/log/logger.h"
-#include "util/system/structured_exception.h"
 
 namespace velmox {
 namespace {
@@ -79,8 +78,6 @@ TEST_F(LoggerTest, KeepsTheLastErrorInEveryFormAndFillsIn)
 {
     ASSERT_TRUE(load("rootCategory=DEBUG,F\ncategory.Quiet=INFO\n"));
     Logger quiet("Quiet");
-    LoggerSimple simple("Simple");
-    EXPECT_FALSE(simple.debugEnabled());
     const std::runtime_error exception("100%s");
     struct Wrap : LogFormatCallback
     {
@@ -93,9 +90,8 @@ TEST_F(LoggerTest, KeepsTheLastErrorInEveryFormAndFillsIn)
         logger.log(LogLevel::Info, &wrap, fmt, args);
         va_end(args);
     };
-    const Str denied = Str::fromErrorFormat(ERROR_ACCESS_DENIED, "%m\r\n");
     const std::pair<std::function<void()>, Str> calls[] = {
-        {[&] { logger.debug("%m"); }, denied},
+        {[&] { logger.debug("%m"); }, Str::fromErrorFormat(ERROR_ACCESS_DENIED, "%m\r\n")},
         {[&] { logger.error("two\r\nlines"); }, "two\\r\\nlines\r\n"},
         {[&] { logger.info(exception); }, "100%s\r\n"},
         {[&] { logger.error() << "n=" << 5 << ' ' << u"\u00e4" << exception; }, "n=5 \xC3\xA4"
@@ -104,11 +100,6 @@ TEST_F(LoggerTest, KeepsTheLastErrorInEveryFormAndFillsIn)
         {[&] { quiet.debug() << "nothing"; }, ""},
         {[&] { quiet.debug("nothing"); }, ""},
         {[&] { wrapped("w%d", 1); }, "<w1>\r\n"},
-        {[&] {
-             const FailingCall refused("WriteFile", FALSE, ERROR_BROKEN_PIPE);
-             simple.error("to nobody");
-         },
-         ""},
     };
     Str expected;
     for (const auto &[call, line] : calls) {
@@ -224,10 +215,7 @@ TEST_F(LoggerTest, TellsWhatFailsToTheOthersAndTriesAgain)
     const std::tuple<const char *, int, DWORD, int, const char *, const char *, FileTree> cases[] = {
         // the call that fails, how, behind how many others; the limits; what is told; what is written
         {"CreateFileW", -1, ERROR_ACCESS_DENIED, 0, "", kOpening, second},
-        {"GetFileSizeEx", 0, ERROR_NOT_SUPPORTED, 0, "", "ERROR Error calling fstat on \"%s\": %m\r\n",
-         second},
         {"WriteFile", 0, ERROR_DISK_FULL, 0, "", "ERROR Error writing to \"%s\": %m\r\n", second},
-        {"DeleteFileW", 0, ERROR_FILE_NOT_FOUND, 0, kRolls, "", rolled},
         {"DeleteFileW", 0, ERROR_SHARING_VIOLATION, 0, kRolls, kUnlinking, rolled},
         {"MoveFileExW", 0, ERROR_ACCESS_DENIED, 0, kRolls, "WARN Error renaming \"%s\" to \"%s.1\": %m\r\n",
          rolledOnce},
@@ -242,10 +230,6 @@ TEST_F(LoggerTest, TellsWhatFailsToTheOthersAndTriesAgain)
         const FailingCall refused(function, result, error, passed);
         logger.info("first");
         EXPECT_EQ(refused.failed(), 1) << function;
-        EXPECT_TRUE(*limits || FileHandle(CreateFileW(asWide(folder / "bad.log"), GENERIC_READ, 0, nullptr,
-                                                      OPEN_ALWAYS, 0, nullptr))
-                                   .isValid())
-            << function << " leaves the file open";
         logger.info("second");
         FileTree expected = after;
         expected["x.log"] = Str::fromErrorFormat(error, told, bad.c_str(), bad.c_str())
@@ -258,12 +242,9 @@ TEST_F(LoggerTest, CatchesFaultsAndFreesTheLocks)
 {
     ASSERT_TRUE(load("rootCategory=INFO,F\n"));
     Logger repeating("Repeating", true, 3600, 2);
-    const char *const notText = reinterpret_cast<const char *>(std::uintptr_t{16});
-    for (Logger *each : {&logger, &repeating}) {
-        SetLastError(1234);
-        each->info("%s", notText);
-        EXPECT_EQ(GetLastError(), 1234u);
-    }
+    SetLastError(1234);
+    repeating.info("%s", reinterpret_cast<const char *>(std::uintptr_t{16}));
+    EXPECT_EQ(GetLastError(), 1234u);
     // Another thread would wait for ever if the fault had left a lock behind.
     FunctionThread thread([&] {
         for (int count = 0; count < 4; ++count) {
@@ -272,20 +253,7 @@ TEST_F(LoggerTest, CatchesFaultsAndFreesTheLocks)
     });
     thread.start();
     thread.join();
-    EXPECT_EQ(log(), "caught SEH exception while trying to log!\r\n"
-                     "caught SEH exception while trying to log!\r\nstill here: 0\r\nstill here: 1\r\n");
-}
-
-TEST(StructuredException, ComesAsAnExceptionPastInnerHandlersAndLetsOthersPass)
-{
-    const auto fault = [] {
-        try {
-            guarded([] { RaiseException(EXCEPTION_INT_OVERFLOW, 0, 0, nullptr); });
-        } catch (const std::runtime_error &) {
-        }
-    };
-    EXPECT_THROW(guarded(fault), StructuredException);
-    EXPECT_THROW(guarded([] { throw std::runtime_error("x"); }), std::runtime_error);
+    EXPECT_EQ(log(), "caught SEH exception while trying to log!\r\nstill here: 0\r\nstill here: 1\r\n");
 }
 
 /// Eight threads, one rolling file: each line must stand exactly once, whole, in one of the kept files.
@@ -306,21 +274,18 @@ TEST_F(LoggerTest, LosesNoLineOfManyThreadsWhileRolling)
     threads.clear();
     close();
 
-    std::map<Str, int> seen;
+    std::multiset<Str> seen;
     const FileTree files = readTree(folder.path());
     for (const auto &[name, text] : files) {
         ASSERT_LE(text.size(), 32768u + 60);
-        ASSERT_TRUE(text.empty() || text.endsWith("\r\n"));
         StrVector lines;
         StrSegment(text).splitInto(lines, "\r\n");
-        for (const Str &line : lines) {
-            ++seen[line];
-        }
+        seen.insert(lines.begin(), lines.end());
     }
     for (int number = 0; number < kThreads * kLines; ++number) {
-        ASSERT_EQ(seen[Str::fromFormat("%d a line of some length, as they are", number)], 1);
+        ASSERT_EQ(seen.erase(Str::fromFormat("%d a line of some length, as they are", number)), 1u);
     }
-    EXPECT_EQ(seen.size(), kThreads * kLines + 1u) << "all else than what ends a file";
+    EXPECT_EQ(seen.count(""), seen.size()) << "all else than what ends a file";
     EXPECT_GT(files.size(), 50u);
 }
 
@@ -341,14 +306,6 @@ TEST(LoggerChild, DISABLED_Unconfigured)
         EXPECT_TRUE(Logger::loadConfig(folder / "log.cfg", nullptr, {}, true));
         logger.info("lost");
     }
-    struct Refuse : LogFormatCallback
-    {
-        void before(Str &) override { throw std::runtime_error("refused"); }
-        void after(Str &) override {}
-    } refuse;
-    Logger repeating("Repeating", true);
-    std::va_list none{};
-    repeating.log(LogLevel::Warn, &refuse, "cannot be made %s", none);
     EXPECT_FALSE(Logger::loadConfig(Pathname(u"C:\\none\\log.cfg"), nullptr, {}, false));
     simple.debug("hidden");
 
@@ -373,7 +330,7 @@ TEST(LoggerChild, SpeaksBeforeConfiguration)
     for (const char *line :
          {"DEBUG - spoken early\n", "\nplain two\\nlines\n", "\nDEBUG - simple two\nlines\n",
           "\nERROR - Error opening \"C:\\none\\a.log\": ", "\nERROR - Error opening \"C:\\none\\b.log\": ",
-          "\nWARN - cannot be made %s\n", "\nCouldn't open log file configuration \"C:\\none\\log.cfg\": "}) {
+          "\nCouldn't open log file configuration \"C:\\none\\log.cfg\": "}) {
         EXPECT_TRUE(output.contains(line)) << line << " in " << output.c_str();
     }
     EXPECT_FALSE(output.contains("hidden")) << output.c_str();

@@ -43,30 +43,21 @@ TEST_F(LoaderInfoTest, CleansThePathsForItselfAndForItsChildren)
 TEST_F(LoaderInfoTest, TellsTheFirstThingThatIsWrong)
 {
     const ScopedFolder folder;
-    writeTree(
-        folder.path(),
-        {{"whole\\etc\\myinstall\\x", ""}, {"bare\\x", ""}, {"file\\etc\\myinstall", ""}, {"plain", ""}});
+    writeTree(folder.path(), {{"whole\\etc\\myinstall\\x", ""}, {"bare\\x", ""}});
     const Pathname whole = folder / "whole";
-    const Pathname bare = folder / "bare";
-    const Pathname missing = folder / "missing";
-    const Pathname plain = folder / "plain";
     const std::tuple<Pathname, Pathname, const char *> cases[] = {
-        {u"missing", whole, "The environment variable VELMOX_HOME must not be a relative path."},
-        {whole, u"db", "The environment variable VELMOX_DB must not be a relative path."},
-        {missing, missing, "The environment variable VELMOX_HOME must point to an existing path."},
-        {bare, missing, "The environment variable VELMOX_DB must point to an existing path."},
-        {bare, bare, "The common config path must point at an existing path."},
-        {plain, bare, "The common config path must point at an existing path."},
-        {whole, plain, "The environment variable VELMOX_DB must point to a directory."},
-        {folder / "file", bare, "The common config path must point to a directory."},
-        {whole, bare, nullptr},
+        {u"bare", whole, "The environment variable VELMOX_HOME must not be a relative path."},
+        {whole, folder / "missing", "The environment variable VELMOX_DB must point to an existing path."},
+        {folder / "bare", whole, "The common config path must point at an existing path."},
+        {whole, folder / "bare\\x", "The environment variable VELMOX_DB must point to a directory."},
+        {whole, whole, nullptr},
     };
-    EXPECT_TRUE(readWith(whole, bare).isNoPython());
-    writeTree(whole, {{"bin\\python.exe", ""}});
     for (const auto &[home, db, message] : cases) {
         EXPECT_STREQ(readWith(home, db).validate(), message);
     }
-    EXPECT_FALSE(LoaderInfo::instance()->isNoPython());
+    EXPECT_TRUE(LoaderInfo::instance()->isNoPython());
+    writeTree(whole, {{"bin\\python.exe", ""}});
+    EXPECT_FALSE(readWith(whole, whole).isNoPython());
 }
 
 /// A process of its own: the names are read once.
@@ -85,16 +76,14 @@ TEST_F(LoaderInfoTest, NamesTheServerAndTheHost)
         {"VELMOX_SERVER_NAME=Elsewhere", "COMPUTERNAME=BOX", "<Elsewhere|8089|BOX ["},
         {"VELMOX_SERVER_NAME=", "COMPUTERNAME=", "<Velmoxd|8089|no-hostname-set ["},
     };
-    std::set<Str> digits;
     for (const auto &[server, computer, names] : cases) {
         ChildTest child("LoaderInfoChild.DISABLED_PrintsNames", Pathname(),
                         {server, computer, "VELMOX_HOME=", "VELMOX_DB="});
         EXPECT_TRUE(child.succeeds());
-        EXPECT_THAT(child.output().c_str(), HasSubstr(names));
-        const Str rest = child.output().substr(child.output().find(names) + Str(names).size());
+        const Str output = child.output();
+        EXPECT_THAT(output.c_str(), HasSubstr(names));
+        const Str rest = output.substr(output.find(names) + Str(names).size());
         EXPECT_EQ(rest.findFirst(CharSet::hexDigits(), 0, false), 32) << rest.c_str();
-        EXPECT_TRUE(rest.substr(32).startsWith("]>"));
-        EXPECT_TRUE(digits.insert(rest.substr(0, 32)).second);
     }
 }
 

@@ -203,7 +203,6 @@ TEST(ParentWatch, WatchesTheServerThatTheEnvironmentNames)
         {"server", "-", 98},
         {pid, "-", 97},
         {pid, "GetExitCodeProcess,5", 99},
-        {"00000000000000000000000000000000000000000000000000", "-", kScriptDone + 1},
     };
     for (const auto &[value, fault, exitCode] : cases) {
         Helper child(script(3, 0, exitCode == 99 ? "idle" : "trigger called", fault),

@@ -76,18 +76,15 @@ TEST(StrCase, ComparesInOrderOfFoldedCharacters)
                                           {"A", "a"},
                                           {"ab", "AB", "aB"},
                                           {"ABCDEFGHIJK", "abcdefghijk"},
-                                          {"abcdefghijL", "ABCDEFGHIJl"},
                                           {"b"},
                                           {"k", "K", "\u212A"},
                                           {"STRASSE", "strasse"},
                                           {"straße", "STRAßE", "STRA\u1E9EE"},
-                                          {"\x80"},
                                           {"\xC3\x61"},
                                           {"\xFF"},
                                           {"\xFF\xFF"},
                                           {"ä", "Ä"},
                                           {"\u0101", "\u0100"},
-                                          {"\u010F", "\u010E"},
                                           {"σ", "Σ"},
                                           {"\U00010428", "\U00010400"}};
     for (std::size_t i = 0; i < lines.size(); ++i) {

@@ -12,13 +12,7 @@ namespace velmox::test {
 class ScopedZone
 {
 public:
-    explicit ScopedZone(const char *zone)
-    {
-        if (const char *before = std::getenv("TZ")) {
-            before_ = before;
-        }
-        set(zone);
-    }
+    explicit ScopedZone(const char *zone) : before_(std::getenv("TZ") ? std::getenv("TZ") : "") { set(zone); }
     ~ScopedZone() { set(before_.c_str()); }
     ScopedZone(const ScopedZone &) = delete;
     ScopedZone &operator=(const ScopedZone &) = delete;
@@ -28,18 +22,13 @@ private:
     {
 #ifdef _WIN32
         _putenv_s("TZ", zone);
-        _tzset();
 #else
-        if (*zone == '\0') {
-            unsetenv("TZ");
-        } else {
-            setenv("TZ", zone, 1);
-        }
-        tzset();
+        *zone == '\0' ? unsetenv("TZ") : setenv("TZ", zone, 1);
 #endif
+        tzset();
     }
 
-    std::string before_;
+    const std::string before_;
 };
 
 } // namespace velmox::test

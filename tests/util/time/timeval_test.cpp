@@ -68,8 +68,6 @@ TEST(Timeval, CountsAndMeasures)
     EXPECT_EQ(Timeval(25'000'000).secondsSince(Timeval(0)), 2);
     EXPECT_EQ(Timeval(0).secondsSince(Timeval(25'000'000)), -2);
     EXPECT_EQ(Timeval(10'001).millisecondsSince(Timeval(0)), 2);
-    EXPECT_EQ(Timeval(10'000).millisecondsSince(Timeval(0)), 1);
-    EXPECT_EQ(Timeval(0).millisecondsSince(Timeval(0)), 0);
     Str text("t=");
     at(5, 1'234'567).toUnixStr(text, 0);
     for (const unsigned digits : {1u, 3u, 7u, 9u}) {
@@ -97,14 +95,6 @@ TEST(Timeval, BreaksDownAndBackAndPrints)
     at(kWinter, 9'876'543).toLocalHires(hires);
     expectFields(hires, "2024-01-15 07:34:56 wday 1 yday 14 dst 0");
     EXPECT_EQ(hires.toUnixTime(), at(kWinter, 9'876'543));
-#ifndef _WIN32
-    const ScopedZone daylightZone("EST5EDT");
-    EXPECT_EQ(at(kSummer).toStr(), "Sun Jul 14 08:34:56 2024");
-    LocalStructTm local;
-    at(kSummer).toLocal(local);
-    expectFields(local, "2024-07-14 08:34:56 wday 0 yday 195 dst 1");
-    EXPECT_EQ(local.toUnixTime(), at(kSummer));
-#endif
 }
 
 TEST(Timeval, BreaksDownInANamedZone)
@@ -131,30 +121,22 @@ TEST(Timeval, YieldsTheEndsOfTimeOnFailureAndSaysSo)
         const Timeval stamp = late ? end : at(-1, 5);
         LocalStructTm local;
         LocalStructTmHires localHires;
-        StructTmInTimezone zoned;
-        StructTmInTimezoneHires zonedHires;
+        StructTmInTimezoneHires zoned;
         const CapturedLog log;
         stamp.toLocal(local);
         stamp.toLocalHires(localHires);
-        stamp.toZone(unknown, zoned);
-        stamp.toZoneHires(unknown, zonedHires);
-        for (const StructTm *tm :
-             std::initializer_list<StructTm *>{&local, &localHires, &zoned, &zonedHires}) {
+        stamp.toZoneHires(unknown, zoned);
+        for (const StructTm *tm : std::initializer_list<StructTm *>{&local, &localHires, &zoned}) {
             expectFields(*tm, late ? kLatest : kEarliest);
         }
         EXPECT_EQ(localHires.ticks, late ? 9'999'999u : 0);
-        EXPECT_EQ(zonedHires.ticks, late ? 9'999'999u : 0);
-        for (const Timeval &back :
-             {local.toUnixTime(), localHires.toUnixTime(), zoned.toUnixTime(), zonedHires.toUnixTime()}) {
-            EXPECT_EQ(back, end);
-        }
-        Str expected =
-            "_localtime64_s(SECONDS) failed!\n_localtime64_s(SECONDS) failed!\n"
-            "StructTmInTimezone::fromUnixTime(SECONDS) failed!\n"
-            "StructTmInTimezoneHires::fromUnixTime(SECONDS) failed!\n"
-            "LocalStructTm::toUnixTime(FIELDS) failed!\nLocalStructTmHires::toUnixTime(FIELDS) failed!\n"
-            "StructTmInTimezone::toUnixTime(FIELDS) failed!\n"
-            "StructTmInTimezoneHires::toUnixTime(FIELDS) failed!";
+        EXPECT_EQ(zoned.ticks, localHires.ticks);
+        EXPECT_EQ(local.toUnixTime(), end);
+        EXPECT_EQ(zoned.toUnixTime(), end);
+        Str expected = "_localtime64_s(SECONDS) failed!\n_localtime64_s(SECONDS) failed!\n"
+                       "StructTmInTimezoneHires::fromUnixTime(SECONDS) failed!\n"
+                       "LocalStructTm::toUnixTime(FIELDS) failed!\n"
+                       "StructTmInTimezoneHires::toUnixTime(FIELDS) failed!";
         expected.replaceAll("SECONDS", late ? "1833029933770" : "-1");
         expected.replaceAll("FIELDS", late ? "9999-12-31 23:59:59" : "1900-1-1 0:00:00");
         EXPECT_EQ(log.text(), logLines("WARN Timeval: ", expected));
@@ -185,14 +167,10 @@ TEST(Timeval, AgreesWithTheCalendarOverCenturies)
 // No installed program calls it.
 TEST(Timeval, FormatsDurations)
 {
-    const std::pair<std::int64_t, const char *> cases[] = {{0, "0 microseconds"},
-                                                           {1, "1 microsecond"},
-                                                           {3'000, "3000 microseconds"},
+    const std::pair<std::int64_t, const char *> cases[] = {{1, "1 microsecond"},
                                                            {3'001, "3.001 milliseconds"},
-                                                           {9'950, " 9.95 milliseconds"},
                                                            {99'500, " 99.5 milliseconds"},
                                                            {3'000'000, "3000.0 milliseconds"},
-                                                           {3'000'001, "3.000 seconds"},
                                                            {8'000'000'000, "8000.0 seconds"},
                                                            {9'000'000'000, "2.500 hours"},
                                                            {-5'000, "-5.000 milliseconds"}};

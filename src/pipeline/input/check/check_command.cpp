@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <fcntl.h>
+#include <io.h>
 
 namespace velmox {
 
@@ -58,6 +60,9 @@ int runCheck(const CheckOptions &options, CheckRequest request)
     Logger::setThreshold("velmox-regmon", LogLevel::Emerg);
     const ConfiguredStanzas stanzas = readConfiguredStanzas("inputs");
     const Findings findings = checkStanzas(stanzas, request);
+    if (options.json) {
+        _setmode(_fileno(stdout), _O_BINARY);
+    }
     print(findings, options);
     if (!options.json) {
         const std::size_t count = countOfScheme(stanzas, options.scheme);

@@ -1,8 +1,10 @@
 #include "pipeline/input/baseline/baseline_start_points.h"
 #include "pipeline/input/check/pattern_samples.h"
+#include "pipeline/input/check/pattern_trial.h"
 #include "pipeline/input/check/stanza_checks.h"
 #include "pipeline/input/rules/registry_operations.h"
 #include "util/match/string_filters.h"
+#include "util/text/str_segment.h"
 
 #include <algorithm>
 
@@ -49,6 +51,15 @@ bool canMatchEvents(const StanzaRules &rules)
     return begun.empty() || std::ranges::any_of(begun, canBeginEvent);
 }
 
+/// Whether a path is \registry\user\SID\software\classes or below it.
+bool isBelowUsersClasses(const Str &path)
+{
+    StrVector names;
+    StrSegment(path).splitInto(names, "\\");
+    return names.size() > 5 && names[1] == "registry" && names[2] == "user" && names[4] == "software" &&
+           names[5] == "classes";
+}
+
 /// How the registry's root is to be written that a pattern seems to mean; empty for none.
 Str spellingOfRoot(const Str &hive, const HiveNames &hiveNames)
 {
@@ -78,6 +89,9 @@ ResolvedStart startOf(const StanzaAtHand &at)
 void checkTypeWords(const StanzaAtHand &at, Report &report)
 {
     for (const Str &piece : at.rules().config().types) {
+        if (!patternFault(piece.lowered()).empty()) {
+            continue;
+        }
         RegexFilterList pattern({piece.lowered()});
         StrVector words;
         bool isFound = piece.empty();
@@ -202,10 +216,7 @@ void checkMatchesNothing(const StanzaAtHand &at, Report &report)
                                  << spellingOfRoot(at.value("hive"), at.all.hiveNames)
                                  << ", in capitals, at the very front");
     }
-    const StrVector names = literalComponents(at.rules().config().hive.pattern());
-    const StrVector classes = {"software", "classes"};
-    if (names.size() > 4 && names[0] == "registry" && names[1] == "user" &&
-        std::equal(classes.begin(), classes.end(), names.begin() + 3)) {
+    if (std::ranges::any_of(at.rules().samplePaths(), isBelowUsersClasses)) {
         report.add("hive", "matches no live event: the kernel reports a user's classes elsewhere; write "
                            "HKU\\\\[^\\\\]+_Classes\\\\.*");
     }
@@ -220,8 +231,10 @@ void checkWow64(const StanzaAtHand &at, Report &report)
         }
         Str twin(kSoftware);
         twin << kWow64 << "\\" << path.view().substr(kSoftware.size());
+        // One that is about all keys is there for something else.
         const auto covers = [&](const CheckedStanza &other) {
-            return other.isInForce() && other.rules->filter().matchesKey(twin);
+            return other.isInForce() && other.rules->config().hive.pattern().contains(Str(kWow64)) &&
+                   other.rules->filter().matchesKey(twin);
         };
         if (!at.rules().filter().matchesKey(twin) && std::ranges::none_of(at.all.stanzas, covers)) {
             report.add("hive",

@@ -146,15 +146,18 @@ void checkPlainPath(const StanzaAtHand &at, Report &report)
     if (hive.empty() || hasPatternCharacters(hive)) {
         return;
     }
-    Str message =
-        "a plain path: keys beside it whose names begin alike are watched too, and what lies more than "
-        "one level below is not";
-    const bool isBaseline = at.rules().config().baseline;
-    if (isBaseline) {
-        message << "; with baseline it is walked at every start";
+    const Str message =
+        "a plain path: keys beside it whose names begin alike are watched too, and what lies more "
+        "than one level below is not";
+    if (at.rules().config().baseline) {
+        // A group would end the literal beginning one level higher, and the walk would read all of that.
+        report.add(Severity::Warning, "hive",
+                   Str() << message
+                         << "; with baseline it is walked at every start; \\\\.* behind it makes it all "
+                            "below the key");
+    } else {
+        report.add("hive", Str() << message << "; (\\\\.*)? behind it makes it the key with all below it");
     }
-    report.add(isBaseline ? Severity::Warning : Severity::Note, "hive",
-               message << "; (\\\\.*)? behind it makes it the key with all below it");
 }
 
 void checkLineEnd(const StanzaAtHand &at, Report &report)

@@ -19,6 +19,9 @@ public:
     /// empty index or stanza is left out.
     void emitEvent(const Str &text, const Str &index, const Str &stanza, Timeval time);
 
+    /// Bytes of the stream so far.
+    std::uint64_t writtenBytes() const { return eventWriter_.writtenBytes(); }
+
 private:
     void setTime(Timeval time);
 

@@ -105,7 +105,9 @@ void EventStreamWriter::write(const InputEvent &event)
     }
     append(event);
     flush();
-    std::fflush(out_);
+    if (out_ != nullptr) {
+        std::fflush(out_);
+    }
 }
 
 void EventStreamWriter::append(const InputEvent &event)
@@ -145,7 +147,10 @@ void EventStreamWriter::flush()
     if (lineEnds_ == LineEnds::CrLf) {
         text_.replaceAll("\n", "\r\n");
     }
-    std::fwrite(text_.data(), 1, text_.size(), out_);
+    writtenBytes_ += text_.size();
+    if (out_ != nullptr) {
+        std::fwrite(text_.data(), 1, text_.size(), out_);
+    }
 }
 
 } // namespace velmox

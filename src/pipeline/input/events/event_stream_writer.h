@@ -2,6 +2,7 @@
 
 #include "util/text/str.h"
 
+#include <cstdint>
 #include <cstdio>
 
 namespace velmox {
@@ -32,8 +33,9 @@ enum class LineEnds
 
 /// Writes events as one XML stream to standard output and flushes each, so that the server sees it at once.
 ///
-/// The stream's opening tag goes with the first event, its closing tag with the writer; without an event
-/// nothing is written. A failed write is not noticed. For one thread; the stream is not closed.
+/// Without a C stream the bytes are counted alone. The stream's opening tag goes with the first event, its
+/// closing tag with the writer; without an event nothing is written. A failed write is not noticed. For one
+/// thread; the stream is not closed.
 class EventStreamWriter
 {
 public:
@@ -47,12 +49,16 @@ public:
 
     void write(const InputEvent &event);
 
+    /// Bytes of the stream so far, with the line ends that they were given here.
+    std::uint64_t writtenBytes() const { return writtenBytes_; }
+
 private:
     void append(const InputEvent &event);
     void appendStart(const InputEvent &event);
     void flush();
 
     bool started_ = false;
+    std::uint64_t writtenBytes_ = 0;
     const LineEnds lineEnds_;
     std::FILE *out_;
     // What is yet to be written; it keeps its memory.

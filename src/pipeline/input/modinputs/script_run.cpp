@@ -1,12 +1,15 @@
 #include "pipeline/input/modinputs/script_run.h"
 
 #include "pipeline/input/diagnostics/diagnostics.h"
-#include "pipeline/input/modinputs/script_process.h"
+#include "util/process/job_process.h"
+#include "util/system/last_error_keeper.h"
 #include "util/thread/thread.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <exception>
 #include <iterator>
+#include <vector>
 
 namespace velmox {
 
@@ -15,6 +18,141 @@ namespace {
 constexpr DWORD kPieceBytes = 8192;
 
 using Sink = std::function<void(std::string_view)>;
+
+struct Pipe
+{
+    KernelHandle reader;
+    KernelHandle writer;
+};
+
+enum class ScriptEnd
+{
+    Reads,
+    Writes
+};
+
+/// False, with the reason in the last error, when there is none to be had.
+bool makePipe(Pipe &pipe, ScriptEnd end)
+{
+    HANDLE reader = nullptr;
+    HANDLE writer = nullptr;
+    if (!CreatePipe(&reader, &writer, nullptr, 0)) {
+        return false;
+    }
+    pipe = {KernelHandle(reader), KernelHandle(writer)};
+    return SetHandleInformation(end == ScriptEnd::Reads ? reader : writer, HANDLE_FLAG_INHERIT,
+                                HANDLE_FLAG_INHERIT) != FALSE;
+}
+
+/// The list of the handles that a new process inherits; the handles must stand as long as it does.
+class InheritedHandles
+{
+public:
+    InheritedHandles(HANDLE *handles, std::size_t count)
+    {
+        // The first call fails by design and tells the size.
+        SIZE_T size = 0;
+        InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
+        storage_.resize(size);
+        isInitialized_ = InitializeProcThreadAttributeList(list(), 1, 0, &size) != FALSE;
+        isValid_ =
+            isInitialized_ && UpdateProcThreadAttribute(list(), 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, handles,
+                                                        count * sizeof(HANDLE), nullptr, nullptr) != FALSE;
+    }
+    ~InheritedHandles()
+    {
+        const LastErrorKeeper keeper;
+        if (isInitialized_) {
+            DeleteProcThreadAttributeList(list());
+        }
+    }
+    InheritedHandles(const InheritedHandles &) = delete;
+    InheritedHandles &operator=(const InheritedHandles &) = delete;
+
+    bool isValid() const { return isValid_; }
+    LPPROC_THREAD_ATTRIBUTE_LIST list()
+    {
+        return reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(storage_.data());
+    }
+
+private:
+    std::vector<std::byte> storage_;
+    bool isInitialized_ = false;
+    bool isValid_ = false;
+};
+
+[[noreturn]] void raiseUnableToRun(const Str &commandLine)
+{
+    ModularInputsException::raise("Unable to run \"%s\": %m", commandLine.c_str());
+}
+
+/// A running script with pipes on its three standard streams. It ends with this object at the latest, and
+/// whatever it started ends with it.
+///
+/// The script inherits its ends of the pipes and no other handle, so that scripts can be started from any
+/// number of threads. It has no window.
+class ScriptProcess
+{
+public:
+    /// Throws ModularInputsException, with `label` in front of what says that the pipes could not be made.
+    ScriptProcess(const Str &label, const Str &commandLine);
+
+    /// Signalled when the script itself has ended.
+    HANDLE handle() const { return process_.handle(); }
+    /// Ends the script if it still runs, and everything that it started.
+    void end() { process_.end(); }
+    /// After the end.
+    int exitStatus() const { return static_cast<int>(process_.exitStatus()); }
+
+    /// This side's ends of the pipes.
+    KernelHandle &input() { return input_; }
+    HANDLE output() const { return output_.get(); }
+    HANDLE errors() const { return errors_.get(); }
+
+private:
+    void start(const Str &commandLine, HANDLE input, HANDLE output, HANDLE errors);
+
+    KernelHandle input_;
+    KernelHandle output_;
+    KernelHandle errors_;
+    JobProcess process_;
+};
+
+ScriptProcess::ScriptProcess(const Str &label, const Str &commandLine)
+{
+    Pipe input;
+    Pipe output;
+    Pipe errors;
+    if (!makePipe(input, ScriptEnd::Reads) || !makePipe(output, ScriptEnd::Writes) ||
+        !makePipe(errors, ScriptEnd::Writes)) {
+        ModularInputsException::raise("%s: pipe setup fail: %m", label.c_str());
+    }
+    // The script's ends are closed here once it has them: only then does a pipe end when the script does.
+    input_ = std::move(input.writer);
+    output_ = std::move(output.reader);
+    errors_ = std::move(errors.reader);
+    start(commandLine, input.reader.get(), output.writer.get(), errors.writer.get());
+}
+
+void ScriptProcess::start(const Str &commandLine, HANDLE input, HANDLE output, HANDLE errors)
+{
+    HANDLE inherited[] = {input, output, errors};
+    InheritedHandles attributes(inherited, std::size(inherited));
+    if (!attributes.isValid()) {
+        raiseUnableToRun(commandLine);
+    }
+    STARTUPINFOEXW startup = {};
+    startup.StartupInfo.cb = sizeof startup;
+    startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
+    startup.StartupInfo.hStdInput = input;
+    startup.StartupInfo.hStdOutput = output;
+    startup.StartupInfo.hStdError = errors;
+    startup.lpAttributeList = attributes.list();
+    if (!process_.start(WideStr::fromUtf8(commandLine), CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT,
+                        startup.StartupInfo)) {
+        raiseUnableToRun(commandLine);
+    }
+}
 
 /// Serves one stream of a script. The body must not throw. The script ends before the thread is joined: it,
 /// or what it leaves running, may hold the pipe open.

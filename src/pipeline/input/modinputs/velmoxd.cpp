@@ -5,8 +5,10 @@
 #include "conf/pages/shared_conf_services.h"
 #include "conf/store/application_manager.h"
 #include "pipeline/input/check/check_command.h"
+#include "pipeline/input/explain/explain_command.h"
 #include "pipeline/input/modinputs/modinputs_helper_thread.h"
 #include "pipeline/input/modinputs/scheme_files.h"
+#include "pipeline/input/xml/config_xml_streaming_parser.h"
 #include "util/crash/crash_log.h"
 #include "util/log/logger.h"
 #include "util/process/loader_info.h"
@@ -30,6 +32,9 @@ constexpr int kSuccess = 0;
 constexpr int kFailure = 1;
 /// Where 1 says something else.
 constexpr int kUnusable = 2;
+constexpr std::size_t kMostArguments = 16;
+
+constexpr char kMonitorScheme[] = "WinRegMon";
 
 /// One call of the program: what stands behind the command's name, and whether `--debug` stands before it.
 struct Invocation
@@ -161,6 +166,34 @@ std::optional<int> checkConfiguration(const Invocation &invocation)
     return runCheck(*options, std::move(request));
 }
 
+/// The stanzas as they come out of the document that the monitor gets.
+Stanzas monitoredStanzas()
+{
+    const Str document = InputDocument{{}, {}, enabledStanzas(stanzaPrefix(kMonitorScheme))}.toXml();
+    ConfigXmlStreamingParser parser;
+    parser.feed(document.data(), document.size());
+    return parser.stanzas();
+}
+
+std::optional<int> writeAnswer(const std::optional<ExplainAnswer> &answer)
+{
+    if (!answer) {
+        return std::nullopt;
+    }
+    std::fputs(answer->remarks.c_str(), stderr);
+    return writeOut(answer->output) == kSuccess ? answer->exitCode : kUnusable;
+}
+
+std::optional<int> printPattern(const Invocation &invocation)
+{
+    return writeAnswer(answerPattern(invocation.arguments));
+}
+
+std::optional<int> printExplanation(const Invocation &invocation)
+{
+    return writeAnswer(answerExplain(invocation.arguments, monitoredStanzas));
+}
+
 constexpr Command kCommands[] = {
     {"print-modinput-config",
      "    velmoxd [--debug] print-modinput-config scheme stanza    (script instance per stanza)\n"
@@ -171,6 +204,19 @@ constexpr Command kCommands[] = {
      "stanzas)\n"
      "        such as: velmoxd check --strict WinRegMon\n",
      0, 4, kUnusable, checkConfiguration},
+    {"pattern",
+     "    velmoxd pattern PATH [--wow64]\n"
+     "        the line of a stanza for a key with all below it; --wow64: and for what 32-bit programs get, "
+     "as in\n"
+     "        velmoxd pattern \"HKLM\\SOFTWARE\\Policies\" --wow64\n",
+     1, 2, kUnusable, printPattern},
+    {"explain",
+     "    velmoxd explain --key PATH [--process PATH] [--operation WORD] [--value-type TYPE] [--json]\n"
+     "                    [-index NAME] [-inclusive 0]\n"
+     "        what becomes of an operation, and why; exit code 0 for an event, 1 for none, as in\n"
+     "        velmoxd explain --key \"HKCU\\Environment\\Path\" --operation set --process "
+     "C:\\Windows\\regedit.exe\n",
+     2, kMostArguments, kUnusable, printExplanation},
 };
 
 Str usage()

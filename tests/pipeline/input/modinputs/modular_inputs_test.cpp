@@ -84,9 +84,7 @@ TEST_F(ModularInputsTest, OddScripts)
     home_.defineSchemes("binary", "[binary://x]\n");
     home_.writeFile("bin\\scripts\\binary.exe", "no program");
     const ModularInputs inputs = initialized();
-    for (const auto &[name, isFound] : {std::pair{"mute", true}, {"usage", true}, {"binary", false}}) {
-        EXPECT_EQ(inputs.find(name) != nullptr, isFound) << name;
-    }
+    EXPECT_TRUE(inputs.find("mute") && inputs.find("usage") && !inputs.find("binary"));
     ASSERT_EQ(home_.messages.size(), 1u);
     EXPECT_TRUE(
         home_.messages[0].contains("\"binary\"  defined inside the app \"binary\": Unable to run \""));

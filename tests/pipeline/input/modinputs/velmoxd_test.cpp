@@ -111,5 +111,34 @@ TEST_F(VelmoxdTest, TellsErrorsOnStandardErrorAlone)
     }
 }
 
+TEST_F(VelmoxdTest, PrintsAPatternAndExplainsWhatItMatches)
+{
+    const Str hive = run("pattern \"HKLM\\SOFTWARE\\A (x)\\\xc3\xa4\"", 0);
+    EXPECT_EQ(hive, "hive = HKLM\\\\SOFTWARE\\\\A \\(x\\)\\\\\xc3\xa4\\\\?(?s:(?<=\\\\).*|(?!.))\n");
+    EXPECT_EQ(run("pattern HKCR\\x --wow64", 2), "");
+    const char *const settings = "etc\\system\\local\\inputs.conf";
+    home_.writeFile(settings,
+                    Str::fromFormat("[WinRegMon://x]\n%sindex = i\n[WinRegMon://y]\ndisabled = 1\n"
+                                    "[WinRegMon://z]\nhive = HKLM\\\\SYSTEM\\\\CurrentControlSet\\\\.*\n",
+                                    hive.c_str()));
+    const Str text = run(
+        "explain --key \"hklm\\Software\\a (X)\\\xc3\x84\\b\" --process C:\\x.exe --value-type reg_sz", 0);
+    EXPECT_TRUE(text.endsWith("\naccepted stanza=x index=i\n") && text.contains("\n  z\n")) << text.c_str();
+    EXPECT_TRUE(
+        run("explain --key HKLM\\SYSTEM\\CurrentControlSet\\a", 0).endsWith("\naccepted stanza=- index=-\n"));
+    EXPECT_TRUE(run("explain --key HKLM\\SOFTWARE\\b --operation DeleteKey", 1).endsWith("\ndropped\n"));
+    EXPECT_TRUE(
+        run("explain --key HKLM\\SOFTWARE\\b -inclusive 0", 0).endsWith("\naccepted stanza=- index=-\n"));
+    const Str json = run("explain --json --key HKLM\\SYSTEM\\ControlSet001\\a --operation open", 1);
+    EXPECT_TRUE(json.startsWith("{\"accepted\":false,\"stanza\":null,\"index\":null,")) << json.c_str();
+    EXPECT_TRUE(json.contains(R"({"name":"z","process":true,"key":true,"type":false,"why":)"))
+        << json.c_str();
+    home_.writeFile(settings, "[WinRegMon://x]\nhive = (\n");
+    for (const char *arguments :
+         {"explain --key HKLM", "explain --key", "explain --key X", "explain --key HKLM --operation x"}) {
+        EXPECT_EQ(run(arguments, 2), "") << arguments;
+    }
+}
+
 } // namespace
 } // namespace velmox

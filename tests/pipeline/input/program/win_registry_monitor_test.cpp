@@ -1,7 +1,6 @@
 #include "pipeline/input/diagnostics/trace.h"
 #include "pipeline/input/program/win_registry_monitor.h"
 #include "tests/pipeline/input/driver/scripted_device.h"
-#include "tests/pipeline/input/registry/registry_test_key.h"
 #include "tests/support/main_thread.h"
 #include "util/thread/thread_primitives.h"
 
@@ -48,7 +47,7 @@ protected:
 
     const testing::ScopedFolder folder_;
     testing::ScriptedDevice script_;
-    std::optional<FailingCall> noServices_{std::in_place, "OpenSCManagerA", 0, ERROR_ACCESS_DENIED, 0, 9};
+    const FailingCall noServices_{"OpenSCManagerA", 0, ERROR_ACCESS_DENIED, 0, 9};
 };
 
 constexpr char kLocalMachine[] = "<param name='hive'>HKLM</param><param name='type'>nothing</param>";
@@ -76,33 +75,10 @@ TEST_F(MonitorTest, ADriverThatCannotBeReachedOrInstalledEndsTheStart)
         TestMonitor monitor(document(kLocalMachine));
         const CapturedLog log;
         EXPECT_FALSE(monitor.init());
-        EXPECT_EQ(noServices_->failed(), row.managed);
+        EXPECT_EQ(noServices_.failed(), row.managed);
         const Str expected = errors(row.log, row.open);
         EXPECT_EQ(log.text().substr(0, expected.size()), expected);
     }
-}
-
-TEST_F(MonitorTest, WithoutABaselineItWaitsForAWorkerThatNeverEnds)
-{
-    const RegistryTestKey key;
-    key.setNumber(u"", u"v", 1);
-    Str hive = Str::fromFormat("HKCU\\%s\\.*", Str::fromUtf16(key.path()).c_str());
-    hive.replaceAll("\\", "\\\\");
-    const Str params =
-        Str::fromFormat("<param name='hive'>%s</param><param name='baseline'>1</param>", hive.c_str());
-    TestMonitor monitor(document(params.c_str()));
-    ASSERT_TRUE(monitor.init());
-    monitor.onEvent = [] { throw std::runtime_error("no more events"); };
-    const CapturedLog log;
-    // PCRE waits as well, for the lock of its machine code.
-    const FailingCall endless("WaitForSingleObject", WAIT_OBJECT_0, 0, 0, 1000);
-    EXPECT_FALSE(monitor.run());
-    EXPECT_EQ(script_.sizes.size(), 0u);
-    const std::string lines =
-        kHead + "establishBaseline: Failed to establish baseline: 'no more events'\n" + kHead +
-        "StartMonitorWorker: Unable to establish baseline for the registry keys that are being monitored\n" +
-        kHead + "run: Failed to start Registry Monitor: device driver has not been installed\n" + kNoManager;
-    EXPECT_TRUE(log.text().endsWith(errors(lines))) << log.text().c_str();
 }
 
 /// A session of the software trace that asks for everything and writes down what each thread sends: number

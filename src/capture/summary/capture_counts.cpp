@@ -1,0 +1,278 @@
+#include "capture/summary/capture_counts.h"
+
+#include "pipeline/input/rules/registry_operations.h"
+#include "util/time/timeval.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+namespace velmox {
+
+namespace {
+
+constexpr char kSeparator = '\\';
+
+std::size_t componentCount(std::string_view path)
+{
+    return 1 + static_cast<std::size_t>(std::ranges::count(path, kSeparator));
+}
+
+/// The path without its last components.
+std::string_view without(std::string_view path, std::size_t components)
+{
+    for (; components > 0; --components) {
+        path = path.substr(0, path.rfind(kSeparator));
+    }
+    return path;
+}
+
+struct LoudPath
+{
+    const PathNode *node;
+    std::uint64_t bytes;
+};
+
+/// Appends the loud paths at and below a node, and returns the bytes that are not theirs.
+std::uint64_t gather(const PathNode &node, unsigned depth, std::uint64_t least, std::vector<LoudPath> &out)
+{
+    constexpr unsigned kBelowHive = 2;
+    std::uint64_t bytes = node.own.bytes;
+    for (const auto &[name, child] : node.children) {
+        bytes += gather(child, depth + 1, least, out);
+    }
+    if (bytes < least || depth < kBelowHive) {
+        return bytes;
+    }
+    out.push_back({&node, bytes});
+    return 0;
+}
+
+constexpr std::string_view kStreamStart = "<stream>\r\n";
+constexpr std::string_view kStreamEnd = "</stream>\r\n";
+
+std::string_view operationName(const MonitorRecord &fields)
+{
+    switch (fields.recordClass()) {
+    case kRegistryRecord:
+        return registryOperation(fields.operation()).name;
+    case kProcessRecord:
+        return fields.operation() == kProcessCreated ? "ProcessCreated" : "ProcessExited";
+    case kImageRecord:
+        return "ProcessImage";
+    default:
+        return {};
+    }
+}
+
+/// Gathers what is said of the records one by one. Paths come again and again, and are summed up at the end.
+class Counter
+{
+public:
+    Counter(CaptureCounts &counts, CaptureWalk &walk, bool hasStanzas)
+        : counts_(counts), walk_(walk), hasStanzas_(hasStanzas)
+    {
+    }
+
+    void take(WalkedRecord &record);
+    void finish();
+
+private:
+    struct KeyCounts : Tally
+    {
+        std::string filterPath;
+    };
+
+    std::string keyOf(WalkedRecord &record) const;
+
+    CaptureCounts &counts_;
+    CaptureWalk &walk_;
+    bool hasStanzas_;
+    std::unordered_map<std::string, KeyCounts> keys_;
+    /// By the stanza's name.
+    std::map<Str, Tally> stanzas_;
+};
+
+/// The path as events have it, which end it at a NUL.
+std::string Counter::keyOf(WalkedRecord &record) const
+{
+    Str key = record.texts.nameText();
+    walk_.replay().hiveNames().shortenHiveRoot(key);
+    return key.c_str();
+}
+
+void Counter::take(WalkedRecord &record)
+{
+    const Tally tally{1, record.eventBytes > 0 ? 1U : 0U, record.eventBytes};
+    counts_.all += tally;
+    ++counts_.seconds[record.texts.fields().timestamp() / Timeval::kTicksPerSecond];
+    if (record.operation.empty()) {
+        return;
+    }
+    counts_.operations[std::string(record.operation)] += tally;
+    const ProcessText &process = record.texts.process();
+    ProcessCounts &ofProcess = counts_.processes[process.displayed.c_str()];
+    ofProcess += tally;
+    ofProcess.folded = process.folded.view();
+    if (!record.isOnRegistry()) {
+        return;
+    }
+    KeyCounts &ofKey = keys_[keyOf(record)];
+    ofKey += tally;
+    if (ofKey.filterPath.empty()) {
+        ofKey.filterPath = record.texts.keyPath().c_str();
+    }
+    if (record.eventBytes > 0 && hasStanzas_) {
+        const SystemMonitoringConfig *const config = walk_.group().stanzaOf(record.texts.foldedName());
+        if (config != nullptr) {
+            stanzas_[config->name] += tally;
+        }
+    }
+}
+
+void Counter::finish()
+{
+    for (const auto &[path, key] : keys_) {
+        counts_.keys.add(path, key.filterPath, key);
+    }
+    if (!hasStanzas_) {
+        return;
+    }
+    MonitorFilterGroup &group = walk_.group();
+    group.filters->filters(); // the counters stand in the filters now
+    // Both are in the order of the headers.
+    auto config = group.configs.begin();
+    for (const auto &[header, filter] : group.filters->byName()) {
+        const Tally &carried = stanzas_[config->name];
+        counts_.stanzas.push_back(
+            {config->name, header, filter->checks, filter->hits, carried.events, carried.bytes});
+        ++config;
+    }
+}
+
+/// A document's stanzas, or one that matches nothing: processes are named by the replay of a document.
+const Stanzas &stanzasOrNone(const Stanzas &stanzas)
+{
+    static const Stanzas kNone = [] {
+        Stanzas none;
+        none["WinRegMon://none"].set("hive", "(?!)");
+        return none;
+    }();
+    return stanzas.empty() ? kNone : stanzas;
+}
+
+} // namespace
+
+Tally &Tally::operator+=(const Tally &other)
+{
+    records += other.records;
+    events += other.events;
+    bytes += other.bytes;
+    return *this;
+}
+
+void PathTree::add(std::string_view path, std::string_view filterPath, const Tally &tally)
+{
+    const std::size_t count = componentCount(path);
+    PathNode *node = &root_;
+    node->all += tally;
+    for (std::size_t at = 0, number = 1; number <= count; ++number) {
+        const std::size_t end = std::min(path.find(kSeparator, at), path.size());
+        const std::string_view name = path.substr(at, end - at);
+        const auto [place, isNew] = node->children.try_emplace(std::string(Str(name).lowered().view()));
+        PathNode &child = place->second;
+        if (isNew) {
+            child.name = name;
+            child.path = number == 1 ? std::string() : node->path + kSeparator;
+            child.path += name;
+            child.filterPath = without(filterPath, count - number);
+        }
+        child.all += tally;
+        node = &child;
+        at = end + 1;
+    }
+    node->own += tally;
+}
+
+std::vector<const PathNode *> PathTree::loudest(std::size_t most) const
+{
+    constexpr std::uint64_t kShare = 100;
+    std::vector<LoudPath> loud;
+    gather(root_, 0, root_.all.bytes / kShare + 1, loud);
+    std::ranges::stable_sort(loud, std::greater(), &LoudPath::bytes);
+    std::vector<const PathNode *> nodes;
+    for (const LoudPath &path : loud) {
+        if (nodes.size() < most) {
+            nodes.push_back(path.node);
+        }
+    }
+    return nodes;
+}
+
+CaptureWalk::CaptureWalk(const OpenCapture &open, const Stanzas &stanzas)
+    : reader_(open()), replay_(reader_.start(), stanzas, {"default", true}, nullptr),
+      processes_(replay_.machine().drives()), texts_(replay_.hiveNames(), processes_)
+{
+}
+
+void CaptureWalk::run(const OnRecord &onRecord)
+{
+    for (CapturedBuffer buffer; reader_.next(buffer);) {
+        lostReads_ += buffer.facts.lostReads;
+        replay_.moveTo(buffer.facts);
+        for (std::size_t at = 0; at < buffer.records.size();) {
+            const unsigned char *const start = buffer.records.data() + at;
+            const std::uint32_t length = MonitorRecord(start).length();
+            take(start, length, onRecord);
+            at += length;
+        }
+    }
+    lostReads_ = std::max(lostReads_, reader_.end().lostReads);
+}
+
+void CaptureWalk::take(const unsigned char *start, std::uint32_t length, const OnRecord &onRecord)
+{
+    const std::uint64_t before = replay_.writtenBytes();
+    replay_.take({start, length});
+    std::uint64_t bytes = replay_.writtenBytes() - before;
+    if (before == 0 && bytes > 0) {
+        bytes -= kStreamStart.size();
+    }
+    const MonitorRecord fields(start);
+    texts_.take(fields);
+    const bool isOnRegistry = fields.recordClass() == kRegistryRecord;
+    WalkedRecord record{texts_, operationName(fields),
+                        isOnRegistry ? registryOperation(fields.operation()).word : std::string_view(),
+                        bytes};
+    onRecord(record);
+}
+
+std::uint64_t CaptureWalk::streamBytes() const
+{
+    const std::uint64_t written = replay_.writtenBytes();
+    return written == 0 ? 0 : written + kStreamEnd.size();
+}
+
+CaptureCounts countCapture(const OpenCapture &open, const Stanzas &stanzas)
+{
+    CaptureCounts counts;
+    CaptureWalk walk(open, stanzasOrNone(stanzas));
+    Counter counter(counts, walk, !stanzas.empty());
+    walk.run([&](WalkedRecord &record) { counter.take(record); });
+    counter.finish();
+    counts.lostReads = walk.lostReads();
+    counts.streamBytes = walk.streamBytes();
+    counts.isCut = walk.reader().isCut();
+    counts.isIncomplete = !stanzas.empty() && walk.replay().isIncomplete();
+    return counts;
+}
+
+Tally countStream(const OpenCapture &open, const Stanzas &stanzas)
+{
+    CaptureWalk walk(open, stanzas);
+    Tally tally;
+    walk.run([&](WalkedRecord &record) { tally += {1, record.eventBytes > 0 ? 1U : 0U, 0}; });
+    tally.bytes = walk.streamBytes();
+    return tally;
+}
+
+} // namespace velmox
