@@ -1,5 +1,6 @@
 #include "bench/cost.h"
 
+#include "bench/capture_cost.h"
 #include "pipeline/input/driver/shared_state.h"
 #include "pipeline/input/events/record_processor.h"
 #include "pipeline/input/rules/filter_block.h"
@@ -126,6 +127,18 @@ void moveOn(Bytes &buffer)
     }
 }
 
+Stanzas stanzasOf(const Kind &kind, unsigned stanzas)
+{
+    Stanzas input;
+    for (unsigned i = 0; i < stanzas; ++i) {
+        PropertiesMap &stanza = input[Str::fromFormat("WinRegMon://bench%u", i)];
+        stanza.set("hive", numbered(kind.hive, i));
+        stanza.set("proc", numbered(kind.proc, i));
+        stanza.set("type", "set|create|delete|rename");
+    }
+    return input;
+}
+
 constexpr char16_t kImage[] = u"\\Device\\HarddiskVolume1\\Program Files\\Some Product\\program.exe";
 
 /// The machine that this runs on, but for new processes: to ask for one waits for the system.
@@ -153,14 +166,7 @@ public:
           records_(rules_, hives_, statuses_, emitter_, benchMachine)
     {
         hives_.fill(u"\\REGISTRY\\USER\\S-1-5-21-7");
-        Stanzas input;
-        for (unsigned i = 0; i < stanzas; ++i) {
-            PropertiesMap &stanza = input[Str::fromFormat("WinRegMon://bench%u", i)];
-            stanza.set("hive", numbered(kind.hive, i));
-            stanza.set("proc", numbered(kind.proc, i));
-            stanza.set("type", "set|create|delete|rename");
-        }
-        auto group = makeFilterGroup(input, {"main", true}, hives_);
+        auto group = makeFilterGroup(stanzasOf(kind, stanzas), {"main", true}, hives_);
         makeFilterBlock(*group, hives_, registryOperationMasks());
         rules_.insert(kRegmonFilters, std::move(group));
     }
@@ -291,6 +297,35 @@ void measureAccepted(Figure &figure)
     figure.add(manyNanoseconds / fewNanoseconds, manyNanoseconds);
 }
 
+void measureReplay(const Kind &kind, Figure &figure)
+{
+    const Bytes plain = thousandRecords(kPlainName);
+    double monitorsNanoseconds = 0;
+    {
+        const KnownProcesses known(10);
+        Monitor monitor(kind, 20);
+        Bytes buffer = plain;
+        monitorsNanoseconds = monitorNanoseconds(monitor, buffer);
+    }
+    ReplayedRecords replayed(plain, stanzasOf(kind, 20));
+    const double nanoseconds = bestNanoseconds([&] { replayed.take(); });
+    figure.add(nanoseconds / monitorsNanoseconds, nanoseconds);
+}
+
+void measureRecording(Figure &figure)
+{
+    const KnownProcesses known(10);
+    Monitor monitor(kBeginning, 20);
+    Bytes buffer = thousandRecords(kPlainName);
+    const double monitorsNanoseconds = monitorNanoseconds(monitor, buffer);
+    RecordedRecords recorded;
+    const double nanoseconds = bestNanoseconds([&] {
+        moveOn(buffer);
+        recorded.take(buffer);
+    });
+    figure.add(nanoseconds / monitorsNanoseconds, nanoseconds);
+}
+
 // Of a record of a process that begins and ends at once, while so many others have just ended: their images
 // are kept for some seconds. A backlog that is drained holds thousands of them.
 double livesNanoseconds(unsigned ended)
@@ -403,6 +438,9 @@ Figures measureCost(unsigned rounds)
     Figure accepted("accepted, 200 stanzas", "20 stanzas", {1.3, 1.1, true}, "ns a record");
     Figure memory("memory of 200 stanzas, MiB", "", {16, 4, true}, "MiB");
     Figure start("start with 200 stanzas, ms more than with one", "", {50, 20, true}, "ms");
+    Figure replayDropped("replayed, dropped, 20 stanzas", "the monitor", {1.5, 1.2, true}, "ns a record");
+    Figure replayAccepted("replayed, accepted, 20 stanzas", "the monitor", {1.5, 1.2, true}, "ns a record");
+    Figure recorded("recorded", "the monitor, dropped, 20 stanzas", {}, "ns a record");
     const Bytes plain = thousandRecords(kPlainName);
     for (unsigned round = 0; round < rounds; ++round) {
         measureMemory(memory);
@@ -417,8 +455,12 @@ Figures measureCost(unsigned rounds)
         measureLives(lives);
         measureAccepted(accepted);
         measureStart(start);
+        measureReplay(kBeginning, replayDropped);
+        measureReplay(kEvery, replayAccepted);
+        measureRecording(recorded);
     }
-    for (const Figure &figure : {processes, asked, lives, accepted, memory, start}) {
+    for (const Figure &figure :
+         {processes, asked, lives, accepted, memory, start, replayDropped, replayAccepted, recorded}) {
         figures.push_back(figure);
     }
     return figures;

@@ -37,10 +37,6 @@ if(WIN32)
         INTERFACE_INCLUDE_DIRECTORIES ${VELMOX_DEPENDENCIES}/include/libxml2)
     target_link_libraries(velmox::xml2 INTERFACE ws2_32 bcrypt)
 
-    # Debian has this one cross-built, in the toolchain's own folders.
-    add_library(velmox::zlib STATIC IMPORTED)
-    set_target_properties(velmox::zlib PROPERTIES IMPORTED_LOCATION ${CMAKE_FIND_ROOT_PATH}/lib/libz.a)
-
     find_package(GTest CONFIG REQUIRED PATHS ${VELMOX_DEPENDENCIES} NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
 else()
     find_package(GTest CONFIG REQUIRED)
@@ -49,8 +45,6 @@ else()
     add_library(velmox::xml2 INTERFACE IMPORTED)
     target_include_directories(velmox::xml2 INTERFACE /usr/include/libxml2)
     target_link_libraries(velmox::xml2 INTERFACE xml2)
-    add_library(velmox::zlib INTERFACE IMPORTED)
-    target_link_libraries(velmox::zlib INTERFACE z)
 endif()
 
 # Headers alone, the same for both; in a folder of their own, as the cross compiler must not see the system's.
@@ -58,3 +52,7 @@ file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/include)
 file(CREATE_LINK /usr/include/nlohmann ${CMAKE_BINARY_DIR}/include/nlohmann SYMBOLIC)
 add_library(velmox::json INTERFACE IMPORTED)
 target_include_directories(velmox::json INTERFACE ${CMAKE_BINARY_DIR}/include)
+file(CREATE_LINK /usr/include/xxhash.h ${CMAKE_BINARY_DIR}/include/xxhash.h SYMBOLIC)
+add_library(velmox::xxhash INTERFACE IMPORTED)
+target_include_directories(velmox::xxhash INTERFACE ${CMAKE_BINARY_DIR}/include)
+target_compile_definitions(velmox::xxhash INTERFACE XXH_INLINE_ALL)

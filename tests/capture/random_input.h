@@ -11,7 +11,10 @@ namespace velmox::testing {
 class RandomInput
 {
 public:
-    explicit RandomInput(unsigned seed) : dice_(seed) {}
+    /// `knownPid` is one of the six processes.
+    explicit RandomInput(unsigned seed, std::uint32_t knownPid = kFirstPid) : dice_(seed), knownPid_(knownPid)
+    {
+    }
 
     unsigned below(unsigned count) { return static_cast<unsigned>(dice_() % count); }
 
@@ -63,7 +66,8 @@ private:
         fields.operation = fields.recordClass == 2 ? below(3) : below(34);
         constexpr std::uint32_t kStatuses[] = {0, 0, 0, 0xC0000022, 0xC0000034, 0x40000000};
         fields.status = kStatuses[below(std::size(kStatuses))];
-        fields.pid = 1'000'001 + 4 * below(6);
+        const unsigned process = below(6);
+        fields.pid = process == 0 ? knownPid_ : kFirstPid + 4 * process;
         fields.dataType = below(13);
         fields.name = kNames[below(std::size(kNames))];
         fields.data.resize(below(24));
@@ -91,7 +95,10 @@ private:
         return time_;
     }
 
+    static constexpr std::uint32_t kFirstPid = 1'000'001;
+
     std::mt19937 dice_;
+    std::uint32_t knownPid_;
     std::uint64_t time_ = 132'223'104'000'000'000;
 };
 

@@ -2,7 +2,7 @@
 
 #include <bit>
 #include <cstring>
-#include <zlib.h>
+#include <xxhash.h>
 
 namespace velmox {
 
@@ -190,9 +190,7 @@ void countRecords(std::span<const unsigned char> bytes, std::size_t &records, st
 
 std::uint32_t checkSum(std::string_view bytes)
 {
-    const uLong none = crc32(0, nullptr, 0);
-    return static_cast<std::uint32_t>(
-        crc32_z(none, reinterpret_cast<const Bytef *>(bytes.data()), bytes.size()));
+    return static_cast<std::uint32_t>(XXH64(bytes.data(), bytes.size(), 0));
 }
 
 std::string fileHead()

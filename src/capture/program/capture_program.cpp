@@ -210,9 +210,6 @@ int recordToFile(const RecordOptions &options)
 int runCapture(const std::vector<std::string> &words)
 {
     openTerminal();
-    // Of the monitor's log only what went wrong, on standard error.
-    LogSystem::instance().categories().root().threshold = LogLevel::Error;
-    Logger::bindAll();
     CaptureCommandLine line;
     try {
         line = readCaptureCommandLine(words);
@@ -220,6 +217,11 @@ int runCapture(const std::vector<std::string> &words)
         complain(std::string(exception.what()) + "\n" + kCaptureUsage);
         return kUsage;
     }
+    // Of the monitor's log what keeps a recording from its driver, on standard error. A replay is told of its
+    // file alone.
+    LogSystem::instance().categories().root().threshold =
+        line.command == CaptureCommand::Record ? LogLevel::Error : LogLevel::Emerg;
+    Logger::bindAll();
     switch (line.command) {
     case CaptureCommand::Record:
         return recordToFile(line.record);

@@ -13,24 +13,23 @@ bool isBelow(const MonitorRecord &record, std::string_view root)
     const unsigned char *name = record.name();
     const std::size_t units = record.nameUnits();
     const auto unitAt = [name](std::size_t at) { return name[2 * at] | name[2 * at + 1] << 8; };
-    if (units < root.size()) {
+    if (units < root.size() || (units > root.size() && unitAt(root.size()) != '\\')) {
         return false;
     }
-    for (std::size_t at = 0; at < root.size(); ++at) {
+    // From its end, for the roots begin alike.
+    for (std::size_t at = root.size(); at-- > 0;) {
         const int unit = unitAt(at);
         if ((unit >= 'a' && unit <= 'z' ? unit - 'a' + 'A' : unit) != root[at]) {
             return false;
         }
     }
-    return units == root.size() || unitAt(root.size()) == '\\';
+    return true;
 }
 
-std::uint32_t hiveOf(const MonitorRecord &record)
+bool isOfHives(const MonitorRecord &record, std::uint32_t hives)
 {
-    if (isBelow(record, "\\REGISTRY\\USER")) {
-        return kUserHives;
-    }
-    return isBelow(record, "\\REGISTRY\\MACHINE") ? kMachineHives : 0;
+    return ((hives & kUserHives) != 0 && isBelow(record, "\\REGISTRY\\USER")) ||
+           ((hives & kMachineHives) != 0 && isBelow(record, "\\REGISTRY\\MACHINE"));
 }
 
 } // namespace
@@ -54,8 +53,7 @@ bool AskedRecords::isLeftOut(const MonitorRecord &record) const
         return false;
     }
     const std::uint32_t code = record.operation();
-    return (code < masks_.size() && (masks_[code] & operations_) != 0) ||
-           (hives_ != 0 && (hiveOf(record) & hives_) != 0);
+    return (code < masks_.size() && (masks_[code] & operations_) != 0) || isOfHives(record, hives_);
 }
 
 void AskedRecords::pass(std::span<const unsigned char> records, const Take &take) const

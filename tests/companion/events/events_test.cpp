@@ -52,7 +52,7 @@ std::string field(const std::string &data, Field which)
         EventFields fields;
         fields.read(event);
         for (const std::string_view text : fields.texts(which)) {
-            out += (out.empty() ? "" : "|") + std::string(text);
+            out.append(out.empty() ? "" : "|").append(text);
         }
     });
     return out;
