@@ -34,8 +34,10 @@ TEST_F(ModularInputsTest, FindsSchemesOfTheSystemAndOfApps)
     for (const auto &[script, plan] :
          {std::pair{"bin\\scripts\\off.exe", "--scheme print <scheme/>"},
           {"etc\\system\\bin\\one.exe", "--scheme print <scheme><title>1</title></scheme>"},
-          {"etc\\apps\\b\\bin\\two.exe", "--scheme print <scheme><endpoint><args><arg name=\"proc\"/><arg "
-                                         "name=\"hive\"/></args></endpoint></scheme>"},
+          {"etc\\apps\\b\\bin\\two.exe",
+           "--scheme print <scheme><script>three.exe -x</script><endpoint><args>"
+           "<arg name=\"proc\"/><arg name=\"hive\"/></args></endpoint></scheme>"},
+          {"etc\\apps\\b\\bin\\three.exe", ""},
           {"etc\\apps\\b\\bin\\of two words.exe", "--scheme print <scheme/>"},
           {"bin\\scripts\\broken.exe", "--scheme complain 100\n--scheme exit 3\n"},
           {"bin\\scripts\\named.exe", ""}}) {
@@ -45,6 +47,7 @@ TEST_F(ModularInputsTest, FindsSchemesOfTheSystemAndOfApps)
     EXPECT_EQ(inputs.find("one")->title, "1");
     ASSERT_NE(inputs.find("two"), nullptr);
     EXPECT_EQ(inputs.find("two")->args.size(), 2u);
+    EXPECT_TRUE(inputs.find("two")->script.text().endsWith("\\bin\\three.exe -x"));
     EXPECT_NE(inputs.find("of two words"), nullptr);
     for (const char *name : {"absent", "broken", "named", "lost", "default", "off", ""}) {
         EXPECT_EQ(inputs.find(name), nullptr) << name;
