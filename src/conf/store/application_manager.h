@@ -1,8 +1,8 @@
 #pragma once
 
 #include "conf/ground/conf_lock.h"
-#include "conf/root/application_info.h"
 #include "conf/root/bundles_setup.h"
+#include "conf/store/application_info.h"
 #include "util/text/base_exception.h"
 
 #include <map>

@@ -1,4 +1,4 @@
-#include "conf/root/application_info.h"
+#include "conf/store/application_info.h"
 
 #include "conf/tree/conf_path_trie.h"
 
