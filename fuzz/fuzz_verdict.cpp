@@ -210,6 +210,7 @@ constexpr const char *kHivePieces[] = {
     R"(\d)",
     R"(\S)",
     "(?:",
+    "(?i)",
     "#",
     "(?x)",
     "\n",

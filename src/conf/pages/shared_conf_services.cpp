@@ -73,20 +73,29 @@ SharedConfServices &SharedConfServices::of(const BundlesSetup &setup)
     return static_cast<SharedConfServices &>(*setup.state_);
 }
 
+template <class Service, class... Arguments>
+void SharedConfServices::make(std::unique_ptr<Service> &service, Arguments &&...arguments)
+{
+    auto made = std::make_unique<Service>(std::forward<Arguments>(arguments)...);
+    if (service) {
+        retired_.emplace_back(std::move(service));
+    }
+    service = std::move(made);
+}
+
 /// Each works with those made before it. The states of layers alone ask one that is made later, and not
 /// before there are readers.
 void SharedConfServices::create()
 {
     const Stopwatch stopwatch;
-    settings_ = std::make_unique<ConfSettings>(setup_);
+    make(settings_, setup_);
     setStorage(settings_->storage());
-    poolInfo_ = std::make_unique<SearchHeadPoolInfo>(setup_, *settings_);
-    mappers_ = std::make_unique<ConfPathMapperManager>(setup_, *settings_, *this);
-    states_ = std::make_unique<SharedConfStates>(
-        LayerSources{*mappers_, [this](const Str &app) { return applications_->isUsable(app); },
-                     [this](const Str &app) { return applications_->isKnown(app); }});
-    applications_ = std::make_unique<ApplicationManager>(*mappers_);
-    pages_ = std::make_unique<PropertyPagesRegistry>(sources());
+    make(poolInfo_, setup_, *settings_);
+    make(mappers_, setup_, *settings_, *this);
+    make(states_, LayerSources{*mappers_, [this](const Str &app) { return applications_->isUsable(app); },
+                               [this](const Str &app) { return applications_->isKnown(app); }});
+    make(applications_, *mappers_);
+    make(pages_, sources());
     stats_ = {stopwatch.elapsedMs(), stopwatch.cpuSeconds(), ++generations};
     log.info("Setup stats for %s: wallclock_elapsed_msec=%llu, cpu_time_used=%g, "
              "shared_services_generation=%u, shared_services_population=%u",

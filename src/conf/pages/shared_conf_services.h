@@ -10,6 +10,7 @@
 #include <atomic>
 #include <map>
 #include <memory>
+#include <vector>
 
 namespace velmox {
 
@@ -30,6 +31,10 @@ class SharedConfServices : public ConfRootState, public ConfChangeObserver
 public:
     static SharedConfServices &of(const BundlesSetup &setup);
 
+    /// Makes the services anew, one by one in their order. Nobody may use them meanwhile; what was handed out
+    /// before stays valid.
+    void recreate() { create(); }
+
     const ConfSettings &settings() const { return *settings_; }
     ConfPathMapperManager &mappers() const { return *mappers_; }
     SharedConfStates &states() const { return *states_; }
@@ -45,9 +50,13 @@ private:
     friend class SharedConfServicesRegistry;
     SharedConfServices(const Pathname &root, const Pathname &slaveApps);
     void create();
+    template <class Service, class... Arguments>
+    void make(std::unique_ptr<Service> &service, Arguments &&...arguments);
 
     const BundlesSetup setup_;
     SetupStats stats_;
+    /// Services that were replaced.
+    std::vector<std::shared_ptr<void>> retired_;
     std::unique_ptr<ConfSettings> settings_;
     std::unique_ptr<SearchHeadPoolInfo> poolInfo_;
     std::unique_ptr<ConfPathMapperManager> mappers_;

@@ -56,14 +56,16 @@ void setLimits(pcre_extra &extra)
     }
 }
 
-/// Whether all groups are brackets and no more. PCRE takes `.*` in a look-ahead for a beginning that anchors
-/// the pattern, but not always, so that machine code and interpreter may differ.
+/// Whether all groups are brackets and no more, or `(?i)`, which the baseline puts in front of each of
+/// its patterns. PCRE takes `.*` in a look-ahead for a beginning that anchors the pattern, but not always, so
+/// that machine code and interpreter may differ.
 bool hasPlainGroups(std::string_view pattern)
 {
     constexpr std::string_view kBeginning = "(?";
     for (std::size_t at = pattern.find(kBeginning); at != pattern.npos;
          at = pattern.find(kBeginning, at + 1)) {
-        if (!pattern.substr(at + kBeginning.size()).starts_with(':')) {
+        const std::string_view kind = pattern.substr(at + kBeginning.size());
+        if (!kind.starts_with(':') && !kind.starts_with("i)")) {
             return false;
         }
     }

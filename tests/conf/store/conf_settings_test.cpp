@@ -128,5 +128,17 @@ TEST(SharedConfServices, AreOnePerRootHoweverItIsSpelledAndWhoeverAsksFirst)
     EXPECT_EQ(ConfLock::orderViolations(), violations);
 }
 
+TEST(SharedConfServices, RecreateReadsTheBootstrapFileAgain)
+{
+    const ConfRoot root("[init]\nsearch.use_all_apps = 0\n");
+    SharedConfServices &services = root.shared();
+    const ConfSettings &before = services.settings();
+    root.write("system/default/conf.conf", "[init]\nsearch.use_all_apps = 1\n");
+    services.recreate();
+    EXPECT_FALSE(before.searchUsesAllApps()) << "what was handed out stays valid";
+    EXPECT_TRUE(services.settings().searchUsesAllApps());
+    EXPECT_EQ(&root.shared(), &services);
+}
+
 } // namespace
 } // namespace velmox
