@@ -18,6 +18,7 @@ namespace {
 constexpr int kDamaged = 1;
 constexpr int kDifferent = 1;
 constexpr int kUnreadable = 2;
+constexpr int kUnsure = 2;
 constexpr int kUsage = 2;
 
 /// Writes out what gathered, and empties it.
@@ -62,12 +63,14 @@ int printJson(EventsCommandLine &line)
 }
 
 /// False when the input is damaged, or holds no baseline: nothing can be said then of what is not in it.
-bool readBaseline(EventsCommandLine &line, const std::string &file, Baseline &baseline)
+bool readBaseline(EventsCommandLine &line, const std::string &file, Baseline &baseline, bool &hasGivenUp)
 {
     EventInput input(
         line.filter, [&](const StreamEvent &event, const EventFields &) { baseline.add(event, true); }, [] {},
         [&](const StreamEvent &event, const EventFields &) { baseline.add(event, false); });
-    if (!input.read(file)) {
+    const bool isSound = input.read(file);
+    hasGivenUp |= input.hasGivenUp();
+    if (!isSound) {
         return false;
     }
     if (baseline.empty()) {
@@ -93,8 +96,9 @@ int printDifferences(EventsCommandLine &line, TableStyle style)
 {
     Baseline oldOne;
     Baseline newOne;
-    const bool isOldSound = readBaseline(line, line.files[0], oldOne);
-    const bool isNewSound = readBaseline(line, line.files[1], newOne);
+    bool hasGivenUp = false;
+    const bool isOldSound = readBaseline(line, line.files[0], oldOne, hasGivenUp);
+    const bool isNewSound = readBaseline(line, line.files[1], newOne, hasGivenUp);
     if (!isOldSound || !isNewSound) {
         return kUnreadable;
     }
@@ -110,7 +114,8 @@ int printDifferences(EventsCommandLine &line, TableStyle style)
         }
     });
     flush(out);
-    return exitCode;
+    // Which of the differences the user asked for is not known then.
+    return hasGivenUp ? kUnsure : exitCode;
 }
 
 /// The command's output is no input of it, and no other file than an earlier page.
