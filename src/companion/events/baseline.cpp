@@ -49,15 +49,27 @@ void Baseline::add(const StreamEvent &event, bool isSelected)
     if (!event.isBaseline()) {
         return;
     }
-    Stanza &stanza =
-        stanzas_.try_emplace(std::string(event.stanza), Stanza{stanzas_.size(), event.stream}).first->second;
+    Stanza &stanza = stanzas_.try_emplace(std::string(event.stanza), Stanza{event.stream, {}}).first->second;
     if (stanza.stream != event.stream) {
-        std::erase_if(values_, [&](const auto &value) { return value.second.stanza == stanza.number; });
-        stanza.stream = event.stream;
+        stanza = {event.stream, {}};
     }
-    values_.insert_or_assign(comparableRegistryPath(event.keyPath),
-                             BaselineValue{std::string(event.keyPath), std::string(event.dataType),
-                                           std::string(event.data), isSelected, stanza.number});
+    stanza.values.insert_or_assign(comparableRegistryPath(event.keyPath),
+                                   BaselineValue{std::string(event.keyPath), std::string(event.dataType),
+                                                 std::string(event.data), isSelected, count_++});
+}
+
+std::map<std::string_view, const BaselineValue *> Baseline::all() const
+{
+    std::map<std::string_view, const BaselineValue *> all;
+    for (const auto &[name, stanza] : stanzas_) {
+        for (const auto &[path, value] : stanza.values) {
+            const BaselineValue *&latest = all[path];
+            if (latest == nullptr || latest->number < value.number) {
+                latest = &value;
+            }
+        }
+    }
+    return all;
 }
 
 void Baseline::compareStanzas(const Baseline &other,
@@ -72,23 +84,18 @@ void Baseline::compareStanzas(const Baseline &other,
 
 void Baseline::compare(const Baseline &oldOne, const Baseline &newOne, const OnDifference &onDifference)
 {
-    auto oldAt = oldOne.values_.begin();
-    auto newAt = newOne.values_.begin();
-    while (oldAt != oldOne.values_.end() || newAt != newOne.values_.end()) {
-        const bool isOldLeft = oldAt != oldOne.values_.end();
-        const bool isNewLeft = newAt != newOne.values_.end();
-        const bool isOld = isOldLeft && (!isNewLeft || oldAt->first <= newAt->first);
-        const bool isNew = isNewLeft && (!isOldLeft || newAt->first <= oldAt->first);
-        const bool isDifferent = !isOld || !isNew || oldAt->second != newAt->second;
-        if (isDifferent && ((isOld && oldAt->second.isSelected) || (isNew && newAt->second.isSelected))) {
-            onDifference({isNew ? newAt->second.path : oldAt->second.path, isOld ? &oldAt->second : nullptr,
-                          isNew ? &newAt->second : nullptr});
-        }
-        if (isOld) {
-            ++oldAt;
-        }
-        if (isNew) {
-            ++newAt;
+    const auto olds = oldOne.all();
+    const auto news = newOne.all();
+    auto oldAt = olds.begin();
+    auto newAt = news.begin();
+    while (oldAt != olds.end() || newAt != news.end()) {
+        const bool isOld = oldAt != olds.end() && (newAt == news.end() || oldAt->first <= newAt->first);
+        const bool isNew = newAt != news.end() && (oldAt == olds.end() || newAt->first <= oldAt->first);
+        const BaselineValue *const oldValue = isOld ? (oldAt++)->second : nullptr;
+        const BaselineValue *const newValue = isNew ? (newAt++)->second : nullptr;
+        const bool isDifferent = !isOld || !isNew || *oldValue != *newValue;
+        if (isDifferent && ((isOld && oldValue->isSelected) || (isNew && newValue->isSelected))) {
+            onDifference({(isNew ? newValue : oldValue)->path, oldValue, newValue});
         }
     }
 }

@@ -17,8 +17,8 @@ struct BaselineValue
     std::string data;
     /// Whether the conditions of the user hold for its event.
     bool isSelected;
-    /// Number of the stanza that reported it, within its baseline.
-    std::size_t stanza;
+    /// Of its event within the input, from 0.
+    std::uint64_t number;
 
     /// Whether it is the same value as far as a stream shows.
     bool operator==(const BaselineValue &other) const { return type == other.type && data == other.data; }
@@ -33,7 +33,8 @@ struct BaselineDifference
 };
 
 /// The values that an input's baselines reported: of each stanza the last one, as a start walks those that
-/// are due. Live events do not count: what they changed was reported by them.
+/// are due. What several of them hold is as the latest of those reported it. Live events do not count: what
+/// they changed was reported by them.
 class Baseline
 {
 public:
@@ -54,14 +55,17 @@ public:
 private:
     struct Stanza
     {
-        std::size_t number;
         /// Where its last baseline stands.
         std::uint64_t stream;
+        /// By the path in a form that can be compared.
+        std::map<std::string, BaselineValue> values;
     };
 
+    /// What any of the stanzas holds.
+    std::map<std::string_view, const BaselineValue *> all() const;
+
     std::map<std::string, Stanza, std::less<>> stanzas_;
-    /// By the path in a form that can be compared.
-    std::map<std::string, BaselineValue> values_;
+    std::uint64_t count_ = 0;
 };
 
 /// Appends a difference as a JSON object in a line: `change`, `path`, and `old` and `new` where there is one,

@@ -58,6 +58,7 @@ bool EventInput::read(const std::string &path)
     const Descriptor descriptor(isStandardInput ? STDIN_FILENO : openForReading(path));
     if (descriptor.number() < 0) {
         complain(path + ": " + std::strerror(errno));
+        hasUnreadable_ = true;
         return false;
     }
     return readBytes(descriptor.number(), isStandardInput ? "standard input" : path);
@@ -90,6 +91,7 @@ bool EventInput::readBytes(int descriptor, const std::string &name)
         }
         if (length < 0) {
             complain(name + ": " + std::strerror(errno));
+            hasUnreadable_ = true;
             isSound = false;
         }
         if (length <= 0) {

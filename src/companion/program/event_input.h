@@ -29,6 +29,9 @@ public:
     /// was a stream.
     bool read(const std::string &path);
 
+    /// Whether there was an input that could not be opened, or not be read to its end.
+    bool hasUnreadable() const { return hasUnreadable_; }
+
     /// Whether the filter gave up on an event, which was then accepted.
     bool hasGivenUp() const { return hasGivenUp_; }
 
@@ -41,6 +44,7 @@ private:
     OnEvent onOther_;
     std::function<void()> onPause_;
     EventFields fields_;
+    bool hasUnreadable_ = false;
     bool hasGivenUp_ = false;
 };
 

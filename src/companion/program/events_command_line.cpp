@@ -75,9 +75,15 @@ const char *const kEventsUsage =
     "  table     a line an event; the default on a terminal\n"
     "  json      an object a line, by the Elastic Common Schema; the default elsewhere\n"
     "  diff      values that differ between two baselines\n"
-    "  report    a page that shows the events, and needs no network\n"
+    "  report    a page that shows the events, and needs no network; OUT.html may be - for standard output\n"
     "  --where   only events where PATTERN, a regular expression, is found in FIELD, a field of the JSON\n"
-    "            such as registry.path; case does not count; each further one narrows down\n";
+    "            such as registry.path; case does not count; each further one narrows down\n"
+    "\n"
+    "Examples:\n"
+    "  velmox-events table --where process.name=^reg stream.xml\n"
+    "  ... | velmox-regmon | velmox-events json >> events.json\n"
+    "  velmox-events diff old.xml new.xml\n"
+    "  velmox-events report page.html stream.xml\n";
 
 EventsCommandLine readEventsCommandLine(const std::vector<std::string> &words, bool isTerminal)
 {

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 
 namespace velmox {
@@ -18,6 +19,7 @@ namespace {
 constexpr int kDamaged = 1;
 constexpr int kDifferent = 1;
 constexpr int kUnreadable = 2;
+constexpr int kUnsure = 2;
 constexpr int kUsage = 2;
 
 /// Writes out what gathered, and empties it.
@@ -62,12 +64,14 @@ int printJson(EventsCommandLine &line)
 }
 
 /// False when the input is damaged, or holds no baseline: nothing can be said then of what is not in it.
-bool readBaseline(EventsCommandLine &line, const std::string &file, Baseline &baseline)
+bool readBaseline(EventsCommandLine &line, const std::string &file, Baseline &baseline, bool &hasGivenUp)
 {
     EventInput input(
         line.filter, [&](const StreamEvent &event, const EventFields &) { baseline.add(event, true); }, [] {},
         [&](const StreamEvent &event, const EventFields &) { baseline.add(event, false); });
-    if (!input.read(file)) {
+    const bool isSound = input.read(file);
+    hasGivenUp |= input.hasGivenUp();
+    if (!isSound) {
         return false;
     }
     if (baseline.empty()) {
@@ -93,8 +97,9 @@ int printDifferences(EventsCommandLine &line, TableStyle style)
 {
     Baseline oldOne;
     Baseline newOne;
-    const bool isOldSound = readBaseline(line, line.files[0], oldOne);
-    const bool isNewSound = readBaseline(line, line.files[1], newOne);
+    bool hasGivenUp = false;
+    const bool isOldSound = readBaseline(line, line.files[0], oldOne, hasGivenUp);
+    const bool isNewSound = readBaseline(line, line.files[1], newOne, hasGivenUp);
     if (!isOldSound || !isNewSound) {
         return kUnreadable;
     }
@@ -110,24 +115,75 @@ int printDifferences(EventsCommandLine &line, TableStyle style)
         }
     });
     flush(out);
-    return exitCode;
+    // Which of the differences the user asked for is not known then.
+    return hasGivenUp ? kUnsure : exitCode;
+}
+
+/// Where the page is written until it is whole.
+std::string besidePage(const EventsCommandLine &line)
+{
+    return line.output + ".new";
 }
 
 /// The command's output is no input of it, and no other file than an earlier page.
 bool mayWriteReport(const EventsCommandLine &line)
 {
-    for (const std::string &file : line.files) {
-        if (isSameFile(line.output, file)) {
-            complain(line.output + ": the page would replace this input; the first file is the page");
+    if (line.output == "-") {
+        return true;
+    }
+    for (const std::string &written : {line.output, besidePage(line)}) {
+        for (const std::string &file : line.files) {
+            if (isSameFile(written, file)) {
+                complain(written + ": the page would replace this input; the first file is the page");
+                return false;
+            }
+        }
+        if (isSameFile(written, written) &&
+            !EventReport::isPage(readBeginning(written, EventReport::kPageStart.size()))) {
+            complain(written + ": this file is no page, and is left as it is; the first file is the page");
             return false;
         }
     }
-    if (isSameFile(line.output, line.output) &&
-        !EventReport::isPage(readBeginning(line.output, EventReport::kPageStart.size()))) {
-        complain(line.output + ": this file is no page, and is left as it is; the first file is the page");
+    return true;
+}
+
+/// False with errno set when not all was written.
+bool writeFile(const std::string &path, const std::string &content)
+{
+    std::FILE *const file = openForWriting(path);
+    if (file == nullptr) {
         return false;
     }
-    return true;
+    const bool isWritten = std::fwrite(content.data(), 1, content.size(), file) == content.size();
+    return std::fclose(file) == 0 && isWritten;
+}
+
+/// Puts a page in the place of an earlier one, which stays if that fails. What is no plain file, such as a
+/// pipe or a link, is written to directly.
+void putPage(const EventsCommandLine &line, const std::string &page)
+{
+    using std::filesystem::path;
+    const auto asPath = [](const std::string &name) { return path(std::u8string(name.begin(), name.end())); };
+    const path place = asPath(line.output);
+    std::error_code error;
+    const auto type = std::filesystem::symlink_status(place, error).type();
+    const bool isPlain =
+        type == std::filesystem::file_type::regular || type == std::filesystem::file_type::not_found;
+    const std::string written = isPlain ? besidePage(line) : line.output;
+    if (!writeFile(written, page)) {
+        error.assign(errno, std::generic_category());
+    } else if (isPlain) {
+        std::filesystem::rename(asPath(written), place, error);
+    } else {
+        error.clear();
+    }
+    if (error) {
+        std::error_code ignored;
+        if (isPlain) {
+            std::filesystem::remove(asPath(written), ignored);
+        }
+        throw std::runtime_error(line.output + ": " + error.message());
+    }
 }
 
 int writeReport(EventsCommandLine &line)
@@ -139,11 +195,15 @@ int writeReport(EventsCommandLine &line)
     EventInput input(line.filter,
                      [&](const StreamEvent &event, const EventFields &fields) { report.add(event, fields); });
     const int exitCode = readAll(input, line.files);
-    const std::string page = report.page();
-    std::FILE *const file = openForWriting(line.output);
-    const bool isWritten = file != nullptr && std::fwrite(page.data(), 1, page.size(), file) == page.size();
-    if (file == nullptr || std::fclose(file) != 0 || !isWritten) {
-        throw std::runtime_error(line.output + ": " + std::strerror(errno));
+    if (input.hasUnreadable()) {
+        complain(line.output + ": no page is written, as an input could not be read");
+        return kDamaged;
+    }
+    std::string page = report.page();
+    if (line.output == "-") {
+        flush(page);
+    } else {
+        putPage(line, page);
     }
     return exitCode;
 }

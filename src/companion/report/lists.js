@@ -28,7 +28,8 @@ const lists = (() => {
         const found = new Map();
         for (const [key, count] of counts) {
             if (start > 0 && !key.startsWith(path + "\\")) continue;
-            const end = key.indexOf("\\", start);
+            // The backslash that a kernel's path begins with belongs to its first component: none is empty there.
+            const end = key.indexOf("\\", Math.max(start, 1));
             const name = end < 0 ? key.slice(start) : key.slice(start, end);
             const child = found.get(name) ?? {name, count: 0, isParent: false};
             child.count += count;

@@ -26,7 +26,7 @@ const model = (() => {
             if (time[at] < first) first = time[at];
             if (time[at] > end) end = time[at];
         }
-        return [first, end];
+        return count > 0 ? [first, end] : [0, 0];
     }
 
     /* For each string, whether the test holds. */
@@ -47,8 +47,9 @@ const model = (() => {
     }
 
     function keyMarks() {
-        const below = selection.key + "\\";
-        return marks((at) => strings[at] === selection.key || strings[at].startsWith(below));
+        // Below no key at all there is nothing.
+        const below = selection.key === "" ? null : selection.key + "\\";
+        return marks((at) => strings[at] === selection.key || (below !== null && strings[at].startsWith(below)));
     }
 
     function matchesText(found, row) {

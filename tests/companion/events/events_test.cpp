@@ -289,6 +289,12 @@ TEST(Baseline, IsTheLastOneOfEachStanza)
     EXPECT_EQ(differences(first + onlyA, first), "added\tHKLM\\gone\t\tREG_SZ x\n");
     EXPECT_EQ(differences(first, onlyA),
               "only old: b\nremoved\tHKLM\\b\tREG_SZ x\t\nremoved\tHKLM\\gone\tREG_SZ x\t\n");
+    // A value of two stanzas stays while one has it, and is as the later one of these has it.
+    const std::string both =
+        valueOf("b", "HKLM\\a", "of b") + valueOf("a", "HKLM\\A") + valueOf("b", "HKLM\\b");
+    EXPECT_EQ(differences(both, both + "<stream>" + valueOf("b", "HKLM\\b") + "</stream>"), "");
+    EXPECT_EQ(differences(both, both + "<stream>" + valueOf("a", "HKLM\\b") + "</stream>"),
+              "changed\tHKLM\\a\tREG_SZ x\tREG_SZ of b\n");
 }
 
 TEST(Baseline, ComparesWhatIsSelectedOnEitherSide)

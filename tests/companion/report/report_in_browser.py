@@ -227,18 +227,36 @@ def many_events_are_quick(browser):
     browser.picture("many")
 
 
+def keys_outside_the_hives_stand_in_the_tree(browser):
+    browser.open(OUTSIDE)
+    browser.click("#tree > li:first-child > .opener")
+    tree = "return [...document.querySelectorAll('#tree button:last-of-type')].map(b => b.textContent)"
+    expect(browser.run(tree), ["\\REGISTRY 2", "A 2", "{1} 2", "(no name) 1"])
+    browser.click("#tree > li:last-child > button:last-of-type")
+    expect(browser.text("#count"), "1 of 3 events")
+
+
+def a_page_without_events_stands(browser):
+    browser.open(EMPTY)
+    expect(browser.text("#count"), "0 of 0 events")
+
+
 def no_errors(browser):
     expect(browser.errors(), [])
 
 
 SMALL = make_report("small", small_stream())
 LARGE = make_report("large", large_stream())
+OUTSIDE = make_report("outside", [event(1795243876, "SetValue", "x.exe", key, "")
+                                  for key in ("\\REGISTRY\\A\\{1}\\v", "\\REGISTRY\\A\\{1}\\w", "v")])
+EMPTY = make_report("empty", ["<stream>\n", "</stream>\n"])
 browser = Browser()
 failed = 0
 try:
     browser.open(SMALL)
     for check in (counts_are_right, a_click_filters, typing_filters, a_drag_zooms, keys_zoom_and_move, markup_stays_text,
-                  pictures_of_both_themes, many_events_are_quick, no_errors):
+                  pictures_of_both_themes, many_events_are_quick, keys_outside_the_hives_stand_in_the_tree,
+                  a_page_without_events_stands, no_errors):
         try:
             check(browser)
             print(f"ok report {check.__name__}")
