@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <set>
 
 namespace velmox {
 
@@ -202,11 +203,11 @@ class Options
 public:
     explicit Options(const StrVector &arguments) : at_(arguments.begin()), end_(arguments.end()) {}
 
-    /// False at one that makes no sense, and without a key.
+    /// False at one that makes no sense or comes twice, and without a key.
     bool read(Question &question)
     {
         while (at_ != end_) {
-            if (!takeSwitch(question) && !takeText(question)) {
+            if (!taken_.insert(*at_).second || (!takeSwitch(question) && !takeText(question))) {
                 return false;
             }
         }
@@ -249,6 +250,7 @@ private:
 
     StrVector::const_iterator at_;
     StrVector::const_iterator end_;
+    std::set<Str> taken_;
 };
 
 /// The word of an operation that is called by it, or as events call it.

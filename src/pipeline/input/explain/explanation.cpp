@@ -153,6 +153,7 @@ constexpr std::uint32_t kNameBytesOffset = 36;
     Str text = fault.message();
     for (const auto &[name, stanza] : stanzas) {
         HiveNames names;
+        names.initHiveNameKeyMap();
         try {
             if (const auto group = makeFilterGroup({{name, stanza}}, defaults, names)) {
                 makeFilterBlock(*group, names, registryOperationMasks());
@@ -285,7 +286,7 @@ Explanation explain(const Stanzas &stanzas, const StanzaDefaults &defaults, cons
     try {
         group = makeFilterGroup(stanzas, defaults, hiveNames);
         if (!group) {
-            throw ExplainException("The monitor would not run: no stanza of its is enabled");
+            throw ExplainException("The monitor would not run: none of its stanzas is enabled");
         }
         result.asked = makeFilterBlock(*group, hiveNames, registryOperationMasks());
     } catch (const RegexException &fault) {

@@ -41,6 +41,11 @@ Str shortNameOf(std::string_view root)
     throw ExplainException(Str::fromFormat("%s: \"%s\"", fault, text.c_str()));
 }
 
+[[noreturn]] void refuseDoubled(const Str &text)
+{
+    refuse("A path takes one backslash where a pattern takes two", text);
+}
+
 constexpr char kReported[] = "as the kernel reports it";
 
 HKEY handleOf(const Str &root)
@@ -153,7 +158,8 @@ bool beginsWith(const StrVector &names, std::initializer_list<const char *> want
     return std::ranges::all_of(wanted, [&](const char *name) { return isName(names, at++, name); });
 }
 
-// A control character stands in brackets, so that nobody takes the name for a literal one.
+// What is put into brackets is so in order that nobody takes the name for a literal one: control characters,
+// and what behind a blank looks like the beginning of a remark.
 Str escaped(const Str &name)
 {
     static constexpr CharSet kSpecial("\\^$.|?*+()[]{}");
@@ -162,6 +168,10 @@ Str escaped(const Str &name)
         const auto byte = static_cast<unsigned char>(c);
         if (byte < 0x20 || byte == 0x7F) {
             pattern.appendFormat("[\\x%02x]", byte);
+            continue;
+        }
+        if ((c == '#' || c == ';') && pattern.endsWith(" ")) {
+            pattern << '[' << c << ']';
             continue;
         }
         if (kSpecial.contains(c)) {
@@ -177,13 +187,11 @@ Str escaped(const Str &name)
 class Builder
 {
 public:
-    Builder(const WrittenPath &path, const Str &userKey) : root_(path.root)
+    Builder(const WrittenPath &path, const Str &userKey)
+        : root_(path.isKernels() ? Str("\\\\REGISTRY") : path.root)
     {
-        if (path.isKernels()) {
-            root_ = escaped(path.rest);
-        } else {
-            StrSegment(path.rest).splitInto(names_, "\\");
-        }
+        StrSegment(path.isKernels() ? path.rest.substr(kKernelRoot.size()) : path.rest)
+            .splitInto(names_, "\\");
         followLinks(userKey);
         std::ranges::transform(names_, std::back_inserter(patterns_), escaped);
     }
@@ -265,11 +273,18 @@ void Builder::uniteClasses(bool both)
     patterns_.insert(patterns_.begin() + 1, both ? kAnyClasses : isTwin ? kTwinClasses : kPlainClasses);
 }
 
+// HiveNames::detectCurrentControlSet() goes by the text alone, wherever it stands and whatever follows; a
+// letter in brackets keeps it from names that only look so.
 Str Builder::text() const
 {
     Str all = root_;
     for (const Str &pattern : patterns_) {
-        all << kSeparator << pattern;
+        all << kSeparator;
+        if (all.lowered().endsWith("system\\\\") && pattern.lowered().startsWith("currentcontrolset")) {
+            all << '[' << pattern[0] << ']' << pattern.substr(1);
+        } else {
+            all << pattern;
+        }
     }
     return all << kSelfAndBelow;
 }
@@ -301,7 +316,7 @@ WrittenPath readWrittenPath(const Str &text)
         refuse("The path begins with none of HKLM, HKU, HKCU, HKCC, HKCR and \\REGISTRY", text);
     }
     if (path.starts_with("\\\\")) {
-        refuse("A path takes one backslash where a pattern takes two", text);
+        refuseDoubled(text);
     }
     return {shortName, Str(path.substr(path.empty() ? 0 : 1))};
 }
@@ -366,7 +381,14 @@ HivePattern hivePattern(const WrittenPath &path, bool wow64, const Str &userKey)
             "user, HKU\\<SID>_Classes\\%s",
             shortPath.rest.c_str(), shortPath.rest.c_str()));
     }
+    if (path.rest.contains("\\\\") || path.rest.endsWith("\\")) {
+        refuseDoubled(joinedPath(path.root, path.rest.view()));
+    }
     HivePattern pattern;
+    if (shortPath.isKernels()) {
+        pattern.notes.push_back(
+            "The driver reports nothing there, only what lies in \\REGISTRY\\MACHINE and \\REGISTRY\\USER.");
+    }
     Builder builder(shortPath, userKey);
     builder.coverControlSets();
     builder.coverWow64(wow64, pattern.notes);

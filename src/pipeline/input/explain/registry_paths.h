@@ -30,7 +30,8 @@ struct WrittenPath
 /// Reads a path: a root by its short or its long name in any case, as registry editors and shells show it, or
 /// what the kernel reports, which begins with `\REGISTRY\`.
 ///
-/// Throws ExplainException when it is neither, and when its backslashes are doubled as in a pattern.
+/// Throws ExplainException when it is neither, and when two backslashes follow the root as in a pattern:
+/// further on they can belong to the name of a value.
 WrittenPath readWrittenPath(const Str &text);
 
 /// The same with the kernel's two roots under their short names; others of the kernel's stay as they are.
@@ -68,7 +69,7 @@ struct HivePattern
 ///
 /// With `wow64` it matches what 32-bit programs get for the same path too. `userKey` is the name below HKU of
 /// the key that HKCU stands for; it is needed for the classes of that user alone. Throws ExplainException for
-/// a path that is two places.
+/// a path that is two places, and for one whose backslashes are doubled.
 HivePattern hivePattern(const WrittenPath &path, bool wow64, const Str &userKey);
 
 } // namespace velmox

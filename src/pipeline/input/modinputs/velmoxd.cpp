@@ -51,6 +51,7 @@ struct Command
     const char *usage;
     std::size_t fewestArguments;
     std::size_t mostArguments;
+    bool takesDebug;
     /// The exit code when it cannot do what it is asked for.
     int failure;
     /// Gives the exit code, or nothing when the arguments make no sense. Runs within the installation; its
@@ -199,25 +200,25 @@ constexpr Command kCommands[] = {
      "    velmoxd [--debug] print-modinput-config scheme stanza    (script instance per stanza)\n"
      "    velmoxd [--debug] print-modinput-config scheme           (single instance)\n"
      "        such as: velmoxd print-modinput-config WinRegMon | velmox-regmon\n",
-     1, 2, kFailure, printModinputConfig},
+     1, 2, true, kFailure, printModinputConfig},
     {"check",
      "    velmoxd check [--json] [--strict] [--notes] [scheme]     (what is wrong with the scheme's "
      "stanzas)\n"
      "        such as: velmoxd check --strict WinRegMon\n",
-     0, 4, kUnusable, checkConfiguration},
+     0, 4, false, kUnusable, checkConfiguration},
     {"pattern",
      "    velmoxd pattern PATH [--wow64]\n"
      "        the line of a stanza for a key with all below it; --wow64: and for what 32-bit programs get, "
      "as in\n"
      "        velmoxd pattern \"HKLM\\SOFTWARE\\Policies\" --wow64\n",
-     1, 2, kUnusable, printPattern},
+     1, 2, false, kUnusable, printPattern},
     {"explain",
      "    velmoxd explain --key PATH [--process PATH] [--operation WORD] [--value-type TYPE] [--json]\n"
      "                    [-index NAME] [-inclusive 0]\n"
      "        what becomes of an operation, and why; exit code 0 for an event, 1 for none, as in\n"
      "        velmoxd explain --key \"HKCU\\Environment\\Path\" --operation set --process "
      "C:\\Windows\\regedit.exe\n",
-     2, kMostArguments, kUnusable, printExplanation},
+     2, kMostArguments, false, kUnusable, printExplanation},
 };
 
 Str usage()
@@ -267,7 +268,8 @@ int runCommand(const Command &command, const Invocation &invocation)
 {
     try {
         const std::size_t count = invocation.arguments.size();
-        if (command.fewestArguments <= count && count <= command.mostArguments) {
+        const bool isDebugTaken = command.takesDebug || !invocation.debug;
+        if (isDebugTaken && command.fewestArguments <= count && count <= command.mostArguments) {
             if (const std::optional<int> exitCode = runInstalled(command, invocation)) {
                 return *exitCode;
             }

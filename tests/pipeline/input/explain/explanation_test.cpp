@@ -208,12 +208,16 @@ TEST(Explanation, TellsWhetherTheDriverReportsTheOperation)
 
 TEST(Explanation, NamesTheStanzaThatTheMonitorWouldNotRunOn)
 {
-    for (const char *fault : {"hive = HKLM\\\\(", "proc = [", "type = (set|delete)"}) {
-        const Stanzas stanzas =
-            stanzasOf(Str::fromFormat("[WinRegMon://a]\n[WinRegMon://b]\n%s\n[WinRegMon://c]", fault).view());
+    for (const char *fault : {"hive = HKLM\\\\(", "proc = [", "hive = HKLM\\\\A.*\ntype = (set|delete)"}) {
+        const testing::CapturedLog log;
+        const Stanzas stanzas = stanzasOf(
+            Str::fromFormat("[WinRegMon://a]\nhive = HKLM\\\\B\n[WinRegMon://b]\n%s\n[WinRegMon://c]", fault)
+                .view());
         EXPECT_THAT(
             [&] { explained(stanzas, "set", "HKLM"); },
             ::testing::ThrowsMessage<ExplainException>(::testing::EndsWith("in the stanza WinRegMon://b")));
+        // Those that the rules come to have a root.
+        EXPECT_FALSE(log.text().contains("hive root path")) << log.text().c_str();
     }
 }
 

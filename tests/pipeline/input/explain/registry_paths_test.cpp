@@ -50,6 +50,8 @@ TEST(HivePattern, MatchesTheKeyWhatIsBelowItAndNothingElse)
         R"(HKU\S-1-5-18\Software\Classes \REGISTRY\USER\S-1-5-18_Classes \REGISTRY\A\{01ab} \REGISTRY\A\{01AB} )"
         R"(HKLM\System\CurrentControlSet \REGISTRY\MACHINE\SYSTEM\ControlSet002 )"
         R"(HKLM\System\CurrentControlSet \REGISTRY\MACHINE\SYSTEM\CurrentControlSet )"
+        R"(HKLM\System\CurrentControlSetX \REGISTRY\MACHINE\SYSTEM\CurrentControlSetX )"
+        R"(\REGISTRY\A\System\CurrentControlSet \REGISTRY\A\System\CurrentControlSet )"
         R"(HKLM\SYSTEM\ControlSet001 \REGISTRY\MACHINE\SYSTEM\ControlSet001 )"
         R"(HKCC\X \REGISTRY\MACHINE\SYSTEM\ControlSet001\Hardware@Profiles\0001\X )"
         R"(HKLM\SOFTWARE\WOW6432Node\Classes \REGISTRY\MACHINE\SOFTWARE\Classes\WOW6432Node)");
@@ -104,6 +106,7 @@ TEST(HivePattern, TheTwinOf32BitProgramsIsAddedWhereThereIsOne)
          R"(HKLM\SOFTWARE\Classes\A 0 MACHINE\SOFTWARE\WOW6432Node\Classes\A -MACHINE\SOFTWARE\Classes)",
          R"(HKLM\SOFTWARE 1 MACHINE\SOFTWARE\WOW6432Node -MACHINE\SYSTEM)",
          R"(HKLM\SYSTEM\A 1 MACHINE\SYSTEM\A -MACHINE\SYSTEM\WOW6432Node\A)",
+         R"(\REGISTRY\WC\Silo1 2 WC\Silo1\x -MACHINE\Silo1)",
          R"(HKCU\Software\Classes\A 0 USER\S-1-5-21-7_Classes\A\x USER\S-1-5-21-7_Classes\WOW6432Node\A -USER\S-1-5-21-7)"}) {
         const StrVector words = wordsOf(row);
         Watch watch(words[0], true);
@@ -118,8 +121,8 @@ TEST(HivePattern, TheTwinOf32BitProgramsIsAddedWhereThereIsOne)
 
 TEST(HivePattern, RefusesWhatIsNoOnePath)
 {
-    for (const char *path :
-         {"", "\\", "SOFTWARE\\X", "HKLM\\\\SOFTWARE\\\\X", "HKLMX\\A", "HKCR\\.txt", "\\REGISTRYX\\A"}) {
+    for (const char *path : {"", "\\", "SOFTWARE\\X", "HKLM\\\\SOFTWARE\\\\X", "HKLMX\\A", "HKCR\\.txt",
+                             "\\REGISTRYX\\A", "HKLM\\A\\\\B", "HKLM\\A\\B\\\\", "\\REGISTRY\\\\A\\B"}) {
         EXPECT_THROW(Watch{path}, ExplainException) << path;
     }
     EXPECT_EQ(Watch("HKLM\\SOFTWARE\\A\\").pattern().hive, Watch("HKLM\\SOFTWARE\\A").pattern().hive);

@@ -1,7 +1,10 @@
+#include "pipeline/input/check/check.h"
+#include "pipeline/input/explain/registry_paths.h"
 #include "tests/pipeline/input/modinputs/scheme_home.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <random>
 
 // `velmoxd check` as users type it, on real files.
 namespace velmox {
@@ -278,6 +281,30 @@ TEST_F(VelmoxdCheckTest, ChecksTheSettingsOfAnyScheme)
             "unknown-key: nothing reads this key; there is \"hive\"", "unknown-key: nothing reads this key",
             HasSubstr("not-a-boolean: \"maybe\""),
             HasSubstr("scheme-spelling: nothing reads this stanza: its name must begin with other://")));
+}
+
+TEST(VelmoxdPattern, PrintsWhatCheckHasNothingToWarnOf)
+{
+    constexpr const char *kPlaces[] = {"HKLM\\SOFTWARE\\", "HKLM\\SYSTEM\\CurrentControlSet", "HKCU\\",
+                                       "HKCC\\", "HKU\\S-1-5-18\\Software\\Classes\\"};
+    constexpr std::string_view kCharacters = "aZ1 #;.[](){}^$|*+?&'\"%~!@,=<>:/-_\n\t\x01 \\";
+    const testing::CapturedLog quiet;
+    std::mt19937 dice(21);
+    for (int round = 0; round < 200; ++round) {
+        Str path(kPlaces[dice() % std::size(kPlaces)]);
+        for (unsigned left = 1 + dice() % 12; left > 0; --left) {
+            const char next = kCharacters[dice() % kCharacters.size()];
+            path << (next == '\\' && path.endsWith("\\") ? 'b' : next);
+        }
+        // Names that could be taken for remarks are rare among these.
+        path << (round % 3 == 0 ? " # b" : round % 3 == 1 ? " ; b" : " #x");
+        ConfiguredStanza stanza;
+        stanza.name = "WinRegMon://x";
+        stanza.properties.set("hive", hivePattern(readWrittenPath(path), round % 2 == 0, "S-1-5-21-7").hive);
+        for (const Finding &one : checkStanzas({stanza}, {kMonitorScheme, {"hive"}, {kMonitorScheme}})) {
+            EXPECT_EQ(one.severity, Severity::Note) << path.c_str() << ": " << one.message.c_str();
+        }
+    }
 }
 
 } // namespace

@@ -133,9 +133,11 @@ TEST_F(VelmoxdTest, PrintsAPatternAndExplainsWhatItMatches)
     EXPECT_TRUE(json.startsWith("{\"accepted\":false,\"stanza\":null,\"index\":null,")) << json.c_str();
     EXPECT_TRUE(json.contains(R"({"name":"z","process":true,"key":true,"type":false,"why":)"))
         << json.c_str();
+    EXPECT_EQ(run("explain --key HKLM --key HKLM\\SOFTWARE\\b", 2), "");
     home_.writeFile(settings, "[WinRegMon://x]\nhive = (\n");
     for (const char *arguments :
-         {"explain --key HKLM", "explain --key", "explain --key X", "explain --key HKLM --operation x"}) {
+         {"explain --key HKLM", "explain --key", "explain --key X", "explain --key HKLM --operation x",
+          "--debug check", "--debug pattern HKLM"}) {
         EXPECT_EQ(run(arguments, 2), "") << arguments;
     }
 }
