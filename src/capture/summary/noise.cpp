@@ -1,6 +1,7 @@
 #include "capture/summary/noise.h"
 
 #include <algorithm>
+#include <optional>
 #include <set>
 
 namespace velmox {
@@ -134,9 +135,19 @@ Components spelt(std::string_view filterPath, std::string_view path)
     return components;
 }
 
-/// `path` is for the filters, `names` has its components as they are spelt.
-Str alternativeWithout(std::string_view pattern, bool isAtFront, const Components &path,
-                       const Components &names, const HiveNames &hiveNames)
+/// Whether the pattern begins with a root that the monitor knows at the very front alone.
+bool beginsWithRoot(std::string_view pattern, const HiveNames &hiveNames)
+{
+    const WideStr wide = WideStr::fromUtf8(Str(pattern));
+    WideStr translated = wide;
+    hiveNames.translateHiveRoot(translated);
+    return translated != wide;
+}
+
+/// `path` is for the filters, `names` has its components as they are spelt. Nothing where only the place in
+/// front of a root is left to cut at.
+std::optional<Str> alternativeWithout(std::string_view pattern, bool isAtFront, const Components &path,
+                                      const Components &names, const HiveNames &hiveNames)
 {
     std::vector<Cut> cuts = cutsOf(pattern);
     for (; !cuts.empty(); cuts.pop_back()) {
@@ -146,6 +157,9 @@ Str alternativeWithout(std::string_view pattern, bool isAtFront, const Component
             return Str(pattern);
         }
         if (before.size() < path.size()) {
+            if (cuts.back().at == 0 && isAtFront && beginsWithRoot(pattern, hiveNames)) {
+                return std::nullopt;
+            }
             Str rest;
             for (std::size_t at = before.size(); at < path.size(); ++at) {
                 rest << (at == before.size() ? "" : "\\\\") << escaped(names[at]);
@@ -167,17 +181,32 @@ struct QuietProcess
     std::string_view displayed;
 };
 
+/// The path behind the drive, if for the filters it is the same behind a device `\device\NAME`; else empty.
+std::string_view pathOnVolume(const QuietProcess &process)
+{
+    constexpr std::string_view kDevices = "\\device\\";
+    constexpr std::size_t kDrive = 2;
+    if (process.displayed.size() <= kDrive || process.displayed[1] != ':' ||
+        !process.folded.starts_with(kDevices)) {
+        return {};
+    }
+    const std::string_view path = process.displayed.substr(kDrive);
+    const std::size_t end = process.folded.find('\\', kDevices.size());
+    const bool isSame =
+        end != std::string_view::npos && Str(path).lowered().view() == process.folded.substr(end);
+    return isSame ? path : std::string_view();
+}
+
 /// A `proc` that matches what `proc` does, but for one process, of whatever drive. A drive at the front of
 /// `proc` becomes its device, as it is no longer at the front.
 Str procWithout(const Str &proc, const QuietProcess &process, DriveMap &drives)
 {
-    constexpr std::size_t kDrive = 2;
     Str out("^(?!");
-    const bool hasDrive = process.displayed.size() > kDrive && process.displayed[1] == ':';
-    if (hasDrive) {
-        out << ".*" << escaped(process.displayed.substr(kDrive));
-    } else {
+    const std::string_view onVolume = pathOnVolume(process);
+    if (onVolume.empty()) {
         out << escaped(process.folded);
+    } else {
+        out << R"(\\device\\[^\\]*)" << escaped(onVolume);
     }
     out << "\\z)";
     if (!proc.empty() && proc.view() != kAnything) {
@@ -188,9 +217,10 @@ Str procWithout(const Str &proc, const QuietProcess &process, DriveMap &drives)
 
 /// A `hive` that matches what `hive` does, but for one path and all below it, which is given for the filters
 /// and as events have it. What is literal at the beginning of `hive` stays there, since the driver's filter
-/// and baselines go by it. `hive` itself where it matches nothing of the path anyway.
-Str hiveWithout(const Str &hive, std::string_view filterPath, std::string_view path,
-                const HiveNames &hiveNames)
+/// and baselines go by it. `hive` itself where it matches nothing of the path anyway; nothing where a root at
+/// its front has no plain separator behind it, since only at the very front it is a root.
+std::optional<Str> hiveWithout(const Str &hive, std::string_view filterPath, std::string_view path,
+                               const HiveNames &hiveNames)
 {
     const std::string_view pattern = hive.empty() ? kAnything : hive.view();
     const Components components = split(filterPath);
@@ -198,7 +228,11 @@ Str hiveWithout(const Str &hive, std::string_view filterPath, std::string_view p
     Str out;
     bool isFirst = true;
     for (const std::string_view alternative : alternatives(pattern)) {
-        out << (isFirst ? "" : "|") << alternativeWithout(alternative, isFirst, components, names, hiveNames);
+        const auto without = alternativeWithout(alternative, isFirst, components, names, hiveNames);
+        if (!without) {
+            return std::nullopt;
+        }
+        out << (isFirst ? "" : "|") << *without;
         isFirst = false;
     }
     if (!hasPatternCharacters(Str(pattern)) && out.view() != pattern) {
@@ -278,7 +312,7 @@ private:
     /// For one stanza, so that an explosive expression cannot take forever.
     static constexpr Clock::duration kMostTime = std::chrono::milliseconds(200);
 
-    void time(const SysMonFilterableEvent &event);
+    void time(const SysMonFilterableEvent &event, bool isLetPass);
     void ask(const SysMonFilterableEvent &event, Candidate &candidate);
 
     CaptureCounts &counts_;
@@ -303,7 +337,7 @@ void Probe::take(WalkedRecord &record)
     const SysMonFilterableEvent event{record.texts.process().folded, record.texts.keyPath(),
                                       Str(record.word)};
     if (isTimed) {
-        time(event);
+        time(event, record.eventBytes > 0);
     }
     if (record.eventBytes == 0) {
         return;
@@ -320,7 +354,7 @@ void Probe::take(WalkedRecord &record)
     }
 }
 
-void Probe::time(const SysMonFilterableEvent &event)
+void Probe::time(const SysMonFilterableEvent &event, bool isLetPass)
 {
     for (std::size_t at = 0; at < filters_.size(); ++at) {
         if (spent_[at] > kMostTime) {
@@ -335,7 +369,9 @@ void Probe::time(const SysMonFilterableEvent &event)
         spent_[at] += Clock::now() - begin;
         ++askedTimes_[at];
         StanzaCounts &stanza = counts_.stanzas[at];
-        stanza.isHidden = stanza.isHidden || (isMatch && stanza.matched == 0);
+        if (isMatch && stanza.matched == 0) {
+            (isLetPass ? stanza.isHidden : stanza.isUnasked) = true;
+        }
     }
 }
 
@@ -371,13 +407,17 @@ std::vector<NoiseSource> sourcesOf(const OpenCapture &open, const Stanzas &stanz
 {
     std::vector<NoiseSource> sources;
     for (const Candidate &candidate : candidates) {
-        NoiseSource source{candidate.name, candidate.tally, {}, {}};
+        NoiseSource source{candidate.name, candidate.tally, {}, {}, {}};
         Stanzas changed = stanzas;
         for (const std::size_t at : candidate.stanzas) {
             const Str &header = counts.stanzas[at].header;
-            const Str value = quieter(stanzas.at(header).get(key), candidate);
-            changed[header].set(key, value);
-            source.settings.push_back({header, key, value});
+            const std::optional<Str> value = quieter(stanzas.at(header).get(key), candidate);
+            if (!value) {
+                source.unchanged.push_back(header);
+                continue;
+            }
+            changed[header].set(key, *value);
+            source.settings.push_back({header, key, *value});
         }
         source.streamWithout = countStream(open, changed);
         sources.push_back(std::move(source));
@@ -404,7 +444,7 @@ Noise findNoise(const OpenCapture &open, const Stanzas &stanzas, CaptureCounts &
     Noise noise;
     noise.processes =
         sourcesOf(open, stanzas, counts, processes, "proc", [&](const Str &proc, const Candidate &candidate) {
-            return procWithout(proc, {candidate.filterText, candidate.name}, drives);
+            return std::optional(procWithout(proc, {candidate.filterText, candidate.name}, drives));
         });
     noise.keys =
         sourcesOf(open, stanzas, counts, keys, "hive", [&](const Str &hive, const Candidate &candidate) {
