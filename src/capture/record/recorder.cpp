@@ -2,7 +2,6 @@
 
 #include "capture/file/capture_format.h"
 #include "capture/record/recording.h"
-#include "companion/events/terminal.h"
 #include "pipeline/input/driver/driver_reader.h"
 #include "pipeline/input/driver/driver_service.h"
 #include "pipeline/input/events/process_enumeration.h"
@@ -229,14 +228,16 @@ public:
 /// A recording takes the place of an earlier one, and of no other file.
 void refuseForeignFile(const Str &path)
 {
-    const int descriptor = openForReading(std::string(path.view()));
-    if (descriptor < 0) {
-        return;
-    }
+    const FileDescriptor file(createFile(Pathname::fromUtf8(path), GENERIC_READ,
+                                         FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING,
+                                         FilePermissions::Private)
+                                  .release());
     char bytes[capture_format::kMagic.size()];
-    const int count = _read(descriptor, bytes, sizeof bytes);
-    _close(descriptor);
-    if (count > 0 && !capture_format::kMagic.starts_with({bytes, static_cast<std::size_t>(count)})) {
+    DWORD count = 0;
+    if (file.isOpen() && ReadFile(file.get(), bytes, sizeof bytes, &count, nullptr) == 0) {
+        failWithLastError(path);
+    }
+    if (count > 0 && !capture_format::kMagic.starts_with({bytes, count})) {
         throw ComponentException(Str::concat(path, ": this file is no capture, and is left as it is"));
     }
 }
