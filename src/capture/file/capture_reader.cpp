@@ -1,6 +1,6 @@
 #include "capture/file/capture_reader.h"
 
-#include <algorithm>
+#include "util/time/timeval.h"
 
 namespace velmox {
 
@@ -28,9 +28,14 @@ bool CaptureReader::next(CapturedBuffer &buffer)
     switch (kind) {
     case BlockKind::Buffer:
         decodeBlock(buffer);
+        expectFacts(buffer);
+        records_ += buffer.recordCount;
         return true;
     case BlockKind::End:
         decodeBlock(end_);
+        if (end_.records != records_) {
+            fail("counts other records than there are");
+        }
         expectNoMore();
         return false;
     case BlockKind::Start:
@@ -84,6 +89,29 @@ void CaptureReader::decodeBlock(Contents &contents) const
         decode(contents_, contents);
     } catch (const CaptureException &exception) {
         fail(exception.what());
+    }
+}
+
+// Of its records each needs a local time and a registry record a status's text.
+void CaptureReader::expectFacts(const CapturedBuffer &buffer)
+{
+    const BufferFacts &facts = buffer.facts;
+    for (const CapturedStatus &status : facts.statuses) {
+        statuses_.insert(status.status);
+    }
+    std::size_t offsets = 0;
+    for (std::span<const unsigned char> rest = buffer.records; !rest.empty();) {
+        const MonitorRecord record(rest.data());
+        const std::uint64_t second = record.timestamp() / Timeval::kTicksPerSecond;
+        if (second != lastSecond_ &&
+            (offsets == facts.offsets.size() || facts.offsets[offsets++].second != second)) {
+            fail("lacks the local time of a record");
+        }
+        lastSecond_ = second;
+        if (record.recordClass() == kRegistryRecord && !statuses_.contains(record.status())) {
+            fail("lacks the status of a record");
+        }
+        rest = rest.subspan(record.length());
     }
 }
 

@@ -4,6 +4,7 @@
 #include "capture/file/capture_format.h"
 
 #include <functional>
+#include <unordered_set>
 
 namespace velmox {
 
@@ -40,6 +41,7 @@ private:
     template <class Contents>
     void decodeBlock(Contents &contents) const;
     [[noreturn]] void fail(const char *reason) const;
+    void expectFacts(const CapturedBuffer &buffer);
     void expectNoMore();
 
     Source source_;
@@ -50,6 +52,10 @@ private:
     // Of the block at hand.
     std::string contents_;
     std::uint64_t number_ = 0;
+    // Of all buffers so far.
+    std::uint64_t records_ = 0;
+    std::uint64_t lastSecond_ = ~std::uint64_t{0};
+    std::unordered_set<std::uint32_t> statuses_;
 };
 
 } // namespace velmox

@@ -78,21 +78,23 @@ void readDocument(ConfigXmlStreamingParser &parser)
     parser.feed(document.data(), kept);
 }
 
-/// Lets as much time pass between buffers as did when they came in.
+/// Lets as much time pass as did while it was recorded.
 class Pace
 {
 public:
-    void wait(const BufferFacts &facts)
+    explicit Pace(std::uint64_t start) : last_(start) {}
+
+    void waitFor(std::uint64_t time)
     {
         constexpr std::uint64_t kLongest = 86'400 * Timeval::kTicksPerSecond;
-        const std::uint64_t ticks = last_ != 0 && facts.time > last_ ? facts.time - last_ : 0;
-        last_ = facts.time;
+        const std::uint64_t ticks = last_ != 0 && time > last_ ? time - last_ : 0;
+        last_ = time;
         due_ += std::chrono::microseconds(std::min(ticks, kLongest) / 10);
         std::this_thread::sleep_until(due_);
     }
 
 private:
-    std::uint64_t last_ = 0;
+    std::uint64_t last_;
     std::chrono::steady_clock::time_point due_ = std::chrono::steady_clock::now();
 };
 
@@ -115,14 +117,20 @@ void tellOfLoss(const CaptureCommandLine &line, const CaptureReader &reader, std
 
 void replayBuffers(const CaptureCommandLine &line, CaptureReader &reader, CaptureReplay &replay)
 {
-    Pace pace;
+    Pace pace(reader.start().time);
     std::uint64_t lostReads = 0;
     for (CapturedBuffer buffer; reader.next(buffer);) {
         if (line.isPaced) {
-            pace.wait(buffer.facts);
+            pace.waitFor(buffer.facts.time);
         }
         lostReads += buffer.facts.lostReads;
         replay.take(buffer);
+        if (std::ferror(stdout) != 0) {
+            return; // nobody gets the rest
+        }
+    }
+    if (line.isPaced) {
+        pace.waitFor(reader.end().time);
     }
     tellOfLoss(line, reader, std::max(lostReads, reader.end().lostReads));
 }
@@ -136,6 +144,20 @@ int endOutput()
     return 0;
 }
 
+/// Tells of what the driver may have kept back.
+void tellOfAsked(const CaptureCommandLine &line, const CaptureReader &reader, const CaptureReplay &replay)
+{
+    if (reader.isCut()) {
+        return;
+    }
+    const std::string file(line.file.view());
+    if (reader.start().filter.events == 0) {
+        complain(file + ": recorded beside a monitor; it is not known what the driver was asked for");
+    } else if (replay.isIncomplete()) {
+        complain(file + ": does not hold all that the document asks for");
+    }
+}
+
 int replay(const CaptureCommandLine &line)
 {
     try {
@@ -144,10 +166,13 @@ int replay(const CaptureCommandLine &line)
         ConfigXmlStreamingParser parser;
         readDocument(parser);
         CaptureReplay stream(reader.start(), parser.stanzas(), line.defaults, stdout);
-        if (stream.isIncomplete() && !reader.isCut()) {
-            complain(std::string(line.file.view()) + ": does not hold all that the document asks for");
+        tellOfAsked(line, reader, stream);
+        try {
+            replayBuffers(line, reader, stream);
+        } catch (...) {
+            stream.leaveOpen();
+            throw;
         }
-        replayBuffers(line, reader, stream);
     } catch (const std::exception &exception) {
         complain(std::string(line.file.view()) + ": " + exception.what());
         return kUnreadable;

@@ -1,5 +1,6 @@
 #include "capture/record/recorder.h"
 
+#include "capture/file/capture_format.h"
 #include "capture/record/recording.h"
 #include "pipeline/input/driver/driver_reader.h"
 #include "pipeline/input/driver/driver_service.h"
@@ -41,7 +42,7 @@ MonitorFilterConfig everything()
     return block;
 }
 
-/// Notes whether there was anything but white space.
+/// Notes what there was.
 class DocumentParser : public ConfigXmlStreamingParser
 {
 public:
@@ -50,10 +51,19 @@ public:
         hasElements_ = true;
         ConfigXmlStreamingParser::startElement(name);
     }
+    void characters(const Str &piece) override
+    {
+        hasText_ = hasText_ ||
+                   std::ranges::any_of(piece.view(), [](char byte) { return !kWhiteSpace.contains(byte); });
+        ConfigXmlStreamingParser::characters(piece);
+    }
     bool hasElements() const { return hasElements_; }
+    /// Anything but white space.
+    bool hasText() const { return hasText_; }
 
 private:
     bool hasElements_ = false;
+    bool hasText_ = false;
 };
 
 /// What to ask the driver for.
@@ -64,6 +74,9 @@ MonitorFilterConfig readFilter(HiveNames &hiveNames)
         readXmlFromStdin(parser);
     }
     if (!parser.hasElements()) {
+        if (parser.hasText()) {
+            throw ComponentException("what stands on standard input is no input document");
+        }
         return everything();
     }
     const auto group = makeFilterGroup(parser.stanzas(), {}, hiveNames);
@@ -212,6 +225,23 @@ public:
     ConsoleWatch &operator=(const ConsoleWatch &) = delete;
 };
 
+/// A recording takes the place of an earlier one, and of no other file.
+void refuseForeignFile(const Str &path)
+{
+    const FileDescriptor file(createFile(Pathname::fromUtf8(path), GENERIC_READ,
+                                         FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING,
+                                         FilePermissions::Private)
+                                  .release());
+    char bytes[capture_format::kMagic.size()];
+    DWORD count = 0;
+    if (file.isOpen() && ReadFile(file.get(), bytes, sizeof bytes, &count, nullptr) == 0) {
+        failWithLastError(path);
+    }
+    if (count > 0 && !capture_format::kMagic.starts_with({bytes, count})) {
+        throw ComponentException(Str::concat(path, ": this file is no capture, and is left as it is"));
+    }
+}
+
 FileDescriptor createCapture(const Str &path)
 {
     // Readable meanwhile: a recording that goes on can be looked at.
@@ -358,6 +388,7 @@ void recordUntilStopped(const RecordOptions &options, ReadThread &reader, const 
 void record(const RecordOptions &options)
 {
     const EmptyMainThread mainThread;
+    refuseForeignFile(options.file);
     HiveNames hiveNames;
     hiveNames.initHiveNameKeyMap();
     const MonitorFilterConfig filter = readFilter(hiveNames);

@@ -27,9 +27,9 @@ public:
 /// Records until the end that the options name, or until Ctrl-C, and tells of it on standard error. The
 /// driver is installed where it is not yet, and then removed in the end.
 ///
-/// It is asked for what the document on standard input asks for, for everything if there is none or a
-/// terminal. A file that is there is replaced. Throws RecordingFailure when it has begun and cannot go on,
-/// any other exception when it cannot begin. Main thread only, once in a process.
+/// It is asked for what the document on standard input asks for, for everything if that is empty or
+/// a terminal. A capture that is there is replaced, any other file refused. Throws RecordingFailure when it
+/// has begun and cannot go on, any other exception when it cannot begin. Main thread only, once in a process.
 void record(const RecordOptions &options);
 
 } // namespace velmox

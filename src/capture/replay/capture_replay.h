@@ -40,7 +40,8 @@ private:
 /// Writes the stream that the monitor would have written, had it read a capture's buffers and been given
 /// these stanzas. It has no baseline, which is no matter of the driver.
 ///
-/// One at a time in a process, as there is one table of processes. The stream ends with the object.
+/// One at a time in a process, as there is one table of processes. The stream ends with the object, unless it
+/// is left open.
 class CaptureReplay
 {
 public:
@@ -56,6 +57,9 @@ public:
     /// The same in two steps: the facts of a buffer once, and its records, whole ones, in pieces.
     void moveTo(const BufferFacts &facts) { machine_.moveTo(facts, statusTexts_); }
     void take(std::span<const unsigned char> records);
+
+    /// The stream is not to end as if it were whole.
+    void leaveOpen() { emitter_.leaveOpen(); }
 
     /// Whether the stanzas ask for operations or hives that were not recorded.
     bool isIncomplete() const { return asked_.isIncomplete(); }

@@ -12,6 +12,9 @@ namespace {
 
 constexpr char kSeparator = '\\';
 
+/// A registry has no deeper keys, and whoever walks the tree calls itself for each level.
+constexpr std::size_t kMostDepth = 512;
+
 std::size_t componentCount(std::string_view path)
 {
     return 1 + static_cast<std::size_t>(std::ranges::count(path, kSeparator));
@@ -37,13 +40,16 @@ std::uint64_t gather(const PathNode &node, unsigned depth, std::uint64_t least, 
 {
     constexpr unsigned kBelowHive = 2;
     std::uint64_t bytes = node.own.bytes;
+    std::uint64_t largest = 0;
     for (const auto &[name, child] : node.children) {
         bytes += gather(child, depth + 1, least, out);
+        largest = std::max(largest, child.all.bytes);
     }
-    if (bytes < least || depth < kBelowHive) {
+    const bool isSpread = node.all.bytes >= least && node.all.bytes / 2 > largest;
+    if ((bytes < least && !isSpread) || depth < kBelowHive) {
         return bytes;
     }
-    out.push_back({&node, bytes});
+    out.push_back({&node, isSpread ? node.all.bytes : bytes});
     return 0;
 }
 
@@ -175,8 +181,10 @@ void PathTree::add(std::string_view path, std::string_view filterPath, const Tal
     const std::size_t count = componentCount(path);
     PathNode *node = &root_;
     node->all += tally;
-    for (std::size_t at = 0, number = 1; number <= count; ++number) {
-        const std::size_t end = std::min(path.find(kSeparator, at), path.size());
+    const std::size_t depth = std::min(count, kMostDepth);
+    for (std::size_t at = 0, number = 1; number <= depth; ++number) {
+        const bool isLast = number == depth;
+        const std::size_t end = isLast ? path.size() : path.find(kSeparator, at);
         const std::string_view name = path.substr(at, end - at);
         const auto [place, isNew] = node->children.try_emplace(std::string(Str(name).lowered().view()));
         PathNode &child = place->second;
@@ -184,7 +192,7 @@ void PathTree::add(std::string_view path, std::string_view filterPath, const Tal
             child.name = name;
             child.path = number == 1 ? std::string() : node->path + kSeparator;
             child.path += name;
-            child.filterPath = without(filterPath, count - number);
+            child.filterPath = without(filterPath, isLast ? 0 : count - number);
         }
         child.all += tally;
         node = &child;

@@ -46,13 +46,14 @@ class PathTree
 {
 public:
     /// `path` is as events have it, `filterPath` as the filters do: from their ends they correspond,
-    /// component by component.
+    /// component by component. What lies deeper than any key of a registry is one component.
     void add(std::string_view path, std::string_view filterPath, const Tally &tally);
 
     const PathNode &root() const { return root_; }
 
     /// Where most of the bytes come from, the largest first: paths that make at least a hundredth of them,
-    /// not counting what a path below them, which is one itself, makes. No hive is one, nor a path above.
+    /// not counting what a path below them, which is one itself, makes; and with all below those that make
+    /// more than twice as much as the largest path right below. No hive is one, nor a path above.
     std::vector<const PathNode *> loudest(std::size_t most) const;
 
 private:
@@ -122,8 +123,10 @@ struct StanzaCounts
     std::uint64_t bytes = 0;
     /// What its expressions take for a record; zero if there was none to ask it about.
     std::chrono::nanoseconds time{0};
-    /// Whether it would match a record, had no other one been asked before it.
+    /// Of one that never matched, whether it would match a record that one asked before it let pass.
     bool isHidden = false;
+    /// The same of a record that the driver is not asked for.
+    bool isUnasked = false;
 };
 
 /// What a process had to do with a capture.

@@ -1,212 +1,14 @@
 #include "capture/summary/noise.h"
 
+#include "capture/summary/quieter.h"
+
 #include <algorithm>
+#include <optional>
 #include <set>
 
 namespace velmox {
 
 namespace {
-
-using Components = std::vector<std::string>;
-
-constexpr std::string_view kSpecial = "^$.|?*+()[]{}\\";
-constexpr std::string_view kQuantifiers = "?*+{";
-constexpr std::string_view kAnything = ".*";
-
-bool isIn(char byte, std::string_view set)
-{
-    return set.find(byte) != std::string_view::npos;
-}
-
-Str escaped(std::string_view text)
-{
-    Str out;
-    for (const char byte : text) {
-        if (static_cast<unsigned char>(byte) < ' ') {
-            out.appendFormat("\\x%02x", static_cast<unsigned>(byte));
-            continue;
-        }
-        if (isIn(byte, kSpecial)) {
-            out << '\\';
-        }
-        out << byte;
-    }
-    return out;
-}
-
-Components split(std::string_view path)
-{
-    Components components;
-    for (std::size_t end = path.find('\\'); end != std::string_view::npos; end = path.find('\\')) {
-        components.emplace_back(path.substr(0, end));
-        path.remove_prefix(end + 1);
-    }
-    components.emplace_back(path);
-    return components;
-}
-
-/// The alternatives of a pattern: its pieces between bars that stand in no group or class.
-std::vector<std::string_view> alternatives(std::string_view pattern)
-{
-    std::vector<std::string_view> pieces;
-    std::size_t from = 0;
-    int depth = 0;
-    bool isInClass = false;
-    for (std::size_t at = 0; at < pattern.size(); ++at) {
-        const char byte = pattern[at];
-        if (byte == '\\') {
-            ++at;
-        } else if (isInClass) {
-            isInClass = byte != ']';
-        } else if (byte == '[') {
-            isInClass = true;
-        } else if (byte == '(' || byte == ')') {
-            depth += byte == '(' ? 1 : -1;
-        } else if (byte == '|' && depth == 0) {
-            pieces.push_back(pattern.substr(from, at - from));
-            from = at + 1;
-        }
-    }
-    pieces.push_back(pattern.substr(from));
-    return pieces;
-}
-
-/// A place behind a separator, with the text that leads there all literal.
-struct Cut
-{
-    std::size_t at;
-    std::string literal;
-};
-
-/// The places behind the separators of the literal beginning of a pattern, the first being its very front.
-std::vector<Cut> cutsOf(std::string_view pattern)
-{
-    std::vector<Cut> cuts{{0, {}}};
-    std::string literal;
-    for (std::size_t at = 0; at < pattern.size();) {
-        const bool isEscape = pattern[at] == '\\' && at + 1 < pattern.size();
-        const char byte = isEscape ? pattern[at + 1] : pattern[at];
-        const bool isClass = isEscape && std::isalnum(static_cast<unsigned char>(byte)) != 0;
-        const std::size_t next = at + (isEscape ? 2 : 1);
-        const bool isRepeated = next < pattern.size() && isIn(pattern[next], kQuantifiers);
-        if (isClass || isRepeated || (!isEscape && isIn(byte, kSpecial))) {
-            break;
-        }
-        literal += byte;
-        at = next;
-        if (isEscape && byte == '\\') {
-            cuts.push_back({at, literal});
-        }
-    }
-    return cuts;
-}
-
-/// The components that a cut leads through, as the filters see them. A root at the front of the whole pattern
-/// stands for the kernel's.
-Components componentsOf(const Cut &cut, bool isAtFront, const HiveNames &hiveNames)
-{
-    Str text = Str(cut.literal);
-    if (isAtFront) {
-        // The translation is one of patterns, in which a backslash is doubled.
-        text.replaceAll("\\", "\\\\");
-        WideStr wide = WideStr::fromUtf8(text);
-        hiveNames.translateHiveRoot(wide);
-        text = Str::fromUtf16(wide);
-        text.replaceAll("\\\\", "\\");
-    }
-    Components components = split(text.lowered().view());
-    components.pop_back();
-    return components;
-}
-
-/// The components of a path of the filters, each as events spell it where they have it too.
-Components spelt(std::string_view filterPath, std::string_view path)
-{
-    Components components = split(filterPath);
-    const Components names = split(path);
-    for (std::size_t fromEnd = 1; fromEnd <= std::min(components.size(), names.size()); ++fromEnd) {
-        std::string &component = components[components.size() - fromEnd];
-        const std::string &name = names[names.size() - fromEnd];
-        if (Str(name).lowered().view() == component) {
-            component = name;
-        }
-    }
-    return components;
-}
-
-/// `path` is for the filters, `names` has its components as they are spelt.
-Str alternativeWithout(std::string_view pattern, bool isAtFront, const Components &path,
-                       const Components &names, const HiveNames &hiveNames)
-{
-    std::vector<Cut> cuts = cutsOf(pattern);
-    for (; !cuts.empty(); cuts.pop_back()) {
-        const Components before = componentsOf(cuts.back(), isAtFront, hiveNames);
-        const std::size_t shared = std::min(before.size(), path.size());
-        if (!std::equal(before.begin(), before.begin() + static_cast<std::ptrdiff_t>(shared), path.begin())) {
-            return Str(pattern);
-        }
-        if (before.size() < path.size()) {
-            Str rest;
-            for (std::size_t at = before.size(); at < path.size(); ++at) {
-                rest << (at == before.size() ? "" : "\\\\") << escaped(names[at]);
-            }
-            Str out(pattern.substr(0, cuts.back().at));
-            out << "(?!" << rest << "(\\\\|\\z))" << pattern.substr(cuts.back().at);
-            return out;
-        }
-    }
-    return Str(pattern);
-}
-
-/// A process for a pattern, by its image path.
-struct QuietProcess
-{
-    /// For the filters; empty for an unknown process.
-    std::string_view folded;
-    /// As events have it, with a drive where there is one.
-    std::string_view displayed;
-};
-
-/// A `proc` that matches what `proc` does, but for one process, of whatever drive. A drive at the front of
-/// `proc` becomes its device, as it is no longer at the front.
-Str procWithout(const Str &proc, const QuietProcess &process, DriveMap &drives)
-{
-    constexpr std::size_t kDrive = 2;
-    Str out("^(?!");
-    const bool hasDrive = process.displayed.size() > kDrive && process.displayed[1] == ':';
-    if (hasDrive) {
-        out << ".*" << escaped(process.displayed.substr(kDrive));
-    } else {
-        out << escaped(process.folded);
-    }
-    out << "\\z)";
-    if (!proc.empty() && proc.view() != kAnything) {
-        out << ".*(?:" << drives.translateProcessDrive(proc) << ')';
-    }
-    return out;
-}
-
-/// A `hive` that matches what `hive` does, but for one path and all below it, which is given for the filters
-/// and as events have it. What is literal at the beginning of `hive` stays there, since the driver's filter
-/// and baselines go by it. `hive` itself where it matches nothing of the path anyway.
-Str hiveWithout(const Str &hive, std::string_view filterPath, std::string_view path,
-                const HiveNames &hiveNames)
-{
-    const std::string_view pattern = hive.empty() ? kAnything : hive.view();
-    const Components components = split(filterPath);
-    const Components names = spelt(filterPath, path);
-    Str out;
-    bool isFirst = true;
-    for (const std::string_view alternative : alternatives(pattern)) {
-        out << (isFirst ? "" : "|") << alternativeWithout(alternative, isFirst, components, names, hiveNames);
-        isFirst = false;
-    }
-    if (!hasPatternCharacters(Str(pattern)) && out.view() != pattern) {
-        // What a plain path means, which this one no longer is.
-        out << R"(\\?([^\\\r\n]+)?)";
-    }
-    return out;
-}
 
 using Clock = std::chrono::steady_clock;
 
@@ -278,7 +80,7 @@ private:
     /// For one stanza, so that an explosive expression cannot take forever.
     static constexpr Clock::duration kMostTime = std::chrono::milliseconds(200);
 
-    void time(const SysMonFilterableEvent &event);
+    void time(const SysMonFilterableEvent &event, bool isLetPass);
     void ask(const SysMonFilterableEvent &event, Candidate &candidate);
 
     CaptureCounts &counts_;
@@ -303,7 +105,7 @@ void Probe::take(WalkedRecord &record)
     const SysMonFilterableEvent event{record.texts.process().folded, record.texts.keyPath(),
                                       Str(record.word)};
     if (isTimed) {
-        time(event);
+        time(event, record.eventBytes > 0);
     }
     if (record.eventBytes == 0) {
         return;
@@ -320,7 +122,7 @@ void Probe::take(WalkedRecord &record)
     }
 }
 
-void Probe::time(const SysMonFilterableEvent &event)
+void Probe::time(const SysMonFilterableEvent &event, bool isLetPass)
 {
     for (std::size_t at = 0; at < filters_.size(); ++at) {
         if (spent_[at] > kMostTime) {
@@ -335,7 +137,9 @@ void Probe::time(const SysMonFilterableEvent &event)
         spent_[at] += Clock::now() - begin;
         ++askedTimes_[at];
         StanzaCounts &stanza = counts_.stanzas[at];
-        stanza.isHidden = stanza.isHidden || (isMatch && stanza.matched == 0);
+        if (isMatch && stanza.matched == 0) {
+            (isLetPass ? stanza.isHidden : stanza.isUnasked) = true;
+        }
     }
 }
 
@@ -371,13 +175,17 @@ std::vector<NoiseSource> sourcesOf(const OpenCapture &open, const Stanzas &stanz
 {
     std::vector<NoiseSource> sources;
     for (const Candidate &candidate : candidates) {
-        NoiseSource source{candidate.name, candidate.tally, {}, {}};
+        NoiseSource source{candidate.name, candidate.tally, {}, {}, {}};
         Stanzas changed = stanzas;
         for (const std::size_t at : candidate.stanzas) {
             const Str &header = counts.stanzas[at].header;
-            const Str value = quieter(stanzas.at(header).get(key), candidate);
-            changed[header].set(key, value);
-            source.settings.push_back({header, key, value});
+            const std::optional<Str> value = quieter(stanzas.at(header).get(key), candidate);
+            if (!value) {
+                source.unchanged.push_back(header);
+                continue;
+            }
+            changed[header].set(key, *value);
+            source.settings.push_back({header, key, *value});
         }
         source.streamWithout = countStream(open, changed);
         sources.push_back(std::move(source));
@@ -404,7 +212,7 @@ Noise findNoise(const OpenCapture &open, const Stanzas &stanzas, CaptureCounts &
     Noise noise;
     noise.processes =
         sourcesOf(open, stanzas, counts, processes, "proc", [&](const Str &proc, const Candidate &candidate) {
-            return procWithout(proc, {candidate.filterText, candidate.name}, drives);
+            return std::optional(procWithout(proc, {candidate.filterText, candidate.name}, drives));
         });
     noise.keys =
         sourcesOf(open, stanzas, counts, keys, "hive", [&](const Str &hive, const Candidate &candidate) {

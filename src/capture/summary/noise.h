@@ -21,6 +21,8 @@ struct NoiseSource
     Tally tally;
     /// The settings to be changed, of each stanza that would let it pass.
     std::vector<StanzaSetting> settings;
+    /// Those that would let it pass and for which no setting that leaves it out is known, by their headers.
+    std::vector<Str> unchanged;
     /// The stream with these settings, from a replay.
     Tally streamWithout;
 };

@@ -57,6 +57,17 @@ std::string clockOf(std::uint64_t second)
     return std::string(Str::fromFormat("%02u:%02u:%02u", ofDay / 3600, ofDay / 60 % 60, ofDay % 60).view());
 }
 
+/// The day of a second since 1 January 1601.
+std::string dayOf(std::uint64_t second)
+{
+    using namespace std::chrono;
+    const year_month_day day(sys_days(1601y / January / 1) +
+                             days(static_cast<days::rep>(second / kSecondsOfDay)));
+    return std::string(
+        Str::fromFormat("%04d-%02u-%02u", int{day.year()}, unsigned{day.month()}, unsigned{day.day()})
+            .view());
+}
+
 template <class Map>
 void appendRanking(const Map &tallies, std::size_t most, std::string &out)
 {
@@ -146,8 +157,9 @@ void appendHead(const CaptureCounts &counts, std::string &out)
         for (const auto &[second, records] : counts.seconds) {
             most = std::max(most, records);
         }
-        out += " from " + clockOf(first) + " to " + clockOf(last) + " UTC, " +
-               grouped(counts.all.records / (last - first + 1)) + " a second, at most " + grouped(most);
+        out += " from " + dayOf(first) + ' ' + clockOf(first) + " to " + dayOf(last) + ' ' + clockOf(last) +
+               " UTC, " + grouped(counts.all.records / (last - first + 1)) + " a second, at most " +
+               grouped(most);
     }
     out += counts.lostReads == 0
                ? "; nothing lost\n"
@@ -195,7 +207,9 @@ void appendStanzas(const CaptureCounts &counts, std::string &out)
     for (const StanzaCounts &stanza : counts.stanzas) {
         if (stanza.matched == 0) {
             out += "never matched: " + cell(stanza.name.view());
-            out += stanza.isHidden ? "; what it would match is let pass by a stanza asked before it\n" : "\n";
+            out += stanza.isHidden    ? "; what it would match is let pass by a stanza asked before it\n"
+                   : stanza.isUnasked ? "; the driver is not asked for what it would match\n"
+                                      : "\n";
         }
     }
 }
@@ -205,6 +219,13 @@ void appendSources(const std::vector<NoiseSource> &sources, const CaptureCounts 
     for (const NoiseSource &source : sources) {
         out += '\n' + padded(grouped(source.tally.events), kNumberWidth) + " events" +
                padded(grouped(source.tally.bytes), kNumberWidth) + " bytes  " + cell(source.name) + '\n';
+        for (const Str &header : source.unchanged) {
+            out += "    [" + cell(header.view()) +
+                   "] keeps it: its root must stay in front, and no plain separator follows it\n";
+        }
+        if (source.settings.empty()) {
+            continue;
+        }
         const Tally &left = source.streamWithout;
         const auto percent = static_cast<double>(left.bytes) * 100 / static_cast<double>(counts.streamBytes);
         out += "    without it " + grouped(left.events) + " events, " + grouped(left.bytes) + " bytes, " +

@@ -133,5 +133,34 @@ TEST(CaptureFile, BelievesNoSizeOfARecord)
     }
 }
 
+TEST(CaptureFile, HasWhatItsRecordsNeedAndCountsThem)
+{
+    const std::vector<CapturedOffset> offsets = {{13'222'310'400, 0}};
+    const std::vector<CapturedStatus> statuses = {{0, "(0)Success."}};
+    const struct
+    {
+        BufferFacts facts;
+        std::uint64_t records;
+        bool isSound;
+    } rows[] = {{{.offsets = offsets, .statuses = statuses}, 2, true},
+                {{.offsets = offsets, .statuses = statuses}, 3, false},
+                {{.offsets = {{13'222'310'401, 0}}, .statuses = statuses}, 2, false},
+                {{.statuses = statuses}, 2, false},
+                {{.offsets = offsets, .statuses = {{1, "(1)"}}}, 2, false}};
+    for (const auto &row : rows) {
+        std::string file;
+        CaptureWriter writer([&file](std::string_view bytes) { file += bytes; });
+        writer.write(CaptureStart());
+        writer.write(row.facts, kFirst);
+        writer.write({.records = row.records});
+        CaptureReader reader(sourceOf(file));
+        if (row.isSound) {
+            EXPECT_EQ(countBuffers(reader), 1u);
+        } else {
+            EXPECT_THROW(countBuffers(reader), CaptureException) << &row - rows;
+        }
+    }
+}
+
 } // namespace
 } // namespace velmox

@@ -38,8 +38,10 @@ Sample makeSample(unsigned count)
         const char *name;
     };
     constexpr Named kOperations[] = {{16, "SetValue"}, {1, "SetValue"}, {17, "DeleteKey"}, {27, "CreateKey"}};
-    constexpr Named kProcesses[] = {
-        {8, "c:\\Windows\\one.exe"}, {12, "c:\\Windows\\(two) +.exe"}, {16, "N/A"}};
+    constexpr Named kProcesses[] = {{8, "c:\\Windows\\one.exe"},
+                                    {12, "c:\\Windows\\(two) +.exe"},
+                                    {16, "N/A"},
+                                    {20, "c:\\x\\Windows\\one.exe"}};
     const std::u16string kRoot = u"\\REGISTRY\\MACHINE\\";
     const std::u16string kKeys[] = {
         u"SOFTWARE\\Vendor", u"SOFTWARE\\Vendor\\Noisy.App\\V1", u"SOFTWARE\\Vendor\\NoisyXApp",
@@ -50,7 +52,8 @@ Sample makeSample(unsigned count)
                   .userPath = u"\\REGISTRY\\USER\\S-1",
                   .drives = {{"c:", "\\device\\harddiskvolume2"}},
                   .processes = {{8, u"\\Device\\HarddiskVolume2\\Windows\\one.exe"},
-                                {12, u"\\Device\\HarddiskVolume2\\Windows\\(two) +.exe"}}});
+                                {12, u"\\Device\\HarddiskVolume2\\Windows\\(two) +.exe"},
+                                {20, u"\\Device\\HarddiskVolume2\\x\\Windows\\one.exe"}}});
     std::mt19937 random(17);
     testbed::Bytes buffer;
     for (unsigned at = 0; at < count; ++at) {
@@ -161,7 +164,8 @@ TEST(Summary, GivesStanzasThatLeaveOutASourceOfNoiseAndNothingElse)
                                  R"(\\REGISTRY\\MACHINE\\S.*)",
                                  R"(HKLM\\(SOFTWARE|SYSTEM)\\.*)",
                                  R"(HKU\\.*|\\registry\\machine\\software\\vendor\\Noisy[.|]App.*|.*\\x)",
-                                 R"(HKLM\\SYSTEM\\CurrentControlSet\\.*)"};
+                                 R"(HKLM\\SYSTEM\\CurrentControlSet\\.*)",
+                                 R"(HKLM\\?.*)"};
     for (const char *const hive : hives) {
         for (const char *const proc : {".*", R"(C:\\Windows\\.*)", R"(^$|\\one\.exe|two)"}) {
             SCOPED_TRACE(std::string(hive) + " of " + proc);
@@ -174,6 +178,11 @@ TEST(Summary, GivesStanzasThatLeaveOutASourceOfNoiseAndNothingElse)
             EXPECT_FALSE(noise.processes.empty() || noise.keys.empty());
             for (const std::vector<NoiseSource> *sources : {&noise.processes, &noise.keys}) {
                 for (const NoiseSource &source : *sources) {
+                    if (!source.unchanged.empty()) {
+                        EXPECT_EQ(hive, hives[std::size(hives) - 1]);
+                        EXPECT_EQ(source.unchanged.front(), "WinRegMon://a");
+                        continue;
+                    }
                     Stanzas changed = stanzas;
                     for (const StanzaSetting &setting : source.settings) {
                         changed[setting.header].set(setting.key, setting.value);
@@ -187,6 +196,25 @@ TEST(Summary, GivesStanzasThatLeaveOutASourceOfNoiseAndNothingElse)
     }
 }
 
+TEST(Summary, NamesAKeyOfManyValuesBeforeThem)
+{
+    PathTree tree;
+    for (int at = 0; at < 30; ++at) {
+        const std::string value = "software\\key\\" + std::to_string(at);
+        tree.add("HKLM\\" + value, "\\registry\\machine\\" + value, {1, 1, 300});
+    }
+    // Deeper than whoever walks the tree by calling itself can go.
+    std::string deep = "HKLM";
+    for (int left = 15'000; left > 0; --left) {
+        deep += "\\d";
+    }
+    tree.add(deep, deep, {1, 1, 1000});
+    const std::vector<const PathNode *> loudest = tree.loudest(2);
+    EXPECT_EQ(loudest.at(0)->path, "HKLM\\software\\key");
+    EXPECT_EQ(loudest.at(1)->path, deep);
+    EXPECT_EQ(loudest.at(1)->filterPath, deep);
+}
+
 TEST(Summary, ReadsAsText)
 {
     const Sample sample = makeSample(100);
@@ -195,13 +223,20 @@ TEST(Summary, ReadsAsText)
                    {"b", R"(HKLM\\SOFTWARE\\Vendor\\NoisyX.*)", ".*", "set|create|delete"}});
     const std::string text = summarizeCapture(sample.open(), stanzas, SummaryForm::Text).text;
     for (const char *const wanted :
-         {"102 records from 00:00:00 to ", "; 5 reads lost", "  HKLM\n",
+         {"102 records from 2020-01-01 00:00:00 to 2020-", "; 5 reads lost", "  HKLM\n",
           "  SYSTEM\\ControlSet001\\Services\\x\n",
           "never matched: b; what it would match is let pass by a stanza asked before it\n",
-          "  proc = ^(?!.*\\\\Windows\\\\\\(two\\) \\+\\.exe\\z)\n",
+          "  proc = ^(?!\\\\device\\\\[^\\\\]*\\\\Windows\\\\\\(two\\) \\+\\.exe\\z)\n",
           "  hive = HKLM\\\\SOFTWARE\\\\Vendor\\\\(?!NoisyXApp(\\\\|\\z)).*\n"}) {
         EXPECT_NE(text.find(wanted), std::string::npos) << wanted << "\nin\n" << text;
     }
+    const std::string unasked =
+        summarizeCapture(sample.open(),
+                         stanzasOf({{"a", R"((\\REGISTRY\\USER|.*SOFTWARE)\\.*)", ".*", "set"}}),
+                         SummaryForm::Text)
+            .text;
+    EXPECT_NE(unasked.find("never matched: a; the driver is not asked for what it would match\n"),
+              std::string::npos);
 }
 
 } // namespace

@@ -19,6 +19,8 @@ public:
     /// empty index or stanza is left out.
     void emitEvent(const Str &text, const Str &index, const Str &stanza, Timeval time);
 
+    void leaveOpen() { eventWriter_.leaveOpen(); }
+
     /// Bytes of the stream so far.
     std::uint64_t writtenBytes() const { return eventWriter_.writtenBytes(); }
 

@@ -90,7 +90,7 @@ void appendEscaped(Str &out, const Str &text)
 
 EventStreamWriter::~EventStreamWriter()
 {
-    if (started_) {
+    if (started_ && !isLeftOpen_) {
         text_ = "</stream>\n";
         flush();
     }

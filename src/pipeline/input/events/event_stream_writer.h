@@ -49,6 +49,9 @@ public:
 
     void write(const InputEvent &event);
 
+    /// The writer's end does not close the stream, which is not whole.
+    void leaveOpen() { isLeftOpen_ = true; }
+
     /// Bytes of the stream so far, with the line ends that they were given here.
     std::uint64_t writtenBytes() const { return writtenBytes_; }
 
@@ -58,6 +61,7 @@ private:
     void flush();
 
     bool started_ = false;
+    bool isLeftOpen_ = false;
     std::uint64_t writtenBytes_ = 0;
     const LineEnds lineEnds_;
     std::FILE *out_;
