@@ -3,6 +3,7 @@
 #include "pipeline/input/check/stanza_checks.h"
 
 #include <algorithm>
+#include <iterator>
 #include <tuple>
 
 namespace velmox {
@@ -28,6 +29,7 @@ struct CodedCheck
 
 constexpr CodedCheck kChecks[] = {
     {"scheme-spelling", Severity::Warning, Subject::Foreign, checkSchemeSpelling},
+    {"scheme-spelling", Severity::Warning, Subject::Stanza, checkNameStart},
     {"unsafe-name", Severity::Warning, Subject::Monitor, checkName},
     {"hive-missing", Severity::Warning, Subject::Monitor, checkMissingHive},
     {"unknown-key", Severity::Warning, Subject::Stanza, checkUnknownKeys},
@@ -77,10 +79,15 @@ bool concerns(Subject subject, const StanzaAtHand &at)
 void checkOne(const StanzaAtHand &at, Findings &findings)
 {
     for (const CodedCheck &row : kChecks) {
-        if (concerns(row.subject, at)) {
-            Report report(row.code, row.severity, at.stanza(), findings);
-            row.check(at, report);
+        if (!concerns(row.subject, at)) {
+            continue;
         }
+        Findings found;
+        Report report(row.code, row.severity, at.stanza(), found);
+        row.check(at, report);
+        std::ranges::copy_if(found, std::back_inserter(findings), [&](const Finding &finding) {
+            return row.subject != Subject::Rules || !hasQuotesOrRemark(at.value(finding.key.c_str()));
+        });
     }
 }
 
@@ -108,12 +115,17 @@ Findings inOrder(Findings findings)
 void Report::add(Severity severity, const Str &key, const Str &message)
 {
     const auto place = stanza_.places.find(key);
-    if (place == stanza_.places.end()) {
+    if (key.empty() || place == stanza_.places.end()) {
         findings_.push_back({stanza_.header, stanza_.name, key, severity, code_, message});
         return;
     }
     const Str &section = stanza_.properties.properties.at(key).originStanza;
     findings_.push_back({place->second, section, key, severity, code_, message});
+}
+
+void Report::addAt(const ConfPlace &place, const Str &section, const Str &key, const Str &message)
+{
+    findings_.push_back({place, section, key, severity_, code_, message});
 }
 
 bool isOfScheme(const ConfiguredStanza &stanza, const Str &scheme)

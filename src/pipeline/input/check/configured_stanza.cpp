@@ -5,16 +5,61 @@
 #include "conf/pages/property_pages.h"
 #include "conf/pages/shared_conf_services.h"
 #include "conf/tree/conf_path_pruners.h"
+#include "util/text/ascii.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace velmox {
 
 namespace {
 
-/// Lines by stanza and key; of a header that under the empty key, which no line has.
-using Lines = std::map<std::pair<Str, Str>, std::uint64_t>;
-using Places = std::map<std::pair<Str, Str>, ConfPlace>;
+/// Stands for the header in the place of a key, as no key has blanks around it.
+constexpr char kHeader[] = "\n";
+
+/// What is known of the lines of a file.
+struct Lines
+{
+    /// By stanza and key.
+    std::map<std::pair<Str, Str>, std::uint64_t> numbers;
+    std::vector<SwallowedLine> swallowed;
+};
+
+/// The same of all files.
+struct Places
+{
+    std::map<std::pair<Str, Str>, ConfPlace> settings;
+    std::vector<SwallowedLine> swallowed;
+};
+
+/// Whether a line that continues another one looks like a header or a setting.
+bool isLineOfItsOwn(std::string_view line)
+{
+    if (line.starts_with('[')) {
+        return line.ends_with(']') || line.find("://") != line.npos;
+    }
+    static constexpr CharSet kNameSigns("_-.");
+    const std::size_t end = line.find('=');
+    const std::string_view name = trimmedView(line.substr(0, end));
+    return end != line.npos && !name.empty() && isAsciiAlphanumeric(name.front()) &&
+           std::ranges::all_of(
+               name, [](char byte) { return isAsciiAlphanumeric(byte) || kNameSigns.contains(byte); });
+}
+
+/// The first line taken in that was likely meant for itself; empty for none.
+Str swallowedIn(const Str &line)
+{
+    std::string_view rest = line.view();
+    for (std::size_t end; (end = rest.find('\n')) != rest.npos;) {
+        rest.remove_prefix(end + 1);
+        const std::string_view next = trimmedView(rest.substr(0, rest.find('\n')));
+        if (isLineOfItsOwn(next)) {
+            return Str(next);
+        }
+    }
+    return {};
+}
 
 /// Of a key that stands twice in a file the last line counts, of a header the first.
 void readLines(ConfLineReader &reader, Lines &lines)
@@ -26,7 +71,9 @@ void readLines(ConfLineReader &reader, Lines &lines)
     for (;;) {
         // A line that goes on is found where it begins.
         const std::uint64_t number = reader.lineNumber() + 1;
-        switch (parseLine(reader, line, name, value)) {
+        const ConfLine kind = parseLine(reader, line, name, value);
+        Str key;
+        switch (kind) {
         case ConfLine::End:
             return;
         case ConfLine::Blank:
@@ -34,12 +81,16 @@ void readLines(ConfLineReader &reader, Lines &lines)
             break;
         case ConfLine::StanzaHeader:
             stanza = name;
-            lines.try_emplace({stanza, Str()}, number);
+            lines.numbers.try_emplace({stanza, kHeader}, number);
             break;
         case ConfLine::KeyValue:
-            lines.try_emplace({stanza, Str()}, number);
-            lines[{stanza, Str(trimmedView(name))}] = number;
+            key = trimmedView(name);
+            lines.numbers.try_emplace({stanza, kHeader}, number);
+            lines.numbers[{stanza, key}] = number;
             break;
+        }
+        if (const Str taken = swallowedIn(line); !taken.empty()) {
+            lines.swallowed.push_back({ConfPlace{Str(), number}, stanza, key, taken});
         }
     }
 }
@@ -74,8 +125,13 @@ Places readPlaces(const Str &type)
             readConfLines(file, [&](ConfLineReader &reader) { readLines(reader, lines); });
         }
         ++layer;
-        for (const auto &[setting, line] : lines) {
-            places.try_emplace(setting, ConfPlace{file.toStr(), line, layer});
+        for (const auto &[setting, line] : lines.numbers) {
+            places.settings.try_emplace(setting, ConfPlace{file.toStr(), line, layer});
+        }
+        for (SwallowedLine &swallowed : lines.swallowed) {
+            swallowed.place.file = file.toStr();
+            swallowed.place.layer = layer;
+            places.swallowed.push_back(std::move(swallowed));
         }
     }
     return places;
@@ -83,8 +139,8 @@ Places readPlaces(const Str &type)
 
 ConfPlace placeOf(const Places &places, const Str &stanza, const Str &key)
 {
-    const auto found = places.find({stanza, key});
-    return found == places.end() ? ConfPlace() : found->second;
+    const auto found = places.settings.find({stanza, key});
+    return found == places.settings.end() ? ConfPlace() : found->second;
 }
 
 } // namespace
@@ -96,10 +152,14 @@ ConfiguredStanzas readConfiguredStanzas(const Str &type)
     const Places places = readPlaces(type);
     ConfiguredStanzas all;
     for (auto &[name, properties] : stanzas) {
-        ConfiguredStanza stanza{name, std::move(properties), placeOf(places, name, ""), {}};
+        ConfiguredStanza stanza{name, std::move(properties), placeOf(places, name, kHeader), {}, {}};
         for (const auto &[key, value] : stanza.properties.properties) {
             stanza.places.emplace(key, placeOf(places, value.originStanza, key));
         }
+        std::ranges::copy_if(places.swallowed, std::back_inserter(stanza.swallowed),
+                             [&](const SwallowedLine &one) {
+                                 return one.stanza == stanza.name || one.stanza == kDefaultStanza;
+                             });
         all.push_back(std::move(stanza));
     }
     return all;

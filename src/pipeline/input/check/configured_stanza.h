@@ -16,6 +16,17 @@ struct ConfPlace
     std::size_t layer = 0;
 };
 
+/// A line that ends in a backslash and takes in the next one, which was likely meant for a line of its own.
+struct SwallowedLine
+{
+    ConfPlace place;
+    /// Of the line that goes on: "default" for one above all headers, and no key for a header.
+    Str stanza;
+    Str key;
+    /// The header or setting that is lost as such, without blanks around it.
+    Str taken;
+};
+
 /// A stanza as all files together make it, and where it is to be changed.
 struct ConfiguredStanza
 {
@@ -26,6 +37,8 @@ struct ConfiguredStanza
     ConfPlace header;
     /// Where the settings that count stand, inherited ones in `[default]`.
     std::map<Str, ConfPlace> places;
+    /// In its sections of all files, and in those that it inherits from. Whether or not the value counts.
+    std::vector<SwallowedLine> swallowed;
 
     bool isEnabled() const { return !properties.isDisabled(); }
     /// The text of a key, or the empty text.

@@ -38,8 +38,9 @@ std::size_t nameEnd(const Str &path, std::size_t from)
 bool canBeginEvent(const Str &beginning)
 {
     return std::ranges::any_of(kEventRoots, [&](const Str &root) {
-        // The root key itself has no backslash behind it.
-        return root.startsWith(beginning.view()) || beginning.startsWith(root.view());
+        // The root key itself has no backslash behind it, and no name below it is empty.
+        return root.startsWith(beginning.view()) ||
+               (beginning.startsWith(root.view()) && !beginning.view().substr(root.size()).starts_with('\\'));
     });
 }
 
@@ -48,6 +49,69 @@ bool canMatchEvents(const StanzaRules &rules)
 {
     const StrVector begun = rules.hiveParts() ? beginnings(*rules.hiveParts()) : StrVector();
     return begun.empty() || std::ranges::any_of(begun, canBeginEvent);
+}
+
+/// The alternatives of a pattern as it is written: what stands between bars that no parenthesis is around.
+StrVector alternativesOf(const Str &pattern)
+{
+    StrVector alternatives(1);
+    int depth = 0;
+    for (std::size_t at = 0; at < pattern.size(); ++at) {
+        const char byte = pattern[at];
+        depth += byte == '(' || byte == '[' ? 1 : byte == ')' || byte == ']' ? -1 : 0;
+        if (byte == '|' && depth == 0) {
+            alternatives.emplace_back();
+            continue;
+        }
+        alternatives.back().push_back(byte);
+        if (byte == '\\' && at + 1 < pattern.size()) {
+            alternatives.back().push_back(pattern[++at]);
+        }
+    }
+    return alternatives;
+}
+
+/// One pattern for alternatives that each begin with the same root: the root in front, what they end in
+/// behind. Empty when the roots differ.
+Str unitedAlternatives(StrVector alternatives)
+{
+    constexpr std::string_view kRootEnd = "\\\\";
+    const Str root = alternatives.front().substr(0, alternatives.front().find(kRootEnd) + kRootEnd.size());
+    if (!root.endsWith(kRootEnd)) {
+        return {};
+    }
+    Str tail = "(\\\\.*)?";
+    for (const Str &one : alternatives) {
+        if (!one.startsWith(root.view())) {
+            return {};
+        }
+        tail = one.endsWith(tail.view()) ? tail : one.endsWith("\\\\.*") ? Str("\\\\.*") : Str();
+    }
+    for (Str &one : alternatives) {
+        one = one.substr(root.size(), one.size() - root.size() - tail.size());
+    }
+    return Str() << root << '(' << joined(alternatives, "|") << ')' << tail;
+}
+
+/// Alternatives that no path begins like, in a hive of which another one can match.
+void checkAlternatives(const StanzaAtHand &at, Report &report)
+{
+    const std::optional<PatternPart> &parts = at.rules().hiveParts();
+    const StrVector written = alternativesOf(at.value("hive"));
+    if (!parts || parts->kind != PatternPart::Kind::Choice || parts->parts.size() != written.size()) {
+        return;
+    }
+    for (std::size_t i = 0; i < written.size(); ++i) {
+        const StrVector begun = beginnings(parts->parts[i]);
+        if (begun.empty() || std::ranges::any_of(begun, canBeginEvent)) {
+            continue;
+        }
+        const Str united = unitedAlternatives(written);
+        report.add("hive", Str() << '"' << shortened(written[i])
+                                 << "\" matches nothing: a root is known at the very front alone; write "
+                                 << (united.empty() ? "a stanza for each root" : shortened(united)));
+        return;
+    }
 }
 
 /// Whether a path is \registry\user\SID\software\classes or below it.
@@ -99,7 +163,7 @@ void checkTypeWords(const StanzaAtHand &at, Report &report)
             words.push_back(word);
         }
         if (!isFound) {
-            report.add("type", Str() << "\"" << piece << "\" is found in no operation; there are "
+            report.add("type", Str() << "\"" << shortened(piece) << "\" is found in no operation; there are "
                                      << joined(words, ", "));
         }
     }
@@ -135,9 +199,22 @@ void checkHiddenControlSet(const StanzaAtHand &at, Report &report)
 void checkUnnamedControlSet(const StanzaAtHand &at, Report &report)
 {
     if (at.rules().namesCurrentControlSet()) {
+        // The name that was looked for may go on.
+        const auto isBelowCurrent = [](const Str &path) {
+            return path.startsWith(kCurrentControlSet) &&
+                   nameEnd(path, kCurrentControlSet.size()) == kCurrentControlSet.size();
+        };
+        const StrVector &paths = at.rules().samplePaths();
+        if (paths.empty() || std::ranges::any_of(paths, isBelowCurrent)) {
+            report.add("hive",
+                       "names the current control set: live events carry neither the stanza nor its index; "
+                       "write HKLM\\\\SYSTEM\\\\[^\\\\]+\\\\");
+            return;
+        }
         report.add("hive",
-                   "names the current control set: live events carry neither the stanza nor its index; "
-                   "write HKLM\\\\SYSTEM\\\\[^\\\\]+\\\\");
+                   "counts as one that names the current control set, as the name begins so: all stanzas "
+                   "then see CurrentControlSet in the place of the numbered one; put the name in "
+                   "parentheses");
     }
 }
 
@@ -201,7 +278,7 @@ void checkTakenName(const StanzaAtHand &at, Report &report)
                              << (taker->hive.pattern().size() > at.rules().config().hive.pattern().size()
                                      ? "is longer"
                                      : "comes first of two that are as long")
-                             << ", such as " << (path.empty() ? "any path" : path.c_str()));
+                             << ", such as " << (path.empty() ? Str("any path") : shortened(path)));
             return;
         }
     }
@@ -210,7 +287,13 @@ void checkTakenName(const StanzaAtHand &at, Report &report)
 void checkMatchesNothing(const StanzaAtHand &at, Report &report)
 {
     checkTypeWords(at, report);
-    if (!canMatchEvents(at.rules())) {
+    if (canMatchEvents(at.rules())) {
+        checkAlternatives(at, report);
+    } else if (at.value("hive").contains("\\\\\\\\")) {
+        report.add("hive",
+                   "matches nothing: four backslashes stand for two, with an empty name between them; "
+                   "write two");
+    } else {
         report.add("hive", Str() << "matches nothing: no path begins so; write "
                                  << spellingOfRoot(at.value("hive"), at.all.hiveNames)
                                  << ", in capitals, at the very front");

@@ -15,13 +15,30 @@ constexpr const char *kPatternKeys[] = {"hive", "proc"};
 constexpr double kSlowMilliseconds = 1;
 constexpr std::size_t kWorstLength = 250;
 
-Str slownessOf(const PatternTrial &trial, TrialMode mode)
+/// What comes of a pattern that does not compile: nothing while no stanza that has it is enabled.
+Str consequence(const StanzaAtHand &at, const Str &key, const char *what)
+{
+    const auto &own = at.stanza().properties.properties;
+    const auto setting = own.find(key);
+    const Str section = setting == own.end() ? at.stanza().name : setting->second.originStanza;
+    const bool isInForce = std::ranges::any_of(at.all.stanzas, [&](const CheckedStanza &other) {
+        const auto &properties = other.stanza->properties.properties;
+        const auto found = properties.find(key);
+        return other.stanza->isEnabled() && found != properties.end() &&
+               found->second.originStanza == section;
+    });
+    return Str() << "; with it the monitor " << what << (isInForce ? "" : " once the stanza is enabled");
+}
+
+constexpr char kNoStart[] = "does not start";
+
+Str slownessOf(const PatternTrial &trial)
 {
     Str text;
     text.appendFormat("a path of %d characters takes %.1f ms", static_cast<int>(trial.length),
                       trial.milliseconds);
     if (trial.gaveUp) {
-        text << (mode == TrialMode::Whole ? ", and then counts as not matching" : " and more");
+        text << ", and then counts as not matching";
     }
     return text;
 }
@@ -34,8 +51,8 @@ void checkSlowness(const char *key, const Str &pattern, TrialMode mode, Report &
     }
     const PatternTrial trial = worstTrial(pattern, mode, worstTexts(*parts, kWorstLength));
     if (trial.gaveUp || trial.milliseconds >= kSlowMilliseconds) {
-        report.add(key, Str() << "repeats what repeats: " << slownessOf(trial, mode)
-                              << "; repeat one thing alone");
+        report.add(key, Str() << "repeats what repeats, or alternatives that begin alike: "
+                              << slownessOf(trial) << "; repeat one thing alone");
     }
 }
 
@@ -54,13 +71,13 @@ void checkPatterns(const StanzaAtHand &at, Report &report)
         const Str fault = patternFault(at.value(key).lowered());
         if (!fault.empty()) {
             isFound = true;
-            report.add(key, Str() << fault << "; with it the monitor does not start");
+            report.add(key, Str() << fault << consequence(at, key, kNoStart));
         }
     }
     // What the monitor puts behind a plain path can make it another one.
     if (!isFound && at.checked.rules == nullptr && patternFault(at.value("type").lowered()).empty()) {
-        report.add("hive",
-                   "no pattern once the monitor has completed it; with it the monitor does not start");
+        report.add("hive", Str() << "no pattern once the monitor has completed it"
+                                 << consequence(at, "hive", kNoStart));
     }
 }
 
@@ -76,11 +93,12 @@ void checkTypes(const StanzaAtHand &at, Report &report)
             continue;
         }
         Str message = fault;
-        if (pattern != patterns.front() && type.contains("(")) {
+        const bool isPiece = &pattern != &patterns.front();
+        if (isPiece && type.contains("(")) {
             message << "; a bar between parentheses splits them, as each piece between bars is a pattern of "
                        "its own";
         }
-        report.add("type", message << "; with it the monitor does not start");
+        report.add("type", message << consequence(at, "type", isPiece ? "ends with -1" : kNoStart));
         return;
     }
 }
@@ -91,7 +109,7 @@ void checkSingleBackslash(const StanzaAtHand &at, Report &report)
         const Str pattern = at.value(key);
         for (const LetterEscape &escape : letterEscapes(pattern)) {
             if (isLikelySeparator(pattern, escape, at.all.hiveNames)) {
-                report.add(key, Str() << "\"" << escapedWord(pattern, escape)
+                report.add(key, Str() << "\"" << shortened(escapedWord(pattern, escape))
                                       << "\" is no separator: one backslash gives the letter behind it "
                                          "another meaning; write two");
                 break;
@@ -133,7 +151,7 @@ void checkTail(const StanzaAtHand &at, Report &report)
     const auto path = std::ranges::find_if(paths, endsAtKey);
     if (path != paths.end()) {
         report.add("hive",
-                   Str() << "matches " << *path
+                   Str() << "matches " << shortened(*path)
                          << " and nothing below it; for what lies below write (\\\\.*)? behind it, and "
                             "if it names a value, $");
     }

@@ -144,16 +144,37 @@ StrVector exactTexts(const PatternPart &part)
     return texts;
 }
 
+/// Whether what one alternative begins with, another one can begin with too.
+bool hasLikeAlternatives(const PatternPart &part)
+{
+    if (part.kind != Kind::Choice) {
+        return false;
+    }
+    StrVector seen;
+    for (const PatternPart &child : part.parts) {
+        const StrVector begun = beginnings(child);
+        const bool isAlike = std::ranges::any_of(begun, [&](const Str &text) {
+            return std::ranges::any_of(
+                seen, [&](const Str &other) { return text.empty() || other.empty() || text[0] == other[0]; });
+        });
+        if (isAlike) {
+            return true;
+        }
+        seen.insert(seen.end(), begun.begin(), begun.end());
+    }
+    return false;
+}
+
 bool repeatsBelow(const PatternPart &part)
 {
     return std::ranges::any_of(part.parts, [](const PatternPart &child) {
-        return anyPart(child, [](const PatternPart &at) { return at.isRepeated(); });
+        return anyPart(child, [](const PatternPart &at) { return at.isRepeatedOften(); });
     });
 }
 
 bool isNest(const PatternPart &part)
 {
-    return part.isRepeated() && repeatsBelow(part);
+    return part.isRepeatedOften() && (repeatsBelow(part) || anyPart(part, hasLikeAlternatives));
 }
 
 /// Where a nest of repeats stands: what comes before it and behind it, and what it can be made to repeat.
@@ -212,15 +233,17 @@ Str filledText(const Str &before, const Str &turn, const Str &end, std::size_t l
     return text += end;
 }
 
-/// As many steps as a text takes that is not worth a word are far below the first, and those that take
-/// seconds far above the second. The latter counts for each place from which a search starts.
+/// As many steps as a text takes that is not worth a word are far below the first, and those that make the
+/// monitor's limit matter above the second.
 constexpr unsigned kQuickLimit = 20'000;
-constexpr unsigned kSearchLimit = 1'000'000;
+constexpr unsigned kLongLimit = 150'000;
+/// What takes longer need not be measured twice.
+constexpr double kLongMilliseconds = 20;
 
 constexpr int kOffsets = 30;
 constexpr int kRuns = 3;
 
-/// The limit of zero is PCRE's own.
+/// The limit of zero is the monitor's own.
 std::unique_ptr<RegexProgram> limitedProgram(const Str &pattern, TrialMode mode, unsigned limit)
 {
     Str text = limit == 0 ? Str() : Str::fromFormat("(*LIMIT_MATCH=%u)", limit);
@@ -244,7 +267,7 @@ PatternTrial runOnce(const RegexProgram &program, const Str &text)
 PatternTrial run(const RegexProgram &program, const Str &text)
 {
     PatternTrial best = runOnce(program, text);
-    for (int more = 1; more < kRuns && !best.gaveUp; ++more) {
+    for (int more = 1; more < kRuns && !best.gaveUp && best.milliseconds < kLongMilliseconds; ++more) {
         best.milliseconds = std::min(best.milliseconds, runOnce(program, text).milliseconds);
     }
     return best;
@@ -317,18 +340,26 @@ PatternTrial worstTrial(const Str &pattern, TrialMode mode, const StrVector &tex
 {
     PatternTrial worst;
     const auto quick = limitedProgram(pattern, mode, kQuickLimit);
-    const auto real = limitedProgram(pattern, mode, mode == TrialMode::Search ? kSearchLimit : 0);
-    if (!quick || !real) {
+    const auto longer = limitedProgram(pattern, mode, kLongLimit);
+    const auto real = limitedProgram(pattern, mode, 0);
+    if (!quick || !longer || !real) {
         return worst;
     }
+    const Str *slowest = nullptr;
     for (const Str &text : texts) {
-        const PatternTrial trial = run(*quick, text);
+        PatternTrial trial = run(*quick, text);
         if (trial.gaveUp) {
-            return run(*real, text);
+            trial = run(*longer, text);
+            if (trial.gaveUp) {
+                return run(*real, text);
+            }
         }
-        worst = trial.milliseconds > worst.milliseconds ? trial : worst;
+        if (trial.milliseconds > worst.milliseconds) {
+            worst = trial;
+            slowest = &text;
+        }
     }
-    return worst;
+    return slowest != nullptr ? run(*real, *slowest) : worst;
 }
 
 } // namespace velmox

@@ -14,7 +14,8 @@ StrVector sampleTexts(const PatternPart &whole);
 /// Texts of which any match begins with one; the empty text stands for any beginning.
 StrVector beginnings(const PatternPart &whole);
 
-/// Whether something that is repeated without end holds something that is, too.
+/// Whether something that is repeated often holds something that is, too, or alternatives that can begin
+/// alike.
 bool hasNestedRepeats(const PatternPart &whole);
 
 /// Texts of about `length` bytes on which nested repeats may have much to try: what comes before them, then
@@ -38,8 +39,8 @@ enum class TrialMode
     Search, ///< as `proc`
 };
 
-/// Takes the longest that the pattern needs on one of the texts, with the machine code that the monitor uses.
-/// Bounded: where PCRE's own limit would let a search go on for minutes, it stops earlier.
+/// Takes the longest that the pattern needs on one of the texts, with the machine code and the limits that
+/// the monitor uses.
 PatternTrial worstTrial(const Str &pattern, TrialMode mode, const StrVector &texts);
 
 } // namespace velmox

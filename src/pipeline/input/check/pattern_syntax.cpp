@@ -304,6 +304,19 @@ const PatternPart *fromEnd(const PatternPart &whole, std::size_t place)
 
 } // namespace
 
+Str shortened(const Str &value)
+{
+    constexpr std::size_t kLongest = 200;
+    if (value.size() <= kLongest) {
+        return value;
+    }
+    std::size_t end = kLongest;
+    while ((value[end] & 0xC0) == 0x80) {
+        --end;
+    }
+    return value.substr(0, end) << "...";
+}
+
 Str patternFault(const Str &pattern)
 {
     try {
@@ -319,7 +332,7 @@ Str patternFault(const Str &pattern)
             std::ranges::count_if(before, [](char byte) { return (byte & 0xC0) != 0x80; });
         return Str::fromFormat("%s at character %d of \"%s\"",
                                error != nullptr ? error : exception.message().c_str(),
-                               static_cast<int>(characters), pattern.c_str());
+                               static_cast<int>(characters), shortened(pattern).c_str());
     }
 }
 

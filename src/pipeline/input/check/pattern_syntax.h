@@ -20,6 +20,7 @@ struct PatternPart
         Choice,
     };
     static constexpr unsigned kUnlimited = ~0u;
+    static constexpr unsigned kOften = 8;
 
     Kind kind = Kind::Sequence;
     Str text;
@@ -31,7 +32,12 @@ struct PatternPart
     unsigned most = 1;
 
     bool isRepeated() const { return most == kUnlimited; }
+    /// Whether it may come so often that another repeat within it has much to try.
+    bool isRepeatedOften() const { return most >= kOften; }
 };
+
+/// A value as messages quote it: a long one by its beginning.
+Str shortened(const Str &value);
 
 /// What is wrong with a pattern, in PCRE's words, and where: `missing ) at character 9 of "..."`. Empty for
 /// one that compiles. The pattern must be folded as it is when the monitor compiles it.

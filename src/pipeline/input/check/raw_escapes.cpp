@@ -2,6 +2,8 @@
 
 #include "util/text/ascii.h"
 
+#include <algorithm>
+
 namespace velmox {
 
 namespace {
@@ -69,14 +71,18 @@ bool isLikelySeparator(const Str &pattern, const LetterEscape &escape, const Hiv
         return false;
     }
     if (isAsciiDigit(letter)) {
-        return followsName && word > 0;
+        // A group that there is not is referred to by nobody.
+        return followsName && (word > 0 || letter - '0' > std::ranges::count(pattern, '('));
     }
     if (isAsciiUpper(letter)) {
         return word > 1;
     }
     if (kCommonEscapes.contains(letter)) {
-        // Whoever doubles others has meant this one.
-        return !pattern.contains("\\\\") && word > 1 && (followsName || (before.empty() && letter != 'b'));
+        // Whoever doubles others may have meant this one, unless a name goes on behind the letter: a capital
+        // there begins a word of its own.
+        const bool isMeant = pattern.contains("\\\\") &&
+                             (!followsName || word < 2 || isAsciiUpper(pattern[escape.position + 2]));
+        return !isMeant && word > 1 && (followsName || (before.empty() && letter != 'b'));
     }
     return kRareEscapes.contains(letter) ? word > 1 && (followsName || before.empty()) : word > 0;
 }

@@ -4,7 +4,6 @@
 #include "util/text/str_segment.h"
 
 #include <algorithm>
-#include <optional>
 
 namespace velmox {
 
@@ -64,21 +63,28 @@ Str shortName(const ConfiguredStanza &stanza)
     return stanza.name.substr(stanza.name.find(kSeparator) + kSeparator.size());
 }
 
-/// The line that a value has taken in, without blanks around it; nothing for a value of one line.
-std::optional<std::string_view> swallowedLine(const Str &value)
+void reportSwallowed(const SwallowedLine &line, Report &report)
 {
-    const std::size_t end = value.find('\n');
-    if (end == Str::npos) {
-        return std::nullopt;
-    }
-    const std::string_view behind = value.view().substr(end + 1);
-    return trimmedView(behind.substr(0, behind.find('\n')));
+    const bool isHeader = line.taken.startsWith("[");
+    const Str what =
+        isHeader ? line.taken : Str(trimmedView(line.taken.view().substr(0, line.taken.find('='))));
+    report.addAt(line.place, line.stanza, line.key,
+                 Str() << "the line ends in a backslash and takes in the " << (isHeader ? "header " : "key ")
+                       << shortened(what) << ", which is lost as such; end it in something else");
 }
 
-void reportSwallowed(const Str &key, const Str &what, Report &report)
+/// Whether a name in a path goes on behind a sign with blanks around it: separators follow, and nothing
+/// stands before it that ends a pattern. A blank that is escaped is part of a name in any case.
+bool isWithinName(std::string_view before, std::string_view behind)
 {
-    report.add(key, Str() << "the value ends in a backslash and takes in " << what
-                          << ", which is lost as such; end it in something else");
+    static constexpr CharSet kEnds("*+?)$");
+    const std::string_view text = trimmedView(before);
+    if (text.ends_with('\\') && text.size() < before.size()) {
+        return true;
+    }
+    const bool isEnded =
+        text.empty() || (kEnds.contains(text.back()) && !text.substr(0, text.size() - 1).ends_with('\\'));
+    return !isEnded && behind.find("\\\\") != behind.npos;
 }
 
 /// Where something begins that was likely meant for a remark: a blank, then `#` and a blank or a letter, or
@@ -89,11 +95,19 @@ std::size_t findRemark(const Str &value)
          sign = value.view().find_first_of("#;", sign + 1)) {
         const char next = sign + 1 < value.size() ? value[sign + 1] : ' ';
         const bool isWord = value[sign] == '#' && isAsciiAlphanumeric(next) && !isAsciiDigit(next);
-        if (CharSet::blanks().contains(value[sign - 1]) && (isWord || CharSet::blanks().contains(next))) {
+        if (CharSet::blanks().contains(value[sign - 1]) && (isWord || CharSet::blanks().contains(next)) &&
+            !isWithinName(value.view().substr(0, sign), value.view().substr(sign))) {
             return sign;
         }
     }
     return Str::npos;
+}
+
+/// Whether quotes stand around a value, or around what is in front of a remark.
+bool isQuoted(const Str &value)
+{
+    const std::string_view text = trimmedView(value.view().substr(0, findRemark(value)));
+    return text.size() > 1 && (text.front() == '"' || text.front() == '\'') && text.back() == text.front();
 }
 
 Str nameFault(const Str &name)
@@ -117,12 +131,12 @@ void checkBooleans(const StanzaAtHand &at, Report &report)
     const Str disabled = at.value("disabled");
     if (!disabled.empty() && !disabled.toBool(ignored)) {
         report.add("disabled", Str::fromFormat("\"%s\" is no boolean, and turns the stanza off; write 0 or 1",
-                                               disabled.c_str()));
+                                               shortened(disabled).c_str()));
     }
     const Str baseline = at.value("baseline");
     if (at.request.scheme == kMonitorScheme && !baseline.empty() && !baseline.toBool(ignored)) {
-        report.add("baseline",
-                   Str::fromFormat("\"%s\" is no boolean, and counts as 0; write 0 or 1", baseline.c_str()));
+        report.add("baseline", Str::fromFormat("\"%s\" is no boolean, and counts as 0; write 0 or 1",
+                                               shortened(baseline).c_str()));
     }
 }
 
@@ -135,8 +149,8 @@ void checkNumbers(const StanzaAtHand &at, Report &report)
         return;
     }
     const long long seconds = value.toInt64(0, 10);
-    report.add(kKey, Str() << '"' << value << "\" is no number of seconds, and counts as " << seconds
-                           << (seconds <= 0 ? ": a baseline at every start" : ""));
+    report.add(kKey, Str() << '"' << shortened(value) << "\" is no number of seconds, and counts as "
+                           << seconds << (seconds <= 0 ? ": a baseline at every start" : ""));
 }
 
 void checkUnknownKeys(const StanzaAtHand &at, Report &report)
@@ -144,6 +158,11 @@ void checkUnknownKeys(const StanzaAtHand &at, Report &report)
     for (const auto &[key, property] : at.stanza().properties.properties) {
         // What is inherited may be meant for other schemes.
         if (at.request.keys.contains(key) || !isOwnKey(at.stanza(), key)) {
+            continue;
+        }
+        if (key.empty()) {
+            report.addAt(at.stanza().places.at(key), at.stanza().name, key,
+                         "nothing reads this line, as the key in front of \"=\" is empty");
             continue;
         }
         const Str nearest = nearestName(key, at.request.keys);
@@ -157,39 +176,30 @@ void checkUnknownKeys(const StanzaAtHand &at, Report &report)
 
 void checkSwallowedLines(const StanzaAtHand &at, Report &report)
 {
-    for (const auto &[key, property] : at.stanza().properties.properties) {
-        const std::optional<std::string_view> line = swallowedLine(property.value);
-        if (!line) {
-            continue;
-        }
-        const Str name(trimmedView(line->substr(0, line->find('='))));
-        const bool isKey = at.request.keys.contains(name);
-        reportSwallowed(key,
-                        line->starts_with('[') ? Str() << "the header " << *line
-                        : isKey                ? Str() << "the key " << name
-                                               : Str("the next line"),
-                        report);
+    for (const SwallowedLine &line : at.stanza().swallowed) {
+        reportSwallowed(line, report);
     }
 }
 
 void checkSwallowedHeaders(const StanzaAtHand &at, Report &report)
 {
     const Str header = Str() << '[' << at.request.scheme << kSeparator;
-    for (const auto &[key, property] : at.stanza().properties.properties) {
-        const std::optional<std::string_view> line = swallowedLine(property.value);
-        if (line && line->starts_with(header.view())) {
-            reportSwallowed(key, Str() << "the header " << *line, report);
+    for (const SwallowedLine &line : at.stanza().swallowed) {
+        if (line.taken.startsWith(header.view())) {
+            reportSwallowed(line, report);
         }
     }
+}
+
+bool hasQuotesOrRemark(const Str &value)
+{
+    return isQuoted(value) || findRemark(value) != Str::npos;
 }
 
 void checkQuotes(const StanzaAtHand &at, Report &report)
 {
     for (const auto &[key, property] : at.stanza().properties.properties) {
-        const Str &value = property.value;
-        const bool isQuoted =
-            value.size() > 1 && (value[0] == '"' || value[0] == '\'') && value[value.size() - 1] == value[0];
-        if (isQuoted) {
+        if (isQuoted(property.value)) {
             report.add(key, "the quotes are part of the value; leave them out");
         }
     }
@@ -200,21 +210,32 @@ void checkComments(const StanzaAtHand &at, Report &report)
     for (const auto &[key, property] : at.stanza().properties.properties) {
         const std::size_t remark = findRemark(property.value);
         if (remark != Str::npos) {
-            report.add(key, Str() << '"' << property.value.substr(remark)
+            report.add(key, Str() << '"' << shortened(property.value.substr(remark))
                                   << "\" is part of the value; put remarks on lines of their own");
         }
+    }
+}
+
+void checkNameStart(const StanzaAtHand &at, Report &report)
+{
+    static constexpr CharSet kSigns(":;/");
+    const Str name = shortName(at.stanza());
+    if (!name.empty() && kSigns.contains(name[0])) {
+        report.add("", Str() << "its name begins with " << name[0] << ", as all behind " << at.request.scheme
+                             << kSeparator << " is the name; leave that out");
     }
 }
 
 void checkSchemeSpelling(const StanzaAtHand &at, Report &report)
 {
     const Str &name = at.stanza().name;
-    const Str scheme(trimmedView(name.view().substr(0, name.find(':'))));
+    const std::size_t end = name.view().find_first_of(":;/");
+    const Str scheme(trimmedView(name.view().substr(0, end)));
     // Another scheme that there is was meant as it is written.
-    if (at.request.schemes.contains(scheme) && name.startsWith(Str::concat(scheme, kSeparator).view())) {
+    if (scheme != at.request.scheme && at.request.schemes.contains(scheme)) {
         return;
     }
-    if (name.contains(":") && letterChanges(scheme, at.request.scheme) <= 1) {
+    if (letterChanges(scheme, at.request.scheme) <= 1) {
         report.add("", Str() << "nothing reads this stanza: its name must begin with " << at.request.scheme
                              << kSeparator << ", in these letters and without a blank");
     }

@@ -30,6 +30,8 @@ public:
     /// `key` is empty for what concerns the stanza as a whole; so is the line of a key that it does not have.
     void add(const Str &key, const Str &message) { add(severity_, key, message); }
     void add(Severity severity, const Str &key, const Str &message);
+    /// At a line that need not be one that counts. `section` is the stanza that has the line.
+    void addAt(const ConfPlace &place, const Str &section, const Str &key, const Str &message);
 
 private:
     const std::string_view code_;
@@ -37,6 +39,9 @@ private:
     const ConfiguredStanza &stanza_;
     Findings &findings_;
 };
+
+/// Whether quotes or a remark are part of a value, so that what follows from that is not worth a word.
+bool hasQuotesOrRemark(const Str &value);
 
 // Each function finds what its code in the table of check.cpp says.
 
@@ -48,6 +53,7 @@ void checkSwallowedLines(const StanzaAtHand &at, Report &report);
 void checkSwallowedHeaders(const StanzaAtHand &at, Report &report);
 void checkQuotes(const StanzaAtHand &at, Report &report);
 void checkComments(const StanzaAtHand &at, Report &report);
+void checkNameStart(const StanzaAtHand &at, Report &report);
 void checkSchemeSpelling(const StanzaAtHand &at, Report &report);
 void checkMissingHive(const StanzaAtHand &at, Report &report);
 void checkName(const StanzaAtHand &at, Report &report);

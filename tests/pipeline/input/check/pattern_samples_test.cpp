@@ -52,13 +52,14 @@ TEST(PatternTrial, TakesTheMeasureOfNestedRepeats)
         EXPECT_TRUE(hasNestedRepeats(parts)) << text;
         return worstTrial(text, TrialMode::Whole, worstTexts(parts, 250));
     };
-    for (const char *text : {"(a+)+b", R"(x\\(\w+\s?)*$)", "((a*)*c)*d", R"(([^\\]*\\?)+z)"}) {
+    for (const char *text : {"(a+)+b", R"(x\\(\w+\s?)*$)", "((a*)*c)*d", R"(([^\\]*\\?)+z)", "(.*a){12}",
+                             "(a+){20}b", R"(([a-z]+\\?){1,30}b)", "(.*x){9}b", "(a|a)*b", "(a|aa)+b"}) {
         EXPECT_TRUE(trialOf(text).gaveUp) << text;
     }
-    for (const char *text : {R"(x\\([^\\]+\\)*y)", R"((a+b)+)"}) {
+    for (const char *text : {R"(x\\([^\\]+\\)*y)", R"((a+b)+)", "(ab|ac)*d"}) {
         EXPECT_FALSE(trialOf(text).gaveUp) << text;
     }
-    EXPECT_FALSE(hasNestedRepeats(*parsePattern(R"((\\.*)?(a|b){3}.*)")));
+    EXPECT_FALSE(hasNestedRepeats(*parsePattern(R"((\\.*)?(a|b){3}(a|b)*(a+){3}.*)")));
 }
 
 // What the check takes for a slip, and what for intent.
@@ -71,12 +72,14 @@ TEST(RawEscapes, GuessWhatABackslashWasMeantFor)
         return std::ranges::any_of(
             escapes, [&](const LetterEscape &escape) { return isLikelySeparator(pattern, escape, names); });
     };
-    for (const char *slip : {R"(HKLM\Run)", R"(hklm\d)", R"(c:\d)", R"(HKLM\\A\Vendor)", R"(A\\b\7zip)",
-                             R"(A\services)", R"(\cmd\.exe)", R"(A\\b\program)", R"(A\\b\microsoft)"}) {
+    for (const char *slip :
+         {R"(HKLM\Run)", R"(hklm\d)", R"(c:\d)", R"(HKLM\\A\Vendor)", R"(A\\b\7zip)", R"(A\services)",
+          R"(\cmd\.exe)", R"(A\\b\program)", R"(A\\b\microsoft)", R"(A\\Vendor\sub\\.*)", R"(A\\b\7-Zip)"}) {
         EXPECT_TRUE(isSlip(slip)) << slip;
     }
-    for (const char *meant : {R"(A\\ControlSet\d+)", R"(\bcmd\b)", R"(Internet\sExplorer\\.*)", R"(A\\\x41b)",
-                              R"((a)\1)", R"(A\\\p{L}+)", R"(A\\\QX.Y\E)", R"(A\\\S+)", R"(cmd\.exe$)"}) {
+    for (const char *meant :
+         {R"(A\\ControlSet\d+)", R"(\bcmd\b)", R"(Internet\sExplorer\\.*)", R"(A\\\x41b)", R"((a)\1)",
+          R"((a)b\1)", R"(A\\\p{L}+)", R"(A\\\QX.Y\E)", R"(A\\\S+)", R"(cmd\.exe$)"}) {
         EXPECT_FALSE(isSlip(meant)) << meant;
     }
 }

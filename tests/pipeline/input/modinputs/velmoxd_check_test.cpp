@@ -73,6 +73,8 @@ std::vector<Case> cases()
         ofHive("single-backslash", R"(HKLM\\Single2\vendor(\\.*)?)", R"(HKLM\\Single2\\vendor(\\.*)?)"),
         ofKey("single-backslash", "proc", R"(C:\bin\\.*)", R"(C:\\bin\\.*)"),
         ofKey("single-backslash", "proc", R"(\svchost)", R"(\bsvchost)"),
+        ofHive("single-backslash", R"(HKLM\\Single3\sub\\.*)", R"(HKLM\\Single3\\sub\\.*)"),
+        ofHive("single-backslash", R"(HKLM\\Single4\7-Zip\\.*)", R"(HKLM\\Single4\\7-Zip\\.*)"),
         ofHive("folded-escape", R"(HKLM\\Fold\\\S+.*)", R"(HKLM\\Fold\\[^\s]+.*)"),
         ofHive("folded-escape", R"(HKLM\\Quote\\\QA.B\E.*)", R"(HKLM\\Quote\\A\.B.*)"),
         ofHive("no-tail", R"(HKLM\\Tail\\(A|B))", R"(HKLM\\Tail\\(A|B)(\\.*)?)"),
@@ -81,6 +83,8 @@ std::vector<Case> cases()
         ofBaseline("plain-path", "hive", R"(HKLM\\Walked)", R"(HKLM\\Walked\\.*)"),
         ofHive("control-set-unnamed", R"(HKLM\\SYSTEM\\CurrentControlSet\\A\\.*)",
                R"(HKLM\\SYSTEM\\[^\\]+\\A\\.*)"),
+        ofHive("control-set-unnamed", R"(HKLM\\SYSTEM\\CurrentControlSetX\\.*)",
+               R"(HKLM\\SYSTEM\\(CurrentControlSetX)\\.*)"),
         ofHive("control-set-hidden", R"(HKLM\\SYSTEM\\ControlSet\d+\\B\\.*)",
                R"(HKLM\\SYSTEM\\[^\\]+\\B\\.*)"),
         ofHive("hkcc", R"(HKCC\\Software\\.*)", R"(HKLM\\SYSTEM\\[^\\]+\\Hardware Profiles\\.*)"),
@@ -98,6 +102,8 @@ std::vector<Case> cases()
         ofHive("matches-nothing", R"((HKLM|HKU)\\N3\\.*)", R"(\\REGISTRY\\(MACHINE|USER)\\N3\\.*)"),
         ofHive("matches-nothing", R"(HKCR\\N4\\.*)", R"(HKU\\[^\\]+_Classes\\N4\\.*)"),
         ofHive("matches-nothing", R"(HKCU\\Software\\Classes(\\.*)?)", R"(HKU\\[^\\]+_Classes\\N5\\.*)"),
+        ofHive("matches-nothing", R"(HKLM\\N6\\.*|HKLM\\N7\\.*)", R"(HKLM\\(N6|N7)\\.*)"),
+        ofHive("matches-nothing", R"(HKLM\\\\N8\\.*)", R"(HKLM\\N8\\.*)"),
         {"hive-missing", "", "[WinRegMon://m]\nproc = x\n",
          "[WinRegMon://m]\nproc = x\nhive = HKLM\\\\M.*\n"},
         {"header-swallowed", "hive", "[WinRegMon://sw]\nhive = HKLM\\\\Sw\\\\\nindex = a\n",
@@ -105,11 +111,23 @@ std::vector<Case> cases()
         {"header-swallowed", "command",
          "[script://x]\ncommand = a\\\n[WinRegMon://lost]\nhive = HKLM\\\\Lost.*\n",
          "[script://x]\ncommand = a\n[WinRegMon://lost]\nhive = HKLM\\\\Lost.*\n"},
+        {"header-swallowed", "hive",
+         "[x]\nhive = HKLM\\\\Vendor\\\\\n[WinRegMon://y]\nhive = HKLM\\\\Y(\\\\.*)?\n",
+         "[x]\nhive = HKLM\\\\Vendor\\\\.*\n[WinRegMon://y]\nhive = HKLM\\\\Y(\\\\.*)?\n"},
+        ofKey("header-swallowed", "proc", "a\\\nindex = b", "a|\\\n  b"),
         ofKey("quoted-value", "proc", "\"x\"", "x"),
+        ofKey("quoted-value", "proc", "\"x\" # alone", "x"),
         ofKey("trailing-comment", "type", "set # alone", "set"),
+        ofHive("trailing-comment", R"(HKLM\\Remark(\\.*)? # or HKLM\\B)",
+               R"(HKLM\\Remark \(x\) # b\\?(?s:(?<=\\).*|(?!.)))"),
         ofName("scheme-spelling", "winregmon://s1", "s1"),
         ofName("scheme-spelling", " WinRegMon://s2 ", "s2"),
         ofName("scheme-spelling", "WinRegMno://s3", "s3"),
+        ofName("scheme-spelling", "WinRegMon//s4", "s4"),
+        ofName("scheme-spelling", "WinRegMon", "s5"),
+        ofName("scheme-spelling", "WinRegMon;//s6", "s6"),
+        ofName("scheme-spelling", "WinRegMon:/s7", "s7"),
+        ofName("scheme-spelling", "WinRegMon://:s8", "s8"),
         ofName("unsafe-name", "WinRegMon://n/1", "n1"),
         ofName("unsafe-name", "WinRegMon://n2.", "n2"),
         ofName("unsafe-name", "WinRegMon://nul", "n3"),
@@ -117,6 +135,8 @@ std::vector<Case> cases()
         ofHive("key-itself", R"(HKLM\\Itself\\.*)", R"(HKLM\\Itself(\\.*)?)"),
         ofHive("wow64", R"(HKLM\\SOFTWARE\\V(\\.*)?)", R"(HKLM\\SOFTWARE\\(WOW6432Node\\)?V(\\.*)?)"),
         ofHive("explosive", R"(HKLM\\Explosive\\(a+)+\\.*)", R"(HKLM\\Explosive\\a+\\.*)"),
+        ofHive("explosive", R"(HKLM\\Counted\\(.*a){12})", R"(HKLM\\Counted\\.*a.*)"),
+        ofKey("explosive", "proc", "(a|aa)+b", "a+b"),
         ofKey("explosive", "proc", R"((\w+\s?)+$)", R"([\w\s]+$)"),
     };
 }
@@ -259,6 +279,13 @@ TEST_F(VelmoxdCheckTest, SaysItAsCompilersDo)
                   ":1: warning: [WinRegMon://a] there is no hive, so that the stanza is about every "
                   "key (hive-missing)\r\n0 errors, 1 warning in 2 stanzas; --notes shows 2 notes\r\n");
     EXPECT_EQ(errors_, "");
+    // What follows from quotes is not said beside them.
+    home_.writeFile(kLocal, "[WinRegMon://a]\nhive = \"HKLM\\\\A\\\\[b]\"\n");
+    EXPECT_THAT(run("check", 0), HasSubstr("0 errors, 1 warning in"));
+    home_.writeFile(kLocal,
+                    "[WinRegMon://a]\ntype = (\n hive = [" + std::string(300, 'a') + "\ndisabled = 1\n");
+    EXPECT_THAT(run("check", 2), ::testing::AllOf(HasSubstr(std::string(199, 'a') + "...\"; with it"),
+                                                  HasSubstr("does not start once the stanza is enabled")));
     EXPECT_EQ(run("check Other", 2), "");
     EXPECT_EQ(errors_, "No inputs.conf.spec defines the scheme \"Other\".\r\n");
     EXPECT_EQ(run("check --jsno", 2), "");
@@ -270,7 +297,7 @@ TEST_F(VelmoxdCheckTest, SaysItAsCompilersDo)
 TEST_F(VelmoxdCheckTest, ChecksTheSettingsOfAnyScheme)
 {
     home_.writeFile("etc\\apps\\other\\README\\inputs.conf.spec", "[other://<name>]\nhive = x\n");
-    home_.writeFile(kLocal, "[other://a]\nhive = (\nhvie = 1\nx = 1\ndisabled = maybe\n[othr://b]\n");
+    home_.writeFile(kLocal, "[other://a]\nhive = (\nhvie = 1\nx = 1\ndisabled = maybe\n= v\n[othr://b]\n");
     std::vector<std::string> messages;
     for (const Json &one : findings("other", 0)) {
         messages.push_back(one["code"].get<std::string>() + ": " + one["message"].get<std::string>());
@@ -279,7 +306,7 @@ TEST_F(VelmoxdCheckTest, ChecksTheSettingsOfAnyScheme)
         messages,
         ::testing::ElementsAre(
             "unknown-key: nothing reads this key; there is \"hive\"", "unknown-key: nothing reads this key",
-            HasSubstr("not-a-boolean: \"maybe\""),
+            HasSubstr("not-a-boolean: \"maybe\""), HasSubstr("the key in front of \"=\" is empty"),
             HasSubstr("scheme-spelling: nothing reads this stanza: its name must begin with other://")));
 }
 
