@@ -138,7 +138,6 @@ constexpr char kSelfAndBelow[] = "\\\\?(?s:(?<=\\\\).*|(?!.))";
 
 // The alternatives keep the text clear of what is taken for a stanza on the current control set; that name is
 // among them for the case that another stanza does name it.
-constexpr std::string_view kCurrentControlSet = "CurrentControlSet";
 constexpr char kAnyControlSet[] = "(CurrentControlSet|ControlSet[0-9]{3})";
 constexpr char kAnyProfile[] = "(Current|[0-9]{4})";
 constexpr char kWow64[] = "WOW6432Node";
@@ -234,13 +233,6 @@ void Builder::followLinks(const Str &userKey)
 
 void Builder::coverControlSets()
 {
-    // A name that only begins like it is taken for it as well, unless it stands clear of what is before it.
-    for (std::size_t at = 1; at < names_.size(); ++at) {
-        if (names_[at - 1].lowered().endsWith("system") &&
-            startsCaseless(names_[at].view(), kCurrentControlSet)) {
-            patterns_[at] = Str() << '(' << patterns_[at] << ')';
-        }
-    }
     if (root_ != "HKLM" || !beginsWith(names_, {"SYSTEM", "CurrentControlSet"})) {
         return;
     }
