@@ -16,3 +16,17 @@ function(velmox_version program description)
     add_library(${program}-version OBJECT ${resource})
     target_sources(${program} PRIVATE $<TARGET_OBJECTS:${program}-version>)
 endfunction()
+
+# velmox_program(name description source LINK libraries...)
+#
+# A program of the installation that is also built natively. Its source defines runProgram (util/system/program_entry.h).
+function(velmox_program name description source)
+    cmake_parse_arguments(arg "" "" "LINK" ${ARGN})
+    add_executable(${name} ${source})
+    target_link_libraries(${name} PRIVATE velmox-entry ${arg_LINK})
+    if(WIN32)
+        target_link_options(${name} PRIVATE -municode)
+        velmox_version(${name} ${description})
+        install(TARGETS ${name} RUNTIME DESTINATION bin)
+    endif()
+endfunction()

@@ -6,6 +6,7 @@
 #include "pipeline/input/xml/config_xml_streaming_parser.h"
 #include "util/log/log_system.h"
 #include "util/log/logger.h"
+#include "util/system/program_entry.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -230,9 +231,11 @@ int recordToFile(const RecordOptions &options)
 #endif
 }
 
+} // namespace
+
 /// The exit code is 0; 1 for a recording or a stream that ended before its time; 2 for what could not be
 /// begun or read.
-int runCapture(const std::vector<std::string> &words)
+int runProgram(const std::vector<std::string> &words)
 {
     openTerminal();
     CaptureCommandLine line;
@@ -261,28 +264,4 @@ int runCapture(const std::vector<std::string> &words)
     return kUsage;
 }
 
-} // namespace
-
 } // namespace velmox
-
-#ifdef _WIN32
-
-int wmain(int count, wchar_t **arguments)
-{
-    std::vector<std::string> words;
-    for (int at = 1; at < count; ++at) {
-        words.emplace_back(velmox::Str::fromUtf16(velmox::asUtf16(arguments[at])).view());
-    }
-    return velmox::runCapture(words);
-}
-
-#else
-
-int main(int count, char **arguments)
-{
-    // A program may be started without even its name.
-    return velmox::runCapture(count > 1 ? std::vector<std::string>(arguments + 1, arguments + count)
-                                        : std::vector<std::string>());
-}
-
-#endif

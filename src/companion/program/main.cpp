@@ -5,6 +5,7 @@
 #include "companion/program/event_input.h"
 #include "companion/program/events_command_line.h"
 #include "companion/report/event_report.h"
+#include "util/system/program_entry.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -226,8 +227,10 @@ int run(EventsCommandLine &line, TableStyle style)
     return kUsage;
 }
 
+} // namespace
+
 /// Does what the words behind the program's name say, and returns the exit code.
-int runEvents(const std::vector<std::string> &words)
+int runProgram(const std::vector<std::string> &words)
 {
     const Terminal terminal = openTerminal();
     EventsCommandLine line;
@@ -245,31 +248,4 @@ int runEvents(const std::vector<std::string> &words)
     }
 }
 
-} // namespace
-
 } // namespace velmox
-
-#ifdef _WIN32
-
-#include "util/system/windows_api.h"
-#include "util/text/str.h"
-
-int wmain(int count, wchar_t **arguments)
-{
-    std::vector<std::string> words;
-    for (int at = 1; at < count; ++at) {
-        words.emplace_back(velmox::Str::fromUtf16(velmox::asUtf16(arguments[at])).view());
-    }
-    return velmox::runEvents(words);
-}
-
-#else
-
-int main(int count, char **arguments)
-{
-    // A program may be started without even its name.
-    return velmox::runEvents(count > 1 ? std::vector<std::string>(arguments + 1, arguments + count)
-                                       : std::vector<std::string>());
-}
-
-#endif

@@ -164,9 +164,9 @@ public:
     ~StreamThread() noexcept(false) override
     {
         process_.end();
-        // What runs on outside the job, where there is none, still holds the pipe. A call is cancelled only
-        // while it waits for that: at a pipe that nobody holds it ends by itself. One that has not begun yet
-        // is met the next time.
+        // What runs on outside the job, where there is none, still holds the pipe, and a call that waits for
+        // it has to be cancelled: at a pipe that nobody holds it ends by itself. One that has not begun yet
+        // is met the next time. A line of the log that takes as long to be written is met too, and lost.
         while (WaitForSingleObject(done_.get(), kCancelMs) == WAIT_TIMEOUT) {
             CancelSynchronousIo(self_.load());
         }
