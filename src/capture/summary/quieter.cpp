@@ -1,5 +1,7 @@
 #include "capture/summary/quieter.h"
 
+#include "util/match/required_literals.h"
+
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -44,32 +46,6 @@ Components split(std::string_view path)
     }
     components.emplace_back(path);
     return components;
-}
-
-/// The alternatives of a pattern: its pieces between bars that stand in no group or class.
-std::vector<std::string_view> alternatives(std::string_view pattern)
-{
-    std::vector<std::string_view> pieces;
-    std::size_t from = 0;
-    int depth = 0;
-    bool isInClass = false;
-    for (std::size_t at = 0; at < pattern.size(); ++at) {
-        const char byte = pattern[at];
-        if (byte == '\\') {
-            ++at;
-        } else if (isInClass) {
-            isInClass = byte != ']';
-        } else if (byte == '[') {
-            isInClass = true;
-        } else if (byte == '(' || byte == ')') {
-            depth += byte == '(' ? 1 : -1;
-        } else if (byte == '|' && depth == 0) {
-            pieces.push_back(pattern.substr(from, at - from));
-            from = at + 1;
-        }
-    }
-    pieces.push_back(pattern.substr(from));
-    return pieces;
 }
 
 /// A place behind a separator, with the text that leads there all literal.
@@ -214,7 +190,7 @@ std::optional<Str> hiveWithout(const Str &hive, std::string_view filterPath, std
     const Components names = spelt(filterPath, path);
     Str out;
     bool isFirst = true;
-    for (const std::string_view alternative : alternatives(pattern)) {
+    for (const std::string_view alternative : alternativesOf(pattern)) {
         const auto without = alternativeWithout(alternative, isFirst, components, names, hiveNames);
         if (!without) {
             return std::nullopt;

@@ -368,4 +368,42 @@ std::vector<LiteralSet> requiredLiterals(const Str &pattern)
     return std::move(part->required);
 }
 
+std::vector<std::string_view> alternativesOf(std::string_view pattern)
+{
+    std::vector<std::string_view> pieces;
+    std::size_t from = 0;
+    int depth = 0;
+    for (std::size_t at = 0; at < pattern.size(); ++at) {
+        switch (pattern[at]) {
+        case '\\':
+            ++at;
+            break;
+        case '[': {
+            // A bracket that closes a class does not stand first in it.
+            const std::size_t first = at + (pattern.substr(at + 1).starts_with('^') ? 2 : 1);
+            std::size_t end = first;
+            while (end < pattern.size() && (pattern[end] != ']' || end == first)) {
+                end += pattern[end] == '\\' ? 2 : 1;
+            }
+            at = end;
+            break;
+        }
+        case '(':
+        case ')':
+            depth += pattern[at] == '(' ? 1 : -1;
+            break;
+        case '|':
+            if (depth == 0) {
+                pieces.push_back(pattern.substr(from, at - from));
+                from = at + 1;
+            }
+            break;
+        default:
+            break;
+        }
+    }
+    pieces.push_back(pattern.substr(from));
+    return pieces;
+}
+
 } // namespace velmox

@@ -2,6 +2,9 @@
 
 #include "util/text/str.h"
 
+#include <string_view>
+#include <vector>
+
 namespace velmox {
 
 /// Every match of a pattern holds at least one of these texts.
@@ -17,5 +20,9 @@ std::size_t shortestOf(const LiteralSet &texts);
 /// regular expression to be refused. The pattern must be one that compiles. Of syntax that is not understood
 /// here nothing is concluded.
 std::vector<LiteralSet> requiredLiterals(const Str &pattern);
+
+/// The alternatives of a pattern: its pieces between bars that stand in no group or class. Views of the text
+/// passed in; one at least.
+std::vector<std::string_view> alternativesOf(std::string_view pattern);
 
 } // namespace velmox

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <utility>
 
 namespace velmox {
@@ -47,18 +48,20 @@ bool isLineOfItsOwn(std::string_view line)
                name, [](char byte) { return isAsciiAlphanumeric(byte) || kNameSigns.contains(byte); });
 }
 
-/// The first line taken in that was likely meant for itself; empty for none.
-Str swallowedIn(const Str &line)
+/// The first line taken in by a line that was not meant to go on: one that looks like a header or a setting,
+/// or any behind a separator of a pattern, which nobody would break there.
+std::optional<Str> swallowedIn(const Str &line)
 {
     std::string_view rest = line.view();
     for (std::size_t end; (end = rest.find('\n')) != rest.npos;) {
+        const bool isAtSeparator = rest.substr(0, end).ends_with('\\');
         rest.remove_prefix(end + 1);
         const std::string_view next = trimmedView(rest.substr(0, rest.find('\n')));
-        if (isLineOfItsOwn(next)) {
+        if (isAtSeparator || isLineOfItsOwn(next)) {
             return Str(next);
         }
     }
-    return {};
+    return std::nullopt;
 }
 
 /// Of a key that stands twice in a file the last line counts, of a header the first.
@@ -89,8 +92,8 @@ void readLines(ConfLineReader &reader, Lines &lines)
             lines.numbers[{stanza, key}] = number;
             break;
         }
-        if (const Str taken = swallowedIn(line); !taken.empty()) {
-            lines.swallowed.push_back({ConfPlace{Str(), number}, stanza, key, taken});
+        if (const std::optional<Str> taken = swallowedIn(line)) {
+            lines.swallowed.push_back({ConfPlace{Str(), number}, stanza, key, *taken});
         }
     }
 }

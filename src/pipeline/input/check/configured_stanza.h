@@ -23,7 +23,7 @@ struct SwallowedLine
     /// Of the line that goes on: "default" for one above all headers, and no key for a header.
     Str stanza;
     Str key;
-    /// The header or setting that is lost as such, without blanks around it.
+    /// The line that is lost as such, without blanks around it.
     Str taken;
 };
 

@@ -2,6 +2,7 @@
 #include "pipeline/input/check/pattern_samples.h"
 #include "pipeline/input/check/stanza_checks.h"
 #include "pipeline/input/rules/registry_operations.h"
+#include "util/match/required_literals.h"
 #include "util/match/string_filters.h"
 #include "util/text/str_segment.h"
 
@@ -51,53 +52,38 @@ bool canMatchEvents(const StanzaRules &rules)
     return begun.empty() || std::ranges::any_of(begun, canBeginEvent);
 }
 
-/// The alternatives of a pattern as it is written: what stands between bars that no parenthesis is around.
-StrVector alternativesOf(const Str &pattern)
-{
-    StrVector alternatives(1);
-    int depth = 0;
-    for (std::size_t at = 0; at < pattern.size(); ++at) {
-        const char byte = pattern[at];
-        depth += byte == '(' || byte == '[' ? 1 : byte == ')' || byte == ']' ? -1 : 0;
-        if (byte == '|' && depth == 0) {
-            alternatives.emplace_back();
-            continue;
-        }
-        alternatives.back().push_back(byte);
-        if (byte == '\\' && at + 1 < pattern.size()) {
-            alternatives.back().push_back(pattern[++at]);
-        }
-    }
-    return alternatives;
-}
-
-/// One pattern for alternatives that each begin with the same root: the root in front, what they end in
-/// behind. Empty when the roots differ.
-Str unitedAlternatives(StrVector alternatives)
+/// One pattern for alternatives that each begin with the same root: the root in front, behind it what all end
+/// in. Empty when the roots differ, or an alternative has nothing between.
+Str unitedAlternatives(const std::vector<std::string_view> &alternatives)
 {
     constexpr std::string_view kRootEnd = "\\\\";
-    const Str root = alternatives.front().substr(0, alternatives.front().find(kRootEnd) + kRootEnd.size());
-    if (!root.endsWith(kRootEnd)) {
+    const std::size_t rootEnd = alternatives.front().find(kRootEnd);
+    if (rootEnd == std::string_view::npos) {
         return {};
     }
-    Str tail = "(\\\\.*)?";
-    for (const Str &one : alternatives) {
-        if (!one.startsWith(root.view())) {
+    const std::string_view root = alternatives.front().substr(0, rootEnd + kRootEnd.size());
+    std::string_view tail;
+    for (const std::string_view one : {"(\\\\.*)?", "\\\\.*"}) {
+        const bool isOfAll =
+            std::ranges::all_of(alternatives, [&](std::string_view a) { return a.ends_with(one); });
+        tail = tail.empty() && isOfAll ? one : tail;
+    }
+    StrVector middles;
+    for (const std::string_view one : alternatives) {
+        if (!one.starts_with(root) || one.size() <= root.size() + tail.size()) {
             return {};
         }
-        tail = one.endsWith(tail.view()) ? tail : one.endsWith("\\\\.*") ? Str("\\\\.*") : Str();
+        middles.emplace_back(one.substr(root.size(), one.size() - root.size() - tail.size()));
     }
-    for (Str &one : alternatives) {
-        one = one.substr(root.size(), one.size() - root.size() - tail.size());
-    }
-    return Str() << root << '(' << joined(alternatives, "|") << ')' << tail;
+    return Str() << root << '(' << joined(middles, "|") << ')' << tail;
 }
 
 /// Alternatives that no path begins like, in a hive of which another one can match.
 void checkAlternatives(const StanzaAtHand &at, Report &report)
 {
     const std::optional<PatternPart> &parts = at.rules().hiveParts();
-    const StrVector written = alternativesOf(at.value("hive"));
+    const Str hive = at.value("hive");
+    const std::vector<std::string_view> written = alternativesOf(hive.view());
     if (!parts || parts->kind != PatternPart::Kind::Choice || parts->parts.size() != written.size()) {
         return;
     }
@@ -107,9 +93,9 @@ void checkAlternatives(const StanzaAtHand &at, Report &report)
             continue;
         }
         const Str united = unitedAlternatives(written);
-        report.add("hive", Str() << '"' << shortened(written[i])
+        report.add("hive", Str() << '"' << shortened(Str(written[i]))
                                  << "\" matches nothing: a root is known at the very front alone; write "
-                                 << (united.empty() ? "a stanza for each root" : shortened(united)));
+                                 << (united.empty() ? "a stanza for each" : shortened(united)));
         return;
     }
 }

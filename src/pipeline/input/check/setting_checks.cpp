@@ -66,25 +66,34 @@ Str shortName(const ConfiguredStanza &stanza)
 void reportSwallowed(const SwallowedLine &line, Report &report)
 {
     const bool isHeader = line.taken.startsWith("[");
-    const Str what =
-        isHeader ? line.taken : Str(trimmedView(line.taken.view().substr(0, line.taken.find('='))));
+    const std::size_t sign = isHeader ? line.taken.size() : line.taken.view().find('=');
+    Str what = "next line";
+    if (sign != Str::npos) {
+        what = Str() << (isHeader ? "header " : "key ")
+                     << shortened(Str(trimmedView(line.taken.view().substr(0, sign))))
+                     << ", which is lost as such";
+    }
     report.addAt(line.place, line.stanza, line.key,
-                 Str() << "the line ends in a backslash and takes in the " << (isHeader ? "header " : "key ")
-                       << shortened(what) << ", which is lost as such; end it in something else");
+                 Str() << "the line ends in a backslash and takes in the " << what
+                       << "; end it in something else");
 }
 
-/// Whether a name in a path goes on behind a sign with blanks around it: separators follow, and nothing
-/// stands before it that ends a pattern. A blank that is escaped is part of a name in any case.
+/// Whether a name in a path goes on behind a sign with blanks around it: separators follow that belong to no
+/// path of their own, and nothing stands before it that ends a pattern. A blank that is escaped is part of a
+/// name in any case.
 bool isWithinName(std::string_view before, std::string_view behind)
 {
     static constexpr CharSet kEnds("*+?)$");
+    static constexpr std::string_view kRoots[] = {"HKLM\\", "HKU\\", "HKCU\\", "HKCR\\", "HKCC\\", "HKEY_"};
     const std::string_view text = trimmedView(before);
     if (text.ends_with('\\') && text.size() < before.size()) {
         return true;
     }
     const bool isEnded =
         text.empty() || (kEnds.contains(text.back()) && !text.substr(0, text.size() - 1).ends_with('\\'));
-    return !isEnded && behind.find("\\\\") != behind.npos;
+    const bool hasPath =
+        std::ranges::any_of(kRoots, [&](std::string_view root) { return behind.find(root) != behind.npos; });
+    return !isEnded && !hasPath && behind.find("\\\\") != behind.npos;
 }
 
 /// Where something begins that was likely meant for a remark: a blank, then `#` and a blank or a letter, or
