@@ -120,19 +120,35 @@ int printDifferences(EventsCommandLine &line, TableStyle style)
     return hasGivenUp ? kUnsure : exitCode;
 }
 
-/// Where the page is written until it is whole.
-std::string besidePage(const EventsCommandLine &line)
+std::filesystem::path asPath(const std::string &name)
 {
-    return line.output + ".new";
+    return std::u8string(name.begin(), name.end());
+}
+
+/// Where a page goes.
+struct PagePlace
+{
+    explicit PagePlace(const std::string &name);
+
+    std::string output;
+    /// What is no plain file, such as a pipe or a link, is written to directly.
+    bool isPlain;
+    /// Where the page is written until it is whole.
+    std::string written;
+};
+
+PagePlace::PagePlace(const std::string &name) : output(name)
+{
+    std::error_code ignored;
+    const auto type = std::filesystem::symlink_status(asPath(name), ignored).type();
+    isPlain = type == std::filesystem::file_type::regular || type == std::filesystem::file_type::not_found;
+    written = isPlain ? name + ".new" : name;
 }
 
 /// The command's output is no input of it, and no other file than an earlier page.
-bool mayWriteReport(const EventsCommandLine &line)
+bool mayWriteReport(const EventsCommandLine &line, const PagePlace &place)
 {
-    if (line.output == "-") {
-        return true;
-    }
-    for (const std::string &written : {line.output, besidePage(line)}) {
+    for (const std::string &written : {place.output, place.written}) {
         for (const std::string &file : line.files) {
             if (isSameFile(written, file)) {
                 complain(written + ": the page would replace this input; the first file is the page");
@@ -159,37 +175,33 @@ bool writeFile(const std::string &path, const std::string &content)
     return std::fclose(file) == 0 && isWritten;
 }
 
-/// Puts a page in the place of an earlier one, which stays if that fails. What is no plain file, such as a
-/// pipe or a link, is written to directly.
-void putPage(const EventsCommandLine &line, const std::string &page)
+/// Puts a page in the place of an earlier one, which hands down its permissions, and stays if that fails.
+void putPage(const PagePlace &place, const std::string &page)
 {
-    using std::filesystem::path;
-    const auto asPath = [](const std::string &name) { return path(std::u8string(name.begin(), name.end())); };
-    const path place = asPath(line.output);
     std::error_code error;
-    const auto type = std::filesystem::symlink_status(place, error).type();
-    const bool isPlain =
-        type == std::filesystem::file_type::regular || type == std::filesystem::file_type::not_found;
-    const std::string written = isPlain ? besidePage(line) : line.output;
-    if (!writeFile(written, page)) {
+    std::error_code ignored;
+    if (!writeFile(place.written, page)) {
         error.assign(errno, std::generic_category());
-    } else if (isPlain) {
-        std::filesystem::rename(asPath(written), place, error);
-    } else {
-        error.clear();
+    } else if (place.isPlain) {
+        const auto earlier = std::filesystem::status(asPath(place.output), ignored);
+        if (std::filesystem::exists(earlier)) {
+            std::filesystem::permissions(asPath(place.written), earlier.permissions(), ignored);
+        }
+        std::filesystem::rename(asPath(place.written), asPath(place.output), error);
     }
     if (error) {
-        std::error_code ignored;
-        if (isPlain) {
-            std::filesystem::remove(asPath(written), ignored);
+        if (place.isPlain) {
+            std::filesystem::remove(asPath(place.written), ignored);
         }
-        throw std::runtime_error(line.output + ": " + error.message());
+        throw std::runtime_error(place.output + ": " + error.message());
     }
 }
 
 int writeReport(EventsCommandLine &line)
 {
-    if (!mayWriteReport(line)) {
+    const PagePlace place(line.output);
+    const bool isToStandardOutput = line.output == "-";
+    if (!isToStandardOutput && !mayWriteReport(line, place)) {
         return kUsage;
     }
     EventReport report;
@@ -201,10 +213,10 @@ int writeReport(EventsCommandLine &line)
         return kDamaged;
     }
     std::string page = report.page();
-    if (line.output == "-") {
+    if (isToStandardOutput) {
         flush(page);
     } else {
-        putPage(line, page);
+        putPage(place, page);
     }
     return exitCode;
 }
