@@ -130,6 +130,13 @@ TEST_F(CaptureTest, RefusesBesideAMonitorAndWhatIsNoCapture)
     EXPECT_TRUE(overwriter.waitForEnd());
     EXPECT_EQ(overwriter.exitCode(), 2u);
     EXPECT_EQ(velmox::testing::readWhole(Pathname::fromUtf8(kFile)), "[WinRegMon://x]\n");
+    ASSERT_TRUE(DeleteFileA(kFile));
+    ChildProcess misled(recording("--share --seconds 1"), {}, Streams::Apart);
+    misled.write("no document");
+    misled.closeInput();
+    EXPECT_TRUE(misled.waitForEnd());
+    EXPECT_EQ(misled.exitCode(), 2u);
+    EXPECT_TRUE(misled.errorBytes().contains("no input document")) << misled.errorBytes().c_str();
 }
 
 // What it has written until it is killed can be read; a byte changed in that can not.

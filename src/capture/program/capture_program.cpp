@@ -127,10 +127,10 @@ void replayBuffers(const CaptureCommandLine &line, CaptureReader &reader, Captur
         lostReads += buffer.facts.lostReads;
         replay.take(buffer);
         if (std::ferror(stdout) != 0) {
-            return; // nobody gets the rest
+            break; // nobody gets the rest
         }
     }
-    if (line.isPaced) {
+    if (line.isPaced && std::ferror(stdout) == 0) {
         pace.waitFor(reader.end().time);
     }
     tellOfLoss(line, reader, std::max(lostReads, reader.end().lostReads));

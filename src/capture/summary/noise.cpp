@@ -187,7 +187,9 @@ std::vector<NoiseSource> sourcesOf(const OpenCapture &open, const Stanzas &stanz
             changed[header].set(key, *value);
             source.settings.push_back({header, key, *value});
         }
-        source.streamWithout = countStream(open, changed);
+        if (!source.settings.empty()) {
+            source.streamWithout = countStream(open, changed);
+        }
         sources.push_back(std::move(source));
     }
     return sources;
