@@ -17,7 +17,7 @@ struct BaselineValue
     std::string data;
     /// Whether the conditions of the user hold for its event.
     bool isSelected;
-    /// Of its event within the input, from 0.
+    /// Of its event among the input's baseline events, from 0.
     std::uint64_t number;
 
     /// Whether it is the same value as far as a stream shows.

@@ -31,8 +31,8 @@ class SharedConfServices : public ConfRootState, public ConfChangeObserver
 public:
     static SharedConfServices &of(const BundlesSetup &setup);
 
-    /// Makes the services anew, one by one in their order. Nobody may use them meanwhile; what was handed out
-    /// before stays valid.
+    /// Makes the services anew, one by one in their order. Nobody may use them meanwhile. What was handed out
+    /// before stays usable, and is told of no change any more. An exception leaves those made until then.
     void recreate() { create(); }
 
     const ConfSettings &settings() const { return *settings_; }

@@ -19,6 +19,7 @@ public:
     /// empty index or stanza is left out.
     void emitEvent(const Str &text, const Str &index, const Str &stanza, Timeval time);
 
+    /// The stream is not closed at the end, which is not whole.
     void leaveOpen() { eventWriter_.leaveOpen(); }
 
     /// Bytes of the stream so far.
