@@ -16,10 +16,17 @@ struct Answer
 };
 
 /// Answers the calls that open and use the device as a script says; one at a time.
+///
+/// Any thread of the program may open or close something of its own meanwhile, and still be on its way through
+/// the stand-in when the object has gone: what those two touch lives on.
 class ScriptedDevice
 {
 public:
-    ScriptedDevice() { current = this; }
+    ScriptedDevice()
+    {
+        current = this;
+        isClosed = false;
+    }
     ~ScriptedDevice() { current = nullptr; }
 
     /// The errors of the first calls that open it.
@@ -36,9 +43,17 @@ public:
     SIZE_T growth = 0;
     int memoryQueries = 0;
     DWORD memoryError = 0;
-    bool isClosed = false;
+    static inline std::atomic<bool> isClosed = false;
 
 private:
+    template <class Function>
+    static Function *systemRoutine(const char *name)
+    {
+        Function *routine = nullptr;
+        findRoutine(GetModuleHandleW(L"kernel32.dll"), name, routine);
+        return routine;
+    }
+
     static BOOL finish(DWORD error)
     {
         SetLastError(error);
@@ -49,14 +64,13 @@ private:
                               DWORD disposition, DWORD flags, HANDLE model)
     {
         if (std::wcscmp(name, L"\\\\.\\VelmoxTrace") != 0) {
-            return current->open_.original<decltype(CreateFileW)>()(name, access, sharing, security,
-                                                                    disposition, flags, model);
+            return systemOpen(name, access, sharing, security, disposition, flags, model);
         }
         EXPECT_EQ(access | sharing, 0u);
         EXPECT_EQ(flags, static_cast<DWORD>(FILE_FLAG_OVERLAPPED));
         if (current->opens.empty()) {
-            current->isClosed = false;
-            return current->handle_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+            isClosed = false;
+            return deviceHandle = CreateEventW(nullptr, TRUE, FALSE, nullptr);
         }
         finish(current->opens.front());
         current->opens.erase(current->opens.begin());
@@ -83,8 +97,10 @@ private:
 
     static BOOL WINAPI close(HANDLE handle)
     {
-        current->isClosed |= handle == current->handle_;
-        return current->close_.original<decltype(CloseHandle)>()(handle);
+        if (handle == deviceHandle) {
+            isClosed = true;
+        }
+        return systemClose(handle);
     }
 
     static BOOL WINAPI memory(HANDLE, PROCESS_MEMORY_COUNTERS *counters, DWORD)
@@ -95,8 +111,11 @@ private:
     }
 
     static inline ScriptedDevice *current = nullptr;
+    static inline std::atomic<HANDLE> deviceHandle = nullptr;
+    // Not by way of the import table, where the stand-ins are.
+    static inline const auto systemOpen = systemRoutine<decltype(CreateFileW)>("CreateFileW");
+    static inline const auto systemClose = systemRoutine<decltype(CloseHandle)>("CloseHandle");
     const ReplacedCall open_{"CreateFileW", open};
-    HANDLE handle_ = nullptr;
     const ReplacedCall close_{"CloseHandle", close};
     const ReplacedCall control_{"DeviceIoControl", control};
     const ReplacedCall memory_{"K32GetProcessMemoryInfo", memory};
