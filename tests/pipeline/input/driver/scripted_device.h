@@ -17,8 +17,8 @@ struct Answer
 
 /// Answers the calls that open and use the device as a script says; one at a time.
 ///
-/// Any thread of the program may open or close something of its own meanwhile, and still be on its way through
-/// the stand-in when the object has gone: what those two touch lives on.
+/// Any thread of the program may open or close something of its own meanwhile, and still be on its way
+/// through the stand-in when the object has gone: what those two touch lives on.
 class ScriptedDevice
 {
 public:
