@@ -232,6 +232,10 @@ void refuseForeignFile(const Str &path)
                                          FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING,
                                          FilePermissions::Private)
                                   .release());
+    // A console or a pipe would be waited on for what it holds.
+    if (file.isOpen() && GetFileType(file.get()) != FILE_TYPE_DISK) {
+        throw ComponentException(Str::concat(path, ": this is no file on a disk"));
+    }
     char bytes[capture_format::kMagic.size()];
     DWORD count = 0;
     if (file.isOpen() && ReadFile(file.get(), bytes, sizeof bytes, &count, nullptr) == 0) {
