@@ -4,14 +4,13 @@
 
 #include <array>
 #include <cstdint>
-#include <cstring>
 #include <string_view>
 
 namespace velmox {
 
 namespace {
 
-/// What is written for one byte.
+/// What is written for one byte; nothing for the NUL, which ends a text.
 struct Escape
 {
     char text[7];
@@ -31,6 +30,9 @@ constexpr Escape escapeOf(unsigned char byte)
 {
     constexpr char kDigits[] = "0123456789ABCDEF";
     const char plain = static_cast<char>(byte);
+    if (plain == '\0') {
+        return {};
+    }
     if (const std::string_view entity = xmlEntityOf(plain); !entity.empty()) {
         return makeEscape(entity);
     }
@@ -71,18 +73,19 @@ constexpr Element kElements[] = {
 /// Appends the text up to its first NUL. Most of it stands for itself, and is copied by the stretch.
 void appendEscaped(Str &out, const Str &text)
 {
-    const char *const end = text.c_str() + std::strlen(text.c_str());
-    for (const char *at = text.c_str(); at != end; ++at) {
+    const char *at = text.c_str();
+    for (;;) {
         const char *const plain = at;
-        while (at != end && kEscapes[static_cast<unsigned char>(*at)].length == 1) {
+        while (kEscapes[static_cast<unsigned char>(*at)].length == 1) {
             ++at;
         }
         out.append(plain, static_cast<std::size_t>(at - plain));
-        if (at == end) {
+        const Escape &escape = kEscapes[static_cast<unsigned char>(*at)];
+        if (escape.length == 0) {
             return;
         }
-        const Escape &escape = kEscapes[static_cast<unsigned char>(*at)];
         out.append(escape.text, escape.length);
+        ++at;
     }
 }
 
