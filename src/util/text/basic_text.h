@@ -47,6 +47,7 @@ public:
     const Unit *data() const { return units_.data(); }
     Unit *data() { return units_.data(); }
     View view() const { return units_; }
+    /// So that a text goes wherever a view is asked for; the view holds as long as the text stands unchanged.
     operator View() const { return units_; }
 
     iterator begin() { return units_.begin(); }
@@ -81,6 +82,7 @@ public:
 
     void push_back(Unit unit)
     {
+        // Short of its capacity a text cannot meet the limit, so that the usual case costs one comparison.
         if (size() == capacity()) {
             checkLength(1, size());
         }
@@ -147,6 +149,8 @@ public:
     bool endsWith(View text) const { return units_.ends_with(text); }
     int compare(View text) const { return units_.compare(text); }
 
+    // Each operand has a form of its own: a literal converts to Derived as well as to View, and with fewer
+    // forms the comparison with it would be ambiguous.
     friend bool operator==(const Derived &a, const Derived &b) { return a.units_ == b.units_; }
     friend bool operator==(const Derived &a, View b) { return a.units_ == b; }
     friend bool operator==(const Derived &a, const Unit *b) { return a.units_ == b; }
@@ -157,6 +161,8 @@ public:
 private:
     Derived &self() { return static_cast<Derived &>(*this); }
 
+    // Thrown here and not by the library, whose texts name its own operations ("basic_string::substr: ..."):
+    // these two end in log lines, and people know them.
     [[noreturn]] static void throwPosition() { throw std::out_of_range("invalid string position"); }
     void checkPosition(std::size_t position) const
     {
@@ -166,6 +172,7 @@ private:
     }
     static void checkLength(std::size_t added, std::size_t standing = 0)
     {
+        // Compared without adding, which could wrap.
         if (added > Storage().max_size() - standing) {
             throw std::length_error("string too long");
         }

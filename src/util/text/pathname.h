@@ -31,6 +31,8 @@ class Pathname : public WideStr
 public:
     using WideStr::WideStr;
 
+    /// The one separator that paths are made with. What comes from outside may have slashes; the operations
+    /// that know both kinds say so.
     static constexpr char16_t kSeparator = u'\\';
 
     Pathname() = default;

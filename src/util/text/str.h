@@ -32,6 +32,7 @@ public:
     using BasicText::compare;
     using BasicText::startsWith;
 
+    /// For a split that ends only with its text.
     static constexpr unsigned kNoLimit = ~0u;
 
     /// Appends UTF-16 as UTF-8. Half a surrogate becomes U+FFFD. `length` counts 16-bit units.
@@ -86,6 +87,7 @@ public:
     /// Replaces left to right, resuming behind what was put in; returns the count. An empty `find` does
     /// nothing.
     std::size_t replaceAll(const Str &find, const Str &with);
+    /// Overwrites each member byte and returns how many there were.
     std::size_t replaceChars(const CharSet &set, char with);
     void trim(const CharSet &set = CharSet::blanks(), bool left = true, bool right = true);
     Str trimmed(const CharSet &set = CharSet::blanks(), bool left = true, bool right = true) const
@@ -96,6 +98,8 @@ public:
     void unquote(char quote);
     static Str concat(const Str &a, const Str &b);
 
+    /// By the Unicode standard's table of well-formed sequences: no overlong form, no surrogate, nothing
+    /// beyond U+10FFFF. Empty text is valid.
     static bool isValidUtf8(const char *text, std::size_t length);
     /// Decodes in place; false, with the text as it was, when the decoded bytes are not valid UTF-8.
     bool urlDecode();

@@ -35,6 +35,7 @@ Str forEachEscapedPiece(const Str &text, char separator, OnPiece onPiece)
     Str piece;
     for (std::size_t at = 0; at < text.size(); ++at) {
         if (text[at] == '\\') {
+            // A backslash at the very end escapes nothing, and is dropped.
             if (++at == text.size()) {
                 break;
             }
