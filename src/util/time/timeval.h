@@ -53,8 +53,9 @@ public:
 
     /// Whole seconds since 1970, 0 for earlier stamps.
     std::int64_t toUnixSeconds() const;
+    /// Whole seconds, negative when the other moment is later.
     std::int64_t secondsSince(const Timeval &other) const;
-    /// Rounded up.
+    /// Rounded up, so that waiting that long is enough; negative when the other moment is later.
     std::int64_t millisecondsSince(const Timeval &other) const;
 
     /// Local date and time in the C run-time library's fixed layout, or a word for what has none.
@@ -67,7 +68,8 @@ public:
     void toGmt(GmtStructTm &out) const;
     void toLocal(LocalStructTm &out) const;
     void toLocalHires(LocalStructTmHires &out) const;
-    /// The same in silence, for what a warning would come back to; false when out of range.
+    /// The same without a warning, for the log itself: each of its lines needs a date, a line that warns of a
+    /// date too. False when out of range.
     bool toLocalHiresQuietly(LocalStructTmHires &out) const;
     void toZone(const ZoneSource &zone, StructTmInTimezone &out) const;
     void toZoneHires(const ZoneSource &zone, StructTmInTimezoneHires &out) const;
