@@ -7,6 +7,7 @@ namespace velmox {
 void WritableUnicodeStream::write(const char *utf8, std::size_t length)
 {
     if (length != 0) {
+        // What waits for the other half of a surrogate pair cannot be completed by UTF-8.
         finishUtf16();
     }
     for (std::size_t at = 0; at < length; ++at) {
@@ -41,6 +42,7 @@ void WritableUnicodeStream::finishCharacter()
 
 void WritableUnicodeStream::takeUtf8(unsigned char byte)
 {
+    // One byte at a time, with the state in members: a call may end inside a character, and the next goes on.
     if (missing_ == 0) {
         beginUtf8(byte);
     } else if (!isUtf8Continuation(byte)) {
@@ -101,6 +103,8 @@ void WritableUnicodeStream::finishUtf16()
     }
 }
 
+// At the first character and not before: until then the encoding may be set, and a stream to which nothing
+// was written leaves an empty file, without a mark.
 void WritableUnicodeStream::start()
 {
     started_ = true;
@@ -139,6 +143,7 @@ void WritableUnicodeStream::putCharacter(char32_t c)
     if (!started_) {
         start();
     }
+    // What ends its lines with CR LF already is not given a second CR.
     if (c == '\n' && !afterCr_ && (encoding_ & kCrLfFlag) != 0) {
         (this->*output_)('\r');
     }
