@@ -13,6 +13,8 @@ namespace velmox {
 
 namespace {
 
+// In bytes. A message longer than the first is shown in the second, unless its logger or the pattern says
+// otherwise; the third is all that is shown of a thread's name.
 constexpr std::size_t kLongMessage = 16384;
 constexpr std::size_t kCompressedMessage = 100;
 constexpr std::size_t kLongestThreadName = 100;
@@ -57,6 +59,7 @@ void appendDate(const TimeFormatter &format, std::uint64_t time, Str &out)
 
 std::uint64_t millisecondsSinceStart(const LogRecord &record)
 {
+    // Somebody may have set the clock back since the start.
     const std::uint64_t time = std::max(record.time, record.startTime);
     return static_cast<std::uint64_t>(Timeval(time).millisecondsSince(Timeval(record.startTime)));
 }
@@ -146,6 +149,7 @@ private:
             atom.pad = '0';
         }
         atom.minimumWidth = width();
+        // A point without digits says nothing, and is passed over.
         if (takeIf('.') && atDigit()) {
             atom.maximumWidth = width();
         }
@@ -154,6 +158,7 @@ private:
         }
         const char letter = take();
         const StrSegment text = argument();
+        // The literal in front goes first; what is behind a letter that is not known joins it.
         if (choose(letter, text, atom)) {
             endLiteral();
             atoms_.push_back(std::move(atom));
@@ -287,6 +292,7 @@ void LogLayout::fitToWidth(const Atom &atom, std::size_t start, Str &out)
     }
 }
 
+// The shared layouts are never destroyed, for static destructors log too.
 std::shared_ptr<const LogLayout> LogLayout::plain()
 {
     static const auto &layout = *new std::shared_ptr<const LogLayout>(new LogLayout("%m%n"));

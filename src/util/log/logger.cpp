@@ -33,6 +33,7 @@ void formatMessage(Str &out, unsigned error, LogFormatCallback *callback, const 
         out.vformatWithError(error, fmt, args);
         return;
     }
+    // Into a text of its own, for formatting clears first what the callback has put there.
     Str body;
     out.clear();
     callback->before(out);
@@ -116,6 +117,8 @@ void Logger::enter()
     next_ = list.first;
     list.first = this;
     isListed_ = true;
+    // Asked with the lock held, as `bindAll` sets it: a logger is either in the list by then, or finds it
+    // set.
     if (configured.load(std::memory_order_acquire)) {
         bind();
     }
@@ -176,6 +179,7 @@ void Logger::reset(LogFileSystem *files)
     LoggerList &list = loggers();
     const std::lock_guard held(list.lock);
     for (Logger *logger = list.first; logger; logger = logger->next_) {
+        // Before the categories go, which the loggers point to.
         logger->bindTo(nullptr);
     }
     LogSystem::instance().categories().reset();
@@ -273,6 +277,7 @@ bool Logger::deliver(LogLevel level, const Str &message, const FailedAppenders *
     LogRecord record{platform::systemTime(),  system.startTime(), name_, level,
                      truncatesLongMessages(), system.threadName()};
     Str escaped;
+    // Most messages have no line end, and need no copy.
     const bool escapes = escapesLineEnds() && message.findFirst(CharSet::lineEnds(), 0, true) >= 0;
     if (escapes) {
         escaped = withVisibleLineEnds(message);
@@ -327,6 +332,8 @@ void Logger::log(LogLevel level, const char *fmt, ...)
     }
 }
 
+// Each form tests the level itself, first of all: a message that is off costs a load and a comparison, and
+// its arguments are not even walked.
 void Logger::debug(const char *fmt, ...)
 {
     if (isWritten(LogLevel::Debug)) {
@@ -371,6 +378,7 @@ LogStream::~LogStream()
 {
     if (logger_ && !text_.empty()) {
         WholeText text(text_);
+        // Never read: the format is empty, and the text comes from the callback.
         std::va_list none{};
         logger_->log(level_, &text, "", none);
     }
