@@ -54,6 +54,7 @@ public:
 private:
     class WaiterScope;
 
+    /// Taken behind the mutex that a caller holds, and held for the lists alone, never over a wait.
     CriticalSection listsLock_;
     ConditionWaiterList waiting_; // under listsLock_
     ConditionWaiterList free_;    // under listsLock_

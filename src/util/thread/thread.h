@@ -137,6 +137,8 @@ private:
     void cancelUnderLock();
     void stopBeforeDestruction();
 
+    // Destroyed from the last to the first: when the handle goes, whose closing may raise, all the rest has
+    // gone.
     thread_primitives::CheckedHandle handle_;  // null for the main thread
     JoinState didJoin_ = JoinState::NotJoined; // under allThreadsLock
     unsigned threadId_ = 0;
