@@ -61,6 +61,7 @@ bool DbgHelp::canWalk() const
            symFunctionTableAccess64 && symGetModuleBase64 && stackWalk64;
 }
 
+/// A recursion without an end would fill the report; its innermost frames show what it is.
 constexpr unsigned kMostFrames = 200;
 constexpr DWORD kMostNameBytes = 512;
 
@@ -87,7 +88,9 @@ public:
     {
         dbgHelp_.symSetOptions(SYMOPT_UNDNAME | SYMOPT_DEFERRED_LOADS | SYMOPT_LOAD_LINES |
                                SYMOPT_FAIL_CRITICAL_ERRORS);
+        // TRUE has it take in the modules that are loaded now.
         dbgHelp_.symInitialize(process_, nullptr, TRUE);
+        // Where the walk begins; on x86-64 it goes on by the unwind data of each function.
         frame_.AddrPC = {context.Rip, 0, AddrModeFlat};
         frame_.AddrStack = {context.Rsp, 0, AddrModeFlat};
         frame_.AddrFrame = {context.Rbp, 0, AddrModeFlat};
@@ -192,6 +195,7 @@ bool writeMiniDump(const wchar_t *path, DWORD threadId, EXCEPTION_POINTERS *exce
     if (!file.isValid()) {
         return false;
     }
+    // FALSE: the pointers are this process's own.
     MINIDUMP_EXCEPTION_INFORMATION information{threadId, exception, FALSE};
     return dbgHelp.miniDumpWriteDump(GetCurrentProcess(), GetCurrentProcessId(), file.get(), MiniDumpNormal,
                                      &information, nullptr, nullptr);
