@@ -51,6 +51,7 @@ public:
         if (at >= words_.size()) {
             return kNone;
         }
+        // Members below `from` may stand in its word; they are cut off.
         std::uint64_t word = words_[at] & ~std::uint64_t{0} << from % 64;
         while (word == 0) {
             if (++at == words_.size()) {

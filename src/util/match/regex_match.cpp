@@ -10,6 +10,7 @@ const StrSegment &RegexMatch::group(std::size_t index) const
         return whole_;
     }
     if (index > groups_.size()) {
+        // The words name the place in the vector, one less than the group.
         throw RegexException(Str::fromFormat("IndexOutOfBounds Exception: idx = %u, size = %u",
                                              static_cast<unsigned>(index - 1),
                                              static_cast<unsigned>(groups_.size())));

@@ -34,6 +34,7 @@ public:
         if (filter == nullptr) {
             return;
         }
+        // The older one is not deleted: whether anybody else has it, is not known here.
         Filter *&entry = byName_[filter->name];
         std::erase(filters_, entry);
         entry = filter;
@@ -77,7 +78,8 @@ public:
     bool ownsFilters() const { return ownsFilters_; }
 
 protected:
-    /// Counts a call; true for one before which the order is to be made anew.
+    /// Counts a call; true for one before which the order is to be made anew, the first time for the one
+    /// behind a whole interval.
     bool isResortDue() { return sinceResort_++ >= resortInterval_; }
 
     void resort()
