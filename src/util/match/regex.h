@@ -11,7 +11,7 @@ namespace velmox {
 
 // The room of matching: regular expressions over UTF-8 (this header; regex_program.h makes them quick), what
 // a text must hold to match one (required_literals.h), which of many may match a text (literal_index.h), and
-// filters with lists that put themselves in order (smart_filter_list.h). PCRE is known to this room alone.
+// filters with lists that put themselves in order (smart_filter_list.h).
 class RegexProgram;
 
 /// A pattern that does not compile, with PCRE's reason, or a group that a match does not have.

@@ -48,8 +48,8 @@ void CountedTlsSlot::enter()
             thread_primitives::reportFailure("TlsAlloc");
         }
         State none = 0;
-        // Slot and count are published in one step: whoever sees the slot is counted against a number that
-        // holds it.
+        // Slot and count change in one step: nobody is counted without a slot, or reads a slot that no count
+        // keeps.
         if (state_.compare_exchange_strong(none, State{slot} << 32 | 1)) {
             return;
         }
