@@ -39,6 +39,7 @@ public:
 
     bool finish(const Str &text) const
     {
+        // In the other two states the text may end: behind a list, or where no name has begun.
         if (state_ == State::BeforeList || state_ == State::Role) {
             log.warn("Parsing found an incomplete permission string [%d]: %s", static_cast<int>(state_),
                      text.c_str());
@@ -63,6 +64,8 @@ private:
 
     bool takeInName(char byte)
     {
+        // Whatever comes before the colon is the name, brackets too; text that never meets one is told at the
+        // end.
         if (byte != ':') {
             buffer_ += byte;
             return true;
@@ -143,6 +146,8 @@ public:
         std::weak_ptr<const ConfAcl> &entry = entries_[capabilities];
         ConfAclPtr acl = entry.lock();
         if (!acl) {
+            // The table keeps the capabilities as its key, and no claim to the object: that goes with its
+            // last user.
             acl = std::make_shared<const ConfAcl>(std::move(capabilities));
             entry = acl;
         }

@@ -88,6 +88,7 @@ Str ConfPathMetadata::toStr() const
 {
     Str text = "{ ";
     text << (access ? access->toStr() : Str()) << " }";
+    // Logs have words of their own for this, which are not those of the files, "system" and "none".
     if (exported != ConfExport::NotSet) {
         text << ", export: " << (exported == ConfExport::System ? "global" : "app");
     }
