@@ -54,6 +54,7 @@ private:
     std::vector<std::unique_ptr<Regex>> blacklist_;
     bool sharedStorage_ = false;
     Pathname storage_;
+    // Defaults, in milliseconds.
     std::uint64_t lockTimeoutMs_ = 10000;
     bool lockLogging_ = false;
     std::uint64_t rebuildPollMs_ = 0;

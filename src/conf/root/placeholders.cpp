@@ -10,6 +10,8 @@ namespace velmox {
 
 namespace {
 
+/// A name between two dollar signs, with options in braces behind it. Neither sign may stand beside another:
+/// a doubled one is text.
 constexpr char kPlaceholder[] = R"((?<!\$)\$([\w.*#\-]+)(?:\{([^}]+)\})?\$(?!\$))";
 
 const Regex &placeholderRegex()
@@ -94,6 +96,7 @@ Regex nameRegex(const Str &wildcard)
 {
     Str pattern;
     Regex::escape(wildcard, pattern);
+    // Of the escaped name only the two wildcards get a meaning back.
     pattern.replaceAll("\\*", ".*");
     pattern.replaceAll("\\#", "\\d+");
     return Regex(pattern, false, 0);
@@ -115,6 +118,7 @@ public:
 
     Str expand(const Str &text)
     {
+        // `Regex` takes valid UTF-8 alone; what is none has no placeholders.
         const bool searchable = Str::isValidUtf8(text.data(), text.size());
         Str out;
         StrSegment rest(text);
@@ -185,6 +189,7 @@ private:
         if (!options.recurse.toBool(true, true)) {
             return value;
         }
+        // Through others too: whatever is open here would be expanded without an end.
         if (std::find(open_.begin(), open_.end(), name) != open_.end()) {
             fail(name, "The variable refers to itself.");
         }

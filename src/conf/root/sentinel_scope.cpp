@@ -45,6 +45,7 @@ void note(const Pathname &sentinel, const Str &purpose)
 {
     Str line =
         Str::fromFormat("%s %s: %s", Timeval::now().toStr().c_str(), ownerText().c_str(), purpose.c_str());
+    // The owner's text has process and host on a line each.
     line.replaceAll("\n", " ");
     line << '\n';
     FileStar file = openFile(sentinel, "a");

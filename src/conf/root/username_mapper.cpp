@@ -74,9 +74,12 @@ Str UsernameMapper::makeSafeName(const Str &name)
 {
     Str safe = name;
     safe.replaceChars(kUnsafeInNames, '_');
+    // Still, or only now: "nul" holds no unsafe character.
     if (isReservedName(safe)) {
         safe = Str::concat("_", safe);
     }
+    // Names that differ only in what was replaced get directories of their own by their digests. MD5 will do,
+    // as no secret hangs on it.
     safe << '.';
     appendMd5(name, safe);
     return safe.lowered();
@@ -120,6 +123,7 @@ bool UsernameMapper::trueName(const Str &safeName, Str &out)
 /// Another thread, or another host, may have been quicker.
 bool UsernameMapper::record(const Str &user, Str &safeName)
 {
+    // Ahead of the lock: it waits for other hosts, which is not to stop the threads of this one.
     const SentinelScope scope(setup_, settings_, Str("mapping username: ") << user);
     const std::lock_guard guard(lock_);
     if (settings_.isSharedStorageMode()) {
