@@ -59,6 +59,7 @@ public:
     const_iterator begin() const { return items_.begin(); }
     const_iterator end() const { return items_.end(); }
 
+    /// `end()` when it is not there.
     iterator find(std::string_view key)
     {
         const auto found = index_.find(LookUp::of(key));

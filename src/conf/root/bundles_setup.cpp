@@ -50,6 +50,7 @@ Pathname BundlesSetup::usersDir() const
 
 Pathname BundlesSetup::slaveAppsDir() const
 {
+    // Never on shared storage: what another host hands out, each host keeps for itself.
     return orElse(slaveApps_, root().join("slave-apps"));
 }
 

@@ -52,6 +52,7 @@ void setOption(Options &options, const Str &variable, std::string_view option)
     const std::size_t equals = option.find('=');
     const Str name = Str(option.substr(0, equals)).trimmed();
     for (const OptionName &known : kOptionNames) {
+        // A name without a sign is no option either.
         if (name == known.name && equals != option.npos) {
             Str &value = options.*known.value;
             value = Str(option.substr(equals + 1));
@@ -147,6 +148,7 @@ private:
         if (value) {
             return *value;
         }
+        // A word that is neither yes nor no counts as yes: better an error than a place that nobody meant.
         if (options.required.toBool(false, true)) {
             fail(name, "Could not find variable in the argument map.");
         }

@@ -59,6 +59,7 @@ Target examineTarget(const FileHandle &source, const Pathname &to)
     const FileHandle target = openExisting(to, FILE_READ_ATTRIBUTES);
     if (!target.isValid()) {
         const DWORD error = GetLastError();
+        // A missing folder is for the creation to tell, which comes next.
         return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ? Target::Absent
                                                                               : Target::Unknown;
     }

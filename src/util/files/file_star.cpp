@@ -143,6 +143,7 @@ bool FileStar::close()
 bool FileStar::readLine(Str &out)
 {
     out.clear();
+    // Bytes gather here first: to append each by itself would cost more than to read it.
     char piece[256];
     std::size_t length = 0;
     int byte = EOF;

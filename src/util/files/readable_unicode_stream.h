@@ -75,6 +75,7 @@ private:
     char32_t decodeUtf32(bool bigEndian);
     char32_t nextUnit(unsigned bytes, bool bigEndian);
 
+    /// Bytes. Enough for the mark and some units behind it, by which UTF-32 is told from UTF-16.
     static constexpr std::size_t kHeadSize = 64;
 
     TextEncodingWord encoding_ = kDefaultEncodingWord;

@@ -150,6 +150,7 @@ void Logger::bindTo(LogCategory *category)
 
 void Logger::bindAll()
 {
+    // Made before the lock is taken, as its constructor takes it too.
     ownLogger();
     LoggerList &list = loggers();
     const std::lock_guard held(list.lock);
@@ -297,6 +298,7 @@ bool Logger::deliver(LogLevel level, const Str &message, const FailedAppenders *
             LogReports reports;
             written |= appender->append(record, escapes ? escaped : message, reports);
             const FailedAppenders withThis{appender, failed};
+            // This comes to an end: each round leaves out one appender more.
             report(reports, &withThis);
         }
     }

@@ -18,7 +18,7 @@ public:
     void insert(std::size_t number) { words_[number / 64] |= std::uint64_t{1} << number % 64; }
     bool contains(std::size_t number) const { return (words_[number / 64] >> number % 64 & 1) != 0; }
 
-    // The other set has the same bound.
+    // The other set has the same bound. The loops have no way out, so that they go over many words at a time.
     BitSet &operator|=(const BitSet &other)
     {
         for (std::size_t i = 0; i < words_.size(); ++i) {

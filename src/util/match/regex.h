@@ -68,7 +68,9 @@ public:
     /// Whether the pattern can match only at the start of a subject.
     bool isAnchored() const { return anchored_; }
     const Str &pattern() const { return pattern_; }
+    /// The number of groups besides the whole match.
     int captureCount() const { return captureCount_; }
+    /// The numbers of the groups that have names.
     const std::map<Str, unsigned> &groupNames() const { return groupNames_; }
 
 private:

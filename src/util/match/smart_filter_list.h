@@ -75,6 +75,7 @@ public:
     /// In the order of evaluation.
     const std::vector<Filter *> &filters() const { return filters_; }
     const std::map<Str, Filter *> &byName() const { return byName_; }
+    /// As the maker said. What is deleted in the end, `addFilter` was told for each filter.
     bool ownsFilters() const { return ownsFilters_; }
 
 protected:

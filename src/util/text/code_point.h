@@ -9,9 +9,13 @@ namespace velmox {
 // continuations of UTF-8. All of it is arithmetic; the table of cases is in str_case.cpp.
 
 inline constexpr char32_t kLastCodePoint = 0x10FFFF;
+/// Stands for what could not be decoded.
 inline constexpr char32_t kReplacementCharacter = 0xFFFD;
+/// Tells the encoding at the beginning of a text; elsewhere it is a blank of no width, which Unicode advises
+/// against.
 inline constexpr char32_t kByteOrderMark = 0xFEFF;
 
+/// The first and the second unit of the pair by which UTF-16 writes a character beyond U+FFFF.
 constexpr bool isHighSurrogate(char32_t unit)
 {
     return (unit & ~char32_t{0x3FF}) == 0xD800;
@@ -22,6 +26,7 @@ constexpr bool isLowSurrogate(char32_t unit)
     return (unit & ~char32_t{0x3FF}) == 0xDC00;
 }
 
+/// The character of a pair; both must be of their kind.
 constexpr char32_t combineSurrogates(char32_t high, char32_t low)
 {
     return 0x10000 + ((high & 0x3FF) << 10 | (low & 0x3FF));
@@ -44,6 +49,7 @@ constexpr bool isAsciiUtf16(std::u16string_view text)
     return all < 0x80;
 }
 
+/// A byte of the form 10xxxxxx.
 constexpr bool isUtf8Continuation(unsigned byte)
 {
     return (byte & 0xC0) == 0x80;

@@ -8,6 +8,7 @@
 
 namespace velmox {
 
+/// What Windows itself takes for a separator.
 constexpr bool isSlash(char16_t unit)
 {
     return unit == u'\\' || unit == u'/';

@@ -43,6 +43,7 @@ public:
     void appendUtf16Lowered(std::u16string_view text);
 
     /// Clears, then formats by the C run-time library's format language; `append...` keeps what stands.
+    /// Without the sizes z, t, j and hh, which older versions of that library on Windows misread.
     ///
     /// The argument list must not refer to this string's own text.
     void format(const char *fmt, ...) VELMOX_PRINTF(2, 3);
@@ -62,6 +63,7 @@ public:
     /// Appends the system's text of an error code, without its closing line end.
     void appendErrorText(unsigned error);
 
+    /// Append; numbers in decimal, a bool as 1 or 0, a double with six decimals, an exception as its text.
     Str &operator<<(const Str &text) { return append(text); }
     Str &operator<<(std::string_view text) { return append(text); }
     Str &operator<<(const char *text) { return append(text); }
@@ -89,6 +91,7 @@ public:
     std::size_t replaceAll(const Str &find, const Str &with);
     /// Overwrites each member byte and returns how many there were.
     std::size_t replaceChars(const CharSet &set, char with);
+    /// Removes members of the set at the chosen ends.
     void trim(const CharSet &set = CharSet::blanks(), bool left = true, bool right = true);
     Str trimmed(const CharSet &set = CharSet::blanks(), bool left = true, bool right = true) const
     {
@@ -96,6 +99,7 @@ public:
     }
     /// Removes the first and the last byte when both equal `quote`; one lone quote stays.
     void unquote(char quote);
+    /// In one allocation.
     static Str concat(const Str &a, const Str &b);
 
     /// By the Unicode standard's table of well-formed sequences: no overlong form, no surrogate, nothing
@@ -118,7 +122,8 @@ public:
     Str lowered() const;
     Str uppered() const;
 
-    /// The whole text as a number, or `dflt` when it is empty, has anything left over, or is out of range.
+    /// The whole text as a number, or `dflt` when it is empty, has anything left over, or is out of range. By
+    /// the rule of the C run-time library: white space may stand in front, but not behind.
     long long toInt64(long long dflt, int base = 10) const;
     unsigned long long toUInt64(unsigned long long dflt, int base = 10) const;
     int toInt(int dflt, int base = 10) const;

@@ -13,7 +13,8 @@ namespace {
 constexpr std::size_t kStackBuffer = 256;
 
 #ifdef _WIN32
-/// The C run-time library's own formatter; a negative result says that the text was cut.
+/// The C run-time library's own formatter; a negative result says that the text was cut. Without _TRUNCATE a
+/// text that is too long would be for the library's handler of bad arguments.
 int formatBounded(char *buffer, std::size_t size, const char *fmt, std::va_list args)
 {
     return _vsnprintf_s(buffer, size, _TRUNCATE, fmt, args);

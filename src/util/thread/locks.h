@@ -32,6 +32,7 @@ public:
     Mutex();
     ~Mutex() noexcept { handle_.closeWithoutRaising(); }
 
+    /// Waits without a limit.
     void lock() { thread_primitives::waitForObject(handle()); }
     void unlock();
     /// False when another thread holds it.

@@ -45,6 +45,7 @@ bool waitForObject(HANDLE object, DWORD milliseconds);
 void signalAndWait(HANDLE released, HANDLE object);
 bool signalAndWait(HANDLE released, HANDLE object, DWORD milliseconds);
 
+/// Without a name, and clear. The caller closes it; null only while failures are ignored.
 HANDLE createAutoResetEvent();
 void setEvent(HANDLE event);
 

@@ -31,6 +31,8 @@ struct Composite
     std::string_view expansion;
 };
 
+// The letters of strftime; those that GNU date adds: k, l, P, s and N; and of other formatters Q, f and q for
+// fractions of 3, 6 and 6 digits, though to GNU date q is the quarter.
 constexpr Letter kLetters[] = {
     {'Y', Kind::Year, Padding::Zeros, 4},
     {'o', Kind::Year, Padding::Zeros, 4},
@@ -97,7 +99,8 @@ constexpr Letter kColonOffsets[] = {
     {'z', Kind::OffsetShortest, Padding::Zeros, 0},
 };
 
-/// What the modifiers `E` and `O` may stand in front of.
+// What the modifiers `E` and `O` may stand in front of. They are for locales with eras and digits of their
+// own, and change nothing here, but that `Ez` is the offset in minutes.
 constexpr std::string_view kLettersOfE = "YCyz";
 constexpr std::string_view kCompositesOfE = "cxX";
 constexpr std::string_view kLettersOfO = "ymUWVdwuHIMS";
@@ -190,6 +193,8 @@ private:
         const std::string_view text = rest_.substr(0, rest_.find('%'));
         rest_.remove_prefix(text.size());
         if (composite_) {
+            // The text of an expansion is in kSeparators, so that the literals hold only what the format
+            // itself says.
             atoms_.push_back(separator(text));
         } else {
             addLiteral(text);

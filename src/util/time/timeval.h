@@ -32,6 +32,7 @@ public:
     constexpr Timeval() = default;
     constexpr explicit Timeval(std::uint64_t ticks) : ticks_(ticks) {}
 
+    /// By the clock of the system, which goes in steps of up to 16 ms and may be set back.
     static Timeval now();
     /// The stamp as records keep it, the low half first.
     static constexpr Timeval fromHalves(std::uint32_t low, std::uint32_t high)
