@@ -89,6 +89,7 @@ public:
     const IniEntry *findKey(std::string_view key) const;
     /// Adds the key at the end; false, with everything left as it was, when it is there.
     bool insertKey(const Str &key, const Str &value, StrVector comments = {});
+    /// False when it is not there.
     bool removeKey(std::string_view key) { return keys_.erase(key); }
     /// Adds the other's keys that this stanza lacks.
     void merge(const IniStanza &other);

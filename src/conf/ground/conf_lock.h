@@ -85,7 +85,6 @@ public:
     /// Removes one of an entry that is held.
     void remove(const Entry &entry)
     {
-        // The latest of equal ones, as scopes end in the reverse of their order.
         const auto last = std::find(entries_->rbegin(), entries_->rend(), entry);
         entries_->erase(std::next(last).base());
         if (entries_->empty()) {

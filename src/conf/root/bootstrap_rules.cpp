@@ -31,6 +31,7 @@ Pathname appDirectory(const BundlesSetup &setup, const Str &app)
 
 PlaceholderVariables BootstrapRules::variables() const
 {
+    // Literally, because a dollar sign in a folder's name is no placeholder.
     const auto literal = [](const Pathname &path) { return placeholderLiteral(path.toStr()); };
     PlaceholderVariables variables = {
         {"apps-base", literal(setup_.appsDir())},

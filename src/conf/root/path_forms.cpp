@@ -82,7 +82,7 @@ bool levelsBelow(const Pathname &path, const Pathname &folder, std::vector<Pathn
     std::vector<Pathname> folders;
     path.split(names);
     folder.split(folders);
-    // By levels, for as texts "C:\apps2" would lie below "C:\apps".
+    // By levels: as texts, "C:\apps2" would lie below "C:\apps".
     if (names.size() < folders.size()) {
         return false;
     }

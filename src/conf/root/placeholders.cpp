@@ -168,6 +168,7 @@ private:
     {
         const Regex names = nameRegex(name);
         const Regex keys = keyRegex(name, options);
+        // Nothing at all is told from an empty list: it is what the default and the error are for.
         std::optional<Str> list;
         for (const auto &[key, value] : variables_) {
             if (names.matchesAll(key) && keys.matchesAll(key)) {

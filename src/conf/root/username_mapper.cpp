@@ -51,6 +51,7 @@ bool ensureExists(const Pathname &file)
         log.error("Cannot create directory: %s: %m", directoryName.c_str());
         return false;
     }
+    // Without emptying it: another process may have made it, and written to it, since it was looked for.
     if (!openFile(file, "a").isOpen()) {
         log.error("Cannot create username mapping file: %s: %m", name.c_str());
         return false;
@@ -182,6 +183,7 @@ bool UsernameMapper::lookUpTrueName(const Str &safeName, Str &out, LogLevel leve
         return false;
     }
     for (const auto &[key, value, entry] : *stanza) {
+        // One after the other, as few users have names that need this.
         if (safeName.compareCaseless(Str(value)) == 0) {
             out = Str(key);
             return true;

@@ -102,7 +102,7 @@ private:
 
     void addRole(Str role)
     {
-        // A role that is no text has no holder; the others of the list are not to suffer for it.
+        // Nobody has a role that is no valid text; the others of the list count all the same.
         if (!role.urlDecode()) {
             log.error("Cannot decode role: %s", role.c_str());
             return;
@@ -197,6 +197,7 @@ Str permissionText(const ConfAcl::Capabilities &capabilities)
 {
     Str text;
     for (const auto &[name, roles] : capabilities) {
+        // Names are the system's own words: only roles, which people choose, need a code.
         text << (text.empty() ? "" : ", ") << name << " : [ ";
         const char *separator = "";
         for (const Str &role : roles) {

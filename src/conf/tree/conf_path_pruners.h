@@ -143,7 +143,7 @@ private:
 /// Removes what users have for apps that are gone, the type "app" too.
 ///
 /// Where hosts share their storage, an app taken off it leaves the directories behind in which users kept
-/// settings for it. They must not come to life again on the host that still has a directory by that name
+/// settings for it. They must not count again on the host that still has a directory by that name
 /// alone. Shared settings vanish with the app's own directory, so only private ones can be left over.
 class DanglingDataPruner : public ConfPathTriePruner
 {

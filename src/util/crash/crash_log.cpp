@@ -25,8 +25,8 @@ constexpr UINT kUncaughtException = 3; // the code of abort()
 // ever.
 constexpr DWORD kReportLimit = 60'000;
 /// Bytes of stack for the thread that reports for one whose stack is used up. Without a number it would get
-/// what the program is linked with, 128 MiB for the longest key paths, and some systems put all of a thread's
-/// stack into the dump.
+/// what the program is linked with, 128 MiB for the longest key paths, and Wine puts all of a thread's stack
+/// into the dump.
 constexpr SIZE_T kReportStack = 1u << 20;
 
 /// Set by arming and never freed; null before.
@@ -97,7 +97,7 @@ private:
     FileHandle file_;
 };
 
-/// Last, for it is what is likeliest to fail; the text file is complete without it.
+/// Last, as it is what is likeliest to fail; the text file is complete without it.
 void writeDump(CrashFile &file, const CrashFacts &facts)
 {
     if (file.path() == nullptr) {
@@ -123,7 +123,7 @@ DWORD WINAPI writeLogAndDump(void *argument)
     return 0;
 }
 
-/// For a thread whose stack is used up. A limit, for the loader's lock may be held, without which no thread
+/// For a thread whose stack is used up. A limit, as the loader's lock may be held, without which no thread
 /// begins.
 void writeOnAnotherThread(CrashFacts &facts)
 {
@@ -240,7 +240,7 @@ void logInvalidParameter(const wchar_t *expression, const wchar_t *function, con
 /// Has the C run-time libraries that are loaded log their callers' bad arguments, through the logger
 /// "Backtracer", and go on, as far as they let themselves be told.
 ///
-/// By name, for what the linker finds for msvcrt.dll is a stand-in that tells the library nothing. A library
+/// By name, as what the linker finds for msvcrt.dll is a stand-in that tells the library nothing. A library
 /// without the routine deals with bad arguments in its own way, and nothing of them is logged.
 void logInvalidParameters()
 {

@@ -117,6 +117,7 @@ public:
 private:
     void writeFunction(CrashSink &sink, DWORD64 address) const
     {
+        // The name stands behind the structure, in the same buffer.
         alignas(SYMBOL_INFO) char buffer[sizeof(SYMBOL_INFO) + kMostNameBytes] = {};
         auto *symbol = reinterpret_cast<SYMBOL_INFO *>(buffer);
         symbol->SizeOfStruct = sizeof(SYMBOL_INFO);

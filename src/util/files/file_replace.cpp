@@ -10,7 +10,7 @@ namespace velmox {
 
 namespace {
 
-/// Whoever has the file open, and however, it can be read all the same.
+/// Others may have the file open in whatever way: it can be read all the same.
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr DWORD kBlockLength = 1024;
 
@@ -28,6 +28,7 @@ bool copyBlocks(const FileHandle &source, FileDescriptor &target)
         if (!ReadFile(source.get(), block, sizeof block, &count, nullptr)) {
             return false;
         }
+        // A read that succeeds with nothing is the end of the file.
         if (count == 0) {
             return true;
         }

@@ -178,6 +178,7 @@ void ReadableUnicodeStream::pushBack(int byte)
 
 char32_t ReadableUnicodeStream::nextCharacter()
 {
+    // The first look at the input decides, so that an encoding can be set up to then.
     if (phase_ == Phase::NothingRead) {
         detectEncoding();
     }
@@ -257,7 +258,7 @@ char32_t ReadableUnicodeStream::nextUnit(unsigned bytes, bool bigEndian)
 
 int ReadableUnicodeFileStar::readByte()
 {
-    // A buffer here, for each call of the C stream takes its lock.
+    // A buffer here, as each call of the C stream takes its lock.
     if (position_ == length_) {
         position_ = 0;
         length_ = std::fread(buffer_, 1, sizeof buffer_, file_);

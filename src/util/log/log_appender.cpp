@@ -197,6 +197,7 @@ bool LogAppender::setProperty(StrSegment property, const Str &value)
         return setLayout(value);
     }
     if (property == "layout.ConversionPattern") {
+        // In force at once, and kept for a "PatternLayout" that comes behind another layout.
         layout_ = patternLayout_ = std::make_shared<const LogLayout>(value);
         return true;
     }

@@ -225,7 +225,7 @@ void LogConfigLoader::unterminatedComment(const LogConfigLine &at)
                        Str::fromFormat("%s:%u: Unterminated XML comment started", at.file.c_str(), at.line)});
 }
 
-/// The root first, for each category begins as a copy of it; then the lines in their order, of all files.
+/// The root first, as each category begins as a copy of it; then the lines in their order, of all files.
 void LogConfigLoader::applyCategories()
 {
     if (root_ && !system_.categories().root().apply(root_->value, system_.appenders())) {

@@ -43,6 +43,7 @@ TimeFormatter dateFormat(StrSegment argument)
         }
     }
     TimeFormatter formatter;
+    // A date in another form is better than lines without one.
     if (!formatter.compile(format.c_str())) {
         formatter.compile(kIsoDate);
     }
@@ -292,7 +293,7 @@ void LogLayout::fitToWidth(const Atom &atom, std::size_t start, Str &out)
     }
 }
 
-// The shared layouts are never destroyed, for static destructors log too.
+// The shared layouts are never destroyed, as static destructors log too.
 std::shared_ptr<const LogLayout> LogLayout::plain()
 {
     static const auto &layout = *new std::shared_ptr<const LogLayout>(new LogLayout("%m%n"));

@@ -33,7 +33,7 @@ void formatMessage(Str &out, unsigned error, LogFormatCallback *callback, const 
         out.vformatWithError(error, fmt, args);
         return;
     }
-    // Into a text of its own, for formatting clears first what the callback has put there.
+    // Into a text of its own, as formatting clears first what the callback has put there.
     Str body;
     out.clear();
     callback->before(out);
@@ -59,7 +59,7 @@ void reportStructuredException() noexcept
     try {
         guarded([] { Logger::report({LogLevel::Fatal, "caught SEH exception while trying to log!"}); });
     } catch (...) {
-        // The logging system itself is broken; the caller must not feel it.
+        // The logging system itself is broken, which is no concern of the caller.
     }
 }
 
@@ -67,7 +67,7 @@ void reportStructuredException() noexcept
 std::atomic<bool> configured = false;
 
 /// Guards the list of loggers, which begins with the one that came last, and their links. Made at first use,
-/// which is that of a static constructor, and never destroyed, for static destructors come as late.
+/// which is that of a static constructor, and never destroyed, as static destructors log too.
 struct LoggerList
 {
     std::mutex lock;
@@ -221,14 +221,14 @@ void Logger::write(LogLevel level, LogFormatCallback *callback, const char *fmt,
     } catch (const StructuredException &) {
         reportStructuredException();
     } catch (...) {
-        // The message is lost; the caller must not feel it.
+        // The message is lost: a failure to log never reaches the caller.
     }
 }
 
 void Logger::writeGuarded(unsigned error, LogLevel level, LogFormatCallback *callback, const char *fmt,
                           std::va_list args)
 {
-    // Outside of the try block, for what was formatted before a failure is still worth showing.
+    // Outside of the try block, as what was formatted before a failure is still worth showing.
     Str message;
     try {
         if (passesUnconfigured()) {
@@ -305,7 +305,7 @@ bool Logger::deliver(LogLevel level, const Str &message, const FailedAppenders *
     return written;
 }
 
-/// Piece by piece, for memory may be what is missing.
+/// Piece by piece, as memory may be what is missing.
 void Logger::writeFallback(LogLevel level, std::string_view message)
 {
     if (LogSystem::instance().isFallbackSilenced()) {
@@ -400,7 +400,7 @@ void LogStream::append(void (*put)(Str &, const void *), const void *value) noex
     try {
         put(text_, value);
     } catch (...) {
-        // What cannot be appended is lost; the caller must not feel it.
+        // What cannot be appended is lost: a failure to log never reaches the caller.
     }
 }
 

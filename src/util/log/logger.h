@@ -134,7 +134,7 @@ private:
     bool deliver(LogLevel level, const Str &message, const FailedAppenders *failed = nullptr);
 
     // A static logger that is used before its constructor ran consists of zeros: its threshold lets
-    // everything through, and the message takes the road for loggers that are in no list.
+    // everything through, and the message goes the way of loggers that are in no list.
     const char *name_;
     /// The category's, copied when bound.
     std::atomic<int> threshold_;

@@ -75,7 +75,7 @@ bool loadFiles(LogSystem &system, const Pathname &path, const char *section,
 {
     LogConfigLoader loader(system, variables);
     if (!readInto(loader, path, section)) {
-        // Read before anything else; then bound, for the report goes the way of any message.
+        // Read before anything else; then bound, as the report goes the way of any message.
         const unsigned error = platform::lastError();
         Logger::bindAll();
         Logger::report(
@@ -101,7 +101,7 @@ bool Logger::loadConfig(const Pathname &path, const char *section, const std::ma
     const LastErrorKeeper keeper;
     LogSystem &system = LogSystem::instance();
     reset(&systemLogFiles());
-    // First of all, for whatever follows may have something to report.
+    // First of all, as whatever follows may have something to report.
     if (!mayUseStderr) {
         system.silenceFallback();
     }

@@ -26,6 +26,7 @@ void RegexMatch::namedGroups(std::map<Str, Str> &out) const
     }
     for (const auto &[name, number] : regex_->groupNames()) {
         const StrSegment &text = group(number);
+        // A group that took no part has no text, not even an empty one.
         if (!text.isNull()) {
             out[name] = text.toStr();
         }

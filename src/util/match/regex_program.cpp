@@ -156,6 +156,7 @@ const RegexProgram &RegexProgram::plain() const
         if (program) {
             program->plain_ = program.get();
         }
+        // This program itself when there is no other: so that nobody tries again.
         plain_.store(program ? program.release() : this, std::memory_order_release);
     }
     return *plain_;
@@ -227,7 +228,7 @@ int RegexProgram::runOnLargeStack(const Call &call) const
 // To PCRE's own limit of steps.
 int RegexProgram::interpret(const Call &call) const
 {
-    // A copy, for threads share the original.
+    // A copy, as threads share the original.
     pcre_extra how = extra();
     if (isMachineCode(how)) {
         how.flags &= ~static_cast<unsigned long>(PCRE_EXTRA_EXECUTABLE_JIT | PCRE_EXTRA_MATCH_LIMIT);

@@ -20,7 +20,6 @@ void readPath(const char16_t *variable, Pathname &path)
     path = text;
     path.collapseSlashes();
     path.stripTrailingSlashes();
-    // The environment is written only where it must be, for a change shows in every child.
     if (path != text) {
         setEnvironmentVariable(variable, path);
     }

@@ -241,7 +241,7 @@ void startWatch()
 
 void endSecondWatch()
 {
-    // Taken out in one step, for the first watch may be putting it in just now.
+    // Taken out in one step, as the first watch may be putting it in just now.
     const HANDLE thread = InterlockedExchangePointer(&state->secondThread, nullptr);
     if (thread == nullptr) {
         return;

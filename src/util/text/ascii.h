@@ -24,7 +24,7 @@ constexpr bool isAsciiAlphanumeric(char byte)
     return isAsciiDigit(byte) || isAsciiUpper(byte) || isAsciiLower(byte);
 }
 
-// Case as arithmetic, for ASCII's two cases differ in one bit: a loop without branches over a text is turned
+// Case as arithmetic, as the two cases differ in one bit: a loop without branches over a text is turned
 // by the compiler into one over many bytes at a time.
 constexpr char toAsciiLower(char byte)
 {

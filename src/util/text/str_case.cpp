@@ -91,7 +91,7 @@ constexpr std::size_t kWord = sizeof(std::uint64_t);
 
 std::uint64_t wordAt(const char *text)
 {
-    // Copied, for a text begins at any address; the compiler makes one load of it.
+    // Copied, as a text begins at any address; the compiler makes one load of it.
     std::uint64_t word;
     std::memcpy(&word, text, kWord);
     return word;
@@ -237,6 +237,7 @@ int Str::compareCaseless(const char *a, std::size_t aLength, const char *b, std:
     std::string_view left(a, aLength);
     std::string_view right(b, bLength);
     skipEqualAscii(left, right);
+    // Folded keys are compared as numbers: the order is the same on every machine, whatever its language.
     while (!left.empty() && !right.empty()) {
         if (isAscii(left.front()) && isAscii(right.front())) {
             const char leftByte = toAsciiLower(left.front());
@@ -263,7 +264,8 @@ void Str::toUpper(Str &out) const
     appendFolded<toAsciiUpper, upperCaseKey>(view(), out);
 }
 
-// Most text is ASCII, for which one pass does. Conversion first and folding behind took four times as long.
+// Most text is ASCII, and then one pass is enough. Conversion first and folding behind took four times as
+// long.
 void Str::appendUtf16Lowered(std::u16string_view text)
 {
     if (!isAsciiUtf16(text)) {

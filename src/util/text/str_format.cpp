@@ -157,7 +157,7 @@ void Str::formatWithError(unsigned error, const char *fmt, ...)
 
 void Str::formatWithLastError(const char *fmt, ...)
 {
-    // Before any other work, for whatever runs next may set it.
+    // Before any other work, as whatever runs next may set it.
     const unsigned error = platform::lastError();
     std::va_list args;
     va_start(args, fmt);

@@ -158,7 +158,7 @@ bool StrSegment::parseSignedUpTo(std::int64_t limit, std::int64_t &out) const
     if (!text.parseUpTo(static_cast<std::uint64_t>(limit) + negative, magnitude)) {
         return false;
     }
-    // Negated while unsigned, for the magnitude of the least number is no signed one.
+    // Negated while unsigned, as the magnitude of the least number is no signed one.
     out = static_cast<std::int64_t>(negative ? 0 - magnitude : magnitude);
     return true;
 }

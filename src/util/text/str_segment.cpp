@@ -75,6 +75,7 @@ void StrSegment::split(SplitAcceptor &acceptor, const StrSegment &delimiter, uns
         acceptor.accept(rest.substr(0, at));
         rest.removePrefix(at + delimiter.size());
     }
+    // Also when nothing is left: behind a delimiter there always is a piece.
     acceptor.accept(rest);
 }
 

@@ -93,6 +93,7 @@ public:
         MutexGuard guard_;
     };
 
+    /// Waits while somebody drains.
     void enter();
     void leave();
 

@@ -150,7 +150,7 @@ void Thread::create(std::size_t stackSize, const char *fmt, std::va_list args)
         throwThreadException(GetLastError(), "Thread created before main thread!");
     }
     threadsCreated = true;
-    // Before there is a thread, for its first act is to tell its name.
+    // Before there is a thread, as its first act is to tell its name.
     name_.vformat(fmt, args);
     const Entry entry = threadEntryWrapper != nullptr ? threadEntryWrapper : &Thread::threadEntry;
     // The size as that of the reservation. Without the flag it would be what is committed at once, and each
@@ -214,6 +214,7 @@ void Thread::joinOrCancel()
 {
     {
         const MutexGuard guard(allThreadsLock());
+        // Asked and cancelled under one lock: nobody can start it in between.
         if (!readyToRun_) {
             cancelUnderLock();
         } else {
@@ -295,6 +296,7 @@ const char *Thread::currentNameText() noexcept
         if (thread != nullptr) {
             return static_cast<const Thread *>(thread)->name_.c_str();
         }
+        // Unknown are threads of the system and of libraries, such as that of the console's handler.
         return isMainThreadNow() ? "Main Thread" : "Unknown Thread";
     } catch (...) {
         return kNamelessThread;

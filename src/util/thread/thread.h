@@ -60,6 +60,7 @@ public:
     /// Writes the object's state for a crash report. Takes no lock.
     virtual void dump(CrashSink &sink) const;
 
+    /// Lets the body run, now that the derived object is whole.
     void start();
     /// Waits without limit; the thread must have been started.
     void join();
@@ -107,6 +108,7 @@ public:
     static void setMainThreadHook(void (*hook)());
 
 protected:
+    /// The body, on the new thread.
     virtual void main() = 0;
 
     /// The main thread's form. The calling thread is the main thread from then on.

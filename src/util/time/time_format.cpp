@@ -31,8 +31,8 @@ struct Composite
     std::string_view expansion;
 };
 
-// The letters of strftime; those that GNU date adds: k, l, P, s and N; and of other formatters Q, f and q for
-// fractions of 3, 6 and 6 digits, though to GNU date q is the quarter.
+// The letters of strftime; those that GNU date adds: k, l, P, s and N; and of other formatters o for the
+// year, and Q, f and q for fractions of 3, 6 and 6 digits, though to GNU date q is the quarter.
 constexpr Letter kLetters[] = {
     {'Y', Kind::Year, Padding::Zeros, 4},
     {'o', Kind::Year, Padding::Zeros, 4},

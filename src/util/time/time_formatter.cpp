@@ -183,7 +183,7 @@ private:
     void appendNumber(const Atom &atom, std::int64_t value)
     {
         char digits[24];
-        // Negated while unsigned, for the least number has no positive counterpart.
+        // Negated while unsigned, as the least number has no positive counterpart.
         const std::uint64_t magnitude = value < 0 ? std::uint64_t{0} - static_cast<std::uint64_t>(value)
                                                   : static_cast<std::uint64_t>(value);
         const char *end = std::to_chars(digits, std::end(digits), magnitude).ptr;

@@ -30,6 +30,7 @@ public:
 
     /// Sets the moment, in place of one that was set before.
     void scheduleIn(std::uint64_t milliseconds);
+    /// Does nothing when no moment is set.
     void cancel();
 
 private:
