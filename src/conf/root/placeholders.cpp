@@ -112,6 +112,7 @@ Regex keyRegex(const Str &name, const Options &options)
     }
 }
 
+/// One expansion of a template, and of the values that are templates themselves.
 class Expander
 {
 public:

@@ -13,7 +13,7 @@ namespace velmox {
 // The pruners that look at an address or at a node by itself, and below those that look at a reader's
 // context. Those that look at metadata and rights are in conf_path_based_pruner.h.
 
-/// Keeps all; for what wraps a pruner.
+/// Keeps all: for pruners that wrap another one, when there is none to wrap.
 class DoNothingPruner : public SimpleConfPathTriePruner
 {
     bool shouldPrune(const StrVector &, ConfPathTrie &) override { return false; }

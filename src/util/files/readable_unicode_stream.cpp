@@ -12,6 +12,7 @@ namespace {
 constexpr char32_t kEnd = 0xFFFFFFFF;
 constexpr char32_t kInvalid = 0xFFFFFFFE;
 
+// Bytes. The buffer grows with the longest line and is kept, so that the others cost no allocation.
 constexpr std::size_t kFirstLineBuffer = 128;
 
 char32_t characterOrInvalid(char32_t value)

@@ -94,6 +94,7 @@ private:
 
     std::FILE *file_;
     bool failed_ = false;
+    /// Gathers bytes for one call of the C stream, which takes its lock each time.
     unsigned char buffer_[512];
     std::size_t length_ = 0;
 };

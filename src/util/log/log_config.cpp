@@ -136,7 +136,7 @@ void LogConfigParser::header(StrSegment text)
 }
 
 /// One setting. A prefix that other readers of such files want is skipped, once; keys are told apart by what
-/// ends them, for a category's name may hold points and an appender's may not.
+/// ends them, as a category's name may hold points and an appender's may not.
 bool LogConfigParser::setting(StrSegment text)
 {
     std::string_view rest = text.view();

@@ -202,6 +202,10 @@ void Logger::report(const LogReports &reports, const FailedAppenders *failed)
     }
 }
 
+// The way of a message: `log` and its like compare the level; `write` keeps the last error and lets nothing
+// out; `writeGuarded` formats, by way of the repeat suppressor where there is one; `deliver` hands the text
+// to the appenders, and what fails there to the logger of this room.
+//
 // A listed logger's messages from before the configuration go to the root appender, which is standard error
 // then. Those of a logger that is in no list, because it is a `LoggerSimple` or its constructor has yet to
 // run, have no appender to go to.

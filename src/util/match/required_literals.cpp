@@ -134,8 +134,9 @@ Part eitherOf(std::vector<Part> parts)
     return either;
 }
 
-/// Reads a pattern as PCRE does. Gives up, for the pattern as a whole, on what it does not know: groups that
-/// are more than brackets, references, and escapes with arguments.
+/// Reads a pattern as PCRE does, by recursive descent: alternatives of sequences of items, of which a group
+/// holds alternatives again. Gives up, for the pattern as a whole, on what it does not know: groups that are
+/// more than brackets, references, and escapes with arguments.
 class Reader
 {
 public:

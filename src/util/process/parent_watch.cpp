@@ -19,7 +19,8 @@ constexpr UINT kServerEndedBefore = 97;
 constexpr UINT kServerNotOpened = 98;
 constexpr UINT kServerDied = 99;
 
-/// Lives from `waitForParentOrSignal` to `stopParentWatch`.
+/// Lives from `waitForParentOrSignal` to `stopParentWatch`. There are up to two watches, one after the other:
+/// the first until a shutdown begins, the second, for DieWhenProcessDies alone, from then on.
 struct ParentWatchState
 {
     ShutdownCallback callback; // under the lock; null once it was called or the watch is torn down

@@ -66,7 +66,7 @@ struct FileHandleTraits
     static void close(Type handle) { CloseHandle(handle); }
 };
 
-/// Memory of LocalAlloc.
+/// Memory of LocalAlloc, in which calls of Windows such as FormatMessageW leave their texts.
 struct LocalMemoryTraits
 {
     using Type = void *;

@@ -427,6 +427,7 @@ bool compileTimeFormat(std::string_view format, std::vector<Atom> &atoms, Str &l
     if (!Parser(format, atoms, literals).parse()) {
         return false;
     }
+    // A step of its own: what a bare %l means hangs on what stands before it and on all that follows.
     decideHoursOrMilliseconds(atoms, literals);
     return true;
 }

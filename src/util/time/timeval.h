@@ -2,7 +2,7 @@
 
 // A moment is a `Timeval`. It is broken down into a `StructTm` of some zone (struct_tm.h), for whose rules a
 // `ZoneSource` answers, and written by a `TimeFormatter`; calendar.h has the arithmetic. Intervals are
-// measured by a `Clock` (timeout.h), for moments jump when somebody sets the machine's clock.
+// measured by a `Clock` (timeout.h), as moments jump when somebody sets the machine's clock.
 
 #include "util/text/platform.h"
 #include "util/text/str.h"
@@ -84,7 +84,7 @@ private:
     std::uint64_t ticks_ = 0;
 };
 
-// FILETIME, the system's form of a moment, has the ticks and the beginning of `Timeval`. Templates, for it
+// FILETIME, the system's form of a moment, has the ticks and the beginning of `Timeval`. Templates, as it
 // comes with the headers of Windows, which pure code does without.
 template <class FileTime>
 Timeval timevalOf(const FileTime &time)
