@@ -14,10 +14,9 @@ namespace {
 constexpr unsigned kFileNotFound = 2;
 constexpr unsigned kPathNotFound = 3;
 
-/// Digits up to the end or white space, behind which anything may stand. A leading zero stands alone.
-template <class Number>
 /// Digits up to the end or white space, behind which anything may stand. A zero with digits behind it is
 /// refused rather than guessed at, for other readers of such files would take the number as octal.
+template <class Number>
 bool parseLimit(const Str &text, Number &out)
 {
     const char *const end = text.data() + text.size();

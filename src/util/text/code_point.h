@@ -89,7 +89,7 @@ void putUtf8(char32_t value, Put put)
         put(static_cast<unsigned char>(value));
         return;
     }
-    // The lead is 110, 1110 or 11110 in its high bits, one 1 for each byte, and above the payload.
+    // The lead begins with 110, 1110 or 11110, a 1 for each byte of the form, and ends in the highest bits.
     const int tail = value < 0x800 ? 1 : value < 0x10000 ? 2 : 3;
     put(static_cast<unsigned char>((0xF0u << (3 - tail) & 0xFFu) | value >> 6 * tail));
     for (int shift = 6 * (tail - 1); shift >= 0; shift -= 6) {

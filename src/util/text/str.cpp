@@ -160,8 +160,8 @@ std::size_t Str::replaceChars(const CharSet &set, char with)
 void Str::trim(const CharSet &set, bool left, bool right)
 {
     const std::string_view kept = trimmedView(view(), set, left, right);
-    // The end first: once the front is gone, the view points at other bytes.
     const auto before = static_cast<std::size_t>(kept.data() - data());
+    // The end first: once the front is gone, the positions are others.
     erase(before + kept.size());
     erase(0, before);
 }

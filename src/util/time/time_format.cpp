@@ -377,7 +377,7 @@ bool isHour(const Atom &atom)
 bool meansMilliseconds(const std::vector<Atom> &atoms, const Str &literals, std::size_t at)
 {
     std::size_t before = at;
-    // A mark that nothing precedes parts nothing from the milliseconds.
+    // At the very beginning a mark has no seconds in front of it.
     if (before > 1 && isDecimalMark(atoms[before - 1], literals)) {
         --before;
     }
