@@ -92,6 +92,7 @@ public:
         index_.erase(LookUp::of(item->key));
         return items_.erase(item);
     }
+    /// False when it is not there.
     bool erase(std::string_view key)
     {
         const iterator found = find(key);

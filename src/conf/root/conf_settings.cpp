@@ -34,6 +34,7 @@ void mergePooling(IniFile &image, const Pathname &serverConf)
     }
     const IniFile server(serverConf);
     if (const IniStanza *const pooling = server.findStanza(kPooling)) {
+        // Only what the image lacks is taken, which is what makes the file merged first win.
         image.stanza(kPooling).merge(*pooling);
     }
 }

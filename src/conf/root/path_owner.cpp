@@ -73,6 +73,7 @@ bool findSystem(const BundlesSetup &setup, const Pathname &path, PathOwner &owne
         if (!levels.empty()) {
             owner.rootDirectory.append(levels[0]);
         }
+        // What lies in the root itself, and not in some folder of it that nobody knows.
     } else if (levelsBelow(path, setup.root(), levels) && levels.size() <= 1) {
         owner.rootDirectory = setup.root();
     } else {

@@ -21,6 +21,7 @@ struct TimeUnit
     std::array<std::string_view, 5> names;
 };
 
+/// Lengths and not dates: a month has 30 days, a quarter 90, a year 365.
 constexpr TimeUnit kTimeUnits[] = {
     {1, {"us"}},
     {kMillisecond, {"ms"}},
@@ -38,6 +39,7 @@ constexpr TimeUnit kTimeUnits[] = {
 
 std::optional<std::uint64_t> microsecondsOf(std::string_view unit)
 {
+    // Seconds. Asked first, or the names that fill the rows up would match.
     if (unit.empty()) {
         return kSecond;
     }

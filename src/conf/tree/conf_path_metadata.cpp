@@ -51,6 +51,7 @@ bool ConfPathMetadata::operator==(const ConfPathMetadata &other) const
 
 bool ConfPathMetadata::equalsButTime(const ConfPathMetadata &other) const
 {
+    // Permissions are interned: one object is what equal ones have in common.
     return access == other.access && exported == other.exported && sameContent(owner, other.owner) &&
            sameContent(imports, other.imports) && removable == other.removable &&
            sameContent(version, other.version);

@@ -136,6 +136,7 @@ void ConfPathTrie::merge(const ConfPathTrie &other, unsigned levels)
     for (const auto &[part, node] : other.children_) {
         const auto at = childBefore(next, part);
         at->second->merge(*node, levels - 1);
+        // The parts come in order: the place of the next one is behind this one.
         next = std::next(at);
     }
 }
@@ -215,6 +216,7 @@ bool ConfPathTrie::diff(ConfPathTrie &out, const ConfPathTrie &a, const ConfPath
     }
     for (const auto &[part, ofA] : a.children_) {
         const ConfPathTrie *const ofB = b.findChild(part);
+        // Built aside, so that nothing gets into `out` of what turns out to be equal.
         ConfPathTrie below;
         if (ofB == nullptr) {
             below.merge(*ofA);
@@ -254,6 +256,7 @@ void ConfPathTrie::dumpLevel(Str &out, unsigned level) const
         out << " (" << expansion_ << ")";
     }
     if (data_) {
+        // A value may have several lines; in a log it has one.
         out << " = " << withVisibleLineEnds(*data_);
     }
     if (metadata_) {

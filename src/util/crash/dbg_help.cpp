@@ -86,6 +86,8 @@ public:
     StackWalk(const DbgHelp &dbgHelp, HANDLE thread, const CONTEXT &context)
         : dbgHelp_(dbgHelp), thread_(thread), context_(context)
     {
+        // Names as the source has them, a module's symbols only when an address lies in it, and no message
+        // box for a file that cannot be read.
         dbgHelp_.symSetOptions(SYMOPT_UNDNAME | SYMOPT_DEFERRED_LOADS | SYMOPT_LOAD_LINES |
                                SYMOPT_FAIL_CRITICAL_ERRORS);
         // TRUE has it take in the modules that are loaded now.

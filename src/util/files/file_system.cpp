@@ -148,6 +148,7 @@ bool listDirectory(const Pathname &directory, std::vector<DirectoryEntry> &out)
 bool findEntry(const Pathname &path, DirectoryEntry &out)
 {
     WIN32_FIND_DATAW found;
+    // By a search, because that gives the name as it is stored; asking for attributes does not.
     const SearchHandle search(FindFirstFileW(asWide(path), &found));
     if (!search.isValid()) {
         return false;

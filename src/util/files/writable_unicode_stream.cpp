@@ -51,6 +51,8 @@ void WritableUnicodeStream::takeUtf8(unsigned char byte)
     } else {
         partial_ = partial_ << 6 | (byte & 0x3Fu);
         if (--missing_ == 0) {
+            // Judged when all its bits are there, by the reader's rule: what is written here reads back as it
+            // was.
             const bool valid = isShortestUtf8(partial_, continuations_) && isScalarValue(partial_);
             valid ? putCharacter(partial_) : putInvalid();
         }
@@ -79,6 +81,7 @@ void WritableUnicodeStream::takeUtf16(char16_t unit)
     }
     finishUtf16();
     if (isHighSurrogate(unit)) {
+        // Its other half may come with the next call.
         highSurrogate_ = unit;
     } else if (isLowSurrogate(unit)) {
         putInvalid();
@@ -108,6 +111,7 @@ void WritableUnicodeStream::finishUtf16()
 void WritableUnicodeStream::start()
 {
     started_ = true;
+    // The word may be that of a file in which nothing stood.
     if (encodingOf(encoding_) <= TextEncoding::Empty) {
         encoding_ = withEncoding(encoding_, TextEncoding::Utf8);
     }
@@ -198,6 +202,7 @@ void WritableUnicodeFileStar::writeBuffer()
     if (length_ != 0 && std::fwrite(buffer_, 1, length_, file_) != length_) {
         failed_ = true;
     }
+    // Of bytes that were lost too: what comes next needs the room.
     length_ = 0;
 }
 

@@ -210,6 +210,7 @@ bool LogConfigLoader::appenderProperty(StrSegment name, StrSegment property, Str
     for (const auto &[variable, replacement] : variables_) {
         expanded.replaceAll(Str::fromFormat("${%s}", variable.c_str()), replacement);
     }
+    // A property may stand before the line that names its appender.
     return system_.appenders().obtain(name).setProperty(property, expanded);
 }
 

@@ -121,6 +121,7 @@ private:
         if (!takeIf('{')) {
             return {};
         }
+        // A brace that is not closed takes all that is left.
         const std::size_t length = rest_.view().find('}');
         const StrSegment text = rest_.substr(0, length);
         rest_.removePrefix(length == Str::npos ? rest_.size() : length + 1);
@@ -170,6 +171,7 @@ private:
     {
         switch (letter) {
         case 'n':
+            // On every system: logs have the line ends of Windows.
             atom.literal = "\r\n";
             return true;
         case 'd':
@@ -223,6 +225,7 @@ void LogLayout::render(const LogRecord &record, StrSegment message, Str &out) co
 void LogLayout::appendMessage(const Atom &atom, const LogRecord &record, StrSegment message, Str &out)
 {
     const bool limited = atom.maximumWidth != kNoMaximum;
+    // A width that has no room for the marker cuts, like that of any other field.
     if (limited && message.size() > atom.maximumWidth && atom.maximumWidth >= kMinimumCompressedLength) {
         appendCompressed(message, atom.maximumWidth, out);
     } else if (!limited && message.size() > kLongMessage && record.truncatesLongMessages) {

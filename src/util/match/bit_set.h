@@ -15,6 +15,7 @@ public:
 
     explicit BitSet(std::size_t bound = 0) : words_((bound + 63) / 64) {}
 
+    /// Numbers must be below the bound; nothing checks them.
     void insert(std::size_t number) { words_[number / 64] |= std::uint64_t{1} << number % 64; }
     bool contains(std::size_t number) const { return (words_[number / 64] >> number % 64 & 1) != 0; }
 

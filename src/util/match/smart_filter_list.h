@@ -98,8 +98,11 @@ private:
                                   : static_cast<double>(filter.hits) / static_cast<double>(filter.checks);
     }
 
+    /// The filters that count.
     std::map<Str, Filter *> byName_;
+    /// To be deleted in the end, with those that others have replaced.
     std::set<Filter *> owned_;
+    /// In the order of evaluation.
     std::vector<Filter *> filters_;
     std::uint64_t sinceResort_ = 0;
     std::uint64_t resortInterval_;

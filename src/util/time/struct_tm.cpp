@@ -274,6 +274,7 @@ std::size_t LocalZoneSource::zoneName(const StructTm &tm, char *buffer, std::siz
 std::int32_t LocalZoneSource::offsetSeconds(const StructTm &tm) const
 {
     const std::optional<std::int64_t> seconds = unixSeconds(tm);
+    // East of UTC clocks are ahead: the same fields read as UTC mean a later moment.
     return seconds ? static_cast<std::int32_t>(tm.asUtcSeconds() - *seconds) : kUnknownOffset;
 }
 

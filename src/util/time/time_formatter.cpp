@@ -117,6 +117,7 @@ private:
             // A format runs through whatever the zone knows; -1 is what mktime says of such a moment.
             return source_.unixSeconds(tm_).value_or(-1);
         default:
+            // Hour12, the only number that is left.
             return hour12();
         }
     }
@@ -231,6 +232,7 @@ private:
             return Str::fromFormat("%02lld:%02lld:%02lld", hours, minutes, seconds);
         case Kind::OffsetShortest:
             if (seconds != 0) {
+                // The shortest form that loses nothing.
                 return offsetDigits(Kind::OffsetToSeconds, total);
             }
             return minutes != 0 ? offsetDigits(Kind::OffsetToMinutes, total)
