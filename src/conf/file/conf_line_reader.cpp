@@ -19,6 +19,7 @@ constexpr CharSet kKeySpecials("=\\\0"sv);
 void readContinuations(ConfLineReader &reader, Str &line)
 {
     StrSegment next;
+    // However many backslashes: the last one continues the line, also behind another that seems to escape it.
     while (line.endsWith("\\")) {
         line[line.size() - 1] = '\n';
         if (!reader.readLine(next)) {
@@ -111,6 +112,7 @@ ConfLine parseLine(ConfLineReader &reader, Str &line, Str &name, Str &value)
 {
     StrSegment physical;
     const bool read = reader.readLine(physical);
+    // At the end of the file too: no text of an earlier line stays in there.
     line.assign(physical.view());
     if (!read) {
         return ConfLine::End;

@@ -31,6 +31,7 @@ public:
     const Pathname &path() const { return path_; }
     /// Physical lines read so far.
     std::uint64_t lineNumber() const { return lineNumber_; }
+    /// As far as what was read has shown it.
     TextEncodingWord encoding() const { return stream_.encoding(); }
 
 private:

@@ -122,10 +122,12 @@ public:
             switch (parseLine(reader_, line_, name_, value_)) {
             case ConfLine::End:
                 image_.tailComments_ = std::move(pending_);
+                // Only now: which line ends prevail shows when all are read.
                 image_.encoding_ = reader_.encoding();
                 return;
             case ConfLine::Blank:
             case ConfLine::Comment:
+                // What stands before all headers belongs to the file, and stays when the first stanza goes.
                 (current_ ? pending_ : image_.headComments_).push_back(line_);
                 break;
             case ConfLine::StanzaHeader:
@@ -144,6 +146,7 @@ private:
     {
         const auto [stanza, added] = image_.stanzas_.insert(name_);
         current_ = &stanza->value;
+        // The lines above a repeated header have no place any more, as its header is not written again.
         if (added) {
             current_->comments() = std::move(pending_);
         }
@@ -233,6 +236,7 @@ void IniFile::merge(const IniFile &other)
 /// stanza's lines, so that writing again adds none.
 void IniFile::write(WritableUnicodeStream &out)
 {
+    // Set here and not left to the writer, so that the image says what its file has.
     if (encodingOf(encoding_) < TextEncoding::Utf8) {
         encoding_ = withEncoding(encoding_, TextEncoding::Utf8);
     }

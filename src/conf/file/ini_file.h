@@ -89,6 +89,7 @@ public:
     const IniEntry *findKey(std::string_view key) const;
     /// Adds the key at the end; false, with everything left as it was, when it is there.
     bool insertKey(const Str &key, const Str &value, StrVector comments = {});
+    /// False when it is not there.
     bool removeKey(std::string_view key) { return keys_.erase(key); }
     /// Adds the other's keys that this stanza lacks.
     void merge(const IniStanza &other);
@@ -121,6 +122,8 @@ public:
     /// Loads from a stream at its beginning; `path` is the destination.
     IniFile(FileStar stream, const Pathname &path);
 
+    /// Loads a file in place of what the image holds, and makes it the destination. What cannot be opened, or
+    /// read to its end, gives an empty image that is not loaded.
     void load(const Pathname &path);
     /// Parses text in place of what the image holds; `path` names it in warnings.
     void read(ReadableUnicodeStream &stream, const Pathname &path);
@@ -136,10 +139,12 @@ public:
     /// Empties the image of stanzas and comments; destination and encoding stay.
     void clear();
 
+    /// Whether the image was read from a text, to its end.
     bool loaded() const { return loaded_; }
     TextEncodingWord encoding() const { return encoding_; }
     void setEncoding(TextEncodingWord encoding) { encoding_ = encoding; }
     const Pathname &destination() const { return destination_; }
+    /// Where `flush` writes.
     void setDestination(const Pathname &path) { destination_ = path; }
 
     /// The stanzas in their order, each with `key`, which is its name, and `value`.
@@ -152,6 +157,7 @@ public:
     const IniStanza *findStanza(std::string_view name) const;
     /// Finds the stanza, or adds it at the end.
     IniStanza &stanza(const Str &name);
+    /// False when there is none. The empty lines above a stanza that becomes the first go as well.
     bool removeStanza(std::string_view name);
     /// Adds the other's stanzas and keys that this image lacks.
     void merge(const IniFile &other);

@@ -73,6 +73,7 @@ bool IniFile::writeTo(const Pathname &path)
 
 bool IniFile::writeTo(FileStar &file, const Str &name)
 {
+    // Line ends are the encoder's: a translation on top of it would double the CR.
     if (!file.setBinary()) {
         iniLog.error("Cannot open unicode-translated tmpfile=%s: %m", name.c_str());
         return false;

@@ -35,6 +35,7 @@ public:
     using const_iterator = typename std::list<Item>::const_iterator;
 
     InsertionOrderedMap() = default;
+    /// Item by item: the index of the other leads to the other's items and reads their texts.
     InsertionOrderedMap(const InsertionOrderedMap &other)
     {
         index_.reserve(other.size());
@@ -42,6 +43,7 @@ public:
             insert(key, value);
         }
     }
+    /// Items keep their addresses, so that the index goes along as it is.
     InsertionOrderedMap(InsertionOrderedMap &&other) noexcept { swap(other); }
     InsertionOrderedMap &operator=(InsertionOrderedMap other) noexcept
     {
@@ -57,6 +59,7 @@ public:
     const_iterator begin() const { return items_.begin(); }
     const_iterator end() const { return items_.end(); }
 
+    /// `end()` when it is not there.
     iterator find(std::string_view key)
     {
         const auto found = index_.find(LookUp::of(key));
@@ -85,9 +88,11 @@ public:
     /// Returns the item behind the one erased.
     iterator erase(iterator item)
     {
+        // Before the item, in which the text lies that the index compares.
         index_.erase(LookUp::of(item->key));
         return items_.erase(item);
     }
+    /// False when it is not there.
     bool erase(std::string_view key)
     {
         const iterator found = find(key);

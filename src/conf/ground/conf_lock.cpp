@@ -30,6 +30,7 @@ void ConfLock::lock()
     // The last one held need not be of the highest rank: an early one may have been taken again.
     const ConfLock *const *const later =
         heldLocks.findIf([this](const ConfLock *held) { return held->rank_ >= rank_; });
+    // Taking what the thread has already waits for nobody, whatever else it holds.
     if (later != nullptr && !heldLocks.contains(this)) {
         reportBrokenOrder(*this, **later);
     }

@@ -15,16 +15,16 @@ namespace velmox {
 /// which holds the lock of its files, asks for nothing but the names of users and permissions.
 enum class ConfLockRank
 {
-    Setups = 0,       ///< making the services of a root
-    Write = 10,       ///< one write at a time in the process
-    Cache = 20,       ///< a merged view
-    Pages = 30,       ///< the register of `PropertyPages` objects
-    SharedState = 40, ///< all layers of one type
-    Applications = 50,
-    MapperManager = 60,
-    Mapper = 70,
-    UsernameMap = 80,
-    Acls = 90,
+    Setups = 0,         ///< making the services of a root
+    Write = 10,         ///< one write at a time in the process
+    Cache = 20,         ///< a merged view
+    Pages = 30,         ///< the register of `PropertyPages` objects
+    SharedState = 40,   ///< all layers of one type
+    Applications = 50,  ///< the register of apps
+    MapperManager = 60, ///< which mappers there are
+    Mapper = 70,        ///< the files of one mapper
+    UsernameMap = 80,   ///< names of users and the safe ones for them
+    Acls = 90,          ///< the table of permissions in use
 };
 
 /// A recursive lock with a place in the order of locks. Usable with std::lock_guard.

@@ -31,6 +31,7 @@ Pathname appDirectory(const BundlesSetup &setup, const Str &app)
 
 PlaceholderVariables BootstrapRules::variables() const
 {
+    // Literally, because a dollar sign in a folder's name is no placeholder.
     const auto literal = [](const Pathname &path) { return placeholderLiteral(path.toStr()); };
     PlaceholderVariables variables = {
         {"apps-base", literal(setup_.appsDir())},
@@ -76,6 +77,7 @@ bool BootstrapRules::patterns(std::vector<BootstrapPattern> &out) const
         try {
             out.push_back({expandToPath(setting.key, known), setting.value});
         } catch (const PlaceholderException &exception) {
+            // The others are served all the same: one line that is wrong must not take the whole store away.
             mapperManagerLog.error(exception);
             allExpanded = false;
         }
@@ -120,6 +122,7 @@ const IniEntry *BootstrapRules::findWriteRule(const ConfPathBase &path, const St
     }
     const PlaceholderVariables known = variablesFor(path);
     for (const IniStanza::Setting &rule : *writes) {
+        // The first one in the file; its order is the precedence of the rules.
         if (expandPlaceholders(rule.key, known) == writeKey) {
             return &rule.entry;
         }

@@ -34,6 +34,7 @@ BundlesSetup::BundlesSetup(ConfRootState &state, const Pathname &slaveApps)
 
 Pathname BundlesSetup::root() const
 {
+    // Asked each time, as the default root may be named before the environment has been read.
     return isDefaultRoot() ? cleanedPath(LoaderInfo::instance()->getConfDir()) : state_->root_;
 }
 
@@ -49,6 +50,7 @@ Pathname BundlesSetup::usersDir() const
 
 Pathname BundlesSetup::slaveAppsDir() const
 {
+    // Never on shared storage: what another host hands out, each host keeps for itself.
     return orElse(slaveApps_, root().join("slave-apps"));
 }
 
@@ -69,6 +71,7 @@ Pathname BundlesSetup::runDir() const
 Str BundlesSetup::text(const Pathname &path) const
 {
     const Pathname home = cleanedPath(environmentVariable(u"VELMOX_HOME"));
+    // A root outside of the installation is told in full, and so is all of it.
     if (home.empty() || !liesIn(root(), home) || !liesIn(path, home)) {
         return path.toStr();
     }

@@ -53,6 +53,7 @@ public:
     explicit BundlesSetup(const Pathname &root, const Pathname &slaveApps = Pathname());
 
     bool isDefaultRoot() const { return state_->root_.empty(); }
+    /// Clean; the default root's is asked of `LoaderInfo` each time.
     Pathname root() const;
 
     // Directories and files, all derived from the root, with backslashes alone, so that they can be compared.
@@ -63,14 +64,17 @@ public:
     Pathname bootstrapFile() const { return systemDefaultDir().join("conf.conf"); }
     Pathname appsDir() const;
     Pathname usersDir() const;
+    /// Apps that another host hands out to this one.
     Pathname slaveAppsDir() const;
     Pathname masterAppsDir() const { return root().join("master-apps"); }
+    /// What older installations have for apps.
     Pathname bundlesDir() const { return root().join("bundles"); }
     Pathname defaultBundleDir() const { return bundlesDir().join("default"); }
     Pathname usernameMapFile() const { return usersDir().join("users.ini"); }
     /// Throws `ConfPathException` outside shared storage mode.
     Pathname poolInfoFile() const;
     Pathname runDir() const;
+    /// What a `SentinelScope` locks.
     Pathname sentinelFile() const { return appsDir().join("sentinel.txt"); }
 
     /// A path as logs tell it: the home directory reads `$VELMOX_HOME`.

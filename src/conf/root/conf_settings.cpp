@@ -34,6 +34,7 @@ void mergePooling(IniFile &image, const Pathname &serverConf)
     }
     const IniFile server(serverConf);
     if (const IniStanza *const pooling = server.findStanza(kPooling)) {
+        // Only what the image lacks is taken, which is what makes the file merged first win.
         image.stanza(kPooling).merge(*pooling);
     }
 }
@@ -47,6 +48,7 @@ std::unique_ptr<Regex> compileBlacklistPattern(const Str &wildcard)
     }
     try {
         return std::make_unique<Regex>(pattern, true, 0);
+        // Left out, so that what the others keep from being watched stays so.
     } catch (const RegexException &) {
         return nullptr;
     }
@@ -104,10 +106,12 @@ void ConfSettings::readStorage()
     if (storage.empty()) {
         storage = Pathname::fromUtf8(setting(kPooling, "storage"));
     }
+    // Both are needed: a storage may be named before the mode is turned on, and after it is turned off.
     sharedStorage_ = !storage.empty() && setting(kPooling, "state").compareCaseless("enabled") == 0;
     if (!sharedStorage_) {
         return;
     }
+    // Below the root, and not in whatever folder the program was started from.
     if (!storage.isAbsolute()) {
         log.warn("Storage location is a relative path: %s", storage.toStr().c_str());
         storage = setup_.root().join(storage);
@@ -123,6 +127,7 @@ void ConfSettings::readTimes()
     };
     lockTimeoutMs_ = milliseconds("lock.timeout", lockTimeoutMs_);
     checkPollMs_ = milliseconds("poll.interval.check", checkPollMs_);
+    // Without shared storage only this host writes, and caches are told of that.
     rebuildPollMs_ = sharedStorage_ ? milliseconds("poll.interval.rebuild", 1000) : 0;
 }
 

@@ -29,6 +29,7 @@ public:
     const Pathname &storage() const { return storage_; }
     /// How long a file lock may be waited for.
     std::uint64_t lockTimeoutMs() const { return lockTimeoutMs_; }
+    /// Whether writes to shared storage are noted in the sentinel file.
     bool lockLogging() const { return lockLogging_; }
     /// How often a cache looks for changes; 0, never, outside shared storage mode.
     std::uint64_t rebuildPollMs() const { return rebuildPollMs_; }
@@ -54,6 +55,7 @@ private:
     std::vector<std::unique_ptr<Regex>> blacklist_;
     bool sharedStorage_ = false;
     Pathname storage_;
+    // Defaults, in milliseconds.
     std::uint64_t lockTimeoutMs_ = 10000;
     bool lockLogging_ = false;
     std::uint64_t rebuildPollMs_ = 0;

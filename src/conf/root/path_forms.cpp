@@ -50,6 +50,7 @@ bool isPort(std::string_view name)
     constexpr std::size_t kLength = 3;
     const auto startsName = [name](const char *port) { return name.starts_with(port); };
     const auto endsName = [name](const char *number) { return name.substr(kLength) == number; };
+    // What stands behind the third letter is looked at only when there are three.
     return std::any_of(std::begin(kPorts), std::end(kPorts), startsName) &&
            std::any_of(std::begin(kPortNumbers), std::end(kPortNumbers), endsName);
 }
@@ -81,6 +82,7 @@ bool levelsBelow(const Pathname &path, const Pathname &folder, std::vector<Pathn
     std::vector<Pathname> folders;
     path.split(names);
     folder.split(folders);
+    // By levels: as texts, "C:\apps2" would lie below "C:\apps".
     if (names.size() < folders.size()) {
         return false;
     }
@@ -95,6 +97,7 @@ bool levelsBelow(const Pathname &path, const Pathname &folder, std::vector<Pathn
 bool matchesNamePattern(const WideStr &name, const WideStr &pattern)
 {
     const Str text = foldedName(pattern);
+    // They match by their own text alone: a pattern that says "." means it.
     const bool isDots = name == u"." || name == u"..";
     return !(isDots && text.contains(kAnyText)) && matchesFolded(foldedName(name), text);
 }

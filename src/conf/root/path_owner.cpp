@@ -45,6 +45,7 @@ bool findUserIn(const Pathname &directory, UsernameMapper &users, const Pathname
     if (!levelsBelow(path, directory, levels) || levels.empty()) {
         return false;
     }
+    // users\NAME\APP, or users\_reserved\SAFE-NAME\APP.
     const bool isMapped = isMappingDirectory(levels[0]);
     const std::size_t appAt = isMapped ? 2 : 1;
     if (levels.size() <= appAt) {
@@ -72,6 +73,7 @@ bool findSystem(const BundlesSetup &setup, const Pathname &path, PathOwner &owne
         if (!levels.empty()) {
             owner.rootDirectory.append(levels[0]);
         }
+        // What lies in the root itself, and not in some folder of it that nobody knows.
     } else if (levelsBelow(path, setup.root(), levels) && levels.size() <= 1) {
         owner.rootDirectory = setup.root();
     } else {
@@ -141,6 +143,7 @@ bool findPathOwner(const BundlesSetup &setup, UsernameMapper &users, const Pathn
     const bool found = findAppIn(setup.appsDir(), path, owner) ||
                        findAppIn(setup.slaveAppsDir(), path, owner) ||
                        findUserIn(setup.usersDir(), users, path, owner) || findSystem(setup, path, owner);
+    // Asked of every path of the store: texts are made only for a log that takes them.
     if (!mapperManagerLog.debugEnabled()) {
         return found;
     }

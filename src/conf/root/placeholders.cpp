@@ -10,6 +10,8 @@ namespace velmox {
 
 namespace {
 
+/// A name between two dollar signs, with options in braces behind it. Neither sign may stand beside another:
+/// a doubled one is text.
 constexpr char kPlaceholder[] = R"((?<!\$)\$([\w.*#\-]+)(?:\{([^}]+)\})?\$(?!\$))";
 
 const Regex &placeholderRegex()
@@ -50,6 +52,7 @@ void setOption(Options &options, const Str &variable, std::string_view option)
     const std::size_t equals = option.find('=');
     const Str name = Str(option.substr(0, equals)).trimmed();
     for (const OptionName &known : kOptionNames) {
+        // A name without a sign is no option either.
         if (name == known.name && equals != option.npos) {
             Str &value = options.*known.value;
             value = Str(option.substr(equals + 1));
@@ -94,6 +97,7 @@ Regex nameRegex(const Str &wildcard)
 {
     Str pattern;
     Regex::escape(wildcard, pattern);
+    // Of the escaped name only the two wildcards get a meaning back.
     pattern.replaceAll("\\*", ".*");
     pattern.replaceAll("\\#", "\\d+");
     return Regex(pattern, false, 0);
@@ -108,6 +112,7 @@ Regex keyRegex(const Str &name, const Options &options)
     }
 }
 
+/// One expansion of a template, and of the values that are templates themselves.
 class Expander
 {
 public:
@@ -115,6 +120,7 @@ public:
 
     Str expand(const Str &text)
     {
+        // `Regex` takes valid UTF-8 alone; what is none has no placeholders.
         const bool searchable = Str::isValidUtf8(text.data(), text.size());
         Str out;
         StrSegment rest(text);
@@ -143,6 +149,7 @@ private:
         if (value) {
             return *value;
         }
+        // A word that is neither yes nor no counts as yes: better an error than a place that nobody meant.
         if (options.required.toBool(false, true)) {
             fail(name, "Could not find variable in the argument map.");
         }
@@ -162,6 +169,7 @@ private:
     {
         const Regex names = nameRegex(name);
         const Regex keys = keyRegex(name, options);
+        // Nothing at all is told from an empty list: it is what the default and the error are for.
         std::optional<Str> list;
         for (const auto &[key, value] : variables_) {
             if (names.matchesAll(key) && keys.matchesAll(key)) {
@@ -185,6 +193,7 @@ private:
         if (!options.recurse.toBool(true, true)) {
             return value;
         }
+        // Through others too: whatever is open here would be expanded without an end.
         if (std::find(open_.begin(), open_.end(), name) != open_.end()) {
             fail(name, "The variable refers to itself.");
         }

@@ -40,11 +40,12 @@ void lock(const BundlesSetup &setup, const Pathname &sentinel, std::uint64_t tim
     }
 }
 
-/// Adds a line for whoever wonders which host wrote when.
+/// Adds a line by which people can see which host wrote when.
 void note(const Pathname &sentinel, const Str &purpose)
 {
     Str line =
         Str::fromFormat("%s %s: %s", Timeval::now().toStr().c_str(), ownerText().c_str(), purpose.c_str());
+    // The owner's text has process and host on a line each.
     line.replaceAll("\n", " ");
     line << '\n';
     FileStar file = openFile(sentinel, "a");
@@ -61,6 +62,7 @@ SentinelScope::SentinelScope(const BundlesSetup &setup, const ConfSettings &sett
         return;
     }
     const Pathname sentinel = setup.sentinelFile();
+    // The outer scope keeps it; this one must not let go of it.
     if (held.contains(sentinel)) {
         return;
     }

@@ -21,6 +21,7 @@ struct TimeUnit
     std::array<std::string_view, 5> names;
 };
 
+/// Lengths and not dates: a month has 30 days, a quarter 90, a year 365.
 constexpr TimeUnit kTimeUnits[] = {
     {1, {"us"}},
     {kMillisecond, {"ms"}},
@@ -38,6 +39,7 @@ constexpr TimeUnit kTimeUnits[] = {
 
 std::optional<std::uint64_t> microsecondsOf(std::string_view unit)
 {
+    // Seconds. Asked first, or the names that fill the rows up would match.
     if (unit.empty()) {
         return kSecond;
     }
@@ -51,6 +53,7 @@ std::optional<std::uint64_t> microsecondsOf(std::string_view unit)
 
 std::optional<std::uint64_t> multiply(std::uint64_t count, std::uint64_t microseconds)
 {
+    // Counted in milliseconds from here on, so that long times have room in 64 bits.
     if (microseconds < kMillisecond) {
         return count / (kMillisecond / microseconds);
     }
@@ -67,6 +70,7 @@ struct Replacement
     std::string_view expression;
 };
 
+/// The first that fits counts: three dots stand before one.
 constexpr Replacement kReplacements[] = {
     {"*", R"([^\\]*)"},
     {"...", ".*"},
@@ -91,6 +95,7 @@ std::optional<std::uint64_t> millisecondsOfTime(const Str &text)
 {
     const Str time = text.trimmed().lowered();
     const std::size_t unitAt = std::min(time.view().find_first_not_of("0123456789"), time.size());
+    // What a bare unit means; without digits the call below leaves it.
     std::uint64_t count = 1;
     if (std::from_chars(time.data(), time.data() + unitAt, count).ec == std::errc::result_out_of_range) {
         return std::nullopt;

@@ -51,6 +51,7 @@ bool ensureExists(const Pathname &file)
         log.error("Cannot create directory: %s: %m", directoryName.c_str());
         return false;
     }
+    // Without emptying it: another process may have made it, and written to it, since it was looked for.
     if (!openFile(file, "a").isOpen()) {
         log.error("Cannot create username mapping file: %s: %m", name.c_str());
         return false;
@@ -74,9 +75,12 @@ Str UsernameMapper::makeSafeName(const Str &name)
 {
     Str safe = name;
     safe.replaceChars(kUnsafeInNames, '_');
+    // Still, or only now: "nul" holds no unsafe character.
     if (isReservedName(safe)) {
         safe = Str::concat("_", safe);
     }
+    // Names that differ only in what was replaced get directories of their own by their digests. MD5 will do,
+    // as no secret hangs on it.
     safe << '.';
     appendMd5(name, safe);
     return safe.lowered();
@@ -120,6 +124,7 @@ bool UsernameMapper::trueName(const Str &safeName, Str &out)
 /// Another thread, or another host, may have been quicker.
 bool UsernameMapper::record(const Str &user, Str &safeName)
 {
+    // Ahead of the lock: it waits for other hosts, which is not to stop the threads of this one.
     const SentinelScope scope(setup_, settings_, Str("mapping username: ") << user);
     const std::lock_guard guard(lock_);
     if (settings_.isSharedStorageMode()) {
@@ -178,6 +183,7 @@ bool UsernameMapper::lookUpTrueName(const Str &safeName, Str &out, LogLevel leve
         return false;
     }
     for (const auto &[key, value, entry] : *stanza) {
+        // One after the other, as few users have names that need this.
         if (safeName.compareCaseless(Str(value)) == 0) {
             out = Str(key);
             return true;

@@ -37,11 +37,14 @@ private:
     // To be called with the lock held.
     bool ensureLoaded();
     void load();
+    /// False when none is recorded for the user.
     bool findSafeName(const Str &user, Str &out);
     bool lookUpTrueName(const Str &safeName, Str &out, LogLevel level);
+    /// Null, with the reason in the log at this level, when there are none.
     const IniStanza *mappings(LogLevel level);
     bool insert(const Str &user, const Str &safeName);
 
+    /// Gives the user a safe name, unless somebody has been quicker. To be called without the lock.
     bool record(const Str &user, Str &safeName);
     Str fileText() const;
 

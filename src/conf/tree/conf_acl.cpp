@@ -39,6 +39,7 @@ public:
 
     bool finish(const Str &text) const
     {
+        // In the other two states the text may end: behind a list, or where no name has begun.
         if (state_ == State::BeforeList || state_ == State::Role) {
             log.warn("Parsing found an incomplete permission string [%d]: %s", static_cast<int>(state_),
                      text.c_str());
@@ -63,6 +64,8 @@ private:
 
     bool takeInName(char byte)
     {
+        // Whatever comes before the colon is the name, brackets too; text that never meets one is told at the
+        // end.
         if (byte != ':') {
             buffer_ += byte;
             return true;
@@ -99,7 +102,7 @@ private:
 
     void addRole(Str role)
     {
-        // A role that is no text has no holder; the others of the list are not to suffer for it.
+        // Nobody has a role that is no valid text; the others of the list count all the same.
         if (!role.urlDecode()) {
             log.error("Cannot decode role: %s", role.c_str());
             return;
@@ -143,6 +146,8 @@ public:
         std::weak_ptr<const ConfAcl> &entry = entries_[capabilities];
         ConfAclPtr acl = entry.lock();
         if (!acl) {
+            // The table keeps the capabilities as its key, and no claim to the object: that goes with its
+            // last user.
             acl = std::make_shared<const ConfAcl>(std::move(capabilities));
             entry = acl;
         }
@@ -192,6 +197,7 @@ Str permissionText(const ConfAcl::Capabilities &capabilities)
 {
     Str text;
     for (const auto &[name, roles] : capabilities) {
+        // Names are the system's own words: only roles, which people choose, need a code.
         text << (text.empty() ? "" : ", ") << name << " : [ ";
         const char *separator = "";
         for (const Str &role : roles) {

@@ -10,6 +10,7 @@ ConfPathBasedPruner::ConfPathBasedPruner(ConfUserContext identity)
 bool ConfPathBasedPruner::shouldPrune(const StrVector &segments, ConfPathTrie &node)
 {
     gather(segments.size(), node);
+    // A user by itself is no address; what its metadata says still counts below.
     if (segments.size() < kAppLevel) {
         return false;
     }
@@ -20,6 +21,7 @@ bool ConfPathBasedPruner::shouldPrune(const StrVector &segments, ConfPathTrie &n
 
 void ConfPathBasedPruner::gather(std::size_t depth, const ConfPathTrie &node)
 {
+    // What was gathered on the way to the last node is kept as far as the two ways are one.
     gathered_.resize(depth - 1);
     gathered_.push_back(gathered_.empty() ? ConfPathMetadata() : gathered_.back());
     gathered_.back().overlay(node.metadata());
@@ -52,6 +54,7 @@ bool PermissionPruner::visitPath(const ConfPathCached &path, ConfPathTrie &node)
     if (isAllowed(path, parentMetadata())) {
         return false;
     }
+    // A copy to go down with: the walker's own path must stay at this node.
     ConfPathCached below = path;
     return !isAllowedBelow(below, node);
 }

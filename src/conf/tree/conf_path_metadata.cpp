@@ -51,6 +51,7 @@ bool ConfPathMetadata::operator==(const ConfPathMetadata &other) const
 
 bool ConfPathMetadata::equalsButTime(const ConfPathMetadata &other) const
 {
+    // Permissions are interned: one object is what equal ones have in common.
     return access == other.access && exported == other.exported && sameContent(owner, other.owner) &&
            sameContent(imports, other.imports) && removable == other.removable &&
            sameContent(version, other.version);
@@ -88,6 +89,7 @@ Str ConfPathMetadata::toStr() const
 {
     Str text = "{ ";
     text << (access ? access->toStr() : Str()) << " }";
+    // Logs have words of their own for this, which are not those of the files, "system" and "none".
     if (exported != ConfExport::NotSet) {
         text << ", export: " << (exported == ConfExport::System ? "global" : "app");
     }

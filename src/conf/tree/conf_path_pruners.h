@@ -13,7 +13,7 @@ namespace velmox {
 // The pruners that look at an address or at a node by itself, and below those that look at a reader's
 // context. Those that look at metadata and rights are in conf_path_based_pruner.h.
 
-/// Keeps all; for what wraps a pruner.
+/// Keeps all: for pruners that wrap another one, when there is none to wrap.
 class DoNothingPruner : public SimpleConfPathTriePruner
 {
     bool shouldPrune(const StrVector &, ConfPathTrie &) override { return false; }
@@ -143,7 +143,7 @@ private:
 /// Removes what users have for apps that are gone, the type "app" too.
 ///
 /// Where hosts share their storage, an app taken off it leaves the directories behind in which users kept
-/// settings for it. They must not come to life again on the host that still has a directory by that name
+/// settings for it. They must not count again on the host that still has a directory by that name
 /// alone. Shared settings vanish with the app's own directory, so only private ones can be left over.
 class DanglingDataPruner : public ConfPathTriePruner
 {

@@ -18,6 +18,7 @@ std::unique_ptr<ConfPathTrie> ConfPathTrie::makeEmpty() const
 
 ConfPathTrie &ConfPathTrie::node(const ConfPathBase &path)
 {
+    // Users count in any case, and trees compare bytes.
     ConfPathTrie *node = &child(path.user().lowered()).child(path.app());
     for (std::size_t at = 0; at < path.parts().size(); ++at) {
         node = &node->child(path.parts()[at], path.expansions()[at]);
@@ -101,6 +102,7 @@ void ConfPathTrie::walkBelow(ConfPathTriePruner &pruner, StrVector &segments)
     for (auto at = children_.begin(); at != children_.end();) {
         ConfPathTrie &node = *at->second;
         segments.back() = at->first;
+        // Asked on the way down, so that nothing below a node that goes is looked at.
         const PruneAnswer answer = pruner.visit(segments, node);
         if (answer != PruneAnswer::Remove) {
             node.walkBelow(pruner, segments);
@@ -134,6 +136,7 @@ void ConfPathTrie::merge(const ConfPathTrie &other, unsigned levels)
     for (const auto &[part, node] : other.children_) {
         const auto at = childBefore(next, part);
         at->second->merge(*node, levels - 1);
+        // The parts come in order: the place of the next one is behind this one.
         next = std::next(at);
     }
 }
@@ -146,6 +149,7 @@ void ConfPathTrie::merge(ConfPathTrie &&other)
         if (slot) {
             slot->merge(std::move(*node));
         } else {
+            // The whole subtree in one step, which is what this form is for.
             slot = std::move(node);
         }
     }
@@ -207,10 +211,12 @@ bool ConfPathTrie::diff(ConfPathTrie &out, const ConfPathTrie &a, const ConfPath
 {
     bool differ = !a.sameNode(b);
     if (differ) {
+        // The node alone: what lies below it is compared by itself.
         out.merge(b, 0);
     }
     for (const auto &[part, ofA] : a.children_) {
         const ConfPathTrie *const ofB = b.findChild(part);
+        // Built aside, so that nothing gets into `out` of what turns out to be equal.
         ConfPathTrie below;
         if (ofB == nullptr) {
             below.merge(*ofA);
@@ -250,6 +256,7 @@ void ConfPathTrie::dumpLevel(Str &out, unsigned level) const
         out << " (" << expansion_ << ")";
     }
     if (data_) {
+        // A value may have several lines; in a log it has one.
         out << " = " << withVisibleLineEnds(*data_);
     }
     if (metadata_) {

@@ -50,6 +50,7 @@ class ConfPathTrie
 public:
     using Children = std::map<Str, std::unique_ptr<ConfPathTrie>>;
 
+    /// As deep as there is anything.
     static constexpr unsigned kAllLevels = ~0u;
 
     ConfPathTrie() = default;
@@ -59,6 +60,7 @@ public:
 
     /// The node of a path, made with those above it when it is not there. The user counts in lower case.
     virtual ConfPathTrie &node(const ConfPathBase &path);
+    /// What a new node below is; a derived tree makes its own kind.
     virtual std::unique_ptr<ConfPathTrie> makeEmpty() const;
 
     /// Null when it is not there.
@@ -69,6 +71,7 @@ public:
     /// The child, made when it is not there. The second form sets its expansion if it has none.
     ConfPathTrie &child(const Str &part);
     ConfPathTrie &child(const Str &part, const Str &expansion);
+    /// With all below it; false when it is not there.
     bool removeChild(const Str &part);
     /// Removes the node of a path and all below it; the nodes above it stay. False when it is not there.
     bool remove(const ConfPathBase &path);
@@ -88,6 +91,7 @@ public:
     const Str &data() const { return *data_; }
     /// Nothing set where there is none.
     const ConfPathMetadata &metadata() const { return metadata_ ? *metadata_ : kNoMetadata; }
+    /// What stands for the part where it is used (see stanza_expansion.h), empty when it stands for itself.
     const Str &expansion() const { return expansion_; }
     void setExpansion(const Str &expansion) { expansion_ = expansion; }
 

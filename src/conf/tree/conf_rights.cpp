@@ -6,6 +6,7 @@ namespace velmox {
 
 namespace {
 
+/// Set while nobody uses the store, so that it needs no lock.
 std::unique_ptr<IConfUserContextFactory> installed;
 
 constexpr char kAdminRole[] = "admin";
@@ -49,6 +50,7 @@ ConfUserContext ConfUserContextFactory::rightsOf(const Str &user)
 
 bool ConfPathWithACL::hasCapability(const ConfUserContext &identity, const Str &capability, Str *reason) const
 {
+    // First, as all that follows needs the metadata, which has to be gathered from above the path.
     if (identity.isUnrestricted()) {
         return true;
     }

@@ -56,6 +56,7 @@ Str expandEnvironment(const Str &text)
         const WideStr value = reference.length == 0
                                   ? WideStr()
                                   : environmentVariable(Pathname::fromUtf8(reference.name).c_str());
+        // No reference, or one to a variable that is not set: the text stays as it is, byte by byte.
         if (value.empty()) {
             out += rest.front();
             rest.remove_prefix(1);

@@ -21,20 +21,24 @@ namespace velmox {
 namespace {
 
 constexpr UINT kUncaughtException = 3; // the code of abort()
+// Milliseconds: a dump takes seconds on a slow disk, and a report that hangs must not keep the process for
+// ever.
 constexpr DWORD kReportLimit = 60'000;
-/// Of the thread that reports for one whose stack is used up. The default is what the program is linked with,
-/// room for the longest key path, and a dump may hold all of it.
+/// Bytes of stack for the thread that reports for one whose stack is used up. Without a number it would get
+/// what the program is linked with, 128 MiB for the longest key paths, and Wine puts all of a thread's stack
+/// into the dump.
 constexpr SIZE_T kReportStack = 1u << 20;
 
 /// Set by arming and never freed; null before.
 const Pathname *fileStem = nullptr;
-/// Read ahead of a crash, as looking for a resource may take locks of the loader.
+/// Read ahead of a crash, because looking for a resource may take locks of the loader.
 unsigned buildNumber = 0;
 /// The thread whose crash is reported; 0 before. One report a process.
 LONG reportingThread = 0;
 
 WideStr programPath()
 {
+    // The longest path that Windows has. The heap is whole still: this is done when the log is armed.
     std::vector<wchar_t> path(32768);
     const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
     return WideStr(asUtf16(path.data()), length);
@@ -64,10 +68,13 @@ public:
         if (stem == nullptr) {
             return;
         }
+        // At its limit the routine writes no NUL; such a name is not used.
         const int length = _snwprintf(path_, kMostPathUnits, L"%ls_crash-%04d-%02d-%02d-%02d-%02d-%02d.log",
                                       asWide(stem), localTime.wYear, localTime.wMonth, localTime.wDay,
                                       localTime.wHour, localTime.wMinute, localTime.wSecond);
         if (length > 0 && length < static_cast<int>(kMostPathUnits)) {
+            // Without permissions of its own: looking the identities up would take locks, which may be held
+            // for ever now.
             file_.reset(CreateFileW(path_, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
                                     CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
         }
@@ -90,7 +97,7 @@ private:
     FileHandle file_;
 };
 
-/// Last, for it is what is likeliest to fail; the text file is complete without it.
+/// Last, as it is what is likeliest to fail; the text file is complete without it.
 void writeDump(CrashFile &file, const CrashFacts &facts)
 {
     if (file.path() == nullptr) {
@@ -116,7 +123,7 @@ DWORD WINAPI writeLogAndDump(void *argument)
     return 0;
 }
 
-/// For a thread whose stack is used up. A limit, for the loader's lock may be held, without which no thread
+/// For a thread whose stack is used up. A limit, as the loader's lock may be held, without which no thread
 /// begins.
 void writeOnAnotherThread(CrashFacts &facts)
 {
@@ -152,6 +159,7 @@ void report(EXCEPTION_POINTERS *exception, DWORD lastError)
     if (IsDebuggerPresent()) {
         DebugBreak();
     }
+    // What only the crashing thread can tell, taken before another one may do the writing.
     CrashFacts facts{exception, GetCurrentThreadId(), Thread::currentNameText(), Thread::currentOrMain(),
                      lastError, buildNumber};
     if (code == static_cast<DWORD>(EXCEPTION_STACK_OVERFLOW)) {
@@ -170,6 +178,8 @@ LONG WINAPI handleUnhandledException(EXCEPTION_POINTERS *exception)
         return EXCEPTION_CONTINUE_EXECUTION;
     }
     report(exception, lastError);
+    // Here and now: in the system's hands the process would wait for its debugger or for somebody to close a
+    // window.
     TerminateProcess(GetCurrentProcess(), record.ExceptionCode);
     return EXCEPTION_EXECUTE_HANDLER;
 }
@@ -230,7 +240,7 @@ void logInvalidParameter(const wchar_t *expression, const wchar_t *function, con
 /// Has the C run-time libraries that are loaded log their callers' bad arguments, through the logger
 /// "Backtracer", and go on, as far as they let themselves be told.
 ///
-/// By name, for what the linker finds for msvcrt.dll is a stand-in that tells the library nothing. A library
+/// By name, as what the linker finds for msvcrt.dll is a stand-in that tells the library nothing. A library
 /// without the routine deals with bad arguments in its own way, and nothing of them is logged.
 void logInvalidParameters()
 {

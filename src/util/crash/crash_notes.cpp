@@ -9,6 +9,7 @@ namespace velmox {
 
 namespace {
 
+/// No thread has so many scopes open; a list that is longer runs in a circle.
 constexpr unsigned kMostWritten = 1024;
 
 } // namespace

@@ -59,7 +59,8 @@ const char *nameOf(DWORD code)
     return "Exception";
 }
 
-/// The word for the first argument of an access violation.
+/// The word for the first argument of an access violation: 0 reads, 1 writes, and 8, the only other one that
+/// EXCEPTION_RECORD documents, executes.
 const char *accessOf(ULONG_PTR kind)
 {
     return kind == 0   ? "cannot read at address"
@@ -105,6 +106,7 @@ void writeTypeChain(CrashSink &sink, const std::type_info &type)
 void writeWhat(CrashSink &sink)
 {
     try {
+        // Thrown again to be caught by its base. The caller has seen that there is one.
         throw;
     } catch (const std::exception &exception) {
         sink.print("\r\n what(): ");
@@ -167,6 +169,7 @@ CpuText vendor()
 
 CpuText brand()
 {
+    // Leaf 0x80000000 tells the last of the extended leaves; three of them have the name, 16 bytes each.
     constexpr unsigned kFirst = 0x80000002;
     if (CpuRegisters(0x80000000).eax < kFirst + 2) {
         return {};
@@ -210,6 +213,8 @@ void writeHeader(CrashSink &sink, unsigned buildNumber, const SYSTEMTIME &time)
 void writeBacktrace(CrashSink &sink, const CrashFacts &facts)
 {
     sink.print("\r\n OS: Windows\r\n Arch: x86-64\r\n\r\n Backtrace:\r\n");
+    // A real handle: the one of GetCurrentThread means whichever thread uses it, and that need not be the one
+    // that crashed.
     const KernelHandle thread(
         OpenThread(THREAD_GET_CONTEXT | THREAD_QUERY_INFORMATION, FALSE, facts.threadId));
     writeStack(sink, thread.get(), *facts.exception->ContextRecord);

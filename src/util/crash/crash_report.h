@@ -22,7 +22,7 @@ struct CrashFacts
 };
 
 /// Writes all sections of the report, in their order. A C++ exception must be in the hands of the calling
-/// thread, for its type and its text are found there.
+/// thread, as its type and its text are found there.
 void writeCrashReport(CrashSink &sink, const SYSTEMTIME &localTime, const CrashFacts &facts);
 
 } // namespace velmox

@@ -61,6 +61,7 @@ bool DbgHelp::canWalk() const
            symFunctionTableAccess64 && symGetModuleBase64 && stackWalk64;
 }
 
+/// A recursion without an end would fill the report; its innermost frames show what it is.
 constexpr unsigned kMostFrames = 200;
 constexpr DWORD kMostNameBytes = 512;
 
@@ -85,9 +86,13 @@ public:
     StackWalk(const DbgHelp &dbgHelp, HANDLE thread, const CONTEXT &context)
         : dbgHelp_(dbgHelp), thread_(thread), context_(context)
     {
+        // Names as the source has them, a module's symbols only when an address lies in it, and no message
+        // box for a file that cannot be read.
         dbgHelp_.symSetOptions(SYMOPT_UNDNAME | SYMOPT_DEFERRED_LOADS | SYMOPT_LOAD_LINES |
                                SYMOPT_FAIL_CRITICAL_ERRORS);
+        // TRUE has it take in the modules that are loaded now.
         dbgHelp_.symInitialize(process_, nullptr, TRUE);
+        // Where the walk begins; on x86-64 it goes on by the unwind data of each function.
         frame_.AddrPC = {context.Rip, 0, AddrModeFlat};
         frame_.AddrStack = {context.Rsp, 0, AddrModeFlat};
         frame_.AddrFrame = {context.Rbp, 0, AddrModeFlat};
@@ -114,6 +119,7 @@ public:
 private:
     void writeFunction(CrashSink &sink, DWORD64 address) const
     {
+        // The name stands behind the structure, in the same buffer.
         alignas(SYMBOL_INFO) char buffer[sizeof(SYMBOL_INFO) + kMostNameBytes] = {};
         auto *symbol = reinterpret_cast<SYMBOL_INFO *>(buffer);
         symbol->SizeOfStruct = sizeof(SYMBOL_INFO);
@@ -192,6 +198,7 @@ bool writeMiniDump(const wchar_t *path, DWORD threadId, EXCEPTION_POINTERS *exce
     if (!file.isValid()) {
         return false;
     }
+    // FALSE: the pointers are this process's own.
     MINIDUMP_EXCEPTION_INFORMATION information{threadId, exception, FALSE};
     return dbgHelp.miniDumpWriteDump(GetCurrentProcess(), GetCurrentProcessId(), file.get(), MiniDumpNormal,
                                      &information, nullptr, nullptr);

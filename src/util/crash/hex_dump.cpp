@@ -33,6 +33,7 @@ public:
     HexLine(std::size_t offset, const unsigned char *bytes, std::size_t count)
     {
         std::fill(text_, text_ + sizeof(text_), ' ');
+        // Four digits do: no offset reaches beyond a page.
         for (int digit = 0; digit < 4; ++digit) {
             text_[digit] = kDigits[offset >> (12 - 4 * digit) & 15];
         }
@@ -57,7 +58,8 @@ private:
 void HexDumper::dump(const void *start, std::size_t length, const char *label)
 {
     const std::size_t readable = readableLength(start, length);
-    // A long label is cut, so that the address behind it stands.
+    // A long label is cut, so that the address behind it stands. At its limit the routine writes no NUL,
+    // which is there already.
     char intro[256] = {};
     _snprintf(intro, sizeof(intro) - 1, "First %u bytes of %.200s @%p:", static_cast<unsigned>(readable),
               label, start);

@@ -6,6 +6,7 @@ namespace velmox {
 
 namespace {
 
+/// People look at a file while it is written, and rename or delete it; a second writer would tear it.
 constexpr DWORD kShareReadAndDelete = FILE_SHARE_READ | FILE_SHARE_DELETE;
 
 } // namespace
@@ -20,6 +21,7 @@ bool FileDescriptor::openWrite(const Pathname &path, FilePermissions permissions
 bool FileDescriptor::openAppend(const Pathname &path, FilePermissions permissions)
 {
     close();
+    // Nobody else writes to it, so that the end found now stays where this handle writes.
     handle_ = createFile(path, GENERIC_WRITE, kShareReadAndDelete, OPEN_ALWAYS, permissions);
     if (isOpen() && !SetFilePointerEx(get(), {}, nullptr, FILE_END)) {
         close();

@@ -7,6 +7,7 @@ namespace velmox {
 
 namespace {
 
+// FILE_ALL_ACCESS and FILE_GENERIC_READ of winnt.h.
 constexpr DWORD kFullAccess = 0x1F01FF;
 constexpr DWORD kReadAccess = 0x120089;
 
@@ -29,6 +30,7 @@ bool findOwner(BYTE (&sid)[SECURITY_MAX_SID_SIZE])
         return false;
     }
     const KernelHandle owner(token);
+    // The identity that the structure points to stands behind it in the same buffer.
     alignas(TOKEN_USER) BYTE user[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
     DWORD length = 0;
     return GetTokenInformation(token, TokenUser, user, sizeof user, &length) &&
@@ -62,6 +64,7 @@ private:
 
 Identities *identities()
 {
+    // Never destroyed: threads that outlive main may still create files.
     static IdentityCache &cache = *new IdentityCache;
     return cache.get();
 }
@@ -76,6 +79,7 @@ ACL *buildAccessList(HANDLE heap, std::span<const AccessEntry> entries)
 {
     DWORD size = sizeof(ACL);
     for (const AccessEntry &entry : entries) {
+        // The last member of the entry is only the first four bytes of the identity that takes its place.
         size += static_cast<DWORD>(sizeof(ACCESS_ALLOWED_ACE) - sizeof(DWORD)) + GetLengthSid(entry.party);
     }
     auto *list = static_cast<ACL *>(HeapAlloc(heap, 0, size));
@@ -115,6 +119,8 @@ SECURITY_DESCRIPTOR *buildDescriptor(HANDLE heap, FilePermissions permissions)
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
+    // The owner is named, because an administrator's files may belong to the group of administrators
+    // otherwise.
     const bool built = InitializeSecurityDescriptor(descriptor, SECURITY_DESCRIPTOR_REVISION) &&
                        SetSecurityDescriptorOwner(descriptor, parties->owner, FALSE) &&
                        SetSecurityDescriptorDacl(descriptor, TRUE, list, FALSE);

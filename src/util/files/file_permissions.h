@@ -45,6 +45,7 @@ private:
         static void close(Type heap) { HeapDestroy(heap); }
     };
 
+    /// Of the descriptor and all that it points to.
     OwnedHandle<HeapTraits> heap_;
     SECURITY_ATTRIBUTES attributes_ = {sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
 };

@@ -10,6 +10,7 @@ namespace velmox {
 
 namespace {
 
+/// Others may have the file open in whatever way: it can be read all the same.
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr DWORD kBlockLength = 1024;
 
@@ -27,6 +28,7 @@ bool copyBlocks(const FileHandle &source, FileDescriptor &target)
         if (!ReadFile(source.get(), block, sizeof block, &count, nullptr)) {
             return false;
         }
+        // A read that succeeds with nothing is the end of the file.
         if (count == 0) {
             return true;
         }
@@ -36,6 +38,8 @@ bool copyBlocks(const FileHandle &source, FileDescriptor &target)
     }
 }
 
+/// What Windows tells two files apart by (BY_HANDLE_FILE_INFORMATION): two names may lead to one file, by
+/// links or because they differ in case.
 bool isSameFile(const BY_HANDLE_FILE_INFORMATION &a, const BY_HANDLE_FILE_INFORMATION &b)
 {
     return a.dwVolumeSerialNumber == b.dwVolumeSerialNumber && a.nFileIndexHigh == b.nFileIndexHigh &&
@@ -52,9 +56,11 @@ enum class Target
 
 Target examineTarget(const FileHandle &source, const Pathname &to)
 {
+    // Reading attributes alone is granted also where somebody has the file open and shares nothing.
     const FileHandle target = openExisting(to, FILE_READ_ATTRIBUTES);
     if (!target.isValid()) {
         const DWORD error = GetLastError();
+        // A missing folder is for the creation to tell, which comes next.
         return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ? Target::Absent
                                                                               : Target::Unknown;
     }
@@ -83,6 +89,8 @@ bool copyToNewFile(const FileHandle &source, const Pathname &to, FilePermissions
     return false;
 }
 
+/// What passes by itself, mostly: a scanner or an indexer has the file open for a moment, the network stalls,
+/// the machine is short of something.
 constexpr unsigned kTransientErrors[] = {
     ERROR_TOO_MANY_OPEN_FILES, ERROR_ACCESS_DENIED, ERROR_NOT_ENOUGH_MEMORY,
     ERROR_OUTOFMEMORY,         ERROR_NOT_READY,     ERROR_WRITE_FAULT,
@@ -105,6 +113,7 @@ bool isOrdinaryFile(const Pathname &path)
 {
     const PathKind kind = pathKind(path);
     if (kind == PathKind::Folder || kind == PathKind::Device) {
+        // Looking at it succeeded, so that the last error has no reason yet.
         SetLastError(ERROR_ACCESS_DENIED);
     }
     return kind == PathKind::File;
@@ -118,6 +127,7 @@ FileDescriptor makeTemporary(const Pathname &neighbour, Pathname &path)
     folder.absolute();
     folder.dirnameInPlace();
     FileDescriptor file;
+    // openWrite takes only a name that is free; one that is not is left alone, and another is tried.
     for (int attempt = 0; attempt < kNameAttempts && !file.isOpen(); ++attempt) {
         Str name;
         if (!appendRandomHex(name, kRandomDigits)) {
@@ -137,6 +147,8 @@ bool replaceAcrossVolumes(const Pathname &from, const Pathname &to)
         return false;
     }
     const bool copied = copyContent(from, file);
+    // Before it stands under the name that others know: while it is open here, nobody else can open it to
+    // write.
     file.close();
     if (copied && moveFile(temporary, to)) {
         return true;
@@ -156,6 +168,8 @@ bool replaceFile(const Pathname &from, const Pathname &to)
     if (moveFile(from, to)) {
         return true;
     }
+    // Only this failure has a way around it; with any other a copy would fail as well, or go past somebody's
+    // refusal.
     return GetLastError() == ERROR_NOT_SAME_DEVICE && replaceAcrossVolumes(from, to);
 }
 
@@ -206,6 +220,7 @@ bool copyFileTo(const Pathname &from, const Pathname &to, FilePermissions permis
     case Target::Unknown:
         return false;
     case Target::Other:
+        // Deleted, not overwritten: an existing file would keep its permissions.
         if (!removeFile(to)) {
             return false;
         }

@@ -23,10 +23,12 @@ bool makeTempName(Pathname &out)
     if (length == 0) {
         return false;
     }
+    // The size that is needed, when the buffer is too small.
     if (length > MAX_PATH) {
         SetLastError(ERROR_FILENAME_EXCED_RANGE);
         return false;
     }
+    // Windows takes three letters of the prefix.
     if (GetTempFileNameW(folder, L"VlxTMP", 0, name) == 0) {
         return false;
     }
@@ -41,6 +43,8 @@ struct OpenForm
     DWORD sharing;
 };
 
+// What is written here may be looked at, renamed and deleted meanwhile, but has one writer. What is only read
+// may be written by others: logs and settings that are in use must open.
 constexpr DWORD kShareReadAndDelete = FILE_SHARE_READ | FILE_SHARE_DELETE;
 
 constexpr OpenForm kAppend = {OPEN_ALWAYS, GENERIC_WRITE, kShareReadAndDelete};
@@ -67,6 +71,7 @@ const OpenForm &openFormOf(std::string_view mode)
 
 FileHandle openHandle(const Pathname &path, const OpenForm &form)
 {
+    // Nothing is created, so that there is no need to look the identities up for permissions.
     if (form.disposition == OPEN_EXISTING) {
         return FileHandle(CreateFileW(asWide(path), form.access, form.sharing, nullptr, form.disposition,
                                       FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -138,6 +143,7 @@ bool FileStar::close()
 bool FileStar::readLine(Str &out)
 {
     out.clear();
+    // Bytes gather here first: to append each by itself would cost more than to read it.
     char piece[256];
     std::size_t length = 0;
     int byte = EOF;
@@ -196,6 +202,7 @@ FileStar openFile(const Pathname &path, const char *modeText)
 
 FileStar streamFromHandle(FileHandle handle, int flags, const char *mode)
 {
+    // Wine's failure without an errno must not be read as the one before it.
     errno = 0;
     const int descriptor = _open_osfhandle(reinterpret_cast<std::intptr_t>(handle.get()), flags);
     if (descriptor == -1) {

@@ -37,7 +37,9 @@ public:
     /// The number of bytes; -1 on failure. Reading gives 0 at the end of the file.
     std::ptrdiff_t read(void *buffer, std::size_t length);
     std::ptrdiff_t write(const void *bytes, std::size_t length);
+    /// False when what was buffered did not reach the system.
     bool flush() { return std::fflush(file_) == 0; }
+    /// Turns off the run-time library's translation of line ends; to be called before the first byte.
     bool setBinary();
 
 private:

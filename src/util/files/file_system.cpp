@@ -16,6 +16,7 @@ std::size_t rootLength(const Pathname &path)
     return drive + (path.size() > drive && path[drive] == Pathname::kSeparator ? 1 : 0);
 }
 
+/// With slashes of both kinds, as settings have them; `Pathname::dirname` knows only the backslash.
 Pathname parentOf(const Pathname &path)
 {
     std::size_t end = path.size();
@@ -91,6 +92,7 @@ bool makeDir(const Pathname &path, bool publicRead)
 
 bool makeDirs(const Pathname &path, bool publicRead)
 {
+    // A root cannot be made: Windows denies access to it rather than tell that it exists.
     if (path.size() == rootLength(path) || isFolder(path)) {
         return true;
     }
@@ -102,6 +104,7 @@ bool makeDirs(const Pathname &path, bool publicRead)
         return true;
     }
     const DWORD error = GetLastError();
+    // Another process may have made it since it was looked for. A file of that name is no folder, though.
     const bool exists = error == ERROR_ALREADY_EXISTS || error == ERROR_FILE_EXISTS;
     if (exists && isFolder(path)) {
         return true;
@@ -135,6 +138,8 @@ bool listDirectory(const Pathname &directory, std::vector<DirectoryEntry> &out)
         }
     } while (FindNextFileW(search.get(), &found));
     const DWORD error = GetLastError();
+    // File systems list as they like, sorted or in the order of creation; whoever reads must find the same
+    // each time.
     std::sort(out.begin(), out.end(), [](const auto &a, const auto &b) { return a.name < b.name; });
     SetLastError(error);
     return error == ERROR_NO_MORE_FILES;
@@ -143,6 +148,7 @@ bool listDirectory(const Pathname &directory, std::vector<DirectoryEntry> &out)
 bool findEntry(const Pathname &path, DirectoryEntry &out)
 {
     WIN32_FIND_DATAW found;
+    // By a search, because that gives the name as it is stored; asking for attributes does not.
     const SearchHandle search(FindFirstFileW(asWide(path), &found));
     if (!search.isValid()) {
         return false;

@@ -33,6 +33,7 @@ bool makeDir(const Pathname &path, bool publicRead);
 /// race for the same folders all succeed.
 bool makeDirs(const Pathname &path, bool publicRead);
 
+/// Fails while somebody has the file open who does not share its deletion.
 bool removeFile(const Pathname &path);
 /// Renames within a volume, replacing what stands there.
 bool moveFile(const Pathname &from, const Pathname &to);

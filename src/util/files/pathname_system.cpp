@@ -15,6 +15,8 @@ bool queryPath(Pathname &out, Operation operation)
     if (length == 0) {
         return false;
     }
+    // Such a path is refused rather than cut; other calls would not take it either, without the prefix for
+    // long paths, which is never added.
     if (length >= MAX_PATH) {
         SetLastError(ERROR_FILENAME_EXCED_RANGE);
         return false;
@@ -33,6 +35,7 @@ bool equalButForCase(const Pathname &a, const Pathname &b)
 
 void Pathname::absolute()
 {
+    // The path is both source and target: it is assigned only when the call has succeeded.
     toFull(*this);
 }
 
@@ -47,6 +50,8 @@ bool Pathname::trueCase(Pathname &out) const
 {
     Pathname shortForm;
     Pathname longForm;
+    // Through the short form, because GetLongPathNameW may leave a component as it came when that is a long
+    // name already: then it would tell nothing of the stored case.
     const bool found =
         queryPath(shortForm, [this](wchar_t *buffer,
                                     DWORD size) { return GetShortPathNameW(asWide(*this), buffer, size); }) &&

@@ -8,10 +8,11 @@ namespace velmox {
 
 namespace {
 
-// What the decoders give beside characters.
+// What the decoders give beside characters, beyond the last code point.
 constexpr char32_t kEnd = 0xFFFFFFFF;
 constexpr char32_t kInvalid = 0xFFFFFFFE;
 
+// Bytes. The buffer grows with the longest line and is kept, so that the others cost no allocation.
 constexpr std::size_t kFirstLineBuffer = 128;
 
 char32_t characterOrInvalid(char32_t value)
@@ -61,6 +62,7 @@ bool ReadableUnicodeStream::readInto(Text &line)
     for (;;) {
         char32_t c = nextCharacter();
         if (c == kEnd) {
+            // An empty rest is no line: a file that ends with a line end has as many lines as line ends.
             return !line.empty();
         }
         if (c == '\n') {
@@ -74,6 +76,7 @@ bool ReadableUnicodeStream::readInto(Text &line)
         if (c == kInvalid && replaceBadInput_) {
             c = kReplacementCharacter;
         }
+        // Marks also stand in the middle, where files were appended to one another.
         if (c != kInvalid && c != kByteOrderMark) {
             appendCharacter(line, c);
         }
@@ -83,6 +86,7 @@ bool ReadableUnicodeStream::readInto(Text &line)
 void ReadableUnicodeStream::countLineEnd(bool crLf)
 {
     ++(crLf ? crLfLines_ : lfLines_);
+    // The majority of what was read so far; on a tie the flag stays as it is.
     if (lfLines_ < crLfLines_) {
         encoding_ |= kCrLfFlag;
     } else if (lfLines_ > crLfLines_) {
@@ -116,6 +120,7 @@ TextEncoding ReadableUnicodeStream::markedEncoding() const
     if (headStartsWith("\0\0\xFE\xFF"sv)) {
         return TextEncoding::Utf32Be;
     }
+    // Before UTF-16, whose mark is the beginning of this one.
     if (headStartsWith("\xFF\xFE\0\0"sv) && looksLikeUtf32Le()) {
         return TextEncoding::Utf32Le;
     }
@@ -160,6 +165,8 @@ int ReadableUnicodeStream::nextByte()
         return head_[headPosition_++];
     }
     phase_ = Phase::ReadingOn;
+    // A head that did not fill up has met the end, and the input is not asked again behind it: a console
+    // would wait for more.
     return headLength_ < kHeadSize ? -1 : readByte();
 }
 
@@ -172,6 +179,7 @@ void ReadableUnicodeStream::pushBack(int byte)
 
 char32_t ReadableUnicodeStream::nextCharacter()
 {
+    // The first look at the input decides, so that an encoding can be set up to then.
     if (phase_ == Phase::NothingRead) {
         detectEncoding();
     }
@@ -201,6 +209,8 @@ char32_t ReadableUnicodeStream::decodeUtf8()
     for (unsigned i = 0; i < continuations; ++i) {
         const int byte = nextByte();
         if (byte < 0 || !isUtf8Continuation(static_cast<unsigned>(byte))) {
+            // The byte that does not fit begins the next character; those before it are gone with the invalid
+            // one.
             pushBack(byte);
             return kInvalid;
         }
@@ -220,6 +230,7 @@ char32_t ReadableUnicodeStream::decodeUtf16(bool bigEndian)
     if (isLowSurrogate(second)) {
         return combineSurrogates(unit, second);
     }
+    // Whatever it is, the end too, it is the next call's.
     pendingUnit_ = second;
     hasPendingUnit_ = true;
     return kInvalid;
@@ -248,6 +259,7 @@ char32_t ReadableUnicodeStream::nextUnit(unsigned bytes, bool bigEndian)
 
 int ReadableUnicodeFileStar::readByte()
 {
+    // A buffer here, as each call of the C stream takes its lock.
     if (position_ == length_) {
         position_ = 0;
         length_ = std::fread(buffer_, 1, sizeof buffer_, file_);

@@ -67,14 +67,18 @@ private:
     bool headStartsWith(std::string_view mark) const;
 
     // Characters out of bytes. What turns out to belong to the next character is pushed back.
+    /// From what was pushed back, the bytes held back at first, then the input. -1 at its end.
     int nextByte();
+    /// One byte until it is read again; the end is none.
     void pushBack(int byte);
+    /// A character, or one of the marks for the end and for what is invalid.
     char32_t nextCharacter();
     char32_t decodeUtf8();
     char32_t decodeUtf16(bool bigEndian);
     char32_t decodeUtf32(bool bigEndian);
     char32_t nextUnit(unsigned bytes, bool bigEndian);
 
+    /// Bytes. Enough for the mark and some units behind it, by which UTF-32 is told from UTF-16.
     static constexpr std::size_t kHeadSize = 64;
 
     TextEncodingWord encoding_ = kDefaultEncodingWord;

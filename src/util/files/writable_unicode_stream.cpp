@@ -7,6 +7,7 @@ namespace velmox {
 void WritableUnicodeStream::write(const char *utf8, std::size_t length)
 {
     if (length != 0) {
+        // What waits for the other half of a surrogate pair cannot be completed by UTF-8.
         finishUtf16();
     }
     for (std::size_t at = 0; at < length; ++at) {
@@ -41,6 +42,7 @@ void WritableUnicodeStream::finishCharacter()
 
 void WritableUnicodeStream::takeUtf8(unsigned char byte)
 {
+    // One byte at a time, with the state in members: a call may end inside a character, and the next goes on.
     if (missing_ == 0) {
         beginUtf8(byte);
     } else if (!isUtf8Continuation(byte)) {
@@ -49,6 +51,8 @@ void WritableUnicodeStream::takeUtf8(unsigned char byte)
     } else {
         partial_ = partial_ << 6 | (byte & 0x3Fu);
         if (--missing_ == 0) {
+            // Judged when all its bits are there, by the reader's rule: what is written here reads back as it
+            // was.
             const bool valid = isShortestUtf8(partial_, continuations_) && isScalarValue(partial_);
             valid ? putCharacter(partial_) : putInvalid();
         }
@@ -77,6 +81,7 @@ void WritableUnicodeStream::takeUtf16(char16_t unit)
     }
     finishUtf16();
     if (isHighSurrogate(unit)) {
+        // Its other half may come with the next call.
         highSurrogate_ = unit;
     } else if (isLowSurrogate(unit)) {
         putInvalid();
@@ -101,9 +106,12 @@ void WritableUnicodeStream::finishUtf16()
     }
 }
 
+// At the first character and not before: until then the encoding may be set, and a stream to which nothing
+// was written leaves an empty file, without a mark.
 void WritableUnicodeStream::start()
 {
     started_ = true;
+    // The word may be that of a file in which nothing stood.
     if (encodingOf(encoding_) <= TextEncoding::Empty) {
         encoding_ = withEncoding(encoding_, TextEncoding::Utf8);
     }
@@ -139,6 +147,7 @@ void WritableUnicodeStream::putCharacter(char32_t c)
     if (!started_) {
         start();
     }
+    // What ends its lines with CR LF already is not given a second CR.
     if (c == '\n' && !afterCr_ && (encoding_ & kCrLfFlag) != 0) {
         (this->*output_)('\r');
     }
@@ -193,6 +202,7 @@ void WritableUnicodeFileStar::writeBuffer()
     if (length_ != 0 && std::fwrite(buffer_, 1, length_, file_) != length_) {
         failed_ = true;
     }
+    // Of bytes that were lost too: what comes next needs the room.
     length_ = 0;
 }
 

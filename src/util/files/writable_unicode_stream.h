@@ -40,7 +40,8 @@ protected:
     WritableUnicodeStream(const WritableUnicodeStream &) = delete;
     WritableUnicodeStream &operator=(const WritableUnicodeStream &) = delete;
 
-    /// Counts a character that the last call left unfinished as invalid.
+    /// Counts a character that the last call left unfinished as invalid. For destructors of derived classes:
+    /// here there is no `writeByte` left to call.
     void finishCharacter();
 
 private:
@@ -67,6 +68,7 @@ private:
     bool started_ = false;
     bool bigEndian_ = false;
     bool afterCr_ = false;
+    /// By the encoding, chosen once at the start rather than for each character.
     Output output_ = nullptr;
     unsigned continuations_ = 0; ///< of the last UTF-8 sequence
     unsigned missing_ = 0;       ///< of these, not taken yet; 0 when the sequence is finished
@@ -92,6 +94,7 @@ private:
 
     std::FILE *file_;
     bool failed_ = false;
+    /// Gathers bytes for one call of the C stream, which takes its lock each time.
     unsigned char buffer_[512];
     std::size_t length_ = 0;
 };

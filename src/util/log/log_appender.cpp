@@ -9,10 +9,13 @@ namespace velmox {
 
 namespace {
 
+// ERROR_FILE_NOT_FOUND and ERROR_PATH_NOT_FOUND, by their numbers: this file is built without the headers of
+// Windows too.
 constexpr unsigned kFileNotFound = 2;
 constexpr unsigned kPathNotFound = 3;
 
-/// Digits up to the end or white space, behind which anything may stand. A leading zero stands alone.
+/// Digits up to the end or white space, behind which anything may stand. A zero with digits behind it is
+/// refused rather than guessed at, for other readers of such files would take the number as octal.
 template <class Number>
 bool parseLimit(const Str &text, Number &out)
 {
@@ -70,6 +73,7 @@ bool LogAppender::writeToFile(const Str &line, LogReports &reports)
     std::size_t done = 0;
     while (done < line.size()) {
         const std::ptrdiff_t count = file_->write(line.data() + done, line.size() - done);
+        // Nothing written is a failure as well: a disk that takes no more must not keep the loop here.
         if (count <= 0) {
             addFailure(reports, LogLevel::Error, "Error writing to \"%s\": %m", fileName_);
             file_.reset();
@@ -86,6 +90,7 @@ bool LogAppender::writeToFile(const Str &line, LogReports &reports)
 
 bool LogAppender::open(LogReports &reports)
 {
+    // What earlier runs left in the file counts towards its limit, so that its size is asked for below.
     file_ = files_ ? files_->openAppend(fileName_) : nullptr;
     if (!file_) {
         addFailure(reports, LogLevel::Error, "Error opening \"%s\": %m", fileName_);
@@ -139,6 +144,7 @@ std::uint32_t LogAppender::freeBackup(LogReports &reports)
     while (index < maximumBackupIndex_ && files_->exists(backupName(index))) {
         ++index;
     }
+    // With no backups allowed this is the file itself, which is begun anew.
     if (index == maximumBackupIndex_) {
         removeLast(backupName(index), reports);
     }
@@ -151,6 +157,7 @@ void LogAppender::removeLast(const Pathname &path, LogReports &reports)
         return;
     }
     const unsigned error = platform::lastError();
+    // That there is none is usual, until the backups have come to their last index.
     if (error != kFileNotFound && error != kPathNotFound) {
         addFailure(reports, LogLevel::Warn, "Error unlinking \"%s\": %m", path);
     }
@@ -189,6 +196,7 @@ bool LogAppender::setProperty(StrSegment property, const Str &value)
         return setLayout(value);
     }
     if (property == "layout.ConversionPattern") {
+        // In force at once, and kept for a "PatternLayout" that comes behind another layout.
         layout_ = patternLayout_ = std::make_shared<const LogLayout>(value);
         return true;
     }

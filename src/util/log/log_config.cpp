@@ -91,6 +91,7 @@ bool LogConfigParser::cutComments(Str &text)
     for (;;) {
         const std::size_t begin = text.find(kCommentBegin);
         const std::size_t hash = text.find('#');
+        // What is not found stands at npos, behind everything: then the other kind of comment decides.
         if (hash < begin) {
             text.erase(hash);
             return true;
@@ -104,6 +105,8 @@ bool LogConfigParser::cutComments(Str &text)
             commentLine_ = lineNumber_;
             return false;
         }
+        // And again from the front: what stood on both sides may have joined to the beginning of another
+        // comment.
         text.erase(begin, end + kCommentEnd.size() - begin);
     }
 }
@@ -133,7 +136,7 @@ void LogConfigParser::header(StrSegment text)
 }
 
 /// One setting. A prefix that other readers of such files want is skipped, once; keys are told apart by what
-/// ends them, for a category's name may hold points and an appender's may not.
+/// ends them, as a category's name may hold points and an appender's may not.
 bool LogConfigParser::setting(StrSegment text)
 {
     std::string_view rest = text.view();
@@ -175,6 +178,8 @@ bool LogConfigParser::appender(StrSegment text)
         if (!takeEquals(rest)) {
             return false;
         }
+        // What stands behind the sign names a class to other readers of such files. Here all appenders are of
+        // one kind.
         handler_.appender(name);
         return true;
     }
@@ -205,6 +210,7 @@ bool LogConfigLoader::appenderProperty(StrSegment name, StrSegment property, Str
     for (const auto &[variable, replacement] : variables_) {
         expanded.replaceAll(Str::fromFormat("${%s}", variable.c_str()), replacement);
     }
+    // A property may stand before the line that names its appender.
     return system_.appenders().obtain(name).setProperty(property, expanded);
 }
 
@@ -220,7 +226,7 @@ void LogConfigLoader::unterminatedComment(const LogConfigLine &at)
                        Str::fromFormat("%s:%u: Unterminated XML comment started", at.file.c_str(), at.line)});
 }
 
-/// The root first, for each category begins as a copy of it; then the lines in their order, of all files.
+/// The root first, as each category begins as a copy of it; then the lines in their order, of all files.
 void LogConfigLoader::applyCategories()
 {
     if (root_ && !system_.categories().root().apply(root_->value, system_.appenders())) {
@@ -235,6 +241,7 @@ void LogConfigLoader::applyCategories()
 
 bool LogConfigLoader::applyCategory(const Str &line)
 {
+    // The first one: a name has none, while a value might.
     const std::size_t equals = line.find('=');
     if (equals == Str::npos) {
         return false;
@@ -319,6 +326,7 @@ bool LogConfigLoader::reportErrors()
 Pathname logCompanionPath(const Pathname &path)
 {
     const std::size_t separator = path.view().find_last_of(u"\\/");
+    // A point in a folder's name, or in front of a name, begins no extension.
     const std::size_t nameStart = separator == WideStr::npos ? 0 : separator + 1;
     const std::size_t point = path.rfind(u'.');
     Pathname companion = path;

@@ -13,6 +13,8 @@ namespace velmox {
 
 namespace {
 
+// In bytes. A message longer than the first is shown in the second, unless its logger or the pattern says
+// otherwise; the third is all that is shown of a thread's name.
 constexpr std::size_t kLongMessage = 16384;
 constexpr std::size_t kCompressedMessage = 100;
 constexpr std::size_t kLongestThreadName = 100;
@@ -41,6 +43,7 @@ TimeFormatter dateFormat(StrSegment argument)
         }
     }
     TimeFormatter formatter;
+    // A date in another form is better than lines without one.
     if (!formatter.compile(format.c_str())) {
         formatter.compile(kIsoDate);
     }
@@ -57,6 +60,7 @@ void appendDate(const TimeFormatter &format, std::uint64_t time, Str &out)
 
 std::uint64_t millisecondsSinceStart(const LogRecord &record)
 {
+    // Somebody may have set the clock back since the start.
     const std::uint64_t time = std::max(record.time, record.startTime);
     return static_cast<std::uint64_t>(Timeval(time).millisecondsSince(Timeval(record.startTime)));
 }
@@ -117,6 +121,7 @@ private:
         if (!takeIf('{')) {
             return {};
         }
+        // A brace that is not closed takes all that is left.
         const std::size_t length = rest_.view().find('}');
         const StrSegment text = rest_.substr(0, length);
         rest_.removePrefix(length == Str::npos ? rest_.size() : length + 1);
@@ -146,6 +151,7 @@ private:
             atom.pad = '0';
         }
         atom.minimumWidth = width();
+        // A point without digits says nothing, and is passed over.
         if (takeIf('.') && atDigit()) {
             atom.maximumWidth = width();
         }
@@ -154,6 +160,7 @@ private:
         }
         const char letter = take();
         const StrSegment text = argument();
+        // The literal in front goes first; what is behind a letter that is not known joins it.
         if (choose(letter, text, atom)) {
             endLiteral();
             atoms_.push_back(std::move(atom));
@@ -164,6 +171,7 @@ private:
     {
         switch (letter) {
         case 'n':
+            // On every system: logs have the line ends of Windows.
             atom.literal = "\r\n";
             return true;
         case 'd':
@@ -217,6 +225,7 @@ void LogLayout::render(const LogRecord &record, StrSegment message, Str &out) co
 void LogLayout::appendMessage(const Atom &atom, const LogRecord &record, StrSegment message, Str &out)
 {
     const bool limited = atom.maximumWidth != kNoMaximum;
+    // A width that has no room for the marker cuts, like that of any other field.
     if (limited && message.size() > atom.maximumWidth && atom.maximumWidth >= kMinimumCompressedLength) {
         appendCompressed(message, atom.maximumWidth, out);
     } else if (!limited && message.size() > kLongMessage && record.truncatesLongMessages) {
@@ -287,6 +296,7 @@ void LogLayout::fitToWidth(const Atom &atom, std::size_t start, Str &out)
     }
 }
 
+// The shared layouts are never destroyed, as static destructors log too.
 std::shared_ptr<const LogLayout> LogLayout::plain()
 {
     static const auto &layout = *new std::shared_ptr<const LogLayout>(new LogLayout("%m%n"));

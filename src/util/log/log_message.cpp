@@ -9,6 +9,8 @@ namespace {
 constexpr std::array<std::string_view, 9> kLevelNames = {"DEBUG", "INFO",  "NOTICE", "WARN", "ERROR",
                                                          "CRIT",  "ALERT", "FATAL",  "EMERG"};
 
+// In bytes: the tail that is kept, the least room for text at which one is, and the end of the marker, three
+// points and a blank.
 constexpr std::size_t kTailLength = 16;
 constexpr std::size_t kLeastRoomForTail = 32;
 constexpr std::size_t kMarkerEndLength = 4;

@@ -15,6 +15,8 @@ void LogSuppressor::pass(const char *format, LogLevel level, const std::function
                          const Write &write)
 {
     const std::lock_guard held(lock_);
+    // A fault of the system in here must not leave the lock taken: it becomes an exception, which the lock's
+    // owner sees.
     guarded([&] { passHeld(format, level, make(), write); });
 }
 
@@ -25,6 +27,7 @@ void LogSuppressor::pass(const char *format, LogLevel level, const std::function
 
 void LogSuppressor::passHeld(const Str &key, LogLevel level, const Str &text, const Write &write)
 {
+    // The text is the formatted one, for the line that is released when only others come.
     entries_.try_emplace(key, Entry{text, level, 0, threshold_, windowSeconds_});
     for (auto at = entries_.begin(); at != entries_.end();) {
         const bool done = visit(at->second, at->first == key ? &text : nullptr, write);
@@ -59,6 +62,8 @@ bool LogSuppressor::holdBack(Entry &entry, const Str *text) const
     if (entry.count <= entry.threshold) {
         return false;
     }
+    // The latest moment at first, so that the first one sets it; the others do only if the clock was set
+    // back.
     entry.firstSuppressed = std::min(entry.firstSuppressed, now_());
     return true;
 }

@@ -20,6 +20,7 @@ class LogSuppressor
 public:
     using Write = std::function<void(LogLevel level, const Str &message)>;
 
+    /// `now` is the clock, for which tests have one of their own.
     LogSuppressor(unsigned windowSeconds, unsigned threshold, Timeval (*now)() = Timeval::now);
 
     /// Takes the message of `format`, which `make` formats, and writes what is due of this format and all

@@ -40,6 +40,8 @@ bool LogCategory::apply(StrSegment value, LogAppenders &known)
             threshold = *level;
             levelWasSet = true;
         } else if (LogAppender *appender = known.find(token)) {
+            // A category begins with the root's appenders. The first that it names itself takes the place of
+            // all these.
             if (firstAppender) {
                 appenders.clear();
                 firstAppender = false;
@@ -66,6 +68,7 @@ LogSystem &LogSystem::instance()
 
 void LogSystem::start(std::uint64_t time)
 {
+    // A configuration that is read again does not begin the time anew.
     if (startTime_ == 0) {
         startTime_ = time;
     }

@@ -33,6 +33,7 @@ void formatMessage(Str &out, unsigned error, LogFormatCallback *callback, const 
         out.vformatWithError(error, fmt, args);
         return;
     }
+    // Into a text of its own, as formatting clears first what the callback has put there.
     Str body;
     out.clear();
     callback->before(out);
@@ -58,7 +59,7 @@ void reportStructuredException() noexcept
     try {
         guarded([] { Logger::report({LogLevel::Fatal, "caught SEH exception while trying to log!"}); });
     } catch (...) {
-        // The logging system itself is broken; the caller must not feel it.
+        // The logging system itself is broken, which is no concern of the caller.
     }
 }
 
@@ -66,7 +67,7 @@ void reportStructuredException() noexcept
 std::atomic<bool> configured = false;
 
 /// Guards the list of loggers, which begins with the one that came last, and their links. Made at first use,
-/// which is that of a static constructor, and never destroyed, for static destructors come as late.
+/// which is that of a static constructor, and never destroyed, as static destructors log too.
 struct LoggerList
 {
     std::mutex lock;
@@ -116,6 +117,8 @@ void Logger::enter()
     next_ = list.first;
     list.first = this;
     isListed_ = true;
+    // Asked with the lock held, as `bindAll` sets it: a logger is either in the list by then, or finds it
+    // set.
     if (configured.load(std::memory_order_acquire)) {
         bind();
     }
@@ -147,6 +150,7 @@ void Logger::bindTo(LogCategory *category)
 
 void Logger::bindAll()
 {
+    // Made before the lock is taken, as its constructor takes it too.
     ownLogger();
     LoggerList &list = loggers();
     const std::lock_guard held(list.lock);
@@ -176,6 +180,7 @@ void Logger::reset(LogFileSystem *files)
     LoggerList &list = loggers();
     const std::lock_guard held(list.lock);
     for (Logger *logger = list.first; logger; logger = logger->next_) {
+        // Before the categories go, which the loggers point to.
         logger->bindTo(nullptr);
     }
     LogSystem::instance().categories().reset();
@@ -197,6 +202,10 @@ void Logger::report(const LogReports &reports, const FailedAppenders *failed)
     }
 }
 
+// The way of a message: `log` and its like compare the level; `write` keeps the last error and lets nothing
+// out; `writeGuarded` formats, by way of the repeat suppressor where there is one; `deliver` hands the text
+// to the appenders, and what fails there to the logger of this room.
+//
 // A listed logger's messages from before the configuration go to the root appender, which is standard error
 // then. Those of a logger that is in no list, because it is a `LoggerSimple` or its constructor has yet to
 // run, have no appender to go to.
@@ -216,14 +225,14 @@ void Logger::write(LogLevel level, LogFormatCallback *callback, const char *fmt,
     } catch (const StructuredException &) {
         reportStructuredException();
     } catch (...) {
-        // The message is lost; the caller must not feel it.
+        // The message is lost: a failure to log never reaches the caller.
     }
 }
 
 void Logger::writeGuarded(unsigned error, LogLevel level, LogFormatCallback *callback, const char *fmt,
                           std::va_list args)
 {
-    // Outside of the try block, for what was formatted before a failure is still worth showing.
+    // Outside of the try block, as what was formatted before a failure is still worth showing.
     Str message;
     try {
         if (passesUnconfigured()) {
@@ -273,6 +282,7 @@ bool Logger::deliver(LogLevel level, const Str &message, const FailedAppenders *
     LogRecord record{platform::systemTime(),  system.startTime(), name_, level,
                      truncatesLongMessages(), system.threadName()};
     Str escaped;
+    // Most messages have no line end, and need no copy.
     const bool escapes = escapesLineEnds() && message.findFirst(CharSet::lineEnds(), 0, true) >= 0;
     if (escapes) {
         escaped = withVisibleLineEnds(message);
@@ -292,13 +302,14 @@ bool Logger::deliver(LogLevel level, const Str &message, const FailedAppenders *
             LogReports reports;
             written |= appender->append(record, escapes ? escaped : message, reports);
             const FailedAppenders withThis{appender, failed};
+            // This comes to an end: each round leaves out one appender more.
             report(reports, &withThis);
         }
     }
     return written;
 }
 
-/// Piece by piece, for memory may be what is missing.
+/// Piece by piece, as memory may be what is missing.
 void Logger::writeFallback(LogLevel level, std::string_view message)
 {
     if (LogSystem::instance().isFallbackSilenced()) {
@@ -327,6 +338,8 @@ void Logger::log(LogLevel level, const char *fmt, ...)
     }
 }
 
+// Each form tests the level itself, first of all: a message that is off costs a load and a comparison, and
+// its arguments are not even walked.
 void Logger::debug(const char *fmt, ...)
 {
     if (isWritten(LogLevel::Debug)) {
@@ -371,6 +384,7 @@ LogStream::~LogStream()
 {
     if (logger_ && !text_.empty()) {
         WholeText text(text_);
+        // Never read: the format is empty, and the text comes from the callback.
         std::va_list none{};
         logger_->log(level_, &text, "", none);
     }
@@ -390,7 +404,7 @@ void LogStream::append(void (*put)(Str &, const void *), const void *value) noex
     try {
         put(text_, value);
     } catch (...) {
-        // What cannot be appended is lost; the caller must not feel it.
+        // What cannot be appended is lost: a failure to log never reaches the caller.
     }
 }
 

@@ -53,6 +53,7 @@ public:
     Logger(const Logger &) = delete;
     Logger &operator=(const Logger &) = delete;
 
+    /// Log at a level. Below the threshold nothing is formatted.
     void debug(const char *fmt, ...) VELMOX_PRINTF(2, 3);
     void info(const char *fmt, ...) VELMOX_PRINTF(2, 3);
     void warn(const char *fmt, ...) VELMOX_PRINTF(2, 3);
@@ -72,6 +73,7 @@ public:
     LogStream warn();
     LogStream error();
 
+    /// Whether a message of the level would pass; for callers whose arguments are dear to make.
     bool isEnabled(LogLevel level) const
     {
         return static_cast<int>(level) >= threshold_.load(std::memory_order_relaxed);
@@ -132,7 +134,7 @@ private:
     bool deliver(LogLevel level, const Str &message, const FailedAppenders *failed = nullptr);
 
     // A static logger that is used before its constructor ran consists of zeros: its threshold lets
-    // everything through, and the message takes the road for loggers that are in no list.
+    // everything through, and the message goes the way of loggers that are in no list.
     const char *name_;
     /// The category's, copied when bound.
     std::atomic<int> threshold_;

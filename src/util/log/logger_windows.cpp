@@ -54,6 +54,7 @@ public:
 
 LogFileSystem &systemLogFiles()
 {
+    // Never destroyed: appenders use it as late as messages come.
     static SystemLogFiles &files = *new SystemLogFiles;
     return files;
 }
@@ -74,6 +75,7 @@ bool loadFiles(LogSystem &system, const Pathname &path, const char *section,
 {
     LogConfigLoader loader(system, variables);
     if (!readInto(loader, path, section)) {
+        // Read before anything else; then bound, as the report goes the way of any message.
         const unsigned error = platform::lastError();
         Logger::bindAll();
         Logger::report(
@@ -81,9 +83,12 @@ bool loadFiles(LogSystem &system, const Pathname &path, const char *section,
                                                    path.toStr().c_str())});
         return false;
     }
+    // It may be missing, as it usually is. Read second, so that its settings win, and before the categories
+    // are applied, which may name the appenders of either file.
     readInto(loader, logCompanionPath(path), section);
     loader.applyCategories();
     Logger::bindAll();
+    // Behind the binding, because what it finds wrong is logged, by the appenders just configured.
     loader.finishAppenders(mayUseStderr);
     return loader.reportErrors();
 }
@@ -96,6 +101,7 @@ bool Logger::loadConfig(const Pathname &path, const char *section, const std::ma
     const LastErrorKeeper keeper;
     LogSystem &system = LogSystem::instance();
     reset(&systemLogFiles());
+    // First of all, as whatever follows may have something to report.
     if (!mayUseStderr) {
         system.silenceFallback();
     }

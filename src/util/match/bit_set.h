@@ -15,10 +15,11 @@ public:
 
     explicit BitSet(std::size_t bound = 0) : words_((bound + 63) / 64) {}
 
+    /// Numbers must be below the bound; nothing checks them.
     void insert(std::size_t number) { words_[number / 64] |= std::uint64_t{1} << number % 64; }
     bool contains(std::size_t number) const { return (words_[number / 64] >> number % 64 & 1) != 0; }
 
-    // The other set has the same bound.
+    // The other set has the same bound. The loops have no way out, so that they go over many words at a time.
     BitSet &operator|=(const BitSet &other)
     {
         for (std::size_t i = 0; i < words_.size(); ++i) {
@@ -51,6 +52,7 @@ public:
         if (at >= words_.size()) {
             return kNone;
         }
+        // Members below `from` may stand in its word; they are cut off.
         std::uint64_t word = words_[at] & ~std::uint64_t{0} << from % 64;
         while (word == 0) {
             if (++at == words_.size()) {

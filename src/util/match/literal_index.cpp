@@ -77,6 +77,7 @@ void LiteralIndex::choose()
     for (std::size_t number = 0; number < patterns_.size(); ++number) {
         const Pattern &pattern = patterns_[number];
         const LiteralSet *best = bestSet(pattern.required, askers);
+        // Nothing to look for, or something too short for a window: such a pattern is asked each time.
         if (best == nullptr || (!pattern.aside.empty() && pattern.aside.size() < kNarrowest)) {
             always_.insert(number);
             continue;
@@ -103,7 +104,8 @@ void LiteralIndex::chooseWindows()
     step_ = std::min(shortest - width_ + 1, kLongestStep);
 }
 
-// The last windows of each literal, one for each place that it can have between two looks.
+// The last windows of each literal, one for each place that it can have between two looks. The last, because
+// paths begin alike: their ends are met more rarely in a text that lacks the literal.
 void LiteralIndex::addWindows()
 {
     for (std::uint32_t number = 0; number < literals_.size(); ++number) {
@@ -124,7 +126,8 @@ void LiteralIndex::addWindows()
     }
 }
 
-// A window of three bytes takes a fourth with it: at the end of a text that is its NUL.
+// A window of three bytes takes a fourth with it: at the end of a text that is its NUL. The mask drops it, as
+// the first byte of a text is the lowest of the word on the processors that this runs on.
 std::uint32_t LiteralIndex::windowAt(const char *at) const
 {
     std::uint32_t bytes;
@@ -135,6 +138,7 @@ std::uint32_t LiteralIndex::windowAt(const char *at) const
 std::uint32_t LiteralIndex::bitOf(std::uint32_t window) const
 {
     constexpr std::uint32_t kSpread = 0x9E3779B1; // 2^32 by the golden ratio
+    // The high bits of the product are those that all bytes of the window have gone into.
     return window * kSpread >> shift_;
 }
 
@@ -145,6 +149,7 @@ void LiteralIndex::find(const Str &text, BitSet &found) const
         return;
     }
     const std::size_t last = text.size() - width_;
+    // Wherever a literal stands, one of the positions looked at falls on one of its windows.
     for (std::size_t at = 0; at <= last; at += step_) {
         const std::uint32_t window = windowAt(text.data() + at);
         if (bits_.contains(bitOf(window))) {
@@ -155,6 +160,8 @@ void LiteralIndex::find(const Str &text, BitSet &found) const
 
 void LiteralIndex::check(std::uint32_t window, const Str &text, std::size_t at, BitSet &found) const
 {
+    // The bit says only that there may be a literal: several windows share one, and several literals a
+    // window.
     for (auto known = std::ranges::lower_bound(windows_, window, {}, &Window::bytes);
          known != windows_.end() && known->bytes == window; ++known) {
         const Literal &literal = literals_[known->literal];

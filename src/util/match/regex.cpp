@@ -11,6 +11,7 @@ namespace velmox {
 
 namespace {
 
+// Subjects are valid UTF-8 by the contract of the class; the check would be another pass over each.
 constexpr int kMatchOptions = PCRE_NO_UTF8_CHECK;
 
 // Of PCRE's output vector two thirds hold the offset pairs of the groups, the rest is its work space.
@@ -37,6 +38,7 @@ const char *orEmpty(const char *subject)
     return subject != nullptr ? subject : "";
 }
 
+/// Partial is what only `partialMatch` asks for.
 bool hasMatched(int result)
 {
     return result >= 0 || result == PCRE_ERROR_PARTIAL;
@@ -58,6 +60,7 @@ void Regex::clear()
 
 void Regex::compile(const Str &pattern, bool study, int pcreFlags)
 {
+    // Copied ahead of the clearing: the pattern may be this object's own.
     Str text = pattern;
     clear();
     pattern_ = std::move(text);
@@ -113,6 +116,7 @@ int Regex::exec(StrSegment subject, int options, bool fullMatch, int *offsets) c
     }
     const int result =
         program->exec(orEmpty(subject.data()), subject.size(), kMatchOptions | options, offsets, kVectorSize);
+    // Asked also of the wrapped pattern's match: \K can move its start.
     const bool spans =
         hasMatched(result) && static_cast<std::size_t>(offsets[1] - offsets[0]) == subject.size();
     return fullMatch && !spans ? PCRE_ERROR_NOMATCH : result;
@@ -123,6 +127,8 @@ bool Regex::match(StrSegment &subject, RegexMatch *out, bool consume, bool fullM
     if (out != nullptr) {
         out->clear();
     }
+    // So that a loop that takes match after match off a subject comes to an end, also for a pattern that
+    // matches nothing at all.
     if (consume && subject.empty() && !fullMatch) {
         return false;
     }
@@ -197,6 +203,7 @@ void Regex::escape(const Str &in, Str &out)
         if (!isPlain(c)) {
             escaped.push_back('\\');
         }
+        // To PCRE, a C string, a pattern would end at a NUL; `\0` stands for it.
         escaped.push_back(c != '\0' ? c : '0');
     }
     out = std::move(escaped);

@@ -9,6 +9,9 @@
 
 namespace velmox {
 
+// The room of matching: regular expressions over UTF-8 (this header; regex_program.h makes them quick), what
+// a text must hold to match one (required_literals.h), which of many may match a text (literal_index.h), and
+// filters with lists that put themselves in order (smart_filter_list.h).
 class RegexProgram;
 
 /// A pattern that does not compile, with PCRE's reason, or a group that a match does not have.
@@ -65,7 +68,9 @@ public:
     /// Whether the pattern can match only at the start of a subject.
     bool isAnchored() const { return anchored_; }
     const Str &pattern() const { return pattern_; }
+    /// The number of groups besides the whole match.
     int captureCount() const { return captureCount_; }
+    /// The numbers of the groups that have names.
     const std::map<Str, unsigned> &groupNames() const { return groupNames_; }
 
 private:

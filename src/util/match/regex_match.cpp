@@ -10,6 +10,7 @@ const StrSegment &RegexMatch::group(std::size_t index) const
         return whole_;
     }
     if (index > groups_.size()) {
+        // The words name the place in the vector, one less than the group.
         throw RegexException(Str::fromFormat("IndexOutOfBounds Exception: idx = %u, size = %u",
                                              static_cast<unsigned>(index - 1),
                                              static_cast<unsigned>(groups_.size())));
@@ -25,6 +26,7 @@ void RegexMatch::namedGroups(std::map<Str, Str> &out) const
     }
     for (const auto &[name, number] : regex_->groupNames()) {
         const StrSegment &text = group(number);
+        // A group that took no part has no text, not even an empty one.
         if (!text.isNull()) {
             out[name] = text.toStr();
         }

@@ -31,7 +31,7 @@ constexpr int kLargeMachineStack = 64 * kMiB;
 /// as deep as the subject is long.
 unsigned long deepestRecursion()
 {
-    // This very call tells how much of the stack one level takes, as a negative number.
+    // This very call tells how much of the stack one level takes, as a negative number (pcrestack(3)).
     static const int frame = -pcre_exec(nullptr, nullptr, nullptr, -999, -999, 0, nullptr, 0);
     return static_cast<unsigned long>(kInterpreterStack / static_cast<std::size_t>(frame));
 }
@@ -82,6 +82,8 @@ bool canHaveNewlines(const Str &pattern, int pcreFlags)
            hasPlainGroups(pattern.view());
 }
 
+/// As signed numbers, bytes beyond ASCII are negative: one comparison leaves them out with the control
+/// characters, among which are all line ends.
 bool isPlainByte(char byte)
 {
     return static_cast<signed char>(byte) >= ' ';
@@ -96,6 +98,7 @@ bool canHavePlainProgram(const Str &pattern, int pcreFlags)
 
 bool isPlain(const char *text, std::size_t length)
 {
+    // No way out of the loop, so that the compiler can look at many bytes at a time.
     unsigned isOther = 0;
     for (std::size_t i = 0; i < length; ++i) {
         isOther |= isPlainByte(text[i]) ? 0u : 1u;
@@ -153,6 +156,7 @@ const RegexProgram &RegexProgram::plain() const
         if (program) {
             program->plain_ = program.get();
         }
+        // This program itself when there is no other: so that nobody tries again.
         plain_.store(program ? program.release() : this, std::memory_order_release);
     }
     return *plain_;
@@ -183,6 +187,8 @@ const pcre_extra &RegexProgram::extra() const
 
 int RegexProgram::exec(const char *subject, std::size_t length, int options, int *offsets, int count) const
 {
+    // A program that has its newlines compiled in must not be given them again: machine code does not run for
+    // a call that names any.
     const RegexProgram &program = isPlain(subject, length) ? plain() : *this;
     const int all = options | (program.hasNewlines_ ? 0 : kNewlines);
     return program.run({subject, static_cast<int>(length), all, offsets, count});
@@ -191,6 +197,7 @@ int RegexProgram::exec(const char *subject, std::size_t length, int options, int
 int RegexProgram::execWithDefaultNewline(const char *subject, std::size_t length, int options, int *offsets,
                                          int count) const
 {
+    // LF is what PCRE is built for, and what a program that was compiled for any must be told.
     const int all = options | (hasNewlines_ ? PCRE_NEWLINE_LF : 0);
     return interpret({subject, static_cast<int>(length), all, offsets, count});
 }
@@ -202,6 +209,7 @@ int RegexProgram::run(const Call &call) const
     if (!isMachineCode(how)) {
         return result;
     }
+    // Each way out costs more than the one before: a larger stack, then the interpreter, whose answer stands.
     if (result == PCRE_ERROR_JIT_STACKLIMIT) {
         result = runOnLargeStack(call);
     }
@@ -220,6 +228,7 @@ int RegexProgram::runOnLargeStack(const Call &call) const
 // To PCRE's own limit of steps.
 int RegexProgram::interpret(const Call &call) const
 {
+    // A copy, as threads share the original.
     pcre_extra how = extra();
     if (isMachineCode(how)) {
         how.flags &= ~static_cast<unsigned long>(PCRE_EXTRA_EXECUTABLE_JIT | PCRE_EXTRA_MATCH_LIMIT);

@@ -37,6 +37,7 @@ class Sequence
 public:
     void add(const Part &part)
     {
+        // Texts in a row are one longer text, which fewer subjects hold.
         if (part.isExact() && canAppend(part.exact)) {
             append(part.exact);
             return;
@@ -85,6 +86,7 @@ private:
 
     void cut()
     {
+        // A set with the empty text asks for nothing.
         if (shortestOf(current_) > 0) {
             whole_.required.push_back(std::move(current_));
         }
@@ -114,6 +116,7 @@ Part eitherOf(std::vector<Part> parts)
     bool isExact = true;
     for (const Part &part : parts) {
         const LiteralSet *set = part.isExact() ? &part.exact : bestOf(part.required);
+        // One alternative without a known text lets any subject through, and so the whole does.
         if (set == nullptr) {
             return kAnything;
         }
@@ -131,8 +134,9 @@ Part eitherOf(std::vector<Part> parts)
     return either;
 }
 
-/// Reads a pattern as PCRE does. Gives up, for the pattern as a whole, on what it does not know: groups that
-/// are more than brackets, references, and escapes with arguments.
+/// Reads a pattern as PCRE does, by recursive descent: alternatives of sequences of items, of which a group
+/// holds alternatives again. Gives up, for the pattern as a whole, on what it does not know: groups that are
+/// more than brackets, references, and escapes with arguments.
 class Reader
 {
 public:
@@ -147,7 +151,7 @@ public:
 private:
     Part alternatives()
     {
-        // Deeper than any pattern that a person writes; the stack is no matter then.
+        // Deeper than any pattern that a person writes, and far from what the stack holds.
         constexpr unsigned kDeepest = 100;
         if (++depth_ > kDeepest) {
             isLost_ = true;
@@ -212,6 +216,7 @@ private:
 
     Part character()
     {
+        // All of its bytes, because a quantifier behind it is meant for the character.
         const std::size_t length = std::min<std::size_t>(
             rest_.size(), 1 + utf8ContinuationCount(static_cast<unsigned char>(rest_.front())));
         Part part{{Str(rest_.substr(0, length))}, {}};
@@ -241,6 +246,7 @@ private:
             return kAnything;
         }
         const char letter = rest_.front();
+        // A backslash in front of anything but a letter or a digit takes its meaning away.
         if (!isAsciiAlphanumeric(letter) && (letter & 0x80) == 0) {
             return character();
         }
@@ -330,6 +336,7 @@ private:
             return false;
         }
         rest_ = at.substr(1);
+        // How often beyond once makes no difference here, and the number may be of any length.
         least = minimum.find_first_not_of('0') == minimum.npos ? 0 : 1;
         return true;
     }

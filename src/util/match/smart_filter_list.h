@@ -34,6 +34,7 @@ public:
         if (filter == nullptr) {
             return;
         }
+        // The older one is not deleted: whether anybody else has it, is not known here.
         Filter *&entry = byName_[filter->name];
         std::erase(filters_, entry);
         entry = filter;
@@ -74,10 +75,12 @@ public:
     /// In the order of evaluation.
     const std::vector<Filter *> &filters() const { return filters_; }
     const std::map<Str, Filter *> &byName() const { return byName_; }
+    /// As the maker said. What is deleted in the end, `addFilter` was told for each filter.
     bool ownsFilters() const { return ownsFilters_; }
 
 protected:
-    /// Counts a call; true for one before which the order is to be made anew.
+    /// Counts a call; true for one before which the order is to be made anew, the first time for the one
+    /// behind a whole interval.
     bool isResortDue() { return sinceResort_++ >= resortInterval_; }
 
     void resort()
@@ -95,8 +98,11 @@ private:
                                   : static_cast<double>(filter.hits) / static_cast<double>(filter.checks);
     }
 
+    /// The filters that count.
     std::map<Str, Filter *> byName_;
+    /// To be deleted in the end, with those that others have replaced.
     std::set<Filter *> owned_;
+    /// In the order of evaluation.
     std::vector<Filter *> filters_;
     std::uint64_t sinceResort_ = 0;
     std::uint64_t resortInterval_;

@@ -30,6 +30,7 @@ RegexFilterList::RegexFilterList(const StrVector &patterns) : SmartFilterList(kR
     unsigned long long index = 0;
     for (const Str &pattern : patterns) {
         const Str name = Str::fromFormat("pattern-%llu", index++);
+        // Null is ignored there; the number of a pattern that is left out stays its own.
         addFilter(new (std::nothrow) RegexStringFilter(name, pattern), true);
     }
 }

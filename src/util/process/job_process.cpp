@@ -32,6 +32,7 @@ bool JobProcess::start(const WideStr &commandLine, DWORD flags, STARTUPINFOW &st
     if (!job_.isValid()) {
         return false;
     }
+    // CreateProcessW may write into it.
     WideStr writable = commandLine;
     PROCESS_INFORMATION process = {};
     if (!CreateProcessW(nullptr, reinterpret_cast<wchar_t *>(writable.data()), nullptr, nullptr, TRUE,
@@ -43,6 +44,7 @@ bool JobProcess::start(const WideStr &commandLine, DWORD flags, STARTUPINFOW &st
     if (!AssignProcessToJobObject(job_.get(), process_.get())) {
         job_.reset();
     }
+    // It would stand still for ever, and nobody would wait for it.
     if (ResumeThread(thread.get()) == static_cast<DWORD>(-1)) {
         end();
         return false;

@@ -18,6 +18,7 @@ void readPath(const char16_t *variable, Pathname &path)
         return;
     }
     path = text;
+    // One spelling, for all who compare paths with what lies below these.
     path.collapseSlashes();
     path.stripTrailingSlashes();
     if (path != text) {

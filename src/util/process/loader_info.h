@@ -77,7 +77,7 @@ public:
     const Str &getDefaultPortText() const { return defaultPortText_; }
     /// Whether the installation comes without a Python interpreter.
     bool isNoPython() const { return noPython_; }
-    /// Made on first use, for its random digits make the system load a cryptographic provider. Any thread.
+    /// Made on first use, as its random digits make the system load a cryptographic provider. Any thread.
     const ServerIdentity &serverIdentity() const;
     InitSettings &initSettings() { return initSettings_; }
     const InitSettings &initSettings() const { return initSettings_; }

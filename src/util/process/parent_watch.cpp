@@ -19,7 +19,8 @@ constexpr UINT kServerEndedBefore = 97;
 constexpr UINT kServerNotOpened = 98;
 constexpr UINT kServerDied = 99;
 
-/// Lives from `waitForParentOrSignal` to `stopParentWatch`.
+/// Lives from `waitForParentOrSignal` to `stopParentWatch`. There are up to two watches, one after the other:
+/// the first until a shutdown begins, the second, for DieWhenProcessDies alone, from then on.
 struct ParentWatchState
 {
     ShutdownCallback callback; // under the lock; null once it was called or the watch is torn down
@@ -36,6 +37,7 @@ struct ParentWatchState
 ParentWatchState *state = nullptr;
 /// Kept for the life of the process: a console signal may come at any time.
 CRITICAL_SECTION *stateLock = nullptr;
+/// Opened once and watched to the end, whatever becomes of `state`.
 HANDLE serverProcess = nullptr;
 
 [[noreturn]] __attribute__((format(gnu_printf, 1, 2))) void fail(const char *fmt, ...)
@@ -72,6 +74,7 @@ HANDLE createWatchThread(LPTHREAD_START_ROUTINE body)
 
 BOOL WINAPI handleConsoleSignal(DWORD type)
 {
+    // The window closed, the user logging off: there the system's own handling goes on.
     if (type != CTRL_C_EVENT && type != CTRL_BREAK_EVENT) {
         return FALSE;
     }
@@ -125,6 +128,7 @@ HANDLE openWatchedProcess()
     const HANDLE process = OpenProcess(kWatchRights, FALSE, state->pid);
     if (process == nullptr) {
         const unsigned error = GetLastError();
+        // What Windows says of a number that no process has any more.
         if (error != ERROR_INVALID_PARAMETER && error != ERROR_PATH_NOT_FOUND) {
             fail("Error waiting for process with PID %u to finish: OpenProcess: %u\n", state->pid, error);
         }
@@ -150,6 +154,7 @@ void watchProcess()
     if (end == WaitEnd::Process) {
         exit(kWatchedProcessDied);
     }
+    // A shutdown has begun, but a parent that dies meanwhile must not leave this process behind.
     startSecondWatch(process);
 }
 
@@ -179,11 +184,13 @@ void watchServerByEnvironment()
     if (text[0] == L'\0') {
         return;
     }
+    // What is no number is read as 0, the idle process, which cannot be opened.
     serverProcess = OpenProcess(kWatchRights, FALSE, static_cast<DWORD>(_wtol(text)));
     if (serverProcess == nullptr) {
         ExitProcess(kServerNotOpened);
     }
     DWORD exitCode = STILL_ACTIVE;
+    // A process that has ended can be opened as long as somebody holds a handle to it.
     if (GetExitCodeProcess(serverProcess, &exitCode) && exitCode != STILL_ACTIVE) {
         CloseHandle(serverProcess);
         ExitProcess(kServerEndedBefore);
@@ -201,6 +208,7 @@ void makeLockOnce()
     if (stateLock != nullptr) {
         return;
     }
+    // By malloc, as all of this: there may be no constructors yet, and no destructors any more.
     auto *lock = static_cast<CRITICAL_SECTION *>(malloc(sizeof(CRITICAL_SECTION)));
     if (lock == nullptr) {
         fail("Memory error: malloc: %u\n", lastError());
@@ -234,6 +242,7 @@ void startWatch()
 
 void endSecondWatch()
 {
+    // Taken out in one step, as the first watch may be putting it in just now.
     const HANDLE thread = InterlockedExchangePointer(&state->secondThread, nullptr);
     if (thread == nullptr) {
         return;
@@ -269,6 +278,7 @@ void waitForParentOrSignal(ShutdownCallback callback, void *argument, ParentWatc
     state->pid = pid;
     state->stopEvent = createManualResetEvent();
     startWatch();
+    // Last, when all that a signal touches is there.
     if (!SetConsoleCtrlHandler(handleConsoleSignal, TRUE)) {
         fail("Error setting up signal handler: SetConsoleCtrlHandler: %u\n", lastError());
     }
@@ -281,6 +291,8 @@ void triggerShutdown()
     }
     EnterCriticalSection(stateLock);
     if (state != nullptr && state->callback != nullptr) {
+        // Ahead of the callback, which may take its time: the first watch goes on to the second one
+        // meanwhile.
         if (!SetEvent(state->stopEvent)) {
             fail("Error signaling event: SetEvent: %u\n", lastError());
         }
@@ -300,11 +312,13 @@ void stopParentWatch()
     state->callback = nullptr;
     LeaveCriticalSection(stateLock);
 
+    // Without the lock, which the threads that end here must take to see that there is no callback left.
     endSecondWatch();
     endFirstWatch();
     // The first watch takes its end for the beginning of a shutdown and may have left a second one behind.
     endSecondWatch();
     EnterCriticalSection(stateLock);
+    // With the lock again: a signal that came meanwhile waits there and then looks at the state.
     CloseHandle(state->stopEvent);
     free(state);
     state = nullptr;

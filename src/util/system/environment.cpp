@@ -9,6 +9,7 @@ namespace velmox {
 
 namespace {
 
+/// With the text that the header promises; the library's own says only "std::bad_alloc".
 class OutOfMemory : public std::bad_alloc
 {
 public:

@@ -8,7 +8,8 @@ namespace velmox {
 /// "bad allocation".
 WideStr environmentVariable(const char16_t *name);
 
-/// Sets a variable for this process and its children; a failure leaves what stood.
+/// Sets a variable for this process and its children; an empty value removes it, and a failure leaves what
+/// stood.
 void setEnvironmentVariable(const char16_t *name, const WideStr &value);
 
 } // namespace velmox

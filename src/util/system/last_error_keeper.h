@@ -5,6 +5,7 @@
 namespace velmox {
 
 /// Keeps the calling thread's last error over a scope: what it was at the beginning it is again at the end.
+/// For code that logs or cleans up between a failure and whoever is to tell of it.
 class LastErrorKeeper
 {
 public:

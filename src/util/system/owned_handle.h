@@ -35,6 +35,8 @@ public:
 
     void reset(Type handle = Traits::invalid())
     {
+        // The new handle is in its place before the old one is closed, so that whatever closing sets off
+        // meets a whole owner.
         const Type old = std::exchange(handle_, handle);
         if (old != Traits::invalid()) {
             const DWORD error = GetLastError();
@@ -47,7 +49,8 @@ private:
     Type handle_ = Traits::invalid();
 };
 
-/// Handles whose invalid value is null: events, threads, processes.
+/// Handles whose invalid value is null: events, threads, processes. Which calls give null for a failure and
+/// which INVALID_HANDLE_VALUE, Windows decides call by call; hence the two kinds.
 struct KernelHandleTraits
 {
     using Type = HANDLE;
@@ -63,7 +66,7 @@ struct FileHandleTraits
     static void close(Type handle) { CloseHandle(handle); }
 };
 
-/// Memory of LocalAlloc.
+/// Memory of LocalAlloc, in which calls of Windows such as FormatMessageW leave their texts.
 struct LocalMemoryTraits
 {
     using Type = void *;

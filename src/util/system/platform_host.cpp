@@ -19,7 +19,8 @@ namespace {
 
 thread_local unsigned threadError = 0;
 
-/// Reads one character at `at` and moves behind it; the longest ill-formed beginning counts as one.
+/// Reads one character at `at` and moves behind it. The longest ill-formed beginning counts as one, as the
+/// Unicode standard recommends under "substitution of maximal subparts".
 char32_t nextCodePoint(const unsigned char *text, std::size_t length, std::size_t &at)
 {
     const unsigned char lead = text[at++];
@@ -30,6 +31,7 @@ char32_t nextCodePoint(const unsigned char *text, std::size_t length, std::size_
     if (following == 0) {
         return kReplacementCharacter;
     }
+    // A lead has 5, 4 or 3 bits of payload, one less for each continuation that it announces.
     char32_t c = lead & (0x3Fu >> following);
     for (unsigned taken = 0; taken < following; ++taken, ++at) {
         const bool fits =
@@ -77,6 +79,7 @@ void appendUtf8AsUtf16(const char *text, std::size_t length, WideStr &out)
     }
 }
 
+/// Codes are those of Windows, of which this system knows no text: what is written says so, with the number.
 bool systemMessage(unsigned, WideStr &)
 {
     return false;
@@ -99,6 +102,7 @@ std::uint64_t uptimeMilliseconds()
 bool localTime(std::int64_t unixSeconds, std::tm &out)
 {
     const std::time_t seconds = unixSeconds;
+    // The reach of the run-time library of Windows, so that both builds refuse the same moments.
     return unixSeconds >= 0 && unixSeconds <= kLastLocalTime && localtime_r(&seconds, &out) != nullptr;
 }
 

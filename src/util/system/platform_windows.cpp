@@ -13,6 +13,7 @@ namespace velmox::platform {
 
 namespace {
 
+/// The system's conversions count in int; what is longer than that is refused like any text too long.
 int checkedLength(std::size_t length)
 {
     if (length > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
@@ -81,6 +82,7 @@ void appendUtf8AsUtf16(const char *text, std::size_t length, WideStr &out)
 
 bool systemMessage(unsigned error, WideStr &out)
 {
+    // FormatMessageW sets an error of its own for each code that it does not know.
     const LastErrorKeeper keeper;
     wchar_t *text = nullptr;
     const DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr,
@@ -114,6 +116,7 @@ bool localTime(std::int64_t unixSeconds, std::tm &out)
 bool localToUnix(std::tm tm, std::int64_t &unixSeconds)
 {
     const __time64_t seconds = _mktime64(&tm);
+    // No moment is lost by it: the library's range begins in 1970, and -1 is the second before.
     if (seconds == -1) {
         return false;
     }
@@ -139,9 +142,11 @@ void writeStandardError(const char *bytes, std::size_t length)
 {
     const HANDLE handle = GetStdHandle(STD_ERROR_HANDLE);
     while (length != 0) {
+        // WriteFile counts in 32 bits.
         constexpr std::size_t kMostAtOnce = 1u << 30;
         const auto part = static_cast<DWORD>(length < kMostAtOnce ? length : kMostAtOnce);
         DWORD written = 0;
+        // There is nobody left to tell, and a handle that takes nothing must not hold the program up.
         if (!WriteFile(handle, bytes, part, &written, nullptr) || written == 0) {
             return;
         }

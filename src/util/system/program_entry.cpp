@@ -5,6 +5,7 @@
 #include "util/system/windows_api.h"
 #include "util/text/str.h"
 
+// wmain, because main would get the words in the system's code page, which loses what it has no letter for.
 int wmain(int count, wchar_t **arguments)
 {
     std::vector<std::string> words;

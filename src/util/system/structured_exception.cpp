@@ -14,6 +14,10 @@
 // still stands, then unwinds to the label behind the scope. The frame saves no register and keeps none across
 // the call, so nothing can be wrong there: to its caller it is a call that returned. The filter leaves the
 // exception's code in the 8 bytes of the frame above the callee's home space.
+//
+// 40 bytes are the 32 of home space that a callee may use, and 8 that keep the stack at a multiple of 16. The
+// nop behind the call is there for the return address: the unwinder looks for the scope that holds it, and
+// without the nop it would lie just behind the scope.
 extern "C" unsigned velmoxGuardedCall(void (*body)(void *), void *argument);
 
 asm(R"(
@@ -49,7 +53,8 @@ velmoxGuardedCall:
 
 namespace {
 
-/// C++ exceptions of the GNU run-time travel as structured ones with codes of the form 0x2?474343.
+/// C++ exceptions of the GNU run-time travel as structured ones with codes of the form 0x2?474343: "GCC" in
+/// the low bytes, and what is thrown, unwound or forced in the digit (unwind-seh.c of libgcc).
 bool isCxxException(DWORD code)
 {
     return (code & 0xF0FFFFFFu) == 0x20474343u;
@@ -64,6 +69,7 @@ extern "C" __attribute__((used)) LONG velmoxGuardFilter(EXCEPTION_POINTERS *exce
     if (isCxxException(code)) {
         return EXCEPTION_CONTINUE_SEARCH;
     }
+    // RaiseException takes any code, also the 0 that says here that nothing happened.
     const DWORD nonzero = code != 0 ? code : 1;
     std::memcpy(frame + kCodeAt, &nonzero, sizeof nonzero);
     return EXCEPTION_EXECUTE_HANDLER;

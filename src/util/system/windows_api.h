@@ -38,7 +38,7 @@ inline const char16_t *asUtf16(const wchar_t *text)
 template <class Function>
 bool findRoutine(HMODULE library, const char *name, Function *&routine)
 {
-    // Through void *, for the compiler takes a cast from FARPROC to any other function for a mistake.
+    // Through void *, as the compiler takes a cast from FARPROC to any other function for a mistake.
     routine = reinterpret_cast<Function *>(reinterpret_cast<void *>(GetProcAddress(library, name)));
     return routine != nullptr;
 }

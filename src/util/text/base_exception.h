@@ -11,6 +11,7 @@ namespace velmox {
 class BaseException : public std::exception
 {
 public:
+    /// The message as it stands: a percent sign in it means nothing.
     explicit BaseException(Str message) : message_(std::move(message)) {}
     BaseException(unsigned error, const char *fmt, std::va_list args)
     {

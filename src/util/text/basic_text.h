@@ -33,6 +33,7 @@ public:
     static constexpr std::size_t npos = Storage::npos;
 
     BasicText() = default;
+    /// Up to the NUL. The pointer must not be null: no text is what `StrSegment` is for.
     BasicText(const Unit *cstr) : units_(cstr) {}
     BasicText(const Unit *text, std::size_t length) : units_(text, checkedLength(length)) {}
     BasicText(std::size_t count, Unit unit) : units_(checkedLength(count), unit) {}
@@ -47,6 +48,7 @@ public:
     const Unit *data() const { return units_.data(); }
     Unit *data() { return units_.data(); }
     View view() const { return units_; }
+    /// So that a text goes wherever a view is asked for; the view holds as long as the text stands unchanged.
     operator View() const { return units_; }
 
     iterator begin() { return units_.begin(); }
@@ -54,6 +56,7 @@ public:
     const_iterator begin() const { return units_.begin(); }
     const_iterator end() const { return units_.end(); }
 
+    /// Unchecked; the unit at `size()` is the closing NUL.
     Unit &operator[](std::size_t at) { return units_[at]; }
     const Unit &operator[](std::size_t at) const { return units_[at]; }
     const Unit &at(std::size_t position) const
@@ -63,6 +66,7 @@ public:
         }
         return units_[position];
     }
+    /// Only of text that is not empty, as is `pop_back`.
     Unit front() const { return units_.front(); }
     Unit back() const { return units_.back(); }
 
@@ -81,6 +85,7 @@ public:
 
     void push_back(Unit unit)
     {
+        // Short of its capacity a text cannot meet the limit, so that the usual case costs one comparison.
         if (size() == capacity()) {
             checkLength(1, size());
         }
@@ -133,11 +138,13 @@ public:
         return self();
     }
 
+    /// What there is of `count` units from the position on, as a text of its own.
     Derived substr(std::size_t position, std::size_t count = npos) const
     {
         checkPosition(position);
         return Derived(View(units_).substr(position, count));
     }
+    /// The position of what is looked for, or `npos`. `rfind` looks for what begins at `from` or before.
     std::size_t find(View text, std::size_t from = 0) const { return units_.find(text, from); }
     std::size_t find(Unit unit, std::size_t from = 0) const { return units_.find(unit, from); }
     std::size_t rfind(View text, std::size_t from = npos) const { return units_.rfind(text, from); }
@@ -145,8 +152,11 @@ public:
     bool contains(View text) const { return units_.find(text) != npos; }
     bool startsWith(View text) const { return units_.starts_with(text); }
     bool endsWith(View text) const { return units_.ends_with(text); }
+    /// Below 0, 0 or above, by the units as unsigned numbers: for UTF-8 that is the order of code points.
     int compare(View text) const { return units_.compare(text); }
 
+    // Each operand has a form of its own: a literal converts to Derived as well as to View, and with fewer
+    // forms the comparison with it would be ambiguous.
     friend bool operator==(const Derived &a, const Derived &b) { return a.units_ == b.units_; }
     friend bool operator==(const Derived &a, View b) { return a.units_ == b; }
     friend bool operator==(const Derived &a, const Unit *b) { return a.units_ == b; }
@@ -157,6 +167,8 @@ public:
 private:
     Derived &self() { return static_cast<Derived &>(*this); }
 
+    // Thrown here and not by the library, whose texts name its own operations ("basic_string::substr: ..."):
+    // these two end in log lines, and people know them.
     [[noreturn]] static void throwPosition() { throw std::out_of_range("invalid string position"); }
     void checkPosition(std::size_t position) const
     {
@@ -166,6 +178,7 @@ private:
     }
     static void checkLength(std::size_t added, std::size_t standing = 0)
     {
+        // Compared without adding, which could wrap.
         if (added > Storage().max_size() - standing) {
             throw std::length_error("string too long");
         }

@@ -6,7 +6,7 @@
 
 namespace velmox {
 
-/// A set of bytes, one bit each.
+/// A set of bytes, one bit each. Sets are made at compile time; a test is a shift and a mask.
 class CharSet
 {
 public:

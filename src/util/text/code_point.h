@@ -9,9 +9,13 @@ namespace velmox {
 // continuations of UTF-8. All of it is arithmetic; the table of cases is in str_case.cpp.
 
 inline constexpr char32_t kLastCodePoint = 0x10FFFF;
+/// Stands for what could not be decoded.
 inline constexpr char32_t kReplacementCharacter = 0xFFFD;
+/// Tells the encoding at the beginning of a text; elsewhere it is a blank of no width, which Unicode advises
+/// against.
 inline constexpr char32_t kByteOrderMark = 0xFEFF;
 
+/// The first and the second unit of the pair by which UTF-16 writes a character beyond U+FFFF.
 constexpr bool isHighSurrogate(char32_t unit)
 {
     return (unit & ~char32_t{0x3FF}) == 0xD800;
@@ -22,6 +26,7 @@ constexpr bool isLowSurrogate(char32_t unit)
     return (unit & ~char32_t{0x3FF}) == 0xDC00;
 }
 
+/// The character of a pair; both must be of their kind.
 constexpr char32_t combineSurrogates(char32_t high, char32_t low)
 {
     return 0x10000 + ((high & 0x3FF) << 10 | (low & 0x3FF));
@@ -33,7 +38,8 @@ constexpr bool isScalarValue(char32_t value)
     return value <= kLastCodePoint && !isHighSurrogate(value) && !isLowSurrogate(value);
 }
 
-/// Looks at every unit, for a loop without a way out runs over many at a time.
+/// Looks at every unit instead of stopping at the first that is not ASCII: without a way out the compiler
+/// makes of the loop one over many units at a time.
 constexpr bool isAsciiUtf16(std::u16string_view text)
 {
     unsigned all = 0;
@@ -43,6 +49,7 @@ constexpr bool isAsciiUtf16(std::u16string_view text)
     return all < 0x80;
 }
 
+/// A byte of the form 10xxxxxx.
 constexpr bool isUtf8Continuation(unsigned byte)
 {
     return (byte & 0xC0) == 0x80;
@@ -51,6 +58,8 @@ constexpr bool isUtf8Continuation(unsigned byte)
 /// The number of continuation bytes behind a UTF-8 lead of at least 0x80; 0 when it leads nothing.
 constexpr unsigned utf8ContinuationCount(unsigned lead)
 {
+    // 0x80 to 0xBF are continuations, 0xC0 and 0xC1 could only lead overlong forms, and 0xF5 on would lead
+    // beyond U+10FFFF.
     if (lead < 0xC2 || lead > 0xF4) {
         return 0;
     }
@@ -80,6 +89,7 @@ void putUtf8(char32_t value, Put put)
         put(static_cast<unsigned char>(value));
         return;
     }
+    // The lead begins with 110, 1110 or 11110, a 1 for each byte of the form, and ends in the highest bits.
     const int tail = value < 0x800 ? 1 : value < 0x10000 ? 2 : 3;
     put(static_cast<unsigned char>((0xF0u << (3 - tail) & 0xFFu) | value >> 6 * tail));
     for (int shift = 6 * (tail - 1); shift >= 0; shift -= 6) {
@@ -95,6 +105,7 @@ void putUtf16(char32_t value, Put put)
         put(static_cast<char16_t>(value));
         return;
     }
+    // 0xD7C0 is 0xD800 less the 0x10000 >> 10 that a surrogate pair does not carry.
     put(static_cast<char16_t>(0xD7C0 + (value >> 10)));
     put(static_cast<char16_t>(0xDC00 | (value & 0x3FF)));
 }

@@ -241,6 +241,7 @@ void cutLineEnds(WideStr &text)
 void appendUnknown(unsigned error, Str &out)
 {
     const std::string_view known = componentErrorText(error);
+    // People search their logs for these words, the name of the call included.
     if (known.empty()) {
         out.appendFormat("FormatMessage was unable to decode error (%lu), (0x%x)",
                          static_cast<unsigned long>(error), error);
@@ -254,6 +255,8 @@ void appendUnknown(unsigned error, Str &out)
 void Str::appendErrorText(unsigned error)
 {
     WideStr message;
+    // The system is asked first also for codes that the tables know: a machine that has a text of its own for
+    // them, in its own language, is believed.
     if (!platform::systemMessage(error, message)) {
         appendUnknown(error, *this);
         return;

@@ -34,6 +34,8 @@ std::size_t Pathname::append(const char *utf8, std::size_t length)
         return size();
     }
     std::string_view text(utf8, length);
+    // Separators in front of a component are no second one: "a" and "\b" join to "a\b". A drive cannot go
+    // behind anything, but in front of nothing it is the path.
     if (!empty() || !startsWithDrive(text)) {
         ensureTrailingSlash();
         text.remove_prefix(std::min(text.find_first_not_of('\\'), text.size()));
@@ -99,6 +101,7 @@ Pathname Pathname::basename() const
     while (end > drive && isSlash((*this)[end - 1])) {
         --end;
     }
+    // Nothing but a drive or slashes: the name of a root is the root, with or without its separator.
     if (end == drive) {
         return empty() ? Pathname() : Pathname(substr(0, drive)).concat(u"\\");
     }
@@ -124,6 +127,7 @@ Str Pathname::extension() const
 
 void Pathname::stripTrailingSlashes()
 {
+    // The separator behind the drive is the root itself: "C:" without it means that drive's current folder.
     const std::size_t root = driveLength(view()) + 1;
     while (size() > root && back() == kSeparator) {
         pop_back();
@@ -132,6 +136,8 @@ void Pathname::stripTrailingSlashes()
 
 void Pathname::collapseSlashes()
 {
+    // In place: what is kept never overtakes what is read. The unit at index 1 always stays, so that two
+    // separators in front, a network path, remain two.
     std::size_t kept = 0;
     for (const char16_t unit : *this) {
         const bool second = kept >= 2 && unit == kSeparator && (*this)[kept - 1] == kSeparator;
@@ -173,6 +179,7 @@ std::size_t Pathname::parentLength() const
     // Separators behind the last component, the component, the separators before it.
     const std::size_t parent = skipBack(skipBack(skipBack(size(), true), false), true);
     const std::size_t drive = driveLength(view());
+    // What is left otherwise is a root, whose separator belongs to it, or a bare name.
     if (parent != 0 && parent != drive) {
         return parent;
     }

@@ -8,6 +8,7 @@
 
 namespace velmox {
 
+/// What Windows itself takes for a separator.
 constexpr bool isSlash(char16_t unit)
 {
     return unit == u'\\' || unit == u'/';
@@ -31,6 +32,8 @@ class Pathname : public WideStr
 public:
     using WideStr::WideStr;
 
+    /// The one separator that paths are made with. What comes from outside may have slashes; the operations
+    /// that know both kinds say so.
     static constexpr char16_t kSeparator = u'\\';
 
     Pathname() = default;

@@ -13,6 +13,7 @@ namespace {
 template <class Integer>
 Str &appendInteger(Str &out, Integer value)
 {
+    // The longest are the 20 characters of -9223372036854775808 and of 2^64 - 1.
     char digits[24];
     const std::to_chars_result result = std::to_chars(digits, digits + sizeof digits, value);
     return out.append(std::string_view(digits, result.ptr));
@@ -21,6 +22,7 @@ Str &appendInteger(Str &out, Integer value)
 /// The length of the well-formed character at the front, which is not ASCII; 0 when there is none.
 std::size_t wellFormedLength(const unsigned char *text, std::size_t length)
 {
+    // Only the first continuation has a range that depends on the lead; the rest need only be continuations.
     const std::size_t following = utf8ContinuationCount(text[0]);
     if (following == 0 || following >= length || !isUtf8Second(text[0], text[1])) {
         return 0;
@@ -33,6 +35,7 @@ std::size_t wellFormedLength(const unsigned char *text, std::size_t length)
     return following + 1;
 }
 
+/// Of a hexadecimal digit; the bit 0x20 folds the letters to lower case.
 int hexValue(char digit)
 {
     return digit <= '9' ? digit - '0' : (digit | 0x20) - 'a' + 10;
@@ -53,6 +56,7 @@ Str urlDecoded(std::string_view text)
             decoded += static_cast<char>(hexValue(text[1]) << 4 | hexValue(text[2]));
             text.remove_prefix(3);
         } else {
+            // A percent sign that two digits do not follow stands for itself, as browsers take it.
             decoded += text.front() == '+' ? ' ' : text.front();
             text.remove_prefix(1);
         }
@@ -67,7 +71,9 @@ void Str::appendUtf16(const char16_t *text, std::size_t length)
     if (length == 0) {
         return;
     }
+    // Nearly all that passes here is ASCII, which needs neither the system's conversion nor its buffer.
     if (!isAsciiUtf16({text, length})) {
+        // No UTF-8 form is shorter in bytes than its UTF-16 form in units.
         reserve(size() + length);
         platform::appendUtf16AsUtf8(text, length, *this);
         return;
@@ -103,6 +109,7 @@ Str &Str::operator<<(unsigned long long value)
 
 Str &Str::operator<<(double value)
 {
+    // Six decimals, whatever the value: stream and log have always written numbers so.
     appendFormat("%lf", value);
     return *this;
 }
@@ -154,6 +161,7 @@ void Str::trim(const CharSet &set, bool left, bool right)
 {
     const std::string_view kept = trimmedView(view(), set, left, right);
     const auto before = static_cast<std::size_t>(kept.data() - data());
+    // The end first: once the front is gone, the positions are others.
     erase(before + kept.size());
     erase(0, before);
 }
@@ -189,6 +197,7 @@ bool Str::isValidUtf8(const char *text, std::size_t length)
 
 bool Str::urlDecode()
 {
+    // What has nothing to decode is only asked whether it is UTF-8, as the decoded text would be.
     if (findFirst(CharSet::urlTriggers(), 0, true) < 0) {
         return isValidUtf8(data(), size());
     }

@@ -32,6 +32,7 @@ public:
     using BasicText::compare;
     using BasicText::startsWith;
 
+    /// For a split that ends only with its text.
     static constexpr unsigned kNoLimit = ~0u;
 
     /// Appends UTF-16 as UTF-8. Half a surrogate becomes U+FFFD. `length` counts 16-bit units.
@@ -42,6 +43,7 @@ public:
     void appendUtf16Lowered(std::u16string_view text);
 
     /// Clears, then formats by the C run-time library's format language; `append...` keeps what stands.
+    /// Without the sizes z, t, j and hh, which older versions of that library on Windows misread.
     ///
     /// The argument list must not refer to this string's own text.
     void format(const char *fmt, ...) VELMOX_PRINTF(2, 3);
@@ -61,6 +63,7 @@ public:
     /// Appends the system's text of an error code, without its closing line end.
     void appendErrorText(unsigned error);
 
+    /// Append; numbers in decimal, a bool as 1 or 0, a double with six decimals, an exception as its text.
     Str &operator<<(const Str &text) { return append(text); }
     Str &operator<<(std::string_view text) { return append(text); }
     Str &operator<<(const char *text) { return append(text); }
@@ -86,7 +89,9 @@ public:
     /// Replaces left to right, resuming behind what was put in; returns the count. An empty `find` does
     /// nothing.
     std::size_t replaceAll(const Str &find, const Str &with);
+    /// Overwrites each member byte and returns how many there were.
     std::size_t replaceChars(const CharSet &set, char with);
+    /// Removes members of the set at the chosen ends.
     void trim(const CharSet &set = CharSet::blanks(), bool left = true, bool right = true);
     Str trimmed(const CharSet &set = CharSet::blanks(), bool left = true, bool right = true) const
     {
@@ -94,8 +99,11 @@ public:
     }
     /// Removes the first and the last byte when both equal `quote`; one lone quote stays.
     void unquote(char quote);
+    /// In one allocation.
     static Str concat(const Str &a, const Str &b);
 
+    /// By the Unicode standard's table of well-formed sequences: no overlong form, no surrogate, nothing
+    /// beyond U+10FFFF. Empty text is valid.
     static bool isValidUtf8(const char *text, std::size_t length);
     /// Decodes in place; false, with the text as it was, when the decoded bytes are not valid UTF-8.
     bool urlDecode();
@@ -114,7 +122,8 @@ public:
     Str lowered() const;
     Str uppered() const;
 
-    /// The whole text as a number, or `dflt` when it is empty, has anything left over, or is out of range.
+    /// The whole text as a number, or `dflt` when it is empty, has anything left over, or is out of range. By
+    /// the rule of the C run-time library: white space may stand in front, but not behind.
     long long toInt64(long long dflt, int base = 10) const;
     unsigned long long toUInt64(unsigned long long dflt, int base = 10) const;
     int toInt(int dflt, int base = 10) const;

@@ -30,6 +30,8 @@ constexpr Utf8Key kFirstTableKey = 0xC280;
 /// In order of their keys, from U+0080 on, closed by a sentinel.
 constexpr UnicodeRow kRows[] = {
 #include "unicode_rows.inc"
+    // Beyond any key, also that of ill-formed text, whose greatest is a lead of 0xFF and three 0xBF behind
+    // it.
     {0xFFFFFFFF, 0},
 };
 
@@ -57,9 +59,12 @@ Utf8Key lowerCaseKey(Utf8Key key)
     }
     const std::uint32_t attributes = attributesOf(key);
     switch (attributes & kKindBits) {
+    // A new row begins where the mask changes, so that one serves all code points of a run.
     case kUpperRun:
         return key ^ (attributes & kMaskBits);
     case kPairRun:
+        // The last byte of a sequence carries the low six bits of the code point, so that the key's low bit
+        // is the code point's.
         return key | 1;
     default:
         return key;
@@ -86,6 +91,7 @@ constexpr std::size_t kWord = sizeof(std::uint64_t);
 
 std::uint64_t wordAt(const char *text)
 {
+    // Copied, as a text begins at any address; the compiler makes one load of it.
     std::uint64_t word;
     std::memcpy(&word, text, kWord);
     return word;
@@ -127,6 +133,7 @@ Utf8Key pack(Utf8Key key, char byte)
 /// Appends the bytes of a key, which leading zero bytes are no part of.
 void appendKey(Utf8Key key, Str &out)
 {
+    // Leading alone: behind the first byte of a key no shifted rest is zero any more.
     for (int shift = 24; shift >= 0; shift -= 8) {
         if (key >> shift != 0) {
             out.push_back(static_cast<char>(key >> shift & 0xFF));
@@ -153,6 +160,8 @@ void appendFolded(std::string_view text, Str &out)
 {
     out.reserve(out.size() + text.size());
     while (!text.empty()) {
+        // Copied as a whole and folded where it lies: appending byte by byte would check the capacity for
+        // each, and could not be done in parallel.
         const std::size_t plain = asciiPrefix(text.data(), text.size());
         const std::size_t before = out.size();
         out.append(text.substr(0, plain));
@@ -168,6 +177,8 @@ void appendFolded(std::string_view text, Str &out)
 /// Takes one character off `text` as a key; an ill-formed sequence gives its first byte alone.
 Utf8Key takeCharacter(std::string_view &text)
 {
+    // By the count that the lead announces, not by runs as in folding: an order must not take the stray
+    // continuation bytes behind a character for a part of it.
     const std::size_t announced = 1 + utf8ContinuationCount(static_cast<unsigned char>(text.front()));
     Utf8Key key = pack(0, text.front());
     if (announced <= text.size()) {
@@ -193,6 +204,7 @@ int compareCharacters(std::string_view &a, std::string_view &b)
 {
     const Utf8Key left = takeCharacter(a);
     const Utf8Key right = takeCharacter(b);
+    // Most characters that are compared are the same ones, and need no look into the table.
     if (left == right) {
         return 0;
     }
@@ -204,6 +216,8 @@ int compareCharacters(std::string_view &a, std::string_view &b)
 /// Takes the equal ASCII words off the front of both.
 void skipEqualAscii(std::string_view &a, std::string_view &b)
 {
+    // Paths that are compared mostly begin alike. Only whole words of ASCII are skipped, so that no character
+    // is cut in two.
     const std::size_t common = std::min(a.size(), b.size());
     std::size_t at = 0;
     for (; common - at >= kWord; at += kWord) {
@@ -223,6 +237,7 @@ int Str::compareCaseless(const char *a, std::size_t aLength, const char *b, std:
     std::string_view left(a, aLength);
     std::string_view right(b, bLength);
     skipEqualAscii(left, right);
+    // Folded keys are compared as numbers: the order is the same on every machine, whatever its language.
     while (!left.empty() && !right.empty()) {
         if (isAscii(left.front()) && isAscii(right.front())) {
             const char leftByte = toAsciiLower(left.front());
@@ -249,7 +264,8 @@ void Str::toUpper(Str &out) const
     appendFolded<toAsciiUpper, upperCaseKey>(view(), out);
 }
 
-// Most text is ASCII, for which one pass does. Conversion first and folding behind took four times as long.
+// Most text is ASCII, and then one pass is enough. Conversion first and folding behind took four times as
+// long.
 void Str::appendUtf16Lowered(std::u16string_view text)
 {
     if (!isAsciiUtf16(text)) {

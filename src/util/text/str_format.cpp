@@ -13,7 +13,8 @@ namespace {
 constexpr std::size_t kStackBuffer = 256;
 
 #ifdef _WIN32
-/// The C run-time library's own formatter; a negative result says that the text was cut.
+/// The C run-time library's own formatter; a negative result says that the text was cut. Without _TRUNCATE a
+/// text that is too long would be for the library's handler of bad arguments.
 int formatBounded(char *buffer, std::size_t size, const char *fmt, std::va_list args)
 {
     return _vsnprintf_s(buffer, size, _TRUNCATE, fmt, args);
@@ -26,6 +27,7 @@ int formattedLength(const char *fmt, std::va_list args)
 #else
 int formatBounded(char *buffer, std::size_t size, const char *fmt, std::va_list args)
 {
+    // Standard C tells the length that was needed; told apart here, so that both halves answer alike.
     const int length = std::vsnprintf(buffer, size, fmt, args);
     return static_cast<std::size_t>(length) < size ? length : -1;
 }
@@ -95,6 +97,7 @@ void Str::vappendFormat(const char *fmt, std::va_list args)
         return;
     }
     const auto heap = std::make_unique_for_overwrite<char[]>(count + 1);
+    // A text that did not come out whole is not appended at all.
     if (formatBounded(heap.get(), count + 1, fmt, args) == length) {
         append(heap.get(), count);
     }
@@ -134,6 +137,7 @@ Str Str::fromFormat(const char *fmt, ...)
 
 void Str::vformatWithError(unsigned error, const char *fmt, std::va_list args)
 {
+    // Most formats have no %m, and looking up the system's text is far dearer than the search for it.
     if (!hasErrorConversion(fmt)) {
         vformat(fmt, args);
         return;
@@ -153,6 +157,7 @@ void Str::formatWithError(unsigned error, const char *fmt, ...)
 
 void Str::formatWithLastError(const char *fmt, ...)
 {
+    // Before any other work, as whatever runs next may set it.
     const unsigned error = platform::lastError();
     std::va_list args;
     va_start(args, fmt);

@@ -27,9 +27,11 @@ template <class Number>
 Conversion<Number> convert(const Str &text, int base, Number (*library)(const char *, char **, int))
 {
     char *end = nullptr;
+    // The library sets it only when it fails.
     errno = 0;
     const Number value = library(text.c_str(), &end, base);
     const bool inRange = errno != ERANGE;
+    // The end is that of the text, not the first NUL: what stands behind a NUL inside is left over.
     return {value, !text.empty() && end == text.c_str() + text.size(), inRange};
 }
 
@@ -46,6 +48,7 @@ Conversion<int> convertInt(const Str &text, int base)
     return {static_cast<int>(clamped), wide.whole, inRange};
 }
 
+/// What the library's conversions skip in front, in the locale "C", whatever the locale is now.
 bool isSpace(char byte)
 {
     return byte == ' ' || (byte >= '\t' && byte <= '\r');
@@ -117,6 +120,7 @@ bool Str::toBool(bool ifEmpty, bool ifInvalid) const
 bool StrSegment::toInt(int &out, int base) const
 {
     const Conversion<int> result = convertInt(toStr(), base);
+    // Also beyond the range, where it is the nearer limit; the result tells the two apart.
     if (result.whole) {
         out = result.value;
     }
@@ -129,6 +133,8 @@ bool StrSegment::parseUpTo(std::uint64_t limit, std::uint64_t &out) const
     std::uint64_t value = 0;
     for (const char byte : digits) {
         const auto digit = static_cast<std::uint64_t>(byte - '0');
+        // Each test keeps the next from wrapping: the first says that `value * 10` fits, the second what may
+        // still be added.
         if (!isAsciiDigit(byte) || value > limit / 10 || value * 10 > limit - digit) {
             return false;
         }
@@ -147,9 +153,12 @@ bool StrSegment::parseSignedUpTo(std::int64_t limit, std::int64_t &out) const
     const bool negative = !text.empty() && text[0] == '-';
     text.removePrefix(negative);
     std::uint64_t magnitude = 0;
+    // The least number has a magnitude one above the greatest. The magnitude is trimmed once more on its own:
+    // blanks may stand behind the minus.
     if (!text.parseUpTo(static_cast<std::uint64_t>(limit) + negative, magnitude)) {
         return false;
     }
+    // Negated while unsigned, as the magnitude of the least number is no signed one.
     out = static_cast<std::int64_t>(negative ? 0 - magnitude : magnitude);
     return true;
 }

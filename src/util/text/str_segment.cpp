@@ -35,6 +35,7 @@ Str forEachEscapedPiece(const Str &text, char separator, OnPiece onPiece)
     Str piece;
     for (std::size_t at = 0; at < text.size(); ++at) {
         if (text[at] == '\\') {
+            // A backslash at the very end escapes nothing, and is dropped.
             if (++at == text.size()) {
                 break;
             }
@@ -74,6 +75,7 @@ void StrSegment::split(SplitAcceptor &acceptor, const StrSegment &delimiter, uns
         acceptor.accept(rest.substr(0, at));
         rest.removePrefix(at + delimiter.size());
     }
+    // Also when nothing is left: behind a delimiter there always is a piece.
     acceptor.accept(rest);
 }
 

@@ -24,6 +24,7 @@ public:
     constexpr const char *data() const { return start_; }
     constexpr std::size_t size() const { return length_; }
     constexpr bool empty() const { return length_ == 0; }
+    /// No text, as against empty text.
     constexpr bool isNull() const { return start_ == nullptr; }
     constexpr const char *begin() const { return start_; }
     constexpr const char *end() const { return start_ + length_; }
@@ -38,6 +39,7 @@ public:
         start_ += count;
         length_ -= count;
     }
+    /// Throws std::out_of_range for a position past the end.
     constexpr StrSegment substr(std::size_t position, std::size_t count = Str::npos) const
     {
         return StrSegment(view().substr(position, count));

@@ -21,7 +21,9 @@ enum class TextEncoding : std::uint8_t
 using TextEncodingWord = std::uint32_t;
 
 inline constexpr TextEncodingWord kTextEncodingMask = 0xFF;
+/// The text begins with U+FEFF.
 inline constexpr TextEncodingWord kByteOrderMarkFlag = 0x8000;
+/// Its lines end in CR LF, and not in LF alone.
 inline constexpr TextEncodingWord kCrLfFlag = 0x4000;
 /// Where readers and writers begin: CR LF until the text says otherwise.
 inline constexpr TextEncodingWord kDefaultEncodingWord = kCrLfFlag;

@@ -40,6 +40,8 @@ class Condition::WaiterScope
 public:
     explicit WaiterScope(Condition &condition) : condition_(condition)
     {
+        // Waiters are kept and used again: each has an event of the system, and a wait that made one would be
+        // slow.
         const std::lock_guard guard(condition_.listsLock_);
         waiter_ = condition_.free_.popFront();
         if (waiter_ == nullptr) {
@@ -86,6 +88,8 @@ void Condition::wait(Mutex &mutex)
 bool Condition::waitFor(Mutex &mutex, unsigned milliseconds)
 {
     const WaiterScope waiter(*this);
+    // A signal that comes between the timeout and the end of this scope stays in the event, where the next to
+    // be given this waiter finds it; their loops see that it was for nobody.
     const bool woken = thread_primitives::signalAndWait(mutex.handle(), waiter.event(), milliseconds);
     mutex.lock();
     return woken;
@@ -102,6 +106,7 @@ void Condition::signal()
 void Condition::broadcast()
 {
     const std::lock_guard guard(listsLock_);
+    // Nobody is taken off: each waiter does that itself when it has the mutex again.
     for (ConditionWaiter *waiter = waiting_.head(); waiter != nullptr; waiter = waiter->next) {
         thread_primitives::setEvent(waiter->event.get());
     }

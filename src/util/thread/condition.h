@@ -43,17 +43,20 @@ public:
     Condition &operator=(const Condition &) = delete;
     ~Condition();
 
+    /// Lets go of the mutex while it waits, in one step, and holds it again when it returns.
     void wait(Mutex &mutex);
     /// False on timeout; the mutex is held all the same.
     bool waitFor(Mutex &mutex, unsigned milliseconds);
 
     /// Wakes the thread that came last: last come, first served.
     void signal();
+    /// Wakes all that wait now.
     void broadcast();
 
 private:
     class WaiterScope;
 
+    /// Taken behind the mutex that a caller holds, and held for the lists alone, never over a wait.
     CriticalSection listsLock_;
     ConditionWaiterList waiting_; // under listsLock_
     ConditionWaiterList free_;    // under listsLock_

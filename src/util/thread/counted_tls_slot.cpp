@@ -7,6 +7,8 @@ namespace velmox {
 
 namespace {
 
+/// Null is a value as good as any: only the last error tells that the call failed, and it is put back because
+/// a name for a log line is read between a failure and its report.
 bool readSlot(DWORD slot, void *&value)
 {
     const DWORD error = GetLastError();
@@ -46,6 +48,8 @@ void CountedTlsSlot::enter()
             thread_primitives::reportFailure("TlsAlloc");
         }
         State none = 0;
+        // Slot and count change in one step: nobody is counted without a slot, or reads a slot that no count
+        // keeps.
         if (state_.compare_exchange_strong(none, State{slot} << 32 | 1)) {
             return;
         }
@@ -69,6 +73,7 @@ void CountedTlsSlot::leave()
     State state = state_.load();
     while (!state_.compare_exchange_weak(state, countOf(state) == 1 ? 0 : state - 1)) {
     }
+    // The state that was replaced: this was the last user, and nobody can find the slot any more.
     if (countOf(state) == 1) {
         freeSlot(slotOf(state));
     }
@@ -76,6 +81,7 @@ void CountedTlsSlot::leave()
 
 void CountedTlsSlot::freeSlot(DWORD slot)
 {
+    // Only the calling thread's value can be reached; the system drops those of others with the slot.
     if (void *value = checkedGet(slot)) {
         release_(value);
     }

@@ -18,11 +18,13 @@ void CrashSink::print(const char *text)
 
 void CrashSink::print(const char16_t *text)
 {
+    // Piece by piece over the stack: no unit of UTF-16 becomes more than three bytes of UTF-8.
     constexpr int kPiece = 256;
     char utf8[3 * kPiece];
     std::size_t left = std::char_traits<char16_t>::length(text);
     while (left != 0) {
         int units = static_cast<int>(left < kPiece ? left : kPiece);
+        // A half that stands alone at the end is a piece of one unit, which goes as it is.
         if (units > 1 && isHighSurrogate(text[units - 1])) {
             --units; // the pair goes with the next piece
         }
@@ -53,6 +55,7 @@ void LimitedCrashSink::write(const char *bytes, std::size_t length)
         return;
     }
     if (length > kWriteLimit) {
+        // Through this function again, and counted; the word is short enough to come through.
         print("Crash log write attempted over the limit of (50kB), skipping.\r\n");
         return;
     }

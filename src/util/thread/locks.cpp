@@ -18,7 +18,7 @@ void Mutex::unlock()
     }
 }
 
-// Two exceptions at a time would end the process.
+// A second exception while one is on its way would end the process; the first one is the one to tell.
 MutexGuard::~MutexGuard() noexcept(false)
 {
     try {
@@ -45,6 +45,7 @@ bool Event::waitFor(Mutex &mutex, unsigned milliseconds)
 
 UsageCount::Drained::Drained(UsageCount &count) : guard_(count.mutex_)
 {
+    // The event may still be set from a time when nobody waited, so that the count is what is asked.
     while (count.count_ > 0) {
         count.drained_.wait(count.mutex_);
     }

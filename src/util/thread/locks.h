@@ -5,7 +5,7 @@
 namespace velmox {
 
 // Which lock is for what: `std::mutex` for a few statements of code that may stand below this room;
-// `CriticalSection` where the holder may come again; `Mutex` where a wait goes with the lock, for it costs a
+// `CriticalSection` where the holder may come again; `Mutex` where a wait goes with the lock, as it costs a
 // call of the system each time.
 
 /// Lock on a critical section, for short stretches without a wait. Recursive. Usable with std::lock_guard.
@@ -32,6 +32,7 @@ public:
     Mutex();
     ~Mutex() noexcept { handle_.closeWithoutRaising(); }
 
+    /// Waits without a limit.
     void lock() { thread_primitives::waitForObject(handle()); }
     void unlock();
     /// False when another thread holds it.
@@ -92,6 +93,7 @@ public:
         MutexGuard guard_;
     };
 
+    /// Waits while somebody drains.
     void enter();
     void leave();
 

@@ -20,6 +20,7 @@ void releaseThread(void *) {}
 /// Counts the threads besides the main one, and holds each one's object while it runs.
 constinit CountedTlsSlot threadSlot(releaseThread);
 
+// Set while there is but one thread, and only read afterwards: they need no lock.
 unsigned mainThreadId = 0;
 bool mainThreadExists = false;
 Thread *mainThread = nullptr;
@@ -65,6 +66,7 @@ LONG WINAPI continueNameException(EXCEPTION_POINTERS *exception)
 /// time of the call only.
 void nameThreadForDebugger(unsigned threadId, const char *name)
 {
+    // 0x1000 says that this layout follows.
     const NameRecord record{0x1000, name, threadId, 0};
     void *handler = AddVectoredExceptionHandler(1, continueNameException);
     if (handler == nullptr) {
@@ -148,8 +150,11 @@ void Thread::create(std::size_t stackSize, const char *fmt, std::va_list args)
         throwThreadException(GetLastError(), "Thread created before main thread!");
     }
     threadsCreated = true;
+    // Before there is a thread, as its first act is to tell its name.
     name_.vformat(fmt, args);
     const Entry entry = threadEntryWrapper != nullptr ? threadEntryWrapper : &Thread::threadEntry;
+    // The size as that of the reservation. Without the flag it would be what is committed at once, and each
+    // stack as large as the program's own.
     const std::uintptr_t handle = _beginthreadex(nullptr, static_cast<unsigned>(stackSize), entry, this,
                                                  STACK_SIZE_PARAM_IS_A_RESERVATION, &threadId_);
     if (handle == 0) {
@@ -177,6 +182,7 @@ void Thread::stopBeforeDestruction()
         }
         cancelUnderLock();
     }
+    // Without the lock, which the thread must take to see that it was cancelled.
     thread_primitives::waitForObject(handle_.get());
 }
 
@@ -208,6 +214,7 @@ void Thread::joinOrCancel()
 {
     {
         const MutexGuard guard(allThreadsLock());
+        // Asked and cancelled under one lock: nobody can start it in between.
         if (!readyToRun_) {
             cancelUnderLock();
         } else {
@@ -289,6 +296,7 @@ const char *Thread::currentNameText() noexcept
         if (thread != nullptr) {
             return static_cast<const Thread *>(thread)->name_.c_str();
         }
+        // Unknown are threads of the system and of libraries, such as that of the console's handler.
         return isMainThreadNow() ? "Main Thread" : "Unknown Thread";
     } catch (...) {
         return kNamelessThread;

@@ -60,6 +60,7 @@ public:
     /// Writes the object's state for a crash report. Takes no lock.
     virtual void dump(CrashSink &sink) const;
 
+    /// Lets the body run, now that the derived object is whole.
     void start();
     /// Waits without limit; the thread must have been started.
     void join();
@@ -107,6 +108,7 @@ public:
     static void setMainThreadHook(void (*hook)());
 
 protected:
+    /// The body, on the new thread.
     virtual void main() = 0;
 
     /// The main thread's form. The calling thread is the main thread from then on.
@@ -137,6 +139,8 @@ private:
     void cancelUnderLock();
     void stopBeforeDestruction();
 
+    // Destroyed from the last to the first: when the handle goes, whose closing may raise, all the rest has
+    // gone.
     thread_primitives::CheckedHandle handle_;  // null for the main thread
     JoinState didJoin_ = JoinState::NotJoined; // under allThreadsLock
     unsigned threadId_ = 0;

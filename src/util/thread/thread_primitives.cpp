@@ -31,6 +31,7 @@ namespace thread_primitives {
 
 namespace {
 
+/// Bytes; enough for a handler that does no more than hand over to another thread.
 constexpr ULONG kReservedStack = 32 * 1024;
 
 // What there is to say before `Thread` has set its hooks.
@@ -139,6 +140,7 @@ void setEvent(HANDLE event)
 
 void CheckedHandle::reset(HANDLE handle)
 {
+    // Given up before it is closed: if closing raises, nobody tries again.
     const HANDLE old = std::exchange(handle_, handle);
     if (old == nullptr) {
         return;

@@ -19,7 +19,7 @@ public:
 
 } // namespace velmox
 
-/// What every primitive of threads and locks shares: the one rule for the result of a wait, the one road of a
+/// What every primitive of threads and locks shares: the one rule for the result of a wait, the one way of a
 /// failed call, and the switch that silences both in the last moments of the process.
 namespace velmox::thread_primitives {
 
@@ -45,6 +45,7 @@ bool waitForObject(HANDLE object, DWORD milliseconds);
 void signalAndWait(HANDLE released, HANDLE object);
 bool signalAndWait(HANDLE released, HANDLE object, DWORD milliseconds);
 
+/// Without a name, and clear. The caller closes it; null only while failures are ignored.
 HANDLE createAutoResetEvent();
 void setEvent(HANDLE event);
 

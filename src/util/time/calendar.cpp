@@ -17,7 +17,8 @@ std::int32_t daysInYear(std::int64_t year)
     return isLeapYear(year) ? 366 : 365;
 }
 
-/// Days from 1 March to the first of a month that is counted from March.
+/// Days from 1 March to the first of a month that is counted from March. From there on the months run 31, 30,
+/// 31, 30, 31 and again so, 153 days every five; January and February are the beginning of a third round.
 constexpr std::int64_t daysBeforeMonth(std::int64_t monthFromMarch)
 {
     return (153 * monthFromMarch + 2) / 5;
@@ -54,6 +55,8 @@ Date dateOf(std::int64_t days)
     const std::int64_t shifted = days + kEpochInEras;
     const std::int64_t era = floorDivide(shifted, kDaysPerEra);
     const std::int64_t dayOfEra = shifted - era * kDaysPerEra;
+    // Leap days first, so that every year is left with 365 days: one is over after 1,460 days, the last of
+    // each fourth year, but not after 36,524, a century, and again after 146,096, the era.
     const std::int64_t yearOfEra =
         (dayOfEra - dayOfEra / 1'460 + dayOfEra / 36'524 - dayOfEra / 146'096) / 365;
     const std::int64_t dayOfYear = dayOfEra - (yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100);

@@ -10,6 +10,7 @@ namespace velmox {
 
 namespace {
 
+/// Set before `main` and only read afterwards, so that threads need no lock.
 TimeFailureLog failureLog = nullptr;
 
 void warn(const char *fmt, ...) VELMOX_PRINTF(1, 2);
@@ -25,6 +26,8 @@ void warn(const char *fmt, ...)
 
 constexpr std::int32_t kYearOfUnixEpoch = 70;
 
+// 31 December 9999 is a Friday, 1 January 1900 a Monday. Whether daylight saving time holds at these ends,
+// nobody knows.
 constexpr StructTm kLatest = {.seconds = 59,
                               .minutes = 59,
                               .hours = 23,
@@ -57,6 +60,7 @@ Timeval stampOf(const char *operation, const StructTm &tm, std::optional<std::in
     if (unixSeconds && stamp.setUnixSeconds(*unixSeconds, ticks)) {
         return stamp;
     }
+    // Added in 64 bits: the fields are the caller's and may be anything.
     const auto shown = [](std::int32_t field, int base) {
         return static_cast<int>(static_cast<std::int64_t>(field) + base);
     };
@@ -213,6 +217,7 @@ void Timeval::toLocal(LocalStructTm &out) const
 {
     const std::int64_t seconds = signedUnixSeconds();
     if (!breakDownLocally(seconds, out)) {
+        // Named after the call below, natively too: the same failure reads the same in every log.
         logFailedBreakDown("_localtime64_s", seconds);
         setOutOfRange(seconds, out);
     }
@@ -269,6 +274,7 @@ std::size_t LocalZoneSource::zoneName(const StructTm &tm, char *buffer, std::siz
 std::int32_t LocalZoneSource::offsetSeconds(const StructTm &tm) const
 {
     const std::optional<std::int64_t> seconds = unixSeconds(tm);
+    // East of UTC clocks are ahead: the same fields read as UTC mean a later moment.
     return seconds ? static_cast<std::int32_t>(tm.asUtcSeconds() - *seconds) : kUnknownOffset;
 }
 

@@ -31,6 +31,8 @@ struct Composite
     std::string_view expansion;
 };
 
+// The letters of strftime; those that GNU date adds: k, l, P, s and N; and of other formatters o for the
+// year, and Q, f and q for fractions of 3, 6 and 6 digits, though to GNU date q is the quarter.
 constexpr Letter kLetters[] = {
     {'Y', Kind::Year, Padding::Zeros, 4},
     {'o', Kind::Year, Padding::Zeros, 4},
@@ -97,7 +99,8 @@ constexpr Letter kColonOffsets[] = {
     {'z', Kind::OffsetShortest, Padding::Zeros, 0},
 };
 
-/// What the modifiers `E` and `O` may stand in front of.
+// What the modifiers `E` and `O` may stand in front of. They are for locales with eras and digits of their
+// own, and change nothing here, but that `Ez` is the offset in minutes.
 constexpr std::string_view kLettersOfE = "YCyz";
 constexpr std::string_view kCompositesOfE = "cxX";
 constexpr std::string_view kLettersOfO = "ymUWVdwuHIMS";
@@ -134,6 +137,7 @@ struct Modifiers
     unsigned colons = 0;
 };
 
+/// By the order of the enumerators.
 bool isName(Kind kind)
 {
     return kind >= Kind::WeekDayShort && kind <= Kind::ZoneName;
@@ -146,6 +150,8 @@ Atom separator(std::string_view text)
             .textLength = static_cast<std::uint32_t>(text.size())};
 }
 
+/// One pass over a format. A composite conversion is read by a parser of its own, one deep: no expansion has
+/// another composite in it.
 class Parser
 {
 public:
@@ -187,6 +193,8 @@ private:
         const std::string_view text = rest_.substr(0, rest_.find('%'));
         rest_.remove_prefix(text.size());
         if (composite_) {
+            // The text of an expansion is in kSeparators, so that the literals hold only what the format
+            // itself says.
             atoms_.push_back(separator(text));
         } else {
             addLiteral(text);
@@ -206,6 +214,7 @@ private:
         if (!takeFlags(modifiers) || !takeWidth(modifiers)) {
             return false;
         }
+        // One only: a second E or O is then taken for the letter, and there is none of that name.
         takeAlternative(modifiers);
         takeColons(modifiers);
         if (rest_.empty()) {
@@ -224,6 +233,7 @@ private:
             case '^':
             case '#': {
                 const Case wanted = rest_.front() == '^' ? Case::Upper : Case::Swapped;
+                // Both at once contradict each other. The same one twice does no harm.
                 if (flag != Case::AsIs && flag != wanted) {
                     return false;
                 }
@@ -249,6 +259,7 @@ private:
 
     bool takeWidth(Modifiers &modifiers)
     {
+        // What the atom has room for; tested digit by digit, so that nothing wraps.
         constexpr unsigned kLargest = 0xFFFF;
         unsigned width = 0;
         for (; !rest_.empty() && isAsciiDigit(rest_.front()); rest_.remove_prefix(1)) {
@@ -278,6 +289,8 @@ private:
 
     bool addConversion(char letter, const Modifiers &modifiers)
     {
+        // Behind colons only the offset has a meaning, and before the table of letters, where a plain z
+        // stands.
         if (modifiers.colons != 0) {
             return letter == 'z' && modifiers.colons <= std::size(kColonOffsets) &&
                    modifiers.alternative == 0 && addField(kColonOffsets[modifiers.colons - 1], modifiers);
@@ -303,12 +316,15 @@ private:
             !mayAlter(modifiers.alternative, composite.letter, kCompositesOfE, "")) {
             return false;
         }
+        // The flag # has chosen this layout already and must not swap the case of its names too.
         const Case inner = composite.swapped ? Case::AsIs : modifiers.letterCase;
         return Parser(composite.expansion, *this, inner).parse();
     }
 
     bool addField(const Letter &field, const Modifiers &modifiers)
     {
+        // Zeros do not fill up names, and the digits of a fraction are not filled up at all: the width is
+        // their number.
         const bool flagFits =
             modifiers.padding == Padding::Default ||
             (modifiers.padding == Padding::Zeros ? !isName(field.kind) : field.kind != Kind::Fraction);
@@ -323,6 +339,7 @@ private:
         atom.padding = modifiers.padding == Padding::Default ? field.padding : modifiers.padding;
         atom.letterCase = modifiers.letterCase;
         atom.width = modifiers.width.value_or(field.width);
+        // With a flag or a width there is no doubt: that is how people ask for the hour.
         if (field.letter == 'l' && isBare(modifiers)) {
             atom.kind = Kind::HourOrMilliseconds;
         }
@@ -360,6 +377,7 @@ bool isHour(const Atom &atom)
 bool meansMilliseconds(const std::vector<Atom> &atoms, const Str &literals, std::size_t at)
 {
     std::size_t before = at;
+    // At the very beginning a mark has no seconds in front of it.
     if (before > 1 && isDecimalMark(atoms[before - 1], literals)) {
         --before;
     }
@@ -409,6 +427,7 @@ bool compileTimeFormat(std::string_view format, std::vector<Atom> &atoms, Str &l
     if (!Parser(format, atoms, literals).parse()) {
         return false;
     }
+    // A step of its own: what a bare %l means hangs on what stands before it and on all that follows.
     decideHoursOrMilliseconds(atoms, literals);
     return true;
 }

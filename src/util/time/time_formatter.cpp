@@ -107,20 +107,25 @@ private:
         case Kind::WeekDayFromSunday:
             return tm_.weekDay;
         case Kind::WeekFromSunday:
+            // The days before the year's first Sunday, or Monday, are in week 0.
             return (std::int64_t{tm_.yearDay} + 7 - tm_.weekDay) / 7;
         case Kind::WeekFromMonday:
             return (std::int64_t{tm_.yearDay} + 7 - (std::int64_t{tm_.weekDay} + 6) % 7) / 7;
         case Kind::IsoWeek:
             return isoWeek().week;
         case Kind::UnixSeconds:
+            // A format runs through whatever the zone knows; -1 is what mktime says of such a moment.
             return source_.unixSeconds(tm_).value_or(-1);
         default:
+            // Hour12, the only number that is left.
             return hour12();
         }
     }
 
     std::int64_t hour12() const
     {
+        // Rounded down also for hours below 0, which only broken fields have, so that 1 to 12 is all that
+        // comes out.
         const std::int64_t hour = tm_.hours - calendar::floorDivide(tm_.hours, 12) * 12;
         return hour == 0 ? 12 : hour;
     }
@@ -157,6 +162,7 @@ private:
 
     void appendZoneName(const Atom &atom)
     {
+        // Windows has 32 units for a zone's name (TIME_ZONE_INFORMATION), at most 96 bytes of UTF-8.
         char buffer[128];
         appendText(atom, {buffer, source_.zoneName(tm_, buffer, sizeof buffer)});
     }
@@ -178,6 +184,7 @@ private:
     void appendNumber(const Atom &atom, std::int64_t value)
     {
         char digits[24];
+        // Negated while unsigned, as the least number has no positive counterpart.
         const std::uint64_t magnitude = value < 0 ? std::uint64_t{0} - static_cast<std::uint64_t>(value)
                                                   : static_cast<std::uint64_t>(value);
         const char *end = std::to_chars(digits, std::end(digits), magnitude).ptr;
@@ -202,6 +209,7 @@ private:
     void appendOffset(const Atom &atom)
     {
         const std::int32_t offset = source_.offsetSeconds(tm_);
+        // Better no offset than a wrong one.
         if (offset == ZoneSource::kUnknownOffset) {
             return;
         }
@@ -216,6 +224,7 @@ private:
         const long long seconds = total % 60;
         switch (kind) {
         case Kind::Offset:
+            // Hours and minutes side by side, as one number that the atom fills up to its width with zeros.
             return Str::fromFormat("%lld", hours * 100 + minutes);
         case Kind::OffsetMinutes:
             return Str::fromFormat("%lld", static_cast<long long>(total / 60));
@@ -223,6 +232,7 @@ private:
             return Str::fromFormat("%02lld:%02lld:%02lld", hours, minutes, seconds);
         case Kind::OffsetShortest:
             if (seconds != 0) {
+                // The shortest form that loses nothing.
                 return offsetDigits(Kind::OffsetToSeconds, total);
             }
             return minutes != 0 ? offsetDigits(Kind::OffsetToMinutes, total)

@@ -32,12 +32,15 @@ void Timeout::cancel()
 
 std::uint64_t TimeoutQueue::runDue()
 {
+    // Asked once: timeouts that schedule themselves anew cannot keep the loop from its other work for longer
+    // than the millisecond that it is.
     const std::uint64_t now = clock_.milliseconds();
     while (!pending_.empty()) {
         const auto [due, timeout] = *pending_.begin();
         if (due > now) {
             return due - now;
         }
+        // Off the list before it runs, so that it may schedule itself anew, or be destroyed.
         timeout->cancel();
         timeout->expire();
     }

@@ -15,7 +15,7 @@ public:
     virtual ~Clock() = default;
     virtual std::uint64_t milliseconds() = 0;
 
-    /// The system's, which counts while the machine runs.
+    /// The system's, which counts while the machine runs and does not jump when its time is set.
     static Clock &system();
 };
 
@@ -30,6 +30,7 @@ public:
 
     /// Sets the moment, in place of one that was set before.
     void scheduleIn(std::uint64_t milliseconds);
+    /// Does nothing when no moment is set.
     void cancel();
 
 private:
@@ -58,6 +59,7 @@ private:
     friend class Timeout;
 
     Clock &clock_;
+    /// By moment; the address keeps two of the same moment apart.
     std::set<std::pair<std::uint64_t, Timeout *>> pending_;
 };
 

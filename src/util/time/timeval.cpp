@@ -18,6 +18,7 @@ struct DurationUnit
     const char *name;
 };
 
+/// The coarsest first. A unit begins at about three, not at one, so that a short span keeps its digits.
 constexpr DurationUnit kDurationUnits[] = {
     {8'000'000'000, 3.6e9, "hours"},
     {3'000'000, 1e6, "seconds"},
@@ -46,6 +47,7 @@ Timeval Timeval::now()
 bool Timeval::setUnixSeconds(std::int64_t unixSeconds, std::uint32_t ticksOfSecond)
 {
     constexpr auto kEpochSeconds = static_cast<std::int64_t>(kUnixEpoch / kTicksPerSecond);
+    // One second short of the end, so that no fraction reaches the stamp that is reserved.
     constexpr auto kLastSecond = static_cast<std::int64_t>((kMax - kUnixEpoch) / kTicksPerSecond) - 1;
     if (unixSeconds < -kEpochSeconds || unixSeconds > kLastSecond) {
         return false;
@@ -73,6 +75,7 @@ std::int64_t Timeval::secondsSince(const Timeval &other) const
 
 std::int64_t Timeval::millisecondsSince(const Timeval &other) const
 {
+    // Less than 0 when it wraps: division then rounds towards 0, which is up as well.
     const auto ticks = static_cast<std::int64_t>(ticks_ - other.ticks_ + kTicksPerMillisecond - 1);
     return ticks / static_cast<std::int64_t>(kTicksPerMillisecond);
 }
@@ -90,6 +93,8 @@ Str Timeval::toStr() const
     if (seconds > platform::kLastLocalTime || !platform::localTime(seconds, tm)) {
         return Str::fromFormat("INVALID_TIME (%lld)", static_cast<long long>(seconds));
     }
+    // The layout of asctime in the run-time library of Windows, which writes the day with a zero in front;
+    // the C standard has a blank there.
     return Str::fromFormat("%.3s %.3s %02d %02d:%02d:%02d %d", calendar::weekDayName(tm.tm_wday).data(),
                            calendar::monthName(tm.tm_mon).data(), tm.tm_mday, tm.tm_hour, tm.tm_min,
                            tm.tm_sec, tm.tm_year + 1900);
@@ -107,6 +112,8 @@ void Timeval::toUnixStr(Str &out, unsigned digits) const
 void appendFraction(Str &out, std::uint32_t ticks, unsigned digits)
 {
     constexpr std::uint32_t kTenth = 1'000'000;
+    // Digit by digit, and zeros as soon as nothing is left. More ticks than a second has would give a digit
+    // above 9.
     std::uint32_t rest = std::min(ticks, 10 * kTenth - 1);
     for (; digits != 0 && rest != 0; --digits) {
         out.push_back(static_cast<char>('0' + rest / kTenth));

@@ -2,7 +2,7 @@
 
 // A moment is a `Timeval`. It is broken down into a `StructTm` of some zone (struct_tm.h), for whose rules a
 // `ZoneSource` answers, and written by a `TimeFormatter`; calendar.h has the arithmetic. Intervals are
-// measured by a `Clock` (timeout.h), for moments jump when somebody sets the machine's clock.
+// measured by a `Clock` (timeout.h), as moments jump when somebody sets the machine's clock.
 
 #include "util/text/platform.h"
 #include "util/text/str.h"
@@ -32,6 +32,7 @@ public:
     constexpr Timeval() = default;
     constexpr explicit Timeval(std::uint64_t ticks) : ticks_(ticks) {}
 
+    /// By the clock of the system, which goes in steps of up to 16 ms and may be set back.
     static Timeval now();
     /// The stamp as records keep it, the low half first.
     static constexpr Timeval fromHalves(std::uint32_t low, std::uint32_t high)
@@ -53,8 +54,9 @@ public:
 
     /// Whole seconds since 1970, 0 for earlier stamps.
     std::int64_t toUnixSeconds() const;
+    /// Whole seconds, negative when the other moment is later.
     std::int64_t secondsSince(const Timeval &other) const;
-    /// Rounded up.
+    /// Rounded up, so that waiting that long is enough; negative when the other moment is later.
     std::int64_t millisecondsSince(const Timeval &other) const;
 
     /// Local date and time in the C run-time library's fixed layout, or a word for what has none.
@@ -67,7 +69,8 @@ public:
     void toGmt(GmtStructTm &out) const;
     void toLocal(LocalStructTm &out) const;
     void toLocalHires(LocalStructTmHires &out) const;
-    /// The same in silence, for what a warning would come back to; false when out of range.
+    /// The same without a warning, for the log itself: each of its lines needs a date, a line that warns of a
+    /// date too. False when out of range.
     bool toLocalHiresQuietly(LocalStructTmHires &out) const;
     void toZone(const ZoneSource &zone, StructTmInTimezone &out) const;
     void toZoneHires(const ZoneSource &zone, StructTmInTimezoneHires &out) const;
@@ -81,7 +84,7 @@ private:
     std::uint64_t ticks_ = 0;
 };
 
-// FILETIME, the system's form of a moment, has the ticks and the beginning of `Timeval`. Templates, for it
+// FILETIME, the system's form of a moment, has the ticks and the beginning of `Timeval`. Templates, as it
 // comes with the headers of Windows, which pure code does without.
 template <class FileTime>
 Timeval timevalOf(const FileTime &time)
