@@ -61,6 +61,8 @@ private:
         MetaImage image;
         ConfPathTrie tree;
         bool changed = false;
+        /// Nothing is flushed then: the image is empty, and would replace what is there by the changes
+        /// alone.
         bool isUnreadable = false;
     };
 
@@ -83,11 +85,13 @@ private:
     const Pathname file_;
     const ConfPathBase owner_;
 
+    // What follows is under the lock.
     ConfLock lock_{ConfLockRank::Mapper};
     bool loaded_ = false;
     ConfPathTrie tree_;
     FileStatus status_;
     std::set<Str> exporters_; ///< apps of which something is exported to everyone
+    /// From the first change to the flush; null in between.
     std::unique_ptr<Edit> edit_;
     PendingNotice notice_;
     /// Changes that concern all types, and those of one; a type's generation is the sum.

@@ -15,6 +15,7 @@ namespace velmox {
 
 namespace {
 
+// Each kind has a category of its own, so that the log tells them apart.
 Logger jsonLog("JSONConfPathMapper");
 Logger directLog("DirectFileConfPathMapper");
 Logger modelLog("ModelConfPathMapper");
@@ -69,6 +70,7 @@ StrVector JSONConfPathMapper::listTypes() const
     return types;
 }
 
+/// Asked of the disk: the directory may have come since the types were listed.
 bool JSONConfPathMapper::isType(const Str &type) const
 {
     return form_.onlyType.empty() ? pathKind(path_.join(type)) == PathKind::Folder : type == form_.onlyType;
@@ -91,6 +93,7 @@ Str JSONConfPathMapper::stanzaOf(const Pathname &name) const
 
 Pathname JSONConfPathMapper::fileOf(const ConfPathBase &path) const
 {
+    // Read under any of its extensions, an object is written under the first.
     const Pathname file = directoryOf(path.type()).join(path.parts()[1]);
     return form_.extensions.empty() ? file : file.concat(Str(".") << form_.extensions.front());
 }
@@ -123,6 +126,8 @@ bool JSONConfPathMapper::readType(const Str &type, Type &, ConfPathTrie &content
         }
         Str value;
         if (readObject(directory.join(Pathname(entry.name)), value)) {
+            // One file that cannot be read leaves the others as they are, so the type counts as read in any
+            // case.
             take(content.child(stanza), value, {true, entry.size, entry.modtime});
         }
     }
@@ -157,7 +162,8 @@ bool JSONConfPathMapper::canChange(const ConfPathBase &path, const char *request
     return true;
 }
 
-/// Another program may have changed the file since it was read.
+/// Whether the file has the value already. Another program may have changed it since it was read, so its
+/// time counts too.
 bool JSONConfPathMapper::holds(const Pathname &file, const ConfPathBase &path, const Str &value) const
 {
     const ConfPathTrie *const known = master_.find(path);
@@ -174,6 +180,8 @@ bool JSONConfPathMapper::writeData(const ConfPathBase &path, const Str &value)
     const Pathname file = fileOf(path);
     const Str name = text(file);
     Type &record = types_[path.type()];
+    // Loaded first, for a comparison with what is there, and so that the notice of this write is known as
+    // one's own.
     load(path.type(), record);
     if (holds(file, path, value)) {
         log_.debug("Skipping unnecessary write: %s", name.c_str());
@@ -220,6 +228,7 @@ std::optional<JSONConfPathMapper::Object> JSONConfPathMapper::objectOf(const Pat
         return std::nullopt;
     }
     for (const Str &type : listTypes()) {
+        // A file some levels further down is no object: only these directories are types.
         if (isSamePath(directoryOf(type), file.dirname())) {
             return Object{type, stanza};
         }
@@ -237,6 +246,7 @@ FileChangeAnswer JSONConfPathMapper::onFileChange(WatchedFileState &state)
                    text(file).c_str());
         return FileChangeAnswer::Settled;
     }
+    // Asked anew: the notice tells of a change, and what it was may be undone by now.
     return pathKind(file) == PathKind::File ? takeContent(file, *object) : takeDeletion(file, *object);
 }
 
@@ -278,6 +288,7 @@ FileChangeAnswer JSONConfPathMapper::takeDeletion(const Pathname &file, const Ob
     return FileChangeAnswer::Settled;
 }
 
+/// Never refused for a write under way, as there is none: writes go to disk at once.
 bool JSONConfPathMapper::reload(const Str &type)
 {
     if (!type.empty() && !isFileName(type)) {
@@ -353,7 +364,7 @@ bool LookupTableConfPathMapper::readObject(const Pathname &file, Str &value) con
     return true;
 }
 
-/// The value stays when the content changes, and the file's time tells.
+/// The value, a path, stays the same when the content changes; only the file's time tells.
 bool LookupTableConfPathMapper::isUnchanged(const ConfPathTrie &known, const Str &,
                                             const FileStatus &status) const
 {
