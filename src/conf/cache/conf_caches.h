@@ -24,7 +24,8 @@ public:
     BaseConfCacheBuilder(const BaseConfCache &cache, Stanzas &view, bool override);
 
 private:
-    /// Precedence of the layers; the higher wins. It is kept as `PropertyValue::level`.
+    /// Precedence of the layers; the higher wins. It is kept as `PropertyValue::level`, so the numbers are
+    /// seen outside.
     enum Precedence : std::int32_t
     {
         Unknown = 0, ///< metadata that inherits from a parent without any
@@ -55,6 +56,7 @@ private:
     std::uint64_t generation_ = 0;
     const Str *stanzaName_ = nullptr;
     PropertiesMap *stanza_ = nullptr;
+    /// Whether the stanza or key at which the walk stands was in the view before.
     bool existed_ = false;
 };
 
@@ -104,7 +106,8 @@ private:
 
     const Str actingUser_;
     SharedConfState &shared_;
-    /// The acting user as he was when the rights were last asked for.
+    /// The acting user as he was when the rights were last asked for. Atomic, since that is asked at each
+    /// request for pages, by threads that do not hold the lock.
     std::atomic<std::shared_ptr<const ConfUserContext>> rights_;
 };
 

@@ -21,8 +21,8 @@ struct LayerSources
 };
 
 /// All layers of one type, for all users and apps: read once, whoever asks, and filtered by each reader, so
-/// that a thousand users don't read all files each. Any thread; the lock comes behind that of a cache, as
-/// caches are built under their own.
+/// that a thousand users don't read all files each. What is the same for all readers is pruned here already.
+/// Any thread; the lock comes behind that of a cache, as caches are built under their own.
 class SharedConfState
 {
 public:

@@ -28,7 +28,8 @@ enum class DisabledMode
 
 /// The one door to configuration: reads and writes one type, such as "inputs", in one context.
 ///
-/// Objects live to the end of the process; equal requests give the same one. Any thread.
+/// Objects live to the end of the process; equal requests give the same one, so that readers share a view.
+/// Any thread.
 class PropertyPages
 {
 public:
@@ -39,7 +40,8 @@ public:
     static PropertyPages *get(const Str &typeName, const ConfContext &context);
 
     /// Adds each stanza whose name passes the filter, as all layers together make it: with what it inherits
-    /// from "default". A stanza that `out` has already keeps its values.
+    /// from "default". A stanza that `out` has already keeps its values. The filter counts its checks and
+    /// hits, so it is of one thread.
     void enumerateStanzas(StringFilter &filter, Stanzas &out, DisabledMode mode = DisabledMode::OnlyEnabled);
     void enumerateStanzasWithPrefix(const Str &prefix, Stanzas &out,
                                     DisabledMode mode = DisabledMode::OnlyEnabled);

@@ -6,8 +6,9 @@ namespace velmox {
 
 class ConfPathTrie;
 
-/// What `app.conf` and the metadata of an app say of the app itself, a plain value. The defaults are those of
-/// an app without one.
+/// What `app.conf` and the metadata of an app say of the app itself, a plain value. The defaults are those
+/// of an app without one: a directory among the apps is an app, and enabled, before anybody has written
+/// about it.
 struct ApplicationInfo
 {
     bool enabled = true;

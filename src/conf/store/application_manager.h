@@ -70,7 +70,7 @@ public:
 /// An app and those that it imports, directly or through others, each with the number of steps to it.
 using ImportGenerations = std::map<Str, std::uint64_t>;
 
-/// What the last scan made of an app.
+/// What the last scan that found a difference made of an app.
 enum class ApplicationChange
 {
     None = 0,
@@ -90,7 +90,7 @@ public:
     /// The mappers, of which it reads what there is, outlive it.
     explicit ApplicationManager(const ConfPathMapperManager &mappers);
 
-    /// Throws ApplicationDoesNotExistException; "system" always exists.
+    /// Copies out what is known of an app. Throws ApplicationDoesNotExistException; "system" always exists.
     void getInfo(const Str &name, ApplicationInfo &info) const;
     /// Whether there is a folder of this name, in this case, among the apps or the slave apps.
     bool isKnown(const Str &name) const;
@@ -103,7 +103,8 @@ public:
     /// The same for one app, with the steps to each: 0 for the app itself.
     ImportGenerations importGenerations(const Str &app) const;
 
-    /// Looks for apps on disk; with `detectChanges`, for what became different.
+    /// Looks for apps on disk; with `detectChanges`, for what became different since the last time. Reads
+    /// the type "app" of all mappers, so not to be called with the lock of one.
     void rescan(bool detectChanges);
 
 private:

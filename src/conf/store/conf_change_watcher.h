@@ -16,7 +16,8 @@ public:
 
 private:
     friend class ConfChangeWatcher;
-    /// Found with the first notice.
+    /// Found with the first notice, and looked for again with each while there is none: a mapper may come
+    /// later.
     IConfPathMapper *mapper_ = nullptr;
 };
 
