@@ -17,6 +17,7 @@ WatchedFileState::WatchedFileState(FilesystemChangeWatcher &watcher, const Pathn
 
 bool WatchedFileState::isBeingWritten() const
 {
+    // Without a share for writing the system refuses us while somebody has the file open for that.
     const FileHandle reader(CreateFileW(asWide(path_), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE,
                                         nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     const DWORD error = GetLastError();
@@ -28,6 +29,7 @@ void WatchedFileState::expire()
     const FileStatus current = FileStatus::of(path_);
     quiet_ = current == status_;
     status_ = current;
+    // A change that was not settled is told again even if nothing changed since.
     if (!quiet_ || !settled_) {
         settled_ = watcher_.handleChange(*this);
     }
@@ -80,6 +82,8 @@ void FilesystemChangeWatcher::walk(const Pathname &directory, bool isKnown)
             continue;
         }
         const auto [state, added] = states_.try_emplace(path);
+        // Of one that is not wanted an empty entry stays, so that it is asked about once. Entries are never
+        // removed: a file that goes and comes again is a change of the same state.
         if (added && wants(path)) {
             state->second =
                 makeState(path, isKnown ? FileStatus{true, entry.size, entry.modtime} : FileStatus());
