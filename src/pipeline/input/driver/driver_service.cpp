@@ -58,6 +58,8 @@ bool removeUnlessSystem(SC_HANDLE manager, const char16_t *name)
         monitorLog.error("%s - Cannot query driver service!", kManageDriver);
         return false;
     }
+    // Whoever has put the driver there by this relative path, such as an installer, has it for the whole
+    // system.
     const Str systemLocation = Str::fromFormat("system32\\drivers\\%s.sys", Str::fromUtf16(name).c_str());
     if (imagePath.compareCaseless(systemLocation) == 0) {
         monitorLog.info("Do not uninstall driver in system location");
@@ -159,6 +161,7 @@ bool installDriver(SC_HANDLE manager, const char16_t *name, const char16_t *path
     const ServiceHandle service(CreateServiceW(
         manager, asWide(name), asWide(name), SERVICE_ALL_ACCESS, SERVICE_KERNEL_DRIVER, SERVICE_DEMAND_START,
         SERVICE_ERROR_NORMAL, asWide(path), nullptr, nullptr, nullptr, nullptr, nullptr));
+    // One that an earlier run left behind serves as well.
     return service.isValid() || GetLastError() == ERROR_SERVICE_EXISTS ||
            failed("%s CreateService failed! Error = %d", "installDriver");
 }

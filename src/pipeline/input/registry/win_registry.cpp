@@ -11,12 +11,14 @@ namespace velmox {
 
 namespace {
 
-// Of a sub key's name with its NUL; longer ones are left out of lists.
+// Of a sub key's name with its NUL; longer ones are left out of lists. (A name has 255 units at most.)
 constexpr DWORD kNameUnits = 255;
 
-// No registry has keys deeper than this (Windows, registry element size limits).
+// No registry has keys deeper than this (Windows, registry element size limits). It bounds the recursion.
 constexpr unsigned kDeepestLevel = 512;
 
+/// What one call tells of a key: the sizes of the room that its names and values need, and what tells it
+/// from most other keys.
 struct KeyInfo
 {
     DWORD subKeys = 0;
@@ -98,6 +100,7 @@ public:
     DWORD nameRoom() const { return nameRoom_; }
 
 private:
+    /// At an even address, as 16-bit text must be.
     std::size_t pathOffset() const { return (std::size_t{dataRoom_} + 1) / 2 * 2; }
 
     DWORD nameRoom_;
@@ -117,6 +120,7 @@ struct RegistryWalk
 
 void reportValues(const RegistryWalk &walk, HKEY key, const KeyInfo &info, const KeyBuffer &buffer)
 {
+    // The flag is not looked at in here: the values of one key are told all or not at all.
     for (DWORD index = 0; index < info.values; ++index) {
         DWORD nameLength = buffer.nameRoom();
         DWORD dataLength = buffer.dataRoom();
@@ -144,6 +148,7 @@ LSTATUS visitSubKeys(const RegistryWalk &walk, const OpenKey &open, const KeyBuf
         const bool hasName = *buffer.name() != L'\0';
         RegistryKeyHandle child;
         status = hasName ? openKey(open.key, buffer.name(), KEY_READ, child) : ERROR_SUCCESS;
+        // The buffer's path is that of the sub key now, and stays so until the next index.
         if (child.isValid() &&
             (walk.keyCallback == nullptr ||
              walk.keyCallback(buffer.path(), open.info.lastWriteTime, walk.context) == 1)) {
@@ -168,6 +173,7 @@ LSTATUS visitKey(const RegistryWalk &walk, HKEY key, std::u16string_view path, c
     if (open.isRepeated()) {
         return ERROR_SUCCESS;
     }
+    // One block for all that is read of the key, so that a walk over many keys allocates once for each.
     const KeyBuffer buffer(path, open.info);
     if (!buffer.isValid()) {
         return ERROR_NOT_ENOUGH_MEMORY;

@@ -100,6 +100,7 @@ const ConfigXmlStreamingParser::Child *ConfigXmlStreamingParser::innermost() con
 
 void ConfigXmlStreamingParser::characters(const Str &piece)
 {
+    // Where there is no text of interest none is kept, such as the indentation between elements.
     if (const Child *element = innermost(); element != nullptr && element->hasText) {
         text_.append(piece);
     }

@@ -53,7 +53,8 @@ private:
     void enterChild(const Str &name);
     void storeParam();
 
-    /// The open elements, joined as a path: messages show them with the backslashes of one.
+    /// The open elements, joined as a path: messages show them with the backslashes of one. Outside the root
+    /// it is all that tells where an element stands.
     Pathname path_;
     State state_ = State::Outside;
     Str serverHost_;

@@ -103,6 +103,8 @@ std::size_t XmlStreamingParser::contentStep(std::string_view bytes)
     if (bytes.front() != '<') {
         return textStep(bytes);
     }
+    // A beginning that is cut, such as "<!-", is neither yet: as a tag it has no end of its name, and waits
+    // for the rest.
     if (bytes.starts_with(kCommentStart)) {
         commentBegin();
         mode_ = Mode::Comment;
@@ -161,6 +163,7 @@ std::size_t XmlStreamingParser::commentStep(std::string_view bytes)
     }
     const std::size_t end = bytes.find(kCommentEnd);
     if (end == bytes.npos) {
+        // What cannot belong to the end is dropped at once, so that a long comment is no token to be kept.
         return lengthBeforeEnd(bytes, kCommentEnd);
     }
     commentEnd();
@@ -240,6 +243,7 @@ std::size_t XmlStreamingParser::attributeValueStep(std::string_view bytes)
     if (kBlanksAndNul.contains(first)) {
         return 1;
     }
+    // Values without quotes are no XML, but people write them.
     const bool quoted = first == '"' || first == '\'';
     const std::size_t start = quoted ? 1 : 0;
     const CharSet ends = quoted ? CharSet(std::string_view(&first, 1)) : kBareValueEnds;

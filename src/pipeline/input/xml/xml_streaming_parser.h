@@ -83,9 +83,12 @@ private:
     void copyWithoutNuls(std::string_view bytes);
     void deliverText();
 
+    /// The text that the calls get; it keeps its memory from token to token.
     Str token_;
+    /// The beginning of a token whose end has not come yet.
     Str pending_;
     Mode mode_ = Mode::Content;
+    /// Whether `charactersBegin` was called without its end: a run of text goes on through comments.
     bool inText_ = false;
     std::uint64_t position_ = 0;
     std::uint64_t tokenStart_ = 0;
