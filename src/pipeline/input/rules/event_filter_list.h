@@ -33,6 +33,8 @@ private:
     Test test_;
     std::size_t capacity_;
     Texts texts_;
+    // The entry that was asked for last, since records come in rows from one process. Entries of the map
+    // stay where they are.
     const Texts::value_type *last_ = nullptr;
 };
 
@@ -69,7 +71,8 @@ private:
     std::size_t firstMatch(const Str &keyPath) const;
     std::size_t firstOfMany(const Str &keyPath) const;
 
-    // By number, which is the place at the time of `prepare`; and the places as they are now.
+    // By number, which is the place at the time of `prepare`; and the places as they are now. All sets of
+    // filters hold numbers, so that a change of the order leaves them as they are.
     std::vector<RegMonEventFilter *> numbered_;
     std::vector<std::uint32_t> placeOf_;
     std::vector<std::uint32_t> numberAt_;
@@ -83,7 +86,7 @@ private:
     BitSet possible_;
 
     // How many walks ended at each place, the last one being that behind all filters, since the filters' own
-    // counters were written.
+    // counters were written. Mutable, as whoever looks at the filters has them written first.
     mutable std::vector<std::uint64_t> endsAt_;
 };
 

@@ -10,7 +10,8 @@ namespace {
 
 constexpr char kFunction[] = "WinRegistryMonitor::setRegEvtTypesToMonitor";
 
-// The hive class of the first root whose name stands anywhere in the pattern; 0 for none.
+// The hive class of the first root whose name stands anywhere in the pattern; 0 for none. Anywhere, because
+// a pattern may have something else in front, such as a bracket.
 std::uint32_t hiveMask(const Regex &hive, const HiveNames &hiveNames)
 {
     Str text = hive.pattern();
@@ -34,6 +35,7 @@ void addHive(const SystemMonitoringConfig &config, const HiveNames &hiveNames, M
     monitorLog.error("%s: Unable to match a hive root path to any of the 'hive' options provided in the "
                      "configuration file",
                      kFunction);
+    // A pattern that names no root may match in any.
     block.hives = kUserHives | kMachineHives;
 }
 

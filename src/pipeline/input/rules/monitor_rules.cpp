@@ -16,6 +16,8 @@ const SystemMonitoringConfig *MonitorFilterGroup::stanzaOf(const Str &keyPath)
     hives_.find(keyPath, possible_);
     for (std::size_t rank = possible_.next(0); rank != BitSet::kNone; rank = possible_.next(rank + 1)) {
         const SystemMonitoringConfig &config = configs[ranked_[rank]];
+        // Searched, where the filter matches the whole path: of an event that passed, this only tells the
+        // name.
         if (config.hive.finds(keyPath)) {
             return &config;
         }

@@ -47,7 +47,8 @@ struct MonitorFilterGroup
 private:
     void rank();
 
-    // The stanzas in that order, and by their literals; made for as many stanzas as there are.
+    // The stanzas in that order, and by their literals. Made when they are first needed, and made anew when
+    // stanzas have been added since.
     std::vector<std::size_t> ranked_;
     LiteralIndex hives_;
     BitSet possible_;
