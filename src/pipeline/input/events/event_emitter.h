@@ -7,7 +7,8 @@
 
 namespace velmox {
 
-/// Puts event texts on the stream, each under its time, index and stanza. Main thread only.
+/// Puts event texts on the stream, each under its time, index and stanza. Main thread only: nothing else may
+/// write to standard output, or it would stand amid an event.
 class EventEmitter
 {
 public:

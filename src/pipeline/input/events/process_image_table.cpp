@@ -66,10 +66,12 @@ void ProcessImageTable::add(std::uint32_t pid, const char16_t *image)
             std::free(entry);
             return;
         }
+        // Only here: a table in which no process begins does not grow either.
         expired = takeExpired();
         ++counters_.added;
         ++version_;
     }
+    // Outside the lock, which is to be held for short.
     freeChain(expired);
 }
 
@@ -93,7 +95,7 @@ void ProcessImageTable::retire(std::uint32_t pid, char16_t *out, int units)
     if (found == processes_.end() || found->second.live == nullptr) {
         return;
     }
-    // One that it shadowed stays.
+    // The newest alone. One of the same number that it hid stays, and is found again.
     Process &process = found->second;
     Entry *entry = process.live;
     retired_.emplace(machine_->tickCount() + kRetentionMilliseconds, entry);
@@ -135,6 +137,7 @@ const ProcessImageTable::Entry *ProcessImageTable::find(std::uint32_t pid) const
     if (found == processes_.end()) {
         return nullptr;
     }
+    // A running process comes before those that have exited.
     return found->second.live != nullptr ? found->second.live : found->second.retired;
 }
 

@@ -6,7 +6,8 @@ namespace velmox {
 
 namespace {
 
-// Of more processes the driver tells nonsense.
+// No machine runs as many processes. More numbers than these come from a driver gone wrong, and must not
+// make the map grow.
 constexpr std::size_t kMostTexts = 4096;
 
 } // namespace

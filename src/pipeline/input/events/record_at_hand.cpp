@@ -15,6 +15,7 @@ void RecordAtHand::take(const MonitorRecord &record)
 {
     fields_ = record;
     name_ = wideTextAt(record.name(), record.nameUnits(), nameRoom_);
+    // What is cleared keeps its memory, so that after some records none of the texts allocates.
     nameText_.clear();
     foldedName_.clear();
     keyPath_.clear();
@@ -31,6 +32,7 @@ const Str &RecordAtHand::nameText()
 const Str &RecordAtHand::foldedName()
 {
     if (foldedName_.empty()) {
+        // Straight from UTF-16: by way of UTF-8 a record that is dropped would be converted for nothing.
         foldedName_.appendUtf16Lowered(name_);
     }
     return foldedName_;

@@ -16,6 +16,7 @@ void RecordProcessor::processData(const unsigned char *buffer, std::uint32_t byt
     std::uint32_t cursor = 0;
     while (cursor < bytes) {
         const MonitorRecord fields(buffer + cursor);
+        // Known before the record is looked at: of a class that is not known nothing but its size is needed.
         cursor += fields.length();
         record_.take(fields);
         trace::monitor(trace::Message::RecordEntered, kFunction,

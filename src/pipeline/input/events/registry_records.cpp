@@ -23,6 +23,7 @@ void appendLine(Str &body, std::string_view name, std::string_view value)
 void RegistryRecords::take(RecordAtHand &record)
 {
     const RegistryOperation &operation = registryOperation(record.fields().operation());
+    // Asked here as well, or the texts of the message would be made for each record.
     if (trace::isOn(trace::Message::RegistryRecord)) {
         trace::monitor(trace::Message::RegistryRecord, kFunction, record.tracedKeyPath(), operation.name,
                        record.process().folded);
@@ -38,6 +39,7 @@ void RegistryRecords::take(RecordAtHand &record)
 bool RegistryRecords::passes(RecordAtHand &record, const Str &word)
 {
     MonitorFilterGroup *group = rules_.registryGroup();
+    // The process as a question: the table is asked only where some filter has to know it.
     return group != nullptr && group->filters->matches(record.keyPath(), word, [&record]() -> const Str & {
         return record.process().folded;
     }) == group->inclusive;
