@@ -129,6 +129,7 @@ int run_regmon(const wchar_t *const *arguments)
 
 int wmain(int, wchar_t **arguments)
 {
+    // First, so that a session sees all of the run, and last to go.
     const velmox::trace::Provider provider;
     velmox::trace::entryPoint(velmox::trace::EntryPointMessage::Started);
     return velmox::run_regmon(arguments);

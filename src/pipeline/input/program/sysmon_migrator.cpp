@@ -41,6 +41,7 @@ constexpr OldKey kOldKeys[] = {
     {"event_types", &MigrationRecord::eventTypes, "%s - 'sysmon.conf' - event_type not present."},
 };
 
+/// All stanzas, the disabled ones too: those are what a migration must not lose.
 Stanzas readAll(PropertyPages &pages)
 {
     RegexStringFilter everything("filter", ".*");
@@ -128,6 +129,7 @@ void SysmonMigrator::readRecord(const Str &stanzaName, const PropertiesMap &stan
     if (record.index.compareCaseless(kDefault) == 0) {
         record.index.clear();
     }
+    // Read for the record alone: no file of today has a place for it.
     record.eventTypes.replaceAll(".*", "");
     // A stanza that names no file keeps its own name as the key, although the message assumes one: what it
     // holds is then reported as belonging to neither filter file.
@@ -165,6 +167,7 @@ void SysmonMigrator::writeToInputs()
 void SysmonMigrator::writeToRegmonAndProcmon(const Str &fileName)
 {
     MigrationRecord record;
+    // What no stanza says of this file, the one for all files does.
     if (const auto own = filters_.find(fileName); own != filters_.end()) {
         record = own->second;
         filters_.erase(own);
@@ -177,6 +180,7 @@ void SysmonMigrator::writeToRegmonAndProcmon(const Str &fileName)
     }
     for (auto &[name, stanza] : readAll(*pages)) {
         bool dirty = false;
+        // The state goes to each stanza, the index to the one from which all inherit.
         if (name.compareCaseless(kDefault) != 0) {
             if (record.disabled.equals("1") && disable(stanza)) {
                 dirty = true;
@@ -201,6 +205,7 @@ void SysmonMigrator::saveToConfFile(const Str &fileName, const Str &stanzaName, 
     if (context.app.empty()) {
         context.app = kSystem;
     }
+    // The store writes the difference alone: defaults that were read along are not copied into a local file.
     PropertyPages::get(fileName, context)->write(context.app, stanzaName, stanza, false);
     monitorLog.info("%s - Saved the settings in file - %s, for [%s] during regmon migration.",
                     "SysmonMigrator::saveToConfFile", fileName.c_str(), stanzaName.c_str());

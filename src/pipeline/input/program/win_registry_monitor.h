@@ -95,12 +95,15 @@ private:
     StanzaDefaults defaults_;
     Pathname checkpointDir_;
     BaselineCheckPoint checkpoint_;
-    // Not deleted before the process ends.
+    // Not deleted before the process ends: its last act is to set `workerDone_`, behind which it still runs
+    // for a moment.
     WinRegistryMonitorThread *workerThread_ = nullptr;
     BufferQueue queue_;
     StopFlag stopFlag_;
     // Manual-reset; the worker sets it as its last act, and waiting for it stands in for a join.
     KernelHandle workerDone_;
+    // From here on only the main thread's. Each may refer to those above it, and goes before them; the
+    // emitter closes the stream when it goes.
     HiveNames hiveNames_;
     MonitorRules rules_;
     StatusTexts statusTexts_;
