@@ -32,6 +32,8 @@ const Str *find(const Texts &texts, const char *name)
     return found == texts.end() ? nullptr : &found->second;
 }
 
+/// Each setting is logged as it is taken, which is how authors of scripts see what came of their
+/// description.
 void setText(const Texts &texts, const char *name, Str &out)
 {
     if (const Str *text = find(texts, name)) {
@@ -75,6 +77,7 @@ void setScript(const Texts &texts, const ScriptFinder &findScript, Scheme &schem
         return;
     }
     const ScriptName script = ScriptName::fromText(*value);
+    // An app may name scripts of its own folders and of the installation's, and no other program.
     if (script.file.findFirst(CharSet("\\/:"), 0, true) != -1) {
         ModularInputsException::raise(
             "The \"script\" value from introspection can only be a file name, no directory can be specified "
@@ -93,6 +96,7 @@ void setScript(const Texts &texts, const ScriptFinder &findScript, Scheme &schem
 
 void checkArgument(const Str &name, const Texts &texts, const SchemeSpec &spec)
 {
+    // The spec file is what administrators read; a setting that is not in it would be nowhere described.
     if (!spec.parameters.contains(name)) {
         ModularInputsException::raise(
             "Endpoint argument \"%s\" has not been defined in the inputs.conf.spec file.  All args defined "

@@ -166,6 +166,7 @@ Introspection ModularInputs::introspect(const Str &scheme, const ScriptCommand &
     if (status != 0) {
         raiseScriptFailed(label, Str::fromFormat("exited with status %d", status));
     }
+    // No fault: a script that says nothing of itself may run with what its spec file says.
     if (!parser.result().found) {
         modularInputsLog.warn("%s: the script printed no <scheme> element, so all its settings are defaults.",
                               label.c_str());
@@ -230,6 +231,7 @@ std::optional<InputDocument> ModularInputs::gather(const Scheme &scheme,
 
 InputDocument ModularInputs::document(const Str &scheme, Stanzas stanzas) const
 {
+    // The folder is made along the way: the script may use it at once.
     return {host_.server, checkpointFolder(host_.db, scheme), std::move(stanzas)};
 }
 

@@ -20,7 +20,8 @@ enum class ProcessContext
     Other
 };
 
-/// What ModularInputs needs of the process around it.
+/// What ModularInputs needs of the process around it. Handed in, so that the room knows neither where the
+/// process keeps its folders nor how it talks to users.
 struct ModularInputsHost
 {
     ProcessContext context = ProcessContext::Other;
@@ -53,7 +54,7 @@ public:
     explicit ModularInputs(ModularInputsHost host) : host_(std::move(host)) {}
 
     /// Replaces the known schemes by those that can be initialised. What fails is logged and shown to the
-    /// user, and the others go on.
+    /// user, and the others go on. Runs one script for each scheme, one after the other.
     void initializeSchemes();
     /// Null if there is no such scheme.
     const Scheme *find(const Str &name) const;

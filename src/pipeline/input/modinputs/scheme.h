@@ -6,8 +6,10 @@
 #include <map>
 #include <set>
 
-// What the room `modinputs` works with: schemes, the scripts behind them, and where both are defined. The
-// room is the server's side of input programs. Plain values; nothing here touches a disk.
+// The room `modinputs` is the server's side of input programs: it finds what is installed, asks scripts what
+// they are, has them judge settings, and hands them the input document. This header has what the room works
+// with: schemes, the scripts behind them, and where both are defined. Plain values; nothing here touches a
+// disk.
 
 namespace velmox {
 

@@ -11,7 +11,8 @@ namespace velmox {
 
 namespace {
 
-/// In byte order. Names that begin with a point are no apps, and the system's name is taken.
+/// In byte order, which is the same on every host, as the first app to define a scheme has it. Names that
+/// begin with a point are no apps, and the system's name is taken.
 StrVector namesOfFolders(const Pathname &parent)
 {
     std::vector<DirectoryEntry> entries;
@@ -42,13 +43,14 @@ SchemeSpec &specNamed(const Str &name, const AppFolder &app, std::vector<SchemeS
 void addParameters(const IniStanza &stanza, std::set<Str> &parameters)
 {
     for (const IniStanza::Setting &setting : stanza) {
+        // A line of description that holds an equals sign is read as a key.
         if (!setting.key.starts_with('*')) {
             parameters.emplace(setting.key);
         }
     }
 }
 
-// Behind the name: as it stands, a program, a script of Python's.
+// What is tried behind the name: the name as it stands, a program, a script of Python's.
 constexpr const char *kEndings[] = {"", ".exe", ".py"};
 
 /// The first candidate that is a regular file, or the empty path.

@@ -43,11 +43,15 @@ bool makePipe(Pipe &pipe, ScriptEnd end)
         return false;
     }
     pipe = {KernelHandle(reader), KernelHandle(writer)};
+    // Only the script's end can be inherited: if it also got this side's, its pipe would never come to an
+    // end.
     return SetHandleInformation(end == ScriptEnd::Reads ? reader : writer, HANDLE_FLAG_INHERIT,
                                 HANDLE_FLAG_INHERIT) != FALSE;
 }
 
-/// The list of the handles that a new process inherits; the handles must stand as long as it does.
+/// The list of the handles that a new process inherits; the handles must stand as long as it does. Without a
+/// list a script would inherit all that can be inherited at this moment, and so the pipes of one that
+/// another thread is about to start.
 class InheritedHandles
 {
 public:
@@ -177,6 +181,8 @@ public:
 private:
     void main() override
     {
+        // The right that CancelSynchronousIo asks for. Opened by the thread itself, as no other has its
+        // number before it runs.
         self_ = OpenThread(THREAD_TERMINATE, FALSE, GetCurrentThreadId());
         body_();
         SetEvent(done_.get());
@@ -195,6 +201,7 @@ bool readPipe(HANDLE pipe, const Sink &sink)
 {
     char piece[kPieceBytes];
     DWORD count = 0;
+    // A read may bring no bytes: a writer wrote none. That is no end.
     while (ReadFile(pipe, piece, sizeof piece, &count, nullptr)) {
         sink({piece, count});
     }
@@ -202,7 +209,8 @@ bool readPipe(HANDLE pipe, const Sink &sink)
     return error == ERROR_BROKEN_PIPE || error == ERROR_OPERATION_ABORTED;
 }
 
-/// Writes as much as the script takes; one that ends or closes its input early has all it wants.
+/// Writes as much as the script takes; one that ends or closes its input early has all it wants. The pipe is
+/// closed behind, which is how the script sees the end of its input.
 void writePipe(KernelHandle pipe, std::string_view text)
 {
     while (!text.empty()) {
@@ -281,6 +289,7 @@ private:
     const Str &label_;
     const ScriptLimits &limits_;
     ScriptProcess process_;
+    /// Signalled by the output thread when it gives up.
     KernelHandle stop_;
     bool outOfTime_ = false;
     /// Of the output thread, until it has been joined.
@@ -290,6 +299,7 @@ private:
 int ScriptRun::run(std::string_view input, const Sink &onOutput)
 {
     serveStreams(input, onOutput);
+    // First, since it says more than that the time ran out.
     if (outputFailure_) {
         std::rethrow_exception(outputFailure_);
     }
@@ -367,6 +377,7 @@ void LineSplitter::feed(std::string_view piece)
             piece.remove_prefix(1);
             continue;
         }
+        // Only now that more of the line has come: one of just this length goes out whole.
         if (line_.size() == kLongestLine) {
             handOn();
         }
