@@ -14,6 +14,7 @@ namespace velmox {
 
 namespace {
 
+// The names in messages, see diagnostics.h.
 constexpr char kProcessHivePaths[] = "WinRegistryMonitor::processHivePaths";
 constexpr char kFunction[] = "WinRegistryMonitor::establishBaseline";
 

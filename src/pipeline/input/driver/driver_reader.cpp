@@ -12,6 +12,7 @@ namespace velmox {
 
 namespace {
 
+// The name in messages and traces, see diagnostics.h.
 constexpr char kFunction[] = "WinRegistryMonitor::MonitorWorker";
 
 // In bytes. A driver whose next record does not fit at the ceiling either would never give it: that ends the

@@ -7,7 +7,8 @@
 
 namespace velmox {
 
-/// One event for the output stream. An empty text or a false flag leaves its element or attribute out.
+/// One event for the output stream. An empty text or a false flag leaves its element or attribute out. Texts
+/// are UTF-8, unescaped, and end at their first NUL.
 struct InputEvent
 {
     /// The event is a piece of a record, which the reader ends at `done`.
@@ -18,6 +19,7 @@ struct InputEvent
     Str host;
     Str index;
     Str stanza;
+    /// Seconds since 1970, as decimal text.
     Str time;
     bool done = false;
 };
@@ -34,8 +36,8 @@ enum class LineEnds
 /// Writes events as one XML stream to standard output and flushes each, so that the server sees it at once.
 ///
 /// Without a C stream the bytes are counted alone. The stream's opening tag goes with the first event, its
-/// closing tag with the writer; without an event nothing is written. A failed write is not noticed. For one
-/// thread; the stream is not closed.
+/// closing tag with the writer; without an event nothing is written. A failed write is not noticed: that
+/// nobody reads any more is found out by the watch of the parent. For one thread; the stream is not closed.
 class EventStreamWriter
 {
 public:

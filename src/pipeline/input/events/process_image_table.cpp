@@ -102,6 +102,7 @@ void ProcessImageTable::retire(std::uint32_t pid, char16_t *out, int units)
     process.live = entry->next;
     copyImage(entry->image, out, units);
     entry->next = nullptr;
+    // At the end of a chain that is short: few processes have had one number within some seconds.
     Entry **last = &process.retired;
     while (*last != nullptr) {
         last = &(*last)->next;
@@ -114,6 +115,7 @@ ProcessImageTable::Entry *ProcessImageTable::makeEntry(std::uint32_t pid, const 
 {
     const std::u16string_view text(image);
     const std::size_t bytes = offsetof(Entry, image) + (text.size() + 1) * sizeof(char16_t);
+    // Without memory the process is one that is not known, which is no failure.
     auto *entry = static_cast<Entry *>(std::malloc(bytes));
     if (entry != nullptr) {
         entry->pid = pid;
@@ -157,6 +159,7 @@ void ProcessImageTable::unlinkRetired(const Entry *entry)
 // Every expired entry as a chain for the caller to free outside the lock.
 ProcessImageTable::Entry *ProcessImageTable::takeExpired()
 {
+    // Ordered by their moments, so those that may go stand in front.
     const auto end = retired_.lower_bound(machine_->tickCount());
     Entry *expired = nullptr;
     for (auto at = retired_.begin(); at != end; ++at) {

@@ -8,6 +8,7 @@ namespace velmox {
 
 namespace {
 
+// The name in traces, see diagnostics.h.
 constexpr char kFunction[] = "WinRegistryMonitor::processData";
 // No stanza of today fills this group, so nothing of processes goes out; their records still feed the table.
 const Str kGroup = kProcmonFilters;

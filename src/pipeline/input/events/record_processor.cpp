@@ -6,6 +6,7 @@ namespace velmox {
 
 namespace {
 
+// The name in traces, see diagnostics.h.
 constexpr char kFunction[] = "WinRegistryMonitor::processData";
 
 } // namespace
@@ -21,6 +22,7 @@ void RecordProcessor::processData(const unsigned char *buffer, std::uint32_t byt
         record_.take(fields);
         trace::monitor(trace::Message::RecordEntered, kFunction,
                        {record_.name().data(), record_.name().size() + 1});
+        // Of every record, also of those that are dropped: an event's time depends on what came before it.
         clock_.note(fields.timestamp());
         dispatch(record_);
     }

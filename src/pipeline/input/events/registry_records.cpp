@@ -10,6 +10,7 @@ namespace velmox {
 
 namespace {
 
+// The name in traces, see diagnostics.h.
 constexpr char kFunction[] = "WinRegistryMonitor::processData";
 
 /// Appends a line `name="value"`. The value ends at its first NUL, as where it is printed by a format.

@@ -12,6 +12,8 @@ namespace velmox {
 
 namespace {
 
+// Types of values as Windows' winnt.h numbers them (REG_NONE and so on); these are the ones that are
+// rendered.
 constexpr std::uint32_t kNone = 0;
 constexpr std::uint32_t kString = 1;
 constexpr std::uint32_t kExpandString = 2;
@@ -19,6 +21,7 @@ constexpr std::uint32_t kDword = 4;
 constexpr std::uint32_t kStringList = 7;
 constexpr std::uint32_t kQword = 11;
 
+// By number. Those that are not rendered have their name in the event too.
 constexpr std::array kDataTypes{
     "REG_NONE",
     "REG_SZ",

@@ -62,7 +62,7 @@ enum class StreamingMode
     Xml
 };
 
-/// One setting of a scheme as its script declares it.
+/// One setting of a scheme as its script declares it. The names are those of the elements in which it does.
 struct SchemeArgument
 {
     Str title;

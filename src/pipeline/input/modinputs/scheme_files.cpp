@@ -68,6 +68,7 @@ Pathname findIn(const Pathname &folder, const StrVector &names)
 }
 
 // Asked of the system by opening it, for rights alone do not tell: another process may hold the folder.
+// Windows opens a folder only with the flag for backups.
 bool canReadAndWrite(const Pathname &folder)
 {
     const FileHandle handle(CreateFileW(asWide(folder), GENERIC_READ | GENERIC_WRITE,

@@ -108,6 +108,7 @@ ModularInputsHost serverHost(const LoaderInfo &loader)
 /// To the byte as a script gets it, without line ends of this system's own.
 int writeOut(const Str &document)
 {
+    // What was printed before keeps its line ends.
     std::fflush(stdout);
     _setmode(_fileno(stdout), _O_BINARY);
     const bool isWritten = std::fwrite(document.data(), 1, document.size(), stdout) == document.size() &&

@@ -20,6 +20,7 @@ const DriveMappings &DriveMap::mappings()
     return mappings_;
 }
 
+/// All but the drive stays as it was written: letters are folded where the pattern is compiled.
 Str DriveMap::translateProcessDrive(const Str &proc)
 {
     for (const DriveMapping &mapping : mappings()) {

@@ -8,6 +8,7 @@ namespace velmox {
 
 namespace {
 
+// The name in messages and traces, see diagnostics.h.
 constexpr char kFunction[] = "WinRegistryMonitor::setRegEvtTypesToMonitor";
 
 // The hive class of the first root whose name stands anywhere in the pattern; 0 for none. Anywhere, because

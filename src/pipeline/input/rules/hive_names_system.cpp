@@ -6,6 +6,7 @@ namespace velmox {
 
 namespace {
 
+// The name in messages, see diagnostics.h.
 constexpr char kFunction[] = "WinRegistryMonitor::initHiveNameKeyMap";
 
 } // namespace

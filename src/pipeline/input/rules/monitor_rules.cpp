@@ -25,6 +25,8 @@ const SystemMonitoringConfig *MonitorFilterGroup::stanzaOf(const Str &keyPath)
     return nullptr;
 }
 
+/// The longest text first, which is most often the narrowest pattern. The index counts by rank, so that the
+/// first number it gives is that of the longest.
 void MonitorFilterGroup::rank()
 {
     ranked_.resize(configs.size());
@@ -46,6 +48,7 @@ MonitorFilterGroup *MonitorRules::group(const Str &name)
 MonitorFilterGroup *MonitorRules::registryGroup()
 {
     if (registryGroup_ == nullptr) {
+        // Kept, as each record asks for it, and a look-up by name builds a text first.
         registryGroup_ = group(kRegmonFilters);
     }
     return registryGroup_;

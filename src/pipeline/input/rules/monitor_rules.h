@@ -7,6 +7,10 @@
 #include <memory>
 #include <vector>
 
+// The room `rules`: stanzas as what is asked of each record. The text of a stanza becomes a filter in a
+// group (stanza_configuration.h); the group finds the filters that may take a record (event_filter_list.h)
+// and says what the driver need not report at all (filter_block.h). Names of roots, drives and operations
+// are carried between the forms of people and those of the kernel.
 namespace velmox {
 
 /// Names of the filter groups.

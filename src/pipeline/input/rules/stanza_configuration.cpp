@@ -74,6 +74,7 @@ void addStanza(const Str &stanzaName, const PropertiesMap &stanza, const StanzaD
         new RegMonEventFilter(stanzaName, drives.translateProcessDrive(proc), finalHive, type), true);
 
     SystemMonitoringConfig config;
+    // The same patterns once more: the filter judges events, these name the stanza of one that passed.
     config.proc.compile(proc.lowered(), true, 0);
     config.hive.compile(finalHive.lowered(), true, 0);
     config.index = valueOr(stanza, "index", defaults.index);
@@ -86,6 +87,7 @@ void addStanza(const Str &stanzaName, const PropertiesMap &stanza, const StanzaD
 
 bool isWanted(const Str &stanzaName, const PropertiesMap &stanza)
 {
+    // What "default" says has come down to the other stanzas already.
     if (stanzaName == "default" || stanza.isDisabled()) {
         return false;
     }

@@ -65,7 +65,8 @@ private:
         AttributeValue
     };
 
-    // A step takes the bytes at hand, never none, and returns how many it consumed, or kNeedMore.
+    // A step takes the bytes at hand, never none, and returns how many it consumed, or kNeedMore. It calls
+    // operations only when it consumes, so that a step that is taken again calls nothing twice.
     static constexpr std::size_t kNeedMore = std::string_view::npos;
     std::size_t consume(std::string_view bytes);
     std::size_t step(std::string_view bytes);
