@@ -125,6 +125,7 @@ bool BaseConfCache::isPollDue()
                  lastPoll_.toStr().c_str());
         return true;
     }
+    // The first time at once: both times are zero before it.
     return time >= nextPoll_;
 }
 

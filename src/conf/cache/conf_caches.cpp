@@ -18,6 +18,7 @@ void copyAt(const ConfPathBase &path, const ConfPathTrie &from, ConfPathTrie &ou
     }
 }
 
+/// Users' nodes are named in lower case.
 void copyUser(const Str &user, const ConfPathTrie &from, ConfPathTrie &out)
 {
     const Str name = user.lowered();

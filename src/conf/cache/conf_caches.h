@@ -37,12 +37,15 @@ private:
         OwnUser = 6,
     };
 
+    /// Takes a node into the view. Always false: nothing is pruned.
     bool visitPath(const ConfPathCached &path, ConfPathTrie &node) override;
+    /// Notes how far the app is from the reader's by imports.
     void enterApp(const ConfPathCached &path);
     void enterStanza(const ConfPathCached &path, const ConfPathTrie &node);
     void takeExpansion(const ConfPathTrie &node);
     PropertyValue &enterKey(const ConfPathCached &path);
     Precedence precedenceOf(const ConfPathCached &path, ConfExport exported, Precedence parent) const;
+    /// Of a value that is there already.
     bool keepsOldValue(const PropertyValue &target, Precedence precedence) const;
     void set(PropertyValue &target, const ConfPathCached &path, const ConfPathTrie &node,
              Precedence precedence) const;
@@ -60,8 +63,9 @@ private:
     bool existed_ = false;
 };
 
-/// The view of a reader with neither user nor app: of the layers in their order, the first to set a key wins,
-/// whatever app it belongs to. Rights don't count, and no user's own settings are seen.
+/// The view of a reader with neither user nor app: of the layers in their order, the first to set a key
+/// wins, whatever app it belongs to. Rights don't count, and no user's own settings are seen: such a reader
+/// is the program itself.
 class LegacyConfCache : public BaseConfCache
 {
 public:
@@ -99,7 +103,10 @@ public:
 
 private:
     void buildStanza(const Str &name, Stanzas &out) override;
+    /// Copies those parts of the layers that can hold anything for this reader. To be called with the lock
+    /// of the layers held, if they are the shared ones.
     void copyVisible(const ConfPathTrie &layers, ConfPathTrie &out) const;
+    /// Takes out of a copy what the acting user may not see.
     void pruneForUser(ConfPathTrie &tree) const;
     /// `visible` is what `copyVisible` copied.
     void build(ConfPathTrie &visible, Stanzas &out) const;

@@ -12,7 +12,7 @@ namespace velmox {
 class ConfPathMapperManager;
 
 /// Where the layers come from, and which of their apps count. The register of apps is made after the states
-/// are, so they ask it through functions.
+/// are, so they ask it through functions; they may be called while the lock of a state is held.
 struct LayerSources
 {
     const ConfPathMapperManager &mappers;
@@ -41,7 +41,8 @@ public:
         return use(static_cast<const ConfPathTrie &>(trie_));
     }
 
-    /// Reads no more than one stanza and "default" of all layers into `out`, and leaves the tree as it is.
+    /// Reads no more than one stanza and "default" of all layers into `out`. Leaves the tree as it is, and
+    /// does not take its lock.
     void readStanza(const Str &name, ConfPathTrie &out) const;
 
 private:
@@ -61,7 +62,8 @@ class SharedConfStates
 public:
     explicit SharedConfStates(LayerSources sources);
 
-    /// Lives as long as this object.
+    /// Made when it is first asked for; reads nothing before somebody wants its tree. Lives as long as this
+    /// object.
     SharedConfState &of(const Str &typeName);
 
 private:

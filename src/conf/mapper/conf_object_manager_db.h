@@ -69,14 +69,18 @@ private:
     Str text() const { return setup_.text(file_); }
 
     // To be called with the lock held.
+    /// False while the file cannot be read.
     bool ensureLoaded();
     /// Reads the file; tells whether that changed anything, or nothing when it cannot be opened.
     std::optional<bool> refresh();
+    /// Makes the tree the one that readers see; true when it differs from the one before.
     bool takeOver(ConfPathTrie &&tree, const FileStatus &status);
     void noteChanges(const ConfPathTrie &tree, const ConfPathTrie &difference);
     void noteAppLevel(const ConfPathTrie &tree);
     std::uint64_t generationOf(const Str &type) const;
+    /// The changes under way, begun when there are none.
     Edit &edit();
+    /// Takes down what came of an edit of the image; false when it was refused.
     bool note(MetaEdit result);
     bool setInTree(const ConfPathBase &path, const ConfPathMetadata &metadata);
     FileChangeAnswer takeFileChange();

@@ -51,13 +51,17 @@ private:
 
     Edit *editOf(const Str &type, bool create);
     bool setInImage(const ConfPathBase &path, const Str &value);
+    /// Makes sure that the type is known and its file loaded.
     void knowType(const Str &type);
+    /// Writes a value into the image.
     void change(Edit &edit, const ConfPathBase &path, const Str &value);
     void setPending(const ConfPathBase &path, const Str &value);
     bool removeFromImage(const ConfPathBase &path);
+    /// Does the flush, and says what is to be told when the lock is given back.
     bool flushEdits(bool &hadEdits, bool &appChanged);
     void restamp(const Str &type);
 
+    /// Takes over what a file says by now; `appChanged` as above.
     FileChangeAnswer takeFileChange(const Pathname &file, bool &appChanged);
     FileChangeAnswer takeContent(const Str &type, Type &record, const FileStatus &status);
     FileChangeAnswer takeDeletion(const Str &type, Type &record);

@@ -79,7 +79,7 @@ private:
     friend class PropertyPagesRegistry;
 
     virtual std::unique_ptr<IConfCache> createCache() const = 0;
-    /// Whether the acting user's rights are not those of the last request.
+    /// Whether the acting user's rights are not those of the last request. True once for each change.
     virtual bool haveRightsChanged() = 0;
 
     /// Leaves `out` untouched when there is no such stanza.
@@ -97,6 +97,7 @@ private:
     const Str typeName_;
     const ConfContext context_;
     const Str actingUser_;
+    /// Null only while the object is being made.
     std::unique_ptr<IConfCache> cache_;
 };
 

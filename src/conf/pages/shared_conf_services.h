@@ -44,6 +44,7 @@ public:
     /// What a view of this root is made of.
     ConfSources sources() const { return {*settings_, *mappers_, *applications_, *states_}; }
 
+    // On the thread of whoever wrote or noticed the change, which holds no lock of a mapper then.
     void onAppsChanged() override;
     void onAppWritten(const Str &app) override;
 
@@ -51,6 +52,7 @@ private:
     friend class SharedConfServicesRegistry;
     SharedConfServices(const Pathname &root, const Pathname &slaveApps);
     void create();
+    /// Makes one service in place of another, which is retired.
     template <class Service, class... Arguments>
     void make(std::unique_ptr<Service> &service, Arguments &&...arguments);
 
@@ -92,6 +94,7 @@ private:
     /// By folded root; the default root's key is empty, so that all who name no root find it without a look
     /// at where it lies.
     std::map<Pathname, std::unique_ptr<SharedConfServices>> services_;
+    /// The default root's, once they are complete.
     std::atomic<SharedConfServices *> default_{nullptr};
 };
 

@@ -13,8 +13,10 @@ struct ApplicationInfo
 {
     bool enabled = true;
     bool configured = false;
+    /// Whether to enable or disable the app takes a restart.
     bool restartNeeded = false;
     bool allowsDisable = true;
+    /// Of the app's own node: what it imports and exports.
     ConfPathMetadata metadata;
     Str id;
     /// Whether the id is the directory's name, as none was set.

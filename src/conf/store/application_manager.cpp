@@ -54,6 +54,7 @@ void ApplicationManager::getInfo(const Str &name, ApplicationInfo &info) const
     if (found == apps_.end()) {
         throw ApplicationDoesNotExistException(name);
     }
+    // Copied out, so that nobody holds on to a record that the next scan replaces.
     info = found->second.info;
 }
 

@@ -67,7 +67,8 @@ public:
     }
 };
 
-/// An app and those that it imports, directly or through others, each with the number of steps to it.
+/// An app and those that it imports, directly or through others, each with the number of steps to it. Of two
+/// imported apps that set the same key the nearer one counts.
 using ImportGenerations = std::map<Str, std::uint64_t>;
 
 /// What the last scan that found a difference made of an app.
@@ -115,7 +116,9 @@ private:
     };
 
     // To be called with the lock held.
+    /// Adds to the apps given, whose number of steps is 0, all that they import.
     void expand(ImportGenerations &generations) const;
+    /// The known ones among what an app imports itself.
     StrVector importsOf(const Str &app) const;
     void scanDirectory(const Pathname &directory, const ConfPathTrie &settings, bool detectChanges);
     void enter(const Str &name, ApplicationInfo info);

@@ -52,6 +52,7 @@ bool ConfChangeWatcher::handleChange(WatchedFileState &state)
 bool ConfChangeWatcher::tellMapper(WatchedConfState &state, const Str &name)
 {
     log.debug("%s: Looking up mapper", name.c_str());
+    // Read in the midst of a write, a file gives half of its settings for all.
     if (state.fileExists() && state.isBeingWritten()) {
         return false;
     }
