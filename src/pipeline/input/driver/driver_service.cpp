@@ -243,6 +243,7 @@ bool DriverChecks::checkInstall() const
             tellOther("Install", expectedPath_, imagePath, running);
         }
     }
+    // Tried whatever stands in the way: it says itself what it fails of.
     return startDriver_();
 }
 

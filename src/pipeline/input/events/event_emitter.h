@@ -20,7 +20,8 @@ public:
     /// empty index or stanza is left out.
     void emitEvent(const Str &text, const Str &index, const Str &stanza, Timeval time);
 
-    /// The stream is not closed at the end, which is not whole.
+    /// Leaves the stream without its closing tag, which says that it is whole: for the replay of a damaged
+    /// recording.
     void leaveOpen() { eventWriter_.leaveOpen(); }
 
     /// Bytes of the stream so far.

@@ -11,7 +11,7 @@ namespace velmox {
 /// are UTF-8, unescaped, and end at their first NUL.
 struct InputEvent
 {
-    /// The event is a piece of a record, which the reader ends at `done`.
+    /// The event is one of several that the reader puts together to one, up to that with `done`.
     bool unbroken = false;
     Str data;
     Str source;
@@ -51,7 +51,7 @@ public:
 
     void write(const InputEvent &event);
 
-    /// The writer's end does not close the stream, which is not whole.
+    /// Leaves the stream without its closing tag, which says that it is whole.
     void leaveOpen() { isLeftOpen_ = true; }
 
     /// Bytes of the stream so far, with the line ends that they were given here.

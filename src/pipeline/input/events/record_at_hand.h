@@ -47,6 +47,7 @@ private:
     ProcessTexts &processes_;
 
     MonitorRecord fields_{nullptr};
+    // Into the driver's buffer, or into `nameRoom_`: good until the buffer goes.
     std::u16string_view name_;
     std::u16string nameRoom_; // behind data of odd length a name stands at an odd address
     // Empty until they are asked for.

@@ -26,7 +26,8 @@ public:
     RecordProcessor(const RecordProcessor &) = delete;
     RecordProcessor &operator=(const RecordProcessor &) = delete;
 
-    /// `buffer` holds whole records back to back and stays the caller's.
+    /// `buffer` holds whole records back to back and stays the caller's; records refer into it until this
+    /// returns.
     void processData(const unsigned char *buffer, std::uint32_t bytes);
 
 private:

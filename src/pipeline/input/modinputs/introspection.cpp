@@ -59,6 +59,7 @@ void setBool(const Texts &texts, const char *name, bool &out)
 /// The names are compared as they are: `XML` is no mode.
 void setStreamingMode(const Texts &texts, Scheme &scheme)
 {
+    // Judged before it is taken, so that a mode that is refused is not logged as set.
     Str mode = scheme.streamingMode == StreamingMode::Xml ? "xml" : "simple";
     if (const Str *text = find(texts, "streaming_mode"); text && *text != "simple" && *text != "xml") {
         ModularInputsException::raise(

@@ -148,6 +148,8 @@ ScriptProcess::ScriptProcess(const Str &label, const Str &commandLine)
     startup.StartupInfo.hStdOutput = inherited[1];
     startup.StartupInfo.hStdError = inherited[2];
     startup.lpAttributeList = attributes.list();
+    // The list counts only with the second flag; without it Windows takes the structure for its shorter
+    // form.
     if (!process_.start(WideStr::fromUtf8(commandLine), CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT,
                         startup.StartupInfo)) {
         raiseUnableToRun(commandLine);
@@ -168,9 +170,10 @@ public:
     ~StreamThread() noexcept(false) override
     {
         process_.end();
-        // What runs on outside the job, where there is none, still holds the pipe, and a call that waits for
-        // it has to be cancelled: at a pipe that nobody holds it ends by itself. One that has not begun yet
-        // is met the next time. A line of the log that takes as long to be written is met too, and lost.
+        // Where there is no job, what the script has started runs on, and may hold the pipe open: a call on
+        // the pipe then waits without end, and has to be cancelled. (At a pipe that nobody holds any more it
+        // ends by itself.) A call that begins right after one cancellation is met by the next. So is a line
+        // of the log whose writing takes longer than the interval; that line is lost.
         while (WaitForSingleObject(done_.get(), kCancelMs) == WAIT_TIMEOUT) {
             CancelSynchronousIo(self_.load());
         }

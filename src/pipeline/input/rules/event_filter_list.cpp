@@ -110,9 +110,13 @@ void SysMonEventFilterList::prepare()
     for (Filter *filter : SmartFilterList::filters()) {
         auto *one = static_cast<RegMonEventFilter *>(filter); // addFilter takes no other
         numbered_.push_back(one);
+        // The text too, since a path that is the same letter for letter passes even where the pattern means
+        // something else.
         keys_.add(requiredLiterals(one->hiveText()), one->hiveText());
     }
     keys_.build();
+    // Most stanzas leave the process open; if only such are left for a record, its process need not be
+    // found.
     takeAnyProcess_ = BitSet(numbered_.size());
     for (std::size_t number = 0; number < numbered_.size(); ++number) {
         if (numbered_[number]->takesAnyProcess()) {

@@ -79,6 +79,7 @@ private:
     bool isPrepared_ = false;
 
     LiteralIndex keys_;
+    // Numbers of the filters in which the process has no say.
     BitSet takeAnyProcess_;
     TestedTexts types_;
     TestedTexts processes_;

@@ -31,8 +31,8 @@ std::size_t findFirst(std::string_view bytes, const CharSet &set, std::size_t fr
     return from;
 }
 
-/// Length of the front of `bytes` that cannot belong to `end`, two equal bytes and a `>`, when `end` isn't at
-/// hand: all but one or two of its leading bytes.
+/// How many bytes can be given out although `end`, two equal bytes and a `>`, has not come yet: all but the
+/// one or two at the back that may be its beginning.
 std::size_t lengthBeforeEnd(std::string_view bytes, std::string_view end)
 {
     std::size_t length = bytes.size();
