@@ -27,6 +27,7 @@ bool WatchedFileState::isBeingWritten() const
 void WatchedFileState::expire()
 {
     const FileStatus current = FileStatus::of(path_);
+    // Size and time stand for the content, which is left to whoever is told.
     quiet_ = current == status_;
     status_ = current;
     // A change that was not settled is told again even if nothing changed since.

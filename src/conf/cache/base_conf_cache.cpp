@@ -149,6 +149,7 @@ std::vector<const IConfPathMapper *> BaseConfCache::StateList::changedMappers(co
 {
     std::vector<const IConfPathMapper *> changed;
     for (const Entry &entry : entries_) {
+        // The question brings the state up to date, so it is put to those behind the first change too.
         if (entry.mapper->hasChangedSince(typeName, *entry.state)) {
             changed.push_back(entry.mapper);
         }

@@ -87,6 +87,7 @@ SharedConfStates::SharedConfStates(LayerSources sources) : sources_(std::move(so
 SharedConfState &SharedConfStates::of(const Str &typeName)
 {
     const std::lock_guard guard(lock_);
+    // Entered empty and never removed, so that references to it stay good.
     std::unique_ptr<SharedConfState> &state = states_[typeName];
     if (!state) {
         state = std::make_unique<SharedConfState>(sources_, typeName);

@@ -107,6 +107,7 @@ void startAsUtf8(FileStar &stream, const Str &name, Logger &log)
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr char kTemporarySuffix[] = ".tmp";
 
+/// False, with the reason in the last error, for a file that ends in a failure: a part is no object.
 bool readAll(FileStar &stream, Str &out)
 {
     char block[4096];

@@ -153,6 +153,7 @@ std::optional<Timeval> ConfObjectManager::latestIn(const Pathname &file) const
 bool ConfObjectManager::filter(const Pathname &directory,
                                const std::function<bool(const ConfPathBase &)> &isThere, Pathname &copy) const
 {
+    // Made ahead of the calls that can fail, so that nothing stands between a failure and its message.
     const Str text = setup().text(file());
     const Str directoryText = setup().text(directory);
     const FileStatus original = FileStatus::of(file());

@@ -322,6 +322,7 @@ bool JSONConfPathMapper::reloadAll()
     for (auto &[type, record] : types_) {
         wasLoaded = std::exchange(record.loaded, false) || wasLoaded;
     }
+    // A type whose directory is gone stays known and reads as empty, so that its generation never falls.
     const std::size_t known = types_.size();
     for (const Str &type : listTypes()) {
         if (types_.try_emplace(type).second) {

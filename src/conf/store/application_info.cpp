@@ -60,6 +60,7 @@ ApplicationInfo ApplicationInfo::from(const Str &name, const ConfPathTrie *appNo
         info.metadata = appNode->metadata();
     }
     const Str *const id = settings.find("package", "id");
+    // "Given" by this program, that is.
     info.idGiven = id == nullptr || id->empty();
     info.id = info.idGiven ? name : *id;
     info.checkForUpdates = settings.getBool("package", "check_for_updates", info.checkForUpdates);

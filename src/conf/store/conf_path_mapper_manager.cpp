@@ -154,6 +154,7 @@ bool ConfPathMapperManager::addPath(const Pathname &path, const Str &handler, Pa
     if (confHandler(handler) == ConfHandler::Ignore) {
         return true;
     }
+    // Last, since it may ask the map of users' names, which is a file.
     PathOwner owner;
     if (!findPathOwner(setup_, users_, path, owner)) {
         return false;

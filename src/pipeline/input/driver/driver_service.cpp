@@ -99,6 +99,8 @@ void tellOther(const char *check, const Str &expectedPath, const Str &imagePath,
 
 const char16_t *chooseDriverName()
 {
+    // Compared by the system, field by field. For 6.0 it does not matter that Windows tells programs without
+    // a manifest 6.2 at most.
     OSVERSIONINFOEXA version = {};
     static_assert(sizeof version == 156);
     version.dwOSVersionInfoSize = sizeof version;

@@ -52,6 +52,7 @@ constexpr std::array<Escape, 256> makeEscapes()
     return escapes;
 }
 
+// Made by the compiler: a start computes nothing.
 constexpr std::array<Escape, 256> kEscapes = makeEscapes();
 
 struct Element
@@ -109,6 +110,7 @@ void EventStreamWriter::write(const InputEvent &event)
     append(event);
     flush();
     if (out_ != nullptr) {
+        // What the C library kept back would stay away for as long as nothing else happens.
         std::fflush(out_);
     }
 }

@@ -151,6 +151,7 @@ void ProcessImageTable::unlinkRetired(const Entry *entry)
         link = &(*link)->next;
     }
     *link = entry->next;
+    // Or numbers that were given once would stay in the map for as long as the program runs.
     if (found->second.live == nullptr && found->second.retired == nullptr) {
         processes_.erase(found);
     }

@@ -23,6 +23,8 @@ void RecordAtHand::take(const MonitorRecord &record)
 
 const Str &RecordAtHand::nameText()
 {
+    // An empty text is one that has not been made. That of a record without a name is made at each question,
+    // at no cost.
     if (nameText_.empty()) {
         nameText_.appendUtf16(name_.data(), name_.size());
     }
@@ -63,6 +65,7 @@ Str RecordAtHand::tracedKeyPath()
     }
     Str path = foldedName();
     if (isOfCurrentControlSet()) {
+        // In capitals, as readers of traces know it.
         path.replace(0, hiveNames_.currentControlSetPath().size(), CURRENT_CONTROL_SET);
     }
     return path;

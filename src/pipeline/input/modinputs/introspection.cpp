@@ -85,6 +85,7 @@ void setScript(const Texts &texts, const ScriptFinder &findScript, Scheme &schem
             "with it.  Command line arguments are allowed.  (Specified \"%s\")",
             value->c_str());
     }
+    // Looked for now, so that a wrong name fails the scheme and not each later start of the script.
     const ScriptCommand found = findScript(script);
     if (found.empty()) {
         ModularInputsException::raise("The \"script\" value from introspection (\"%s\") did not refer to a "
@@ -171,6 +172,8 @@ void IntrospectXmlStreamingParser::startElement(const Str &name)
 
 void IntrospectXmlStreamingParser::attributeValue(const Str &value)
 {
+    // An argument is named by its attribute. Other elements may have one of the name too, which means
+    // nothing.
     if (isNameAttribute_ && path_.view() == kArg) {
         argName_ = value;
     }
@@ -218,6 +221,7 @@ void IntrospectXmlStreamingParser::store(std::string_view path)
                                text_.c_str());
         result_.scheme[name] = text_;
     } else if (path == kEndpoint) {
+        // Nothing of this is used; the author of the script sees in the log that it was read.
         modularInputsLog.debug("XML endpoint path \"%s\": \"%s\" -> \"%s\"", kEndpoint, name.c_str(),
                                text_.c_str());
     } else if (path == kArg) {

@@ -23,6 +23,7 @@ void checkParameters(const SchemeSpec &spec)
     }
 }
 
+/// `request` begins with a blank.
 Str commandLine(const ScriptCommand &script, const char *request)
 {
     return Str::concat(script.commandLine(), request);
@@ -126,6 +127,7 @@ std::optional<Scheme> ModularInputs::initialize(const SchemeSpec &spec) const
     checkParameters(spec);
     Scheme scheme;
     scheme.name = spec.name;
+    // A script bears its scheme's name. Asked what it is, it may name another one that does the work.
     scheme.script = locateScript(spec.app, spec.name, ScriptCandidates({spec.name, {}}));
     // The system's spec files describe schemes that an installation may lack; an app brings its own script.
     if (scheme.script.empty()) {

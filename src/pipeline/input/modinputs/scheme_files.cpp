@@ -134,6 +134,7 @@ ScriptCandidates::ScriptCandidates(const ScriptName &script) : arguments(script.
 ScriptCommand locateScript(const AppFolder &app, const Str &scheme, const ScriptCandidates &candidates,
                            const Pathname &home)
 {
+    // What was built for this platform first: an app may bring scripts for several.
     const Pathname folders[] = {
         app.path.join("windows_x86_64").join("bin"),
         app.path.join("bin"),
@@ -148,6 +149,7 @@ ScriptCommand locateScript(const AppFolder &app, const Str &scheme, const Script
             return script;
         }
     }
+    // The system's spec files may describe more than an installation has; an app is to bring its own script.
     modularInputsLog.log(app.isSystem() ? LogLevel::Debug : LogLevel::Error,
                          "No script to handle scheme \"%s\" was found.  This modular input will be disabled.",
                          scheme.c_str());

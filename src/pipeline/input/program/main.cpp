@@ -95,6 +95,7 @@ int runInstalled(const wchar_t *const *arguments)
     // No thread can be made before the main thread has its object.
     const EmptyMainThread mainThread;
     CommandLine options;
+    // A call that makes no sense, which is something else than a run that failed.
     if (!scanCommandLine(arguments, options)) {
         return 1;
     }

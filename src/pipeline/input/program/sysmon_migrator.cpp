@@ -137,6 +137,7 @@ void SysmonMigrator::readRecord(const Str &stanzaName, const PropertiesMap &stan
     if (!stanza.tryGet("filter_file_name", key)) {
         monitorLog.info("%s - 'sysmon.conf' - filter_file_name missing, assuming regmon-filters.", kRead);
     }
+    // Of two stanzas that name one file the later in the order of names counts.
     filters_[key] = record;
 }
 
@@ -149,6 +150,7 @@ void SysmonMigrator::writeToInputs()
     }
     Stanzas stanzas;
     PropertyPages::get(kInputs)->enumerateStanzasWithPrefix("script://", stanzas, DisabledMode::OnlyEnabled);
+    // Where the monitor runs as a plain script, its options stand in that script's stanza, under any path.
     const auto found = std::find_if(stanzas.begin(), stanzas.end(), [](const auto &stanza) {
         return stanza.first.view().find("velmox-regmon") != std::string_view::npos;
     });

@@ -43,6 +43,7 @@ LSTATUS openKey(HKEY parent, const wchar_t *path, REGSAM access, RegistryKeyHand
 NtQueryObject findNtQueryObject()
 {
     NtQueryObject routine = nullptr;
+    // It is in every process from the start to the end, so nothing has to be loaded or freed.
     if (const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll")) {
         findRoutine(ntdll, "NtQueryObject", routine);
     }

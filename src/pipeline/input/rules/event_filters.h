@@ -27,7 +27,7 @@ public:
     /// Throws RegexException.
     RegMonEventFilter(const Str &name, const Str &proc, const Str &hive, const Str &type);
 
-    /// Allocates nothing.
+    /// Allocates nothing. The operation is asked first and the key last, as that is the longest text.
     bool matches(const SysMonFilterableEvent &event) override;
 
     // The tests one by one, for a list that need not make them all.

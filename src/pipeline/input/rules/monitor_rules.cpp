@@ -86,6 +86,7 @@ Str MonitorRules::getIndexAndStanzaForProcmon(const Str &processPath, Str &stanz
     const Str path = processPath.lowered();
     Str index;
     for (const SystemMonitoringConfig &config : found->configs) {
+        // On to the last: of several that match it is the last that counts here.
         if (config.proc.finds(path)) {
             index = config.index;
             stanza = config.name;

@@ -43,6 +43,7 @@ Str patternOr(const PropertiesMap &stanza, const char *key, const char *dflt)
     return value;
 }
 
+/// An empty value stands, unlike that of a pattern.
 Str valueOr(const PropertiesMap &stanza, const char *key, const Str &dflt)
 {
     Str value;
