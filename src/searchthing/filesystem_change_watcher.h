@@ -58,6 +58,7 @@ private:
     const std::uint64_t pollMs_;
     FileStatus status_;
     bool quiet_ = true;
+    /// Whether the last change that was seen is done with.
     bool settled_ = true;
 };
 
@@ -83,6 +84,7 @@ private:
     class Walk;
 
     TimeoutQueue &queue() { return queue_; }
+    /// Enters the files that are not known yet; `isKnown` says that they are not to count as new.
     void walk(const Pathname &directory, bool isKnown);
 
     /// Whether a file is to be watched.

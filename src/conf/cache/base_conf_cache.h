@@ -126,6 +126,7 @@ private:
         /// A list, so that those who join go into their place without a move of the others.
         using Entries = std::list<Entry>;
 
+        /// Moves what is in `added` to its place in the list, and logs it.
         void splice(Entries::iterator at, Entries &added);
         Str textOfPlace(Entries::iterator at) const;
         static void logEntries(const char *title, const Entries &entries);
@@ -138,6 +139,7 @@ private:
 
     /// The time by which polls are due.
     virtual Timeval now() const { return Timeval::now(); }
+    /// Never outside shared storage.
     bool isPollDue();
     /// Looks for changes in the layers when it is time to, and marks the view stale when there are.
     void poll();

@@ -74,7 +74,9 @@ private:
     /// read.
     virtual bool readType(const Str &type, Type &record, ConfPathTrie &content) = 0;
 
+    /// Copies what can fit the search from below `path`, its type or its app.
     void copyFitting(ConfPathBase path, const ConfSearch &search, ConfPathTrie &out);
+    /// False when there is nothing at the path.
     bool copyOut(const ConfPathBase &path, ConfPathTrie &out, unsigned levels);
 
     const char *const className_;

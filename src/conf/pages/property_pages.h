@@ -84,6 +84,7 @@ private:
 
     /// Leaves `out` untouched when there is no such stanza.
     void readStanza(const Str &name, PropertiesMap &out);
+    /// The address of a stanza, with the rights of the acting user.
     ConfPath writeTarget(const Str &app, const Str &stanza) const;
     /// What a stanza is as the caller of a write sees it.
     PropertiesMap readExisting(const Str &stanza, const PropertiesMap &desired);

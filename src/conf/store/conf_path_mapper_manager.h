@@ -60,7 +60,9 @@ private:
     bool addPath(const Pathname &path, const Str &handler, PathMappers &mappers);
     bool addMapper(const Pathname &path, const Str &handler, const PathOwner &owner, PathMappers &mappers);
     Pathname findWriteDirectory(const ConfPathBase &path, const Str &writeKey);
+    /// Null when no mapper serves the file.
     IConfPathMapper *findByFile(const Pathname &file) const;
+    /// The mapper of just this path, however it is spelt.
     IConfPathMapper *mapperAt(const Pathname &path) const;
 
     mutable ConfLock lock_{ConfLockRank::MapperManager};
