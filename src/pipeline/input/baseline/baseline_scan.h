@@ -87,6 +87,7 @@ private:
         HiveKeyInfo hive;
     };
 
+    /// Reports what stands below a start path, and notes that it was done.
     void walkFrom(const StartPath &path, RegexFilterList &filters);
     void markDone(const Str &root, const Str &rest) const;
 

@@ -32,11 +32,16 @@ private:
         ReadAtOnce
     };
 
+    /// One read, and what becomes of what it brought.
     Next pass();
+    /// Gets the next buffer; false, with `result_` set, for want of memory.
     bool allocate();
+    /// After a read whose record did not fit: asks for more room, up to the ceiling.
     Next growBuffer(DWORD error);
+    /// Queues what was read, or drops it when there is too much in memory.
     Next handOver();
     bool hasRoom();
+    /// The buffer goes to the taker; if the queue refuses it, it stays here and the loop ends.
     void post();
     bool countOrSleep();
     void countRead() const;

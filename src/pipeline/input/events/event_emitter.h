@@ -28,6 +28,7 @@ public:
     std::uint64_t writtenBytes() const { return eventWriter_.writtenBytes(); }
 
 private:
+    /// Sets the event's time in seconds, and begins its text with the local time.
     void setTime(Timeval time);
 
     static constexpr std::uint64_t kNoSecond = ~std::uint64_t{0};

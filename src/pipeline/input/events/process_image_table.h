@@ -74,9 +74,12 @@ private:
         Entry *retired = nullptr;
     };
 
+    /// Null for want of memory.
     static Entry *makeEntry(std::uint32_t pid, const char16_t *image);
     static void freeChain(Entry *first);
     const Entry *find(std::uint32_t pid) const;
+    /// Takes an entry out of the chain of its number, and the number's row out of the map if nothing is
+    /// left.
     void unlinkRetired(const Entry *entry);
     Entry *takeExpired();
 

@@ -34,9 +34,11 @@ private:
         char16_t text[kImageUnits]; // "N/A" for an unknown process
     };
 
+    /// By the group of processes' filters; false as long as there is none.
     bool passes(const Str &process, const char *type);
     void onCreated(RecordAtHand &record);
     void onExited(RecordAtHand &record);
+    /// With the drive for the device, as events show it.
     Str displayed(const char16_t *image);
     static void learnImage(const RecordAtHand &record, KnownImage &image);
 

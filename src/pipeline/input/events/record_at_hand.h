@@ -22,6 +22,7 @@ public:
     {
     }
 
+    /// The buffer in which the record stands must stay until the next call.
     void take(const MonitorRecord &record);
 
     const MonitorRecord &fields() const { return fields_; }
@@ -41,6 +42,8 @@ public:
     const ProcessText &process() { return processes_.of(fields_.pid()); }
 
 private:
+    /// Whether the path begins with the numbered control set that is in use, and some stanza names the
+    /// current one.
     bool isOfCurrentControlSet();
 
     const HiveNames &hiveNames_;

@@ -23,8 +23,10 @@ public:
     void take(RecordAtHand &record);
 
 private:
+    /// `word` is that of the operation, as filters know it.
     bool passes(RecordAtHand &record, const Str &word);
     void emit(RecordAtHand &record, const char *registryType);
+    /// Replaces `body` by the lines of the event below its time.
     void render(RecordAtHand &record, const char *registryType, Str &body);
 
     MonitorRules &rules_;

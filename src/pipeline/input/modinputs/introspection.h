@@ -62,7 +62,9 @@ public:
     void characters(const Str &piece) override { text_.append(piece); }
 
 private:
+    /// Enters the argument whose element ends; one without a name is told and dropped.
     void endArgument();
+    /// Keeps the text of the innermost element, which stands at `path`.
     void store(std::string_view path);
 
     Introspection result_;

@@ -70,6 +70,7 @@ struct SchemeArgument
     bool required_on_create = false;
     bool required_on_edit = false;
     Str validation;
+    /// What separates the values of a setting that is a list; empty for one that is none.
     Str list_delimiter;
     /// "string", "number" or "boolean".
     Str data_type = "string";
@@ -87,6 +88,7 @@ struct Scheme
     bool useSingleInstance = false;
     /// The script judges proposed configurations.
     bool useExternalValidation = false;
+    /// What the script writes: lines of text, or events in XML.
     StreamingMode streamingMode = StreamingMode::Simple;
     std::map<Str, SchemeArgument> args;
 };

@@ -85,8 +85,11 @@ private:
     void ProcessEnumeration();
     bool StartMonitorWorker();
     bool establishBaseline();
+    /// The main thread's work, until the stop flag is set.
     void serveQueue();
+    /// Notes the time of the start in its checkpoint file; on the worker thread.
     void recordStart() const;
+    /// Waits for the worker, closes the device and removes the driver.
     void tearDown();
 
     DeviceChannel device_;

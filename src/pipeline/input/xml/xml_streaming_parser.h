@@ -24,6 +24,7 @@ public:
     XmlStreamingParser(const XmlStreamingParser &) = delete;
     XmlStreamingParser &operator=(const XmlStreamingParser &) = delete;
 
+    /// Takes the next piece of the document, of any length. The bytes stay the caller's.
     void feed(const char *bytes, std::size_t length);
 
     /// Also called for declarations, with the name "?xml" or "!DOCTYPE"; they have no `endElement`.
