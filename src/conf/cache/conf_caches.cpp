@@ -203,6 +203,7 @@ void LegacyConfCache::addLayer(ConfPathTrie &layer, Stanzas &out)
     layer.walk(disabled);
     DanglingMetadataPruner dangling;
     layer.walk(dangling);
+    // Of all layers into one view: what an earlier layer has set stays.
     BaseConfCacheBuilder builder(*this, out, false);
     layer.walk(builder);
 }

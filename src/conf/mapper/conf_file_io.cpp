@@ -75,6 +75,7 @@ void warnOfOtherCasing(const BundlesSetup &setup, const Pathname &file, Logger &
 bool createParent(const BundlesSetup &setup, const Pathname &parent, Logger &log)
 {
     const Str name = setup.text(parent);
+    // For everyone to read, like the directories that ship.
     if (!canStandAt(setup, parent, PathKind::Folder, log) || !makeDirs(parent, true)) {
         log.error("Cannot create parent directory: %s: %m", name.c_str());
         return false;
@@ -142,6 +143,7 @@ bool writeTemporary(const Pathname &file, const Str &name, Logger &log, const St
         log.error("Write to file failed with data remaining: %s: %m", name.c_str());
         return false;
     }
+    // Or a full disk would show only when the stream is closed, where nobody asks.
     if (!stream.flush()) {
         log.error("Cannot flush temporary file: %s: %m", name.c_str());
         return false;

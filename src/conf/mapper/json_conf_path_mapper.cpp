@@ -144,6 +144,7 @@ bool JSONConfPathMapper::canChange(const ConfPathBase &path, const char *request
 {
     const StrVector &parts = path.parts();
     const bool isOfType = form_.onlyType.empty() || path.type() == form_.onlyType;
+    // What is not of this mapper at all is no attempt to get out of its directory.
     const bool isObject = isOwn(path) && path.level() == kStanzaLevel && isOfType && !isReadOnly();
     if (isObject) {
         // A stanza is a file's name here, so its slashes are refused too.
@@ -154,6 +155,7 @@ bool JSONConfPathMapper::canChange(const ConfPathBase &path, const char *request
         log_.error("%s: Unsupported path: %s", pathText().c_str(), path.toStr().c_str());
         return false;
     }
+    // What is changed here are files: there is nothing that could change in memory alone.
     if (isInMemoryOnly()) {
         log_.warn("%s: Only in-memory changes may be made; refusing request to %s file: %s",
                   pathText().c_str(), request, text(fileOf(path)).c_str());
@@ -361,6 +363,7 @@ Str LookupTableConfPathMapper::describe() const
 
 bool LookupTableConfPathMapper::readObject(const Pathname &file, Str &value) const
 {
+    // The file is not opened: where it lies is all that readers get.
     value = file.toStr();
     return true;
 }

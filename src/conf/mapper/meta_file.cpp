@@ -77,6 +77,7 @@ bool parseFraction(std::string_view digits, std::uint32_t &ticks)
 
 bool setModtime(const Str &value, ConfPathMetadata &metadata)
 {
+    // Seconds since 1970, with a fraction of any length or none.
     const std::size_t point = value.find('.');
     const std::string_view whole = value.view().substr(0, point);
     const std::string_view fraction =
@@ -123,6 +124,8 @@ public:
     void run()
     {
         const auto takeHeader = [this](const Str &name) {
+            // Nothing for a bad header, and then for all settings below it: they must not count for the
+            // stanza before.
             path_ = parseMetaHeader(name, app_);
             if (!path_) {
                 metaLog.warn() << location(reader_) << ": Error parsing stanza header: " << line_;

@@ -269,6 +269,7 @@ void PropertyPages::write(const Str &app, const Str &stanza, const PropertiesMap
     }
     if (isOwnerless) {
         ConfPathMetadata metadata;
+        // The owner may always change what is his, whatever the permissions say.
         metadata.setOwner(actingUser_.empty() ? Str(kSharedUser) : actingUser_);
         tree.setMetadata(metadata);
     }
@@ -298,6 +299,7 @@ bool PropertyPages::putDifference(const ConfPath &target, const PropertiesMap &d
     for (const auto &[key, property] : difference.properties) {
         tree.child(key).setData(property.value);
     }
+    // Permissions that are equal are one object, so the pointers tell.
     if (desired.metadata && desired.metadata != existing.metadata) {
         ConfPathMetadata metadata;
         metadata.access = desired.metadata;

@@ -144,6 +144,7 @@ StrVector ApplicationManager::importsOf(const Str &app) const
 void ApplicationManager::rescan(bool detectChanges)
 {
     const std::lock_guard guard(lock_);
+    // All of it under the lock: who asks meanwhile is to wait, not to find half of the apps.
     const std::vector<IConfPathMapper *> mappers = mappers_.mappers();
     ConfPathTrie settings;
     readApps(mappers, settings);

@@ -322,6 +322,7 @@ void ConfPath::remove() const
         throw ConfPathDoesNotExistException(Str("Does not exist: ") << toStr());
     }
     TouchedMappers touched;
+    // Flushed after a failure as well: what was removed before it waits in the mappers.
     const Removal *const failed = removeAll(removals, touched);
     const IConfPathMapper *const unflushed = touched.flush();
     if (failed) {
