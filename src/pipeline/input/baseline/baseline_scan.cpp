@@ -212,6 +212,7 @@ void BaselineScan::walkFrom(const StartPath &path, RegexFilterList &filters)
                      kFunction, start.root.c_str(), start.rest.c_str());
 }
 
+/// A failure costs another walk at the next start, and is told for that.
 void BaselineScan::markDone(const Str &root, const Str &rest) const
 {
     if (!checkpoint_.setCheckpoint(kCompleted, "1")) {

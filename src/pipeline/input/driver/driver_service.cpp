@@ -160,6 +160,7 @@ bool manageDriver(const char16_t *name, const char16_t *path, unsigned short cod
 
 bool installDriver(SC_HANDLE manager, const char16_t *name, const char16_t *path)
 {
+    // Started on demand: after a restart of the machine nothing runs until the program does.
     const ServiceHandle service(CreateServiceW(
         manager, asWide(name), asWide(name), SERVICE_ALL_ACCESS, SERVICE_KERNEL_DRIVER, SERVICE_DEMAND_START,
         SERVICE_ERROR_NORMAL, asWide(path), nullptr, nullptr, nullptr, nullptr, nullptr));

@@ -30,7 +30,8 @@ bool enumerateSnapshot(const ProcessSeen &seen)
     return true;
 }
 
-/// Where no snapshot can be had. Without a name of its own a process that cannot be opened is left out.
+/// Where no snapshot can be had. It tells numbers alone, so a process that cannot be opened has no name to
+/// be told by.
 void enumerateIds(const ProcessSeen &seen)
 {
     const LocalMemory memory(LocalAlloc(LMEM_FIXED, kIdBytes));

@@ -6,8 +6,8 @@ namespace velmox {
 
 namespace {
 
-// No machine runs as many processes. More numbers than these come from a driver gone wrong, and must not
-// make the map grow.
+// Few machines run as many processes, and where one does texts are made anew. Numbers without end, from a
+// driver gone wrong, must not make the map grow.
 constexpr std::size_t kMostTexts = 4096;
 
 } // namespace

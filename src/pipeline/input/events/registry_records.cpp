@@ -61,6 +61,7 @@ void RegistryRecords::emit(RecordAtHand &record, const char *registryType)
 void RegistryRecords::render(RecordAtHand &record, const char *registryType, Str &body)
 {
     const MonitorRecord &fields = record.fields();
+    // As the kernel spells it, but for the root: the filters saw it folded.
     Str keyText = record.nameText();
     hiveNames_.shortenHiveRoot(keyText);
     Str dataText;

@@ -77,6 +77,7 @@ void ModularInputs::initializeSchemes()
     schemes_.clear();
     std::set<Str> known;
     for (const AppFolder &app : appFolders(host_.systemDir, host_.appParents)) {
+        // The files of a disabled app are there, but its schemes are not.
         if (host_.isAppUsable(app.name)) {
             for (const SchemeSpec &spec : readSchemeSpecs(app)) {
                 initializeUnlessKnown(spec, known);

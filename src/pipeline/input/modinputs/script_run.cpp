@@ -250,6 +250,8 @@ private:
     Amount dropped_;
 };
 
+/// The first line that does not fit ends it, so that the log has one piece of what the script wrote, from
+/// its beginning.
 void ErrorLog::add(const Str &line)
 {
     const bool fits = dropped_.lines == 0 && logged_.lines < limits_.errorLines &&
@@ -341,6 +343,7 @@ void ScriptRun::readOutput(const Sink &onOutput)
     std::uint64_t total = 0;
     const auto take = [&](std::string_view piece) {
         total += piece.size();
+        // Counted before it is handed on: nobody has to take more than the limit.
         if (total > limits_.outputBytes) {
             raiseScriptFailed(label_, Str::fromFormat("wrote more than %llu bytes",
                                                       static_cast<unsigned long long>(limits_.outputBytes)));

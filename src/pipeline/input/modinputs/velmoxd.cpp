@@ -292,6 +292,7 @@ int runVelmoxd(const wchar_t *const *arguments)
     for (const wchar_t *const *word = arguments + 1; *word != nullptr; ++word) {
         words.push_back(Str::fromUtf16(asUtf16(*word)));
     }
+    // Answered without an installation, since it may be asked of a program that was only copied somewhere.
     if (words == StrVector{"--version"}) {
         std::printf("velmoxd %s\n", ProgramVersion::ofThisProgram().text().c_str());
         return kSuccess;

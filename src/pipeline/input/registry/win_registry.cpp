@@ -34,6 +34,7 @@ struct KeyInfo
                                 &values, &longestValueName, &longestData, nullptr, &lastWriteTime);
     }
 
+    /// Equal for the same key; whether equal ones are the same key has to be asked.
     bool operator==(const KeyInfo &other) const
     {
         return subKeys == other.subKeys && longestSubKeyName == other.longestSubKeyName &&

@@ -179,6 +179,7 @@ std::size_t XmlStreamingParser::cdataStep(std::string_view bytes)
     const std::size_t end = bytes.find(kCdataEnd);
     const std::size_t length = end == bytes.npos ? lengthBeforeEnd(bytes, kCdataEnd) : end;
     if (length > 0) {
+        // Not decoded: an `&` means itself in here.
         copyWithoutNuls(bytes.substr(0, length));
         deliverText();
     }
