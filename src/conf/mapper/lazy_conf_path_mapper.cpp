@@ -82,7 +82,7 @@ bool LazyConfPathMapper::search(const ConfSearch &search, ConfPathTrie &out)
     }
     if (search.maxLevel() >= kTypeLevel) {
         loadFor(path);
-        // The copy takes at most the one stanza out of the type; the walk after it cuts off what is too
+        // The copy leaves out the stanzas that are not searched for; the walk after it cuts off what is too
         // deep.
         copyFitting(path, search, out);
         DoNothingPruner all;

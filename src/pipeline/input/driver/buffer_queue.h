@@ -15,7 +15,7 @@ struct EventBuffer
 };
 
 /// Hands whole buffers from the worker to the main thread, first in, first out; a buffer belongs to whoever
-/// holds it. It has no limit of its own: the worker stops to fill it when the process has taken enough
+/// holds it. It has no limit of its own: the worker stops filling it when the process has taken enough
 /// memory.
 ///
 /// A taker that is faster than the giver would be put to sleep and woken for each buffer, which costs more
