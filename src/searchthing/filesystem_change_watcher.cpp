@@ -7,6 +7,8 @@
 
 namespace velmox {
 
+/// Looks once a millisecond at most: with an interval of 0 the file would be due again at once, and a loop
+/// that expires all that is due would not end while the clock stands still.
 WatchedFileState::WatchedFileState(FilesystemChangeWatcher &watcher, const Pathname &path,
                                    const FileStatus &known, std::uint64_t pollMs)
     : Timeout(watcher.queue()), watcher_(watcher), path_(path), pollMs_(std::max<std::uint64_t>(pollMs, 1)),

@@ -71,6 +71,7 @@ void SharedConfState::readLayers(const ConfSearch &search, ConfPathTrie &out) co
             // reading order, where what came first stays.
             ConfPathTrie layer;
             if (mapper->search(search, layer)) {
+                // Nodes that are not in `out` yet are moved over, not copied.
                 out.merge(std::move(layer));
             }
         } catch (const BaseException &exception) {

@@ -109,6 +109,7 @@ std::vector<AppFolder> appFolders(const Pathname &systemDir, const std::vector<P
 std::vector<SchemeSpec> readSchemeSpecs(const AppFolder &app)
 {
     const Pathname path = app.path.join("README").join("inputs.conf.spec");
+    // Asked first, since a file that is missing is told as an error when it is read.
     if (pathKind(path) == PathKind::Nothing) {
         return {};
     }

@@ -1,6 +1,6 @@
 // The script of the scheme WinRegMon, bin\scripts\WinRegMon.exe: tells servers what the monitor is, judges
 // stanzas for it, and otherwise is the monitor, by starting bin\velmox-regmon.exe with what it was given
-// itself.
+// itself. The monitor passes over arguments that it does not know, so it cannot be asked for these things.
 
 #include "pipeline/input/program/scheme_script.h"
 #include "pipeline/input/xml/config_xml_streaming_parser.h"

@@ -62,7 +62,9 @@ struct OpenKey
     unsigned level;
 
     /// Whether the key is one of those above it: a symbolic link has led back up, and any user can make one.
-    /// Names are asked for only where all else agrees, as each costs as much as a value.
+    /// The limit of depth alone would let one link repeat a tree 512 times, and two links in one key repeat
+    /// it without end in sight. Names are asked for only where all else agrees, as each costs as much as a
+    /// value.
     bool isRepeated() const
     {
         for (const OpenKey *other = above; other != nullptr; other = other->above) {

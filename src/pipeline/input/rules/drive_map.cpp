@@ -4,6 +4,7 @@ namespace velmox {
 
 namespace {
 
+/// Looks at the prefix alone; to fold whole paths would cost more than the comparison.
 bool startsWithCaseless(const Str &text, const Str &prefix)
 {
     return text.size() >= prefix.size() &&
