@@ -7,6 +7,8 @@
 
 namespace velmox {
 
+/// Looks once a millisecond at most: with an interval of 0 the file would be due again at once, and a loop
+/// that expires all that is due would not end while the clock stands still.
 WatchedFileState::WatchedFileState(FilesystemChangeWatcher &watcher, const Pathname &path,
                                    const FileStatus &known, std::uint64_t pollMs)
     : Timeout(watcher.queue()), watcher_(watcher), path_(path), pollMs_(std::max<std::uint64_t>(pollMs, 1)),
@@ -17,6 +19,7 @@ WatchedFileState::WatchedFileState(FilesystemChangeWatcher &watcher, const Pathn
 
 bool WatchedFileState::isBeingWritten() const
 {
+    // Without a share for writing the system refuses us while somebody has the file open for that.
     const FileHandle reader(CreateFileW(asWide(path_), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE,
                                         nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     const DWORD error = GetLastError();
@@ -26,8 +29,10 @@ bool WatchedFileState::isBeingWritten() const
 void WatchedFileState::expire()
 {
     const FileStatus current = FileStatus::of(path_);
+    // Size and time stand for the content, which is left to whoever is told.
     quiet_ = current == status_;
     status_ = current;
+    // A change that was not settled is told again even if nothing changed since.
     if (!quiet_ || !settled_) {
         settled_ = watcher_.handleChange(*this);
     }
@@ -80,6 +85,8 @@ void FilesystemChangeWatcher::walk(const Pathname &directory, bool isKnown)
             continue;
         }
         const auto [state, added] = states_.try_emplace(path);
+        // Of one that is not wanted an empty entry stays, so that it is asked about once. Entries are never
+        // removed: a file that goes and comes again is a change of the same state.
         if (added && wants(path)) {
             state->second =
                 makeState(path, isKnown ? FileStatus{true, entry.size, entry.modtime} : FileStatus());

@@ -11,10 +11,13 @@ namespace velmox {
 
 class FilesystemChangeWatcher;
 
-/// Spreads the looks at many files over time: a sequence of pseudo-random numbers of milliseconds, 0 to 2047.
+/// Spreads the looks at many files over time, so that they don't all fall on one moment: a sequence of
+/// pseudo-random numbers of milliseconds, 0 to 2047. Multiplier and increment are those of the C standard's
+/// example for `rand`; nothing depends on the quality of the numbers.
 class PollJitter
 {
 public:
+    // The low bits of such a sequence repeat after a few steps, so these are taken from the middle.
     std::uint64_t next()
     {
         x_ = (x_ * 1103515245u + 12345u) & 0x7FFFFFFFu;
@@ -43,7 +46,8 @@ public:
     bool fileExists() const { return status_.exists; }
     /// Whether the last two looks saw the same.
     bool isQuiet() const { return quiet_; }
-    /// Whether a program has the file open for writing.
+    /// Whether a program has the file open for writing. Opens it for a moment, in which nobody can begin to
+    /// write.
     bool isBeingWritten() const;
 
 private:
@@ -54,11 +58,13 @@ private:
     const std::uint64_t pollMs_;
     FileStatus status_;
     bool quiet_ = true;
+    /// Whether the last change that was seen is done with.
     bool settled_ = true;
 };
 
-/// Looks at the files below some directories from time to time. It has no thread: the event loop that owns it
-/// calls `runDue`.
+/// Looks at the files below some directories from time to time, rather than to wait for notices of the
+/// system, which not every network share sends. It has no thread: the event loop that owns it calls
+/// `runDue`.
 class FilesystemChangeWatcher
 {
 public:
@@ -78,6 +84,7 @@ private:
     class Walk;
 
     TimeoutQueue &queue() { return queue_; }
+    /// Enters the files that are not known yet; `isKnown` says that they are not to count as new.
     void walk(const Pathname &directory, bool isKnown);
 
     /// Whether a file is to be watched.
@@ -86,6 +93,7 @@ private:
     /// Told of a file that changed, and again while the answer is that it is not settled.
     virtual bool handleChange(WatchedFileState &state) = 0;
 
+    // First, since the states and the walk, which stand in it, take themselves off when they are destroyed.
     TimeoutQueue queue_;
     PollJitter jitter_;
     std::vector<Pathname> directories_;

@@ -10,12 +10,15 @@ namespace velmox {
 
 namespace {
 
+// MAX_PATH counts the NUL as well. No prefix for long paths is added here, and what Windows says of a longer
+// one can look as if nothing were there.
 constexpr std::size_t kLongestName = MAX_PATH - 1;
 constexpr DWORD kTryIntervalMs = 10;
 
+// What cannot be created gives 8 plus the handle that came of it, and that is -1.
 constexpr int kCanCreate = 0;
 constexpr int kEmptyName = 2;
-constexpr int kCannotCreate = 7; ///< 8, and the value of an invalid handle
+constexpr int kCannotCreate = 7;
 constexpr int kCannotLock = 9;
 
 /// Forms the name of the lock; false when it is too long.
@@ -36,7 +39,8 @@ bool isAbsence(DWORD error)
 
 } // namespace
 
-// The file itself is the lock, and its creation the one step that no two can both do.
+// The file itself is the lock, and its creation the one step that no two can both do. It is closed at once:
+// a handle that is held would end with its process, and the lock is to outlive that.
 LockTry lockFileTry(const Pathname &path)
 {
     Pathname name;
@@ -47,6 +51,7 @@ LockTry lockFileTry(const Pathname &path)
         return LockTry::Taken;
     }
     switch (GetLastError()) {
+    // Which of the two comes depends on the file system.
     case ERROR_FILE_EXISTS:
     case ERROR_ALREADY_EXISTS:
         return LockTry::Exists;
@@ -59,6 +64,7 @@ LockTry lockFileTry(const Pathname &path)
 
 LockWait lockFileWait(const Pathname &path, int seconds)
 {
+    // Not the clock, which somebody may set meanwhile.
     const ULONGLONG start = GetTickCount64();
     const ULONGLONG limit = seconds > 0 ? static_cast<ULONGLONG>(seconds) * 1000 : 0;
     for (;;) {
@@ -110,6 +116,8 @@ int lockFileCanCreateIn(const Pathname &folder)
     if (!appendRandomHex(name, 8)) {
         return kCannotCreate;
     }
+    // Random digits, so that two who try out the same folder don't meet. The lock is tried on a file that is
+    // there, as a guarded one would be.
     const Pathname probe = folder.join(name);
     FileDescriptor file;
     if (!file.openWrite(probe, FilePermissions::Private)) {

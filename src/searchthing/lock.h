@@ -4,9 +4,10 @@
 
 namespace velmox {
 
-// Lock files exclude one process from what another works on. The path is that of the file to guard; the lock
-// stands next to it under the name with ".lock" behind. A lock stays until it is released, whatever becomes
-// of its owner. It names the owner's process and host. Failures leave the reason in the last error.
+// Lock files exclude one process from what another works on, also on another host that sees the same folder.
+// The path is that of the file to guard; the lock stands next to it under the name with ".lock" behind. A
+// lock stays until it is released, whatever becomes of its owner. It names the owner's process and host.
+// Failures leave the reason in the last error.
 
 /// What came of one attempt to take a lock.
 enum class LockTry

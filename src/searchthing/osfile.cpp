@@ -15,7 +15,8 @@ namespace {
 
 Logger permissionsLogger("FilePermissions");
 
-/// The socket library, which knows the host's name, ready for use.
+/// The socket library, which knows the host's name, ready for use. Only for the time of the question: the
+/// program uses no sockets otherwise.
 class SocketLibrary
 {
 public:
@@ -40,6 +41,7 @@ private:
 Str buildOwnerText()
 {
     const SocketLibrary sockets;
+    // The documentation of gethostname calls this many bytes enough for any name.
     char host[256];
     if (!sockets.isReady() || gethostname(host, sizeof host) != 0) {
         return "0\nuninitialized";
@@ -51,6 +53,8 @@ Str buildOwnerText()
 
 FileStatus FileStatus::of(const Pathname &path)
 {
+    // One call for size and time, which does not open the file: so it works while others keep the file to
+    // themselves.
     WIN32_FILE_ATTRIBUTE_DATA data;
     if (!GetFileAttributesExW(asWide(path), GetFileExInfoStandard, &data) ||
         (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
@@ -105,6 +109,7 @@ bool createWithContent(const Pathname &path, std::string_view content)
 
 const Str &ownerText()
 {
+    // The same for the life of the process, and built by one thread while others wait.
     static const Str text = buildOwnerText();
     return text;
 }

@@ -35,11 +35,12 @@ struct FileStatus
 FileSecurity requireFileSecurity(FilePermissions permissions);
 
 /// Creates a file that must not be there yet, writes the content and closes it; nobody else can open it
-/// meanwhile. False, with the reason in the last error, on failure; a file that was created is deleted then.
+/// meanwhile, so that nobody reads a part of it. False, with the reason in the last error, on failure; a
+/// file that was created is deleted then.
 bool createWithContent(const Pathname &path, std::string_view content);
 
-/// Who this process is, for files that name their owner: the process number, LF and the host's name. Built on
-/// the first call.
+/// Who this process is, for files that name their owner: the process number, LF and the host's name. It is
+/// for people, who look after a lock that was left behind; no program reads it. Built on the first call.
 const Str &ownerText();
 
 } // namespace velmox

@@ -37,6 +37,7 @@ void copyStanza(const IConfCacheIteratorImpl &at, const IConfCacheIteratorImpl &
     if (at.atEnd()) {
         return;
     }
+    // The own values first: copying never replaces what is there, so what is inherited fills the gaps alone.
     at.copyTo(out, true);
     if (!inherited.atEnd() && at.name() != kDefaultStanza) {
         inherited.copyTo(out, false);
@@ -76,7 +77,8 @@ void BaseConfCache::refresh()
 void BaseConfCache::readStanza(const Str &name, PropertiesMap &out)
 {
     poll();
-    // Of a stale view no more is built than is asked for; the view itself stays as it is.
+    // Of a stale view no more is built than is asked for; the view itself stays as it is, and stale. A row
+    // of writes would otherwise build views of whole types, of which each next write makes waste.
     Stanzas built;
     const bool isStale = dirty_.load();
     if (isStale) {
@@ -103,6 +105,7 @@ void BaseConfCache::poll()
         log.info("[%s] detected change in type %s %s", mapper->describe().c_str(), typeName_.c_str(),
                  context_.toStr().c_str());
     }
+    // Counted from the end of the look, which may take long on a slow share.
     lastPoll_ = now();
     nextPoll_ = Timeval(lastPoll_.ticks() + pollMs_ * kTicksPerMillisecond);
     if (!changed.empty()) {
@@ -122,6 +125,7 @@ bool BaseConfCache::isPollDue()
                  lastPoll_.toStr().c_str());
         return true;
     }
+    // The first time at once: both times are zero before it.
     return time >= nextPoll_;
 }
 
@@ -145,6 +149,7 @@ std::vector<const IConfPathMapper *> BaseConfCache::StateList::changedMappers(co
 {
     std::vector<const IConfPathMapper *> changed;
     for (const Entry &entry : entries_) {
+        // The question brings the state up to date, so it is put to those behind the first change too.
         if (entry.mapper->hasChangedSince(typeName, *entry.state)) {
             changed.push_back(entry.mapper);
         }

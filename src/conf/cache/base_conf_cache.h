@@ -59,7 +59,8 @@ public:
     virtual void invalidate() = 0;
     /// Adds what the acting user may delete, as deep as `levels` below the root.
     virtual void collectDeletable(unsigned levels, ConfPathTrie &out) = 0;
-    /// Looks for changes, and rebuilds the view when it is stale.
+    /// Looks for changes, and rebuilds the view when it is stale. To be called with the lock held. May
+    /// throw; the view then stays stale.
     virtual void refresh() = 0;
     /// Builds the view anew. To be called with the lock held.
     virtual void rebuild() = 0;
@@ -106,7 +107,8 @@ protected:
     Stanzas &stanzas() { return stanzas_; }
 
 private:
-    /// What each mapper had of the type when this cache last looked, in reading order.
+    /// What each mapper had of the type when this cache last looked, in reading order. Each cache has its
+    /// own, as each looks at times of its own.
     class StateList
     {
     public:
@@ -121,8 +123,10 @@ private:
             IConfPathMapper *mapper;
             std::unique_ptr<ConfTypeState> state;
         };
+        /// A list, so that those who join go into their place without a move of the others.
         using Entries = std::list<Entry>;
 
+        /// Moves what is in `added` to its place in the list, and logs it.
         void splice(Entries::iterator at, Entries &added);
         Str textOfPlace(Entries::iterator at) const;
         static void logEntries(const char *title, const Entries &entries);
@@ -135,11 +139,13 @@ private:
 
     /// The time by which polls are due.
     virtual Timeval now() const { return Timeval::now(); }
+    /// Never outside shared storage.
     bool isPollDue();
     /// Looks for changes in the layers when it is time to, and marks the view stale when there are.
     void poll();
 
-    // All but `dirty_` under the lock.
+    // What changes is under the lock, but for `dirty_`: whoever marks a view stale may hold locks that come
+    // behind it.
     Stanzas stanzas_;
     const Str typeName_;
     const ConfContext context_;

@@ -18,6 +18,7 @@ void copyAt(const ConfPathBase &path, const ConfPathTrie &from, ConfPathTrie &ou
     }
 }
 
+/// Users' nodes are named in lower case.
 void copyUser(const Str &user, const ConfPathTrie &from, ConfPathTrie &out)
 {
     const Str name = user.lowered();
@@ -42,10 +43,13 @@ BaseConfCacheBuilder::BaseConfCacheBuilder(const BaseConfCache &cache, Stanzas &
     }
 }
 
+/// The walk comes to a node before those below it, and in the order of names, so at any time the arrays and
+/// pointers tell of the node at hand and of those above it.
 bool BaseConfCacheBuilder::visitPath(const ConfPathCached &path, ConfPathTrie &node)
 {
     const std::size_t level = path.level();
     const Precedence own = precedenceOf(path, node.metadata().exported, precedences_[level - 1]);
+    // Kept for each level, since the nodes below inherit it.
     precedences_[level] = own;
     PropertyValue *target = nullptr;
     if (level == kAppLevel) {
@@ -59,6 +63,7 @@ bool BaseConfCacheBuilder::visitPath(const ConfPathCached &path, ConfPathTrie &n
     if (target != nullptr && !(existed_ && keepsOldValue(*target, own))) {
         set(*target, path, node, own);
     }
+    // Nothing is pruned: the walk is for what it meets.
     return false;
 }
 
@@ -66,6 +71,7 @@ void BaseConfCacheBuilder::enterApp(const ConfPathCached &path)
 {
     const ConfContext &reader = cache_.context();
     const auto found = imports_.find(path.app());
+    // An app that is seen without an import, such as one that exports to everyone, counts as nearest.
     generation_ = found == imports_.end() ? 0 : found->second;
     if (found != imports_.end() && path.app() != reader.app) {
         log.debug("%s.conf %s: %s imports %s with generation %llu", cache_.typeName().c_str(),
@@ -133,6 +139,7 @@ bool BaseConfCacheBuilder::keepsOldValue(const PropertyValue &target, Precedence
     // Of two apps that are seen by imports, the one reached in fewer steps counts.
     const bool bothNotExported = precedence == NotExported && target.level == NotExported;
     const bool isFurtherImport = bothNotExported && generation_ > target.generation;
+    // Of equal precedence the later counts, which is the later name of user and app in the order of bytes.
     return isFurtherImport || !override_ || precedence < target.level;
 }
 
@@ -146,6 +153,7 @@ void BaseConfCacheBuilder::set(PropertyValue &target, const ConfPathCached &path
     target.generation = generation_;
     target.app = path.app();
     target.version = metadata.version ? *metadata.version : Str();
+    // Who has no owner on record belongs to whose place it stands in.
     target.user = metadata.owner ? *metadata.owner : path.user();
     target.metadata = metadata.access;
     target.removable = metadata.removable.value_or(false);
@@ -174,6 +182,8 @@ ConfSearch LegacyConfCache::searchOfType() const
     return search;
 }
 
+/// Layer by layer, each walked for itself: here the order of the layers is all that counts, and one tree of
+/// all would lose it.
 void LegacyConfCache::build(const ConfSearch &search, Stanzas &out)
 {
     for (IConfPathMapper *const mapper : mappers()) {
@@ -186,12 +196,14 @@ void LegacyConfCache::build(const ConfSearch &search, Stanzas &out)
 
 void LegacyConfCache::addLayer(ConfPathTrie &layer, Stanzas &out)
 {
+    // The pruners of the shared state, without that for dangling data, which only users leave behind.
     layer.pruneDepth(kKeyLevel);
     DisabledApplicationPruner disabled(
         [this](const Str &app) { return sources().applications.isUsable(app); });
     layer.walk(disabled);
     DanglingMetadataPruner dangling;
     layer.walk(dangling);
+    // Of all layers into one view: what an earlier layer has set stays.
     BaseConfCacheBuilder builder(*this, out, false);
     layer.walk(builder);
 }
@@ -227,6 +239,8 @@ void UserConfCache::rebuild()
     build(visible, stanzas());
 }
 
+/// Reads the one stanza from the layers, past the shared tree: that may be stale, and to read a whole type
+/// for one stanza is what this is to spare.
 void UserConfCache::buildStanza(const Str &name, Stanzas &out)
 {
     ConfPathTrie layers;
@@ -263,6 +277,8 @@ void UserConfCache::pruneForUser(ConfPathTrie &tree) const
     if (context().user.empty()) {
         return;
     }
+    // What other apps keep to themselves goes first, which leaves fewer nodes whose rights have to be asked
+    // for.
     std::set<Str> apps = {context().app};
     sources().applications.expandImports(apps);
     SingleUserAppContextPruner foreign(context().user, context().app, std::move(apps));

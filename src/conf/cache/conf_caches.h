@@ -24,7 +24,8 @@ public:
     BaseConfCacheBuilder(const BaseConfCache &cache, Stanzas &view, bool override);
 
 private:
-    /// Precedence of the layers; the higher wins. It is kept as `PropertyValue::level`.
+    /// Precedence of the layers; the higher wins. It is kept as `PropertyValue::level`, so the numbers are
+    /// seen outside.
     enum Precedence : std::int32_t
     {
         Unknown = 0, ///< metadata that inherits from a parent without any
@@ -36,12 +37,15 @@ private:
         OwnUser = 6,
     };
 
+    /// Takes a node into the view. Always false: nothing is pruned.
     bool visitPath(const ConfPathCached &path, ConfPathTrie &node) override;
+    /// Notes how far the app is from the reader's by imports.
     void enterApp(const ConfPathCached &path);
     void enterStanza(const ConfPathCached &path, const ConfPathTrie &node);
     void takeExpansion(const ConfPathTrie &node);
     PropertyValue &enterKey(const ConfPathCached &path);
     Precedence precedenceOf(const ConfPathCached &path, ConfExport exported, Precedence parent) const;
+    /// Of a value that is there already.
     bool keepsOldValue(const PropertyValue &target, Precedence precedence) const;
     void set(PropertyValue &target, const ConfPathCached &path, const ConfPathTrie &node,
              Precedence precedence) const;
@@ -55,11 +59,13 @@ private:
     std::uint64_t generation_ = 0;
     const Str *stanzaName_ = nullptr;
     PropertiesMap *stanza_ = nullptr;
+    /// Whether the stanza or key at which the walk stands was in the view before.
     bool existed_ = false;
 };
 
-/// The view of a reader with neither user nor app: of the layers in their order, the first to set a key wins,
-/// whatever app it belongs to. Rights don't count, and no user's own settings are seen.
+/// The view of a reader with neither user nor app: of the layers in their order, the first to set a key
+/// wins, whatever app it belongs to. Rights don't count, and no user's own settings are seen: such a reader
+/// is the program itself.
 class LegacyConfCache : public BaseConfCache
 {
 public:
@@ -97,14 +103,18 @@ public:
 
 private:
     void buildStanza(const Str &name, Stanzas &out) override;
+    /// Copies those parts of the layers that can hold anything for this reader. To be called with the lock
+    /// of the layers held, if they are the shared ones.
     void copyVisible(const ConfPathTrie &layers, ConfPathTrie &out) const;
+    /// Takes out of a copy what the acting user may not see.
     void pruneForUser(ConfPathTrie &tree) const;
     /// `visible` is what `copyVisible` copied.
     void build(ConfPathTrie &visible, Stanzas &out) const;
 
     const Str actingUser_;
     SharedConfState &shared_;
-    /// The acting user as he was when the rights were last asked for.
+    /// The acting user as he was when the rights were last asked for. Atomic, since that is asked at each
+    /// request for pages, by threads that do not hold the lock.
     std::atomic<std::shared_ptr<const ConfUserContext>> rights_;
 };
 

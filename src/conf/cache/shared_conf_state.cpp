@@ -17,6 +17,7 @@ ConfSearch searchOf(const Str &typeName)
     return search;
 }
 
+/// Takes out what no reader is to see. The depth comes first, which leaves the others less to walk.
 void prune(ConfPathTrie &tree, const LayerSources &sources)
 {
     const ConfSettings &settings = sources.mappers.settings();
@@ -48,6 +49,8 @@ void SharedConfState::populate()
     if (!dirty_) {
         return;
     }
+    // Cleared of the mark only when all is read: a failure on the way leaves the tree stale for the next
+    // reader.
     trie_.clear();
     readLayers(searchOf(typeName_), trie_);
     dirty_ = false;
@@ -64,8 +67,11 @@ void SharedConfState::readLayers(const ConfSearch &search, ConfPathTrie &out) co
 {
     for (IConfPathMapper *const mapper : sources_.mappers.mappers()) {
         try {
+            // A tree of its own, so that a layer that fails half way leaves no half in `out`. Merged in
+            // reading order, where what came first stays.
             ConfPathTrie layer;
             if (mapper->search(search, layer)) {
+                // Nodes that are not in `out` yet are moved over, not copied.
                 out.merge(std::move(layer));
             }
         } catch (const BaseException &exception) {
@@ -82,6 +88,7 @@ SharedConfStates::SharedConfStates(LayerSources sources) : sources_(std::move(so
 SharedConfState &SharedConfStates::of(const Str &typeName)
 {
     const std::lock_guard guard(lock_);
+    // Entered empty and never removed, so that references to it stay good.
     std::unique_ptr<SharedConfState> &state = states_[typeName];
     if (!state) {
         state = std::make_unique<SharedConfState>(sources_, typeName);

@@ -12,7 +12,7 @@ namespace velmox {
 class ConfPathMapperManager;
 
 /// Where the layers come from, and which of their apps count. The register of apps is made after the states
-/// are, so they ask it through functions.
+/// are, so they ask it through functions; they may be called while the lock of a state is held.
 struct LayerSources
 {
     const ConfPathMapperManager &mappers;
@@ -21,8 +21,8 @@ struct LayerSources
 };
 
 /// All layers of one type, for all users and apps: read once, whoever asks, and filtered by each reader, so
-/// that a thousand users don't read all files each. Any thread; the lock comes behind that of a cache, as
-/// caches are built under their own.
+/// that a thousand users don't read all files each. What is the same for all readers is pruned here already.
+/// Any thread; the lock comes behind that of a cache, as caches are built under their own.
 class SharedConfState
 {
 public:
@@ -41,7 +41,8 @@ public:
         return use(static_cast<const ConfPathTrie &>(trie_));
     }
 
-    /// Reads no more than one stanza and "default" of all layers into `out`, and leaves the tree as it is.
+    /// Reads no more than one stanza and "default" of all layers into `out`. Leaves the tree as it is, and
+    /// does not take its lock.
     void readStanza(const Str &name, ConfPathTrie &out) const;
 
 private:
@@ -61,7 +62,8 @@ class SharedConfStates
 public:
     explicit SharedConfStates(LayerSources sources);
 
-    /// Lives as long as this object.
+    /// Made when it is first asked for; reads nothing before somebody wants its tree. Lives as long as this
+    /// object.
     SharedConfState &of(const Str &typeName);
 
 private:

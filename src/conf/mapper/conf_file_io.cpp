@@ -31,15 +31,18 @@ void readConfText(ConfLineReader &reader, const Pathname &rootDirectory, const C
     ConfPathTrie *stanza = nullptr;
     const auto begin = [&](const Str &name) { stanza = &addStanza(name, rootDirectory, metadata, typeNode); };
     readSettings(reader, line, begin, [&](std::string_view name, std::string_view value) {
+        // Keys above the first header belong to "default".
         if (!stanza) {
             begin(kDefaultStanza);
         }
+        // A key that comes again gets the later value, without a word.
         ConfPathTrie &key = stanza->child(name);
         key.setData(value);
         key.setMetadata(metadata);
     });
 }
 
+// The mark and the line ends are what the editors of older versions of Windows need to show a file right.
 constexpr TextEncodingWord kNewFileEncoding =
     withEncoding(kByteOrderMarkFlag | kCrLfFlag, TextEncoding::Utf8);
 
@@ -56,7 +59,9 @@ bool canStandAt(const BundlesSetup &setup, const Pathname &path, PathKind wanted
     return true;
 }
 
-/// Most files bear their name as it is; to spell out a path takes a look at each of its folders.
+/// Windows opens "Inputs.conf" for "inputs.conf", and tools on other systems will not. Most files bear their
+/// name as it is, so one look at the entry comes first: to spell out a path takes a look at each of its
+/// folders, which was a third of the time of a write.
 void warnOfOtherCasing(const BundlesSetup &setup, const Pathname &file, Logger &log)
 {
     DirectoryEntry entry;
@@ -70,6 +75,7 @@ void warnOfOtherCasing(const BundlesSetup &setup, const Pathname &file, Logger &
 bool createParent(const BundlesSetup &setup, const Pathname &parent, Logger &log)
 {
     const Str name = setup.text(parent);
+    // For everyone to read, like the directories that ship.
     if (!canStandAt(setup, parent, PathKind::Folder, log) || !makeDirs(parent, true)) {
         log.error("Cannot create parent directory: %s: %m", name.c_str());
         return false;
@@ -83,7 +89,8 @@ bool isEmptyConfFile(const Pathname &file)
     return file.endsWith(u".conf") && fileSize(file, size) && size == 0;
 }
 
-/// The file keeps this form when it is edited.
+/// The file keeps this form when it is edited. Failures are told and no more: the file is there, and an
+/// empty one can be edited just as well.
 void startAsUtf8(FileStar &stream, const Str &name, Logger &log)
 {
     if (!stream.setBinary()) {
@@ -101,6 +108,7 @@ void startAsUtf8(FileStar &stream, const Str &name, Logger &log)
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr char kTemporarySuffix[] = ".tmp";
 
+/// False, with the reason in the last error, for a file that ends in a failure: a part is no object.
 bool readAll(FileStar &stream, Str &out)
 {
     char block[4096];
@@ -135,6 +143,7 @@ bool writeTemporary(const Pathname &file, const Str &name, Logger &log, const St
         log.error("Write to file failed with data remaining: %s: %m", name.c_str());
         return false;
     }
+    // Or a full disk would show only when the stream is closed, where nobody asks.
     if (!stream.flush()) {
         log.error("Cannot flush temporary file: %s: %m", name.c_str());
         return false;
@@ -166,8 +175,10 @@ bool readConfLines(const Pathname &file, const std::function<void(ConfLineReader
     ReadableUnicodeFileStar text(stream.get());
     ConfLineReader reader(text, file);
     read(reader);
+    // What was read, whatever the file's size is by now.
     const long position = std::ftell(stream.get());
     confReadCounters.count(position > 0 ? static_cast<std::uint64_t>(position) : 0);
+    // The decoder takes an error for the end of the file, so it is the stream that is asked.
     return !std::ferror(stream.get());
 }
 
@@ -186,6 +197,8 @@ bool createConfFile(const BundlesSetup &setup, const Pathname &file, Logger &log
     }
     warnOfOtherCasing(setup, file, log);
     const Str name = setup.text(file);
+    // Appending makes a file that is missing, leaves the content of one that is there, and fails where it
+    // may not be written.
     FileStar stream = openFile(file, "a");
     if (!stream.isOpen()) {
         log.error("Cannot open file for create or append: %s: %m", name.c_str());
@@ -209,6 +222,7 @@ bool readTextFile(const Pathname &file, const Str &name, Logger &log, Str &out)
     if (out.startsWith(kByteOrderMark)) {
         out.erase(0, kByteOrderMark.size());
     }
+    // Text goes into events and log lines as UTF-8: one bad file must not spoil those.
     if (!Str::isValidUtf8(out.data(), out.size())) {
         SetLastError(ERROR_NO_UNICODE_TRANSLATION);
         log.error("Cannot read/decode: %s: %m", name.c_str());
@@ -238,6 +252,8 @@ bool moveFileInto(const Pathname &from, const Pathname &to, const Str &fromName,
         log.error("Failed to move lookup table: %s -> %s: %m", fromName.c_str(), toName.c_str());
         return false;
     }
+    // Windows moves no file to another volume by a rename. The copy is made next to its place first, so that
+    // the place itself changes in one step here as well.
     const Pathname temporary = to.concat(kTemporarySuffix);
     const Str temporaryName = Str(toName) << kTemporarySuffix;
     if (!copyFileTo(from, temporary, FilePermissions::PublicRead)) {

@@ -25,17 +25,20 @@ bool readConfFile(const Pathname &file, const Pathname &rootDirectory, const Con
                   ConfPathTrie &typeNode);
 
 /// Makes sure that a file exists, with the directories above it. A `.conf` file that is empty gets a UTF-8
-/// byte order mark and a line end. What goes wrong is logged, with the setup's texts of paths. False, with
-/// the reason in the last error, when there is no such file that can be written.
+/// byte order mark and a line end, so that other editors read it as UTF-8 as well. What goes wrong is
+/// logged, with the setup's texts of paths. False, with the reason in the last error, when there is no such
+/// file that can be written.
 bool createConfFile(const BundlesSetup &setup, const Pathname &file, Logger &log);
 
 // Files that hold one object each. `name` is the file's name for the log, to which failures go.
 
 /// Reads UTF-8 text, without a byte order mark in front.
 bool readTextFile(const Pathname &file, const Str &name, Logger &log, Str &out);
-/// Writes text to a temporary file in the same directory, which then takes the place of the file.
+/// Writes text to a temporary file in the same directory, which then takes the place of the file: who reads
+/// meanwhile sees the old file or the new one, never a part.
 bool replaceTextFile(const Pathname &file, const Str &name, Logger &log, const Str &content);
-/// Moves a file to the place of another, also from another volume.
+/// Moves a file to the place of another, also from another volume, from which it is copied. A source that
+/// cannot be removed then is no failure.
 bool moveFileInto(const Pathname &from, const Pathname &to, const Str &fromName, const Str &toName,
                   Logger &log);
 

@@ -16,7 +16,8 @@ namespace {
 
 constexpr unsigned kRandomDigits = 16;
 
-/// A name that no other host can come upon: `directory` may be shared, and several may filter at once.
+/// Makes an empty file under a name that no other host can come upon: `directory` may be shared, and several
+/// may filter at once.
 bool createTemporary(const Pathname &file, const Pathname &directory, Pathname &out)
 {
     Str name = file.basename().toStr();
@@ -40,6 +41,8 @@ std::set<Str> removeGone(IniFile &image, const Str &text, const ConfPathBase &ap
     std::set<Str> types;
     for (const Str &name : names) {
         const std::optional<ConfPathBase> path = parseMetaHeader(name, app);
+        // A stanza whose name is no path is kept: the filter is for what is gone, not for what it cannot
+        // read.
         const bool isGone = path && !isThere(*path);
         metaLog.debug("%s: %sing stanza: %s", text.c_str(), isGone ? "Filter" : "Keep", name.c_str());
         if (isGone) {
@@ -53,6 +56,7 @@ std::set<Str> removeGone(IniFile &image, const Str &text, const ConfPathBase &ap
 void findLatest(const ConfPathTrie &node, std::optional<Timeval> &latest)
 {
     if (node.hasMetadata()) {
+        // An optional without a value counts as less than any with one.
         latest = std::max(latest, node.metadata().modtime);
     }
     for (const auto &[part, child] : node.children()) {
@@ -78,6 +82,8 @@ void stampCopy(const Pathname &copy, const Timeval &modtime)
     }
 }
 
+/// The image spells line ends and the mark in front its own way, so that a copy of the same stanzas may have
+/// another size: "cosmetic bytes".
 void report(const Str &text, const std::set<Str> &types, const FileStatus &original, const FileStatus &copy)
 {
     const auto number = [](auto value) { return static_cast<unsigned long long>(value); };
@@ -126,6 +132,7 @@ FileChangeAnswer ConfObjectManager::onFileChange(WatchedFileState &state)
 
 void ConfObjectManager::notifyObserver()
 {
+    // Taken and cleared in one step: of several threads that come here after a change one alone tells it.
     const PendingNotice notice = takePendingNotice();
     if (notice.appChanged || notice.exportsChanged) {
         observer_.onAppsChanged();
@@ -146,6 +153,7 @@ std::optional<Timeval> ConfObjectManager::latestIn(const Pathname &file) const
 bool ConfObjectManager::filter(const Pathname &directory,
                                const std::function<bool(const ConfPathBase &)> &isThere, Pathname &copy) const
 {
+    // Made ahead of the calls that can fail, so that nothing stands between a failure and its message.
     const Str text = setup().text(file());
     const Str directoryText = setup().text(directory);
     const FileStatus original = FileStatus::of(file());
@@ -168,6 +176,7 @@ bool ConfObjectManager::filter(const Pathname &directory,
     if (!image.writeTo(temporary)) {
         return false;
     }
+    // The whole file bears its own time; one that lost stanzas, that of the newest among the rest.
     stampCopy(temporary, types.empty() ? original.modtime : latestIn(temporary).value_or(original.modtime));
     report(text, types, original, FileStatus::of(temporary));
     copy = temporary;

@@ -31,7 +31,8 @@ public:
                 Pathname &copy) const;
 
 private:
-    /// Without the lock: the observer may ask all mappers.
+    /// To be called without the lock, after each operation that can have changed the tree: the observer may
+    /// ask all mappers, this one too.
     void notifyObserver();
     std::optional<Timeval> latestIn(const Pathname &file) const;
 

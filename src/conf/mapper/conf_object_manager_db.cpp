@@ -28,6 +28,7 @@ bool exportsAnything(const ConfPathTrie &node)
     return false;
 }
 
+/// By app alone: a node in the file may speak of any user's settings, and readers ask for apps.
 std::set<Str> exportersIn(const ConfPathTrie &tree)
 {
     std::set<Str> apps;
@@ -48,6 +49,8 @@ void copyMatching(const ConfPathTrie &from, const ConfSearch &search, StrVector 
         segments.push_back(part);
         if (search.matchesLast(segments)) {
             ConfPathTrie found;
+            // The node itself first, and below it only what fits: the subtree is not copied to be thrown
+            // away.
             found.merge(*node, 0);
             copyMatching(*node, search, segments, found);
             if (!found.empty()) {
@@ -65,6 +68,7 @@ const ConfPathMetadata &metadataAt(const ConfPathTrie &tree, const ConfPathBase 
     return node && node->hasMetadata() ? node->metadata() : none;
 }
 
+/// The directory `metadata` of an app comes with the first metadata that is written.
 bool makeParent(const Pathname &file)
 {
     const Pathname parent = file.dirname();
@@ -150,6 +154,7 @@ bool ConfObjectManagerDB::readFile(const Pathname &file, const ConfPathBase &app
     return readConfLines(file, [&](ConfLineReader &reader) { readMetaText(reader, app, out); });
 }
 
+/// Tried again with each call while the file cannot be read.
 bool ConfObjectManagerDB::ensureLoaded()
 {
     return loaded_ || refresh().has_value();
@@ -178,6 +183,8 @@ bool ConfObjectManagerDB::takeOver(ConfPathTrie &&tree, const FileStatus &status
     }
     const bool didExport = !exporters_.empty();
     exporters_ = exportersIn(tree);
+    // A change in a file that exports, or did, may be one of what is exported. It is not looked into
+    // further: views that are made anew without need cost time alone.
     notice_.exportsChanged = notice_.exportsChanged || (differs && (didExport || !exporters_.empty()));
     tree_ = std::move(tree);
     status_ = status;
@@ -193,6 +200,7 @@ void ConfObjectManagerDB::noteChanges(const ConfPathTrie &tree, const ConfPathTr
         metaLog.debug("Metadata diff:\n%s", difference.toStr().c_str());
     }
     noteAppLevel(tree);
+    // The difference has the nodes that changed; only the types above them count.
     for (const auto &[user, ofUser] : difference.children()) {
         for (const auto &[app, ofApp] : ofUser->children()) {
             for (const auto &[type, ofType] : ofApp->children()) {
@@ -228,11 +236,13 @@ ConfObjectManagerDB::Edit &ConfObjectManagerDB::edit()
     }
     const bool hasFile = !isInMemoryOnly() && pathKind(file_) != PathKind::Nothing;
     IniFile onDisk = hasFile ? IniFile(file_) : IniFile();
+    // Where there is no file the image still has to know which it becomes.
     onDisk.setDestination(file_);
     const bool isUnreadable = hasFile && !onDisk.loaded();
     edit_ = std::make_unique<Edit>(std::move(onDisk), owner_);
     edit_->isUnreadable = isUnreadable;
     if (isInMemoryOnly()) {
+        // There is no file to read back at the flush: the tree of the edit becomes the whole.
         edit_->tree.merge(tree_);
     }
     return *edit_;
@@ -252,6 +262,7 @@ bool ConfObjectManagerDB::writeData(const ConfPathBase &path, const Str &value)
         return note(current.image.set(path, kMetaDataKey, value));
     }
     const ConfPathTrie *const known = current.tree.find(path);
+    // An empty value where there is none would be a change of nothing.
     if (known && known->hasData() ? known->data() != value : !value.empty()) {
         current.tree.node(path).setData(value);
         current.changed = true;
@@ -278,7 +289,7 @@ bool ConfObjectManagerDB::writeMetadata(const ConfPathBase &path, const ConfPath
 bool ConfObjectManagerDB::setInTree(const ConfPathBase &path, const ConfPathMetadata &metadata)
 {
     ConfPathMetadata merged = metadata;
-    // Of the place on disk, and of nobody's interest.
+    // What the place on disk tells, and what nobody reads: the file would not have them either.
     merged.removable.reset();
     merged.version.reset();
     if (merged.empty()) {
@@ -286,6 +297,7 @@ bool ConfObjectManagerDB::setInTree(const ConfPathBase &path, const ConfPathMeta
     }
     ConfPathTrie &node = edit().tree.node(path);
     const ConfPathMetadata known = node.hasMetadata() ? node.metadata() : ConfPathMetadata();
+    // What is not set in the new metadata stays as it was, as in the file.
     merged.fillFrom(known);
     edit_->changed = edit_->changed || merged != known;
     node.setMetadata(merged);
@@ -325,6 +337,7 @@ bool ConfObjectManagerDB::flush()
     if (!makeParent(file_) || !done->image.flush()) {
         return false;
     }
+    // Read back rather than taken over: what counts is what the file says to the next reader.
     if (!refresh()) {
         // It is written all the same: whoever looks next reads it anew.
         loaded_ = false;
@@ -380,6 +393,7 @@ bool ConfObjectManagerDB::reload(const Str &)
         metaLog.error("%s: Refused forced reload: outstanding write", text().c_str());
         return false;
     }
+    // Its image is of the file as it was.
     edit_.reset();
     if (!loaded_) {
         return false;

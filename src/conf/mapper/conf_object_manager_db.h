@@ -61,20 +61,26 @@ private:
         MetaImage image;
         ConfPathTrie tree;
         bool changed = false;
+        /// Nothing is flushed then: the image is empty, and would replace what is there by the changes
+        /// alone.
         bool isUnreadable = false;
     };
 
     Str text() const { return setup_.text(file_); }
 
     // To be called with the lock held.
+    /// False while the file cannot be read.
     bool ensureLoaded();
     /// Reads the file; tells whether that changed anything, or nothing when it cannot be opened.
     std::optional<bool> refresh();
+    /// Makes the tree the one that readers see; true when it differs from the one before.
     bool takeOver(ConfPathTrie &&tree, const FileStatus &status);
     void noteChanges(const ConfPathTrie &tree, const ConfPathTrie &difference);
     void noteAppLevel(const ConfPathTrie &tree);
     std::uint64_t generationOf(const Str &type) const;
+    /// The changes under way, begun when there are none.
     Edit &edit();
+    /// Takes down what came of an edit of the image; false when it was refused.
     bool note(MetaEdit result);
     bool setInTree(const ConfPathBase &path, const ConfPathMetadata &metadata);
     FileChangeAnswer takeFileChange();
@@ -83,11 +89,13 @@ private:
     const Pathname file_;
     const ConfPathBase owner_;
 
+    // What follows is under the lock.
     ConfLock lock_{ConfLockRank::Mapper};
     bool loaded_ = false;
     ConfPathTrie tree_;
     FileStatus status_;
     std::set<Str> exporters_; ///< apps of which something is exported to everyone
+    /// From the first change to the flush; null in between.
     std::unique_ptr<Edit> edit_;
     PendingNotice notice_;
     /// Changes that concern all types, and those of one; a type's generation is the sum.

@@ -25,7 +25,8 @@ bool canHold(const ConfPathBase &path, const Str &value)
            (value.empty() && (path.level() == kTypeLevel || path.level() == kStanzaLevel));
 }
 
-/// Sets the metadata of all nodes that have any.
+/// Sets the metadata of all nodes that have any: all nodes that came out of a file share one, which bears
+/// the file's time.
 void stamp(ConfPathTrie &node, const ConfPathMetadataPtr &metadata)
 {
     if (node.hasMetadata()) {
@@ -44,7 +45,7 @@ ConfPathMapper::ConfPathMapper(const BundleHandlerData &data)
     listTypes();
 }
 
-/// Takes the types that have a file. A directory need not exist before the first write.
+/// Takes the types that have a file, without opening any. A directory need not exist before the first write.
 void ConfPathMapper::listTypes()
 {
     std::vector<DirectoryEntry> entries;
@@ -63,7 +64,8 @@ Pathname ConfPathMapper::fileOf(const Str &type) const
 }
 
 /// A file that is there and cannot be opened, as another program keeps it to itself, is tried again with the
-/// next read; one that vanished is empty.
+/// next read; one that vanished is empty. The status is taken before the content, so that the time which the
+/// values bear is never later than they are.
 bool ConfPathMapper::readType(const Str &type, Type &record, ConfPathTrie &content)
 {
     if (!record.state.status.exists) {
@@ -158,6 +160,7 @@ ConfPathMapper::Edit *ConfPathMapper::editOf(const Str &type, bool create)
     if (!edit.image.loaded()) {
         return nullptr;
     }
+    // The image opens its file itself, so that what it read is counted here.
     confReadCounters.count(FileStatus::of(file).size);
     return &edits_.emplace(type, std::move(edit)).first->second;
 }
@@ -169,6 +172,7 @@ void ConfPathMapper::change(Edit &edit, const ConfPathBase &path, const Str &val
     if (path.level() == kTypeLevel) {
         return;
     }
+    // Added at the end of the file when it is new.
     IniStanza &stanza = edit.image.stanza(parts[1]);
     if (path.level() == kStanzaLevel) {
         return;
@@ -193,6 +197,7 @@ void ConfPathMapper::setPending(const ConfPathBase &path, const Str &value)
     const ConfPathMetadataPtr metadata = shared(metadataOf(types_[parts[0]].state.status));
     ConfPathTrie &type = pending_.node(ConfPathBase(user_, app_, {parts[0]}));
     ConfPathTrie &stanza = type.child(parts[1], stanzaExpansion(parts[1], rootDirectory_));
+    // A stanza without keys is there all the same, which only a value, if an empty one, can say.
     stanza.setData(Str());
     stanza.setMetadata(metadata);
     if (path.level() == kKeyLevel) {
@@ -221,6 +226,8 @@ bool ConfPathMapper::remove(const ConfPathBase &path)
     if (path.level() == kKeyLevel) {
         parts[2] = trimmedView(parts[2]);
     }
+    // The caller's path may spell the user in another case, and the key with blanks around it; the trees
+    // have neither.
     const ConfPathBase own(user_, app_, parts);
     const bool removed = master_.remove(own);
     const bool unwritten = pending_.remove(own);
@@ -281,6 +288,7 @@ bool ConfPathMapper::flushEdits(bool &hadEdits, bool &appChanged)
     for (auto &[type, edit] : edits_) {
         flushed = (!edit.changed || edit.image.flush()) && flushed;
     }
+    // Also without an image to flush, as in memory alone: there the pending values are all that there is.
     master_.overwrite(pending_);
     pending_.clear();
     for (const auto &[type, edit] : edits_) {
@@ -340,6 +348,8 @@ FileChangeAnswer ConfPathMapper::takeFileChange(const Pathname &file, bool &appC
     const FileStatus status = FileStatus::of(file);
     const FileChangeAnswer answer =
         status.exists ? takeContent(type, record, status) : takeDeletion(type, record);
+    // `default/app.conf` and `local/app.conf` say whether the app is enabled, which counts for readers of
+    // all types.
     appChanged = type == kAppType && record.state.generation != generation;
     return answer;
 }

@@ -19,11 +19,14 @@ std::unique_ptr<IConfPathMapper> make(const Str &, const BundleHandlerData &data
     return std::make_unique<Mapper>(data);
 }
 
+/// One class under several names: the name becomes the type of its objects.
 std::unique_ptr<IConfPathMapper> makeLookupTable(const Str &handler, const BundleHandlerData &data)
 {
     return std::make_unique<LookupTableConfPathMapper>(data, handler);
 }
 
+/// A pattern of the bootstrap file may match any file of a directory; those with this extension are
+/// metadata.
 std::unique_ptr<IConfPathMapper> makeMeta(const Str &, const BundleHandlerData &data)
 {
     if (data.path.extension() != "meta") {
@@ -40,6 +43,7 @@ struct Handler
     MakeMapper make; ///< null when there is none to make
 };
 
+/// The names are those that bootstrap files in the field use.
 constexpr Handler kHandlers[] = {
     {"default", ConfHandler::IterateOnly, nullptr},
     {"ignore", ConfHandler::Ignore, nullptr},

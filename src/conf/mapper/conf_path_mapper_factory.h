@@ -20,7 +20,8 @@ enum class ConfHandler
 
 ConfHandler confHandler(const Str &name);
 
-/// The mapper of a handler that has one; null when the handler passes this path over.
+/// The mapper of a handler that has one, which reads nothing but names of files yet; null when the handler
+/// passes this path over.
 std::unique_ptr<IConfPathMapper> makeConfPathMapper(const Str &handler, const BundleHandlerData &data);
 
 } // namespace velmox

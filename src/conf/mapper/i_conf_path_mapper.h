@@ -15,14 +15,18 @@ namespace velmox {
 // The room conf/mapper turns files into trees of settings and back. A mapper serves one place on disk: a
 // directory of `.conf` files, one `.meta` file, or files each of which is an object. It knows whose place
 // that is, reads a type when it is first asked for, keeps changes until they are flushed, and finds out what
-// other programs changed.
+// other programs changed. There may be hundreds of apps, of which a program needs a few types, so nothing is
+// parsed at the start.
 //
-// A mapper has one lock, under which it does all of its work, file operations included. It calls nobody who
-// might ask another mapper while it holds it.
+// A mapper has one lock, under which it does all of its work, file operations included: a slow disk holds up
+// those who ask for the same directory, and nobody else. It calls nobody who might ask another mapper while
+// it holds it.
 
 class WatchedFileState;
 
-/// What a mapper had of one type at some moment. The generation rises with each change.
+/// What a mapper had of one type at some moment. The generation rises with each change and alone decides
+/// whether there was one: the time of a file is too coarse to tell two writes of the same moment apart. The
+/// status is for the log.
 struct ConfTypeState
 {
     FileStatus status;
@@ -45,9 +49,11 @@ struct ConfTypeState
     }
 };
 
-/// What a mapper made of a notice that a file changed.
+/// What a mapper made of a notice that a file changed. Whoever brought the notice asks again, some seconds
+/// later, until the change is settled.
 enum class FileChangeAnswer
 {
+    /// The file could not be read: another program may be in the midst of writing it.
     Unsettled = 0,
     NoChange = 1, ///< or none that can be taken over yet
     Settled = 2,
@@ -94,9 +100,11 @@ public:
     virtual bool read(const ConfPathBase &path, ConfPathTrie &out, unsigned levels) = 0;
     /// Adds the apps that may export to everyone; false when this mapper cannot tell.
     virtual bool collectGlobalExporters(std::set<Str> &apps) = 0;
-    // Changes stay in memory until `flush`.
+    // Changes stay in memory until `flush`, but for files that are objects, which are replaced at once.
+    // False when a change was refused or could not be prepared.
     virtual bool writeData(const ConfPathBase &path, const Str &value) = 0;
     virtual bool writeMetadata(const ConfPathBase &path, const ConfPathMetadata &metadata) = 0;
+    /// Takes what lies below along.
     virtual bool remove(const ConfPathBase &path) = 0;
     /// Copies what fits the search into `out`, which holds nothing else; false when that cannot be here.
     virtual bool search(const ConfSearch &search, ConfPathTrie &out) = 0;

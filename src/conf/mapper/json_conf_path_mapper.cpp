@@ -15,6 +15,7 @@ namespace velmox {
 
 namespace {
 
+// Each kind has a category of its own, so that the log tells them apart.
 Logger jsonLog("JSONConfPathMapper");
 Logger directLog("DirectFileConfPathMapper");
 Logger modelLog("ModelConfPathMapper");
@@ -69,6 +70,7 @@ StrVector JSONConfPathMapper::listTypes() const
     return types;
 }
 
+/// Asked of the disk: the directory may have come since the types were listed.
 bool JSONConfPathMapper::isType(const Str &type) const
 {
     return form_.onlyType.empty() ? pathKind(path_.join(type)) == PathKind::Folder : type == form_.onlyType;
@@ -91,6 +93,7 @@ Str JSONConfPathMapper::stanzaOf(const Pathname &name) const
 
 Pathname JSONConfPathMapper::fileOf(const ConfPathBase &path) const
 {
+    // Read under any of its extensions, an object is written under the first.
     const Pathname file = directoryOf(path.type()).join(path.parts()[1]);
     return form_.extensions.empty() ? file : file.concat(Str(".") << form_.extensions.front());
 }
@@ -123,6 +126,8 @@ bool JSONConfPathMapper::readType(const Str &type, Type &, ConfPathTrie &content
         }
         Str value;
         if (readObject(directory.join(Pathname(entry.name)), value)) {
+            // One file that cannot be read leaves the others as they are, so the type counts as read in any
+            // case.
             take(content.child(stanza), value, {true, entry.size, entry.modtime});
         }
     }
@@ -139,6 +144,7 @@ bool JSONConfPathMapper::canChange(const ConfPathBase &path, const char *request
 {
     const StrVector &parts = path.parts();
     const bool isOfType = form_.onlyType.empty() || path.type() == form_.onlyType;
+    // What is not of this mapper at all is no attempt to get out of its directory.
     const bool isObject = isOwn(path) && path.level() == kStanzaLevel && isOfType && !isReadOnly();
     if (isObject) {
         // A stanza is a file's name here, so its slashes are refused too.
@@ -149,6 +155,7 @@ bool JSONConfPathMapper::canChange(const ConfPathBase &path, const char *request
         log_.error("%s: Unsupported path: %s", pathText().c_str(), path.toStr().c_str());
         return false;
     }
+    // What is changed here are files: there is nothing that could change in memory alone.
     if (isInMemoryOnly()) {
         log_.warn("%s: Only in-memory changes may be made; refusing request to %s file: %s",
                   pathText().c_str(), request, text(fileOf(path)).c_str());
@@ -157,7 +164,8 @@ bool JSONConfPathMapper::canChange(const ConfPathBase &path, const char *request
     return true;
 }
 
-/// Another program may have changed the file since it was read.
+/// Whether the file has the value already. Another program may have changed it since it was read, so its
+/// time counts too.
 bool JSONConfPathMapper::holds(const Pathname &file, const ConfPathBase &path, const Str &value) const
 {
     const ConfPathTrie *const known = master_.find(path);
@@ -174,6 +182,8 @@ bool JSONConfPathMapper::writeData(const ConfPathBase &path, const Str &value)
     const Pathname file = fileOf(path);
     const Str name = text(file);
     Type &record = types_[path.type()];
+    // Loaded first, for a comparison with what is there, and so that the notice of this write is known as
+    // one's own.
     load(path.type(), record);
     if (holds(file, path, value)) {
         log_.debug("Skipping unnecessary write: %s", name.c_str());
@@ -220,6 +230,7 @@ std::optional<JSONConfPathMapper::Object> JSONConfPathMapper::objectOf(const Pat
         return std::nullopt;
     }
     for (const Str &type : listTypes()) {
+        // A file some levels further down is no object: only these directories are types.
         if (isSamePath(directoryOf(type), file.dirname())) {
             return Object{type, stanza};
         }
@@ -237,6 +248,7 @@ FileChangeAnswer JSONConfPathMapper::onFileChange(WatchedFileState &state)
                    text(file).c_str());
         return FileChangeAnswer::Settled;
     }
+    // Asked anew: the notice tells of a change, and what it was may be undone by now.
     return pathKind(file) == PathKind::File ? takeContent(file, *object) : takeDeletion(file, *object);
 }
 
@@ -278,6 +290,7 @@ FileChangeAnswer JSONConfPathMapper::takeDeletion(const Pathname &file, const Ob
     return FileChangeAnswer::Settled;
 }
 
+/// Never refused for a write under way, as there is none: writes go to disk at once.
 bool JSONConfPathMapper::reload(const Str &type)
 {
     if (!type.empty() && !isFileName(type)) {
@@ -311,6 +324,7 @@ bool JSONConfPathMapper::reloadAll()
     for (auto &[type, record] : types_) {
         wasLoaded = std::exchange(record.loaded, false) || wasLoaded;
     }
+    // A type whose directory is gone stays known and reads as empty, so that its generation never falls.
     const std::size_t known = types_.size();
     for (const Str &type : listTypes()) {
         if (types_.try_emplace(type).second) {
@@ -349,11 +363,12 @@ Str LookupTableConfPathMapper::describe() const
 
 bool LookupTableConfPathMapper::readObject(const Pathname &file, Str &value) const
 {
+    // The file is not opened: where it lies is all that readers get.
     value = file.toStr();
     return true;
 }
 
-/// The value stays when the content changes, and the file's time tells.
+/// The value, a path, stays the same when the content changes; only the file's time tells.
 bool LookupTableConfPathMapper::isUnchanged(const ConfPathTrie &known, const Str &,
                                             const FileStatus &status) const
 {

@@ -7,7 +7,8 @@
 namespace velmox {
 
 /// Keeps one `.json` file for each object: the path's type names the directory and its stanza the file. A
-/// file has one value and no keys. Changes reach the disk at once. The mappers of other kinds of files that
+/// file has one value and no keys; what is in it is nobody's business here. Changes reach the disk at once,
+/// since there is no second value that would have to go with them. The mappers of other kinds of files that
 /// are objects derive from it and tell how theirs differ.
 class JSONConfPathMapper : public LazyConfPathMapper
 {
@@ -92,8 +93,9 @@ public:
     explicit ModelConfPathMapper(const BundleHandlerData &data);
 };
 
-/// Serves the files of one directory, whatever they hold. The value of an object is the path of its file;
-/// what is written is the path of a file in the run directory, which is moved in.
+/// Serves the files of one directory, whatever they hold. The value of an object is the path of its file, as
+/// tables may be too large to be carried about; what is written is the path of a file in the run directory,
+/// which is moved in.
 class LookupTableConfPathMapper : public JSONConfPathMapper
 {
 public:

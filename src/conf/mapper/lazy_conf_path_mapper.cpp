@@ -15,6 +15,8 @@ LazyConfPathMapper::LazyConfPathMapper(const BundleHandlerData &data, Logger &lo
 {
 }
 
+/// Names come from callers, who may hand on what a user typed: "..\\..\\x", "con" and "a:b" would each lead
+/// somewhere else than to a file of this directory.
 bool LazyConfPathMapper::isFileName(const Str &part)
 {
     return !part.empty() && part.findFirst(kUnsafeInNames, 0, true) < 0 && !isReservedName(part);
@@ -30,11 +32,13 @@ ConfPathMetadata LazyConfPathMapper::metadataOf(const FileStatus &status) const
     return metadata;
 }
 
+/// Users are told apart without regard to case, apps by the exact names of their directories.
 bool LazyConfPathMapper::isOwn(const ConfPathBase &path) const
 {
     return path.app() == app_ && path.user().compareCaseless(user_) == 0;
 }
 
+/// A type without a file is nobody's: a reader that asks all mappers for it costs each of them one look-up.
 bool LazyConfPathMapper::belongs(const ConfPathBase &path) const
 {
     return isOwn(path) && (path.parts().empty() || types_.contains(path.type()));
@@ -78,6 +82,8 @@ bool LazyConfPathMapper::search(const ConfSearch &search, ConfPathTrie &out)
     }
     if (search.maxLevel() >= kTypeLevel) {
         loadFor(path);
+        // The copy leaves out the stanzas that are not searched for; the walk after it cuts off what is too
+        // deep.
         copyFitting(path, search, out);
         DoNothingPruner all;
         MatchSearchPruner fitting(search, all);
@@ -86,7 +92,8 @@ bool LazyConfPathMapper::search(const ConfSearch &search, ConfPathTrie &out)
     return true;
 }
 
-/// A search for a stanza does not come past the others of the type.
+/// A search for a stanza does not come past the others of the type: a write asks for one of what may be
+/// thousands. "default" comes along, since the stanza inherits from it.
 void LazyConfPathMapper::copyFitting(ConfPathBase path, const ConfSearch &search, ConfPathTrie &out)
 {
     if (!search.stanza() || path.parts().empty()) {
@@ -100,7 +107,8 @@ void LazyConfPathMapper::copyFitting(ConfPathBase path, const ConfSearch &search
     }
 }
 
-/// What holds nothing leaves no node behind.
+/// What holds nothing leaves no node behind. A copy, since the tree may change as soon as the lock is given
+/// back.
 bool LazyConfPathMapper::copyOut(const ConfPathBase &path, ConfPathTrie &out, unsigned levels)
 {
     const ConfPathTrie *const from = master_.find(path);
@@ -129,7 +137,8 @@ void LazyConfPathMapper::load(const Str &type, Type &record)
     }
     ConfPathTrie content;
     record.loaded = readType(type, record, content);
-    // Half of what a file says, when it could not be read to its end, counts for nothing.
+    // Half of what a file says, when it could not be read to its end, counts for nothing. `typeNode` makes
+    // the node, so a type without settings is kept from having an empty one.
     if (record.loaded && !content.empty()) {
         typeNode(type) = std::move(content);
     }
@@ -139,6 +148,8 @@ bool LazyConfPathMapper::hasChangedSince(const Str &type, ConfTypeState &state)
 {
     const std::lock_guard guard(lock_);
     const auto found = types_.find(type);
+    // A type that nobody has heard of is as one that never changed: when its file comes, its generation is
+    // 1.
     return state.follow(found == types_.end() ? ConfTypeState() : found->second.state, log_, pathText());
 }
 

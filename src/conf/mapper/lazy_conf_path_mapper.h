@@ -23,12 +23,14 @@ public:
 protected:
     struct Type
     {
+        /// Whether the tree has what the files say. A type that is listed and not loaded is known by name
+        /// alone.
         bool loaded = false;
         ConfTypeState state;
     };
 
     /// `className` names the mapper and must outlive it. `isLocal` says whether what is read can be removed:
-    /// what it covers comes to light then.
+    /// what it covers comes to light then. What an app was shipped with stays.
     LazyConfPathMapper(const BundleHandlerData &data, Logger &log, const char *className, bool isLocal);
 
     /// Whether a part can name a file or directory: one that stays where it is put, and no device or stream.
@@ -52,6 +54,7 @@ protected:
     /// Takes over the status of a file of the type that another program changed, and logs it under `name`.
     void noteChange(Type &record, const FileStatus &status, const Str &name);
 
+    // These never change, so that they are read without the lock.
     const BundlesSetup setup_;
     const Pathname path_;
     const Pathname rootDirectory_;
@@ -62,6 +65,7 @@ protected:
 
     /// Guards what follows, and what derived classes add to it.
     ConfLock lock_{ConfLockRank::Mapper};
+    /// Those that have files, and those that were asked for by a write or a notice.
     std::map<Str, Type> types_;
     ConfPathTrie master_; ///< what is loaded
 
@@ -70,7 +74,9 @@ private:
     /// read.
     virtual bool readType(const Str &type, Type &record, ConfPathTrie &content) = 0;
 
+    /// Copies what can fit the search from below `path`, its type or its app.
     void copyFitting(ConfPathBase path, const ConfSearch &search, ConfPathTrie &out);
+    /// False when there is nothing at the path.
     bool copyOut(const ConfPathBase &path, ConfPathTrie &out, unsigned levels);
 
     const char *const className_;

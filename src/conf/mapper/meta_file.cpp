@@ -12,9 +12,11 @@ namespace {
 
 constexpr char kExportSystem[] = "system";
 constexpr char kExportNone[] = "none";
-/// A moment counts tenths of a microsecond.
+/// A moment counts tenths of a microsecond, and so do times in metadata files that have a fraction.
 constexpr unsigned kTimeDigits = 7;
 
+/// A value that does not parse sets nothing, so that what is said of the node elsewhere, or of those above
+/// it, goes on to count.
 bool setAccess(const Str &value, ConfPathMetadata &metadata)
 {
     const ConfAclPtr access = ConfAcl::parse(value);
@@ -26,6 +28,7 @@ bool setAccess(const Str &value, ConfPathMetadata &metadata)
     return true;
 }
 
+/// Tells what is wrong itself, and is well-formed for its caller: one warning for one fault.
 bool setExport(const Str &value, ConfPathMetadata &metadata)
 {
     if (value == kExportSystem) {
@@ -46,6 +49,7 @@ bool setImports(const Str &value, ConfPathMetadata &metadata)
         app.trim();
     }
     std::erase(apps, "");
+    // An empty list is set as well: it takes back what a `default.meta` imports.
     metadata.setImports(std::move(apps));
     return true;
 }
@@ -60,6 +64,7 @@ bool setOwner(const Str &value, ConfPathMetadata &metadata)
 bool parseFraction(std::string_view digits, std::uint32_t &ticks)
 {
     std::uint64_t value = 0;
+    // "5" is five tenths of a second: the digits are filled up on the right to a number of ticks.
     Str padded(digits.substr(0, kTimeDigits));
     padded.append(kTimeDigits - padded.size(), '0');
     if (digits.find_first_not_of("0123456789") != std::string_view::npos ||
@@ -72,6 +77,7 @@ bool parseFraction(std::string_view digits, std::uint32_t &ticks)
 
 bool setModtime(const Str &value, ConfPathMetadata &metadata)
 {
+    // Seconds since 1970, with a fraction of any length or none.
     const std::size_t point = value.find('.');
     const std::string_view whole = value.view().substr(0, point);
     const std::string_view fraction =
@@ -87,6 +93,7 @@ bool setModtime(const Str &value, ConfPathMetadata &metadata)
     return true;
 }
 
+/// For a key that is no fault and means nothing.
 bool passOver(const Str &, ConfPathMetadata &)
 {
     return true;
@@ -117,6 +124,8 @@ public:
     void run()
     {
         const auto takeHeader = [this](const Str &name) {
+            // Nothing for a bad header, and then for all settings below it: they must not count for the
+            // stanza before.
             path_ = parseMetaHeader(name, app_);
             if (!path_) {
                 metaLog.warn() << location(reader_) << ": Error parsing stanza header: " << line_;
@@ -138,6 +147,7 @@ private:
         }
     }
 
+    /// An empty value is none, as it is when one is written.
     void setData(const Str &value)
     {
         if (!value.empty()) {
@@ -149,6 +159,8 @@ private:
     {
         for (const Setting &setting : kSettings) {
             if (key == setting.key) {
+                // Settings of one stanza come one by one, and a path may have several stanzas: each adds to
+                // what is known.
                 ConfPathTrie &node = out_.node(*path_);
                 ConfPathMetadata metadata = node.hasMetadata() ? node.metadata() : ConfPathMetadata();
                 const bool isWellFormed = setting.set(value, metadata);
@@ -180,6 +192,7 @@ constexpr std::size_t kFewestAbsoluteParts = 4;
 /// Far more than there are levels. Trees are walked by recursion, which a name must not drive without end.
 constexpr std::size_t kMostParts = 64;
 
+/// A slash at the end counts for nothing. A part that does not decode is taken as it stands, and told.
 StrVector splitHeader(const Str &name)
 {
     StrVector parts;
@@ -208,6 +221,7 @@ void appendEncoded(Str &out, const Str &part)
     }
 }
 
+/// Users without regard to case, apps by it, as everywhere in the store.
 bool isSameApp(const ConfPathBase &a, const ConfPathBase &b)
 {
     return a.user().compareCaseless(b.user()) == 0 && a.app() == b.app();
@@ -233,6 +247,7 @@ bool isAtOrBelow(const StrVector &segments, const StrVector &top)
     return segments.size() >= top.size() && std::equal(top.begin(), top.end(), segments.begin());
 }
 
+/// From all stanzas that spell the path: what is left in one of them would still be read.
 MetaEdit removeKey(IniFile &image, const StrVector &stanzas, const Str &key)
 {
     bool removed = false;
@@ -249,6 +264,7 @@ MetaEdit setKey(IniStanza &stanza, const Str &key, const Str &value)
         stanza.insertKey(key, value);
         return MetaEdit::Changed;
     }
+    // An edit that changes nothing leaves the whole file alone, and with it the views that were made of it.
     if (entry->value() == value.view()) {
         return MetaEdit::Unchanged;
     }
@@ -312,6 +328,7 @@ std::optional<Str> metaHeader(const ConfPathBase &path, const ConfPathBase &app)
     // A last part that is empty is lost, and an empty first one makes the name an absolute one.
     const bool startsRight = name.startsWith(kSeparator) != isOwn;
     const std::optional<ConfPathBase> back = startsRight ? parseMetaHeader(name, app) : std::nullopt;
+    // Tried out by the reader itself: no rule here can disagree with it about what a name means.
     return back && back->segments() == path.segments() ? std::optional<Str>(std::move(name)) : std::nullopt;
 }
 
@@ -339,13 +356,14 @@ MetaEdit MetaImage::set(const ConfPathBase &path, const Str &key, const Str &val
         }
         found = names_.emplace(segments, StrVector{*name}).first;
     }
-    // The last one that spells the path has the say.
+    // Of several stanzas that spell the path the last has the say when the file is read.
     return setKey(image_.stanza(found->second.back()), key, value);
 }
 
 MetaEdit MetaImage::remove(const ConfPathBase &path)
 {
     const StrVector top = path.segments();
+    // The map sorts a path right before all that lies below it, so that a removal takes one run out of it.
     const auto first = names_.lower_bound(top);
     auto last = first;
     for (; last != names_.end() && isAtOrBelow(last->first, top); ++last) {

@@ -15,19 +15,21 @@ class ConfLineReader;
 
 // The text of metadata files: stanzas named after paths, with settings such as `access`, `export` and
 // `owner`. Reading is forgiving, since people write these files by hand: what is wrong is logged and passed
-// over.
+// over, so that one bad line takes nobody's permissions away.
 
 /// `ConfObjectManagerDB`, the logger of all who read and write metadata files.
 extern Logger metaLog;
 
 // The name of a stanza in a metadata file is the path of what the stanza tells about: "inputs/monitor%3A" is
-// below the app of the file, "" the app itself, and "/anna/search/inputs" anywhere.
+// below the app of the file, "" the app itself, and "/anna/search/inputs" anywhere. Parts are URL-encoded,
+// as names of stanzas have slashes of their own.
 
 /// The path of a stanza in a file of `app`, a path without parts. Nothing, with the reason in the log, when
 /// the name has too few parts, or more than any path has.
 std::optional<ConfPathBase> parseMetaHeader(const Str &name, const ConfPathBase &app);
 
-/// The shortest name that reads back as the path; nothing when no name does.
+/// The shortest name that reads back as the path; nothing when no name does, as for the app level of another
+/// app, which an absolute name has too few parts for.
 std::optional<Str> metaHeader(const ConfPathBase &path, const ConfPathBase &app);
 
 /// Puts what the stanzas of metadata text say onto the nodes of their paths. `app` is the app of the file, a
@@ -38,8 +40,8 @@ void readMetaText(ConfLineReader &reader, const ConfPathBase &app, ConfPathTrie 
 /// The key under which a stanza holds a value of its own for its node.
 inline constexpr char kMetaDataKey[] = "data";
 
-/// What is set in the metadata, as keys and values of a stanza. Left out is what the place on disk tells, and
-/// the version, which nobody reads.
+/// What is set in the metadata, as keys and values of a stanza. Left out is `removable`, which the place on
+/// disk tells, and the version, which nobody reads.
 std::vector<std::pair<const char *, Str>> metaSettings(const ConfPathMetadata &metadata);
 
 enum class MetaEdit
@@ -54,7 +56,8 @@ enum class MetaEdit
 class MetaImage
 {
 public:
-    /// `app` is the app of the file, a path without parts.
+    /// `app` is the app of the file, a path without parts. Reads all names of stanzas once, so that an edit
+    /// needs no search through the file.
     MetaImage(IniFile image, const ConfPathBase &app);
 
     bool flush() { return image_.flush(); }

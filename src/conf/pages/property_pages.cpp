@@ -19,7 +19,8 @@ namespace {
 
 Logger log("PropertyPages");
 
-/// On whose behalf a context is used. Throws PropertyPagesImpersonationException.
+/// On whose behalf a context is used. Throws PropertyPagesImpersonationException for a context of another
+/// user; only who is privileged may act for others, and anybody may look at what is shared, as himself.
 Str actingUserOf(const ConfContext &context)
 {
     IConfUserContextFactory *const factory = ConfUserContextFactory::instance();
@@ -47,7 +48,8 @@ bool isWanted(const PropertiesMap &stanza, DisabledMode mode)
     return mode == DisabledMode::All || stanza.isDisabled() == (mode == DisabledMode::OnlyDisabled);
 }
 
-/// One write at a time in the process.
+/// One write at a time in the process, whatever it writes to: a write compares with what stands there, and
+/// that must hold until it is done.
 ConfLock &writeLock()
 {
     static ConfLock lock(ConfLockRank::Write);
@@ -77,7 +79,8 @@ Str textOf(const PropertiesMap &stanza)
     return text;
 }
 
-/// Whether a stanza there is the first of its name, of an app that has owners.
+/// Whether a stanza there is the first of its name, of an app that has owners. Told by the exception of a
+/// read: the view has no answer, as it leaves out what the acting user may not read.
 bool needsOwner(const ConfPath &target)
 {
     if (!target.isShared() || target.isSystemApp()) {
@@ -92,7 +95,8 @@ bool needsOwner(const ConfPath &target)
     }
 }
 
-/// `kind` names the file in the log: "conf" or "meta".
+/// Removes without a flush: the write that follows goes to the same mapper, whose file then changes in one
+/// step. `kind` names the file in the log: "conf" or "meta".
 void removeFromFile(const ConfPath &target, unsigned flags, const char *kind)
 {
     const Str path = target.toStr();
@@ -135,6 +139,7 @@ bool holds(const PropertiesMap &stanza, const Str &key, const PropertyValue &wan
     return found != stanza.properties.end() && found->second.value == wanted.value;
 }
 
+/// Only additions and changes: a key that `desired` leaves out stays, as there is no value for "gone".
 PropertiesMap differenceOf(const PropertiesMap &desired, const PropertiesMap &existing)
 {
     PropertiesMap difference;
@@ -147,7 +152,8 @@ PropertiesMap differenceOf(const PropertiesMap &desired, const PropertiesMap &ex
 }
 
 /// Takes over those of the desired values that are the ones of `source`, with their provenance: the caller
-/// read them there and hands them on.
+/// read them there and hands them on. A value that only looks the same has another provenance, and is
+/// written.
 void takeHandedOn(const PropertiesMap &source, const PropertiesMap &desired, PropertiesMap &existing)
 {
     for (const auto &[key, wanted] : desired.properties) {
@@ -169,6 +175,7 @@ PropertyPages::PropertyPages(const Request &request)
     : registry_(request.registry), typeName_(request.typeName), context_(request.context),
       actingUser_(request.actingUser)
 {
+    // The type "app" alone can be opened, or nobody could enable the app again.
     if (typeName_ != kAppType && !context_.app.empty() && isDisabled(sources().applications, context_.app)) {
         throw PropertyPagesDisabledAppException(context_.app);
     }
@@ -187,6 +194,7 @@ PropertyPages *PropertyPages::get(const Str &typeName, const ConfContext &contex
     const Str actingUser = actingUserOf(context);
     PropertyPagesRegistry &registry = propertyPagesRegistry(context.setup);
     PropertyPages *const pages = registry.get(typeName, context, actingUser);
+    // Whoever was given or denied a role since then must not go on with the view of before.
     if (pages->haveRightsChanged()) {
         registry.invalidateActingUser(actingUser);
     }
@@ -217,6 +225,7 @@ void PropertyPages::enumerateStanzas(StringFilter &filter, Stanzas &out, Disable
         ++filter.hits;
         const auto stanza = out.try_emplace(at.name()).first;
         copyStanza(at, inherited, stanza->second);
+        // Known only now: `disabled` may be inherited.
         if (!isWanted(stanza->second, mode)) {
             out.erase(stanza);
         }
@@ -240,10 +249,12 @@ void PropertyPages::write(const Str &app, const Str &stanza, const PropertiesMap
 {
     const ConfPath target = writeTarget(app, stanza);
     const std::lock_guard guard(writeLock());
+    // The process's own lock first: other hosts are kept off no longer than the write itself takes.
     const SentinelScope sentinel(context_.setup, sources().settings,
                                  Str::fromFormat("writing with overwriteAll == %s: %s",
                                                  overwriteAll ? "true" : "false", target.toStr().c_str()));
-    // In whatever way this ends something may have been written, and nobody else writes before readers know.
+    // In whatever way this ends something may have been written, and nobody else writes before readers know:
+    // this goes first when the scope ends, while both locks are still held.
     const AtEnd invalidation([this] { invalidateReaders(); });
     // Asked before anything is removed: what was there had its owner.
     const bool isOwnerless = !properties.metadata && needsOwner(target);
@@ -258,6 +269,7 @@ void PropertyPages::write(const Str &app, const Str &stanza, const PropertiesMap
     }
     if (isOwnerless) {
         ConfPathMetadata metadata;
+        // The owner may always change what is his, whatever the permissions say.
         metadata.setOwner(actingUser_.empty() ? Str(kSharedUser) : actingUser_);
         tree.setMetadata(metadata);
     }
@@ -287,11 +299,13 @@ bool PropertyPages::putDifference(const ConfPath &target, const PropertiesMap &d
     for (const auto &[key, property] : difference.properties) {
         tree.child(key).setData(property.value);
     }
+    // Permissions that are equal are one object, so the pointers tell.
     if (desired.metadata && desired.metadata != existing.metadata) {
         ConfPathMetadata metadata;
         metadata.access = desired.metadata;
         tree.setMetadata(metadata);
     }
+    // A stanza without keys is written as itself; one that gets a key comes into being with it.
     const bool isOnlyKeys = desired.self.value.empty() && !overwriteAll;
     if (isOnlyKeys && isRead(existing) && tree.empty()) {
         return false;
@@ -306,6 +320,8 @@ PropertiesMap PropertyPages::readExisting(const Str &stanza, const PropertiesMap
 {
     PropertiesMap existing;
     readStanza(stanza, existing);
+    // A reader in an app without a user does not see what other apps and "system" set. A caller who read it
+    // without a context and hands it on would have it copied into the app.
     if (context_.user.empty() && !context_.app.empty()) {
         const ConfContext plainContext{context_.setup, Str(), Str()};
         PropertiesMap plain;
@@ -350,6 +366,8 @@ PropertyPages *PropertyPagesRegistry::get(const Str &typeName, const ConfContext
     if (found != readers.end()) {
         return found->second.get();
     }
+    // Under the lock, which comes before those of the services that are asked on the way. Nothing is entered
+    // if it throws.
     std::unique_ptr<PropertyPages> made = make(typeName, reader);
     return readers.emplace(std::move(reader), std::move(made)).first->second.get();
 }
@@ -369,6 +387,7 @@ std::unique_ptr<PropertyPages> PropertyPagesRegistry::make(const Str &typeName, 
     return pages;
 }
 
+// To mark a view stale takes no cache's lock, which would come before the one held here.
 void PropertyPagesRegistry::invalidateAll()
 {
     const std::lock_guard guard(lock_);

@@ -28,7 +28,8 @@ enum class DisabledMode
 
 /// The one door to configuration: reads and writes one type, such as "inputs", in one context.
 ///
-/// Objects live to the end of the process; equal requests give the same one. Any thread.
+/// Objects live to the end of the process; equal requests give the same one, so that readers share a view.
+/// Any thread.
 class PropertyPages
 {
 public:
@@ -39,7 +40,8 @@ public:
     static PropertyPages *get(const Str &typeName, const ConfContext &context);
 
     /// Adds each stanza whose name passes the filter, as all layers together make it: with what it inherits
-    /// from "default". A stanza that `out` has already keeps its values.
+    /// from "default". A stanza that `out` has already keeps its values. The filter counts its checks and
+    /// hits, so it is of one thread.
     void enumerateStanzas(StringFilter &filter, Stanzas &out, DisabledMode mode = DisabledMode::OnlyEnabled);
     void enumerateStanzasWithPrefix(const Str &prefix, Stanzas &out,
                                     DisabledMode mode = DisabledMode::OnlyEnabled);
@@ -77,11 +79,12 @@ private:
     friend class PropertyPagesRegistry;
 
     virtual std::unique_ptr<IConfCache> createCache() const = 0;
-    /// Whether the acting user's rights are not those of the last request.
+    /// Whether the acting user's rights are not those of the last request. True once for each change.
     virtual bool haveRightsChanged() = 0;
 
     /// Leaves `out` untouched when there is no such stanza.
     void readStanza(const Str &name, PropertiesMap &out);
+    /// The address of a stanza, with the rights of the acting user.
     ConfPath writeTarget(const Str &app, const Str &stanza) const;
     /// What a stanza is as the caller of a write sees it.
     PropertiesMap readExisting(const Str &stanza, const PropertiesMap &desired);
@@ -95,6 +98,7 @@ private:
     const Str typeName_;
     const ConfContext context_;
     const Str actingUser_;
+    /// Null only while the object is being made.
     std::unique_ptr<IConfCache> cache_;
 };
 

@@ -29,6 +29,7 @@ public:
 private:
     static std::uint64_t cpuTicks()
     {
+        // All four are asked for by the call; of use are the times of work.
         FILETIME made{};
         FILETIME ended{};
         FILETIME kernel{};
@@ -76,6 +77,7 @@ SharedConfServices &SharedConfServices::of(const BundlesSetup &setup)
 template <class Service, class... Arguments>
 void SharedConfServices::make(std::unique_ptr<Service> &service, Arguments &&...arguments)
 {
+    // Made before the old one goes: if that throws, the old one goes on to serve.
     auto made = std::make_unique<Service>(std::forward<Arguments>(arguments)...);
     if (service) {
         retired_.emplace_back(std::move(service));
@@ -103,12 +105,14 @@ void SharedConfServices::create()
              stats_.cpuSeconds, stats_.generation, SharedConfServicesRegistry::instance().population());
 }
 
+/// The register first: views that are made anew ask it which apps count.
 void SharedConfServices::onAppsChanged()
 {
     applications_->rescan(true);
     pages_->invalidateAll();
 }
 
+/// A write to a known app is told to readers by whoever wrote; only a new directory makes a new app.
 void SharedConfServices::onAppWritten(const Str &app)
 {
     if (!applications_->isKnown(app)) {
@@ -118,6 +122,7 @@ void SharedConfServices::onAppWritten(const Str &app)
 
 SharedConfServicesRegistry &SharedConfServicesRegistry::instance()
 {
+    // Never destroyed: threads may still read settings while the process ends.
     static auto *const registry = new SharedConfServicesRegistry;
     return *registry;
 }
@@ -125,11 +130,13 @@ SharedConfServicesRegistry &SharedConfServicesRegistry::instance()
 SharedConfServices &SharedConfServicesRegistry::get(const Pathname &root, const Pathname &slaveApps)
 {
     SharedConfServices *const ofDefault = default_.load(std::memory_order_acquire);
+    // What nearly all calls ask for takes no lock and looks at no path.
     if (root.empty() && ofDefault != nullptr) {
         return *ofDefault;
     }
     Pathname path = absoluteRoot(root);
     Pathname key = foldedPath(path);
+    // Who names the default root means the same services as one who names none.
     if (key == foldedPath(absoluteRoot(LoaderInfo::instance()->getConfDir()))) {
         path.clear();
         key.clear();
@@ -143,6 +150,8 @@ SharedConfServices &SharedConfServicesRegistry::make(const Pathname &key, const 
                                                      const Pathname &slaveApps)
 {
     auto &services = services_[key];
+    // In the map before its services are made: these make setups of their own root, and are to find this
+    // one. The lock is recursive, so the thread that makes them comes through, and no other.
     services.reset(new SharedConfServices(root, slaveApps));
     try {
         services->create();
@@ -150,6 +159,7 @@ SharedConfServices &SharedConfServicesRegistry::make(const Pathname &key, const 
         services_.erase(key);
         throw;
     }
+    // For others only now that it is complete.
     if (key.empty()) {
         default_.store(services.get(), std::memory_order_release);
     }

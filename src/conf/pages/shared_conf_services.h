@@ -31,8 +31,9 @@ class SharedConfServices : public ConfRootState, public ConfChangeObserver
 public:
     static SharedConfServices &of(const BundlesSetup &setup);
 
-    /// Makes the services anew, one by one in their order. Nobody may use them meanwhile. What was handed out
-    /// before stays usable, and is told of no change any more. An exception leaves those made until then.
+    /// Makes the services anew, one by one in their order. Nobody may use them meanwhile. What was handed
+    /// out before stays usable, and is told of no change any more: it goes on with services that are kept
+    /// for it. An exception leaves those made until then.
     void recreate() { create(); }
 
     const ConfSettings &settings() const { return *settings_; }
@@ -43,6 +44,7 @@ public:
     /// What a view of this root is made of.
     ConfSources sources() const { return {*settings_, *mappers_, *applications_, *states_}; }
 
+    // On the thread of whoever wrote or noticed the change, which holds no lock of a mapper then.
     void onAppsChanged() override;
     void onAppWritten(const Str &app) override;
 
@@ -50,13 +52,17 @@ private:
     friend class SharedConfServicesRegistry;
     SharedConfServices(const Pathname &root, const Pathname &slaveApps);
     void create();
+    /// Makes one service in place of another, which is retired.
     template <class Service, class... Arguments>
     void make(std::unique_ptr<Service> &service, Arguments &&...arguments);
 
     const BundlesSetup setup_;
     SetupStats stats_;
-    /// Services that were replaced.
+    /// Services that were replaced, kept to the end of the process: pages that were handed out before refer
+    /// to them. Each type is destroyed as what it is, which `shared_ptr<void>` remembers.
     std::vector<std::shared_ptr<void>> retired_;
+    // In the order in which they are made, so that after a failure each is destroyed before those it works
+    // with.
     std::unique_ptr<ConfSettings> settings_;
     std::unique_ptr<SearchHeadPoolInfo> poolInfo_;
     std::unique_ptr<ConfPathMapperManager> mappers_;
@@ -85,8 +91,10 @@ private:
     SharedConfServices &make(const Pathname &key, const Pathname &root, const Pathname &slaveApps);
 
     mutable ConfLock lock_{ConfLockRank::Setups};
-    /// By folded root; the default root's key is empty.
+    /// By folded root; the default root's key is empty, so that all who name no root find it without a look
+    /// at where it lies.
     std::map<Pathname, std::unique_ptr<SharedConfServices>> services_;
+    /// The default root's, once they are complete.
     std::atomic<SharedConfServices *> default_{nullptr};
 };
 

@@ -18,6 +18,7 @@ public:
     }
 
     /// The value of a key, of the stanza "default" when the stanza itself has none; null when neither has.
+    /// Read from the tree of layers, not from a view: views ask whether the app is enabled.
     const Str *find(const char *stanza, const char *key) const
     {
         const Str *const own = findIn(stanza, key);
@@ -51,6 +52,7 @@ ApplicationInfo ApplicationInfo::from(const Str &name, const ConfPathTrie *appNo
     const Str *const state = settings.find("install", "state");
     // A folder of this name among the apps must not turn off what all apps rest on.
     info.enabled = name.equals(kSystemApp) || state == nullptr || state->empty() || state->equals("enabled");
+    // What does not parse is as if it were not there.
     info.configured = settings.getBool("install", "is_configured", info.configured);
     info.restartNeeded = settings.getBool("install", "state_change_requires_restart", info.restartNeeded);
     info.allowsDisable = settings.getBool("install", "allows_disable", info.allowsDisable);
@@ -58,6 +60,7 @@ ApplicationInfo ApplicationInfo::from(const Str &name, const ConfPathTrie *appNo
         info.metadata = appNode->metadata();
     }
     const Str *const id = settings.find("package", "id");
+    // "Given" by this program, that is.
     info.idGiven = id == nullptr || id->empty();
     info.id = info.idGiven ? name : *id;
     info.checkForUpdates = settings.getBool("package", "check_for_updates", info.checkForUpdates);

@@ -6,14 +6,17 @@ namespace velmox {
 
 class ConfPathTrie;
 
-/// What `app.conf` and the metadata of an app say of the app itself, a plain value. The defaults are those of
-/// an app without one.
+/// What `app.conf` and the metadata of an app say of the app itself, a plain value. The defaults are those
+/// of an app without one: a directory among the apps is an app, and enabled, before anybody has written
+/// about it.
 struct ApplicationInfo
 {
     bool enabled = true;
     bool configured = false;
+    /// Whether to enable or disable the app takes a restart.
     bool restartNeeded = false;
     bool allowsDisable = true;
+    /// Of the app's own node: what it imports and exports.
     ConfPathMetadata metadata;
     Str id;
     /// Whether the id is the directory's name, as none was set.

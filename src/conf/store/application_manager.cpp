@@ -14,6 +14,7 @@ namespace {
 
 Logger log("ApplicationManager");
 
+/// In reading order, so that of two layers that set the same the one that comes first stays.
 void readFrom(const std::vector<IConfPathMapper *> &mappers, const ConfSearch &search, ConfPathTrie &out)
 {
     for (IConfPathMapper *const mapper : mappers) {
@@ -24,7 +25,8 @@ void readFrom(const std::vector<IConfPathMapper *> &mappers, const ConfSearch &s
     }
 }
 
-/// The type "app" of all apps, and what metadata says of each app as a whole.
+/// The type "app" of all apps, and what metadata says of each app as a whole. Two searches, since the second
+/// asks for nothing below the app: `.conf` files have no answer to that and are not read for it.
 void readApps(const std::vector<IConfPathMapper *> &mappers, ConfPathTrie &out)
 {
     ConfSearch settings;
@@ -52,6 +54,7 @@ void ApplicationManager::getInfo(const Str &name, ApplicationInfo &info) const
     if (found == apps_.end()) {
         throw ApplicationDoesNotExistException(name);
     }
+    // Copied out, so that nobody holds on to a record that the next scan replaces.
     info = found->second.info;
 }
 
@@ -129,6 +132,7 @@ StrVector ApplicationManager::importsOf(const Str &app) const
         if (apps_.contains(import)) {
             known.push_back(import);
         } else {
+            // One import of an app that is not installed must not take the others away.
             log.debug("%s", ApplicationDoesNotExistException(import).what());
         }
     }
@@ -140,6 +144,7 @@ StrVector ApplicationManager::importsOf(const Str &app) const
 void ApplicationManager::rescan(bool detectChanges)
 {
     const std::lock_guard guard(lock_);
+    // All of it under the lock: who asks meanwhile is to wait, not to find half of the apps.
     const std::vector<IConfPathMapper *> mappers = mappers_.mappers();
     ConfPathTrie settings;
     readApps(mappers, settings);
@@ -147,6 +152,7 @@ void ApplicationManager::rescan(bool detectChanges)
         apps_.clear();
     }
     scanDirectory(setup_.appsDir(), settings, detectChanges);
+    // Few hosts are handed apps by another; where they are not there, nothing is said of them.
     if (pathKind(setup_.slaveAppsDir()) == PathKind::Folder) {
         scanDirectory(setup_.slaveAppsDir(), settings, detectChanges);
     }
@@ -170,6 +176,7 @@ void ApplicationManager::scanDirectory(const Pathname &directory, const ConfPath
     std::size_t count = 0;
     for (const DirectoryEntry &entry : entries) {
         const Str path = setup_.text(directory.join(Pathname(entry.name)));
+        // What version control and file managers leave behind is no app.
         if (entry.name.startsWith(u".")) {
             log.debug("Skipping dotfile: %s", path.c_str());
         } else if (!entry.isFolder) {
@@ -190,7 +197,8 @@ void ApplicationManager::scanDirectory(const Pathname &directory, const ConfPath
     log.debug() << "Initialized " << count << " application(s): " << text;
 }
 
-/// The slave apps are read last, so of two folders of one name that of the slave apps counts.
+/// The slave apps are read last, so of two folders of one name that of the slave apps counts, as it does
+/// where settings are read.
 void ApplicationManager::enter(const Str &name, ApplicationInfo info)
 {
     if (apps_.contains(name)) {
@@ -211,6 +219,7 @@ void ApplicationManager::detectChange(const Str &name, ApplicationInfo info)
     }
 }
 
+/// An id that two apps bear says nothing about which of them an update is for.
 void ApplicationManager::collectIds()
 {
     appsById_.clear();

@@ -67,10 +67,11 @@ public:
     }
 };
 
-/// An app and those that it imports, directly or through others, each with the number of steps to it.
+/// An app and those that it imports, directly or through others, each with the number of steps to it. Of two
+/// imported apps that set the same key the nearer one counts.
 using ImportGenerations = std::map<Str, std::uint64_t>;
 
-/// What the last scan made of an app.
+/// What the last scan that found a difference made of an app.
 enum class ApplicationChange
 {
     None = 0,
@@ -90,7 +91,7 @@ public:
     /// The mappers, of which it reads what there is, outlive it.
     explicit ApplicationManager(const ConfPathMapperManager &mappers);
 
-    /// Throws ApplicationDoesNotExistException; "system" always exists.
+    /// Copies out what is known of an app. Throws ApplicationDoesNotExistException; "system" always exists.
     void getInfo(const Str &name, ApplicationInfo &info) const;
     /// Whether there is a folder of this name, in this case, among the apps or the slave apps.
     bool isKnown(const Str &name) const;
@@ -103,7 +104,8 @@ public:
     /// The same for one app, with the steps to each: 0 for the app itself.
     ImportGenerations importGenerations(const Str &app) const;
 
-    /// Looks for apps on disk; with `detectChanges`, for what became different.
+    /// Looks for apps on disk; with `detectChanges`, for what became different since the last time. Reads
+    /// the type "app" of all mappers, so not to be called with the lock of one.
     void rescan(bool detectChanges);
 
 private:
@@ -114,7 +116,9 @@ private:
     };
 
     // To be called with the lock held.
+    /// Adds to the apps given, whose number of steps is 0, all that they import.
     void expand(ImportGenerations &generations) const;
+    /// The known ones among what an app imports itself.
     StrVector importsOf(const Str &app) const;
     void scanDirectory(const Pathname &directory, const ConfPathTrie &settings, bool detectChanges);
     void enter(const Str &name, ApplicationInfo info);

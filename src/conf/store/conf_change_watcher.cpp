@@ -47,10 +47,12 @@ bool ConfChangeWatcher::handleChange(WatchedFileState &state)
     return settled;
 }
 
-/// Whether the change is settled. A file that no mapper serves is.
+/// Whether the change is settled. A file that no mapper serves is. One that is being written is looked at
+/// again later, rather than read in halves.
 bool ConfChangeWatcher::tellMapper(WatchedConfState &state, const Str &name)
 {
     log.debug("%s: Looking up mapper", name.c_str());
+    // Read in the midst of a write, a file gives half of its settings for all.
     if (state.fileExists() && state.isBeingWritten()) {
         return false;
     }
@@ -63,6 +65,7 @@ bool ConfChangeWatcher::tellMapper(WatchedConfState &state, const Str &name)
     log.debug("%s: Sending change notification to mapper: %s", name.c_str(),
               state.mapper_->describe().c_str());
     const FileChangeAnswer answer = state.mapper_->onFileChange(state);
+    // "No change" of a file that has only just changed may mean that the mapper saw the first half of it.
     return answer == FileChangeAnswer::Settled ||
            (answer == FileChangeAnswer::NoChange && state.fileExists() && state.isQuiet());
 }

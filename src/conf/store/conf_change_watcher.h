@@ -16,15 +16,17 @@ public:
 
 private:
     friend class ConfChangeWatcher;
-    /// Found with the first notice.
+    /// Found with the first notice, and looked for again with each while there is none: a mapper may come
+    /// later.
     IConfPathMapper *mapper_ = nullptr;
 };
 
-/// Tells mappers of the files of a root that other programs changed, once nobody writes to them any more. For
-/// programs that have to follow such changes; the monitor starts none, since it reads its settings once.
+/// Tells mappers of the files of a root that other programs changed, once nobody writes to them any more.
+/// For programs that have to follow such changes; the monitor starts none, since it reads its settings once.
 ///
-/// One thread, which calls `runDue` again and again; mappers take their own locks. To see whether a file is
-/// being written it is opened for a moment so that nobody can write: a write of this very moment fails.
+/// One thread, which calls `runDue` again and again, and sleeps in between for as long as that says; mappers
+/// take their own locks. To see whether a file is being written it is opened for a moment so that nobody can
+/// write: a write of this very moment fails.
 class ConfChangeWatcher : public FilesystemChangeWatcher
 {
 public:

@@ -14,7 +14,8 @@ namespace velmox {
 
 namespace {
 
-/// The mappers that a change went through, each once, in the order in which it came to them.
+/// The mappers that a change went through, each once, in the order in which it came to them. They are few,
+/// so a list is searched.
 class TouchedMappers
 {
 public:
@@ -25,7 +26,8 @@ public:
         }
     }
 
-    /// Flushes all of them and gives the first that could not; null when all could.
+    /// Flushes all of them, also after one that could not, and gives the first that could not; null when all
+    /// could.
     const IConfPathMapper *flush() const
     {
         const IConfPathMapper *failed = nullptr;
@@ -57,7 +59,8 @@ bool readMappers(const ConfPath &path, ConfPathTrie &out, unsigned levels)
     return delivered;
 }
 
-/// Whether metadata changes who may do what, in a place where that takes a right of its own.
+/// Whether metadata changes who may do what, in a place where that takes a right of its own. Elsewhere the
+/// right to write is enough. Equal permissions are one object, so they are compared by their addresses.
 bool needsMetadataRight(const ConfPath &path, const ConfPathMetadata &metadata)
 {
     if (!metadata.access) {
@@ -102,6 +105,7 @@ private:
     /// `missing`, if not null, is written as the metadata of the node.
     void writeTree(ConfPath &path, const ConfPathTrie &node, const ConfPathMetadata *missing)
     {
+        // At each node: a part below may lead out just as well as the top.
         refuseTraversal(path);
         if (node.hasData()) {
             writeData(path, node.data());
@@ -120,6 +124,8 @@ private:
 
     IConfPathMapper &writerOf(const ConfPath &path, unsigned flags)
     {
+        // Of each address anew: a key may have a writer other than its stanza's. What was found is flushed
+        // even if the write fails.
         IConfPathMapper &writer = *path.mappers().findWriter(path, flags);
         touched_.add(writer);
         return writer;
@@ -154,7 +160,7 @@ struct Removal
     ConfPath path;
 };
 
-/// Whoever may write to what holds a node may remove it.
+/// Whoever may write to what holds a node may remove it, as with files and folders.
 void requireRemovable(ConfPath path)
 {
     if (!path.parts().empty()) {
@@ -177,7 +183,8 @@ void collectBelow(ConfPath &path, const ConfPathTrie &node, IConfPathMapper &map
     }
 }
 
-/// What stands in the one place to which `path` is written.
+/// What stands in the one place to which `path` is written. A value in another layer stays, and comes to
+/// light.
 void collect(const ConfPath &path, unsigned flags, std::vector<Removal> &out)
 {
     IConfPathMapper &mapper = *path.mappers().findWriter(path, flags);
@@ -275,7 +282,8 @@ ConfPathMetadata ConfPath::readMetadata() const
 void ConfPath::write(const ConfPathTrie &trie, unsigned flags) const
 {
     ConfPath path = *this;
-    // All of it, before the first value is written.
+    // The rights for all of it, before the first value is written: a write that is refused half way would
+    // leave a half behind.
     if (!identity().isUnrestricted()) {
         checkRights(path, trie);
     }
@@ -314,6 +322,7 @@ void ConfPath::remove() const
         throw ConfPathDoesNotExistException(Str("Does not exist: ") << toStr());
     }
     TouchedMappers touched;
+    // Flushed after a failure as well: what was removed before it waits in the mappers.
     const Removal *const failed = removeAll(removals, touched);
     const IConfPathMapper *const unflushed = touched.flush();
     if (failed) {

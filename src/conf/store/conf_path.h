@@ -38,7 +38,8 @@ public:
     /// those of `ConfPathMapperManager::findWriter` for data. Throws ConfPathPermissionDeniedException,
     /// ConfPathDirectoryTraversalException, ConfPathWriteException.
     void write(const ConfPathTrie &trie, unsigned flags = 0) const;
-    /// The same while other hosts are kept off shared storage.
+    /// The same while other hosts are kept off shared storage, so that no two of them replace each other's
+    /// changes.
     void writeAndNotify(const ConfPathTrie &trie, unsigned flags = 0) const;
     /// Removes what stands at this path and below it. Throws as `write` does.
     void remove() const;

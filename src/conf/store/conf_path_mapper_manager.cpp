@@ -31,8 +31,7 @@ struct Level
 /// Fills in the first level that holds a `*` with each name that fits, and goes on with what that makes,
 /// until no `*` is left: depth first, so that the order of the names of an upper level counts before that of
 /// a lower one. `from` is where the part of the pattern begins that is not a found name: names on disk may
-/// hold no
-/// `*`, but what is found is never taken for a pattern.
+/// hold no `*`, but what is found is never taken for a pattern.
 void expandFrom(const Pathname &pattern, std::size_t from, std::vector<Pathname> &out)
 {
     const std::size_t star = pattern.find(u'*', from);
@@ -47,6 +46,7 @@ void expandFrom(const Pathname &pattern, std::size_t from, std::vector<Pathname>
     std::vector<DirectoryEntry> entries;
     listDirectory(Pathname(pattern.substr(0, level.begin)), entries);
     for (const DirectoryEntry &entry : entries) {
+        // Within a path only folders lead on; its end may be a file, such as one of metadata.
         const bool leadsOn = entry.isFolder || level.end == pattern.size();
         if (leadsOn && matchesNamePattern(entry.name, name)) {
             Pathname found(pattern);
@@ -56,7 +56,7 @@ void expandFrom(const Pathname &pattern, std::size_t from, std::vector<Pathname>
     }
 }
 
-/// What exists and matches, in the order of the names by 16-bit units.
+/// What exists and matches, in the order of the names by 16-bit units, which is the same on every host.
 std::vector<Pathname> expandPathPattern(const Pathname &pattern)
 {
     std::vector<Pathname> out;
@@ -73,6 +73,7 @@ std::vector<Pathname> pathsOf(const Pathname &pattern, const Pathname &only)
     return matchesPathPattern(only, pattern) ? std::vector{only} : std::vector<Pathname>();
 }
 
+/// What the write rules are searched for, such as "data:nobody:search:inputs".
 Str writeKeyOf(const ConfPathBase &path, unsigned flags)
 {
     const char *const what = (flags & ConfPathMapperManager::Packed) != 0     ? "pack"
@@ -98,6 +99,7 @@ ConfPathMapperManager::ConfPathMapperManager(const BundlesSetup &setup, const Co
     : setup_(setup), settings_(settings), observer_(observer), rules_(setup, settings),
       users_(setup, settings)
 {
+    // Without a bootstrap file there is nothing to serve: all reads are empty, and no write has a place.
     const IniFile &image = settings_.image();
     if (!image.loaded()) {
         return;
@@ -122,6 +124,8 @@ bool ConfPathMapperManager::scan(const Pathname &only)
         PathMappers &mappers = patterns_.insert(pattern.path.toStr()).first->value;
         for (const Pathname &path : pathsOf(pattern.path, only)) {
             found = true;
+            // A later pattern must not take a path that an earlier one has, even if that one chose to ignore
+            // it.
             if (claimed.insert(foldedPath(path)).second) {
                 allAdded = addPath(path, pattern.handler, mappers) && allAdded;
             }
@@ -146,9 +150,11 @@ bool ConfPathMapperManager::addPath(const Pathname &path, const Str &handler, Pa
         mapperManagerLog.debug("Ignoring dot file: %s", setup_.text(path).c_str());
         return true;
     }
+    // Before the owner is looked for: what nobody looks at need not be in a place that has one.
     if (confHandler(handler) == ConfHandler::Ignore) {
         return true;
     }
+    // Last, since it may ask the map of users' names, which is a file.
     PathOwner owner;
     if (!findPathOwner(setup_, users_, path, owner)) {
         return false;
@@ -204,7 +210,8 @@ IConfPathMapper *ConfPathMapperManager::mapperAt(const Pathname &path) const
     return found == all_.end() ? nullptr : found->second.get();
 }
 
-/// Empty when there is none. The user's directory is asked for last, since that may record a safe name.
+/// Empty when there is none. The user's directory is asked for only once there is a rule: that question may
+/// record a safe name on disk.
 Pathname ConfPathMapperManager::findWriteDirectory(const ConfPathBase &path, const Str &writeKey)
 {
     try {
@@ -231,6 +238,8 @@ IConfPathMapper *ConfPathMapperManager::findWriter(const ConfPathBase &path, uns
         mapperManagerLog.debug("Found write path for: %s [%x]: %s", pathText.c_str(), flags, place.c_str());
         // The first write to an app or a user: the directory need not be there, its mapper makes it.
         if (mapperAt(directory) == nullptr) {
+            // All patterns are gone through for the one path, so that it gets the handler and the place in
+            // the order that a full scan would have given it.
             scan(directory);
         }
         if (IConfPathMapper *const mapper = mapperAt(directory)) {

@@ -20,8 +20,9 @@ class ConfPathBase;
 struct PathOwner;
 
 /// Finds and makes the mappers of a root, as its bootstrap file says: the order of its patterns is the order
-/// in which layers are read. A mapper lives as long as this object, so that what was handed out stays valid.
-/// Any thread; one lock, which is held while mappers are made, and with it that of the names of users.
+/// in which layers are read. A mapper lives as long as this object, so that what was handed out stays valid,
+/// also when its directory is gone. Any thread; one lock, which is held while mappers are made, and with it
+/// that of the names of users.
 class ConfPathMapperManager
 {
 public:
@@ -43,7 +44,8 @@ public:
     /// Adds what the patterns match and is not known yet; with `only`, that path alone, which need not exist.
     /// False when a path could not be added, or `only` is matched by no pattern.
     bool scan(const Pathname &only = Pathname());
-    /// In reading order. They live as long as this object.
+    /// In reading order: those of the pattern that stands first in the bootstrap file come first. They live
+    /// as long as this object, so they are asked without its lock.
     std::vector<IConfPathMapper *> mappers() const;
     /// Where the write rules put what stands at a path. Makes the mapper, when it is the first write to that
     /// place. Throws ConfPathHasNoWriter.
@@ -58,7 +60,9 @@ private:
     bool addPath(const Pathname &path, const Str &handler, PathMappers &mappers);
     bool addMapper(const Pathname &path, const Str &handler, const PathOwner &owner, PathMappers &mappers);
     Pathname findWriteDirectory(const ConfPathBase &path, const Str &writeKey);
+    /// Null when no mapper serves the file.
     IConfPathMapper *findByFile(const Pathname &file) const;
+    /// The mapper of just this path, however it is spelt.
     IConfPathMapper *mapperAt(const Pathname &path) const;
 
     mutable ConfLock lock_{ConfLockRank::MapperManager};
@@ -67,9 +71,11 @@ private:
     ConfChangeObserver &observer_;
     const BootstrapRules rules_;
     UsernameMapper users_;
-    /// By expanded pattern.
+    /// By expanded pattern, in the order of the bootstrap file. A path belongs to the first pattern that
+    /// matches it.
     InsertionOrderedMap<PathMappers> patterns_;
-    /// By folded path.
+    /// By folded path, the form that all spellings of a path have in common: two mappers of one file would
+    /// not know of each other's edits.
     std::map<Pathname, std::unique_ptr<IConfPathMapper>> all_;
 };
 

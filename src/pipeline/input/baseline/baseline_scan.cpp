@@ -14,6 +14,7 @@ namespace velmox {
 
 namespace {
 
+// The names in messages, see diagnostics.h.
 constexpr char kProcessHivePaths[] = "WinRegistryMonitor::processHivePaths";
 constexpr char kFunction[] = "WinRegistryMonitor::establishBaseline";
 
@@ -40,6 +41,7 @@ bool hasRunInInterval(const SystemMonitoringConfig &config, const BaselineCheckP
 
 bool isDue(const SystemMonitoringConfig &config, const BaselineCheckPoint &checkpoint)
 {
+    // One file for each stanza; whether and when a walk was done is kept for all together.
     const Str name = Str::concat("filter_", config.name);
     const Str &pattern = config.hive.pattern();
     Str stored;
@@ -66,6 +68,8 @@ void logRegexes(const StrVector &regexes)
     }
 }
 
+/// When the key was last written, which is the nearest that is known of its values; now, where the registry
+/// tells no time.
 Timeval eventTime(const FILETIME &lastWriteTime)
 {
     const Timeval time = timevalOf(lastWriteTime);
@@ -160,6 +164,7 @@ bool BaselineScan::establishBaseline()
         return false;
     }
     logRegexes(plan.regexes);
+    // Nothing is due, or the patterns have no beginning to start from: neither is a failure.
     if (plan.startPaths.empty()) {
         return true;
     }
@@ -201,11 +206,13 @@ void BaselineScan::walkFrom(const StartPath &path, RegexFilterList &filters)
         markDone(start.root, start.rest);
         return;
     }
+    // The message takes its text from the last error, and the walk gave a code.
     SetLastError(result);
     monitorLog.error("%s: Failed to enumerate registry for baselining: hkey='%s' start_point='%s': '%m'",
                      kFunction, start.root.c_str(), start.rest.c_str());
 }
 
+/// A failure costs another walk at the next start, and is told for that.
 void BaselineScan::markDone(const Str &root, const Str &rest) const
 {
     if (!checkpoint_.setCheckpoint(kCompleted, "1")) {
@@ -231,6 +238,7 @@ void BaselineScan::processBaselineEvt(const char16_t *path, DWORD valueType, con
     Str keyPath = Str::fromUtf16(context_.hive.basePath);
     keyPath += "\\";
     keyPath.appendUtf16(path);
+    // Before the value is rendered, as most values of a walk are dropped here.
     if (!context_.filters->matches(keyPath)) {
         monitorLog.debug("%s: filters did not match the considered key '%s'.",
                          "WinRegistryMonitor::processBaselineEvt", keyPath.c_str());

@@ -14,10 +14,10 @@
 namespace velmox {
 
 /// The small files that remember what a baseline did, one value each, in one directory that the server
-/// provides.
+/// provides. People look into them, and remove one to have a baseline again.
 ///
-/// A value is the file's plain bytes, without a line end. Failures are logged to `monitorLog`; a missing file
-/// on a first run is logged too, and is no fault.
+/// A value is the file's plain bytes, without a line end. Failures are logged to `monitorLog`; a missing
+/// file on a first run is logged too, and is no fault.
 class BaselineCheckPoint
 {
 public:
@@ -44,7 +44,8 @@ inline constexpr char kLastTimeRun[] = "last_time_run";
 /// The file that says that a walk was completed; spelt so on every disk that has one.
 inline constexpr char kCompleted[] = "comleted";
 
-/// What a baseline has to walk, and which of the keys it meets it reports.
+/// What a baseline has to walk, and which of the keys it meets it reports: all patterns count for all walks,
+/// as the start paths of several stanzas may fall together.
 struct BaselinePlan
 {
     std::vector<StartPath> startPaths;
@@ -86,6 +87,7 @@ private:
         HiveKeyInfo hive;
     };
 
+    /// Reports what stands below a start path, and notes that it was done.
     void walkFrom(const StartPath &path, RegexFilterList &filters);
     void markDone(const Str &root, const Str &rest) const;
 

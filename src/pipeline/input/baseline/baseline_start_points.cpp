@@ -6,6 +6,7 @@ namespace velmox {
 
 namespace {
 
+// Two backslashes, as a pattern spells one.
 constexpr std::string_view kSeparator = "\\\\";
 
 bool covers(const StartPath &front, const StartPath &path)
@@ -24,6 +25,7 @@ StartPath literalComponents(const Str &pattern)
         if (separator == Str::npos) {
             break;
         }
+        // A pattern may begin with a separator, as "\\registry\\machine" does.
         if (separator != 0) {
             Str component = pattern.substr(position, separator - position);
             if (hasPatternCharacters(component)) {
@@ -44,11 +46,13 @@ StartPath literalComponents(const Str &pattern)
 
 std::vector<StartPath> withoutCovered(std::vector<StartPath> paths)
 {
+    // The shortest first: only a shorter path can cover another.
     std::stable_sort(paths.begin(), paths.end(),
                      [](const StartPath &a, const StartPath &b) { return a.size() < b.size(); });
     for (std::size_t front = 0; front < paths.size(); ++front) {
         for (std::size_t at = front + 1; at < paths.size(); ++at) {
             if (covers(paths[front], paths[at])) {
+                // What moves up to this place is stepped over, see the header.
                 paths.erase(paths.begin() + static_cast<std::ptrdiff_t>(at));
             }
         }
@@ -62,9 +66,11 @@ ResolvedStart resolveRoot(const StartPath &path, const HiveNames &hiveNames)
     for (const Str &component : path) {
         start.rest += "\\";
         start.rest += component;
+        // Patterns are lower case by now, and the native names of roots upper case.
         start.rest = start.rest.uppered();
         const auto found =
             hiveNames.hiveKeyMap().find(WideStr::fromUtf8(Str::concat(start.root, start.rest)));
+        // Goes on: a longer root may follow, as the current configuration's does below the machine's.
         if (found != hiveNames.hiveKeyMap().end()) {
             start.root += start.rest;
             start.hive = &found->second;

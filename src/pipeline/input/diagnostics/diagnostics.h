@@ -6,6 +6,10 @@
 /// The room `diagnostics`: what every part of the monitor and of the server's side tells of itself. Here are
 /// the categories of the log and the one exception; `trace.h` has the software trace, for the field.
 ///
+/// Messages and traces name functions that begin with `WinRegistryMonitor::`, whichever class of today does
+/// the work: operators search logs for these names, and tables of trace formats hold them. Where a source
+/// has such a name as a constant, it is for this.
+///
 /// Everything here may be used from any thread.
 namespace velmox {
 

@@ -10,6 +10,8 @@ namespace velmox::trace {
 
 namespace {
 
+// By which a session turns the provider on, and by which who reads a trace finds the table of formats. They
+// never change.
 constexpr GUID kControl = {0xEC915F6D, 0x0F39, 0x40DE, {0x8E, 0xFE, 0x08, 0xD0, 0x65, 0x45, 0x04, 0xA1}};
 constexpr GUID kMonitorMessages = {
     0xBBD47D81, 0xA1F8, 0x551F, {0xB3, 0x7F, 0x8C, 0xE9, 0x88, 0xBB, 0x02, 0xF2}};
@@ -45,6 +47,7 @@ ULONG WINAPI onControl(WMIDPREQUESTCODE request, void *, ULONG *, void *buffer)
 void sendAs(const GUID &guid, std::uint32_t message, const Argument &a, const Argument &b, const Argument &c,
             const Argument &d)
 {
+    // A call for diagnosis must not change what the line behind it reports.
     const LastErrorKeeper keeper;
     GUID identifier = guid;
     TraceMessage(session, kMessageFlags, &identifier, static_cast<USHORT>(message), a.data(), a.bytes(),

@@ -28,7 +28,8 @@ enum class EntryPointMessage : std::uint32_t
     Started = kInformation | 13
 };
 
-/// Messages of the monitor, each with the function's full name first. Numbers as above.
+/// Messages of the monitor, each with the function's full name first. Numbers as above; those that are
+/// missing are taken, and not to be given again.
 enum class Message : std::uint32_t
 {
     MonitorMade = kEntry | 10,

@@ -6,6 +6,7 @@ namespace velmox {
 
 namespace {
 
+// Buffers for which the taker is woken. Sixteen gained nothing over eight.
 constexpr std::size_t kWorthWaking = 8;
 
 class Guard
@@ -33,6 +34,7 @@ bool BufferQueue::put(EventBuffer &buffer)
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return false;
     }
+    // Outside the lock, which the taker needs as soon as it is awake.
     if (isWorthWaking) {
         wakeTaker();
     }
@@ -48,6 +50,7 @@ void BufferQueue::waitUntilTaken(DWORD milliseconds)
 {
     wakeTaker();
     const Guard guard(lock_);
+    // A wake-up that came too early begins the time anew, which is short.
     while (!buffers_.empty() && SleepConditionVariableSRW(&emptied_, &lock_, milliseconds, 0)) {
     }
 }
@@ -56,6 +59,8 @@ bool BufferQueue::get(EventBuffer &buffer, DWORD milliseconds)
 {
     const Guard guard(lock_);
     if (buffers_.empty()) {
+        // Not repeated: a wake-up for nothing gives "nothing yet", upon which the caller looks at the stop
+        // flag and comes again.
         SleepConditionVariableSRW(&filled_, &lock_, milliseconds, 0);
     }
     if (buffers_.empty()) {

@@ -8,7 +8,8 @@ namespace velmox {
 
 bool DeviceChannel::open()
 {
-    // No access is asked for, as both control codes demand none.
+    // No access is asked for, as both control codes demand none. Opened for overlapped calls: on a handle
+    // for synchronous ones the system lets in one call at a time.
     handle_.reset(
         CreateFileW(asWide(kDeviceName), 0, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
     return handle_.isValid();
@@ -42,7 +43,8 @@ bool DeviceChannel::openOrInstall(const char16_t *driverName, const Pathname &dr
 bool DeviceChannel::read(unsigned char *buffer, DWORD size, DWORD &bytes) const
 {
     bytes = 0;
-    // Without an OVERLAPPED structure the call returns when the driver has answered.
+    // Without an OVERLAPPED structure, though the handle was opened for calls with one: the driver never
+    // leaves a call pending, so that this one returns with the answer.
     return DeviceIoControl(handle_.get(), IOCTL_READ_EVENTS, nullptr, 0, buffer, size, &bytes, nullptr) != 0;
 }
 

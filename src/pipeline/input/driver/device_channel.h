@@ -9,7 +9,7 @@ namespace velmox {
 /// The open device of the kernel driver.
 ///
 /// `open`, `read` and `setFilter` leave their reason in the thread's last error. `read` and the others may
-/// run on different threads as long as opening and closing do not overlap them.
+/// run on different threads as long as opening and closing do not overlap them: the handle is not guarded.
 class DeviceChannel
 {
 public:

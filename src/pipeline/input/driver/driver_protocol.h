@@ -15,7 +15,11 @@ namespace velmox {
 /// The device's name for CreateFileW.
 inline constexpr char16_t kDeviceName[] = u"\\\\.\\VelmoxTrace";
 
-/// FILE_DEVICE_UNKNOWN, function 0x801, METHOD_NEITHER, FILE_ANY_ACCESS.
+/// FILE_DEVICE_UNKNOWN, function 0x801, METHOD_NEITHER, FILE_ANY_ACCESS, put together as CTL_CODE of Windows'
+/// winioctl.h does it: the driver writes into the caller's buffer, with no copy by the system in between.
+///
+/// It answers at once: with as many whole records as fit, with nothing when none waits, and with
+/// ERROR_INSUFFICIENT_BUFFER, by which nothing is lost, when the next one does not fit.
 inline constexpr std::uint32_t IOCTL_READ_EVENTS = 0x222007;
 /// FILE_DEVICE_UNKNOWN, function 0x803, METHOD_BUFFERED, FILE_ANY_ACCESS.
 inline constexpr std::uint32_t IOCTL_SET_FILTER = 0x22200C;
@@ -37,7 +41,8 @@ static_assert(offsetof(MonitorFilterConfig, status) == 4);
 static_assert(offsetof(MonitorFilterConfig, ops) == 8);
 static_assert(offsetof(MonitorFilterConfig, hives) == 12);
 
-/// All record classes: registry operations, processes and images.
+/// All record classes: registry operations, processes and images. Never narrowed: even where no stanza asks
+/// for processes, their records are what names the process of a registry event.
 inline constexpr std::uint32_t kAllEvents = 7;
 /// A word of the driver's own; it is always sent as it stands here.
 inline constexpr std::uint32_t kStatusMask = 0x17;
@@ -62,10 +67,11 @@ inline std::u16string_view wideTextAt(const unsigned char *bytes, std::size_t le
 }
 
 /// One event record, read in place at any alignment. The view owns nothing, and trusts the sizes that the
-/// driver wrote.
+/// driver wrote: nobody else writes records, and a check for each would be paid by all.
 ///
 /// Layout: eleven 32-bit words, of which words 7 and 8 are one 64-bit time; the name in UTF-16; a 16-bit
-/// zero; the data.
+/// zero; the data. Records stand back to back without padding, so that behind data of odd length one begins
+/// at an odd address. Word 1 is the driver's own.
 class MonitorRecord
 {
 public:

@@ -12,11 +12,16 @@ namespace velmox {
 
 namespace {
 
+// The name in messages and traces, see diagnostics.h.
 constexpr char kFunction[] = "WinRegistryMonitor::MonitorWorker";
 
+// In bytes. A driver whose next record does not fit at the ceiling either would never give it: that ends the
+// worker, and with it the program.
 constexpr DWORD kBufferGrowth = 4096;
 constexpr DWORD kBufferCeiling = 65536;
+// 500 MiB.
 constexpr SIZE_T kWorkingSetLimit = 524288000;
+// Also how long a stop can take to be seen.
 constexpr DWORD kIdleMilliseconds = 500;
 constexpr std::int32_t kReadsPerReport = 1000;
 
@@ -72,8 +77,10 @@ bool DriverReader::allocate()
 DriverReader::Next DriverReader::growBuffer(DWORD error)
 {
     buffer_.data.reset();
+    // Nothing is put for as long as the reads fail: what waits must not wait with them.
     queue_.wakeTaker();
     if (size_ < kBufferCeiling) {
+        // It never shrinks: a driver that has sent one such record sends more.
         size_ += kBufferGrowth;
         trace::monitor(trace::Message::BufferGrows, kFunction, size_);
         return Next::ReadAtOnce;
@@ -86,6 +93,7 @@ DriverReader::Next DriverReader::growBuffer(DWORD error)
 
 DriverReader::Next DriverReader::handOver()
 {
+    // Counted by the whole buffer, not by what was read: that is what it takes.
     if (room_ < size_ && !hasRoom()) {
         if (FAILED(result_)) {
             return Next::CountOrSleep;
@@ -93,6 +101,7 @@ DriverReader::Next DriverReader::handOver()
         trace::monitor(trace::Message::MemoryLimit, kFunction);
         buffer_.bytes = 0;
         ++registry_reads_dropped;
+        // Only the taker frees memory.
         queue_.wakeTaker();
         return Next::ReadAtOnce;
     }
@@ -101,8 +110,9 @@ DriverReader::Next DriverReader::handOver()
     return Next::CountOrSleep;
 }
 
-// Asks for the working set, which takes as long as many reads under Wine. What is queued until the next time
-// can use a quarter of what is left to the limit: the main thread may take the rest meanwhile.
+// Asks for the working set, which takes as long as many reads under Wine: asked after each read it left
+// three quarters of their rate. What is queued until the next time can use a quarter of what is left to the
+// limit: the main thread may take the rest meanwhile.
 bool DriverReader::hasRoom()
 {
     PROCESS_MEMORY_COUNTERS memory = {};
@@ -127,7 +137,8 @@ void DriverReader::post()
     }
 }
 
-// False when the loop is to end.
+// False when the loop is to end. The number of bytes still tells of the last read here: to hand a buffer
+// over takes its memory and leaves the number.
 bool DriverReader::countOrSleep()
 {
     if (stop_.isSet()) {

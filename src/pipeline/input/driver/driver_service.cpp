@@ -58,6 +58,8 @@ bool removeUnlessSystem(SC_HANDLE manager, const char16_t *name)
         monitorLog.error("%s - Cannot query driver service!", kManageDriver);
         return false;
     }
+    // Whoever has put the driver there by this relative path, such as an installer, has it for the whole
+    // system.
     const Str systemLocation = Str::fromFormat("system32\\drivers\\%s.sys", Str::fromUtf16(name).c_str());
     if (imagePath.compareCaseless(systemLocation) == 0) {
         monitorLog.info("Do not uninstall driver in system location");
@@ -97,6 +99,8 @@ void tellOther(const char *check, const Str &expectedPath, const Str &imagePath,
 
 const char16_t *chooseDriverName()
 {
+    // Compared by the system, field by field. For 6.0 it does not matter that Windows tells programs without
+    // a manifest 6.2 at most.
     OSVERSIONINFOEXA version = {};
     static_assert(sizeof version == 156);
     version.dwOSVersionInfoSize = sizeof version;
@@ -156,9 +160,11 @@ bool manageDriver(const char16_t *name, const char16_t *path, unsigned short cod
 
 bool installDriver(SC_HANDLE manager, const char16_t *name, const char16_t *path)
 {
+    // Started on demand: after a restart of the machine nothing runs until the program does.
     const ServiceHandle service(CreateServiceW(
         manager, asWide(name), asWide(name), SERVICE_ALL_ACCESS, SERVICE_KERNEL_DRIVER, SERVICE_DEMAND_START,
         SERVICE_ERROR_NORMAL, asWide(path), nullptr, nullptr, nullptr, nullptr, nullptr));
+    // One that an earlier run left behind serves as well.
     return service.isValid() || GetLastError() == ERROR_SERVICE_EXISTS ||
            failed("%s CreateService failed! Error = %d", "installDriver");
 }
@@ -240,6 +246,7 @@ bool DriverChecks::checkInstall() const
             tellOther("Install", expectedPath_, imagePath, running);
         }
     }
+    // Tried whatever stands in the way: it says itself what it fails of.
     return startDriver_();
 }
 

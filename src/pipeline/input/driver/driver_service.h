@@ -23,11 +23,13 @@ const char16_t *chooseDriverName();
 /// The driver's file: `drivers`, below the system directory.
 Pathname driverPath(const char16_t *driverName);
 
-/// True in safe mode without network, where no driver of this kind can be started.
+/// True in safe mode without network, where no driver of this kind can be started. Logs the mode; to ask for
+/// it loads the libraries of the window system, a good part of the time that a start takes under Wine.
 bool isSafeMode();
 
-/// Does what the code says to the service of this name, whose driver lies at `path`. Once the manager has
-/// been reached and the service asked about, what fails on the way to its end is told and counts as done.
+/// Does what the code says to the service of this name, whose driver lies at `path`. False when it could not
+/// be installed or started, or when the manager or the service could not be asked. What fails of a stop or a
+/// removal beyond that is logged and counts as done: the program ends then, and nobody would try again.
 bool manageDriver(const char16_t *name, const char16_t *path, unsigned short code);
 
 bool installDriver(SC_HANDLE manager, const char16_t *name, const char16_t *path);

@@ -12,7 +12,8 @@ constexpr CharSet kWhiteSpace("\t\n\v\f\r ");
 
 constexpr std::uint64_t kTicksPerMillisecond = 10'000;
 
-/// Replaces `out` by date and time up to the point before the milliseconds.
+/// Replaces `out` by date and time up to the point before the milliseconds. Broken down here, as `local` has
+/// the machine's zone in it already.
 void formatLocalTime(Timeval local, Str &out)
 {
     const auto seconds = static_cast<std::int64_t>(local.ticks() / Timeval::kTicksPerSecond) -
@@ -48,7 +49,8 @@ EventEmitter::EventEmitter(std::function<void(const Str &)> written, std::FILE *
     event_.sourcetype = kSource;
 }
 
-// Within one second only the milliseconds differ, which the conversion leaves as they are.
+// Within one second only the milliseconds differ, which the conversion leaves as they are. So the system is
+// asked for the zone once a second.
 void EventEmitter::setTime(Timeval time)
 {
     auto milliseconds = static_cast<unsigned>(time.ticksOfSecond() / kTicksPerMillisecond);
@@ -60,6 +62,7 @@ void EventEmitter::setTime(Timeval time)
             lastSecond_ = second;
             formatLocalTime(local, lastLocalText_);
         } else {
+            // Nothing to keep: the next event is to be converted in any case.
             lastSecond_ = kNoSecond;
             lastLocalText_ = "00/00/0 00:00:00.";
             milliseconds = 0;
@@ -76,7 +79,9 @@ void EventEmitter::emitEvent(const Str &text, const Str &index, const Str &stanz
     event_.index = index;
     setTime(time);
     event_.data.push_back('\n');
+    // To the first NUL, where a text ends for all who print it by a format.
     event_.data.append(text.c_str());
+    // The line ends behind the body. There is always the time in front, so this ends.
     while (kWhiteSpace.contains(event_.data.back())) {
         event_.data.pop_back();
     }

@@ -7,7 +7,8 @@
 
 namespace velmox {
 
-/// Puts event texts on the stream, each under its time, index and stanza. Main thread only.
+/// Puts event texts on the stream, each under its time, index and stanza. Main thread only: nothing else may
+/// write to standard output, or it would stand amid an event.
 class EventEmitter
 {
 public:
@@ -19,13 +20,15 @@ public:
     /// empty index or stanza is left out.
     void emitEvent(const Str &text, const Str &index, const Str &stanza, Timeval time);
 
-    /// The stream is not closed at the end, which is not whole.
+    /// Leaves the stream without its closing tag, which says that it is whole: for the replay of a damaged
+    /// recording.
     void leaveOpen() { eventWriter_.leaveOpen(); }
 
     /// Bytes of the stream so far.
     std::uint64_t writtenBytes() const { return eventWriter_.writtenBytes(); }
 
 private:
+    /// Sets the event's time in seconds, and begins its text with the local time.
     void setTime(Timeval time);
 
     static constexpr std::uint64_t kNoSecond = ~std::uint64_t{0};

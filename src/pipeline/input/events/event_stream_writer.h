@@ -7,10 +7,11 @@
 
 namespace velmox {
 
-/// One event for the output stream. An empty text or a false flag leaves its element or attribute out.
+/// One event for the output stream. An empty text or a false flag leaves its element or attribute out. Texts
+/// are UTF-8, unescaped, and end at their first NUL.
 struct InputEvent
 {
-    /// The event is a piece of a record, which the reader ends at `done`.
+    /// The event is one of several that the reader puts together to one, up to that with `done`.
     bool unbroken = false;
     Str data;
     Str source;
@@ -18,6 +19,7 @@ struct InputEvent
     Str host;
     Str index;
     Str stanza;
+    /// Seconds since 1970, as decimal text.
     Str time;
     bool done = false;
 };
@@ -34,8 +36,8 @@ enum class LineEnds
 /// Writes events as one XML stream to standard output and flushes each, so that the server sees it at once.
 ///
 /// Without a C stream the bytes are counted alone. The stream's opening tag goes with the first event, its
-/// closing tag with the writer; without an event nothing is written. A failed write is not noticed. For one
-/// thread; the stream is not closed.
+/// closing tag with the writer; without an event nothing is written. A failed write is not noticed: that
+/// nobody reads any more is found out by the watch of the parent. For one thread; the stream is not closed.
 class EventStreamWriter
 {
 public:
@@ -49,7 +51,7 @@ public:
 
     void write(const InputEvent &event);
 
-    /// The writer's end does not close the stream, which is not whole.
+    /// Leaves the stream without its closing tag, which says that it is whole.
     void leaveOpen() { isLeftOpen_ = true; }
 
     /// Bytes of the stream so far, with the line ends that they were given here.

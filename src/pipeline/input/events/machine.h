@@ -19,12 +19,14 @@ class Machine
 public:
     virtual ~Machine() = default;
 
-    /// The local time at a moment, as the ticks of the same date and time in UTC; false if it has none.
+    /// The local time at a moment, given as the moment at which UTC shows the same date and time; false if
+    /// it has none.
     virtual bool localTime(Timeval utc, Timeval &local) = 0;
     /// Fills `out`, of `kImageUnits`, with the image path in device form of a process that was just created;
     /// false when it cannot be had, as of one that has ended meanwhile.
     virtual bool processImage(std::uint32_t pid, char16_t *out) = 0;
-    /// Milliseconds since some moment; it begins again at 0 behind the largest number.
+    /// Milliseconds since some moment, for intervals; it begins again at 0 behind the largest number, after
+    /// 49.7 days.
     virtual std::uint32_t tickCount() const = 0;
     virtual DriveMap &drives() = 0;
 };

@@ -26,6 +26,7 @@ public:
         const FILETIME fileTime = fileTimeOf<FILETIME>(utc);
         SYSTEMTIME utcFields = {};
         SYSTEMTIME localFields = {};
+        // Daylight saving counts as it was at that moment; FileTimeToLocalFileTime would take that of today.
         if (!FileTimeToSystemTime(&fileTime, &utcFields) ||
             !SystemTimeToTzSpecificLocalTime(nullptr, &utcFields, &localFields)) {
             return false;

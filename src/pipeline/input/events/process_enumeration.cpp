@@ -10,9 +10,10 @@ namespace velmox {
 
 namespace {
 
-// 256 process numbers; a machine with more is left to the image records.
+// 256 process numbers. Those of a machine that runs more become known by their image records.
 constexpr DWORD kIdBytes = 1024;
 
+/// The first choice, as it names all processes: also those that this one may not open.
 bool enumerateSnapshot(const ProcessSeen &seen)
 {
     const FileHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
@@ -29,6 +30,8 @@ bool enumerateSnapshot(const ProcessSeen &seen)
     return true;
 }
 
+/// Where no snapshot can be had. It tells numbers alone, so a process that cannot be opened has no name to
+/// be told by.
 void enumerateIds(const ProcessSeen &seen)
 {
     const LocalMemory memory(LocalAlloc(LMEM_FIXED, kIdBytes));
@@ -55,6 +58,7 @@ void enumerateIds(const ProcessSeen &seen)
 
 bool queryProcessImage(std::uint32_t pid, char16_t *out)
 {
+    // In device form, like the paths in the driver's records, so that all compare with the same patterns.
     const KernelHandle process(OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, pid));
     return process.isValid() &&
            GetProcessImageFileNameW(process.get(), reinterpret_cast<wchar_t *>(out), kImageUnits) != 0;

@@ -66,10 +66,12 @@ void ProcessImageTable::add(std::uint32_t pid, const char16_t *image)
             std::free(entry);
             return;
         }
+        // Only here: a table in which no process begins does not grow either.
         expired = takeExpired();
         ++counters_.added;
         ++version_;
     }
+    // Outside the lock, which is to be held for short.
     freeChain(expired);
 }
 
@@ -93,13 +95,14 @@ void ProcessImageTable::retire(std::uint32_t pid, char16_t *out, int units)
     if (found == processes_.end() || found->second.live == nullptr) {
         return;
     }
-    // One that it shadowed stays.
+    // The newest alone. One of the same number that it hid stays, and is found again.
     Process &process = found->second;
     Entry *entry = process.live;
     retired_.emplace(machine_->tickCount() + kRetentionMilliseconds, entry);
     process.live = entry->next;
     copyImage(entry->image, out, units);
     entry->next = nullptr;
+    // At the end of a chain that is short: few processes have had one number within some seconds.
     Entry **last = &process.retired;
     while (*last != nullptr) {
         last = &(*last)->next;
@@ -112,6 +115,7 @@ ProcessImageTable::Entry *ProcessImageTable::makeEntry(std::uint32_t pid, const 
 {
     const std::u16string_view text(image);
     const std::size_t bytes = offsetof(Entry, image) + (text.size() + 1) * sizeof(char16_t);
+    // Without memory the process is one that is not known, which is no failure.
     auto *entry = static_cast<Entry *>(std::malloc(bytes));
     if (entry != nullptr) {
         entry->pid = pid;
@@ -135,6 +139,7 @@ const ProcessImageTable::Entry *ProcessImageTable::find(std::uint32_t pid) const
     if (found == processes_.end()) {
         return nullptr;
     }
+    // A running process comes before those that have exited.
     return found->second.live != nullptr ? found->second.live : found->second.retired;
 }
 
@@ -146,6 +151,7 @@ void ProcessImageTable::unlinkRetired(const Entry *entry)
         link = &(*link)->next;
     }
     *link = entry->next;
+    // Or numbers that were given once would stay in the map for as long as the program runs.
     if (found->second.live == nullptr && found->second.retired == nullptr) {
         processes_.erase(found);
     }
@@ -154,6 +160,7 @@ void ProcessImageTable::unlinkRetired(const Entry *entry)
 // Every expired entry as a chain for the caller to free outside the lock.
 ProcessImageTable::Entry *ProcessImageTable::takeExpired()
 {
+    // Ordered by their moments, so those that may go stand in front.
     const auto end = retired_.lower_bound(machine_->tickCount());
     Entry *expired = nullptr;
     for (auto at = retired_.begin(); at != end; ++at) {

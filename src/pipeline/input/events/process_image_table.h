@@ -27,7 +27,8 @@ public:
     ProcessImageTable(const ProcessImageTable &) = delete;
     ProcessImageTable &operator=(const ProcessImageTable &) = delete;
 
-    /// `machine` has the clock; it must outlive the table's use.
+    /// `machine` has the clock; it must outlive the table's use. Neither this nor `destroy` takes the lock:
+    /// nobody may use the table meanwhile.
     void init(Machine &machine = systemMachine());
     void destroy();
 
@@ -50,6 +51,7 @@ private:
         /// The next one of the same process.
         Entry *next;
         std::uint32_t pid;
+        /// As many units as the image has, with its NUL: one allocation holds the entry and the text.
         char16_t image[1];
     };
 
@@ -62,7 +64,8 @@ private:
         std::uint32_t expired;
     };
 
-    /// The entries of one process number.
+    /// The entries of one process number. There may be several: Windows gives numbers anew, and an exit may
+    /// come to be known late or never.
     struct Process
     {
         /// The newest first.
@@ -71,17 +74,24 @@ private:
         Entry *retired = nullptr;
     };
 
+    /// Null for want of memory.
     static Entry *makeEntry(std::uint32_t pid, const char16_t *image);
     static void freeChain(Entry *first);
     const Entry *find(std::uint32_t pid) const;
+    /// Takes an entry out of the chain of its number, and the number's row out of the map if nothing is
+    /// left.
     void unlinkRetired(const Entry *entry);
     Entry *takeExpired();
 
     std::atomic<std::uint64_t> version_ = 0;
     // Guarded by lock_. A process without entries has no row.
     std::unordered_map<std::uint32_t, Process> processes_;
-    // By the tick count after which they may go. A queue, in which those that have to stay are stepped over,
-    // would be walked for each process that begins.
+    // By the tick count after which they may go. In a queue those that have to stay would be stepped over
+    // one by one for each process that begins: a backlog with thousands of exits drained at a quarter of the
+    // usual rate.
+    //
+    // The count begins anew after 49.7 days. Entries of that moment go too early, or stay until it has come
+    // round; at worst an event shows "N/A" for a process that has just ended.
     std::multimap<std::uint32_t, Entry *> retired_;
     Counters counters_ = {};
     std::mutex lock_;

@@ -8,7 +8,9 @@ namespace velmox {
 
 namespace {
 
+// The name in traces, see diagnostics.h.
 constexpr char kFunction[] = "WinRegistryMonitor::processData";
+// No stanza of today fills this group, so nothing of processes goes out; their records still feed the table.
 const Str kGroup = kProcmonFilters;
 
 bool namesProgram(std::u16string_view path)
@@ -48,6 +50,7 @@ void ProcessRecords::takeImage(RecordAtHand &record)
         trace::monitor(trace::Message::ImageDropped, kFunction);
         return;
     }
+    // The driver has cut the path short.
     const char *suffix = record.fields().status() != 0 ? "..." : "";
     Str stanza;
     const Str index = rules_.getIndexAndStanzaForProcmon(process, stanza);
@@ -89,6 +92,7 @@ void ProcessRecords::onCreated(RecordAtHand &record)
     // with that number, else "N/A". Readers know the field in this sense.
     const KnownImage earlier(fields.pid());
     char16_t newImage[kImageUnits];
+    // The record does not tell it, so the system is asked, which can answer while the process runs.
     if (machine_.processImage(fields.pid(), newImage)) {
         ProcessImageTable::instance().add(fields.pid(), newImage);
     } else {
@@ -115,6 +119,7 @@ void ProcessRecords::onExited(RecordAtHand &record)
     const MonitorRecord &fields = record.fields();
     KnownImage image(fields.pid());
     const Str process = image.isKnown ? Str::fromUtf16(image.text) : Str();
+    // Also where nothing goes out: records that are still to come find it for some seconds.
     ProcessImageTable::instance().retire(fields.pid(), image.text, kImageUnits);
     trace::monitor(trace::Message::ExitRecord, kFunction,
                    {image.text, std::char_traits<char16_t>::length(image.text) + 1});
@@ -124,6 +129,7 @@ void ProcessRecords::onExited(RecordAtHand &record)
     }
     Str stanza;
     const Str index = rules_.getIndexAndStanzaForProcmon(process, stanza);
+    // It stands in both places, also in that of the parent's image: so readers know the event.
     const Str imageText = displayed(image.text);
     Str body;
     body.format("parent_pid=%d\nparent_process_image=\"%s\"\npid=%d\nprocess_image=\"%s\"\n"

@@ -9,7 +9,8 @@
 namespace velmox {
 
 /// Keeps the process table up to date by the records of processes and images, and renders those that some
-/// stanza asks for. Main thread only; the objects passed in must outlive this one.
+/// stanza asks for. The table comes first: a record that no stanza wants still names the process of registry
+/// events. Main thread only; the objects passed in must outlive this one.
 class ProcessRecords
 {
 public:
@@ -18,7 +19,9 @@ public:
     {
     }
 
+    /// A process was created or has exited.
     void takeProcess(RecordAtHand &record);
+    /// An image was mapped into a process: its own program, or a library.
     void takeImage(RecordAtHand &record);
 
 private:
@@ -31,9 +34,11 @@ private:
         char16_t text[kImageUnits]; // "N/A" for an unknown process
     };
 
+    /// By the group of processes' filters; false as long as there is none.
     bool passes(const Str &process, const char *type);
     void onCreated(RecordAtHand &record);
     void onExited(RecordAtHand &record);
+    /// With the drive for the device, as events show it.
     Str displayed(const char16_t *image);
     static void learnImage(const RecordAtHand &record, KnownImage &image);
 

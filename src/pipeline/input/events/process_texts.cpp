@@ -6,7 +6,8 @@ namespace velmox {
 
 namespace {
 
-// Of more processes the driver tells nonsense.
+// Few machines run as many processes, and where one does texts are made anew. Numbers without end, from a
+// driver gone wrong, must not make the map grow.
 constexpr std::size_t kMostTexts = 4096;
 
 } // namespace

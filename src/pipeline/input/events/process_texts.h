@@ -24,7 +24,7 @@ class ProcessTexts
 public:
     explicit ProcessTexts(DriveMap &drives) : drives_(drives) {}
 
-    /// Holds until the next call.
+    /// Of an unknown process too. Holds until the next call.
     const ProcessText &of(std::uint32_t pid);
 
 private:

@@ -15,6 +15,7 @@ void RecordAtHand::take(const MonitorRecord &record)
 {
     fields_ = record;
     name_ = wideTextAt(record.name(), record.nameUnits(), nameRoom_);
+    // What is cleared keeps its memory, so that after some records none of the texts allocates.
     nameText_.clear();
     foldedName_.clear();
     keyPath_.clear();
@@ -22,6 +23,8 @@ void RecordAtHand::take(const MonitorRecord &record)
 
 const Str &RecordAtHand::nameText()
 {
+    // An empty text is one that has not been made. That of a record without a name is made at each question,
+    // at no cost.
     if (nameText_.empty()) {
         nameText_.appendUtf16(name_.data(), name_.size());
     }
@@ -31,6 +34,7 @@ const Str &RecordAtHand::nameText()
 const Str &RecordAtHand::foldedName()
 {
     if (foldedName_.empty()) {
+        // Straight from UTF-16: by way of UTF-8 a record that is dropped would be converted for nothing.
         foldedName_.appendUtf16Lowered(name_);
     }
     return foldedName_;
@@ -61,6 +65,7 @@ Str RecordAtHand::tracedKeyPath()
     }
     Str path = foldedName();
     if (isOfCurrentControlSet()) {
+        // In capitals, as readers of traces know it.
         path.replace(0, hiveNames_.currentControlSetPath().size(), CURRENT_CONTROL_SET);
     }
     return path;

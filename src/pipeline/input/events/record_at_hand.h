@@ -22,6 +22,7 @@ public:
     {
     }
 
+    /// The buffer in which the record stands must stay until the next call.
     void take(const MonitorRecord &record);
 
     const MonitorRecord &fields() const { return fields_; }
@@ -41,12 +42,15 @@ public:
     const ProcessText &process() { return processes_.of(fields_.pid()); }
 
 private:
+    /// Whether the path begins with the numbered control set that is in use, and some stanza names the
+    /// current one.
     bool isOfCurrentControlSet();
 
     const HiveNames &hiveNames_;
     ProcessTexts &processes_;
 
     MonitorRecord fields_{nullptr};
+    // Into the driver's buffer, or into `nameRoom_`: good until the buffer goes.
     std::u16string_view name_;
     std::u16string nameRoom_; // behind data of odd length a name stands at an odd address
     // Empty until they are asked for.

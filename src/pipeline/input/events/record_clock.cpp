@@ -10,6 +10,7 @@ constexpr std::int64_t kTicksPerMillisecond = 10000;
 
 void RecordClock::note(std::uint64_t timestamp)
 {
+    // The difference is signed, so that an older record counts as within the millisecond too.
     if (lastTimestamp_ != 0 &&
         static_cast<std::int64_t>(timestamp - lastTimestamp_) <= kTicksPerMillisecond) {
         return;

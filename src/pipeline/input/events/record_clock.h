@@ -10,7 +10,8 @@ namespace velmox {
 inline constexpr Timeval kNoTime{Timeval::kMax};
 
 /// The time that events carry, which moves on at most once per millisecond of record time: a record within
-/// that millisecond, or older than the one that moved it, takes the time as it stands.
+/// that millisecond, or older than the one that moved it, takes the time as it stands. So the times of these
+/// events never go back, whatever the order of the driver's records.
 class RecordClock
 {
 public:

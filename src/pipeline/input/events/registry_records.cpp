@@ -10,6 +10,7 @@ namespace velmox {
 
 namespace {
 
+// The name in traces, see diagnostics.h.
 constexpr char kFunction[] = "WinRegistryMonitor::processData";
 
 /// Appends a line `name="value"`. The value ends at its first NUL, as where it is printed by a format.
@@ -23,6 +24,7 @@ void appendLine(Str &body, std::string_view name, std::string_view value)
 void RegistryRecords::take(RecordAtHand &record)
 {
     const RegistryOperation &operation = registryOperation(record.fields().operation());
+    // Asked here as well, or the texts of the message would be made for each record.
     if (trace::isOn(trace::Message::RegistryRecord)) {
         trace::monitor(trace::Message::RegistryRecord, kFunction, record.tracedKeyPath(), operation.name,
                        record.process().folded);
@@ -38,6 +40,7 @@ void RegistryRecords::take(RecordAtHand &record)
 bool RegistryRecords::passes(RecordAtHand &record, const Str &word)
 {
     MonitorFilterGroup *group = rules_.registryGroup();
+    // The process as a question: the table is asked only where some filter has to know it.
     return group != nullptr && group->filters->matches(record.keyPath(), word, [&record]() -> const Str & {
         return record.process().folded;
     }) == group->inclusive;
@@ -58,6 +61,7 @@ void RegistryRecords::emit(RecordAtHand &record, const char *registryType)
 void RegistryRecords::render(RecordAtHand &record, const char *registryType, Str &body)
 {
     const MonitorRecord &fields = record.fields();
+    // As the kernel spells it, but for the root: the filters saw it folded.
     Str keyText = record.nameText();
     hiveNames_.shortenHiveRoot(keyText);
     Str dataText;

@@ -8,8 +8,8 @@
 
 namespace velmox {
 
-/// Decides on records of registry operations, and renders those that go out. Main thread only; the objects
-/// passed in must outlive this one.
+/// Decides on records of registry operations, and renders those that go out: in this order, as most records
+/// end at the filters. Main thread only; the objects passed in must outlive this one.
 class RegistryRecords
 {
 public:
@@ -19,11 +19,14 @@ public:
     {
     }
 
+    /// Counts the events that were written, in `registry_evt_accepted`.
     void take(RecordAtHand &record);
 
 private:
+    /// `word` is that of the operation, as filters know it.
     bool passes(RecordAtHand &record, const Str &word);
     void emit(RecordAtHand &record, const char *registryType);
+    /// Replaces `body` by the lines of the event below its time.
     void render(RecordAtHand &record, const char *registryType, Str &body);
 
     MonitorRules &rules_;

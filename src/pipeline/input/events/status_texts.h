@@ -7,7 +7,8 @@
 
 namespace velmox {
 
-/// Texts of kernel statuses, each made once: the number and the system's message for the error it maps to.
+/// Texts of kernel statuses, each made once, so that the system's table of messages is not asked for each
+/// event: the number and the system's message for the error it maps to.
 ///
 /// Main thread only. The cache lives as long as the program and is as large as the number of statuses seen.
 class StatusTexts

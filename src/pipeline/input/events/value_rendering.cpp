@@ -12,6 +12,8 @@ namespace velmox {
 
 namespace {
 
+// Types of values as Windows' winnt.h numbers them (REG_NONE and so on); these are the ones that are
+// rendered.
 constexpr std::uint32_t kNone = 0;
 constexpr std::uint32_t kString = 1;
 constexpr std::uint32_t kExpandString = 2;
@@ -19,6 +21,7 @@ constexpr std::uint32_t kDword = 4;
 constexpr std::uint32_t kStringList = 7;
 constexpr std::uint32_t kQword = 11;
 
+// By number. Those that are not rendered have their name in the event too.
 constexpr std::array kDataTypes{
     "REG_NONE",
     "REG_SZ",
@@ -39,6 +42,8 @@ constexpr std::array kDataTypes{
 constexpr std::uint32_t kQuerySecurity = 37;
 constexpr std::uint32_t kSetSecurity = 39;
 
+// What could pass for the end of an event. Whoever may write a value must not be able to end one event in it
+// and to begin another.
 constexpr std::string_view STREAM_MARK = "***VELMOX***";
 // Never destroyed: the watch of a parent may end the process while values are being rendered.
 const Regex &STREAM_MARK_PATTERN =
@@ -81,6 +86,7 @@ template <class Word>
 Word readWord(const unsigned char *data, std::uint32_t dataBytes)
 {
     Word word = 0;
+    // Values are little-endian, as is every machine that this is built for.
     std::memcpy(&word, data, std::min<std::size_t>(sizeof word, dataBytes));
     return word;
 }
@@ -118,6 +124,7 @@ void renderStringList(const WideData &list, Str &out)
 // True, with a line in the log, for text that could pass for the end of an event in the stream.
 bool hasStreamMark(const Str &text)
 {
+    // A plain search first, which keeps the expression off nearly all values.
     if (text.size() < STREAM_MARK.size() || !text.contains(STREAM_MARK)) {
         return false;
     }
@@ -155,6 +162,7 @@ void renderValueData(std::uint32_t /*operation*/, std::uint32_t dataType, const 
     }
     if (dataType == kString || dataType == kExpandString) {
         const WideData text(data, dataBytes);
+        // With its NUL and what may stand behind it, which the event's line cuts off.
         text.appendTo(out, 0, text.units());
         dropForgery(out);
     } else if (dataType == kDword) {

@@ -10,10 +10,12 @@ struct ServerConnection
 {
     Str server_host;
     Str server_uri;
+    /// With which a script proves to the server on whose behalf it asks.
     Str session_key;
 };
 
-/// What a script gets on standard input. ConfigXmlStreamingParser reads it.
+/// What a script gets on standard input. ConfigXmlStreamingParser reads it. The names are those of the
+/// document's elements.
 struct InputDocument
 {
     ServerConnection server;

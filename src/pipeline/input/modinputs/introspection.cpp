@@ -32,6 +32,8 @@ const Str *find(const Texts &texts, const char *name)
     return found == texts.end() ? nullptr : &found->second;
 }
 
+/// Each setting is logged as it is taken, which is how authors of scripts see what came of their
+/// description.
 void setText(const Texts &texts, const char *name, Str &out)
 {
     if (const Str *text = find(texts, name)) {
@@ -57,6 +59,7 @@ void setBool(const Texts &texts, const char *name, bool &out)
 /// The names are compared as they are: `XML` is no mode.
 void setStreamingMode(const Texts &texts, Scheme &scheme)
 {
+    // Judged before it is taken, so that a mode that is refused is not logged as set.
     Str mode = scheme.streamingMode == StreamingMode::Xml ? "xml" : "simple";
     if (const Str *text = find(texts, "streaming_mode"); text && *text != "simple" && *text != "xml") {
         ModularInputsException::raise(
@@ -75,12 +78,14 @@ void setScript(const Texts &texts, const ScriptFinder &findScript, Scheme &schem
         return;
     }
     const ScriptName script = ScriptName::fromText(*value);
+    // An app may name scripts of its own folders and of the installation's, and no other program.
     if (script.file.findFirst(CharSet("\\/:"), 0, true) != -1) {
         ModularInputsException::raise(
             "The \"script\" value from introspection can only be a file name, no directory can be specified "
             "with it.  Command line arguments are allowed.  (Specified \"%s\")",
             value->c_str());
     }
+    // Looked for now, so that a wrong name fails the scheme and not each later start of the script.
     const ScriptCommand found = findScript(script);
     if (found.empty()) {
         ModularInputsException::raise("The \"script\" value from introspection (\"%s\") did not refer to a "
@@ -93,6 +98,7 @@ void setScript(const Texts &texts, const ScriptFinder &findScript, Scheme &schem
 
 void checkArgument(const Str &name, const Texts &texts, const SchemeSpec &spec)
 {
+    // The spec file is what administrators read; a setting that is not in it would be nowhere described.
     if (!spec.parameters.contains(name)) {
         ModularInputsException::raise(
             "Endpoint argument \"%s\" has not been defined in the inputs.conf.spec file.  All args defined "
@@ -166,6 +172,8 @@ void IntrospectXmlStreamingParser::startElement(const Str &name)
 
 void IntrospectXmlStreamingParser::attributeValue(const Str &value)
 {
+    // An argument is named by its attribute. Other elements may have one of the name too, which means
+    // nothing.
     if (isNameAttribute_ && path_.view() == kArg) {
         argName_ = value;
     }
@@ -213,6 +221,7 @@ void IntrospectXmlStreamingParser::store(std::string_view path)
                                text_.c_str());
         result_.scheme[name] = text_;
     } else if (path == kEndpoint) {
+        // Nothing of this is used; the author of the script sees in the log that it was read.
         modularInputsLog.debug("XML endpoint path \"%s\": \"%s\" -> \"%s\"", kEndpoint, name.c_str(),
                                text_.c_str());
     } else if (path == kArg) {

@@ -11,7 +11,8 @@
 
 namespace velmox {
 
-/// The open elements of an XML document, outermost first. What is asked of it costs the same at any depth.
+/// The open elements of an XML document, outermost first. What is asked of it costs the same at any depth: a
+/// script may print any document, and its depth must not make reading slow.
 class ElementPath
 {
 public:
@@ -48,7 +49,7 @@ struct Introspection
 };
 
 /// Reads a script's description of itself. Elements that are not known to stand where they do are passed
-/// over, with what is in them.
+/// over, with what is in them, so that scripts may say more than this version knows.
 class IntrospectXmlStreamingParser : public XmlStreamingParser
 {
 public:
@@ -61,7 +62,9 @@ public:
     void characters(const Str &piece) override { text_.append(piece); }
 
 private:
+    /// Enters the argument whose element ends; one without a name is told and dropped.
     void endArgument();
+    /// Keeps the text of the innermost element, which stands at `path`.
     void store(std::string_view path);
 
     Introspection result_;

@@ -23,6 +23,7 @@ void checkParameters(const SchemeSpec &spec)
     }
 }
 
+/// `request` begins with a blank.
 Str commandLine(const ScriptCommand &script, const char *request)
 {
     return Str::concat(script.commandLine(), request);
@@ -76,6 +77,7 @@ void ModularInputs::initializeSchemes()
     schemes_.clear();
     std::set<Str> known;
     for (const AppFolder &app : appFolders(host_.systemDir, host_.appParents)) {
+        // The files of a disabled app are there, but its schemes are not.
         if (host_.isAppUsable(app.name)) {
             for (const SchemeSpec &spec : readSchemeSpecs(app)) {
                 initializeUnlessKnown(spec, known);
@@ -126,6 +128,7 @@ std::optional<Scheme> ModularInputs::initialize(const SchemeSpec &spec) const
     checkParameters(spec);
     Scheme scheme;
     scheme.name = spec.name;
+    // A script bears its scheme's name. Asked what it is, it may name another one that does the work.
     scheme.script = locateScript(spec.app, spec.name, ScriptCandidates({spec.name, {}}));
     // The system's spec files describe schemes that an installation may lack; an app brings its own script.
     if (scheme.script.empty()) {
@@ -166,6 +169,7 @@ Introspection ModularInputs::introspect(const Str &scheme, const ScriptCommand &
     if (status != 0) {
         raiseScriptFailed(label, Str::fromFormat("exited with status %d", status));
     }
+    // No fault: a script that says nothing of itself may run with what its spec file says.
     if (!parser.result().found) {
         modularInputsLog.warn("%s: the script printed no <scheme> element, so all its settings are defaults.",
                               label.c_str());
@@ -230,6 +234,7 @@ std::optional<InputDocument> ModularInputs::gather(const Scheme &scheme,
 
 InputDocument ModularInputs::document(const Str &scheme, Stanzas stanzas) const
 {
+    // The folder is made along the way: the script may use it at once.
     return {host_.server, checkpointFolder(host_.db, scheme), std::move(stanzas)};
 }
 

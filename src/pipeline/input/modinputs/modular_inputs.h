@@ -20,7 +20,8 @@ enum class ProcessContext
     Other
 };
 
-/// What ModularInputs needs of the process around it.
+/// What ModularInputs needs of the process around it. Handed in, so that the room knows neither where the
+/// process keeps its folders nor how it talks to users.
 struct ModularInputsHost
 {
     ProcessContext context = ProcessContext::Other;
@@ -53,9 +54,9 @@ public:
     explicit ModularInputs(ModularInputsHost host) : host_(std::move(host)) {}
 
     /// Replaces the known schemes by those that can be initialised. What fails is logged and shown to the
-    /// user, and the others go on.
+    /// user, and the others go on. Runs one script for each scheme, one after the other.
     void initializeSchemes();
-    /// Null if there is no such scheme.
+    /// Null if there is no such scheme. Good until the schemes are initialised again.
     const Scheme *find(const Str &name) const;
 
     ScriptCommand locateScript(const AppFolder &app, const Str &scheme,
@@ -72,9 +73,11 @@ public:
                                                      const std::optional<Str> &stanza) const;
 
 private:
+    /// Scripts of schemes are run by the server and by what serves its requests, and by nothing else.
     bool isAllowedHere() const;
     void initializeUnlessKnown(const SchemeSpec &spec, std::set<Str> &known);
     void reportFailure(const SchemeSpec &spec, const std::exception &exception) const;
+    /// Nothing for a scheme of the system's that this installation has no script for.
     std::optional<Scheme> initialize(const SchemeSpec &spec) const;
     std::optional<InputDocument> gather(const Scheme &scheme, const std::optional<Str> &stanza) const;
     InputDocument document(const Str &scheme, Stanzas stanzas) const;
@@ -83,7 +86,8 @@ private:
     std::map<Str, Scheme> schemes_;
 };
 
-/// Does the work of `print-modinput-config`: puts together what a scheme's script gets on standard input.
+/// Does the work of `print-modinput-config`: puts together what a scheme's script gets on standard input. A
+/// thread, so that the server can go on meanwhile.
 ///
 /// Start it, join it, then ask. `inputs` must have its schemes, and no one else may use it meanwhile.
 class ModinputsHelperThread : public Thread
@@ -101,6 +105,7 @@ public:
 private:
     void main() override;
     void printConfiguration();
+    /// With the scheme in front, if it was named without.
     std::optional<Str> fullStanzaName() const;
 
     const ModularInputs &inputs_;

@@ -11,6 +11,7 @@ namespace {
 constexpr char kPython[] = "python";
 constexpr char kPythonExtension[] = "py";
 
+/// No path holds a quote on Windows, so there is nothing to escape.
 Str quoted(const Str &path)
 {
     const bool hasBlank = path.findFirst(CharSet::blanks(), 0, true) != -1;

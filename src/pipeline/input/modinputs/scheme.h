@@ -6,8 +6,10 @@
 #include <map>
 #include <set>
 
-// What the room `modinputs` works with: schemes, the scripts behind them, and where both are defined. The
-// room is the server's side of input programs. Plain values; nothing here touches a disk.
+// The room `modinputs` is the server's side of input programs: it finds what is installed, asks scripts what
+// they are, has them judge settings, and hands them the input document. This header has what the room works
+// with: schemes, the scripts behind them, and where both are defined. Plain values; nothing here touches a
+// disk.
 
 namespace velmox {
 
@@ -60,7 +62,7 @@ enum class StreamingMode
     Xml
 };
 
-/// One setting of a scheme as its script declares it.
+/// One setting of a scheme as its script declares it. The names are those of the elements in which it does.
 struct SchemeArgument
 {
     Str title;
@@ -68,6 +70,7 @@ struct SchemeArgument
     bool required_on_create = false;
     bool required_on_edit = false;
     Str validation;
+    /// What separates the values of a setting that is a list; empty for one that is none.
     Str list_delimiter;
     /// "string", "number" or "boolean".
     Str data_type = "string";
@@ -85,6 +88,7 @@ struct Scheme
     bool useSingleInstance = false;
     /// The script judges proposed configurations.
     bool useExternalValidation = false;
+    /// What the script writes: lines of text, or events in XML.
     StreamingMode streamingMode = StreamingMode::Simple;
     std::map<Str, SchemeArgument> args;
 };

@@ -11,7 +11,8 @@ namespace velmox {
 
 namespace {
 
-/// In byte order. Names that begin with a point are no apps, and the system's name is taken.
+/// In byte order, which is the same on every host, as the first app to define a scheme has it. Names that
+/// begin with a point are no apps, and the system's name is taken.
 StrVector namesOfFolders(const Pathname &parent)
 {
     std::vector<DirectoryEntry> entries;
@@ -42,13 +43,14 @@ SchemeSpec &specNamed(const Str &name, const AppFolder &app, std::vector<SchemeS
 void addParameters(const IniStanza &stanza, std::set<Str> &parameters)
 {
     for (const IniStanza::Setting &setting : stanza) {
+        // A line of description that holds an equals sign is read as a key.
         if (!setting.key.starts_with('*')) {
             parameters.emplace(setting.key);
         }
     }
 }
 
-// Behind the name: as it stands, a program, a script of Python's.
+// What is tried behind the name: the name as it stands, a program, a script of Python's.
 constexpr const char *kEndings[] = {"", ".exe", ".py"};
 
 /// The first candidate that is a regular file, or the empty path.
@@ -66,6 +68,7 @@ Pathname findIn(const Pathname &folder, const StrVector &names)
 }
 
 // Asked of the system by opening it, for rights alone do not tell: another process may hold the folder.
+// Windows opens a folder only with the flag for backups.
 bool canReadAndWrite(const Pathname &folder)
 {
     const FileHandle handle(CreateFileW(asWide(folder), GENERIC_READ | GENERIC_WRITE,
@@ -106,6 +109,7 @@ std::vector<AppFolder> appFolders(const Pathname &systemDir, const std::vector<P
 std::vector<SchemeSpec> readSchemeSpecs(const AppFolder &app)
 {
     const Pathname path = app.path.join("README").join("inputs.conf.spec");
+    // Asked first, since a file that is missing is told as an error when it is read.
     if (pathKind(path) == PathKind::Nothing) {
         return {};
     }
@@ -131,6 +135,7 @@ ScriptCandidates::ScriptCandidates(const ScriptName &script) : arguments(script.
 ScriptCommand locateScript(const AppFolder &app, const Str &scheme, const ScriptCandidates &candidates,
                            const Pathname &home)
 {
+    // What was built for this platform first: an app may bring scripts for several.
     const Pathname folders[] = {
         app.path.join("windows_x86_64").join("bin"),
         app.path.join("bin"),
@@ -145,6 +150,7 @@ ScriptCommand locateScript(const AppFolder &app, const Str &scheme, const Script
             return script;
         }
     }
+    // The system's spec files may describe more than an installation has; an app is to bring its own script.
     modularInputsLog.log(app.isSystem() ? LogLevel::Debug : LogLevel::Error,
                          "No script to handle scheme \"%s\" was found.  This modular input will be disabled.",
                          scheme.c_str());

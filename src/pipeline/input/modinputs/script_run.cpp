@@ -43,11 +43,15 @@ bool makePipe(Pipe &pipe, ScriptEnd end)
         return false;
     }
     pipe = {KernelHandle(reader), KernelHandle(writer)};
+    // Only the script's end can be inherited: if it also got this side's, its pipe would never come to an
+    // end.
     return SetHandleInformation(end == ScriptEnd::Reads ? reader : writer, HANDLE_FLAG_INHERIT,
                                 HANDLE_FLAG_INHERIT) != FALSE;
 }
 
-/// The list of the handles that a new process inherits; the handles must stand as long as it does.
+/// The list of the handles that a new process inherits; the handles must stand as long as it does. Without a
+/// list a script would inherit all that can be inherited at this moment, and so the pipes of one that
+/// another thread is about to start.
 class InheritedHandles
 {
 public:
@@ -144,6 +148,8 @@ ScriptProcess::ScriptProcess(const Str &label, const Str &commandLine)
     startup.StartupInfo.hStdOutput = inherited[1];
     startup.StartupInfo.hStdError = inherited[2];
     startup.lpAttributeList = attributes.list();
+    // The list counts only with the second flag; without it Windows takes the structure for its shorter
+    // form.
     if (!process_.start(WideStr::fromUtf8(commandLine), CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT,
                         startup.StartupInfo)) {
         raiseUnableToRun(commandLine);
@@ -164,9 +170,10 @@ public:
     ~StreamThread() noexcept(false) override
     {
         process_.end();
-        // What runs on outside the job, where there is none, still holds the pipe, and a call that waits for
-        // it has to be cancelled: at a pipe that nobody holds it ends by itself. One that has not begun yet
-        // is met the next time. A line of the log that takes as long to be written is met too, and lost.
+        // Where there is no job, what the script has started runs on, and may hold the pipe open: a call on
+        // the pipe then waits without end, and has to be cancelled. (At a pipe that nobody holds any more it
+        // ends by itself.) A call that begins right after one cancellation is met by the next. So is a line
+        // of the log whose writing takes longer than the interval; that line is lost.
         while (WaitForSingleObject(done_.get(), kCancelMs) == WAIT_TIMEOUT) {
             CancelSynchronousIo(self_.load());
         }
@@ -177,6 +184,8 @@ public:
 private:
     void main() override
     {
+        // The right that CancelSynchronousIo asks for. Opened by the thread itself, as no other has its
+        // number before it runs.
         self_ = OpenThread(THREAD_TERMINATE, FALSE, GetCurrentThreadId());
         body_();
         SetEvent(done_.get());
@@ -195,6 +204,7 @@ bool readPipe(HANDLE pipe, const Sink &sink)
 {
     char piece[kPieceBytes];
     DWORD count = 0;
+    // A read may bring no bytes: a writer wrote none. That is no end.
     while (ReadFile(pipe, piece, sizeof piece, &count, nullptr)) {
         sink({piece, count});
     }
@@ -202,7 +212,8 @@ bool readPipe(HANDLE pipe, const Sink &sink)
     return error == ERROR_BROKEN_PIPE || error == ERROR_OPERATION_ABORTED;
 }
 
-/// Writes as much as the script takes; one that ends or closes its input early has all it wants.
+/// Writes as much as the script takes; one that ends or closes its input early has all it wants. The pipe is
+/// closed behind, which is how the script sees the end of its input.
 void writePipe(KernelHandle pipe, std::string_view text)
 {
     while (!text.empty()) {
@@ -239,6 +250,8 @@ private:
     Amount dropped_;
 };
 
+/// The first line that does not fit ends it, so that the log has one piece of what the script wrote, from
+/// its beginning.
 void ErrorLog::add(const Str &line)
 {
     const bool fits = dropped_.lines == 0 && logged_.lines < limits_.errorLines &&
@@ -281,6 +294,7 @@ private:
     const Str &label_;
     const ScriptLimits &limits_;
     ScriptProcess process_;
+    /// Signalled by the output thread when it gives up.
     KernelHandle stop_;
     bool outOfTime_ = false;
     /// Of the output thread, until it has been joined.
@@ -290,6 +304,7 @@ private:
 int ScriptRun::run(std::string_view input, const Sink &onOutput)
 {
     serveStreams(input, onOutput);
+    // First, since it says more than that the time ran out.
     if (outputFailure_) {
         std::rethrow_exception(outputFailure_);
     }
@@ -328,6 +343,7 @@ void ScriptRun::readOutput(const Sink &onOutput)
     std::uint64_t total = 0;
     const auto take = [&](std::string_view piece) {
         total += piece.size();
+        // Counted before it is handed on: nobody has to take more than the limit.
         if (total > limits_.outputBytes) {
             raiseScriptFailed(label_, Str::fromFormat("wrote more than %llu bytes",
                                                       static_cast<unsigned long long>(limits_.outputBytes)));
@@ -367,6 +383,7 @@ void LineSplitter::feed(std::string_view piece)
             piece.remove_prefix(1);
             continue;
         }
+        // Only now that more of the line has come: one of just this length goes out whole.
         if (line_.size() == kLongestLine) {
             handOn();
         }

@@ -10,7 +10,8 @@
 namespace velmox {
 
 /// How long a script may take, how much it may write to standard output, and how much of its standard error
-/// goes to the log. What is more of the latter is dropped and never fails a run.
+/// goes to the log. What is more of the latter is dropped and never fails a run. Scripts come with apps,
+/// from anybody: none may hold up the server or fill its memory or log.
 struct ScriptLimits
 {
     std::chrono::milliseconds time = std::chrono::seconds(60);

@@ -30,7 +30,8 @@ namespace {
 
 constexpr int kSuccess = 0;
 constexpr int kFailure = 1;
-/// Where 1 says something else.
+/// For commands whose exit code 1 is an answer, such as "there are findings": what they could not do has to
+/// differ.
 constexpr int kUnusable = 2;
 constexpr std::size_t kMostArguments = 16;
 
@@ -107,6 +108,7 @@ ModularInputsHost serverHost(const LoaderInfo &loader)
 /// To the byte as a script gets it, without line ends of this system's own.
 int writeOut(const Str &document)
 {
+    // What was printed before keeps its line ends.
     std::fflush(stdout);
     _setmode(_fileno(stdout), _O_BINARY);
     const bool isWritten = std::fwrite(document.data(), 1, document.size(), stdout) == document.size() &&
@@ -143,6 +145,7 @@ CheckRequest checkRequest(const Str &scheme)
             continue;
         }
         for (const SchemeSpec &spec : readSchemeSpecs(app)) {
+            // The first to define a scheme has it, as where schemes are initialised.
             if (request.schemes.insert(spec.name).second && spec.name == scheme) {
                 request.keys = spec.parameters;
             }
@@ -167,7 +170,8 @@ std::optional<int> checkConfiguration(const Invocation &invocation)
     return runCheck(*options, std::move(request));
 }
 
-/// The stanzas as they come out of the document that the monitor gets.
+/// The stanzas as they come out of the document that the monitor gets: put into XML and read again, so that
+/// what the way changes is seen here as well.
 Stanzas monitoredStanzas()
 {
     const Str document = InputDocument{{}, {}, enabledStanzas(stanzaPrefix(kMonitorScheme))}.toXml();
@@ -260,6 +264,7 @@ std::optional<int> runInstalled(const Command &command, const Invocation &invoca
     Logger::loadConfig(loader.getConfDir().join("log-velmoxd.cfg"), nullptr, {{"VELMOX_HOME", home.toStr()}},
                        true);
     armCrashLog(crashLogFolder());
+    // No thread can be made before the main thread has its object.
     const EmptyMainThread mainThread;
     return command.run(invocation);
 }
@@ -287,6 +292,7 @@ int runVelmoxd(const wchar_t *const *arguments)
     for (const wchar_t *const *word = arguments + 1; *word != nullptr; ++word) {
         words.push_back(Str::fromUtf16(asUtf16(*word)));
     }
+    // Answered without an installation, since it may be asked of a program that was only copied somewhere.
     if (words == StrVector{"--version"}) {
         std::printf("velmoxd %s\n", ProgramVersion::ofThisProgram().text().c_str());
         return kSuccess;

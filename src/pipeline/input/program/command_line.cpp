@@ -10,6 +10,8 @@ namespace velmox {
 
 namespace {
 
+/// One pass over the arguments. Options of later versions are passed over, so that a server may give them to
+/// any.
 class Scan
 {
 public:
@@ -47,6 +49,7 @@ private:
 
     bool readPid(bool &seen)
     {
+        // What stands behind the digits counts for nothing.
         if (!advance() || swscanf_s(*cursor_, L"%u", &out_.parentPid) != 1) {
             return false;
         }
@@ -64,6 +67,7 @@ private:
             if (!readText(value)) {
                 return false;
             }
+            // Anything but a plain 0 leaves the filters as they are without the option.
             out_.inclusive = value != "0";
         }
         return true;

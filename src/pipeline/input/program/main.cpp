@@ -95,6 +95,7 @@ int runInstalled(const wchar_t *const *arguments)
     // No thread can be made before the main thread has its object.
     const EmptyMainThread mainThread;
     CommandLine options;
+    // A call that makes no sense, which is something else than a run that failed.
     if (!scanCommandLine(arguments, options)) {
         return 1;
     }
@@ -129,6 +130,7 @@ int run_regmon(const wchar_t *const *arguments)
 
 int wmain(int, wchar_t **arguments)
 {
+    // First, so that a session sees all of the run, and last to go.
     const velmox::trace::Provider provider;
     velmox::trace::entryPoint(velmox::trace::EntryPointMessage::Started);
     return velmox::run_regmon(arguments);

@@ -6,6 +6,8 @@
 
 namespace velmox {
 
+// One process serves all stanzas, since there is one driver, which takes one filter. Arguments are those of
+// the monitor's stanzas that the server does not handle itself.
 const char kSchemeDescription[] = R"(<scheme>
   <title>Windows registry monitoring</title>
   <description>Reports changes of the registry, and what stands in it at the start.</description>
@@ -47,6 +49,7 @@ namespace {
 /// Each gives what is wrong with a value, or nothing.
 using Check = Str (*)(const Str &value);
 
+/// Compiled as the monitor compiles it, but without what makes it faster.
 Str compilerFault(const Str &pattern)
 {
     try {

@@ -7,7 +7,8 @@ namespace velmox {
 /// What the monitor's script tells a server that asks with `--scheme`.
 extern const char kSchemeDescription[];
 
-/// What is wrong with stanzas that are proposed for the monitor, in a sentence; empty when nothing is.
+/// What is wrong with stanzas that are proposed for the monitor, in a sentence for the user who proposed
+/// them; empty when nothing is.
 ///
 /// Stricter than the monitor, which replaces odd values by defaults: who proposes them should hear of it.
 Str findFault(const Stanzas &stanzas);

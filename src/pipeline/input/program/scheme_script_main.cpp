@@ -1,6 +1,6 @@
 // The script of the scheme WinRegMon, bin\scripts\WinRegMon.exe: tells servers what the monitor is, judges
 // stanzas for it, and otherwise is the monitor, by starting bin\velmox-regmon.exe with what it was given
-// itself.
+// itself. The monitor passes over arguments that it does not know, so it cannot be asked for these things.
 
 #include "pipeline/input/program/scheme_script.h"
 #include "pipeline/input/xml/config_xml_streaming_parser.h"
@@ -16,6 +16,7 @@ namespace {
 
 constexpr int kSuccess = 0;
 constexpr int kFailure = 1;
+// In units with the NUL, the longest that Windows can name (Maximum Path Length Limitation).
 constexpr DWORD kLongestPath = 32768;
 
 bool isAsked(const wchar_t *const *arguments, const wchar_t *request)
@@ -42,6 +43,7 @@ int validate()
         readXmlFromStdin(parser);
         fault = findFault(parser.stanzas());
     } catch (const std::exception &exception) {
+        // A document that cannot be read is a fault to be told like any other.
         fault = exception.what();
     }
     if (fault.empty()) {
@@ -66,6 +68,7 @@ Pathname monitorPath()
 WideStr argumentsAsGiven()
 {
     const WideStr line = asUtf16(GetCommandLineW());
+    // The program's own name ends at the quote that closes it, or at the first blank.
     const bool isQuoted = line.startsWith(u"\"");
     const std::size_t end = line.view().find_first_of(isQuoted ? u"\"" : u" \t", 1);
     return end == WideStr::npos ? WideStr() : line.substr(end + (isQuoted ? 1 : 0));

@@ -41,6 +41,7 @@ constexpr OldKey kOldKeys[] = {
     {"event_types", &MigrationRecord::eventTypes, "%s - 'sysmon.conf' - event_type not present."},
 };
 
+/// All stanzas, the disabled ones too: those are what a migration must not lose.
 Stanzas readAll(PropertyPages &pages)
 {
     RegexStringFilter everything("filter", ".*");
@@ -128,6 +129,7 @@ void SysmonMigrator::readRecord(const Str &stanzaName, const PropertiesMap &stan
     if (record.index.compareCaseless(kDefault) == 0) {
         record.index.clear();
     }
+    // Read for the record alone: no file of today has a place for it.
     record.eventTypes.replaceAll(".*", "");
     // A stanza that names no file keeps its own name as the key, although the message assumes one: what it
     // holds is then reported as belonging to neither filter file.
@@ -135,6 +137,7 @@ void SysmonMigrator::readRecord(const Str &stanzaName, const PropertiesMap &stan
     if (!stanza.tryGet("filter_file_name", key)) {
         monitorLog.info("%s - 'sysmon.conf' - filter_file_name missing, assuming regmon-filters.", kRead);
     }
+    // Of two stanzas that name one file the later in the order of names counts.
     filters_[key] = record;
 }
 
@@ -147,6 +150,7 @@ void SysmonMigrator::writeToInputs()
     }
     Stanzas stanzas;
     PropertyPages::get(kInputs)->enumerateStanzasWithPrefix("script://", stanzas, DisabledMode::OnlyEnabled);
+    // Where the monitor runs as a plain script, its options stand in that script's stanza, under any path.
     const auto found = std::find_if(stanzas.begin(), stanzas.end(), [](const auto &stanza) {
         return stanza.first.view().find("velmox-regmon") != std::string_view::npos;
     });
@@ -165,6 +169,7 @@ void SysmonMigrator::writeToInputs()
 void SysmonMigrator::writeToRegmonAndProcmon(const Str &fileName)
 {
     MigrationRecord record;
+    // What no stanza says of this file, the one for all files does.
     if (const auto own = filters_.find(fileName); own != filters_.end()) {
         record = own->second;
         filters_.erase(own);
@@ -177,6 +182,7 @@ void SysmonMigrator::writeToRegmonAndProcmon(const Str &fileName)
     }
     for (auto &[name, stanza] : readAll(*pages)) {
         bool dirty = false;
+        // The state goes to each stanza, the index to the one from which all inherit.
         if (name.compareCaseless(kDefault) != 0) {
             if (record.disabled.equals("1") && disable(stanza)) {
                 dirty = true;
@@ -201,6 +207,7 @@ void SysmonMigrator::saveToConfFile(const Str &fileName, const Str &stanzaName, 
     if (context.app.empty()) {
         context.app = kSystem;
     }
+    // The store writes the difference alone: defaults that were read along are not copied into a local file.
     PropertyPages::get(fileName, context)->write(context.app, stanzaName, stanza, false);
     monitorLog.info("%s - Saved the settings in file - %s, for [%s] during regmon migration.",
                     "SysmonMigrator::saveToConfFile", fileName.c_str(), stanzaName.c_str());

@@ -19,7 +19,8 @@ struct MigrationRecord
 /// into the files of today, and marks `sysmon.conf` as done. Each setting comes to rest in the app that
 /// provided it.
 ///
-/// Reads and writes only through the configuration store, whose exceptions pass. One thread.
+/// Reads and writes only through the configuration store, whose exceptions pass. What was written before one
+/// stays; the next start begins anew and finds less to do. One thread.
 class SysmonMigrator
 {
 public:
@@ -35,7 +36,9 @@ private:
     /// Reads `sysmon.conf`; `migrated` tells that nothing is to be done.
     void read(bool &migrated);
     void readRecord(const Str &stanzaName, const PropertiesMap &stanza);
+    /// Carries the sense of the filters into the stanza by which the monitor is run as a script.
     void writeToInputs();
+    /// Carries state and index into the stanzas of one of the two filter files.
     void writeToRegmonAndProcmon(const Str &fileName);
     void markAsMigrated();
     void saveToConfFile(const Str &fileName, const Str &stanzaName, const PropertiesMap &stanza);

@@ -18,6 +18,7 @@ namespace velmox {
 
 namespace {
 
+// How long a stop can take to be seen while nothing comes.
 constexpr DWORD kQueueMilliseconds = 500;
 
 } // namespace
@@ -112,6 +113,7 @@ bool WinRegistryMonitor::configure(const char *filterFileName)
 {
     constexpr char kFunction[] = "WinRegistryMonitor::configure";
     try {
+        // First: stanzas are translated by these names as they are read.
         hiveNames_.initHiveNameKeyMap();
         ConfigXmlStreamingParser parser;
         const auto &stanzas = readInputStanzas(parser);
@@ -145,6 +147,7 @@ bool WinRegistryMonitor::setRegEvtTypesToMonitor()
         trace::monitor(trace::Message::NoGroupForFilter, kFunction);
         return false;
     }
+    // Told once: for another configuration the server starts the program anew.
     const MonitorFilterConfig block = makeFilterBlock(*group, hiveNames_, registryOperationMasks());
     if (!device_.setFilter(block)) {
         const DWORD error = GetLastError();
@@ -215,6 +218,8 @@ bool WinRegistryMonitor::StartMonitorWorker()
                          static_cast<int>(error));
         return false;
     }
+    // The baseline stands on the stream before the first change, so the worker begins only now; what happens
+    // meanwhile waits in the driver.
     thread->start();
     // From here on there is an end to wait for.
     workerThread_ = thread;
@@ -285,7 +290,9 @@ void WinRegistryMonitor::MonitorWorker()
     trace::monitor(trace::Message::WorkerEnds, kFunction);
     // After a fatal error as after a stop, the end of the worker ends the program.
     stopFlag_.set();
+    // Or the main thread would see the flag only when its wait is over.
     queue_.wakeTaker();
+    // The very last: who waits for it takes away what this thread uses.
     SetEvent(workerDone_.get());
 }
 

@@ -85,8 +85,11 @@ private:
     void ProcessEnumeration();
     bool StartMonitorWorker();
     bool establishBaseline();
+    /// The main thread's work, until the stop flag is set.
     void serveQueue();
+    /// Notes the time of the start in its checkpoint file; on the worker thread.
     void recordStart() const;
+    /// Waits for the worker, closes the device and removes the driver.
     void tearDown();
 
     DeviceChannel device_;
@@ -95,12 +98,15 @@ private:
     StanzaDefaults defaults_;
     Pathname checkpointDir_;
     BaselineCheckPoint checkpoint_;
-    // Not deleted before the process ends.
+    // Not deleted before the process ends: its last act is to set `workerDone_`, behind which it still runs
+    // for a moment.
     WinRegistryMonitorThread *workerThread_ = nullptr;
     BufferQueue queue_;
     StopFlag stopFlag_;
     // Manual-reset; the worker sets it as its last act, and waiting for it stands in for a join.
     KernelHandle workerDone_;
+    // From here on only the main thread's. Each may refer to those above it, and goes before them; the
+    // emitter closes the stream when it goes.
     HiveNames hiveNames_;
     MonitorRules rules_;
     StatusTexts statusTexts_;

@@ -10,10 +10,12 @@ namespace velmox {
 
 namespace {
 
-// The class ObjectNameInformation: a UNICODE_STRING and behind it the text.
+// The class ObjectNameInformation: a UNICODE_STRING and behind it the text. The first call, without room,
+// gives STATUS_INFO_LENGTH_MISMATCH and the size. (Windows, ZwQueryObject and ntstatus.h.)
 constexpr ULONG kObjectNameInformation = 1;
 constexpr LONG kInfoLengthMismatch = static_cast<LONG>(0xC0000004);
 
+/// A UNICODE_STRING: lengths in bytes, without a NUL.
 struct CountedName
 {
     USHORT length;
@@ -41,6 +43,7 @@ LSTATUS openKey(HKEY parent, const wchar_t *path, REGSAM access, RegistryKeyHand
 NtQueryObject findNtQueryObject()
 {
     NtQueryObject routine = nullptr;
+    // It is in every process from the start to the end, so nothing has to be loaded or freed.
     if (const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll")) {
         findRoutine(ntdll, "NtQueryObject", routine);
     }
@@ -58,6 +61,7 @@ bool queryName(NtQueryObject query, HANDLE object, WideStr &name)
     if (!memory || query(object, kObjectNameInformation, memory.get(), size, &size) == kInfoLengthMismatch) {
         return false;
     }
+    // Fresh memory is all zeros: a second call that failed in another way leaves a name of no length.
     const auto *counted = static_cast<const CountedName *>(memory.get());
     name = WideStr(counted->text, counted->length / sizeof(char16_t));
     return true;

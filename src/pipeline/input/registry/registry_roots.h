@@ -5,7 +5,8 @@
 namespace velmox {
 
 /// A predefined key of the registry that events and settings may name. Plain values, so that code that needs
-/// no operating system can use the table.
+/// no operating system can use the table. HKEY_CLASSES_ROOT is not among them: it is a view of two other
+/// places, and the kernel reports those.
 struct RegistryRoot
 {
     const char16_t *shortName;

@@ -11,12 +11,14 @@ namespace velmox {
 
 namespace {
 
-// Of a sub key's name with its NUL; longer ones are left out of lists.
+// Of a sub key's name with its NUL; longer ones are left out of lists. (A name has 255 units at most.)
 constexpr DWORD kNameUnits = 255;
 
-// No registry has keys deeper than this (Windows, registry element size limits).
+// No registry has keys deeper than this (Windows, registry element size limits). It bounds the recursion.
 constexpr unsigned kDeepestLevel = 512;
 
+/// What one call tells of a key: the sizes of the room that its names and values need, and what tells it
+/// from most other keys.
 struct KeyInfo
 {
     DWORD subKeys = 0;
@@ -32,6 +34,7 @@ struct KeyInfo
                                 &values, &longestValueName, &longestData, nullptr, &lastWriteTime);
     }
 
+    /// Equal for the same key; whether equal ones are the same key has to be asked.
     bool operator==(const KeyInfo &other) const
     {
         return subKeys == other.subKeys && longestSubKeyName == other.longestSubKeyName &&
@@ -59,7 +62,9 @@ struct OpenKey
     unsigned level;
 
     /// Whether the key is one of those above it: a symbolic link has led back up, and any user can make one.
-    /// Names are asked for only where all else agrees, as each costs as much as a value.
+    /// The limit of depth alone would let one link repeat a tree 512 times, and two links in one key repeat
+    /// it without end in sight. Names are asked for only where all else agrees, as each costs as much as a
+    /// value.
     bool isRepeated() const
     {
         for (const OpenKey *other = above; other != nullptr; other = other->above) {
@@ -98,6 +103,7 @@ public:
     DWORD nameRoom() const { return nameRoom_; }
 
 private:
+    /// At an even address, as 16-bit text must be.
     std::size_t pathOffset() const { return (std::size_t{dataRoom_} + 1) / 2 * 2; }
 
     DWORD nameRoom_;
@@ -117,6 +123,7 @@ struct RegistryWalk
 
 void reportValues(const RegistryWalk &walk, HKEY key, const KeyInfo &info, const KeyBuffer &buffer)
 {
+    // The flag is not looked at in here: the values of one key are told all or not at all.
     for (DWORD index = 0; index < info.values; ++index) {
         DWORD nameLength = buffer.nameRoom();
         DWORD dataLength = buffer.dataRoom();
@@ -144,6 +151,7 @@ LSTATUS visitSubKeys(const RegistryWalk &walk, const OpenKey &open, const KeyBuf
         const bool hasName = *buffer.name() != L'\0';
         RegistryKeyHandle child;
         status = hasName ? openKey(open.key, buffer.name(), KEY_READ, child) : ERROR_SUCCESS;
+        // The buffer's path is that of the sub key now, and stays so until the next index.
         if (child.isValid() &&
             (walk.keyCallback == nullptr ||
              walk.keyCallback(buffer.path(), open.info.lastWriteTime, walk.context) == 1)) {
@@ -168,6 +176,7 @@ LSTATUS visitKey(const RegistryWalk &walk, HKEY key, std::u16string_view path, c
     if (open.isRepeated()) {
         return ERROR_SUCCESS;
     }
+    // One block for all that is read of the key, so that a walk over many keys allocates once for each.
     const KeyBuffer buffer(path, open.info);
     if (!buffer.isValid()) {
         return ERROR_NOT_ENOUGH_MEMORY;

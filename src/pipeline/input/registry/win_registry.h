@@ -10,7 +10,7 @@ namespace velmox {
 
 /// Reads the Windows registry: walks trees, lists sub keys and root names.
 ///
-/// Failures come back as Windows error codes or false. A walk runs on the calling thread.
+/// Failures come back as Windows error codes or false; nothing throws. A walk runs on the calling thread.
 class WinRegistry
 {
 public:

@@ -4,6 +4,7 @@ namespace velmox {
 
 namespace {
 
+/// Looks at the prefix alone; to fold whole paths would cost more than the comparison.
 bool startsWithCaseless(const Str &text, const Str &prefix)
 {
     return text.size() >= prefix.size() &&
@@ -20,6 +21,7 @@ const DriveMappings &DriveMap::mappings()
     return mappings_;
 }
 
+/// All but the drive stays as it was written: letters are folded where the pattern is compiled.
 Str DriveMap::translateProcessDrive(const Str &proc)
 {
     for (const DriveMapping &mapping : mappings()) {

@@ -15,8 +15,9 @@ struct DriveMapping
 
 using DriveMappings = std::vector<DriveMapping>;
 
-/// Carries paths between drives and devices. Prefixes are compared without case and need not end at a
-/// backslash.
+/// Carries paths between drives and devices: the kernel and the driver name files by devices, people by
+/// drives. Prefixes are compared without case and need not end at a backslash, so that of two devices one of
+/// which begins with the other's name, the first in the list is taken.
 class DriveMap
 {
 public:
@@ -27,9 +28,11 @@ public:
     /// For drives that are known.
     explicit DriveMap(DriveMappings mappings) : mappings_(std::move(mappings)) {}
 
-    /// Replaces a leading drive of a pattern by the device path, as a regular expression.
+    /// Replaces a leading drive of a pattern by the device path, as a regular expression: the rest is one
+    /// already.
     Str translateProcessDrive(const Str &proc);
-    /// Replaces a leading device of a path by its drive.
+    /// Replaces a leading device of a path by its drive. A path on no known device, such as that of a
+    /// network share, stays as it is.
     Str deviceToDrive(const Str &path);
     const DriveMappings &mappings();
 

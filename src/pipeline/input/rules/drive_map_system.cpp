@@ -5,6 +5,7 @@ namespace velmox {
 
 namespace {
 
+// Twenty-six drives take 26 times "C:\" with its NUL, 105 units with the NUL behind all.
 constexpr DWORD kDriveStringsUnits = 520;
 constexpr DWORD kDeviceUnits = 260;
 
@@ -19,6 +20,8 @@ void readSystemDrives(DriveMappings &out)
     for (const wchar_t *root = drives; *root != L'\0'; root += wcslen(root) + 1) {
         const wchar_t drive[] = {root[0], L':', L'\0'};
         wchar_t device[kDeviceUnits];
+        // The first text of the result is the mapping in force (documentation of QueryDosDevice); earlier
+        // ones follow behind its NUL.
         if (QueryDosDeviceW(drive, device, kDeviceUnits) == 0) {
             return;
         }

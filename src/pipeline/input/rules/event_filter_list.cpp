@@ -7,6 +7,8 @@ namespace velmox {
 
 namespace {
 
+// Texts whose answers are kept. Operations are a handful of words, and few machines run more processes;
+// where one does, what was forgotten is asked again.
 constexpr std::size_t kKnownTypes = 64;
 constexpr std::size_t kKnownProcesses = 1024;
 
@@ -20,6 +22,7 @@ const BitSet &TestedTexts::passing(const Str &text, const std::vector<RegMonEven
     if (texts_.size() == capacity_) {
         clear();
     }
+    // A set of as many numbers as there are filters, empty at first.
     const auto [entry, isNew] = texts_.try_emplace(text, filters.size());
     if (isNew) {
         for (std::size_t number = 0; number < filters.size(); ++number) {
@@ -46,6 +49,7 @@ SysMonEventFilterList::SysMonEventFilterList(std::uint64_t resortInterval)
 
 void SysMonEventFilterList::addFilter(RegMonEventFilter *filter, bool takeOwnership)
 {
+    // What was counted by places is written to the filters while the places still mean them.
     writeChecks();
     isPrepared_ = false;
     SmartFilterList::addFilter(filter, takeOwnership);
@@ -77,6 +81,7 @@ bool SysMonEventFilterList::matches(const SysMonFilterableEvent &event)
 
 bool SysMonEventFilterList::matches(const Str &keyPath, const Str &type, const ProcessSource &process)
 {
+    // The counters decide the new order, so they come first.
     if (isResortDue()) {
         writeChecks();
         resort();
@@ -105,9 +110,13 @@ void SysMonEventFilterList::prepare()
     for (Filter *filter : SmartFilterList::filters()) {
         auto *one = static_cast<RegMonEventFilter *>(filter); // addFilter takes no other
         numbered_.push_back(one);
+        // The text too, since a path that is the same letter for letter passes even where the pattern means
+        // something else.
         keys_.add(requiredLiterals(one->hiveText()), one->hiveText());
     }
     keys_.build();
+    // Most stanzas leave the process open; if only such are left for a record, its process need not be
+    // found.
     takeAnyProcess_ = BitSet(numbered_.size());
     for (std::size_t number = 0; number < numbered_.size(); ++number) {
         if (numbered_[number]->takesAnyProcess()) {
@@ -157,6 +166,8 @@ void SysMonEventFilterList::writeChecks() const
 
 void SysMonEventFilterList::gather(const Str &keyPath, const Str &type, const ProcessSource &process)
 {
+    // The key comes first: it is at hand, and most records have no filter left behind it. The process comes
+    // last and only where it has a say, as its path is looked up for that.
     keys_.find(keyPath, possible_);
     if (possible_.empty()) {
         return;
@@ -174,6 +185,8 @@ std::size_t SysMonEventFilterList::firstMatch(const Str &keyPath) const
     if (number == BitSet::kNone) {
         return numbered_.size();
     }
+    // Of several the first in the present order is wanted, since its counters are those that rise; one alone
+    // needs no walk to be found.
     if (possible_.next(number + 1) != BitSet::kNone) {
         return firstOfMany(keyPath);
     }

@@ -7,7 +7,7 @@ RegMonEventFilter::RegMonEventFilter(const Str &name, const Str &proc, const Str
 {
     procRegex_.compile(proc.lowered(), true, 0);
     hiveRegex_.compile(hive.lowered(), true, 0);
-    // Asked once for each of a handful of words, which no study is worth.
+    // Asked once for each of a handful of words, as the list keeps the answers: not worth making faster.
     typeRegex_.compile(type.lowered(), false, 0);
 }
 

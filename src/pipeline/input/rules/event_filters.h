@@ -19,14 +19,15 @@ struct SysMonFilterableEvent
 /// The filter of one stanza: process, key path and type of an event must all match.
 ///
 /// Type and process are searched, the key path must match as a whole. The patterns are folded to lower case
-/// as text, their escapes included: `\S` comes to mean `\s`.
+/// as text, like the events, which costs less than to match without regard to case; their escapes are
+/// included: `\S` comes to mean `\s`.
 class RegMonEventFilter : public AbstractFilter<SysMonFilterableEvent>
 {
 public:
     /// Throws RegexException.
     RegMonEventFilter(const Str &name, const Str &proc, const Str &hive, const Str &type);
 
-    /// Allocates nothing.
+    /// Allocates nothing. The operation is asked first and the key last, as that is the longest text.
     bool matches(const SysMonFilterableEvent &event) override;
 
     // The tests one by one, for a list that need not make them all.

@@ -8,9 +8,11 @@ namespace velmox {
 
 namespace {
 
+// The name in messages and traces, see diagnostics.h.
 constexpr char kFunction[] = "WinRegistryMonitor::setRegEvtTypesToMonitor";
 
-// The hive class of the first root whose name stands anywhere in the pattern; 0 for none.
+// The hive class of the first root whose name stands anywhere in the pattern; 0 for none. Anywhere, because
+// a pattern may have something else in front, such as a bracket.
 std::uint32_t hiveMask(const Regex &hive, const HiveNames &hiveNames)
 {
     Str text = hive.pattern();
@@ -34,11 +36,12 @@ void addHive(const SystemMonitoringConfig &config, const HiveNames &hiveNames, M
     monitorLog.error("%s: Unable to match a hive root path to any of the 'hive' options provided in the "
                      "configuration file",
                      kFunction);
+    // A pattern that names no root may match in any.
     block.hives = kUserHives | kMachineHives;
 }
 
-// By the patterns. Stanzas mostly have the same, and to compile them anew for each of 200 took the start 60
-// ms.
+// Lists by their patterns. Most stanzas have the same, and to compile them anew for each of 200 made a start
+// 60 ms longer.
 using TypeLists = std::map<StrVector, RegexFilterList>;
 
 void addOperations(RegexFilterList &types, const std::map<Str, std::uint32_t> &eventTypeMasks,

@@ -21,6 +21,7 @@ WideStr withDoubledBackslashes(const WideStr &path)
 
 void insertRoot(HiveNames::Map &map, const RegistryRoot &root, const WideStr &nativePath)
 {
+    // By the native path, not by the name: what the driver knows is where a key lies.
     const bool isOfMachine = nativePath.startsWith(u"\\REGISTRY\\MACHINE");
     HiveKeyInfo info;
     info.shortName = root.shortName;
@@ -49,17 +50,20 @@ void HiveNames::fill(const WideStr &currentUserPath)
     for (const auto &[root, info] : hiveKeyMap_) {
         shortened_.push_back({Str::fromUtf16(root), Str::fromUtf16(info.shortName)});
     }
+    // A user's root lies below that of all users, and the current configuration's below the machine's.
     std::ranges::stable_sort(shortened_, std::ranges::greater(),
                              [](const ShortenedRoot &entry) { return entry.root.size(); });
 }
 
 void HiveNames::detectCurrentControlSet(const Str &hive)
 {
+    // The text is that of a pattern, whose backslashes are doubled.
     if (!currentControlSetPath_.empty() || !hive.lowered().contains("system\\\\currentcontrolset")) {
         return;
     }
     const std::uint32_t active = activeControlSet_ ? *activeControlSet_ : systemControlSet();
     currentControlSetPath_ = "\\registry\\machine\\system\\";
+    // Windows keeps two as a rule. A third, as failed starts can leave, is taken for the second.
     currentControlSetPath_ += active == 1 ? "controlset001" : "controlset002";
 }
 

@@ -52,7 +52,7 @@ public:
     /// Replaces a root in the first component of a pattern by its `regexPath`.
     void translateHiveRoot(WideStr &hive) const;
     /// Replaces the longest native root that the path begins with by its short name. The comparison is of
-    /// text: it knows no component boundary.
+    /// text: it knows no component boundary, and case counts.
     void shortenHiveRoot(Str &keyPath) const;
 
     const Map &hiveKeyMap() const { return hiveKeyMap_; }

@@ -6,6 +6,7 @@ namespace velmox {
 
 namespace {
 
+// The name in messages, see diagnostics.h.
 constexpr char kFunction[] = "WinRegistryMonitor::initHiveNameKeyMap";
 
 } // namespace
@@ -16,7 +17,8 @@ void HiveNames::initHiveNameKeyMap()
         monitorLog.debug("%s The hive key map has already been initialized.", kFunction);
         return;
     }
-    // The key stays open for the life of the process.
+    // Not HKEY_CURRENT_USER, a predefined value that is no handle of the kernel's and so has no name to ask
+    // for. The key stays open for the life of the process.
     HKEY user = nullptr;
     if (RegOpenCurrentUser(KEY_READ, &user) != ERROR_SUCCESS) {
         return;

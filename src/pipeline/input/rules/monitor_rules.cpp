@@ -16,6 +16,8 @@ const SystemMonitoringConfig *MonitorFilterGroup::stanzaOf(const Str &keyPath)
     hives_.find(keyPath, possible_);
     for (std::size_t rank = possible_.next(0); rank != BitSet::kNone; rank = possible_.next(rank + 1)) {
         const SystemMonitoringConfig &config = configs[ranked_[rank]];
+        // Searched, where the filter matches the whole path: of an event that passed, this only tells the
+        // name.
         if (config.hive.finds(keyPath)) {
             return &config;
         }
@@ -23,6 +25,8 @@ const SystemMonitoringConfig *MonitorFilterGroup::stanzaOf(const Str &keyPath)
     return nullptr;
 }
 
+/// The longest text first, which is most often the narrowest pattern. The index counts by rank, so that the
+/// first number it gives is that of the longest.
 void MonitorFilterGroup::rank()
 {
     ranked_.resize(configs.size());
@@ -44,6 +48,7 @@ MonitorFilterGroup *MonitorRules::group(const Str &name)
 MonitorFilterGroup *MonitorRules::registryGroup()
 {
     if (registryGroup_ == nullptr) {
+        // Kept, as each record asks for it, and a look-up by name builds a text first.
         registryGroup_ = group(kRegmonFilters);
     }
     return registryGroup_;
@@ -81,6 +86,7 @@ Str MonitorRules::getIndexAndStanzaForProcmon(const Str &processPath, Str &stanz
     const Str path = processPath.lowered();
     Str index;
     for (const SystemMonitoringConfig &config : found->configs) {
+        // On to the last: of several that match it is the last that counts here.
         if (config.proc.finds(path)) {
             index = config.index;
             stanza = config.name;

@@ -7,6 +7,10 @@
 #include <memory>
 #include <vector>
 
+// The room `rules`: stanzas as what is asked of each record. The text of a stanza becomes a filter in a
+// group (stanza_configuration.h); the group finds the filters that may take a record (event_filter_list.h)
+// and says what the driver need not report at all (filter_block.h). Names of roots, drives and operations
+// are carried between the forms of people and those of the kernel.
 namespace velmox {
 
 /// Names of the filter groups.
@@ -47,7 +51,8 @@ struct MonitorFilterGroup
 private:
     void rank();
 
-    // The stanzas in that order, and by their literals; made for as many stanzas as there are.
+    // The stanzas in that order, and by their literals. Made when they are first needed, and made anew when
+    // stanzas have been added since.
     std::vector<std::size_t> ranked_;
     LiteralIndex hives_;
     BitSet possible_;

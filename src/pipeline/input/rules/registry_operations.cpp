@@ -25,6 +25,7 @@ constexpr std::array<RegistryOperation, 30> kOperations{
     kUnknown, kUnknown, kUnknown, kQuery, kUnknown, kClose,  kCreate, kCreate, kOpen,    kOpen,
 };
 
+/// The bits are the driver's. Several operations have one word, and so one bit.
 struct OperationMask
 {
     const char *word;

@@ -15,12 +15,14 @@ constexpr char kAnything[] = ".*";
 constexpr char kDefaultTypes[] = "rename|set|delete|create";
 constexpr char kDefaultInterval[] = "86400";
 
-// Lets a plain path admit one further component: the values and sub keys right under it.
+// Lets a plain path admit one further component: the values and sub keys right under it. CR and LF stand in
+// the brackets as bytes.
 constexpr std::string_view kPlainPathSuffix = "\\\\?([^\\\\\r\n]+){0,1}";
 static_assert(kPlainPathSuffix.size() == 18);
 
 Str shortName(const Str &stanzaName)
 {
+    // The prefix may end in the colon alone: "WinRegMon:software".
     for (const std::string_view separator : {"://", ":"}) {
         const std::size_t at = stanzaName.find(separator);
         if (at != Str::npos) {
@@ -30,6 +32,7 @@ Str shortName(const Str &stanzaName)
     return stanzaName;
 }
 
+/// An empty value counts as a missing one: as a pattern it would match everything.
 Str patternOr(const PropertiesMap &stanza, const char *key, const char *dflt)
 {
     Str value = stanza.get(key);
@@ -40,12 +43,15 @@ Str patternOr(const PropertiesMap &stanza, const char *key, const char *dflt)
     return value;
 }
 
+/// An empty value stands, unlike that of a pattern.
 Str valueOr(const PropertiesMap &stanza, const char *key, const Str &dflt)
 {
     Str value;
     return stanza.tryGet(key, value) ? value : dflt;
 }
 
+/// The root first, as it is what the configured text begins with. Whether it is a plain path is asked of the
+/// configured text as well.
 Str finalHivePattern(const Str &hive, const HiveNames &hiveNames)
 {
     WideStr wide = WideStr::fromUtf8(hive);
@@ -69,6 +75,7 @@ void addStanza(const Str &stanzaName, const PropertiesMap &stanza, const StanzaD
         new RegMonEventFilter(stanzaName, drives.translateProcessDrive(proc), finalHive, type), true);
 
     SystemMonitoringConfig config;
+    // The same patterns once more: the filter judges events, these name the stanza of one that passed.
     config.proc.compile(proc.lowered(), true, 0);
     config.hive.compile(finalHive.lowered(), true, 0);
     config.index = valueOr(stanza, "index", defaults.index);
@@ -81,6 +88,7 @@ void addStanza(const Str &stanzaName, const PropertiesMap &stanza, const StanzaD
 
 bool isWanted(const Str &stanzaName, const PropertiesMap &stanza)
 {
+    // What "default" says has come down to the other stanzas already.
     if (stanzaName == "default" || stanza.isDisabled()) {
         return false;
     }

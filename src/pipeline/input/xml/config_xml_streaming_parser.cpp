@@ -47,6 +47,8 @@ void ConfigXmlStreamingParser::enterRoot()
     }
 }
 
+/// What is not known is refused, not skipped: a misspelt element would be a setting that does nothing,
+/// without a word.
 void ConfigXmlStreamingParser::enterChild(const Str &name)
 {
     for (const Child &child : kChildren) {
@@ -100,6 +102,7 @@ const ConfigXmlStreamingParser::Child *ConfigXmlStreamingParser::innermost() con
 
 void ConfigXmlStreamingParser::characters(const Str &piece)
 {
+    // Where there is no text of interest none is kept, such as the indentation between elements.
     if (const Child *element = innermost(); element != nullptr && element->hasText) {
         text_.append(piece);
     }
@@ -146,6 +149,8 @@ void ConfigXmlStreamingParser::storeParam()
 
 void readXmlFromStdin(XmlStreamingParser &parser, std::FILE *in)
 {
+    // That `fread` waits until these are full does no harm: nothing is done with the document before its
+    // end.
     char bytes[8192];
     for (;;) {
         const std::size_t count = std::fread(bytes, 1, sizeof bytes, in);

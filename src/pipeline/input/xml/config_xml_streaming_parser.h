@@ -19,6 +19,7 @@ public:
     ConfigXmlStreamingParser() : currentStanza_(stanzas_.end()) {}
 
     const Stanzas &stanzas() const { return stanzas_; }
+    /// Empty where the document has none.
     const Pathname &checkpointDirectory() const { return checkpointDir_; }
     const Str &serverHost() const { return serverHost_; }
     const Str &serverUri() const { return serverUri_; }
@@ -31,6 +32,7 @@ public:
     void characters(const Str &piece) override;
 
 private:
+    /// The innermost element, or the attribute `name` of one, whose value is to come.
     enum class State : std::uint32_t
     {
         Outside,
@@ -53,7 +55,8 @@ private:
     void enterChild(const Str &name);
     void storeParam();
 
-    /// The open elements, joined as a path: messages show them with the backslashes of one.
+    /// The open elements, joined as a path: messages show them with the backslashes of one. Outside the root
+    /// it is all that tells where an element stands.
     Pathname path_;
     State state_ = State::Outside;
     Str serverHost_;

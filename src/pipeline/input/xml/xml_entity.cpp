@@ -72,7 +72,7 @@ enum class Place
 };
 
 /// A reader may turn a carriage return into a line feed, and each blank of an attribute into a space, unless
-/// they are references.
+/// they are references (XML 1.0, 2.11 and 3.3.3).
 bool needsReference(char byte, Place place)
 {
     return byte == '\r' || (place == Place::Attribute && (byte == '\n' || byte == '\t'));
@@ -113,6 +113,8 @@ XmlEntity readXmlEntity(std::string_view bytes, bool complete)
         if (bytes[at] == ';') {
             return resolve(bytes.substr(1, at - 1));
         }
+        // Most plain ampersands, such as that of "a & b", are known by the next byte, and text needs not
+        // wait for more.
         if (!kNameBytes.contains(bytes[at])) {
             return kPlainAmpersand;
         }

@@ -31,8 +31,8 @@ std::size_t findFirst(std::string_view bytes, const CharSet &set, std::size_t fr
     return from;
 }
 
-/// Length of the front of `bytes` that cannot belong to `end`, two equal bytes and a `>`, when `end` isn't at
-/// hand: all but one or two of its leading bytes.
+/// How many bytes can be given out although `end`, two equal bytes and a `>`, has not come yet: all but the
+/// one or two at the back that may be its beginning.
 std::size_t lengthBeforeEnd(std::string_view bytes, std::string_view end)
 {
     std::size_t length = bytes.size();
@@ -103,6 +103,8 @@ std::size_t XmlStreamingParser::contentStep(std::string_view bytes)
     if (bytes.front() != '<') {
         return textStep(bytes);
     }
+    // A beginning that is cut, such as "<!-", is neither yet: as a tag it has no end of its name, and waits
+    // for the rest.
     if (bytes.starts_with(kCommentStart)) {
         commentBegin();
         mode_ = Mode::Comment;
@@ -161,6 +163,7 @@ std::size_t XmlStreamingParser::commentStep(std::string_view bytes)
     }
     const std::size_t end = bytes.find(kCommentEnd);
     if (end == bytes.npos) {
+        // What cannot belong to the end is dropped at once, so that a long comment is no token to be kept.
         return lengthBeforeEnd(bytes, kCommentEnd);
     }
     commentEnd();
@@ -176,6 +179,7 @@ std::size_t XmlStreamingParser::cdataStep(std::string_view bytes)
     const std::size_t end = bytes.find(kCdataEnd);
     const std::size_t length = end == bytes.npos ? lengthBeforeEnd(bytes, kCdataEnd) : end;
     if (length > 0) {
+        // Not decoded: an `&` means itself in here.
         copyWithoutNuls(bytes.substr(0, length));
         deliverText();
     }
@@ -240,6 +244,7 @@ std::size_t XmlStreamingParser::attributeValueStep(std::string_view bytes)
     if (kBlanksAndNul.contains(first)) {
         return 1;
     }
+    // Values without quotes are no XML, but people write them.
     const bool quoted = first == '"' || first == '\'';
     const std::size_t start = quoted ? 1 : 0;
     const CharSet ends = quoted ? CharSet(std::string_view(&first, 1)) : kBareValueEnds;

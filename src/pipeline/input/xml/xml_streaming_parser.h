@@ -24,6 +24,7 @@ public:
     XmlStreamingParser(const XmlStreamingParser &) = delete;
     XmlStreamingParser &operator=(const XmlStreamingParser &) = delete;
 
+    /// Takes the next piece of the document, of any length. The bytes stay the caller's.
     void feed(const char *bytes, std::size_t length);
 
     /// Also called for declarations, with the name "?xml" or "!DOCTYPE"; they have no `endElement`.
@@ -65,7 +66,8 @@ private:
         AttributeValue
     };
 
-    // A step takes the bytes at hand, never none, and returns how many it consumed, or kNeedMore.
+    // A step takes the bytes at hand, never none, and returns how many it consumed, or kNeedMore. It calls
+    // operations only when it consumes, so that a step that is taken again calls nothing twice.
     static constexpr std::size_t kNeedMore = std::string_view::npos;
     std::size_t consume(std::string_view bytes);
     std::size_t step(std::string_view bytes);
@@ -83,9 +85,12 @@ private:
     void copyWithoutNuls(std::string_view bytes);
     void deliverText();
 
+    /// The text that the calls get; it keeps its memory from token to token.
     Str token_;
+    /// The beginning of a token whose end has not come yet.
     Str pending_;
     Mode mode_ = Mode::Content;
+    /// Whether `charactersBegin` was called without its end: a run of text goes on through comments.
     bool inText_ = false;
     std::uint64_t position_ = 0;
     std::uint64_t tokenStart_ = 0;
