@@ -90,7 +90,8 @@ EventsCommandLine readEventsCommandLine(const std::vector<std::string> &words, b
     EventsCommandLine line;
     line.command = isTerminal ? EventsCommand::Table : EventsCommand::Json;
     bool areFiles = false;
-    // The first word that is no option is the command, if it is the word of one.
+    // The first word that is no option is the command, if it is the word of one. A file of such a name can be
+    // given behind `--`, or behind the command.
     bool mayBeCommand = true;
     auto at = words.begin();
     while (at != words.end()) {
@@ -104,6 +105,7 @@ EventsCommandLine readEventsCommandLine(const std::vector<std::string> &words, b
             mayBeCommand = false;
             ++at;
         } else if (*at == "--help" || *at == "-h") {
+            // Whatever else is wrong: who asks for help gets it.
             line.command = EventsCommand::Help;
             return line;
         } else if (*at == "--") {
