@@ -18,7 +18,7 @@
 // that the driver filled, and a `CaptureEnd`. docs/formats.md has the bytes.
 namespace velmox {
 
-/// A capture can't be read, in a sentence for people: it is damaged, or no capture at all.
+/// A capture can't be read, or not be made; in a clause for people, behind the name of the file or block.
 class CaptureException : public BaseException
 {
 public:
@@ -45,7 +45,7 @@ struct CaptureStart
     /// Number of the control set in use.
     std::uint32_t controlSet = 1;
     DriveMappings drives;
-    /// In the order in which the process table learns them.
+    /// In the order in which the process table learns them: of two with one number the later one counts.
     std::vector<CapturedProcess> processes;
 };
 

@@ -41,6 +41,7 @@ private:
     template <class Contents>
     void decodeBlock(Contents &contents) const;
     [[noreturn]] void fail(const char *reason) const;
+    // Throws unless the facts, with those of all buffers before, have what the records ask for.
     void expectFacts(const CapturedBuffer &buffer);
     void expectNoMore();
 
@@ -49,7 +50,7 @@ private:
     CaptureEnd end_;
     bool isCut_ = false;
     bool isAtEnd_ = false;
-    // Of the block at hand.
+    // Of the block at hand. The records handed out lie in it.
     std::string contents_;
     std::uint64_t number_ = 0;
     // Of all buffers so far.

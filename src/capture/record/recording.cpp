@@ -50,6 +50,7 @@ void Recording::askTime(std::uint64_t timestamp)
         return;
     }
     lastSecond_ = second;
+    // At the full second: zones change at full seconds, so the difference holds for all of it.
     const Timeval utc(second * Timeval::kTicksPerSecond);
     Timeval local;
     const bool isKnown = machine_.localTime(utc, local);
@@ -59,6 +60,7 @@ void Recording::askTime(std::uint64_t timestamp)
 
 void Recording::askStatus(std::uint32_t status)
 {
+    // Nearly all operations succeed: the status is the one before, and need not be looked up.
     if (status == lastStatus_ && !knownStatuses_.empty()) {
         return;
     }
