@@ -215,8 +215,8 @@ std::optional<Str> hiveWithout(const Str &hive, std::string_view filterPath, std
         isFirst = false;
     }
     if (!hasPatternCharacters(Str(pattern)) && out.view() != pattern) {
-        // The monitor puts this behind a plain path, one without a special character. With the assertion it
-        // is plain no longer, so that it has to stand here.
+        // What the monitor puts behind a path without special characters, here as it can stand in one line.
+        // With the assertion in it the monitor takes this for a plain path no longer.
         out << R"(\\?([^\\\r\n]+)?)";
     }
     return out;

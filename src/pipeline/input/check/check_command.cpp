@@ -67,6 +67,7 @@ Str jsonOf(const Finding &finding)
     object["severity"] = nameOf(finding.severity);
     object["code"] = finding.code;
     object["message"] = std::string(finding.message);
+    // A value may hold bytes that are no UTF-8, at which the library would throw.
     return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
@@ -137,6 +138,7 @@ int runCheck(const CheckOptions &options, CheckRequest request)
     const ConfiguredStanzas stanzas = readConfiguredStanzas("inputs");
     const Findings findings = checkStanzas(stanzas, request);
     if (options.json) {
+        // Lines for programs end in LF, on Windows too.
         _setmode(_fileno(stdout), _O_BINARY);
     }
     print(findings, options);

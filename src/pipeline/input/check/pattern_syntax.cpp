@@ -13,15 +13,21 @@ namespace {
 
 using Kind = PatternPart::Kind;
 
+// Escapes of a single letter, those that are a character or a set of them, and those that take none
+// (pcrepattern, "Backslash"). The pattern is folded, so that there are no capitals.
 constexpr CharSet kClassEscapes("dswhvnrtfae");
 constexpr CharSet kAssertionEscapes("bz");
 constexpr CharSet kHex("0123456789abcdef");
 constexpr CharSet kDigits("0123456789");
 constexpr CharSet kOptions("imsxuj-");
 
-/// Deeper than any pattern that a person writes; the stack is no matter then.
+/// Groups within groups, each of which is a few calls on the stack; deeper than any pattern that a person
+/// writes.
 constexpr unsigned kDeepest = 100;
 
+/// Reads a pattern by recursive descent: a choice of sequences of items, each with its quantifier. At the
+/// first thing that it does not know it gives up on the whole pattern (`isLost_`): a check that says nothing
+/// does less harm than one that is wrong.
 class Parser
 {
 public:
@@ -75,6 +81,7 @@ private:
         case '^':
         case '$':
             return {Kind::Assertion, cut(1)};
+        // A quantifier with nothing to repeat; PCRE refuses it, so that something before was misread.
         case '*':
         case '+':
         case '?':
@@ -89,6 +96,7 @@ private:
         if (!rest_.starts_with('?')) {
             return rest_.starts_with('*') ? lost() : closed(choice());
         }
+        // Before names, which begin with `?<` too.
         for (const char *look : {"?=", "?!", "?<=", "?<!"}) {
             if (take(look)) {
                 closed(choice());
@@ -158,7 +166,8 @@ private:
         if (length > 0) {
             return {Kind::Class, cut(length)};
         }
-        // Letters without a meaning stand for themselves; references are not followed.
+        // A letter without a meaning stands for itself. References need what a group matched, and are not
+        // followed.
         if (kDigits.contains(letter) || letter == 'g' || letter == 'k') {
             return lost();
         }
