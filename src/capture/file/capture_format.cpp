@@ -24,6 +24,8 @@ namespace velmox::capture_format {
 
 namespace {
 
+// The functions `put` and `Decoder::get` come in pairs, which name the same members in the same order: that
+// order is the format. A change of either needs another `kVersion`.
 static_assert(std::endian::native == std::endian::little, "numbers are written as they stand in memory");
 
 template <class Number>
@@ -101,6 +103,7 @@ public:
 
     void get(std::u16string &text)
     {
+        // In 64 bits, where no count of 32 makes the product wrap.
         const std::string_view bytes = take(std::size_t{takeCount()} * sizeof(char16_t));
         text.resize(bytes.size() / sizeof(char16_t));
         std::memcpy(text.data(), bytes.data(), bytes.size());
@@ -229,6 +232,7 @@ std::optional<BlockHead> decodeHead(std::string_view bytes)
     decoder.get(ownSum);
     const bool isKnown = kind >= static_cast<std::uint32_t>(BlockKind::Start) &&
                          kind <= static_cast<std::uint32_t>(BlockKind::End);
+    // A kind that is not known can only be damage: another version has another file head.
     if (ownSum != checkSum(bytes.substr(0, kBlockHeadBytes - sizeof ownSum)) || !isKnown ||
         head.bytes > kMostBlockBytes) {
         return std::nullopt;

@@ -70,6 +70,7 @@ void readDocument(ConfigXmlStreamingParser &parser)
     while (const std::size_t count = std::fread(bytes, 1, sizeof bytes, stdin)) {
         document.append(bytes, count);
     }
+    // In place, as the kept bytes never overtake those that are looked at.
     std::size_t kept = 0;
     for (std::size_t at = 0; at < document.size(); ++at) {
         if (!document.substr(at, 2).starts_with("\r\n")) {

@@ -90,8 +90,8 @@ void appendRanking(const Map &tallies, std::size_t most, std::string &out)
     }
 }
 
-/// The keys as a tree. What has few records is summed up, and a key that only leads to another shares its
-/// line.
+/// The keys as a tree. What has less than a hundredth of the records is summed up, and a key that only leads
+/// to another shares its line.
 class TreeText
 {
 public:

@@ -66,6 +66,7 @@ std::optional<Field> findField(std::string_view name);
 class EventFields
 {
 public:
+    /// Takes up an event. What the one before told is gone.
     void read(const StreamEvent &event);
 
     /// Empty when the event has no such field, and for `Strings`.

@@ -21,6 +21,7 @@ public:
     /// not compile.
     void add(std::string_view condition);
 
+    /// Whether the event meets all conditions; without one every event does.
     bool accepts(const EventFields &fields);
 
     /// A condition, as it was added, whose search was given up since this was asked last.

@@ -12,7 +12,8 @@ using Json = nlohmann::ordered_json;
 
 static_assert(kFieldCount <= 32, "a shape has a bit for each field");
 
-/// The node of a field, with the objects that lead there made where they are missing.
+/// The node of a field, with the objects that lead there made where they are missing: `registry.data.type` is
+/// a member of an object in an object.
 Json &nodeOf(Json &root, std::string_view name)
 {
     Json *node = &root;

@@ -25,6 +25,7 @@ public:
 
     /// The names of the columns; nothing where lines are not cut, since those are for programs.
     void appendHeader(std::string &out) const;
+    /// `fields` have been read from `event`.
     void append(const StreamEvent &event, const EventFields &fields, std::string &out);
 
 private:

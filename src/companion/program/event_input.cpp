@@ -90,6 +90,7 @@ bool EventInput::readBytes(int descriptor, const std::string &name)
         // Returns what a pipe has by now, so that events are passed on as they come, and the pause below is
         // the moment before the next wait.
         const auto length = ::read(descriptor, chunk->data(), kChunkBytes);
+        // A signal came in between, and nothing was read.
         if (length < 0 && errno == EINTR) {
             continue;
         }

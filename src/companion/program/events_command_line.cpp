@@ -22,7 +22,8 @@ constexpr CommandRow kCommands[] = {
 
 constexpr std::string_view kWhere = "--where";
 
-/// Reads `--where` at the front of `at`, and moves past it; false if something else stands there.
+/// Reads `--where` at the front of `at`, with its condition behind it or, after a `=`, in the same word, and
+/// moves past it; false if something else stands there.
 bool takeWhere(std::vector<std::string>::const_iterator &at, std::vector<std::string>::const_iterator end,
                EventFilter &filter)
 {

@@ -21,7 +21,7 @@ enum class EventsCommand
 struct EventsCommandLine
 {
     EventsCommand command = EventsCommand::Table;
-    /// Differences as JSON.
+    /// Whether `diff` writes JSON; the other commands have one form each.
     bool isJson = false;
     EventFilter filter;
     /// Where the report goes; "-" is standard output.

@@ -128,6 +128,7 @@ std::string EventReport::json() const
 
 std::string EventReport::page() const
 {
+    // By this an earlier page is known from any other file.
     static_assert(kPageHead.starts_with(kPageStart));
     std::string page(kPageHead);
     page += json();

@@ -34,7 +34,8 @@ std::size_t countOf(const Findings &findings, Severity severity)
     return static_cast<std::size_t>(std::ranges::count(findings, severity, &Finding::severity));
 }
 
-/// A message may quote a value that goes over several lines.
+/// A message may quote a value that goes over several lines; whoever reads findings with a script takes one a
+/// line.
 Str onOneLine(const Str &text)
 {
     Str line = text;

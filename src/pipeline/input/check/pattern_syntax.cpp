@@ -127,6 +127,8 @@ private:
         const bool outer = dotAll_;
         bool isOn = true;
         while (!rest_.empty() && kOptions.contains(rest_.front())) {
+            // What stands behind a minus sign is switched off. With `x` blanks and remarks would count for
+            // nothing from here on.
             const char option = cut(1)[0];
             isLost_ = isLost_ || (option == 'x' && isOn);
             isOn = isOn && option != '-';
@@ -200,6 +202,7 @@ private:
         // A bracket in front is a member.
         end += rest_.substr(end).starts_with(']') ? 1 : 0;
         while (end < rest_.size() && rest_[end] != ']') {
+            // A class by name, such as `[:alpha:]`, whose bracket does not end the one around it.
             if (rest_.substr(end).starts_with("[:")) {
                 const std::size_t named = rest_.find(":]", end);
                 end = named == rest_.npos ? end : named + 1;
@@ -253,6 +256,7 @@ private:
         const auto isNumber = [](const Str &text) {
             return std::ranges::all_of(text, [](char byte) { return kDigits.contains(byte); });
         };
+        // `{,5}` is text for PCRE 8.
         if (first.empty() || !isNumber(first) || !isNumber(second)) {
             return false;
         }
@@ -347,6 +351,7 @@ Str patternFault(const Str &pattern)
 
 std::optional<PatternPart> parsePattern(const Str &pattern)
 {
+    // Up to a NUL, as PCRE 8 takes its patterns.
     return Parser(pattern.c_str()).parse();
 }
 

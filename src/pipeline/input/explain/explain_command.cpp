@@ -209,6 +209,7 @@ public:
     bool read(Question &question)
     {
         while (at_ != end_) {
+            // An option that comes twice is refused: the last one would win without a word.
             if (!taken_.insert(*at_).second || (!takeSwitch(question) && !takeText(question))) {
                 return false;
             }
@@ -255,7 +256,7 @@ private:
     std::set<Str> taken_;
 };
 
-/// The word of an operation that is called by it, or as events call it.
+/// The word of an operation that is called by its word, such as "set", or as events call it, "SetValue".
 Str wordOf(const Str &operation)
 {
     const auto masks = registryOperationMasks();
