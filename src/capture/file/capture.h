@@ -38,7 +38,8 @@ struct CaptureStart
 {
     /// The moment, UTC in 100-nanosecond units since 1 January 1601.
     std::uint64_t time = 0;
-    /// What the driver was asked for; all zeros where somebody else had asked it and that is not known.
+    /// What the driver was asked for; all zeros beside a monitor, which had asked for something that is not
+    /// known.
     MonitorFilterConfig filter = {};
     /// Native path of the current user's root; empty where the system does not tell it.
     std::u16string userPath;

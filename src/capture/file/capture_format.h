@@ -32,12 +32,12 @@ struct BlockHead
     std::uint32_t sum = 0;
 };
 inline constexpr std::size_t kBlockHeadBytes = 16;
-/// Contents are never longer, so that a length which is a lie costs no more memory than this. The driver's
-/// buffers have at most 64 KiB.
+/// Contents are never longer, so that a wrong length costs no more memory than this. The driver's buffers
+/// have at most 64 KiB.
 inline constexpr std::uint32_t kMostBlockBytes = 16 * 1024 * 1024;
 
-/// The low half of XXH64 with the seed 0. It guards against damage, not against somebody who means it. A
-/// CRC-32 takes as long as half of what the monitor does with a record.
+/// The low half of XXH64 with the seed 0. It guards against damage, not against forgery. A CRC-32 takes as
+/// long as half of what the monitor does with a record.
 std::uint32_t checkSum(std::string_view bytes);
 
 std::string fileHead();

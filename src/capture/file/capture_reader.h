@@ -8,8 +8,8 @@
 
 namespace velmox {
 
-/// Reads a capture that anybody may have written, and believes nothing: it gives whole and sound blocks, or
-/// says what is wrong. For one thread.
+/// Reads a capture that anybody may have written, and trusts nothing in it unchecked: it gives whole and
+/// sound blocks, or says what is wrong. For one thread.
 ///
 /// A capture may end early, when whoever recorded it was killed or the disk was full. What is there is then
 /// read up to its last whole block, and `isCut` is true behind it.

@@ -37,8 +37,8 @@ bool isOfHives(const MonitorRecord &record, std::uint32_t hives)
 
 AskedRecords::AskedRecords(const MonitorFilterConfig &recorded, const MonitorFilterConfig &asked)
 {
-    // Beside a monitor it is not known what the driver was asked for. Then everything may be in the file, and
-    // all that is not asked for now is looked at; whether anything is missing can't be said.
+    // Beside a monitor it is not known what the driver was asked for. Then anything may be in the file, and
+    // whatever is not asked for now is left out; whether something is missing can't be said.
     const bool isKnown = recorded.events != 0;
     operations_ = (isKnown ? recorded.ops : ~0u) & ~asked.ops;
     hives_ = (isKnown ? recorded.hives : ~0u) & ~asked.hives;

@@ -106,7 +106,7 @@ EventsCommandLine readEventsCommandLine(const std::vector<std::string> &words, b
             mayBeCommand = false;
             ++at;
         } else if (*at == "--help" || *at == "-h") {
-            // Whatever else is wrong: who asks for help gets it.
+            // What stands behind it is not looked at.
             line.command = EventsCommand::Help;
             return line;
         } else if (*at == "--") {

@@ -71,7 +71,7 @@ bool isLikelySeparator(const Str &pattern, const LetterEscape &escape, const Hiv
         return false;
     }
     if (isAsciiDigit(letter)) {
-        // A group that there is not is referred to by nobody.
+        // A digit refers to a group. Where the pattern has fewer groups than that, none was meant.
         return followsName && (word > 0 || letter - '0' > std::ranges::count(pattern, '('));
     }
     // `\Software` has a word behind its capital, `\S+` has none.
