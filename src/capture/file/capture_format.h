@@ -10,8 +10,7 @@
 namespace velmox::capture_format {
 
 /// A byte above 0x7F, so that no ASCII text begins like this; CR LF, which a transfer that changes line ends
-/// spoils; Ctrl-Z, at which the `type` of Windows stops. The same idea as in PNG (its specification,
-/// "Rationale: PNG file signature").
+/// spoils; Ctrl-Z, at which the `type` of Windows stops. The same idea as in PNG (RFC 2083, 12.11).
 inline constexpr std::string_view kMagic = "\x89VCAP\r\n\x1a";
 inline constexpr std::uint32_t kVersion = 1;
 inline constexpr std::size_t kFileHeadBytes = 12;
