@@ -1,9 +1,8 @@
 // What the monitor's figures are measured by.
 //
 //     bench_reference events FILE     writes the events of a file one by one, each flushed
-//     bench_reference walk BYTES      reads every key and value of HKEY_LOCAL_MACHINE, and for each value
-//     writes
-//                                     so many bytes, flushed
+//     bench_reference walk BYTES      reads every key and value of HKEY_LOCAL_MACHINE, and writes so many
+//                                     bytes for each value, flushed
 
 #include "util/system/owned_handle.h"
 

@@ -9,6 +9,7 @@ namespace velmox::bench {
 
 namespace {
 
+// These figures are the system's, not the program's.
 constexpr Goal kNoGoal = {};
 
 void queryMemory()

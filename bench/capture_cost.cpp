@@ -6,6 +6,7 @@ namespace velmox::bench {
 
 namespace {
 
+/// The size of the monitor's first reads, and so of most blocks of a capture.
 constexpr std::size_t kReadBytes = 8192;
 
 /// Hands over whole records by the read.

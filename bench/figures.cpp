@@ -7,6 +7,7 @@ namespace velmox::bench {
 
 namespace {
 
+/// On a shared machine some rounds are slow; the median does not see them.
 double median(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());

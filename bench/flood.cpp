@@ -14,6 +14,7 @@ using testbed::Bytes;
 using testbed::RecordFields;
 using testbed::TestDriver;
 
+// The size of the monitor's first reads.
 constexpr DWORD kReadSize = 8192;
 constexpr unsigned kThousand = 1000;
 // 2 microseconds from record to record.
@@ -50,6 +51,8 @@ Bytes thousandRecords(unsigned processes)
 void fill(TestDriver &driver, const Flood &flood)
 {
     driver.reset();
+    // Closed while a program starts: its start is no part of the measurement, and the whole flood waits when
+    // it begins to read.
     driver.closeGate();
     driver.push(imageRecords(flood.processes));
     driver.push(thousandRecords(flood.processes), flood.thousands, kTicksBetween);
@@ -81,6 +84,7 @@ double drainSeconds(const Flood &flood, const Str &command, std::string_view inp
 {
     TestDriver driver;
     fill(driver, flood);
+    // Also for a program that shares the device and asks for nothing itself.
     driver.setFilter(testbed::everything());
     const FileHandle output = createOutputFile("C:\\drained.txt");
     const Program program(command, output.get(), input);
@@ -136,6 +140,7 @@ double bareSeconds(const Flood &flood, AfterRead afterRead)
         CreateFileW(L"\\\\.\\VelmoxTrace", 0, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
     const std::uint64_t start = ticksNow();
     for (DWORD bytes = 1; bytes != 0;) {
+        // A new buffer for each read, as the monitor hands each one on.
         const std::unique_ptr<unsigned char[]> buffer(new unsigned char[kReadSize]);
         if (!DeviceIoControl(device.get(), VELMOX_IOCTL_READ_EVENTS, nullptr, 0, buffer.get(), kReadSize,
                              &bytes, nullptr)) {

@@ -14,7 +14,8 @@ struct Options
 
 /// A registry record of 180 bytes or so on a key below HKLM\Software.
 testbed::RecordFields record(const std::u16string &key, unsigned pid = 4);
-/// The name of the last record of any flood.
+/// The name of the last record of any flood, which is accepted: its event in the output says that all before
+/// it has been worked off.
 inline constexpr char16_t kSentinelKey[] = u"Watched0\\Sentinel";
 inline constexpr char kSentinelMark[] = "\\Sentinel\\";
 
@@ -34,7 +35,7 @@ struct Flood
 using AfterRead = void (*)();
 
 /// How long a loop of the monitor's own reads takes for a flood, on a device that is opened as the monitor
-/// opens it.
+/// opens it: what the driver, and Wine's server, take of any program that reads so.
 double bareSeconds(const Flood &flood, AfterRead afterRead = nullptr);
 
 /// How fast records are taken off the driver when 1 in 1000 is accepted, and the memory in use afterwards.

@@ -145,6 +145,7 @@ Verdicts judge(Group &group, const Events &events)
 
 void compare(const Events &events, Figure &figure)
 {
+    // New for each round, for the list learns which filters match most.
     const auto group = makeGroup();
     PlainGroup plain;
     const Verdicts own = judge(*group, events);

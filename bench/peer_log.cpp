@@ -137,6 +137,8 @@ Figures measureLog(unsigned rounds)
     const std::string peerFile = folder / "peer.log";
     configure(ownFile);
     Logger own("Bench");
+    // The program's log hands each line to the system, as it has to outlive a crash. The second peer shows
+    // what that costs.
     const auto flushing = makePeer(peerFile, true);
     const auto buffering = makePeer(folder / "buffered.log", false);
     Figure line("log: a line into a file, date, level, name and message", "spdlog, each line flushed", {},
@@ -147,6 +149,7 @@ Figures measureLog(unsigned rounds)
         line.add(peerSeconds(*flushing) / seconds, seconds / kLines * 1e9);
         buffered.add(peerSeconds(*buffering) / seconds, seconds / kLines * 1e9);
     }
+    // Both wrote the same, or the comparison says nothing.
     if (std::filesystem::file_size(ownFile) != std::filesystem::file_size(peerFile)) {
         throw std::runtime_error("the logs are not of the same length");
     }

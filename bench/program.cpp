@@ -9,6 +9,7 @@ namespace velmox::bench {
 
 namespace {
 
+/// A program that takes longer hangs.
 constexpr DWORD kLimitMilliseconds = 120'000;
 
 void check(bool succeeded, const char *what)
@@ -26,6 +27,8 @@ void makePipe(KernelHandle &readEnd, KernelHandle &writeEnd)
     writeEnd.reset(ends[1]);
 }
 
+/// Only what a child is to get: a write end that another child inherited as well would keep its pipe from
+/// ending.
 void makeInheritable(HANDLE handle)
 {
     check(SetHandleInformation(handle, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT), "SetHandleInformation");
@@ -103,6 +106,8 @@ Program::Program(const Str &commandLine, HANDLE output, std::string_view input)
           commandLine.c_str());
     CloseHandle(process.hThread);
     process_.reset(process.hProcess);
+    // The child runs already and reads, so that a document larger than the pipe's buffer goes through. Both
+    // ends are closed on the way out, which ends the input.
     DWORD written = 0;
     if (!input.empty()) {
         check(WriteFile(writeEnd.get(), input.data(), static_cast<DWORD>(input.size()), &written, nullptr),

@@ -12,7 +12,8 @@ namespace velmox::bench {
 std::uint64_t ticksNow();
 double secondsBetween(std::uint64_t from, std::uint64_t to);
 
-/// A pipe whose read end stays here.
+/// A pipe whose read end stays here, for the output of a child. Failures throw std::runtime_error. For one
+/// thread.
 class OutputPipe
 {
 public:
@@ -46,8 +47,8 @@ private:
 class Program
 {
 public:
-    /// `output` becomes the standard output, `input` what can be read from the standard input; the handle
-    /// stays the caller's.
+    /// `output` becomes the standard output, `input` what can be read from the standard input, which then
+    /// ends; the handle stays the caller's, and must be inheritable.
     Program(const Str &commandLine, HANDLE output, std::string_view input = {});
     ~Program();
     Program(const Program &) = delete;

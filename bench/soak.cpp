@@ -40,6 +40,8 @@ constexpr unsigned kBlocksPerPush = 100;
 constexpr unsigned kRecordsPerBlock = 12;
 constexpr unsigned kNumbersPerBlock = 4;
 
+/// A part of the run: how much of the minutes, how many blocks come, and how fast the output is read.
+/// Together they drive the program's backlog up to its limit of memory and back.
 struct Phase
 {
     const char *name;
@@ -87,7 +89,7 @@ void appendBlock(Bytes &out, std::uint64_t firstNumber)
     testbed::appendRecord(out, testbed::processExited(pid, 4));
 }
 
-/// Without those that a call in progress has open for a moment.
+/// The handles that stay: the least of some counts, as a call in progress has some open for a moment.
 unsigned lastingHandles(const Program &program)
 {
     unsigned least = program.handleCount();
@@ -119,6 +121,7 @@ private:
 
     double minutes_;
     TestDriver driver_;
+    // What the monitor watches: it ends with this process, as it would with a server.
     Program watched_{neighbourCommand("soak", "watched"), nullptr};
     OutputPipe pipe_;
     std::optional<Program> monitor_;

@@ -24,7 +24,7 @@ public:
     Plain(const Plain &) = delete;
     Plain &operator=(const Plain &) = delete;
 
-    /// Negative when nothing matches; `isSpent` when a limit was reached before that was known.
+    /// `isSpent` is set when a limit was reached before the answer was known; it is never cleared.
     bool matches(const Str &text, bool isWhole, bool &isSpent) const
     {
         pcre_extra limits = {};

@@ -10,7 +10,7 @@ namespace velmox::testbed {
 
 namespace {
 
-/// SYSTEM_HANDLE_TABLE_ENTRY_INFO_EX, of which the head and a count go before the first.
+/// SYSTEM_HANDLE_TABLE_ENTRY_INFO_EX. In front of the first entry stand their count and a reserved word.
 struct HandleEntry
 {
     void *object;

@@ -63,8 +63,8 @@ static UCHAR *listProcesses(void)
     return NULL;
 }
 
-/* A process that is only just being made has no time of its own yet, but whatever stood in its place; a
-   record from the future would hold up the reader's clock. */
+/* While a process is being made, the list has a time for it that may be anything. A record from the future
+   would hold up the reader's clock, so that such a time becomes now. */
 static LONGLONG timeUntilNow(LONGLONG time)
 {
     LARGE_INTEGER now;

@@ -29,7 +29,7 @@ Pipe makePipe();
 KernelHandle startProcess(const Str &commandLine, const StrVector &environment, DWORD flags,
                           STARTUPINFOW &startup, unsigned &pid);
 
-/// All 32 bits, or STILL_ACTIVE when the process has not ended after 30 s.
+/// All 32 bits, or STILL_ACTIVE when the process has not ended after 100 s.
 DWORD waitForExitCode(const KernelHandle &process);
 
 using TextCondition = std::function<bool(const Str &)>;

@@ -58,8 +58,9 @@ extern "C" __attribute__((used)) std::intptr_t velmoxFailingCallResult(int index
 }
 
 // A stand-in for any function: asks with the four register arguments put aside, and leaves by a jump, so that
-// the arguments on the stack are where the function looks for them. No function with floating-point arguments
-// is replaced.
+// the arguments on the stack are where the function looks for them. The 40 bytes are the 32 that every callee
+// may use and 8 that align the stack (Microsoft, "x64 calling convention"). No function with floating-point
+// arguments is replaced, as their registers are not put aside.
 #define VELMOX_FAILING_CALL(index)                                                                           \
     asm(".text\n"                                                                                            \
         "velmoxFailingCall" #index ":\n"                                                                     \

@@ -18,7 +18,7 @@
 // that the driver filled, and a `CaptureEnd`. docs/formats.md has the bytes.
 namespace velmox {
 
-/// A capture can't be read, in a sentence for people: it is damaged, or no capture at all.
+/// A capture can't be read, or not be made; in a clause for people, behind the name of the file or block.
 class CaptureException : public BaseException
 {
 public:
@@ -38,14 +38,15 @@ struct CaptureStart
 {
     /// The moment, UTC in 100-nanosecond units since 1 January 1601.
     std::uint64_t time = 0;
-    /// What the driver was asked for; all zeros where somebody else had asked it and that is not known.
+    /// What the driver was asked for; all zeros beside a monitor, which had asked for something that is not
+    /// known.
     MonitorFilterConfig filter = {};
     /// Native path of the current user's root; empty where the system does not tell it.
     std::u16string userPath;
     /// Number of the control set in use.
     std::uint32_t controlSet = 1;
     DriveMappings drives;
-    /// In the order in which the process table learns them.
+    /// In the order in which the process table learns them: of two with one number the later one counts.
     std::vector<CapturedProcess> processes;
 };
 

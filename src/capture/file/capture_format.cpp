@@ -24,6 +24,8 @@ namespace velmox::capture_format {
 
 namespace {
 
+// The functions `put` and `Decoder::get` come in pairs, which name the same members in the same order: that
+// order is the format. A change of either needs another `kVersion`.
 static_assert(std::endian::native == std::endian::little, "numbers are written as they stand in memory");
 
 template <class Number>
@@ -86,6 +88,7 @@ public:
 
     std::string_view take(std::size_t bytes)
     {
+        // The one place at which a decoder can leave its bytes: all others come down to it.
         if (bytes > rest_.size()) {
             throw CaptureException("ends too early");
         }
@@ -100,6 +103,7 @@ public:
 
     void get(std::u16string &text)
     {
+        // In 64 bits, where no count of 32 makes the product wrap.
         const std::string_view bytes = take(std::size_t{takeCount()} * sizeof(char16_t));
         text.resize(bytes.size() / sizeof(char16_t));
         std::memcpy(text.data(), bytes.data(), bytes.size());
@@ -161,7 +165,9 @@ private:
     std::string_view rest_;
 };
 
-/// Where the records stand behind facts of so many bytes: so that names at even places can be read in place.
+/// Where the records stand behind facts of so many bytes. Records begin at a multiple of 8, as in the
+/// driver's buffer, so that those whose name has an even address there have one here and it can be read in
+/// place.
 std::size_t alignedRecords(std::size_t bytes)
 {
     constexpr std::size_t kAlignment = 8;
@@ -169,7 +175,8 @@ std::size_t alignedRecords(std::size_t bytes)
     return (bytes + kAlignment - 1) / kAlignment * kAlignment;
 }
 
-/// Counts records that lie wholly in the bytes and fill them, and the creations among them.
+/// Counts records that lie wholly in the bytes and fill them, and the creations among them. Whoever walks the
+/// records behind this trusts their sizes, as the monitor's rooms do.
 void countRecords(std::span<const unsigned char> bytes, std::size_t &records, std::size_t &creations)
 {
     records = 0;
@@ -206,6 +213,7 @@ std::array<char, kBlockHeadBytes> encode(const BlockHead &head)
     put(bytes, static_cast<std::uint32_t>(head.kind));
     put(bytes, head.bytes);
     put(bytes, head.sum);
+    // Of the three words before it.
     put(bytes, checkSum(bytes));
     std::array<char, kBlockHeadBytes> out{};
     bytes.copy(out.data(), out.size());
@@ -224,6 +232,7 @@ std::optional<BlockHead> decodeHead(std::string_view bytes)
     decoder.get(ownSum);
     const bool isKnown = kind >= static_cast<std::uint32_t>(BlockKind::Start) &&
                          kind <= static_cast<std::uint32_t>(BlockKind::End);
+    // A kind that is not known can only be damage: another version has another file head.
     if (ownSum != checkSum(bytes.substr(0, kBlockHeadBytes - sizeof ownSum)) || !isKnown ||
         head.bytes > kMostBlockBytes) {
         return std::nullopt;
@@ -287,6 +296,8 @@ void decode(std::string_view bytes, CapturedBuffer &buffer)
     buffer.records = {reinterpret_cast<const unsigned char *>(records.data()), records.size()};
     std::size_t creations = 0;
     countRecords(buffer.records, buffer.recordCount, creations);
+    // A replay hands out one image for each creation, in order: a list of another length would give processes
+    // the images of others.
     if (creations != facts.created.size()) {
         throw CaptureException("has other processes than its records");
     }

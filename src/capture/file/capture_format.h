@@ -9,7 +9,8 @@
 /// The bytes of a capture: the heads, and the contents of each kind of block, all little-endian.
 namespace velmox::capture_format {
 
-/// No text begins like this, and a transfer that changes line ends spoils it visibly.
+/// A byte above 0x7F, so that no ASCII text begins like this; CR LF, which a transfer that changes line ends
+/// spoils; Ctrl-Z, at which the `type` of Windows stops. The same idea as in PNG (RFC 2083, 12.11).
 inline constexpr std::string_view kMagic = "\x89VCAP\r\n\x1a";
 inline constexpr std::uint32_t kVersion = 1;
 inline constexpr std::size_t kFileHeadBytes = 12;
@@ -30,11 +31,12 @@ struct BlockHead
     std::uint32_t sum = 0;
 };
 inline constexpr std::size_t kBlockHeadBytes = 16;
-/// Contents are never longer, so that a length which is a lie costs no more memory than this.
+/// Contents are never longer, so that a wrong length costs no more memory than this. The driver's buffers
+/// have at most 64 KiB.
 inline constexpr std::uint32_t kMostBlockBytes = 16 * 1024 * 1024;
 
-/// The low half of XXH64 with the seed 0. A CRC-32 takes as long as half of what the monitor does with a
-/// record.
+/// The low half of XXH64 with the seed 0. It guards against damage, not against forgery. A CRC-32 takes as
+/// long as half of what the monitor does with a record.
 std::uint32_t checkSum(std::string_view bytes);
 
 std::string fileHead();

@@ -33,6 +33,7 @@ bool CaptureReader::next(CapturedBuffer &buffer)
         return true;
     case BlockKind::End:
         decodeBlock(end_);
+        // A block that is missing as a whole leaves no other trace.
         if (end_.records != records_) {
             fail("counts other records than there are");
         }
@@ -49,6 +50,7 @@ void CaptureReader::readFileHead()
     const std::string expected = fileHead();
     std::string head(kFileHeadBytes, '\0');
     head.resize(source_(head.data(), head.size()));
+    // A file that ends within the head of a capture is one that was cut off; an empty one, too.
     if (!head.starts_with(kMagic.substr(0, head.size()))) {
         throw CaptureException("is no capture");
     }
@@ -60,13 +62,16 @@ void CaptureReader::readFileHead()
     }
 }
 
-// False at the end of what is whole.
+// False at the end of what is whole. Bytes that are missing are no damage: who records writes a block with
+// one call, and can be killed between any two, or within one.
 bool CaptureReader::readBlock(BlockKind &kind)
 {
     ++number_;
     char bytes[kBlockHeadBytes];
     isCut_ = source_(bytes, sizeof bytes) < sizeof bytes;
     if (!isCut_) {
+        // The head has a sum of its own, as its length decides how much is read: with a wrong length a
+        // damaged file would look like one that was cut off.
         const std::optional<BlockHead> head = decodeHead({bytes, sizeof bytes});
         if (!head) {
             fail("has a damaged head");
@@ -92,7 +97,8 @@ void CaptureReader::decodeBlock(Contents &contents) const
     }
 }
 
-// Of its records each needs a local time and a registry record a status's text.
+// Of the buffer's records each needs a local time, and one on the registry a status's text. Whoever renders
+// them would put in another text without a word, so it is damage here.
 void CaptureReader::expectFacts(const CapturedBuffer &buffer)
 {
     const BufferFacts &facts = buffer.facts;

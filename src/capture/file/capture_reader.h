@@ -8,8 +8,8 @@
 
 namespace velmox {
 
-/// Reads a capture that anybody may have written, and believes nothing: it gives whole and sound blocks, or
-/// says what is wrong. For one thread.
+/// Reads a capture that anybody may have written, and trusts nothing in it unchecked: it gives whole and
+/// sound blocks, or says what is wrong. For one thread.
 ///
 /// A capture may end early, when whoever recorded it was killed or the disk was full. What is there is then
 /// read up to its last whole block, and `isCut` is true behind it.
@@ -41,6 +41,7 @@ private:
     template <class Contents>
     void decodeBlock(Contents &contents) const;
     [[noreturn]] void fail(const char *reason) const;
+    // Throws unless the facts, with those of all buffers before, have what the records ask for.
     void expectFacts(const CapturedBuffer &buffer);
     void expectNoMore();
 
@@ -49,7 +50,7 @@ private:
     CaptureEnd end_;
     bool isCut_ = false;
     bool isAtEnd_ = false;
-    // Of the block at hand.
+    // Of the block at hand. The records handed out lie in it.
     std::string contents_;
     std::uint64_t number_ = 0;
     // Of all buffers so far.

@@ -36,6 +36,8 @@ void CaptureWriter::write(const CaptureEnd &end)
 
 void CaptureWriter::flush(BlockKind kind)
 {
+    // The head is written last, as it has the length and the sum of the contents, into the room that was left
+    // for it.
     const std::string_view contents = std::string_view(block_).substr(kBlockHeadBytes);
     const auto head = encode({kind, static_cast<std::uint32_t>(contents.size()), checkSum(contents)});
     std::ranges::copy(head, block_.begin());

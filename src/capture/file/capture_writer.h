@@ -30,8 +30,10 @@ public:
     std::uint64_t bytes() const { return bytes_; }
 
 private:
+    // Into `block_`, with room for the head.
     template <class Contents>
     void gather(const Contents &contents);
+    // Puts the head in front of what was gathered, and hands on both at once.
     void flush(capture_format::BlockKind kind);
 
     Sink sink_;

@@ -63,6 +63,7 @@ public:
     }
 
 private:
+    /// Eleven days, or a terabyte: more is a slip of the finger.
     static constexpr std::uint64_t kMost = 1'000'000;
 
     std::vector<std::string>::const_iterator at_;
@@ -91,6 +92,7 @@ bool takeReplayOption(Words &words, CaptureCommandLine &line)
         line.isPaced = true;
     } else if (words.front() == "-index") {
         const Str index = words.takeValue();
+        // As the monitor reads them.
         line.defaults.index = index.empty() ? Str("default") : index;
     } else if (words.front() == "-inclusive") {
         line.defaults.inclusive = words.takeValue() != "0";

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+// The room `program`: `velmox-capture` itself. What it was asked for, and its three commands. But for
+// recording it is built natively too.
 namespace velmox {
 
 enum class CaptureCommand
@@ -24,9 +26,9 @@ struct CaptureCommandLine
     RecordOptions record;
     /// What a replay's stanzas have in common.
     StanzaDefaults defaults = {"default", true};
-    /// A summary for programs.
+    /// Whether a summary is for programs.
     bool isJson = false;
-    /// To let as much time pass between buffers as did when they came in.
+    /// Whether to let as much time pass between buffers as did when they came in.
     bool isPaced = false;
 };
 

@@ -61,8 +61,8 @@ CaptureReader::Source sourceOf(std::FILE *file)
     };
 }
 
-/// Feeds standard input to the parser as the monitor reads it, which is a text stream there: a CR before an
-/// LF does not count.
+/// Feeds standard input to the parser as the monitor gets it. There it is a text stream, from which Windows
+/// takes the CR in front of each LF; here it passes bytes as they are.
 void readDocument(ConfigXmlStreamingParser &parser)
 {
     std::string document;
@@ -70,6 +70,7 @@ void readDocument(ConfigXmlStreamingParser &parser)
     while (const std::size_t count = std::fread(bytes, 1, sizeof bytes, stdin)) {
         document.append(bytes, count);
     }
+    // In place, as the kept bytes never overtake those that are looked at.
     std::size_t kept = 0;
     for (std::size_t at = 0; at < document.size(); ++at) {
         if (!document.substr(at, 2).starts_with("\r\n")) {
@@ -79,7 +80,8 @@ void readDocument(ConfigXmlStreamingParser &parser)
     parser.feed(document.data(), kept);
 }
 
-/// Lets as much time pass as did while it was recorded.
+/// Lets as much time pass as did while it was recorded. By the time at which each buffer is due, and not from
+/// one to the next, so that what the replay itself takes does not add up.
 class Pace
 {
 public:
@@ -87,6 +89,7 @@ public:
 
     void waitFor(std::uint64_t time)
     {
+        // A clock that was put forward meanwhile, or a file that says anything, costs a day at most.
         constexpr std::uint64_t kLongest = 86'400 * Timeval::kTicksPerSecond;
         const std::uint64_t ticks = last_ != 0 && time > last_ ? time - last_ : 0;
         last_ = time;
@@ -130,6 +133,7 @@ void replayBuffers(const CaptureCommandLine &line, CaptureReader &reader, Captur
             break; // nobody gets the rest
         }
     }
+    // The end as well: a recording that had nothing to tell in the end took its time too.
     if (line.isPaced && std::ferror(stdout) == 0) {
         pace.waitFor(reader.end().time);
     }
@@ -171,6 +175,7 @@ int replay(const CaptureCommandLine &line)
         try {
             replayBuffers(line, reader, stream);
         } catch (...) {
+            // A damaged capture: without `</stream>` a reader sees that the stream is not whole.
             stream.leaveOpen();
             throw;
         }
@@ -194,6 +199,8 @@ Stanzas readStanzas()
 int summarize(const CaptureCommandLine &line)
 {
     std::unique_ptr<std::FILE, FileCloser> file;
+    // Each opening ends the one before: a summary reads the file once more for each replay, one after the
+    // other.
     const auto open = [&] {
         file = openCapture(line.file);
         return sourceOf(file.get());
@@ -245,8 +252,8 @@ int runProgram(const std::vector<std::string> &words)
         complain(std::string(exception.what()) + "\n" + kCaptureUsage);
         return kUsage;
     }
-    // Of the monitor's log what keeps a recording from its driver, on standard error. A replay is told of its
-    // file alone.
+    // Of the monitor's log a recording shows what keeps it from its driver, on standard error. A replay and a
+    // summary say what is wrong with their file themselves, and no more.
     LogSystem::instance().categories().root().threshold =
         line.command == CaptureCommand::Record ? LogLevel::Error : LogLevel::Emerg;
     Logger::bindAll();

@@ -23,7 +23,10 @@ namespace velmox {
 namespace {
 
 constexpr std::uint64_t kMegabyte = 1'000'000;
+// How long the main thread waits for a buffer before it looks at the clock and the stop flag; how soon a
+// recording ends.
 constexpr DWORD kQueueMilliseconds = 250;
+/// The line of progress is written at most this often.
 constexpr auto kBetween = std::chrono::milliseconds(250);
 constexpr std::size_t kBarWidth = 20;
 
@@ -42,7 +45,8 @@ MonitorFilterConfig everything()
     return block;
 }
 
-/// Notes what there was.
+/// Notes what there was: a document without a stanza, text that is none, or nothing at all. The parser takes
+/// all three for no stanzas.
 class DocumentParser : public ConfigXmlStreamingParser
 {
 public:
@@ -70,6 +74,7 @@ private:
 MonitorFilterConfig readFilter(HiveNames &hiveNames)
 {
     DocumentParser parser;
+    // A program that is started without a console and without pipes has no standard input at all.
     if (GetStdHandle(STD_INPUT_HANDLE) != nullptr && _isatty(_fileno(stdin)) == 0) {
         readXmlFromStdin(parser);
     }
@@ -89,6 +94,7 @@ MonitorFilterConfig readFilter(HiveNames &hiveNames)
 WideStr nativeUserPath(const HiveNames &hiveNames)
 {
     for (const auto &[root, info] : hiveNames.hiveKeyMap()) {
+        // The table has the root by each name that a pattern may use; only the native one begins so.
         if (info.shortName == u"HKCU" && root.startsWith(u"\\")) {
             return root;
         }
@@ -120,6 +126,8 @@ public:
         if (isSafeMode()) {
             throw ComponentException("the driver cannot be started in safe mode");
         }
+        // Before the device is opened, which would start the service: who finds it running has not started
+        // it, and does not stop it.
         const bool isRunning = isDriverRunning();
         if (isRunning && !isShared) {
             throw ComponentException(
@@ -131,6 +139,7 @@ public:
             throw ComponentException("the driver's device cannot be opened");
         }
         if (isOwn_ && !device_.setFilter(filter)) {
+            // The destructor does not run for an object whose constructor throws.
             const DWORD error = GetLastError();
             close();
             SetLastError(error);
@@ -155,7 +164,7 @@ private:
         return isRunning;
     }
 
-    // The driver cannot stop while this process holds its device.
+    // The driver cannot stop while this process holds its device, so that is closed first.
     void close()
     {
         device_.close();
@@ -182,7 +191,7 @@ public:
     ~ReadThread() noexcept(false) override { stop(); }
 
     bool get(EventBuffer &buffer, DWORD milliseconds) { return queue_.get(buffer, milliseconds); }
-    /// What was queued by then can still be taken.
+    /// Ends the worker and waits for it. What it queued by then can still be taken.
     void stop()
     {
         stopFlag_.set();
@@ -198,6 +207,8 @@ protected:
     void main() override
     {
         DriverReader(device_, queue_, stopFlag_).run();
+        // Where nobody asked the reader to end, it ends only when it can't go on. The flag is set behind the
+        // look at it, and the main thread woken, which would else wait for the next buffer.
         hasFailed_ = !stopFlag_.isSet();
         stopFlag_.set();
         queue_.wakeTaker();
@@ -211,7 +222,8 @@ private:
     bool hasFailed_ = false; // to be read behind the join
 };
 
-/// Ctrl-C and Ctrl-Break set the flag while this lives.
+/// Ctrl-C and Ctrl-Break set the flag while this lives, instead of ending the process: the file gets its
+/// totals, and the driver is removed.
 class ConsoleWatch
 {
 public:
@@ -225,7 +237,8 @@ public:
     ConsoleWatch &operator=(const ConsoleWatch &) = delete;
 };
 
-/// A recording takes the place of an earlier one, and of no other file.
+/// A recording takes the place of an earlier one, and of no other file: a name that was mistaken costs
+/// nothing. A file that is not there, or an empty one, is fine.
 void refuseForeignFile(const Str &path)
 {
     const FileDescriptor file(createFile(Pathname::fromUtf8(path), GENERIC_READ,
@@ -265,7 +278,7 @@ StatusTexts::StatusToError statusMapping()
     return mapping;
 }
 
-/// Reads dropped since the last call.
+/// Reads dropped since the last call. Taken and set to zero in one step, as the worker counts meanwhile.
 std::uint32_t newlyLost()
 {
     return static_cast<std::uint32_t>(registry_reads_dropped.exchange(0));
@@ -361,6 +374,8 @@ void recordUntilStopped(const RecordOptions &options, ReadThread &reader, const 
     const auto figures = [&] {
         return Progress::Figures{recording.records(), writer.bytes(), recording.lostReads()};
     };
+    // The worker may have dropped reads in front of this buffer or behind it. They go with the next buffer
+    // that is taken: it is known how many were lost, and about when.
     const auto takeNext = [&](DWORD milliseconds) {
         EventBuffer buffer;
         const bool isTaken = reader.get(buffer, milliseconds);
@@ -377,11 +392,13 @@ void recordUntilStopped(const RecordOptions &options, ReadThread &reader, const 
         takeNext(kQueueMilliseconds);
         progress.show(figures());
     }
+    // First the worker, then what it left in the queue: the totals are those of a recording that is over.
     reader.stop();
     while (takeNext(0)) {
     }
     recording.end(newlyLost());
     progress.end(figures());
+    // Behind the totals. What came before the failure is a whole recording.
     if (reader.hasFailed()) {
         throw ComponentException("the driver cannot be read any more");
     }
@@ -391,6 +408,9 @@ void recordUntilStopped(const RecordOptions &options, ReadThread &reader, const 
 
 void record(const RecordOptions &options)
 {
+    // In this order, so that nothing is touched before it is known to be wanted, and everything is undone in
+    // reverse: foreign files and wrong documents are refused before a driver is installed, Ctrl-C is caught
+    // before, and an earlier capture is emptied only once the device is open.
     const EmptyMainThread mainThread;
     refuseForeignFile(options.file);
     HiveNames hiveNames;

@@ -21,6 +21,7 @@ void Recording::take(std::span<const unsigned char> records, std::uint32_t lostR
         ask(MonitorRecord(rest.data()));
         rest = rest.subspan(length);
     }
+    // Once all of them were found whole: a buffer that is wrong leaves the file as it was, with whole blocks.
     writer_.write(facts_, records);
     totals_.records += count;
     totals_.lostReads += lostReads;
@@ -50,6 +51,7 @@ void Recording::askTime(std::uint64_t timestamp)
         return;
     }
     lastSecond_ = second;
+    // At the full second: zones change at full seconds, so the difference holds for all of it.
     const Timeval utc(second * Timeval::kTicksPerSecond);
     Timeval local;
     const bool isKnown = machine_.localTime(utc, local);
@@ -59,6 +61,7 @@ void Recording::askTime(std::uint64_t timestamp)
 
 void Recording::askStatus(std::uint32_t status)
 {
+    // Nearly all operations succeed: the status is the one before, and need not be looked up.
     if (status == lastStatus_ && !knownStatuses_.empty()) {
         return;
     }
@@ -70,6 +73,7 @@ void Recording::askStatus(std::uint32_t status)
 
 void Recording::askImage(std::uint32_t pid)
 {
+    // At once, as the process may be gone at the next question. The monitor asks at the same place.
     char16_t image[kImageUnits];
     const bool isKnown = machine_.processImage(pid, image);
     facts_.created.push_back({pid, isKnown ? image : u""});

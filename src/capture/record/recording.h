@@ -11,7 +11,9 @@
 namespace velmox {
 
 /// Writes the driver's buffers as they come, each with the machine's answers to all that its rendering may
-/// ask. For one thread; the objects passed in must outlive this one.
+/// ask: local times, texts of statuses, images of processes. They are asked at once, as the monitor asks
+/// them: later the process has ended, and the zone may be another one. For one thread; the objects passed in
+/// must outlive this one.
 class Recording
 {
 public:
@@ -30,6 +32,8 @@ public:
     std::uint64_t lostReads() const { return totals_.lostReads; }
 
 private:
+    // Each asks the machine what the replay of a record will ask, and puts the answer into `facts_`, unless
+    // it stands in the file already.
     void ask(const MonitorRecord &record);
     void askTime(std::uint64_t timestamp);
     void askStatus(std::uint32_t status);

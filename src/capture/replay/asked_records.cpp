@@ -16,7 +16,8 @@ bool isBelow(const MonitorRecord &record, std::string_view root)
     if (units < root.size() || (units > root.size() && unitAt(root.size()) != '\\')) {
         return false;
     }
-    // From its end, for the roots begin alike.
+    // From its end, for the roots begin alike. Without a copy of the name: each record of a capture comes by
+    // here.
     for (std::size_t at = root.size(); at-- > 0;) {
         const int unit = unitAt(at);
         if ((unit >= 'a' && unit <= 'z' ? unit - 'a' + 'A' : unit) != root[at]) {
@@ -36,6 +37,8 @@ bool isOfHives(const MonitorRecord &record, std::uint32_t hives)
 
 AskedRecords::AskedRecords(const MonitorFilterConfig &recorded, const MonitorFilterConfig &asked)
 {
+    // Beside a monitor it is not known what the driver was asked for. Then anything may be in the file, and
+    // whatever is not asked for now is left out; whether something is missing can't be said.
     const bool isKnown = recorded.events != 0;
     operations_ = (isKnown ? recorded.ops : ~0u) & ~asked.ops;
     hives_ = (isKnown ? recorded.hives : ~0u) & ~asked.hives;
@@ -58,6 +61,7 @@ bool AskedRecords::isLeftOut(const MonitorRecord &record) const
 
 void AskedRecords::pass(std::span<const unsigned char> records, const Take &take) const
 {
+    // Most captures are replayed for what they were recorded for.
     if (operations_ == 0 && hives_ == 0) {
         take(records);
         return;

@@ -9,7 +9,8 @@
 namespace velmox {
 
 /// Leaves out of a recording what the driver would not have reported, had it been asked for less: a stanza
-/// does not meet records that its own filter block keeps away, though its patterns would match them.
+/// does not meet records that its own filter block keeps away, though its patterns would match them. Only
+/// records on the registry are left out; what becomes of processes the monitor asks for always.
 class AskedRecords
 {
 public:
@@ -32,7 +33,7 @@ private:
     std::uint32_t operations_;
     std::uint32_t hives_;
     bool isIncomplete_;
-    // The operations' bits, by their codes.
+    // The operations' bits, by the 30 codes that the monitor has names for.
     std::array<std::uint32_t, 30> masks_{};
 };
 

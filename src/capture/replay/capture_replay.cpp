@@ -29,7 +29,8 @@ bool RecordedMachine::localTime(Timeval utc, Timeval &local)
     return true;
 }
 
-// Each creation of the buffer is asked for once, in the order of the records.
+// Each creation of the buffer is asked for once, in the order of the records: what is left out for the
+// stanzas' sake are records on the registry alone.
 bool RecordedMachine::processImage(std::uint32_t pid, char16_t *out)
 {
     if (created_.empty()) {
@@ -40,6 +41,7 @@ bool RecordedMachine::processImage(std::uint32_t pid, char16_t *out)
     if (process.pid != pid || process.image.empty()) {
         return false;
     }
+    // The caller's room has `kImageUnits`; the file may have any length.
     out[process.image.copy(out, kImageUnits - 1)] = u'\0';
     return true;
 }
@@ -50,6 +52,8 @@ CaptureReplay::CaptureReplay(const CaptureStart &start, const Stanzas &stanzas,
       emitter_([](const Str &) {}, out, machine_, LineEnds::CrLf),
       records_(rules_, hiveNames_, statusTexts_, emitter_, machine_)
 {
+    // The table that the monitor's rooms ask is one for the process; the clock of the recording makes it
+    // forget ended processes when the monitor would have.
     ProcessImageTable &table = ProcessImageTable::instance();
     table.init(machine_);
     for (const CapturedProcess &process : start.processes) {
@@ -68,6 +72,7 @@ MonitorFilterConfig CaptureReplay::configure(const CaptureStart &start, const St
     if (!start.userPath.empty()) {
         hiveNames_.fill(start.userPath);
     }
+    // Before the stanzas are compiled, as one that names the current control set takes the number from here.
     hiveNames_.setActiveControlSet(start.controlSet);
     std::unique_ptr<MonitorFilterGroup> group =
         makeFilterGroup(stanzas, defaults, hiveNames_, machine_.drives());

@@ -74,6 +74,8 @@ private:
     MonitorFilterConfig configure(const CaptureStart &start, const Stanzas &stanzas,
                                   const StanzaDefaults &defaults);
 
+    // The order counts: `configure`, from which `asked_` is made, uses the three before, and the emitter and
+    // the records refer to all of them.
     RecordedMachine machine_;
     HiveNames hiveNames_;
     MonitorRules rules_;

@@ -12,7 +12,8 @@ namespace {
 
 constexpr char kSeparator = '\\';
 
-/// A registry has no deeper keys, and whoever walks the tree calls itself for each level.
+/// Keys of a registry are at most 512 levels deep (Microsoft, "Registry element size limits"), and whoever
+/// walks the tree calls itself for each level: a file that somebody made up must not use up the stack.
 constexpr std::size_t kMostDepth = 512;
 
 std::size_t componentCount(std::string_view path)
@@ -35,9 +36,12 @@ struct LoudPath
     std::uint64_t bytes;
 };
 
-/// Appends the loud paths at and below a node, and returns the bytes that are not theirs.
+/// Appends the loud paths at and below a node, and returns the bytes that are not theirs. From below, so that
+/// a path is loud by what its loud children leave; but one whose children are many and none large, such as a
+/// key with a value for each file, is loud with all of them.
 std::uint64_t gather(const PathNode &node, unsigned depth, std::uint64_t least, std::vector<LoudPath> &out)
 {
+    // Depth of the first component below a hive. Nobody wants to leave out a hive as a whole.
     constexpr unsigned kBelowHive = 2;
     std::uint64_t bytes = node.own.bytes;
     std::uint64_t largest = 0;
@@ -53,6 +57,7 @@ std::uint64_t gather(const PathNode &node, unsigned depth, std::uint64_t least, 
     return 0;
 }
 
+/// What the monitor writes around the events; it belongs to no record.
 constexpr std::string_view kStreamStart = "<stream>\r\n";
 constexpr std::string_view kStreamEnd = "</stream>\r\n";
 
@@ -127,6 +132,8 @@ void Counter::take(WalkedRecord &record)
     if (ofKey.filterPath.empty()) {
         ofKey.filterPath = record.texts.keyPath().c_str();
     }
+    // Asked once more, for the emitter does not tell which stanza it named the event by; the group's answer
+    // is the same.
     if (record.eventBytes > 0 && hasStanzas_) {
         const SystemMonitoringConfig *const config = walk_.group().stanzaOf(record.texts.foldedName());
         if (config != nullptr) {
@@ -155,7 +162,8 @@ void Counter::finish()
     }
 }
 
-/// A document's stanzas, or one that matches nothing: processes are named by the replay of a document.
+/// A document's stanzas, or one that matches nothing: a summary without a document names processes as well,
+/// and it is the replay of a document that learns them.
 const Stanzas &stanzasOrNone(const Stanzas &stanzas)
 {
     static const Stanzas kNone = [] {
@@ -192,6 +200,7 @@ void PathTree::add(std::string_view path, std::string_view filterPath, const Tal
             child.name = name;
             child.path = number == 1 ? std::string() : node->path + kSeparator;
             child.path += name;
+            // As many components as are left to come are taken off the end.
             child.filterPath = without(filterPath, isLast ? 0 : count - number);
         }
         child.all += tally;
@@ -234,14 +243,18 @@ void CaptureWalk::run(const OnRecord &onRecord)
             at += length;
         }
     }
+    // The totals have those behind the last buffer too, and are zeros in a file that was cut off.
     lostReads_ = std::max(lostReads_, reader_.end().lostReads);
 }
 
 void CaptureWalk::take(const unsigned char *start, std::uint32_t length, const OnRecord &onRecord)
 {
     const std::uint64_t before = replay_.writtenBytes();
+    // First the monitor's rooms: the table of processes then knows what this record says of them, when the
+    // texts below ask it.
     replay_.take({start, length});
     std::uint64_t bytes = replay_.writtenBytes() - before;
+    // With the first event comes the stream's own tag.
     if (before == 0 && bytes > 0) {
         bytes -= kStreamStart.size();
     }

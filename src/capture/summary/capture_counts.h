@@ -46,7 +46,8 @@ class PathTree
 {
 public:
     /// `path` is as events have it, `filterPath` as the filters do: from their ends they correspond,
-    /// component by component. What lies deeper than any key of a registry is one component.
+    /// component by component, while at the front one may have a short root where the other has several
+    /// components. What lies deeper than any key of a registry is one component.
     void add(std::string_view path, std::string_view filterPath, const Tally &tally);
 
     const PathNode &root() const { return root_; }
@@ -78,7 +79,7 @@ struct WalkedRecord
 };
 
 /// Hands the records of a capture, one by one, to the monitor's own rooms, and tells of each. One at a time
-/// in a process, as its replay is.
+/// in a process, as its replay is; main thread only.
 class CaptureWalk
 {
 public:

@@ -12,6 +12,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+/// Of each kind. Every source costs a replay of the capture.
 constexpr std::size_t kMostSources = 10;
 
 struct Candidate
@@ -74,7 +75,8 @@ public:
     void finish();
 
 private:
-    /// Records of the capture that times are taken of, and of a candidate that stanzas are asked about.
+    /// Records of the capture that times are taken of, spread over all of it, and of a candidate that stanzas
+    /// are asked about, the first ones. So few cost little beside a replay, however long the capture.
     static constexpr std::uint64_t kTimed = 5000;
     static constexpr unsigned kAsked = 5000;
     /// For one stanza, so that an explosive expression cannot take forever.
@@ -98,6 +100,7 @@ void Probe::take(WalkedRecord &record)
     if (!record.isOnRegistry()) {
         return;
     }
+    // Records that were dropped are timed too: they are most of what a stanza is asked about.
     const bool isTimed = number_++ % stride_ == 0;
     if (!isTimed && record.eventBytes == 0) {
         return;
@@ -137,6 +140,8 @@ void Probe::time(const SysMonFilterableEvent &event, bool isLetPass)
         spent_[at] += Clock::now() - begin;
         ++askedTimes_[at];
         StanzaCounts &stanza = counts_.stanzas[at];
+        // A stanza that never was the one to match can still match, if another was asked before it, or if the
+        // monitor never got to see the record.
         if (isMatch && stanza.matched == 0) {
             (isLetPass ? stanza.isHidden : stanza.isUnasked) = true;
         }
@@ -177,6 +182,8 @@ std::vector<NoiseSource> sourcesOf(const OpenCapture &open, const Stanzas &stanz
     for (const Candidate &candidate : candidates) {
         NoiseSource source{candidate.name, candidate.tally, {}, {}, {}};
         Stanzas changed = stanzas;
+        // Each stanza that lets it pass has to leave it out: where one alone does, the next one lets it pass
+        // instead.
         for (const std::size_t at : candidate.stanzas) {
             const Str &header = counts.stanzas[at].header;
             const std::optional<Str> value = quieter(stanzas.at(header).get(key), candidate);
@@ -204,6 +211,7 @@ Noise findNoise(const OpenCapture &open, const Stanzas &stanzas, CaptureCounts &
     HiveNames hiveNames;
     DriveMap drives{DriveMappings()};
     {
+        // In a block of its own: there is one table of processes, and the replays below need it.
         CaptureWalk walk(open, stanzas);
         Probe probe(counts, walk.group(), processes, keys);
         walk.run([&](WalkedRecord &record) { probe.take(record); });

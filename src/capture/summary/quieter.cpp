@@ -12,6 +12,8 @@ namespace {
 
 using Components = std::vector<std::string>;
 
+/// Characters that mean something in a pattern, and those that repeat what stands before them (pcrepattern,
+/// "Characters and metacharacters").
 constexpr std::string_view kSpecial = "^$.|?*+()[]{}\\";
 constexpr std::string_view kQuantifiers = "?*+{";
 constexpr std::string_view kAnything = ".*";
@@ -21,6 +23,7 @@ bool isIn(char byte, std::string_view set)
     return set.find(byte) != std::string_view::npos;
 }
 
+/// A text as a pattern that matches it alone. Control characters become escapes, as a setting is one line.
 Str escaped(std::string_view text)
 {
     Str out;
@@ -56,6 +59,8 @@ struct Cut
 };
 
 /// The places behind the separators of the literal beginning of a pattern, the first being its very front.
+/// The beginning ends at what is not literal: a class or reference (a backslash with a letter or digit), any
+/// other special character, and a character that what follows it may repeat or leave out.
 std::vector<Cut> cutsOf(std::string_view pattern)
 {
     std::vector<Cut> cuts{{0, {}}};
@@ -120,6 +125,13 @@ bool beginsWithRoot(std::string_view pattern, const HiveNames &hiveNames)
     return translated != wide;
 }
 
+/// One alternative, with an assertion in it that no match goes on with the path from there.
+///
+/// The assertion stands as far behind as it can, at the last separator of the literal beginning that lies
+/// above the path: what is literal in front is what the driver's filter block and baselines go by. The cuts
+/// are tried from the last one to the front. One that leads elsewhere shows that the alternative matches
+/// nothing of the path; one that leads into what is below the path stands too far behind.
+///
 /// `path` is for the filters, `names` has its components as they are spelt. Nothing where only the place in
 /// front of a root is left to cut at.
 std::optional<Str> alternativeWithout(std::string_view pattern, bool isAtFront, const Components &path,
@@ -141,6 +153,7 @@ std::optional<Str> alternativeWithout(std::string_view pattern, bool isAtFront, 
                 rest << (at == before.size() ? "" : "\\\\") << escaped(names[at]);
             }
             Str out(pattern.substr(0, cuts.back().at));
+            // Up to the end of a component: a key beside it whose name goes on is another one.
             out << "(?!" << rest << "(\\\\|\\z))" << pattern.substr(cuts.back().at);
             return out;
         }
@@ -170,6 +183,8 @@ Str procWithout(const Str &proc, const QuietProcess &process, DriveMap &drives)
 {
     Str out("^(?!");
     const std::string_view onVolume = pathOnVolume(process);
+    // The image of a drive lies on a device, whose number may be another one after the next start: any device
+    // will do.
     if (onVolume.empty()) {
         out << escaped(process.folded);
     } else {
@@ -177,6 +192,7 @@ Str procWithout(const Str &proc, const QuietProcess &process, DriveMap &drives)
     }
     out << "\\z)";
     if (!proc.empty() && proc.view() != kAnything) {
+        // `proc` is searched for, so what it matches may stand anywhere behind the front.
         out << ".*(?:" << drives.translateProcessDrive(proc) << ')';
     }
     return out;
@@ -199,7 +215,8 @@ std::optional<Str> hiveWithout(const Str &hive, std::string_view filterPath, std
         isFirst = false;
     }
     if (!hasPatternCharacters(Str(pattern)) && out.view() != pattern) {
-        // What a plain path means, which this one no longer is.
+        // What the monitor puts behind a path without special characters, here as it can stand in one line.
+        // With the assertion in it the monitor takes this for a plain path no longer.
         out << R"(\\?([^\\\r\n]+)?)";
     }
     return out;

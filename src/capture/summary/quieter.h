@@ -17,8 +17,9 @@ struct QuietProcess
     std::string_view displayed;
 };
 
-/// A `proc` that matches what `proc` does, but for one process, of whatever drive. A drive at the front of
-/// `proc` becomes its device, as it is no longer at the front.
+/// A `proc` that matches what `proc` does, but for one process, of whatever drive. The result begins with an
+/// assertion, so a drive at the front of `proc`, which the monitor takes for one at the very front alone, is
+/// put in as its device.
 Str procWithout(const Str &proc, const QuietProcess &process, DriveMap &drives);
 
 /// A `hive` that matches what `hive` does, but for one path and all below it, which is given for the filters

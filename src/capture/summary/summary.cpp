@@ -14,6 +14,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+/// Columns of the texts, and how much of each list is shown: a summary is to be read on a screen or two.
 constexpr std::size_t kNumberWidth = 13;
 constexpr std::size_t kMostProcesses = 15;
 constexpr std::size_t kMostSlices = 20;
@@ -89,8 +90,8 @@ void appendRanking(const Map &tallies, std::size_t most, std::string &out)
     }
 }
 
-/// The keys as a tree. What has few records is summed up, and a key that only leads to another shares its
-/// line.
+/// The keys as a tree. What has less than a hundredth of the records is summed up, and a key that only leads
+/// to another shares its line.
 class TreeText
 {
 public:
@@ -129,6 +130,7 @@ void TreeText::appendChildren(const PathNode &node, std::size_t depth)
             ++others;
         }
     }
+    // Where all are small, the line above says it already.
     if (others > 0 && others < children.size()) {
         appendCount(rest, std::string(2 * depth, ' ') + "in " + grouped(others) + " others", out_);
     }
@@ -138,6 +140,7 @@ void TreeText::append(const PathNode &node, std::size_t depth)
 {
     std::string name = cell(node.name);
     const PathNode *last = &node;
+    // A key in which nothing happened and that leads to one other is no line of its own.
     while (last->children.size() == 1 && last->own.records == 0) {
         last = &last->children.begin()->second;
         name += '\\' + cell(last->name);
@@ -174,6 +177,7 @@ void appendSlices(const CaptureCounts &counts, std::string &out)
         return;
     }
     const std::uint64_t first = counts.seconds.begin()->first;
+    // Slices of one length, as short as fits into so many lines.
     const std::uint64_t length = (counts.seconds.rbegin()->first - first) / kMostSlices + 1;
     std::map<std::uint64_t, std::uint64_t> slices;
     std::uint64_t most = 1;
@@ -295,10 +299,12 @@ std::string jsonOf(const CaptureCounts &counts)
                                    {"accepted", stanza.accepted},
                                    {"bytes", stanza.bytes}});
     }
+    // The library throws at bytes that are no UTF-8, and a capture may come from anywhere.
     return json.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
 }
 
-/// From here on the monitor's rooms would only say again what they said of the stanzas already.
+/// From here on the monitor's rooms would only say again, with each replay, what they said of the stanzas
+/// already. For the rest of the process: nothing is logged behind a summary.
 void silenceLog()
 {
     LogSystem::instance().categories().root().threshold = LogLevel::Emerg;

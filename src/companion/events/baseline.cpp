@@ -49,15 +49,19 @@ void Baseline::add(const StreamEvent &event, bool isSelected)
     if (!event.isBaseline()) {
         return;
     }
+    // Each start of the monitor begins a stream, and walks the tree of a stanza that is due from its top. So
+    // what an earlier stream said of the stanza is out of date with its first event in this one.
     Stanza &stanza = stanzas_.try_emplace(std::string(event.stanza), Stanza{event.stream, {}}).first->second;
     if (stanza.stream != event.stream) {
         stanza = {event.stream, {}};
     }
+    // Streams spell the path of one value in several ways: with a short root or the kernel's, in any case.
     stanza.values.insert_or_assign(comparableRegistryPath(event.keyPath),
                                    BaselineValue{std::string(event.keyPath), std::string(event.dataType),
                                                  std::string(event.data), isSelected, count_++});
 }
 
+// The views lead into the keys of `stanzas_`, which stay where they are.
 std::map<std::string_view, const BaselineValue *> Baseline::all() const
 {
     std::map<std::string_view, const BaselineValue *> all;
@@ -89,11 +93,14 @@ void Baseline::compare(const Baseline &oldOne, const Baseline &newOne, const OnD
     auto oldAt = olds.begin();
     auto newAt = news.begin();
     while (oldAt != olds.end() || newAt != news.end()) {
+        // Both go by path: the smaller path is next, and a path that both have is taken of both at once.
         const bool isOld = oldAt != olds.end() && (newAt == news.end() || oldAt->first <= newAt->first);
         const bool isNew = newAt != news.end() && (oldAt == olds.end() || newAt->first <= oldAt->first);
         const BaselineValue *const oldValue = isOld ? (oldAt++)->second : nullptr;
         const BaselineValue *const newValue = isNew ? (newAt++)->second : nullptr;
         const bool isDifferent = !isOld || !isNew || *oldValue != *newValue;
+        // Conditions choose among differences. Were the values chosen first, one whose new data no longer
+        // meets a condition would read as removed.
         if (isDifferent && ((isOld && oldValue->isSelected) || (isNew && newValue->isSelected))) {
             onDifference({(isNew ? newValue : oldValue)->path, oldValue, newValue});
         }
@@ -121,6 +128,7 @@ void appendDifferenceRow(const BaselineDifference &difference, TableStyle style,
     constexpr unsigned kSeparators = 3;
     constexpr unsigned kLeastShared = 30;
     const Change change = changeOf(difference);
+    // For programs: whole texts, with tabs between them.
     if (style.width == 0) {
         out += change.name;
         for (const std::string &text :
@@ -131,6 +139,7 @@ void appendDifferenceRow(const BaselineDifference &difference, TableStyle style,
         out += '\n';
         return;
     }
+    // Half of what is left is for the path, a quarter for each text.
     constexpr unsigned kUsed = kChangeWidth + kSeparators;
     const unsigned value = (std::max(style.width, kUsed + kLeastShared) - kUsed) / 4;
     out += style.isColoured ? change.colour : std::string_view();

@@ -24,7 +24,8 @@ struct BaselineValue
     bool operator==(const BaselineValue &other) const { return type == other.type && data == other.data; }
 };
 
-/// A value that is not the same in two baselines; null is for one that is not there.
+/// A value that is not the same in two baselines; null is for one that is not there. It refers to the
+/// baselines, and holds as long as they do.
 struct BaselineDifference
 {
     const std::string &path;
@@ -65,6 +66,7 @@ private:
     std::map<std::string_view, const BaselineValue *> all() const;
 
     std::map<std::string, Stanza, std::less<>> stanzas_;
+    // Baseline events so far.
     std::uint64_t count_ = 0;
 };
 

@@ -16,7 +16,7 @@ struct FieldRow
     FieldForm form = FieldForm::Text;
 };
 
-// In the order of `Field`.
+// In the order of `Field`. The schema wants `event.category` and `event.type` to be lists.
 constexpr std::array<FieldRow, kFieldCount> kFields{{
     {"@timestamp"},
     {"ecs.version"},
@@ -45,11 +45,12 @@ constexpr std::array<FieldRow, kFieldCount> kFields{{
     {"host.name"},
 }};
 
+/// What the schema says of an operation: a word for `event.type`, which has a fixed set of them.
 struct OperationRow
 {
     std::string_view name;
     std::string_view type;
-    /// What its path leads to: always a value, or one when data comes with it.
+    /// Whether its path leads to a value: always, or where the event has data of a type.
     bool isOnValue = false;
     bool mayBeOnValue = false;
 };
@@ -76,7 +77,8 @@ const OperationRow &operationRow(std::string_view name)
     return row == std::end(kOperations) ? kOtherOperation : *row;
 }
 
-/// A key has no type, so where there is one the operation was on a value.
+/// The path of a query or a deletion does not tell whether its last component is a key or a value. A key has
+/// no data, so where there is a type of data the operation was on a value.
 bool hasValueType(const StreamEvent &event)
 {
     return event.dataType != "REG_NONE" && event.dataType != "REG_SD";
@@ -136,6 +138,8 @@ void EventFields::read(const StreamEvent &event)
 {
     texts_ = {};
     set(Field::Timestamp, writeTimestamp(event.time, event.localTime, timestamp_));
+    // Collectors choose by it how they read the rest; it has to be the version that the names were taken
+    // from.
     set(Field::SchemaVersion, "8.11.0");
     set(Field::Kind, event.isBaseline() ? "state" : "event");
     set(Field::Category, event.isOnRegistry() ? "registry" : "process");
@@ -168,6 +172,7 @@ std::string EventFields::place() const
 
 void EventFields::readStatus(const StreamEvent &event)
 {
+    // Only an operation of some program on the registry has a status.
     if (event.isBaseline() || !event.isOnRegistry()) {
         return;
     }
@@ -178,7 +183,8 @@ void EventFields::readStatus(const StreamEvent &event)
         return;
     }
     const std::string_view number = event.status.substr(1, end - 1);
-    // Statuses below zero are warnings and errors.
+    // The number is an NTSTATUS in decimal with its sign: of warnings and errors the highest bit is set
+    // (ntdef.h, NT_SUCCESS).
     set(Field::Outcome, number.starts_with('-') ? "failure" : "success");
     set(Field::Code, number);
     set(Field::Message, event.status.substr(end + 1));
@@ -187,6 +193,7 @@ void EventFields::readStatus(const StreamEvent &event)
 void EventFields::readProcess(const StreamEvent &event)
 {
     set(Field::Pid, event.pid);
+    // What the monitor writes for a process that it does not know.
     if (event.processImage != "N/A") {
         set(Field::Executable, event.processImage);
         set(Field::ProcessName, lastComponent(event.processImage));
@@ -210,7 +217,8 @@ void EventFields::readPath(const StreamEvent &event)
 
 std::optional<std::int64_t> millisecondsOf(std::string_view seconds, std::string_view localTime)
 {
-    // Beyond, the clocks of browsers end.
+    // In seconds, some way below the 8.64e15 milliseconds at which the times of a browser end (ECMA-262, Time
+    // Values): the page that gets these numbers could show no later one.
     constexpr std::int64_t kMost = 8'000'000'000'000;
     std::int64_t number = 0;
     std::int64_t fraction = 0;
@@ -227,7 +235,7 @@ std::string_view writeTimestamp(std::string_view seconds, std::string_view local
     std::int64_t number = 0;
     const char *const end = seconds.data() + seconds.size();
     const auto parsed = std::from_chars(seconds.data(), end, number);
-    // From the year 0 to 9999; beyond, the calendar's years have no room for the number.
+    // The first second of the year 0 and the last one of 9999: RFC 3339 has years of four digits only.
     constexpr std::int64_t kFirst = -62167219200;
     constexpr std::int64_t kLast = 253402300799;
     if (seconds.empty() || parsed.ptr != end || number < kFirst || number > kLast ||
@@ -246,6 +254,8 @@ std::string_view writeTimestamp(std::string_view seconds, std::string_view local
     putNumber(static_cast<unsigned>(clock.hours().count()), at + 11, at + 13);
     putNumber(static_cast<unsigned>(clock.minutes().count()), at + 14, at + 16);
     putNumber(static_cast<unsigned>(clock.seconds().count()), at + 17, at + 19);
+    // The stream has the moment in whole seconds. Its milliseconds stand in the local time alone, and are
+    // right in any zone, as zones differ by whole seconds.
     localTime.copy(at + 20, kMillisecondDigits, localTime.size() - kMillisecondDigits);
     return {at, room.size()};
 }

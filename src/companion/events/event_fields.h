@@ -9,9 +9,13 @@
 #include <string>
 #include <vector>
 
+// The room `events`: what is made of events for people and programs. `EventFields` names what an event tells;
+// conditions, JSON and the table are built on these names. Besides them stand differences of baselines, and
+// the terminal, which knows the operating system.
 namespace velmox {
 
-/// The fields of the Elastic Common Schema that an event can have.
+/// The fields that an event can have in JSON: those of the Elastic Common Schema (version 8.11, its reference
+/// of fields), and `labels.*` for what that has no field for. In the order in which they are written.
 enum class Field : std::size_t
 {
     Timestamp,
@@ -58,10 +62,11 @@ FieldForm fieldForm(Field field);
 std::optional<Field> findField(std::string_view name);
 
 /// What an event tells, by the fields of the schema. Views into the event and into this object, which serves
-/// one event after the other.
+/// one event after the other; they hold until the next one is read, or the event goes. For one thread.
 class EventFields
 {
 public:
+    /// Takes up an event. What the one before told is gone.
     void read(const StreamEvent &event);
 
     /// Empty when the event has no such field, and for `Strings`.

@@ -51,8 +51,10 @@ bool EventFilter::isMet(Condition &condition, const EventFields &fields)
     bool isUndecided = false;
     for (const std::string_view text : fields.texts(condition.field)) {
         std::array<int, 3> offsets{};
+        // The reader hands out valid UTF-8, so that PCRE need not look through each text for it.
         const int result = condition.pattern->exec(text.data(), text.size(), PCRE_NO_UTF8_CHECK,
                                                    offsets.data(), offsets.size());
+        // 0 as well: found, with more groups than there is room for. Where it was found is of no interest.
         if (result >= 0) {
             return true;
         }

@@ -11,8 +11,9 @@
 namespace velmox {
 
 /// Conditions of the form FIELD=PATTERN that an event must meet, all of them. FIELD is the name of a JSON
-/// field, and PATTERN is searched for in its text, case not counted; of a list one text is enough. Where the
-/// search takes more steps than PCRE allows, a text counts as one in which the pattern is found.
+/// field, and PATTERN, a regular expression, is searched for in its text without regard to case; of a list
+/// one text is enough. Where the search takes more steps than PCRE allows, a text counts as one in which the
+/// pattern is found: an event too many is seen, one that is missing is not. For one thread.
 class EventFilter
 {
 public:
@@ -20,6 +21,7 @@ public:
     /// not compile.
     void add(std::string_view condition);
 
+    /// Whether the event meets all conditions; without one every event does.
     bool accepts(const EventFields &fields);
 
     /// A condition, as it was added, whose search was given up since this was asked last.

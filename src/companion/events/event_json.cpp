@@ -12,7 +12,8 @@ using Json = nlohmann::ordered_json;
 
 static_assert(kFieldCount <= 32, "a shape has a bit for each field");
 
-/// The node of a field, with the objects that lead there made where they are missing.
+/// The node of a field, with the objects that lead there made where they are missing: `registry.data.type` is
+/// a member of an object in an object.
 Json &nodeOf(Json &root, std::string_view name)
 {
     Json *node = &root;
@@ -23,6 +24,7 @@ Json &nodeOf(Json &root, std::string_view name)
     return (*node)[std::string(name)];
 }
 
+/// Into the string that the node has already, whose memory is used again.
 void setText(Json &node, std::string_view text)
 {
     if (node.is_string()) {
@@ -44,7 +46,8 @@ void setList(Json &node, std::span<const std::string_view> texts)
     }
 }
 
-/// A number that is too large for one stays a text.
+/// A process number is one of 32 bits; digits that are no number of 64 stay a text, so that a damaged stream
+/// still gives valid JSON.
 void setNumber(Json &node, std::string_view text)
 {
     std::int64_t number = 0;

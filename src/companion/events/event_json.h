@@ -20,6 +20,8 @@ public:
     EventJson(const EventJson &) = delete;
     EventJson &operator=(const EventJson &) = delete;
 
+    /// Appends an object and a line feed. Texts must be valid UTF-8, as those of a `StreamReader` are; the
+    /// library throws at others.
     void append(const EventFields &fields, std::string &out);
 
 private:

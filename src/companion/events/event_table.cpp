@@ -10,13 +10,16 @@ namespace velmox {
 
 namespace {
 
+/// A terminal with fewer columns gets the time without its date, and less of program and stanza.
 constexpr unsigned kNarrow = 120;
+/// Columns that key and value have together at least.
 constexpr unsigned kLeastShared = 20;
 constexpr std::size_t kKeyColumn = 3;
 constexpr std::size_t kLastColumn = 5;
-/// Where the clock begins in a time with its date.
+/// "yyyy-mm-dd ": a narrow table shows what is behind it.
 constexpr std::size_t kDateLength = 11;
 
+/// Escape sequences that choose how text is shown (ECMA-48, Select Graphic Rendition).
 constexpr std::string_view kPlain = "\x1B[0m";
 constexpr std::string_view kBold = "\x1B[1m";
 
@@ -43,20 +46,23 @@ struct Range
     char32_t last;
 };
 
-/// Controls, and the marks that reorder text.
+/// Characters that are not shown but do something: controls (C0, DEL, C1), marks without width, ends of lines
+/// and paragraphs, marks that turn the direction of text (UAX #9), the byte-order mark, tags.
 constexpr Range kHidden[] = {
     {0x00, 0x1F},     {0x7F, 0x9F},     {0x061C, 0x061C}, {0x200B, 0x200F},
     {0x2028, 0x202E}, {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xE0000, 0xE007F},
 };
 
-/// Characters that take two columns.
+/// Characters that take two columns: the blocks in which most are wide or full-width by UAX #11. It has
+/// single characters besides; where one is missed, a line is a column too long or short.
 constexpr Range kWide[] = {
     {0x1100, 0x115F},   {0x2E80, 0x303E},   {0x3041, 0xA4CF},   {0xA960, 0xA97F},   {0xAC00, 0xD7A3},
     {0xF900, 0xFAFF},   {0xFE30, 0xFE6F},   {0xFF00, 0xFF60},   {0xFFE0, 0xFFE6},   {0x16FE0, 0x18AFF},
     {0x1B000, 0x1B2FF}, {0x1F300, 0x1F64F}, {0x1F680, 0x1F6FF}, {0x1F900, 0x1F9FF}, {0x20000, 0x3FFFD},
 };
 
-/// Characters that stand on the one before them.
+/// Characters that stand on the one before them and take no column: the blocks of combining marks and of
+/// variation selectors.
 constexpr Range kCombining[] = {{0x0300, 0x036F}, {0x1AB0, 0x1AFF}, {0x1DC0, 0x1DFF},
                                 {0x20D0, 0x20FF}, {0xFE00, 0xFE0F}, {0xFE20, 0xFE2F}};
 
@@ -67,7 +73,7 @@ bool isIn(const Range (&ranges)[Count], char32_t value)
         ranges, [value](const Range &range) { return value >= range.first && value <= range.last; });
 }
 
-/// Takes a character of valid UTF-8.
+/// Takes a character off the front of valid UTF-8, and returns its code point.
 char32_t takeCharacter(std::string_view &text, std::string_view &bytes)
 {
     const auto lead = static_cast<unsigned char>(text.front());
@@ -93,6 +99,7 @@ std::string escapeOf(char32_t value)
     default:
         break;
     }
+    // As the escapes of C: two digits up to U+00FF, at least four beyond.
     std::array<char, 16> room{};
     std::snprintf(room.data(), room.size(), value < 0x100 ? "\\x%02X" : "\\u%04X",
                   static_cast<unsigned>(value));
@@ -174,6 +181,7 @@ std::string_view EventTable::valueOf(const StreamEvent &event, const EventFields
 void EventTable::appendRow(const Row &row, std::string_view colour, std::string &out) const
 {
     for (std::size_t at = 0; at < kColumnCount; ++at) {
+        // The operation alone has a colour; a header is bold throughout.
         const bool isColoured = style_.isColoured && !colour.empty() && (at == 1 || colour == kBold);
         out += isColoured ? colour : std::string_view();
         if (style_.width == 0) {
@@ -192,6 +200,7 @@ void EventTable::appendRow(const Row &row, std::string_view colour, std::string 
 
 void appendCell(std::string_view text, std::string &out)
 {
+    // Nearly all texts are plain ASCII, and need not be taken apart.
     if (isPrintable(text)) {
         out += text;
         return;

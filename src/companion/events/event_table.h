@@ -15,9 +15,9 @@ struct TableStyle
     bool isColoured = false;
 };
 
-/// Writes events as lines of a table: local time, operation, program, key, value with its data, stanza; of
-/// a process the image that was mapped and the user stand for key and value. A text can neither end a line
-/// nor speak to the terminal.
+/// Writes events as lines of a table: local time, operation, program, key, value with its data, stanza; of a
+/// process the image that was mapped and the user stand for key and value. A text of an event can neither end
+/// a line nor send the terminal a command, such as one that renames its window or hides what follows.
 class EventTable
 {
 public:
@@ -25,6 +25,7 @@ public:
 
     /// The names of the columns; nothing where lines are not cut, since those are for programs.
     void appendHeader(std::string &out) const;
+    /// `fields` have been read from `event`.
     void append(const StreamEvent &event, const EventFields &fields, std::string &out);
 
 private:

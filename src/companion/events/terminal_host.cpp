@@ -10,6 +10,7 @@ namespace velmox {
 
 namespace {
 
+/// Of a terminal that does not say how wide it is, such as a serial line.
 constexpr unsigned kUsualWidth = 80;
 
 } // namespace
@@ -37,6 +38,7 @@ bool isSameFile(const std::string &path, const std::string &other)
     struct stat one = {};
     struct stat two = {};
     const auto find = [](const std::string &name, struct stat &out) {
+        // A terminal, a pipe or /dev/null may be read and written at once.
         return (name == "-" ? fstat(STDIN_FILENO, &out) : stat(name.c_str(), &out)) == 0 &&
                S_ISREG(out.st_mode);
     };

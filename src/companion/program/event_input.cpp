@@ -13,9 +13,10 @@ namespace velmox {
 
 namespace {
 
+/// Bytes that are read at once; what a full pipe of Linux holds.
 constexpr std::size_t kChunkBytes = 65536;
 
-/// Owns a descriptor, but for that of standard input.
+/// Owns a descriptor, but for that of standard input, and for the -1 of a file that could not be opened.
 class Descriptor
 {
 public:
@@ -68,6 +69,7 @@ void EventInput::pass(const StreamEvent &event)
 {
     fields_.read(event);
     (filter_.accepts(fields_) ? onEvent_ : onOther_)(event, fields_);
+    // Behind the event, which counts as accepted.
     if (const std::optional<std::string> condition = filter_.takeGivenUp()) {
         complain("--where " + *condition +
                  ": the pattern takes too many steps; events where it does are kept");
@@ -85,7 +87,10 @@ bool EventInput::readBytes(int descriptor, const std::string &name)
                         });
     const auto chunk = std::make_unique<std::array<char, kChunkBytes>>();
     while (true) {
+        // Returns what a pipe has by now, so that events are passed on as they come, and the pause below is
+        // the moment before the next wait.
         const auto length = ::read(descriptor, chunk->data(), kChunkBytes);
+        // A signal came in between, and nothing was read.
         if (length < 0 && errno == EINTR) {
             continue;
         }

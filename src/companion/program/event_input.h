@@ -9,7 +9,8 @@
 namespace velmox {
 
 /// Reads the events of files or of standard input, and asks a filter about each. What is wrong with an input
-/// goes to standard error, with its name and the offset.
+/// goes to standard error, with its name and the offset, and reading goes on behind it. For one thread; the
+/// filter must outlive the object.
 class EventInput
 {
 public:

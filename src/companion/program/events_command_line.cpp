@@ -22,7 +22,8 @@ constexpr CommandRow kCommands[] = {
 
 constexpr std::string_view kWhere = "--where";
 
-/// Reads `--where` at the front of `at`, and moves past it; false if something else stands there.
+/// Reads `--where` at the front of `at`, with its condition behind it or, after a `=`, in the same word, and
+/// moves past it; false if something else stands there.
 bool takeWhere(std::vector<std::string>::const_iterator &at, std::vector<std::string>::const_iterator end,
                EventFilter &filter)
 {
@@ -90,7 +91,8 @@ EventsCommandLine readEventsCommandLine(const std::vector<std::string> &words, b
     EventsCommandLine line;
     line.command = isTerminal ? EventsCommand::Table : EventsCommand::Json;
     bool areFiles = false;
-    // The first word that is no option is the command, if it is the word of one.
+    // The first word that is no option is the command, if it is the word of one. A file of such a name can be
+    // given behind `--`, or behind the command.
     bool mayBeCommand = true;
     auto at = words.begin();
     while (at != words.end()) {
@@ -104,6 +106,7 @@ EventsCommandLine readEventsCommandLine(const std::vector<std::string> &words, b
             mayBeCommand = false;
             ++at;
         } else if (*at == "--help" || *at == "-h") {
+            // What stands behind it is not looked at.
             line.command = EventsCommand::Help;
             return line;
         } else if (*at == "--") {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+// The room `program`: `velmox-events` itself. What it was asked for, inputs, and in main.cpp the commands.
 namespace velmox {
 
 enum class EventsCommand
@@ -20,10 +21,10 @@ enum class EventsCommand
 struct EventsCommandLine
 {
     EventsCommand command = EventsCommand::Table;
-    /// Differences as JSON.
+    /// Whether `diff` writes JSON; the other commands have one form each.
     bool isJson = false;
     EventFilter filter;
-    /// Where the report goes.
+    /// Where the report goes; "-" is standard output.
     std::string output;
     /// Inputs: the two of a comparison, else "-" alone if none is named.
     std::vector<std::string> files;

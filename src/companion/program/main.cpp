@@ -17,13 +17,16 @@ namespace velmox {
 
 namespace {
 
+/// Exit codes. A comparison has those of `diff`: 0 for no difference, 1 for some, 2 where that is not known;
+/// elsewhere 1 says that the output may not be all that the input held, or more than was asked for.
 constexpr int kDamaged = 1;
 constexpr int kDifferent = 1;
 constexpr int kUnreadable = 2;
 constexpr int kUnsure = 2;
 constexpr int kUsage = 2;
 
-/// Writes out what gathered, and empties it.
+/// Writes out what gathered, and empties it. Called before each wait for input: events of a running monitor
+/// appear at once, and a file costs few writes. Throws when nobody takes the output any more.
 void flush(std::string &text)
 {
     const bool isWritten = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
@@ -64,7 +67,8 @@ int printJson(EventsCommandLine &line)
     return readAll(input, line.files);
 }
 
-/// False when the input is damaged, or holds no baseline: nothing can be said then of what is not in it.
+/// Reads all of an input, selected or not, since a comparison is one of whole baselines. False when the input
+/// is damaged, or holds no baseline: nothing can be said then of what is not in it.
 bool readBaseline(EventsCommandLine &line, const std::string &file, Baseline &baseline, bool &hasGivenUp)
 {
     EventInput input(
@@ -81,7 +85,8 @@ bool readBaseline(EventsCommandLine &line, const std::string &file, Baseline &ba
     return !baseline.empty();
 }
 
-/// Whole stanzas that read as added or removed may just not have been due.
+/// Names the stanzas that have a baseline in one input alone. Their values all read as added or removed,
+/// while it may just be that the stanza was not due.
 void tellOfStanzas(const EventsCommandLine &line, const Baseline &oldOne, const Baseline &newOne)
 {
     const auto tell = [](const Baseline &baseline, const std::string &file, const Baseline &other,
@@ -99,6 +104,7 @@ int printDifferences(EventsCommandLine &line, TableStyle style)
     Baseline oldOne;
     Baseline newOne;
     bool hasGivenUp = false;
+    // Both are read before either is judged: what is wrong with the second one is told as well.
     const bool isOldSound = readBaseline(line, line.files[0], oldOne, hasGivenUp);
     const bool isNewSound = readBaseline(line, line.files[1], newOne, hasGivenUp);
     if (!isOldSound || !isNewSound) {
@@ -116,10 +122,11 @@ int printDifferences(EventsCommandLine &line, TableStyle style)
         }
     });
     flush(out);
-    // Which of the differences the user asked for is not known then.
+    // With a condition given up it is not known which of the differences the user asked for.
     return hasGivenUp ? kUnsure : exitCode;
 }
 
+/// A path from UTF-8. Made of plain characters it would be taken for the code page of the system on Windows.
 std::filesystem::path asPath(const std::string &name)
 {
     return std::u8string(name.begin(), name.end());
@@ -133,7 +140,8 @@ struct PagePlace
     std::string output;
     /// What is no plain file, such as a pipe or a link, is written to directly.
     bool isPlain;
-    /// Where the page is written until it is whole.
+    /// Where the page is written until it is whole. In the same folder, as only there a file takes the place
+    /// of another in one step.
     std::string written;
 };
 
@@ -145,7 +153,8 @@ PagePlace::PagePlace(const std::string &name) : output(name)
     written = isPlain ? name + ".new" : name;
 }
 
-/// The command's output is no input of it, and no other file than an earlier page.
+/// Whether what the command writes is no input of it, and no other file than an earlier page. It guards
+/// against words in the wrong order: `report stream.xml page.html` must not cost the stream.
 bool mayWriteReport(const EventsCommandLine &line, const PagePlace &place)
 {
     for (const std::string &written : {place.output, place.written}) {
@@ -155,6 +164,7 @@ bool mayWriteReport(const EventsCommandLine &line, const PagePlace &place)
                 return false;
             }
         }
+        // True for any file that is there.
         if (isSameFile(written, written) &&
             !EventReport::isPage(readBeginning(written, EventReport::kPageStart.size()))) {
             complain(written + ": this file is no page, and is left as it is; the first file is the page");
@@ -175,7 +185,8 @@ bool writeFile(const std::string &path, const std::string &content)
     return std::fclose(file) == 0 && isWritten;
 }
 
-/// Puts a page in the place of an earlier one, which hands down its permissions, and stays if that fails.
+/// Puts a page in the place of an earlier one, which hands down its permissions. If that fails the earlier
+/// one stays, and a std::runtime_error says why.
 void putPage(const PagePlace &place, const std::string &page)
 {
     std::error_code error;
@@ -185,6 +196,8 @@ void putPage(const PagePlace &place, const std::string &page)
     } else if (place.isPlain) {
         const auto earlier = std::filesystem::status(asPath(place.output), ignored);
         if (std::filesystem::exists(earlier)) {
+            // A page readable by all stays so, and one that was closed to others is not opened by being made
+            // anew.
             std::filesystem::permissions(asPath(place.written), earlier.permissions(), ignored);
         }
         std::filesystem::rename(asPath(place.written), asPath(place.output), error);
@@ -209,6 +222,7 @@ int writeReport(EventsCommandLine &line)
                      [&](const StreamEvent &event, const EventFields &fields) { report.add(event, fields); });
     const int exitCode = readAll(input, line.files);
     if (input.hasUnreadable()) {
+        // An earlier page tells more than one that lacks an input.
         complain(line.output + ": no page is written, as an input could not be read");
         return kDamaged;
     }

@@ -64,6 +64,7 @@ const charts = (() => {
                 gridLineColor: line, axisLineColor: line,
             };
             if (chart.graph === undefined) {
+                // The constructor takes the data apart from the options.
                 delete options.file;
                 chart.graph = new Dygraph(chart.box, file, {
                     ...options, stackedGraph: true, stepPlot: true, fillGraph: true, fillAlpha: 0.7, strokeWidth: 1,

@@ -14,12 +14,14 @@ sub contents {
     return scalar <$file>;
 }
 
+# Digest::SHA leaves out the padding, without which a browser does not know the hash.
 sub padded { my ($hash) = @_; return $hash . '=' x (-length($hash) % 4) }
 
 sub literal {
     my ($name, $text) = @_;
     my $code = "constexpr std::string_view $name =\n";
-    # A compiler need not take a longer piece than 65,536 characters, nor a longer line.
+    # In pieces: a compiler need not take a logical line of more than 65,536 characters (C++ standard, Annex B). GCC joins
+    # any number of pieces.
     for my $line ($text =~ /(.{1,100})/gs) {
         $line =~ s/(["\\?])/\\$1/g;
         $line =~ s/\n/\\n/g;
@@ -33,6 +35,7 @@ my ($wanted, $library_path, $style_path, $body_path, @script_paths) = @ARGV;
 my $library = contents($library_path);
 sha256_hex($library) eq $wanted
     or die "$library_path is not the version that was tested: its SHA-256 is " . sha256_hex($library) . "\n";
+# Else a browser whose tools are open looks for a file beside the page.
 $library =~ s{//# sourceMappingURL=.*}{};
 my $script = join("\n", $library, map { contents($_) } @script_paths);
 die "a script holds the end of its element\n" if $script =~ m{</script}i;

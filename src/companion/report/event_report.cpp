@@ -14,7 +14,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// In the order of the columns.
+// In the order of the columns. The page's scripts know them by these names.
 constexpr std::string_view kColumns[] = {"operation", "process", "key",     "value", "data",
                                          "stanza",    "status",  "message", "pid",   "type"};
 
@@ -29,6 +29,8 @@ void appendNumbers(const auto &numbers, std::string &out)
     out += numbers.empty() ? "[]" : "]";
 }
 
+/// Appends a text as JSON that can stand in a `<script>` element: HTML ends one at the first `</script`, also
+/// within a string of JSON (HTML, "Restrictions for contents of script elements").
 void appendText(const std::string &text, std::string &out)
 {
     for (const char byte : Json(text).dump()) {
@@ -60,6 +62,9 @@ std::uint32_t EventReport::numberOfKey(const std::string &key)
     if (known != keys_.end()) {
         return known->second;
     }
+    // Component by component from the front, so that `HKLM\Software\A` and `HKLM\SOFTWARE\B` are two branches
+    // of one key: the folded path so far decides, and what it was first spelt like replaces what was
+    // gathered.
     std::string spelt;
     std::string folded;
     for (std::size_t at = 0; at <= key.size();) {
@@ -94,7 +99,8 @@ void EventReport::add(const StreamEvent &event, const EventFields &fields)
     for (std::size_t at = 0; at < kColumnCount; ++at) {
         columns_[at].push_back(numberOf(texts[at]));
     }
-    // An event without a time has that of the one before.
+    // An event without a time has that of the one before. The page has differences, as these are short
+    // numbers.
     const std::int64_t time = millisecondsOf(event.time, event.localTime).value_or(last_);
     times_.push_back(time - last_);
     last_ = time;
@@ -122,6 +128,7 @@ std::string EventReport::json() const
 
 std::string EventReport::page() const
 {
+    // By this an earlier page is known from any other file.
     static_assert(kPageHead.starts_with(kPageStart));
     std::string page(kPageHead);
     page += json();

@@ -3,6 +3,8 @@
 /* The noisiest processes, and the keys as a tree. */
 const lists = (() => {
     const kProcesses = 25, kChildren = 200;
+    // Paths that the user opened; with a minus in front, those that he closed though they are opened by
+    // themselves.
     const open = new Set();
 
     function drawProcesses() {

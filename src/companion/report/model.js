@@ -15,6 +15,7 @@ const model = (() => {
         last += data.time[at];
         time[at] = last;
     }
+    // Strings in lower case, made at the first search: a page that is only looked at needs none.
     const lowered = new Array(strings.length);
     const searched = ["operation", "process", "key", "value", "data", "stanza"];
     const selection = {operation: null, process: null, key: null, text: "", from: -Infinity, to: Infinity};
@@ -31,6 +32,7 @@ const model = (() => {
 
     /* For each string, whether the test holds. */
     function marks(test) {
+        // Strings are few where rows are many: a row then costs one look into the table.
         const found = new Uint8Array(strings.length);
         for (let at = 0; at < strings.length; ++at) {
             found[at] = test(at) ? 1 : 0;
@@ -63,6 +65,8 @@ const model = (() => {
         Object.assign(selection, changes);
         const texts = selection.text === "" ? null : textMarks();
         const keys = selection.key === null ? null : keyMarks();
+        // In one pass over typed arrays: a page has hundreds of thousands of rows, and follows each
+        // keystroke.
         const all = new Uint32Array(count);
         let used = 0;
         for (let row = 0; row < count; ++row) {

@@ -62,6 +62,7 @@ const page = (() => {
     function start() {
         let waiting;
         byId("search").addEventListener("input", () => {
+            // Not at each keystroke: the page is drawn anew once the user pauses.
             clearTimeout(waiting);
             waiting = setTimeout(() => apply({text: byId("search").value}), 150);
         });

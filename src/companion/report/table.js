@@ -42,6 +42,7 @@ const table = (() => {
         const first = Math.max(0, Math.floor(view.scrollTop * stretch() / kHeight) - kMargin);
         const end = Math.min(count, first + Math.ceil(view.clientHeight / kHeight) + 2 * kMargin);
         const above = Math.floor(view.scrollTop * stretch() / kHeight) - first;
+        // Rows have their height however far the scroll bar is stretched, so they hang at what is in view.
         rows.style.top = `${Math.max(0, view.scrollTop - above * kHeight)}px`;
         if (stretch() === 1) rows.style.top = `${first * kHeight}px`;
         const made = [];

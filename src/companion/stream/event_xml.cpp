@@ -9,12 +9,16 @@ namespace velmox {
 
 namespace {
 
-/// The parser keeps every name that it meets; a new one from time to time bounds that.
+/// The parser keeps every name that it has met until it is freed, and in a damaged stream each event may
+/// bring new ones. A new parser from time to time bounds that.
 constexpr unsigned kEventsInDocument = 10000;
 constexpr std::string_view kDocumentStart = "<stream>";
+/// Depths of the element in which the next one begins: `<stream>` is the document's, `<event>` the only one
+/// in it.
 constexpr int kInDocument = 1;
 constexpr int kInEvent = 2;
 
+/// An element of an event, and where its text goes.
 struct Element
 {
     std::string_view name;
@@ -41,6 +45,8 @@ std::string_view viewOf(const xmlChar *text)
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 constexpr std::string_view kCarriageReturn = "&#13;";
 
+/// The bytes that the parser can be given as they are. The monitor escapes control characters, so that only a
+/// carriage return and what is not ASCII need a look.
 constexpr std::array<bool, 256> makePlain()
 {
     std::array<bool, 256> plain{};
@@ -52,12 +58,15 @@ constexpr std::array<bool, 256> makePlain()
 
 constexpr std::array<bool, 256> kPlain = makePlain();
 
+/// 0 behind the end: no byte that continues a character, so that a text which is cut off needs no case of its
+/// own.
 unsigned byteAt(std::string_view bytes, std::size_t at)
 {
     return at < bytes.size() ? static_cast<unsigned char>(bytes[at]) : 0;
 }
 
-/// Length of the character at the front, which is not ASCII; 0 when there is none that XML knows.
+/// Length of the character at the front, which is not ASCII; 0 when there is none that XML allows. U+FFFE and
+/// U+FFFF are characters of Unicode and none of XML (XML 1.0, production 2, Char).
 std::size_t characterLength(std::string_view bytes)
 {
     const unsigned lead = byteAt(bytes, 0);
@@ -80,9 +89,10 @@ std::size_t wrongLength(std::string_view bytes)
     return bytes.starts_with("\xEF\xBF\xBE") || bytes.starts_with("\xEF\xBF\xBF") ? 3 : 1;
 }
 
-/// Appends an event's bytes as a reader of XML takes them without loss. CR LF is the line end of the stream
-/// and becomes a line feed; any other CR belongs to a text, and becomes a reference. What is no UTF-8, or no
-/// character of XML though it is one of Unicode, becomes U+FFFD.
+/// Appends an event's bytes so that a parser of XML loses none of them. A parser turns every CR LF and every
+/// CR into a line feed (XML 1.0, 2.11). CR LF is the stream's own line end, where that is right; any other CR
+/// belongs to a text of the registry, and becomes a reference, which the parser leaves a CR. What is no
+/// UTF-8, or no character of XML, becomes U+FFFD.
 void appendXmlText(std::string_view bytes, std::string &out)
 {
     std::size_t at = 0;
@@ -141,6 +151,8 @@ void EventXml::State::onStart(void *context, const xmlChar *name, const xmlChar 
                               const xmlChar **, int attributeCount, int, const xmlChar **attributes)
 {
     State &state = of(context);
+    // Also when an element begins within one whose text is wanted: the monitor nests none there, and what
+    // stands behind such an element is not taken for its text.
     state.text = nullptr;
     if (state.depth == kInDocument) {
         state.readAttributes(attributeCount, attributes);
@@ -181,9 +193,11 @@ void EventXml::begin()
     handler.startElementNs = State::onStart;
     handler.endElementNs = State::onEnd;
     handler.characters = State::onText;
+    // White space and CDATA are text like any other: a value may consist of blanks.
     handler.ignorableWhitespace = State::onText;
     handler.cdataBlock = State::onText;
-    // Anything, so that the parser reports nothing by itself.
+    // Without a handler the parser would write to standard error. The reader tells of damage, with its
+    // offset.
     handler.serror = [](void *, auto *) {};
     state_->depth = 0;
     state_->text = nullptr;
@@ -192,8 +206,8 @@ void EventXml::begin()
     if (state_->context == nullptr) {
         throw std::bad_alloc();
     }
-    // NOENT makes the values of attributes come with their references resolved. HUGE lifts limits that a
-    // document without an end would reach.
+    // NOENT makes the values of attributes come with their references resolved. NONET keeps the parser off
+    // the network. HUGE lifts limits on texts and documents that one without an end would reach.
     xmlCtxtUseOptions(state_->context.get(), XML_PARSE_NOENT | XML_PARSE_NONET | XML_PARSE_HUGE);
     feed(kDocumentStart);
 }
@@ -217,6 +231,8 @@ bool EventXml::read(std::string_view event, EventElements &out)
     }
     state_->out = &out;
     ++served_;
+    // An event can be well-formed and still leave the document at another depth, with a start or an end tag
+    // too many. A parser that has met an error takes nothing more; the next event gets a new one.
     if (!feed(text_) || state_->depth != kInDocument) {
         state_->context.reset();
         return false;

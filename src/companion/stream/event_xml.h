@@ -6,7 +6,8 @@
 
 namespace velmox {
 
-/// The parts of an `<event>` that count, with references resolved. What is not there is empty.
+/// The parts of an `<event>` that count, with references resolved. What is not there is empty; of an element
+/// that comes twice, the last one counts.
 struct EventElements
 {
     std::string stanza;
@@ -26,17 +27,22 @@ public:
     EventXml(const EventXml &) = delete;
     EventXml &operator=(const EventXml &) = delete;
 
-    /// `event` is from `<event` to `</event>`. False when it is not well-formed, with `out` of no meaning.
+    /// `event` is from `<event` to `</event>`. False when it is not well-formed; `out` then holds nothing to
+    /// be used. Throws std::bad_alloc when there is no memory for a parser.
     bool read(std::string_view event, EventElements &out);
 
 private:
+    /// The parser and what it fills. Hidden, so that no reader of this header needs the parser's own.
     struct State;
 
+    /// Makes a parser whose document has begun.
     void begin();
     bool feed(std::string_view bytes);
 
     std::unique_ptr<State> state_;
+    // The event as the parser gets it; a member so that it keeps its memory.
     std::string text_;
+    // Events that the document at hand has had.
     unsigned served_ = 0;
 };
 

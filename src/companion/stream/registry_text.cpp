@@ -10,13 +10,15 @@ namespace velmox {
 
 namespace {
 
+/// A path at which a hive begins, in upper case, and the hive's short name.
 struct Root
 {
     std::string_view path;
     std::string_view hive;
 };
 
-// The first that fits counts, so what lies below another stands in front of it.
+// The first that fits counts, so the current hardware profile stands in front of the machine's root, below
+// which it lies.
 constexpr Root kRoots[] = {
     {"HKLM", "HKLM"},
     {"HKCU", "HKCU"},
@@ -40,6 +42,7 @@ bool isBelow(std::string_view path, std::string_view root)
            (path.size() == root.size() || path[root.size()] == '\\');
 }
 
+/// What the monitor makes of the data of a type.
 enum class Form
 {
     /// Its content is not rendered.
@@ -57,7 +60,8 @@ struct Type
     Form form;
 };
 
-// The type REG_SD is named by the operation, and the data is rendered by the type of the record all the same.
+// Reads and writes of security descriptors say REG_SD whatever the type of the record, by which their data is
+// rendered all the same: any text may stand there, or none.
 constexpr Type kTypes[] = {
     {"REG_SZ", Form::Text},
     {"REG_DWORD", Form::Dword},
@@ -81,8 +85,9 @@ const Type *findType(std::string_view name)
     return found == std::end(kTypes) ? nullptr : found;
 }
 
-/// The decimal number of "0xHEX(DECIMAL)" where both are the same number; empty else. `Decimal` says how the
-/// bits of `Word` are read in decimal.
+/// The decimal number of "0xHEX(DECIMAL)", in which HEX has all digits of a `Word`; empty where the text has
+/// another form, or its two numbers are not the same. `Decimal` says how the bits of `Word` are read in
+/// decimal.
 template <class Word, class Decimal>
 std::string_view decimalOf(std::string_view text)
 {
@@ -102,6 +107,7 @@ std::string_view decimalOf(std::string_view text)
     return isWhole && static_cast<Word>(number) == word ? decimal : std::string_view();
 }
 
+// The monitor writes the decimal of a REG_DWORD without a sign, that of a REG_QWORD with one.
 std::string_view numberOf(Form form, std::string_view text)
 {
     return form == Form::Dword ? decimalOf<std::uint32_t, std::uint32_t>(text)
@@ -164,6 +170,7 @@ void readValueStrings(std::string_view type, std::string_view text, std::vector<
     out.clear();
     const Type *const row = findType(type);
     const Form form = row == nullptr ? Form::Empty : row->form;
+    // An empty REG_SZ is one empty string; an empty REG_SD is data that was not rendered.
     if (form == Form::Text && (!text.empty() || type != "REG_SD")) {
         out.push_back(text);
     } else if (form == Form::Lines && !text.empty()) {

@@ -31,7 +31,8 @@ std::string comparableRegistryPath(std::string_view path);
 /// Behind the last backslash or slash.
 std::string_view lastComponent(std::string_view path);
 
-/// Whether `type` is one that `data_type` can be, and `text` has a form that its `data` can have.
+/// Whether `type` is a word that `data_type` can be, and `text` has a form that the data of this type can
+/// have. It tells a separator of fields from the same bytes within a name.
 bool isValueText(std::string_view type, std::string_view text);
 
 /// Replaces `out` by the strings of a value: one of REG_SZ and REG_EXPAND_SZ, those of REG_MULTI_SZ, the

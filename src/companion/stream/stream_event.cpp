@@ -37,6 +37,8 @@ bool takeDigits(std::string_view &rest)
     return !takeAll(rest, kDigits).empty();
 }
 
+// Month/day/year hour:minute:second.milliseconds. How many digits a part has is not checked but for the last:
+// a text of the registry never stands here, so that there is nothing to mistake it for.
 bool takeLocalTime(std::string_view &rest, std::string_view &out)
 {
     const std::string_view before = rest;
@@ -51,6 +53,7 @@ bool takeLocalTime(std::string_view &rest, std::string_view &out)
 template <class TakeNext>
 bool takeField(std::string_view &rest, std::string_view separator, std::string_view &out, TakeNext takeNext)
 {
+    // On a copy, for a place where the next field can't be read belongs to this field's text.
     for (std::size_t at = rest.find(separator); at != std::string_view::npos;
          at = rest.find(separator, at + 1)) {
         std::string_view behind = rest.substr(at + separator.size());
@@ -63,7 +66,8 @@ bool takeField(std::string_view &rest, std::string_view separator, std::string_v
     return false;
 }
 
-/// A number, and what introduces the image behind it.
+/// A number, and what introduces the image behind it. It may have a sign: the monitor writes it as it stands
+/// in a signed word.
 bool takePid(std::string_view &rest, std::string_view &out, std::string_view next = "\nprocess_image=\"")
 {
     const std::string_view before = rest;
@@ -79,7 +83,8 @@ bool takeOperation(std::string_view &rest, std::string_view &out)
     return !out.empty() && out != kBaseline && take(rest, "\"\nkey_path=\"");
 }
 
-/// What stands between status and key.
+/// What stands between status and key. A status text comes from Windows, in its language, and may hold
+/// anything, so it is read up to what follows it.
 bool takeProcess(std::string_view &rest, StreamEvent &event)
 {
     return takeField(rest, "\"\npid=", event.status,
@@ -94,6 +99,7 @@ bool takeValue(std::string_view &rest, StreamEvent &event)
     if (!take(rest, "\"\ndata=\"") || !rest.ends_with('"')) {
         return false;
     }
+    // The data is the last field: everything up to the last quote is its text, quotes and line ends included.
     event.data = rest.substr(0, rest.size() - 1);
     return isValueText(event.dataType, event.data);
 }
@@ -116,6 +122,7 @@ bool takeProcessEnd(std::string_view rest, StreamEvent &event)
 /// The begin or end of a process, from the number of its parent on.
 bool readProcess(std::string_view rest, StreamEvent &event)
 {
+    // Read over, and not kept: see `parentPid`.
     std::string_view parentImage;
     return takePid(rest, event.parentPid, "\nparent_process_image=\"") &&
            takeField(rest, "\"\npid=", parentImage,
@@ -135,6 +142,7 @@ bool readImage(std::string_view rest, StreamEvent &event)
     }
     rest.remove_suffix(kEnd.size());
     event.operation = kOperation;
+    // Of two paths the first ends where the second is introduced: no path of a file holds a quote.
     return takeField(rest, kImagePath, event.processImage, [&](std::string_view behind) {
         event.imagePath = behind;
         return true;
@@ -149,6 +157,7 @@ bool readEventData(std::string_view data, StreamEvent &event)
     if (!takeLocalTime(rest, event.localTime)) {
         return false;
     }
+    // The four kinds of event differ in the field behind the local time.
     if (take(rest, "registry_type=\"baseline\"\nkey_path=\"")) {
         event.operation = kBaseline;
     } else if (take(rest, "parent_pid=")) {

@@ -43,11 +43,12 @@ struct StreamEvent
 };
 
 /// Reads the text of `<data>`, and sets of `event` what it tells. False where it is not built as the monitor
-/// builds it; `event` then is of no meaning.
+/// builds it; what `event` then holds is not to be used. The views lead into `data`.
 ///
-/// No quote is escaped within a field. The fields have an order, so that each is read up to the whole of what
-/// separates it from the next. The name of a key and the data of a value may hold such separators themselves:
-/// the first place where one stands, with a type and data behind it that fit each other, ends the key.
+/// A quote within a field is not escaped, so a quote alone ends nothing. But the fields have an order, and
+/// each is read up to the whole of the text that leads over to the next: `"`, line feed, name of the next
+/// field. The name of a key and the data of a value may hold that text too. The first place where it stands,
+/// with a type and data behind it that fit each other, ends the key.
 bool readEventData(std::string_view data, StreamEvent &event);
 
 } // namespace velmox

@@ -15,8 +15,11 @@ constexpr std::string_view kBlanks = " \t\r\n";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kDeclaration = "<?xml";
 constexpr std::string_view kDeclarationEnd = "?>";
+/// A declaration has a version, an encoding and one more word. What has no end within this is none.
 constexpr std::size_t kLongestDeclaration = 256;
 
+/// What the bytes at a place are for the stream's frame. In this order, so that of several answers for the
+/// same bytes the largest one is right: a tag that is there rules out one that might come.
 enum class Tag
 {
     None,
@@ -36,7 +39,7 @@ Tag match(std::string_view bytes, std::string_view tag, Tag result)
     return tag.starts_with(bytes) ? Tag::Undecided : Tag::None;
 }
 
-/// A name that only begins like ours is another one.
+/// An element whose name only begins like `<event` is not ours: what follows the name decides.
 Tag eventStart(std::string_view bytes)
 {
     const Tag tag = match(bytes, kEventStart, Tag::EventStart);
@@ -53,7 +56,8 @@ Tag eventStart(std::string_view bytes)
 /// Which tag of the stream's own frame stands at the front.
 Tag tagAt(std::string_view bytes)
 {
-    // Most tags are those within an event, and the first letter tells.
+    // Most tags are those within an event, and their first letter tells. This is asked at each `<` of the
+    // stream.
     const std::size_t letter = bytes.starts_with("</") ? 2 : 1;
     if (bytes.size() > letter && bytes[letter] != kEventStart[1] && bytes[letter] != kStreamStart[1]) {
         return Tag::None;
@@ -95,6 +99,8 @@ std::optional<std::size_t> prologueLength(std::string_view bytes)
 std::string_view strangeBytes(std::string_view bytes)
 {
     const char first = bytes.front();
+    // One letter and one NUL are a 16-bit unit of ASCII, in either order of bytes. Only a unit that a stream
+    // can begin with or has between events counts: text that holds NULs may be anything.
     const char second = bytes.size() > 1 ? bytes[1] : 'x';
     const char unit = first == '\0' ? second : first;
     const bool hasMark = bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF");
@@ -109,6 +115,7 @@ std::string_view strangeBytes(std::string_view bytes)
 
 void FrameScanner::feed(std::string_view bytes)
 {
+    // Once for each piece of input, and not once for each event: it moves all bytes that are left.
     buffer_.erase(0, at_);
     base_ += at_;
     searched_ -= std::min(searched_, at_);
@@ -135,10 +142,13 @@ std::optional<FrameScanner::Piece> FrameScanner::next()
         at_ = std::min(buffer_.find_first_not_of(kBlanks, at_), buffer_.size());
         const Tag tag = tagAt(rest());
         const std::optional<std::size_t> prologue = prologueLength(rest());
+        // Two bytes are needed to tell UTF-16, so a single one waits for its neighbour. At the end of the
+        // input nothing more comes, and what is there is judged as it is.
         const bool isDecided = tag != Tag::Undecided && prologue && rest().size() > 1;
         if (rest().empty() || (!isDecided && !ended_)) {
             return std::nullopt;
         }
+        // Between any two events, not at the beginning alone: files of streams get joined to one.
         if (prologue.value_or(0) > 0) {
             at_ += *prologue;
             continue;
@@ -155,6 +165,7 @@ std::optional<FrameScanner::Piece> FrameScanner::next()
             skip(kStreamEnd);
             continue;
         }
+        // Goes on at the next place where a tag may begin. Bytes that follow each other are told once.
         const std::size_t length = std::min(rest().find('<', 1), rest().size());
         if (!inDamage_) {
             inDamage_ = true;
@@ -166,12 +177,16 @@ std::optional<FrameScanner::Piece> FrameScanner::next()
 
 std::optional<FrameScanner::Piece> FrameScanner::takeEvent()
 {
+    // Behind what an earlier call searched: a large event comes in many pieces, and to begin anew for each
+    // would take time by the square of its length.
     std::size_t at = std::max(searched_, at_ + kEventStart.size());
     for (at = buffer_.find('<', at); at != std::string::npos; at = buffer_.find('<', at + 1)) {
         const Tag tag = tagAt(std::string_view(buffer_).substr(at));
+        // The search goes on at this very `<` when its tag is whole.
         if (tag == Tag::Undecided) {
             break;
         }
+        // Any other tag of the frame cuts the event off, and is itself left for the next call.
         if (tag != Tag::None) {
             return endEvent(at, tag == Tag::EventEnd);
         }
@@ -183,7 +198,8 @@ std::optional<FrameScanner::Piece> FrameScanner::takeEvent()
 
 FrameScanner::Piece FrameScanner::endEvent(std::size_t end, bool isWhole)
 {
-    // Whatever comes up to the next tag of the frame belongs to it.
+    // Whatever follows an event that is too long, up to the next tag of the frame, is the rest of it, and is
+    // passed over without being told again.
     inDamage_ = end - at_ > kMaxEventBytes;
     if (inDamage_) {
         return damage(end - at_, "an event is too long");

@@ -9,10 +9,15 @@
 #include <string>
 #include <string_view>
 
+// The room `stream`: from the bytes that the monitor wrote to its events. Bytes are cut into frames
+// (`FrameScanner`), a frame is read as XML (`EventXml`), its text by the grammar of the monitor's `<data>`
+// (`readEventData`). Nothing here runs in the monitor's process; what is read may be old, cut off, joined or
+// damaged.
 namespace velmox {
 
-/// Cuts the bytes of event streams into events without looking into them. No text of an event holds a `<`, so
-/// that the tags show where one begins, ends, or was cut off.
+/// Cuts the bytes of event streams into events without looking into them. In a stream every `<` within a text
+/// is escaped, so that each `<` begins a tag, and tags alone show where an event begins, ends, or was cut
+/// off: a reader can take up a damaged stream at the next event. For one thread.
 class FrameScanner
 {
 public:
@@ -38,13 +43,14 @@ public:
     };
 
     void feed(std::string_view bytes);
-    /// Nothing comes behind what was fed: an event that is open is cut off.
+    /// Says that nothing comes behind what was fed: an event that is open is cut off.
     void finish() { ended_ = true; }
     /// Nothing when it takes further bytes to tell, or none are left.
     std::optional<Piece> next();
 
 private:
     std::string_view rest() const { return std::string_view(buffer_).substr(at_); }
+    /// Moves behind a tag of the frame, which also ends damage.
     void skip(std::string_view tag);
     std::optional<Piece> takeEvent();
     /// Hands out the event at `at_`, which the tag at `end` closes if it `isWhole`, or cuts off.
@@ -59,11 +65,13 @@ private:
     /// How far the event at `at_` was searched for its end.
     std::size_t searched_ = 0;
     bool ended_ = false;
+    // Whether the bytes at `at_` follow such that were told of as damage.
     bool inDamage_ = false;
 };
 
-/// Reads the events of one input while it grows, a stream or several one after another, in memory
-/// that is bounded by the length of an event. What is wrong is told, and reading goes on behind it.
+/// Reads the events of one input while it grows, a stream or several one after another, in memory that is
+/// bounded by the length of an event. What is wrong is told, and reading goes on behind it. For one thread;
+/// both functions are called within `feed` and `finish`, and what they throw passes through.
 class StreamReader
 {
 public:

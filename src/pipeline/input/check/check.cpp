@@ -19,6 +19,8 @@ enum class Subject
     Foreign, ///< a stanza that is not of the scheme
 };
 
+/// A row of the table of checks. Several checks may give one code. The order of the rows shows in findings on
+/// one line alone.
 struct CodedCheck
 {
     std::string_view code;
@@ -85,12 +87,15 @@ void checkOne(const StanzaAtHand &at, Findings &findings)
         Findings found;
         Report report(row.code, row.severity, at.stanza(), found);
         row.check(at, report);
+        // Quotes and remarks make another pattern of a value than anybody meant. They are found by
+        // themselves; what else comes of that pattern would only hide them.
         std::ranges::copy_if(found, std::back_inserter(findings), [&](const Finding &finding) {
             return row.subject != Subject::Rules || !hasQuotesOrRemark(at.value(finding.key.c_str()));
         });
     }
 }
 
+/// By file and line, each once: stanzas that inherit from one section all find the fault in it.
 Findings inOrder(Findings findings)
 {
     const auto order = [](const Finding &finding) {
@@ -114,6 +119,7 @@ Findings inOrder(Findings findings)
 
 void Report::add(Severity severity, const Str &key, const Str &message)
 {
+    // A setting that is missing has no line; the header is where it would be added.
     const auto place = stanza_.places.find(key);
     if (key.empty() || place == stanza_.places.end()) {
         findings_.push_back({stanza_.header, stanza_.name, key, severity, code_, message});
@@ -145,6 +151,7 @@ Findings checkStanzas(const ConfiguredStanzas &stanzas, const CheckRequest &requ
     for (const CheckedStanza &checked : all.stanzas) {
         checkOne({request, all, checked}, findings);
     }
+    // Of another scheme than the monitor's no stanza was compiled. The checks of settings still hold for it.
     if (all.stanzas.empty()) {
         foreign.insert(foreign.end(), own.begin(), own.end());
     }

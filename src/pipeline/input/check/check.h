@@ -26,7 +26,8 @@ struct Finding
     /// Empty when it is about the stanza as a whole.
     Str key;
     Severity severity = Severity::Warning;
-    /// What people search for, such as "bad-pattern".
+    /// What people search for, such as "bad-pattern": docs/administrator.md, "Traps", has an example of each.
+    /// Scripts go by it, so that a code once given out keeps its meaning.
     std::string_view code;
     /// One line.
     Str message;

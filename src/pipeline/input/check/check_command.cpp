@@ -34,7 +34,8 @@ std::size_t countOf(const Findings &findings, Severity severity)
     return static_cast<std::size_t>(std::ranges::count(findings, severity, &Finding::severity));
 }
 
-/// A message may quote a value that goes over several lines.
+/// A message may quote a value that goes over several lines; whoever reads findings with a script takes one a
+/// line.
 Str onOneLine(const Str &text)
 {
     Str line = text;
@@ -67,6 +68,7 @@ Str jsonOf(const Finding &finding)
     object["severity"] = nameOf(finding.severity);
     object["code"] = finding.code;
     object["message"] = std::string(finding.message);
+    // A value may hold bytes that are no UTF-8, at which the library would throw.
     return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
@@ -137,6 +139,7 @@ int runCheck(const CheckOptions &options, CheckRequest request)
     const ConfiguredStanzas stanzas = readConfiguredStanzas("inputs");
     const Findings findings = checkStanzas(stanzas, request);
     if (options.json) {
+        // Lines for programs end in LF, on Windows too.
         _setmode(_fileno(stdout), _O_BINARY);
     }
     print(findings, options);

@@ -21,7 +21,8 @@ struct CheckOptions
 std::optional<CheckOptions> readCheckOptions(const StrVector &arguments);
 
 /// Checks the stanzas of `inputs.conf` and prints what is found to standard output. `request` has the scheme
-/// of the options. The exit code: 2 with an error, else 1 with a warning that counts, else 0.
+/// of the options. The exit code: 2 with an error or when standard output can't be written, else 1 with a
+/// warning that counts, else 0. Main thread.
 int runCheck(const CheckOptions &options, CheckRequest request);
 
 } // namespace velmox

@@ -9,8 +9,11 @@ namespace velmox {
 
 namespace {
 
+// What the monitor takes without options.
 const StanzaDefaults kDefaults{"default", true};
 
+// The filters have `type` as a whole; only what the driver is asked for goes by its pieces. So a piece that
+// does not compile shows here first.
 std::uint32_t askedFor(const MonitorFilterGroup &group, const HiveNames &hiveNames)
 {
     try {
@@ -25,7 +28,9 @@ std::uint32_t askedFor(const MonitorFilterGroup &group, const HiveNames &hiveNam
 std::unique_ptr<StanzaRules> StanzaRules::make(const ConfiguredStanza &stanza, const HiveNames &hiveNames)
 {
     Stanzas alone{{stanza.name, stanza.properties}};
+    // A disabled stanza is checked as well, for whoever turns it on.
     alone.begin()->second.set("disabled", "0");
+    // A copy for each stanza, as it notes whether a pattern names the current control set.
     HiveNames names = hiveNames;
     try {
         std::unique_ptr<MonitorFilterGroup> group = makeFilterGroup(alone, kDefaults, names);
@@ -44,6 +49,7 @@ StanzaRules::StanzaRules(std::unique_ptr<MonitorFilterGroup> group, HiveNames hi
         return;
     }
     for (const Str &text : sampleTexts(*hiveParts_)) {
+        // The samples are guesses at what a pattern means; that they match is the filter's word.
         if (filter().matchesKey(text)) {
             samplePaths_.push_back(text);
         }

@@ -14,7 +14,8 @@ namespace velmox {
 class StanzaRules
 {
 public:
-    /// Null when the monitor would refuse the stanza. `hiveNames` must be filled.
+    /// Null when the monitor would refuse the stanza, as a pattern does not compile. `hiveNames` must be
+    /// filled; it is copied, and so stays as it is whatever the stanza names.
     static std::unique_ptr<StanzaRules> make(const ConfiguredStanza &stanza, const HiveNames &hiveNames);
 
     const SystemMonitoringConfig &config() const { return group_->configs.front(); }

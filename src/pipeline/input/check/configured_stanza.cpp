@@ -16,7 +16,7 @@ namespace velmox {
 
 namespace {
 
-/// Stands for the header in the place of a key, as no key has blanks around it.
+/// Stands for the header where a key is looked up. No key of a file is this: keys are trimmed of blanks.
 constexpr char kHeader[] = "\n";
 
 /// What is known of the lines of a file.
@@ -34,7 +34,9 @@ struct Places
     std::vector<SwallowedLine> swallowed;
 };
 
-/// Whether a line that continues another one looks like a header or a setting.
+/// Whether a line that continues another one looks like a header or a setting. A name in front of `=` holds
+/// nothing but letters, digits and a few signs, so that a pattern which goes on in a second line, with `(?=`
+/// in it, is none.
 bool isLineOfItsOwn(std::string_view line)
 {
     if (line.starts_with('[')) {
@@ -49,11 +51,14 @@ bool isLineOfItsOwn(std::string_view line)
 }
 
 /// The first line taken in by a line that was not meant to go on: one that looks like a header or a setting,
-/// or any behind a separator of a pattern, which nobody would break there.
+/// or any behind a separator of a pattern (two backslashes, of which the store takes the last one for a line
+/// that goes on), as nobody breaks a pattern there.
 std::optional<Str> swallowedIn(const Str &line)
 {
     std::string_view rest = line.view();
     for (std::size_t end; (end = rest.find('\n')) != rest.npos;) {
+        // The store took the last backslash and put a line feed in its place; one that still stands there was
+        // the first of two.
         const bool isAtSeparator = rest.substr(0, end).ends_with('\\');
         rest.remove_prefix(end + 1);
         const std::string_view next = trimmedView(rest.substr(0, rest.find('\n')));
@@ -64,7 +69,8 @@ std::optional<Str> swallowedIn(const Str &line)
     return std::nullopt;
 }
 
-/// Of a key that stands twice in a file the last line counts, of a header the first.
+/// Of a key that stands twice in a file the last line counts, as for the store. Of a header the first: it is
+/// what people find. Settings above all headers make a section as well, though no line says so.
 void readLines(ConfLineReader &reader, Lines &lines)
 {
     Str line;
@@ -98,7 +104,9 @@ void readLines(ConfLineReader &reader, Lines &lines)
     }
 }
 
-/// Whether a mapper has a say in the type for the reader: its files are for all users, and its app is usable.
+/// Whether what a mapper has of the type counts for the reader: it is for all users, and its app is usable. A
+/// file of an app that is turned off is there and is not read, so the mapper is asked, and the store's own
+/// rule.
 bool isRead(IConfPathMapper &mapper, const Str &type, const ApplicationManager &applications)
 {
     ConfSearch search;
@@ -129,6 +137,7 @@ Places readPlaces(const Str &type)
         }
         ++layer;
         for (const auto &[setting, line] : lines.numbers) {
+            // The mappers come in the order in which they are read: the first that has a setting decides.
             places.settings.try_emplace(setting, ConfPlace{file.toStr(), line, layer});
         }
         for (SwallowedLine &swallowed : lines.swallowed) {

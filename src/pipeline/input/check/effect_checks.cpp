@@ -12,7 +12,8 @@ namespace velmox {
 
 namespace {
 
-// What the paths of all events begin with: hives that programs load for themselves are below `a`.
+// What the paths of all events begin with. Below `a` lie hives that programs load for themselves alone
+// (Microsoft, RegLoadAppKey).
 constexpr const char *kEventRoots[] = {"\\registry\\machine\\", "\\registry\\user\\", "\\registry\\a\\"};
 constexpr std::string_view kControlSet = "\\registry\\machine\\system\\controlset";
 constexpr std::string_view kCurrentControlSet = "\\registry\\machine\\system\\currentcontrolset";
@@ -45,15 +46,17 @@ bool canBeginEvent(const Str &beginning)
     });
 }
 
-/// Whether the pattern can accept the path of any event, as far as that can be told.
+/// Whether the pattern can accept the path of any event. True where it can't be told: nothing is reported on
+/// a guess.
 bool canMatchEvents(const StanzaRules &rules)
 {
     const StrVector begun = rules.hiveParts() ? beginnings(*rules.hiveParts()) : StrVector();
     return begun.empty() || std::ranges::any_of(begun, canBeginEvent);
 }
 
-/// One pattern for alternatives that each begin with the same root: the root in front, behind it what all end
-/// in. Empty when the roots differ, or an alternative has nothing between.
+/// One pattern for alternatives that each begin with the same root: the root in front, behind it what they
+/// differ in, then what all end in. Empty when the roots differ, or an alternative has nothing between: then
+/// there is no single pattern to advise.
 Str unitedAlternatives(const std::vector<std::string_view> &alternatives)
 {
     constexpr std::string_view kRootEnd = "\\\\";
@@ -62,6 +65,7 @@ Str unitedAlternatives(const std::vector<std::string_view> &alternatives)
         return {};
     }
     const std::string_view root = alternatives.front().substr(0, rootEnd + kRootEnd.size());
+    // The longer one first, as it ends in what looks like the shorter one.
     std::string_view tail;
     for (const std::string_view one : {"(\\\\.*)?", "\\\\.*"}) {
         const bool isOfAll =
@@ -78,7 +82,8 @@ Str unitedAlternatives(const std::vector<std::string_view> &alternatives)
     return Str() << root << '(' << joined(middles, "|") << ')' << tail;
 }
 
-/// Alternatives that no path begins like, in a hive of which another one can match.
+/// Alternatives that no path begins like, in a hive of which another one can match. A root is replaced at the
+/// very front alone, so `HKLM\\A|HKLM\\B` has a second half that matches nothing.
 void checkAlternatives(const StanzaAtHand &at, Report &report)
 {
     const std::optional<PatternPart> &parts = at.rules().hiveParts();
@@ -100,7 +105,8 @@ void checkAlternatives(const StanzaAtHand &at, Report &report)
     }
 }
 
-/// Whether a path is \registry\user\SID\software\classes or below it.
+/// Whether a path is \registry\user\SID\software\classes or below it: a link to \registry\user\SID_Classes,
+/// and the kernel reports the latter. The first name is the empty one before the backslash.
 bool isBelowUsersClasses(const Str &path)
 {
     StrVector names;
@@ -109,7 +115,8 @@ bool isBelowUsersClasses(const Str &path)
            names[5] == "classes";
 }
 
-/// How the registry's root is to be written that a pattern seems to mean; empty for none.
+/// How the registry's root is to be written that a pattern seems to mean; where it seems to mean none, the
+/// roots that there are. HKCR has no place of its own: it shows two others merged.
 Str spellingOfRoot(const Str &hive, const HiveNames &hiveNames)
 {
     const Str name = hive.trimmed(CharSet("^(?:\\"), true, false).uppered();
@@ -169,6 +176,7 @@ void checkHiddenControlSet(const StanzaAtHand &at, Report &report)
             continue;
         }
         const Str rest = path.substr(nameEnd(path, kControlSet.size()));
+        // A pattern may have any number in it, or a class. What counts is the control set that gets renamed.
         const Str numbered = Str::concat(namer->rules->currentControlSetPath(), rest);
         // As the filters get to see it.
         const Str renamed = Str::concat(kCurrentControlSet, rest);
@@ -185,7 +193,8 @@ void checkHiddenControlSet(const StanzaAtHand &at, Report &report)
 void checkUnnamedControlSet(const StanzaAtHand &at, Report &report)
 {
     if (at.rules().namesCurrentControlSet()) {
-        // The name that was looked for may go on.
+        // The monitor looks for the text alone, and takes `CurrentControlSetX` for the current control set
+        // too.
         const auto isBelowCurrent = [](const Str &path) {
             return path.startsWith(kCurrentControlSet) &&
                    nameEnd(path, kCurrentControlSet.size()) == kCurrentControlSet.size();
@@ -257,6 +266,7 @@ void checkTakenName(const StanzaAtHand &at, Report &report)
     }
     for (const Str &path : at.rules().samplePaths()) {
         const SystemMonitoringConfig *const taker = at.all.inForce->stanzaOf(path);
+        // What the monitor would write is asked of its own group, on paths that this stanza accepts.
         if (taker != nullptr && taker->name != at.rules().config().name) {
             report.add("hive",
                        Str() << "what it accepts goes out as [" << at.request.scheme << "://" << taker->name

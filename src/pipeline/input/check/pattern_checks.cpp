@@ -11,11 +11,14 @@ namespace {
 
 constexpr const char *kPatternKeys[] = {"hive", "proc"};
 
-/// What is worth a word: a usual pattern takes a thousandth of that.
+/// From here on a trial is worth a word: a usual pattern takes a thousandth of that. A monitor that sees a
+/// thousand records a second would do nothing else.
 constexpr double kSlowMilliseconds = 1;
+/// Of a path that a registry may well have: a key's name alone can take 255 characters.
 constexpr std::size_t kWorstLength = 250;
 
-/// What comes of a pattern that does not compile: nothing while no stanza that has it is enabled.
+/// What comes of a pattern that does not compile: nothing while no stanza that has it is enabled. Those that
+/// inherit the setting from the same section have it as well.
 Str consequence(const StanzaAtHand &at, const Str &key, const char *what)
 {
     const auto &own = at.stanza().properties.properties;
@@ -74,7 +77,8 @@ void checkPatterns(const StanzaAtHand &at, Report &report)
             report.add(key, Str() << fault << consequence(at, key, kNoStart));
         }
     }
-    // What the monitor puts behind a plain path can make it another one.
+    // The monitor puts something behind a plain path. One that compiles by itself need not do so then: a
+    // backslash at its end takes the first character of that into an escape.
     if (!isFound && at.checked.rules == nullptr && patternFault(at.value("type").lowered()).empty()) {
         report.add("hive", Str() << "no pattern once the monitor has completed it"
                                  << consequence(at, "hive", kNoStart));
@@ -84,7 +88,8 @@ void checkPatterns(const StanzaAtHand &at, Report &report)
 void checkTypes(const StanzaAtHand &at, Report &report)
 {
     const Str type = at.value("type");
-    // The filter takes the value as a whole and folded, the driver is asked for the pieces as they are.
+    // The filter takes the value as a whole and folded, the driver is asked for the pieces between bars as
+    // they are. The first fault is enough; that of the whole comes first.
     StrVector patterns = {type.lowered()};
     StrSegment(type).splitInto(patterns, "|");
     for (const Str &pattern : patterns) {
@@ -138,13 +143,14 @@ void checkFoldedEscape(const StanzaAtHand &at, Report &report)
 void checkTail(const StanzaAtHand &at, Report &report)
 {
     const Str hive = at.value("hive");
-    // A line that was taken in is another matter.
+    // A value with a line end has taken in the next line, and is found as such.
     if (!hasPatternCharacters(hive) || hasDeliberateEnd(hive) || hive.contains("\n")) {
         return;
     }
     const RegMonEventFilter &filter = at.rules().filter();
     const auto endsAtKey = [&](const Str &path) {
-        // A pattern whose last name may go on is about names, and those are found.
+        // If a letter may follow, the pattern is about keys whose names begin so, and that may be all that
+        // was wanted.
         return !filter.matchesKey(Str::concat(path, "\\x")) && !filter.matchesKey(Str::concat(path, "x"));
     };
     const StrVector &paths = at.rules().samplePaths();
@@ -166,6 +172,8 @@ void checkPlainPath(const StanzaAtHand &at, Report &report)
     const Str message =
         "a plain path: keys beside it whose names begin alike are watched too, and what lies more "
         "than one level below is not";
+    // What the monitor puts behind a plain path holds a line end, and a checkpoint file counts up to its
+    // first line: the pattern never equals the one noted there, and the interval is of no use.
     const bool isBaseline = at.rules().config().baseline;
     report.add(isBaseline ? Severity::Warning : Severity::Note, "hive",
                Str() << message << (isBaseline ? "; with baseline it is walked at every start" : "")
@@ -191,6 +199,7 @@ void checkKeyItself(const StanzaAtHand &at, Report &report)
         return;
     }
     const PatternPart *const last = lastPart(*parts);
+    // A separator and then anything: `X\\.*`.
     const PatternPart *const before = secondLastPart(*parts);
     if (last != nullptr && before != nullptr && last->kind == PatternPart::Kind::Any && last->isRepeated() &&
         before->kind == PatternPart::Kind::Text && before->text == "\\") {

@@ -12,6 +12,7 @@ namespace {
 
 using Kind = PatternPart::Kind;
 
+/// Alternatives multiply; a few texts show what a pattern means.
 constexpr std::size_t kMostTexts = 8;
 /// A count beyond this makes no text that is worth trying.
 constexpr unsigned kMostRepeats = 300;
@@ -26,6 +27,7 @@ enum class Repeats
 /// A character that a class takes; empty when none of those that are tried is one.
 Str memberOf(const Str &charClass)
 {
+    // Likely characters first, as they make texts that people recognise in a message.
     static const Str kCandidates =
         "x0abcdefghijklmnopqrstuvwyz123456789_-. \\{}()$%+,;=@~!#&'^`[]/:*?\"<>|\t\r\n";
     try {
@@ -106,7 +108,8 @@ StrVector textsOf(const PatternPart &part, Repeats repeats)
     return texts;
 }
 
-/// All texts that a part can match, when these are few; else none.
+/// All texts that a part can match, when these are few; else none. A list at its limit counts as none, since
+/// it may have been cut.
 StrVector exactTexts(const PatternPart &part)
 {
     StrVector texts;
@@ -144,7 +147,8 @@ StrVector exactTexts(const PatternPart &part)
     return texts;
 }
 
-/// Whether what one alternative begins with, another one can begin with too.
+/// Whether what one alternative begins with, another one can begin with too: each turn of a repeat around
+/// them can then be tried in several ways.
 bool hasLikeAlternatives(const PatternPart &part)
 {
     if (part.kind != Kind::Choice) {
@@ -172,6 +176,8 @@ bool repeatsBelow(const PatternPart &part)
     });
 }
 
+/// The two forms of pattern in which the number of ways to match doubles with each character: `(a+)+` and
+/// `(a|aa)+`. On a text that fails at its end all of them are tried.
 bool isNest(const PatternPart &part)
 {
     return part.isRepeatedOften() && (repeatsBelow(part) || anyPart(part, hasLikeAlternatives));
@@ -203,6 +209,8 @@ Str shortestText(const PatternPart &part)
     return texts.empty() ? Str() : texts.front();
 }
 
+/// Finds the nests, and for each the shortest text that leads to it and the shortest that follows. Nests
+/// within a nest are part of it.
 void gatherNests(const PatternPart &part, const Str &before, const Str &behind, std::vector<Nest> &nests)
 {
     if (isNest(part)) {
@@ -223,7 +231,8 @@ void gatherNests(const PatternPart &part, const Str &before, const Str &behind, 
     }
 }
 
-/// As many turns as there is room for; a character stays whole.
+/// As many turns as there is room for, and one at least. Only whole turns: no character of UTF-8 is cut, and
+/// PCRE is told that it need not look.
 Str filledText(const Str &before, const Str &turn, const Str &end, std::size_t length)
 {
     Str text = before;
@@ -233,8 +242,9 @@ Str filledText(const Str &before, const Str &turn, const Str &end, std::size_t l
     return text += end;
 }
 
-/// As many steps as a text takes that is not worth a word are far below the first, and those that make the
-/// monitor's limit matter above the second.
+/// Steps after which a trial ends. A text that is not worth a word takes far fewer than the first, one for
+/// which the monitor's own limit matters more than the second: so nearly all texts cost little, and at most
+/// one runs up to the monitor's limit.
 constexpr unsigned kQuickLimit = 20'000;
 constexpr unsigned kLongLimit = 150'000;
 /// What takes longer need not be measured twice.
@@ -243,7 +253,8 @@ constexpr double kLongMilliseconds = 20;
 constexpr int kOffsets = 30;
 constexpr int kRuns = 3;
 
-/// The limit of zero is the monitor's own.
+/// The pattern as the filter has it, with a limit of steps in front, which can only lower the one that the
+/// caller sets (pcrepattern, "Setting match and recursion limits"). A limit of zero leaves the monitor's own.
 std::unique_ptr<RegexProgram> limitedProgram(const Str &pattern, TrialMode mode, unsigned limit)
 {
     Str text = limit == 0 ? Str() : Str::fromFormat("(*LIMIT_MATCH=%u)", limit);
@@ -302,6 +313,7 @@ StrVector beginnings(const PatternPart &whole)
         }
         return begun;
     }
+    // A row of parts is followed up to the first whose texts are not all known.
     begun = {whole.text};
     for (const PatternPart &child : whole.parts) {
         const StrVector exact = exactTexts(child);
@@ -324,7 +336,9 @@ StrVector worstTexts(const PatternPart &whole, std::size_t length)
     gatherNests(whole, {}, {}, nests);
     StrVector texts;
     for (const Nest &nest : nests) {
-        // PCRE gives up at once on a text that lacks a character which every match must have.
+        // PCRE gives up at once on a text that lacks a character which every match must have. So the end of a
+        // text, on which the match has to fail, is tried in several ways, also with what follows the nest in
+        // it.
         const Str other = "!";
         for (const Str &end : {other, Str("\\"), Str("x"), Str("\n"), Str::concat(nest.behind, other),
                                Str::concat(other, nest.behind)}) {

@@ -40,7 +40,8 @@ enum class TrialMode
 };
 
 /// Takes the longest that the pattern needs on one of the texts, with the machine code and the limits that
-/// the monitor uses.
+/// the monitor uses. It runs the pattern, so it takes a few times what the monitor would. All zeros when the
+/// pattern does not compile.
 PatternTrial worstTrial(const Str &pattern, TrialMode mode, const StrVector &texts);
 
 } // namespace velmox

@@ -13,15 +13,21 @@ namespace {
 
 using Kind = PatternPart::Kind;
 
+// Escapes of a single letter, those that are a character or a set of them, and those that take none
+// (pcrepattern, "Backslash"). The pattern is folded, so that there are no capitals.
 constexpr CharSet kClassEscapes("dswhvnrtfae");
 constexpr CharSet kAssertionEscapes("bz");
 constexpr CharSet kHex("0123456789abcdef");
 constexpr CharSet kDigits("0123456789");
 constexpr CharSet kOptions("imsxuj-");
 
-/// Deeper than any pattern that a person writes; the stack is no matter then.
+/// Groups within groups, each of which is a few calls on the stack; deeper than any pattern that a person
+/// writes.
 constexpr unsigned kDeepest = 100;
 
+/// Reads a pattern by recursive descent: a choice of sequences of items, each with its quantifier. At the
+/// first thing that it does not know it gives up on the whole pattern (`isLost_`): a check that says nothing
+/// does less harm than one that is wrong.
 class Parser
 {
 public:
@@ -75,6 +81,7 @@ private:
         case '^':
         case '$':
             return {Kind::Assertion, cut(1)};
+        // A quantifier with nothing to repeat; PCRE refuses it, so that something before was misread.
         case '*':
         case '+':
         case '?':
@@ -89,6 +96,7 @@ private:
         if (!rest_.starts_with('?')) {
             return rest_.starts_with('*') ? lost() : closed(choice());
         }
+        // Before names, which begin with `?<` too.
         for (const char *look : {"?=", "?!", "?<=", "?<!"}) {
             if (take(look)) {
                 closed(choice());
@@ -119,6 +127,8 @@ private:
         const bool outer = dotAll_;
         bool isOn = true;
         while (!rest_.empty() && kOptions.contains(rest_.front())) {
+            // What stands behind a minus sign is switched off. With `x` blanks and remarks would count for
+            // nothing from here on.
             const char option = cut(1)[0];
             isLost_ = isLost_ || (option == 'x' && isOn);
             isOn = isOn && option != '-';
@@ -158,7 +168,8 @@ private:
         if (length > 0) {
             return {Kind::Class, cut(length)};
         }
-        // Letters without a meaning stand for themselves; references are not followed.
+        // A letter without a meaning stands for itself. References need what a group matched, and are not
+        // followed.
         if (kDigits.contains(letter) || letter == 'g' || letter == 'k') {
             return lost();
         }
@@ -191,6 +202,7 @@ private:
         // A bracket in front is a member.
         end += rest_.substr(end).starts_with(']') ? 1 : 0;
         while (end < rest_.size() && rest_[end] != ']') {
+            // A class by name, such as `[:alpha:]`, whose bracket does not end the one around it.
             if (rest_.substr(end).starts_with("[:")) {
                 const std::size_t named = rest_.find(":]", end);
                 end = named == rest_.npos ? end : named + 1;
@@ -244,6 +256,7 @@ private:
         const auto isNumber = [](const Str &text) {
             return std::ranges::all_of(text, [](char byte) { return kDigits.contains(byte); });
         };
+        // `{,5}` is text for PCRE 8.
         if (first.empty() || !isNumber(first) || !isNumber(second)) {
             return false;
         }
@@ -338,6 +351,7 @@ Str patternFault(const Str &pattern)
 
 std::optional<PatternPart> parsePattern(const Str &pattern)
 {
+    // Up to a NUL, as PCRE 8 takes its patterns.
     return Parser(pattern.c_str()).parse();
 }
 

@@ -7,7 +7,8 @@
 
 namespace velmox {
 
-/// A part of a regular expression, as far as it takes to say what a pattern is likely to mean.
+/// A part of a regular expression, as far as it takes to say what a pattern is likely to mean. It owns the
+/// parts below it; a tree of at most some hundred levels.
 struct PatternPart
 {
     enum class Kind
@@ -19,7 +20,9 @@ struct PatternPart
         Sequence,
         Choice,
     };
+    /// Of `most`: any number of times.
     static constexpr unsigned kUnlimited = ~0u;
+    /// So many turns of something that repeats inside are enough for a trial to show.
     static constexpr unsigned kOften = 8;
 
     Kind kind = Kind::Sequence;

@@ -8,9 +8,9 @@ namespace velmox {
 
 namespace {
 
-/// Escapes that people put between words, or in front of one, on purpose.
+/// Escapes that people put between words, or in front of one, on purpose: `run\s+once`, `\bname`.
 constexpr CharSet kCommonEscapes("sbwdh");
-/// Escapes of one character, which hardly ever stand in a path.
+/// Escapes of one character, or with an argument, which are hardly ever meant in a path: `Vendor\temp`.
 constexpr CharSet kRareEscapes("trnfaevzkgcpxo");
 
 std::size_t wordLength(const Str &pattern, std::size_t from)
@@ -34,7 +34,7 @@ bool followsRoot(std::string_view before, const HiveNames &hiveNames)
     return isDrive || hiveNames.hiveKeyMap().contains(WideStr::fromUtf8(Str(before).uppered()));
 }
 
-/// Hexadecimal numbers and names in braces.
+/// Whether the escape goes on in an argument: a hexadecimal number.
 bool isArgument(const Str &pattern, const LetterEscape &escape)
 {
     const char next = escape.position + 2 < pattern.size() ? pattern[escape.position + 2] : '\0';
@@ -71,9 +71,10 @@ bool isLikelySeparator(const Str &pattern, const LetterEscape &escape, const Hiv
         return false;
     }
     if (isAsciiDigit(letter)) {
-        // A group that there is not is referred to by nobody.
+        // A digit refers to a group. Where the pattern has fewer groups than that, none was meant.
         return followsName && (word > 0 || letter - '0' > std::ranges::count(pattern, '('));
     }
+    // `\Software` has a word behind its capital, `\S+` has none.
     if (isAsciiUpper(letter)) {
         return word > 1;
     }

@@ -15,7 +15,8 @@ constexpr std::size_t kShortWord = 4;
 constexpr std::size_t kLongestName = 255 - sizeof "filter_" + 1;
 
 /// How many letters one has to change, add, leave out or swap with the next to come from one word to the
-/// other, in any case.
+/// other, in any case: the distance of Damerau and Levenshtein, in the form in which no letter is touched
+/// twice.
 std::size_t letterChanges(const Str &from, const Str &to)
 {
     const Str a = from.lowered();
@@ -42,6 +43,7 @@ std::size_t letterChanges(const Str &from, const Str &to)
 Str nearestName(const Str &word, const std::set<Str> &names)
 {
     Str nearest;
+    // Two letters off, a short word can be any other.
     std::size_t fewest = word.size() <= kShortWord ? 2 : 3;
     for (const Str &name : names) {
         const std::size_t changes = letterChanges(word, name);
@@ -157,6 +159,7 @@ void checkNumbers(const StanzaAtHand &at, Report &report)
     if (value.empty() || StrSegment(value).parseUnsigned(ignored)) {
         return;
     }
+    // As the monitor reads it: the digits in front, 0 without any.
     const long long seconds = value.toInt64(0, 10);
     report.add(kKey, Str() << '"' << shortened(value) << "\" is no number of seconds, and counts as "
                            << seconds << (seconds <= 0 ? ": a baseline at every start" : ""));
@@ -169,6 +172,7 @@ void checkUnknownKeys(const StanzaAtHand &at, Report &report)
         if (at.request.keys.contains(key) || !isOwnKey(at.stanza(), key)) {
             continue;
         }
+        // Nothing could be advised for it, as any name is as near as another.
         if (key.empty()) {
             report.addAt(at.stanza().places.at(key), at.stanza().name, key,
                          "nothing reads this line, as the key in front of \"=\" is empty");
@@ -244,6 +248,7 @@ void checkSchemeSpelling(const StanzaAtHand &at, Report &report)
     if (scheme != at.request.scheme && at.request.schemes.contains(scheme)) {
         return;
     }
+    // Blanks around it and its case are gone by now, so that a distance of 0 is a fault of spelling too.
     if (letterChanges(scheme, at.request.scheme) <= 1) {
         report.add("", Str() << "nothing reads this stanza: its name must begin with " << at.request.scheme
                              << kSeparator << ", in these letters and without a blank");

@@ -17,7 +17,8 @@ using Json = nlohmann::ordered_json;
 constexpr int kDropped = 1;
 constexpr char kDefaultIndex[] = "default";
 
-// A value is set; by this operation its type is what the value says.
+// The code of RegNtPostSetValueKey: a value is set, and by this operation its type is what the value says.
+// Types go up to REG_QWORD (winnt.h).
 constexpr std::uint32_t kSetValue = 16;
 constexpr std::uint32_t kLastValueType = 11;
 
@@ -155,6 +156,7 @@ Str explanationText(const Explanation &explanation, const ValueTypeRemark &value
     appendStanzas(text, explanation);
     text << "\nverdict     " << verdictText(explanation) << '\n';
     text << "driver      " << driverText(explanation) << '\n';
+    // The verdict is the last line, for whoever reads it with a script.
     if (!explanation.isAccepted()) {
         return text << "dropped\n";
     }
@@ -207,6 +209,7 @@ public:
     bool read(Question &question)
     {
         while (at_ != end_) {
+            // An option that comes twice is refused: the last one would win without a word.
             if (!taken_.insert(*at_).second || (!takeSwitch(question) && !takeText(question))) {
                 return false;
             }
@@ -253,11 +256,12 @@ private:
     std::set<Str> taken_;
 };
 
-/// The word of an operation that is called by it, or as events call it.
+/// The word of an operation that is called by its word, such as "set", or as events call it, "SetValue".
 Str wordOf(const Str &operation)
 {
     const auto masks = registryOperationMasks();
     const Str folded = operation.lowered();
+    // All codes that the monitor has names for. Several have one word, as the driver has one bit for them.
     for (std::uint32_t code = 0; code < 30; ++code) {
         const auto [name, word] = registryOperation(code);
         if (masks.contains(word) && (folded == word || folded == Str(name).lowered())) {
@@ -280,6 +284,8 @@ ValueTypeRemark remarkOn(const Str &valueType)
     }
     for (std::uint32_t type = 0; type <= kLastValueType; ++type) {
         if (valueType.compareCaseless(dataTypeName(kSetValue, type)) == 0) {
+            // Whatever the type, there is something to show in it: a string, a list of one string, a number
+            // of 32 or 64 bits.
             constexpr unsigned char kData[] = {'a', 0, 'b', 0, 0, 0, 0, 0};
             Str shown;
             renderValueData(kSetValue, type, kData, sizeof kData, shown);

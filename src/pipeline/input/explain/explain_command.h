@@ -17,7 +17,7 @@ struct ExplainAnswer
 };
 
 /// `pattern PATH [--wow64]`: the line of a stanza for a path. Nothing when the arguments make no sense;
-/// throws ExplainException.
+/// throws ExplainException. Main thread, as the next one.
 std::optional<ExplainAnswer> answerPattern(const StrVector &arguments);
 
 /// `explain`: what the monitor makes of an operation. `stanzas` is asked for the stanzas of the input

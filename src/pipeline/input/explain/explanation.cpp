@@ -15,7 +15,9 @@ namespace velmox {
 
 namespace {
 
+/// Bytes of a path or pattern that an answer quotes.
 constexpr std::size_t kMostShown = 40;
+// Characters that end the literal beginning of a pattern.
 constexpr CharSet kSyntax(".[](){}^$|*+?");
 // Each of these can do away with the character in front of it.
 constexpr CharSet kQuantifiers("*+?{");
@@ -38,7 +40,7 @@ void dropCharacter(Str &text)
     text.resize(end);
 }
 
-/// Behind the class that begins at `at`.
+/// Behind the class that begins at `at`. A closing bracket that is the first member does not close it.
 std::size_t endOfClass(std::string_view pattern, std::size_t at)
 {
     ++at;
@@ -50,6 +52,7 @@ std::size_t endOfClass(std::string_view pattern, std::size_t at)
     return at + 1;
 }
 
+/// Whether the pattern has alternatives outside of groups and classes: then no text begins every match.
 bool hasTopLevelBar(std::string_view pattern)
 {
     int depth = 0;
@@ -80,6 +83,8 @@ Str literalBeginning(std::string_view pattern)
             break;
         }
         if (c == '\\') {
+            // A backslash takes its meaning from a special character and gives one to a letter or digit. At
+            // the very end, where no pattern that compiles has one, it counts as a letter.
             c = ++at < pattern.size() ? pattern[at] : 'a';
             if (isAsciiAlphanumeric(c)) {
                 break;
@@ -112,6 +117,7 @@ Str departure(std::string_view literal, std::string_view path)
         return {};
     }
     auto at = static_cast<std::size_t>(in - literal.begin());
+    // Bytes differ within a character: the place is that of the character.
     while (at > 0 && (isContinuation(literal[at]) || (at < path.size() && isContinuation(path[at])))) {
         --at;
     }
@@ -142,7 +148,7 @@ Str missingLiteral(const Regex &pattern, const Str &text)
 
 constexpr std::size_t kDriveLength = 2;
 
-// Where a record has what the rules look at.
+// Where a driver record has what the rules look at.
 constexpr std::uint32_t kClassOffset = 0;
 constexpr std::uint32_t kOperationOffset = 8;
 constexpr std::uint32_t kNameBytesOffset = 36;
@@ -173,20 +179,24 @@ Str deviceForm(const Str &process)
     }
     const Str drive = process.substr(0, kDriveLength);
     Str device = systemDrives().translateProcessDrive(drive);
+    // The translation is one of patterns, in which a backslash is doubled.
     device.replaceAll("\\\\", "\\");
     return Str::concat(device, process.substr(kDriveLength));
 }
 
-/// What the monitor's table of processes holds of a path.
+/// What the monitor's table of processes holds of a path, whose room is of a fixed size.
 std::u16string imageOf(const Str &process)
 {
     const WideStr wide = WideStr::fromUtf8(process);
     return std::u16string(wide.data(), std::min<std::size_t>(wide.size(), kImageUnits - 1));
 }
 
-/// A record of the driver's about the operation, with no more in it than the rules look at.
+/// A record of the driver's about the operation, with no more in it than the rules look at: made so that the
+/// paths come by the monitor's own way from a record, and not by another one that may differ.
 std::vector<unsigned char> recordOf(const Str &word, const Str &keyPath)
 {
+    // The word is one of the table, so the search ends. Which of several codes with this word is found makes
+    // no difference to the rules.
     std::uint32_t code = 0;
     while (word != registryOperation(code).word) {
         ++code;
@@ -235,6 +245,7 @@ StanzaAnswer answerOf(const RegMonEventFilter &filter, const SystemMonitoringCon
 void ask(MonitorFilterGroup &group, Explanation &result)
 {
     SysMonFilterableEvent event{{}, result.filteredPath, result.word};
+    // As the table of processes would hand it out, cut to its length.
     event.process.appendUtf16Lowered(imageOf(result.process));
     const auto &filters = group.filters->filters();
     for (std::size_t at = 0; at < filters.size(); ++at) {
@@ -250,6 +261,7 @@ void ask(MonitorFilterGroup &group, Explanation &result)
 
 Str whyNotAll(const Regex &pattern, const Str &path)
 {
+    // From the answer that tells most to the one that tells least.
     Str why = departure(literalBeginning(pattern.pattern().view()).view(), path.view());
     if (why.empty()) {
         why = missingLiteral(pattern, path);
@@ -294,6 +306,7 @@ Explanation explain(const Stanzas &stanzas, const StanzaDefaults &defaults, cons
     }
     KernelPath key = kernelPath(operation.key, hiveNames);
     const std::vector<unsigned char> bytes = recordOf(operation.word, key.path);
+    // The process is given as text, and no record names it by number.
     ProcessTexts noProcesses(systemDrives());
     RecordAtHand record(hiveNames, noProcesses);
     record.take(MonitorRecord(bytes.data()));
@@ -308,6 +321,8 @@ Explanation explain(const Stanzas &stanzas, const StanzaDefaults &defaults, cons
     const std::uint32_t operationMask = registryOperationMasks().at(operation.word);
     result.isReported =
         (result.asked.ops & operationMask) != 0 && (result.asked.hives & hiveOf(result.keyPath)) != 0;
+    // By the path as the kernel spells it, while the filters may see another control set's name: this is how
+    // an event comes to carry no stanza.
     if (const SystemMonitoringConfig *config = group->stanzaOf(record.foldedName())) {
         result.naming = {config->name, config->index, config->hive.pattern().size()};
     }

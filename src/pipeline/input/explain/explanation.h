@@ -74,7 +74,8 @@ struct Explanation
 std::uint32_t hiveOf(const Str &keyPath);
 
 /// Asks the monitor's own rules, made of these stanzas as at its start. Reads names of keys and drives of
-/// this system. Throws ExplainException for a configuration with which the monitor would not run.
+/// this system, so that a configuration is best explained where it runs. Throws ExplainException for a
+/// configuration with which the monitor would not run. Main thread.
 Explanation explain(const Stanzas &stanzas, const StanzaDefaults &defaults, const Operation &operation);
 
 /// Why a pattern does not match all of a path, in a clause: the character at which the literal text that it

@@ -48,6 +48,8 @@ Str shortNameOf(std::string_view root)
 
 constexpr char kReported[] = "as the kernel reports it";
 
+/// HKCR is not in the table of roots: the kernel has no such key, and Windows makes it of two (Microsoft,
+/// "HKEY_CLASSES_ROOT Key").
 HKEY handleOf(const Str &root)
 {
     for (const RegistryRoot &known : kRegistryRoots) {
@@ -58,7 +60,8 @@ HKEY handleOf(const Str &root)
     return HKEY_CLASSES_ROOT;
 }
 
-/// Empty if there is no such key, or it cannot be looked at.
+/// What the kernel calls the key that is opened by this path, with links followed. Empty if there is no such
+/// key, or it cannot be looked at.
 Str nameOfKey(HKEY root, const Str &path)
 {
     RegistryKeyHandle key;
@@ -93,7 +96,7 @@ Str joinedPath(const Str &root, std::string_view rest)
     return path;
 }
 
-/// 1 when the system does not say.
+/// Number of the hardware profile in use, as Windows notes it; 1 when the system does not say.
 unsigned currentHardwareProfile()
 {
     RegistryKeyHandle key;
@@ -121,7 +124,8 @@ void follow(Str &path, std::string_view link, const Str &target)
     path.replace(last, link.size() - last, target.view());
 }
 
-/// The links that each Windows has, for a system that has keys in their places.
+/// Puts the targets of the links that each Windows has in their places. Where they are links indeed, the
+/// kernel has followed them already, and nothing is left to replace; Wine has keys there.
 Str withLinksFollowed(Str path)
 {
     follow(path, "\\REGISTRY\\MACHINE\\SYSTEM\\CurrentControlSet\\Hardware Profiles\\Current",
@@ -132,12 +136,15 @@ Str withLinksFollowed(Str path)
 }
 
 constexpr char kSeparator[] = "\\\\";
-// Either the path goes on behind a separator, or it ends here. Put like this a baseline still sees a literal
-// name in front and begins at the key itself, and where the pattern is searched for, siblings are not found.
+// What stands behind the key's pattern: either the path goes on behind a separator, or it ends here. The
+// monitor's filter would be served by `(\\(?s:.*))?` as well. But with this one a separator stands in front
+// of the first special character, so that a baseline takes the whole key for the literal beginning and starts
+// at it. And it also holds where the pattern is searched for, as for the name of an event: keys whose names
+// only begin alike are not found.
 constexpr char kSelfAndBelow[] = "\\\\?(?s:(?<=\\\\).*|(?!.))";
 
-// The alternatives keep the text clear of what is taken for a stanza on the current control set; that name is
-// among them for the case that another stanza does name it.
+// In parentheses, so that the text is not taken for a stanza that names the current control set. That name is
+// among the alternatives for the case that another stanza does so, and all see it.
 constexpr char kAnyControlSet[] = "(CurrentControlSet|ControlSet[0-9]{3})";
 constexpr char kAnyProfile[] = "(Current|[0-9]{4})";
 constexpr char kWow64[] = "WOW6432Node";
@@ -158,8 +165,9 @@ bool beginsWith(const StrVector &names, std::initializer_list<const char *> want
     return std::ranges::all_of(wanted, [&](const char *name) { return isName(names, at++, name); });
 }
 
-// What is put into brackets is so in order that nobody takes the name for a literal one: control characters,
-// and what behind a blank looks like the beginning of a remark.
+// A name as a pattern that matches it alone. Two kinds of characters are put into brackets, where they are no
+// literal text that somebody might take for something else: control characters, and a sign behind a blank,
+// which looks like the beginning of a remark.
 Str escaped(const Str &name)
 {
     static constexpr CharSet kSpecial("\\^$.|?*+()[]{}");
@@ -226,6 +234,7 @@ void Builder::followLinks(const Str &userKey)
         names_.insert(names_.begin(), userKey);
     }
     if (root_ == "HKU" && isName(names_, 1, "Software") && isName(names_, 2, "Classes")) {
+        // The key at `Software\Classes` of a user is a link to one beside the user's own.
         names_[0] << kUserClasses;
         names_.erase(names_.begin() + 1, names_.begin() + 3);
     }
@@ -264,7 +273,8 @@ void Builder::coverWow64(bool both, StrVector &notes)
     }
 }
 
-// `WOW6432Node\Classes` is a link to `Classes\WOW6432Node`; older systems have keys there.
+// `WOW6432Node\Classes` is a link to `Classes\WOW6432Node`; older systems have keys there. So the twin has
+// two spellings, and whoever asks for one of them gets both.
 void Builder::uniteClasses(bool both)
 {
     const bool isTwin = isName(names_, 1, kWow64) || isName(names_, 2, kWow64);
@@ -273,8 +283,9 @@ void Builder::uniteClasses(bool both)
     patterns_.insert(patterns_.begin() + 1, both ? kAnyClasses : isTwin ? kTwinClasses : kPlainClasses);
 }
 
-// HiveNames::detectCurrentControlSet() goes by the text alone, wherever it stands and whatever follows; a
-// letter in brackets keeps it from names that only look so.
+// The monitor looks for `system\\currentcontrolset` anywhere in a pattern, in whatever case and whatever
+// follows (HiveNames::detectCurrentControlSet). A name that only begins so, such as `CurrentControlSet2`,
+// gets its first letter in brackets, which means the same and is not found by that.
 Str Builder::text() const
 {
     Str all = root_;
@@ -308,6 +319,7 @@ WrittenPath readWrittenPath(const Str &text)
     const std::size_t end = std::min(path.find('\\'), path.size());
     std::string_view root = path.substr(0, end);
     path.remove_prefix(end);
+    // As PowerShell has it: `HKLM:\Software`.
     if (root.ends_with(':')) {
         root.remove_suffix(1);
     }
@@ -345,6 +357,7 @@ KernelPath kernelPath(const WrittenPath &path, const HiveNames &hiveNames)
     }
     const HKEY root = handleOf(path.root);
     const std::string_view rest = path.rest.view();
+    // From the whole path upwards, a name less each time, until there is a key.
     for (std::size_t end = rest.size(); end != 0 && end != std::string_view::npos;
          end = rest.rfind('\\', end - 1)) {
         const Str name = nameOfKey(root, Str(rest.substr(0, end)));
@@ -353,6 +366,7 @@ KernelPath kernelPath(const WrittenPath &path, const HiveNames &hiveNames)
                     kReported};
         }
     }
+    // Where nothing of it exists, a new key is made for the machine.
     if (path.root == "HKCR") {
         return {kernelPath({"HKLM", joinedPath("SOFTWARE\\Classes", rest)}, hiveNames).path,
                 "as the kernel reports what is made there; each user has classes too"};
