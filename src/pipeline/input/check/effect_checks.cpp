@@ -202,8 +202,12 @@ void checkPartlyTakenName(const StanzaAtHand &at, Report &report)
         }
         const Str &name = other.rules->config().name;
         const auto isTaken = [&](const Str &path) {
+            // Asked first, as this alone is cheap.
+            if (!at.rules().filter().matchesKey(path)) {
+                return false;
+            }
             const SystemMonitoringConfig *const taker = at.all.inForce->stanzaOf(path);
-            return taker != nullptr && taker->name == name && at.rules().filter().matchesKey(path);
+            return taker != nullptr && taker->name == name;
         };
         const StrVector &paths = other.rules->samplePaths();
         const auto taken = std::ranges::find_if(paths, isTaken);

@@ -143,7 +143,7 @@ void checkSingleBackslash(const StanzaAtHand &at, Report &report)
 
 void checkFoldedEscape(const StanzaAtHand &at, Report &report)
 {
-    for (const char *key : kPatternKeys) {
+    for (const char *key : {"hive", "proc", "type"}) {
         const Str pattern = at.value(key);
         for (const LetterEscape &escape : letterEscapes(pattern)) {
             const char *const instead = insteadOfFolded(escape.letter);

@@ -79,6 +79,7 @@ std::vector<Case> cases()
         ofKey("single-backslash", "proc", R"(C:\\Tools (x86)\7-Zip\\.*)", R"(C:\\Tools (x86)\\7-Zip\\.*)"),
         ofHive("folded-escape", R"(HKLM\\Fold\\\S+.*)", R"(HKLM\\Fold\\[^\s]+.*)"),
         ofHive("folded-escape", R"(HKLM\\Quote\\\QA.B\E.*)", R"(HKLM\\Quote\\A\.B.*)"),
+        ofKey("folded-escape", "type", R"(\Bet)", R"([^x]et)"),
         ofHive("folded-escape", R"(HKLM\\Inside\\.*\Bhost.*)", R"(HKLM\\Inside\\.*(?!\b)host.*)"),
         ofHive("no-tail", R"(HKLM\\Tail\\(A|B))", R"(HKLM\\Tail\\(A|B)(\\.*)?)"),
         ofHive("no-tail", R"(HKLM\\Tail\\C[0-9])", R"(HKLM\\Tail\\C[0-9]$)"),
