@@ -265,7 +265,7 @@ private:
 
     Str cut(std::size_t length)
     {
-        const Str text(rest_.substr(0, length));
+        Str text(rest_.substr(0, length));
         rest_.remove_prefix(text.size());
         return text;
     }
