@@ -1,5 +1,6 @@
 #include "pipeline/input/baseline/baseline_start_points.h"
 #include "pipeline/input/check/pattern_samples.h"
+#include "pipeline/input/check/raw_escapes.h"
 #include "pipeline/input/check/stanza_checks.h"
 #include "pipeline/input/rules/registry_operations.h"
 #include "util/match/required_literals.h"
@@ -46,12 +47,33 @@ bool canBeginEvent(const Str &beginning)
     });
 }
 
+/// Whether what PCRE makes of the beginnings of all events' paths leaves the pattern a chance.
+bool canGoOnInEvents(const StanzaRules &rules)
+{
+    try {
+        const Regex pattern(Str() << "\\A(?:" << rules.config().hive.pattern() << ')', false, 0);
+        return std::ranges::any_of(kEventRoots, [&](const Str &root) {
+            return pattern.partialMatch(root) || rules.filter().matchesKey(root.substr(0, root.size() - 1));
+        });
+    } catch (const RegexException &) {
+        // There is what can only stand at the very front.
+        return true;
+    }
+}
+
 /// Whether the pattern can accept the path of any event. True where it can't be told: nothing is reported on
 /// a guess.
 bool canMatchEvents(const StanzaRules &rules)
 {
     const StrVector begun = rules.hiveParts() ? beginnings(*rules.hiveParts()) : StrVector();
-    return begun.empty() || std::ranges::any_of(begun, canBeginEvent);
+    return canGoOnInEvents(rules) && (begun.empty() || std::ranges::any_of(begun, canBeginEvent));
+}
+
+/// Whether an empty name stands between two separators of each path that is known to match.
+bool needsEmptyName(const StanzaRules &rules)
+{
+    return !rules.samplePaths().empty() &&
+           std::ranges::all_of(rules.samplePaths(), [](const Str &path) { return path.contains("\\\\"); });
 }
 
 /// One pattern for alternatives that each begin with the same root: the root in front, behind it what they
@@ -144,21 +166,88 @@ ResolvedStart startOf(const StanzaAtHand &at)
 
 void checkTypeWords(const StanzaAtHand &at, Report &report)
 {
+    StrVector words;
+    for (const auto &[word, mask] : registryOperationMasks()) {
+        words.push_back(word);
+    }
     for (const Str &piece : at.rules().config().types) {
         if (!patternFault(piece.lowered()).empty()) {
             continue;
         }
         RegexFilterList pattern({piece.lowered()});
-        StrVector words;
-        bool isFound = piece.empty();
-        for (const auto &[word, mask] : registryOperationMasks()) {
-            isFound = isFound || pattern.matches(word);
-            words.push_back(word);
-        }
-        if (!isFound) {
+        const auto isFound = [&](const Str &word) { return pattern.matches(word); };
+        if (!piece.empty() && std::ranges::none_of(words, isFound)) {
             report.add("type", Str() << "\"" << shortened(piece) << "\" is found in no operation; there are "
                                      << joined(words, ", "));
         }
+    }
+    if (std::ranges::all_of(at.rules().config().types, [](const Str &piece) { return piece.empty(); })) {
+        report.add("type",
+                   Str() << "the driver is asked for no operation; there are " << joined(words, ", "));
+    }
+}
+
+/// Whether a stanza lets something through that another one would not, were the key one for both.
+bool acceptsBeyond(const StanzaRules &rules, const StanzaRules &other)
+{
+    const auto isBeyond = [&](const auto &operation) {
+        return rules.filter().matchesType(operation.first) && !other.filter().matchesType(operation.first);
+    };
+    // What finds this, finds any process.
+    const bool takesAnyProcess = other.filter().matchesProcess("!");
+    return std::ranges::any_of(registryOperationMasks(), isBeyond) ||
+           (!takesAnyProcess && other.config().proc.pattern() != rules.config().proc.pattern());
+}
+
+/// What a stanza accepts below keys of another one, which takes no such operation or process, carries the
+/// name of that one all the same.
+void checkPartlyTakenName(const StanzaAtHand &at, Report &report)
+{
+    for (const CheckedStanza &other : at.all.stanzas) {
+        if (&other == &at.checked || !other.isInForce() || !acceptsBeyond(at.rules(), *other.rules)) {
+            continue;
+        }
+        const Str &name = other.rules->config().name;
+        const auto isTaken = [&](const Str &path) {
+            // Asked first, as this alone is cheap.
+            if (!at.rules().filter().matchesKey(path)) {
+                return false;
+            }
+            const SystemMonitoringConfig *const taker = at.all.inForce->stanzaOf(path);
+            return taker != nullptr && taker->name == name;
+        };
+        const StrVector &paths = other.rules->samplePaths();
+        const auto taken = std::ranges::find_if(paths, isTaken);
+        if (taken != paths.end()) {
+            report.add(
+                "hive",
+                Str()
+                    << "some of what it accepts goes out as [" << other.stanza->name
+                    << "], which need not accept it: its hive is the longest that is found there, such as in "
+                    << shortened(*taken));
+            return;
+        }
+    }
+}
+
+void checkPaths(const StanzaAtHand &at, Report &report)
+{
+    const Str hive = at.value("hive");
+    const Str &pattern = at.rules().config().hive.pattern();
+    const bool hasFour = hive.contains("\\\\\\\\");
+    if (canMatchEvents(at.rules()) && !(hasFour && needsEmptyName(at.rules()))) {
+        checkAlternatives(at, report);
+    } else if (hasFour) {
+        report.add("hive",
+                   "matches nothing: four backslashes stand for two, with an empty name between them; "
+                   "write two");
+    } else if (!pattern.startsWith("\\\\registry\\\\machine") &&
+               !pattern.startsWith("\\\\registry\\\\user")) {
+        report.add("hive", Str() << "matches nothing: no path begins so; write "
+                                 << spellingOfRoot(hive, at.all.hiveNames)
+                                 << ", in capitals, at the very front");
+    } else if (!hasLikelySeparator(hive, at.all.hiveNames)) {
+        report.add("hive", "matches nothing: no path goes on so behind the root");
     }
 }
 
@@ -252,9 +341,17 @@ void checkBaselineStart(const StanzaAtHand &at, Report &report)
 void checkBaselineRoot(const StanzaAtHand &at, Report &report)
 {
     const ResolvedStart start = startOf(at);
-    if (at.rules().config().baseline && start.hive != nullptr && start.rest.empty()) {
-        report.add("baseline", Str() << "walks all of " << Str::fromUtf16(start.hive->shortName)
-                                     << ": there is no more literal text at the beginning of hive");
+    if (!at.rules().config().baseline || start.hive == nullptr) {
+        return;
+    }
+    const Str path = Str::concat(start.root, start.rest);
+    for (const auto &[name, root] : at.all.hiveNames.hiveKeyMap()) {
+        // The system need not spell the current user's root in capitals.
+        if (Str::fromUtf16(name).compareCaseless(path) == 0) {
+            report.add("baseline", Str() << "walks all of " << Str::fromUtf16(root.shortName)
+                                         << ": there is no more literal text at the beginning of hive");
+            return;
+        }
     }
 }
 
@@ -278,22 +375,13 @@ void checkTakenName(const StanzaAtHand &at, Report &report)
             return;
         }
     }
+    checkPartlyTakenName(at, report);
 }
 
 void checkMatchesNothing(const StanzaAtHand &at, Report &report)
 {
     checkTypeWords(at, report);
-    if (canMatchEvents(at.rules())) {
-        checkAlternatives(at, report);
-    } else if (at.value("hive").contains("\\\\\\\\")) {
-        report.add("hive",
-                   "matches nothing: four backslashes stand for two, with an empty name between them; "
-                   "write two");
-    } else {
-        report.add("hive", Str() << "matches nothing: no path begins so; write "
-                                 << spellingOfRoot(at.value("hive"), at.all.hiveNames)
-                                 << ", in capitals, at the very front");
-    }
+    checkPaths(at, report);
     if (std::ranges::any_of(at.rules().samplePaths(), isBelowUsersClasses)) {
         report.add("hive", "matches no live event: the kernel reports a user's classes elsewhere; write "
                            "HKU\\\\[^\\\\]+_Classes\\\\.*");

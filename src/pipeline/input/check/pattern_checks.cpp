@@ -11,9 +11,9 @@ namespace {
 
 constexpr const char *kPatternKeys[] = {"hive", "proc"};
 
-/// From here on a trial is worth a word: a usual pattern takes a thousandth of that. A monitor that sees a
+/// From here on a trial is worth a word: a usual pattern takes a hundredth of that. A monitor that sees ten
 /// thousand records a second would do nothing else.
-constexpr double kSlowMilliseconds = 1;
+constexpr double kSlowMilliseconds = 0.1;
 /// Of a path that a registry may well have: a key's name alone can take 255 characters.
 constexpr std::size_t kWorstLength = 250;
 
@@ -62,7 +62,30 @@ void checkSlowness(const char *key, const Str &pattern, TrialMode mode, Report &
 /// Whether the author says that the pattern is to end here.
 bool hasDeliberateEnd(const Str &hive)
 {
-    return (hive.endsWith("$") && !hive.endsWith("\\$")) || hive.lowered().endsWith("\\z");
+    const auto isEscaped = [](std::string_view before) {
+        return (before.size() - (before.find_last_not_of('\\') + 1)) % 2 == 1;
+    };
+    const std::string_view text = hive.view();
+    if (text.ends_with('$')) {
+        return !isEscaped(text.substr(0, text.size() - 1));
+    }
+    return (text.ends_with('z') || text.ends_with('Z')) && isEscaped(text.substr(0, text.size() - 1));
+}
+
+/// Whether the part ends in what goes on up to the next backslash, as `[^\\]+` does. Whoever writes that has
+/// thought of where the pattern ends.
+bool endsBeforeSeparator(const PatternPart &part)
+{
+    switch (part.kind) {
+    case PatternPart::Kind::Class:
+        return part.text.startsWith("[^") && part.text.contains("\\\\");
+    case PatternPart::Kind::Sequence:
+        return !part.parts.empty() && endsBeforeSeparator(part.parts.back());
+    case PatternPart::Kind::Choice:
+        return std::ranges::all_of(part.parts, endsBeforeSeparator);
+    default:
+        return false;
+    }
 }
 
 } // namespace
@@ -125,11 +148,12 @@ void checkSingleBackslash(const StanzaAtHand &at, Report &report)
 
 void checkFoldedEscape(const StanzaAtHand &at, Report &report)
 {
-    for (const char *key : kPatternKeys) {
+    for (const char *key : {"hive", "proc", "type"}) {
         const Str pattern = at.value(key);
         for (const LetterEscape &escape : letterEscapes(pattern)) {
             const char *const instead = insteadOfFolded(escape.letter);
-            if (instead != nullptr && !isLikelySeparator(pattern, escape, at.all.hiveNames)) {
+            if (instead != nullptr && (!isLikelySeparator(pattern, escape, at.all.hiveNames) ||
+                                       isPerhapsMeant(pattern, escape, at.all.hiveNames))) {
                 Str message;
                 message << '\\' << escape.letter << " is folded to \\" << Str(1, escape.letter).lowered()
                         << ", which means something else; write " << instead;
@@ -144,15 +168,12 @@ void checkTail(const StanzaAtHand &at, Report &report)
 {
     const Str hive = at.value("hive");
     // A value with a line end has taken in the next line, and is found as such.
-    if (!hasPatternCharacters(hive) || hasDeliberateEnd(hive) || hive.contains("\n")) {
+    if (!hasPatternCharacters(hive) || hasDeliberateEnd(hive) || hive.contains("\n") ||
+        (at.rules().hiveParts() && endsBeforeSeparator(*at.rules().hiveParts()))) {
         return;
     }
     const RegMonEventFilter &filter = at.rules().filter();
-    const auto endsAtKey = [&](const Str &path) {
-        // If a letter may follow, the pattern is about keys whose names begin so, and that may be all that
-        // was wanted.
-        return !filter.matchesKey(Str::concat(path, "\\x")) && !filter.matchesKey(Str::concat(path, "x"));
-    };
+    const auto endsAtKey = [&](const Str &path) { return !filter.matchesKey(Str::concat(path, "\\x")); };
     const StrVector &paths = at.rules().samplePaths();
     const auto path = std::ranges::find_if(paths, endsAtKey);
     if (path != paths.end()) {

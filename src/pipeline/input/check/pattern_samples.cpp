@@ -172,7 +172,8 @@ bool hasLikeAlternatives(const PatternPart &part)
 bool repeatsBelow(const PatternPart &part)
 {
     return std::ranges::any_of(part.parts, [](const PatternPart &child) {
-        return anyPart(child, [](const PatternPart &at) { return at.isRepeatedOften(); });
+        return anyPart(child,
+                       [](const PatternPart &at) { return at.isRepeatedOften() || at.least != at.most; });
     });
 }
 
@@ -183,12 +184,14 @@ bool isNest(const PatternPart &part)
     return part.isRepeatedOften() && (repeatsBelow(part) || anyPart(part, hasLikeAlternatives));
 }
 
-/// Where a nest of repeats stands: what comes before it and behind it, and what it can be made to repeat.
+/// Where a nest of repeats stands: what comes before it and behind it, what it can be made to repeat, and how
+/// often it has to be.
 struct Nest
 {
     Str before;
     Str behind;
     StrVector turns;
+    unsigned least = 0;
 };
 
 void addTurns(const PatternPart &part, StrVector &turns)
@@ -214,7 +217,7 @@ Str shortestText(const PatternPart &part)
 void gatherNests(const PatternPart &part, const Str &before, const Str &behind, std::vector<Nest> &nests)
 {
     if (isNest(part)) {
-        Nest nest{before, behind, {}};
+        Nest nest{before, behind, {}, part.least};
         addTurns(part, nest.turns);
         nests.push_back(std::move(nest));
         return;
@@ -240,6 +243,28 @@ Str filledText(const Str &before, const Str &turn, const Str &end, std::size_t l
         text += turn;
     } while (text.size() + turn.size() + end.size() <= length);
     return text += end;
+}
+
+Str withoutFirst(const Str &text)
+{
+    std::size_t end = std::min<std::size_t>(text.size(), 1);
+    while (end < text.size() && (text[end] & 0xC0) == 0x80) {
+        ++end;
+    }
+    return text.substr(end);
+}
+
+/// One turn less than there have to be, and then what else the turns hold: what is searched for is not found
+/// however that is shared out among them.
+Str textWithTooFewTurns(const Nest &nest, const Str &turn, std::size_t length)
+{
+    Str text = nest.before;
+    for (unsigned turns = 1; turns < nest.least; ++turns) {
+        text += turn;
+    }
+    const bool hasFront = turn.size() > 1 && static_cast<unsigned char>(turn[0]) < 0x80;
+    const std::size_t used = text.size() + nest.behind.size();
+    return text << Str(length - std::min(used, length), hasFront ? turn[0] : '!') << nest.behind;
 }
 
 /// Steps after which a trial ends. A text that is not worth a word takes far fewer than the first, one for
@@ -340,10 +365,17 @@ StrVector worstTexts(const PatternPart &whole, std::size_t length)
         // text, on which the match has to fail, is tried in several ways, also with what follows the nest in
         // it.
         const Str other = "!";
-        for (const Str &end : {other, Str("\\"), Str("x"), Str("\n"), Str::concat(nest.behind, other),
-                               Str::concat(other, nest.behind)}) {
+        const Str behindFirst = withoutFirst(nest.behind);
+        for (const Str &end :
+             {other, Str("\\"), Str("\\\\"), Str("x"), Str("\n"), Str::concat(nest.behind, other),
+              Str::concat(other, nest.behind), Str::concat(other, behindFirst)}) {
             for (const Str &turn : nest.turns) {
                 texts.push_back(filledText(nest.before, turn, end, length));
+            }
+        }
+        for (const Str &turn : nest.turns) {
+            if (nest.least > 1 && nest.least * turn.size() < length) {
+                texts.push_back(textWithTooFewTurns(nest, turn, length));
             }
         }
     }

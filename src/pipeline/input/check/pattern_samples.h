@@ -14,12 +14,12 @@ StrVector sampleTexts(const PatternPart &whole);
 /// Texts of which any match begins with one; the empty text stands for any beginning.
 StrVector beginnings(const PatternPart &whole);
 
-/// Whether something that is repeated often holds something that is, too, or alternatives that can begin
-/// alike.
+/// Whether something that is repeated often holds something that may come more or less often, or alternatives
+/// that can begin alike.
 bool hasNestedRepeats(const PatternPart &whole);
 
 /// Texts of about `length` bytes on which nested repeats may have much to try: what comes before them, then
-/// what they repeat as often as there is room, and something else at the end.
+/// what they repeat as often as there is room, or once too seldom, and something else at the end.
 StrVector worstTexts(const PatternPart &whole, std::size_t length);
 
 /// How a pattern fared on a text.

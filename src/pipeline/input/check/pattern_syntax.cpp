@@ -278,7 +278,7 @@ private:
 
     Str cut(std::size_t length)
     {
-        const Str text(rest_.substr(0, length));
+        Str text(rest_.substr(0, length));
         rest_.remove_prefix(text.size());
         return text;
     }
@@ -340,12 +340,13 @@ Str patternFault(const Str &pattern)
         const char *error = nullptr;
         int offset = 0;
         pcre_free(pcre_compile(pattern.c_str(), PCRE_UTF8, &error, &offset, nullptr));
+        const auto isFirstByte = [](char byte) { return (byte & 0xC0) != 0x80; };
         const std::string_view before = pattern.view().substr(0, static_cast<std::size_t>(offset));
-        const auto characters =
-            std::ranges::count_if(before, [](char byte) { return (byte & 0xC0) != 0x80; });
+        const auto place = std::min(std::ranges::count_if(before, isFirstByte),
+                                    std::ranges::count_if(pattern.view(), isFirstByte) - 1);
         return Str::fromFormat("%s at character %d of \"%s\"",
                                error != nullptr ? error : exception.message().c_str(),
-                               static_cast<int>(characters), shortened(pattern).c_str());
+                               static_cast<int>(place), shortened(pattern).c_str());
     }
 }
 

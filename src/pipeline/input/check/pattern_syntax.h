@@ -23,7 +23,7 @@ struct PatternPart
     /// Of `most`: any number of times.
     static constexpr unsigned kUnlimited = ~0u;
     /// So many turns of something that repeats inside are enough for a trial to show.
-    static constexpr unsigned kOften = 8;
+    static constexpr unsigned kOften = 3;
 
     Kind kind = Kind::Sequence;
     Str text;
@@ -42,8 +42,9 @@ struct PatternPart
 /// A value as messages quote it: a long one by its beginning.
 Str shortened(const Str &value);
 
-/// What is wrong with a pattern, in PCRE's words, and where: `missing ) at character 9 of "..."`. Empty for
-/// one that compiles. The pattern must be folded as it is when the monitor compiles it.
+/// What is wrong with a pattern, in PCRE's words, and where: `missing ) at character 9 of "..."`. Characters
+/// count from 0, as PCRE has it; where it is only at the end that something is missing, the last one is
+/// named. Empty for a pattern that compiles. It must be folded as it is when the monitor compiles it.
 Str patternFault(const Str &pattern);
 
 /// Reads a pattern as PCRE does. Nothing for one with syntax that is not known here, such as references: of

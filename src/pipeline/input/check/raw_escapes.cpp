@@ -34,6 +34,14 @@ bool followsRoot(std::string_view before, const HiveNames &hiveNames)
     return isDrive || hiveNames.hiveKeyMap().contains(WideStr::fromUtf8(Str(before).uppered()));
 }
 
+/// Whether any text may stand before, as behind `.*`, or one of several: names go on behind a separator
+/// there.
+bool followsAnything(std::string_view before)
+{
+    return before.ends_with(".*") || before.ends_with(".+") || before.ends_with(".*?") ||
+           before.ends_with(')') || before.ends_with("]+") || before.ends_with("]*");
+}
+
 /// Whether the escape goes on in an argument: a hexadecimal number.
 bool isArgument(const Str &pattern, const LetterEscape &escape)
 {
@@ -67,25 +75,50 @@ bool isLikelySeparator(const Str &pattern, const LetterEscape &escape, const Hiv
     const char letter = escape.letter;
     const std::size_t word = wordLength(pattern, escape.position + 2);
     const bool followsName = !before.empty() && isName(before.back());
-    if (isArgument(pattern, escape) || (letter == 'Q' && pattern.contains("\\E")) || letter == 'E') {
+    const std::size_t quote = pattern.view().find("\\Q");
+    const bool isQuoted = quote <= escape.position && pattern.contains("\\E");
+    if (isArgument(pattern, escape) || isQuoted || letter == 'E') {
         return false;
     }
     if (isAsciiDigit(letter)) {
         // A digit refers to a group. Where the pattern has fewer groups than that, none was meant.
-        return followsName && (word > 0 || letter - '0' > std::ranges::count(pattern, '('));
+        return (followsName && word > 0) || letter - '0' > std::ranges::count(pattern, '(');
     }
     // `\Software` has a word behind its capital, `\S+` has none.
     if (isAsciiUpper(letter)) {
         return word > 1;
     }
+    const bool isFirst = before.empty();
     if (kCommonEscapes.contains(letter)) {
         // Whoever doubles others may have meant this one, unless a name goes on behind the letter: a capital
         // there begins a word of its own.
-        const bool isMeant = pattern.contains("\\\\") &&
-                             (!followsName || word < 2 || isAsciiUpper(pattern[escape.position + 2]));
-        return !isMeant && word > 1 && (followsName || (before.empty() && letter != 'b'));
+        const bool isMeant =
+            pattern.contains("\\\\") && (word < 2 || isAsciiUpper(pattern[escape.position + 2]));
+        return !isMeant && word > 1 &&
+               (followsName || ((isFirst || followsAnything(before)) && letter != 'b'));
     }
-    return kRareEscapes.contains(letter) ? word > 1 && (followsName || before.empty()) : word > 0;
+    return kRareEscapes.contains(letter) ? word > 1 && (followsName || isFirst || followsAnything(before))
+                                         : word > 0;
+}
+
+bool hasLikelySeparator(const Str &pattern, const HiveNames &hiveNames)
+{
+    return std::ranges::any_of(letterEscapes(pattern), [&](const LetterEscape &escape) {
+        return isLikelySeparator(pattern, escape, hiveNames);
+    });
+}
+
+bool isPerhapsMeant(const Str &pattern, const LetterEscape &escape, const HiveNames &hiveNames)
+{
+    // \B stands between the letters of a word, where separators stand between two.
+    constexpr CharSet kUsual("BDHSW");
+    const std::string_view before = pattern.view().substr(0, escape.position);
+    const bool followsName = !before.empty() && isName(before.back());
+    const auto separators = std::ranges::count_if(letterEscapes(pattern), [&](const LetterEscape &other) {
+        return isLikelySeparator(pattern, other, hiveNames);
+    });
+    return kUsual.contains(escape.letter) && (escape.letter == 'B' || !followsName) && separators == 1 &&
+           !before.ends_with(':') && !followsRoot(before, hiveNames);
 }
 
 Str escapedWord(const Str &pattern, const LetterEscape &escape)

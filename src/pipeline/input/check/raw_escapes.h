@@ -21,6 +21,13 @@ std::vector<LetterEscape> letterEscapes(const Str &pattern);
 /// stands around it and from whether the pattern has doubled backslashes.
 bool isLikelySeparator(const Str &pattern, const LetterEscape &escape, const HiveNames &hiveNames);
 
+/// Whether there is such a backslash.
+bool hasLikelySeparator(const Str &pattern, const HiveNames &hiveNames);
+
+/// Of one that was likely meant to separate: whether it may have been meant as an escape all the same, as in
+/// `.*\Bhost`. Both are worth a word then.
+bool isPerhapsMeant(const Str &pattern, const LetterEscape &escape, const HiveNames &hiveNames);
+
 /// The escape with the word that follows, to be shown.
 Str escapedWord(const Str &pattern, const LetterEscape &escape);
 

@@ -39,7 +39,8 @@ std::size_t letterChanges(const Str &from, const Str &to)
     return rows[a.size()][b.size()];
 }
 
-/// Of the names the one that was likely meant: at most two letters off, of a short word one. Empty for none.
+/// Of the names the one that was likely meant: at most two letters off, of a short word one, or one that the
+/// word begins with. Empty for none.
 Str nearestName(const Str &word, const std::set<Str> &names)
 {
     Str nearest;
@@ -52,7 +53,10 @@ Str nearestName(const Str &word, const std::set<Str> &names)
             nearest = name;
         }
     }
-    return nearest;
+    const Str folded = word.lowered();
+    const auto isFront = [&](const Str &name) { return folded.startsWith(name.view()); };
+    const auto front = std::ranges::find_if(names, isFront);
+    return nearest.empty() && front != names.end() ? *front : nearest;
 }
 
 bool isOwnKey(const ConfiguredStanza &stanza, const Str &key)
@@ -68,7 +72,10 @@ Str shortName(const ConfiguredStanza &stanza)
 void reportSwallowed(const SwallowedLine &line, Report &report)
 {
     const bool isHeader = line.taken.startsWith("[");
-    const std::size_t sign = isHeader ? line.taken.size() : line.taken.view().find('=');
+    const bool isRemark = line.taken.startsWith("#") || line.taken.startsWith(";");
+    const std::size_t sign = isHeader   ? line.taken.size()
+                             : isRemark ? Str::npos
+                                        : line.taken.view().find('=');
     Str what = "next line";
     if (sign != Str::npos) {
         what = Str() << (isHeader ? "header " : "key ")
@@ -98,16 +105,20 @@ bool isWithinName(std::string_view before, std::string_view behind)
     return !isEnded && !hasPath && behind.find("\\\\") != behind.npos;
 }
 
-/// Where something begins that was likely meant for a remark: a blank, then `#` and a blank or a letter, or
-/// `;` and a blank. `#1` is a name.
-std::size_t findRemark(const Str &value)
+/// Where something begins that was likely meant for a remark: behind a blank or in front of all, signs and
+/// then a blank, or `#` and a letter. In a pattern or a name `#1` is a name.
+std::size_t findRemark(const Str &value, bool mayHoldNames = true)
 {
-    for (std::size_t sign = value.view().find_first_of("#;", 1); sign != Str::npos;
-         sign = value.view().find_first_of("#;", sign + 1)) {
-        const char next = sign + 1 < value.size() ? value[sign + 1] : ' ';
-        const bool isWord = value[sign] == '#' && isAsciiAlphanumeric(next) && !isAsciiDigit(next);
-        if (CharSet::blanks().contains(value[sign - 1]) && (isWord || CharSet::blanks().contains(next)) &&
-            !isWithinName(value.view().substr(0, sign), value.view().substr(sign))) {
+    const std::string_view text = value.view();
+    for (std::size_t sign = text.find_first_of("#;"); sign != Str::npos;
+         sign = text.find_first_of("#;", sign + 1)) {
+        const std::string_view behind =
+            text.substr(std::min(text.find_first_not_of("#;", sign), text.size()));
+        const bool isApart = behind.empty() ? sign > 0 : CharSet::blanks().contains(behind[0]);
+        const bool isWord = sign > 0 && text[sign] == '#' && !behind.empty() &&
+                            isAsciiAlphanumeric(behind[0]) && !isAsciiDigit(behind[0]);
+        if ((sign == 0 || CharSet::blanks().contains(text[sign - 1])) &&
+            (isApart || isWord || !mayHoldNames) && !isWithinName(text.substr(0, sign), text.substr(sign))) {
             return sign;
         }
     }
@@ -126,6 +137,9 @@ Str nameFault(const Str &name)
     const std::ptrdiff_t unsafe = name.findFirst(kUnsafeInNames, 0, true);
     if (unsafe >= 0) {
         return Str::fromFormat("%c stands in no file name", name[static_cast<std::size_t>(unsafe)]);
+    }
+    if (std::ranges::any_of(name, [](char byte) { return byte >= '\0' && byte < ' '; })) {
+        return "control characters stand in no file name";
     }
     if (isReservedName(name)) {
         return name.endsWith(".") || name.endsWith(" ") ? "file names lose dots and blanks at their end"
@@ -220,8 +234,9 @@ void checkQuotes(const StanzaAtHand &at, Report &report)
 
 void checkComments(const StanzaAtHand &at, Report &report)
 {
+    static const std::set<Str> kWithoutNames = {"disabled", "baseline", "baseline_interval", "type"};
     for (const auto &[key, property] : at.stanza().properties.properties) {
-        const std::size_t remark = findRemark(property.value);
+        const std::size_t remark = findRemark(property.value, !kWithoutNames.contains(key));
         if (remark != Str::npos) {
             report.add(key, Str() << '"' << shortened(property.value.substr(remark))
                                   << "\" is part of the value; put remarks on lines of their own");
@@ -248,8 +263,14 @@ void checkSchemeSpelling(const StanzaAtHand &at, Report &report)
     if (scheme != at.request.scheme && at.request.schemes.contains(scheme)) {
         return;
     }
+    // Something else than the separator may follow the scheme.
+    static constexpr CharSet kNameSigns("-_.");
+    const std::string_view start = name.view().substr(0, at.request.scheme.size());
+    const char next = start.size() < name.size() ? name[start.size()] : 'a';
+    const bool isBegun = Str(start).compareCaseless(at.request.scheme) == 0 && !isAsciiAlphanumeric(next) &&
+                         !kNameSigns.contains(next);
     // Blanks around it and its case are gone by now, so that a distance of 0 is a fault of spelling too.
-    if (letterChanges(scheme, at.request.scheme) <= 1) {
+    if (isBegun || letterChanges(scheme, at.request.scheme) <= 1) {
         report.add("", Str() << "nothing reads this stanza: its name must begin with " << at.request.scheme
                              << kSeparator << ", in these letters and without a blank");
     }

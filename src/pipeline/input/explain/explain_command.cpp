@@ -282,14 +282,16 @@ ValueTypeRemark remarkOn(const Str &valueType)
     if (valueType.empty()) {
         return {};
     }
+    const Str withPrefix = Str::concat("REG_", valueType);
     for (std::uint32_t type = 0; type <= kLastValueType; ++type) {
-        if (valueType.compareCaseless(dataTypeName(kSetValue, type)) == 0) {
+        const Str name = dataTypeName(kSetValue, type);
+        if (valueType.compareCaseless(name) == 0 || withPrefix.compareCaseless(name) == 0) {
             // Whatever the type, there is something to show in it: a string, a list of one string, a number
             // of 32 or 64 bits.
             constexpr unsigned char kData[] = {'a', 0, 'b', 0, 0, 0, 0, 0};
             Str shown;
             renderValueData(kSetValue, type, kData, sizeof kData, shown);
-            return {dataTypeName(kSetValue, type), !shown.empty()};
+            return {name, !shown.empty()};
         }
     }
     throw ExplainException(Str::fromFormat("There is no type of values \"%s\"", valueType.c_str()));

@@ -59,7 +59,7 @@ TEST(PatternTrial, TakesTheMeasureOfNestedRepeats)
     for (const char *text : {R"(x\\([^\\]+\\)*y)", R"((a+b)+)", "(ab|ac)*d"}) {
         EXPECT_FALSE(trialOf(text).gaveUp) << text;
     }
-    EXPECT_FALSE(hasNestedRepeats(*parsePattern(R"((\\.*)?(a|b){3}(a|b)*(a+){3}.*)")));
+    EXPECT_FALSE(hasNestedRepeats(*parsePattern(R"((\\.*)?(a|b){3}(a|b)*(a+){2}.*)")));
 }
 
 // What the check takes for a slip, and what for intent.
@@ -74,12 +74,14 @@ TEST(RawEscapes, GuessWhatABackslashWasMeantFor)
     };
     for (const char *slip :
          {R"(HKLM\Run)", R"(hklm\d)", R"(c:\d)", R"(HKLM\\A\Vendor)", R"(A\\b\7zip)", R"(A\services)",
-          R"(\cmd\.exe)", R"(A\\b\program)", R"(A\\b\microsoft)", R"(A\\Vendor\sub\\.*)", R"(A\\b\7-Zip)"}) {
+          R"(\cmd\.exe)", R"(A\\b\program)", R"(A\\b\microsoft)", R"(A\\Vendor\sub\\.*)", R"(A\\b\7-Zip)",
+          R"(.*\regedit\.exe)", R"(A\\.*\services)", R"(\system32\\.*)", R"(A (x86)\7-Zip)"}) {
         EXPECT_TRUE(isSlip(slip)) << slip;
     }
     for (const char *meant :
          {R"(A\\ControlSet\d+)", R"(\bcmd\b)", R"(Internet\sExplorer\\.*)", R"(A\\\x41b)", R"((a)\1)",
-          R"((a)b\1)", R"(A\\\p{L}+)", R"(A\\\QX.Y\E)", R"(A\\\S+)", R"(cmd\.exe$)"}) {
+          R"((a)b\1)", R"(A\\\p{L}+)", R"(A\\\QX.Y\E)", R"(A\\\S+)", R"(cmd\.exe$)", R"(.*\d{4}\.exe)",
+          R"(A\\.*\bfoo)", R"(A\\.*\sFiles)", R"(\QC:\Windows\E)"}) {
         EXPECT_FALSE(isSlip(meant)) << meant;
     }
 }

@@ -75,10 +75,16 @@ std::vector<Case> cases()
         ofKey("single-backslash", "proc", R"(\svchost)", R"(\bsvchost)"),
         ofHive("single-backslash", R"(HKLM\\Single3\sub\\.*)", R"(HKLM\\Single3\\sub\\.*)"),
         ofHive("single-backslash", R"(HKLM\\Single4\7-Zip\\.*)", R"(HKLM\\Single4\\7-Zip\\.*)"),
+        ofKey("single-backslash", "proc", R"(C:\\Tools\\.*\svchost\.exe)", R"(C:\\Tools\\.*\\svchost\.exe)"),
+        ofKey("single-backslash", "proc", R"(C:\\Tools (x86)\7-Zip\\.*)", R"(C:\\Tools (x86)\\7-Zip\\.*)"),
         ofHive("folded-escape", R"(HKLM\\Fold\\\S+.*)", R"(HKLM\\Fold\\[^\s]+.*)"),
         ofHive("folded-escape", R"(HKLM\\Quote\\\QA.B\E.*)", R"(HKLM\\Quote\\A\.B.*)"),
+        ofKey("folded-escape", "type", R"(\Bet)", R"([^x]et)"),
+        ofHive("folded-escape", R"(HKLM\\Inside\\.*\Bhost.*)", R"(HKLM\\Inside\\.*(?!\b)host.*)"),
         ofHive("no-tail", R"(HKLM\\Tail\\(A|B))", R"(HKLM\\Tail\\(A|B)(\\.*)?)"),
         ofHive("no-tail", R"(HKLM\\Tail\\C[0-9])", R"(HKLM\\Tail\\C[0-9]$)"),
+        ofHive("no-tail", R"(HKLM\\Tail\\(D|E)\\Z)", R"(HKLM\\Tail\\(D|E)\\Z\z)"),
+        ofHive("no-tail", R"(HKLM\\Tail\\F\w+)", R"(HKLM\\Tail\\F[^\\]+)"),
         ofHive("plain-path", R"(HKLM\\Plain)", R"(HKLM\\Plain(\\.*)?)"),
         ofBaseline("plain-path", "hive", R"(HKLM\\Walked)", R"(HKLM\\Walked\\.*)"),
         ofHive("control-set-unnamed", R"(HKLM\\SYSTEM\\CurrentControlSet\\A\\.*)",
@@ -91,12 +97,20 @@ std::vector<Case> cases()
         ofKey("type-case", "type", "Set|delete", "set|delete"),
         ofBaseline("baseline-nowhere", "baseline", R"(.*\\Nowhere\\.*)", R"(HKLM\\Nowhere\\.*)"),
         ofBaseline("baseline-root", "baseline", R"(HKLM\\.*Root.*)", R"(HKLM\\Root\\.*Root.*)"),
+        ofStanza("baseline-root", "baseline", "own", "hive = HKCU\\\\.*\nbaseline = 1",
+                 "hive = HKCU\\\\Root\\\\.*\nbaseline = 1"),
         {"name-taken", "hive",
          "[WinRegMon://taken]\nhive = HKLM\\\\Taken\\\\.*\n[WinRegMon://taker]\nhive = "
          "HKLM\\\\(Taken|Other)\\\\.*\n",
          "[WinRegMon://taken]\nhive = HKLM\\\\Taken\\\\.*\n[WinRegMon://taker]\nhive = "
          "HKLM\\\\(Another|Other)\\\\.*\n"},
+        {"name-taken", "hive",
+         "[WinRegMon://wide]\nhive = HKLM\\\\Wide\\\\.*\ntype = delete\n"
+         "[WinRegMon://narrow]\nhive = HKLM\\\\Wide\\\\Narrow\\\\.*\ntype = set\n",
+         "[WinRegMon://wide]\nhive = HKLM\\\\Wide\\\\.*\ntype = delete\n"
+         "[WinRegMon://narrow]\nhive = HKLM\\\\Wide\\\\Narrow\\\\.*\ntype = delete|set\n"},
         ofKey("matches-nothing", "type", "set|modify", "set"),
+        ofKey("matches-nothing", "type", "|", "set|"),
         ofHive("matches-nothing", R"(hklm\\N1\\.*)", R"(HKLM\\N1\\.*)"),
         ofHive("matches-nothing", R"(^HKLM\\N2\\.*)", R"(^\\REGISTRY\\MACHINE\\N2\\.*)"),
         ofHive("matches-nothing", R"((HKLM|HKU)\\N3\\.*)", R"(\\REGISTRY\\(MACHINE|USER)\\N3\\.*)"),
@@ -105,6 +119,8 @@ std::vector<Case> cases()
         ofHive("matches-nothing", R"(HKLM\\N6\\.*|HKLM\\N7\\.*)", R"(HKLM\\(N6|N7)\\.*)"),
         ofHive("matches-nothing", R"(HKLM\\N9(\\.*)?|HKLM\\N10\\.*)", R"(HKLM\\(N9(\\.*)?|N10\\.*))"),
         ofHive("matches-nothing", R"(HKLM\\\\N8\\.*)", R"(HKLM\\N8\\.*)"),
+        ofHive("matches-nothing", R"(HKLM\\N11\\\\A.*)", R"(HKLM\\N11\\A.*)"),
+        ofHive("matches-nothing", R"([H]KLM\\N12\\.*)", R"(HKLM\\N12\\.*)"),
         {"hive-missing", "", "[WinRegMon://m]\nproc = x\n",
          "[WinRegMon://m]\nproc = x\nhive = HKLM\\\\M.*\n"},
         {"header-swallowed", "hive", "[WinRegMon://sw]\nhive = HKLM\\\\Sw\\\\\nindex = a\n",
@@ -121,6 +137,9 @@ std::vector<Case> cases()
         ofKey("quoted-value", "proc", "\"x\"", "x"),
         ofKey("quoted-value", "proc", "\"x\" # alone", "x"),
         ofKey("trailing-comment", "type", "set # alone", "set"),
+        ofKey("trailing-comment", "baseline", "1 #2", "0"),
+        ofKey("trailing-comment", "proc", "# any", "any #2"),
+        ofKey("trailing-comment", "proc", "x ## y", "x## y"),
         ofHive("trailing-comment", R"(HKLM\\Remark # or HKLM\\B)", R"(HKLM\\Remark.*)"),
         ofHive("trailing-comment", R"(HKLM\\Remark(\\.*)? # or HKLM\\B)",
                R"(HKLM\\Remark \(x\) # b\\?(?s:(?<=\\).*|(?!.)))"),
@@ -132,9 +151,11 @@ std::vector<Case> cases()
         ofName("scheme-spelling", "WinRegMon;//s6", "s6"),
         ofName("scheme-spelling", "WinRegMon:/s7", "s7"),
         ofName("scheme-spelling", "WinRegMon://:s8", "s8"),
+        ofName("scheme-spelling", "WinRegMon\\\\s9", "s9"),
         ofName("unsafe-name", "WinRegMon://n/1", "n1"),
         ofName("unsafe-name", "WinRegMon://n2.", "n2"),
         ofName("unsafe-name", "WinRegMon://nul", "n3"),
+        ofName("unsafe-name", "WinRegMon://n\t4", "n4"),
         ofHive("line-end", R"(HKLM\\LineEnd(\\.*)?)", R"(HKLM\\LineEnd(\\(?s:.*))?)"),
         ofHive("key-itself", R"(HKLM\\Itself\\.*)", R"(HKLM\\Itself(\\.*)?)"),
         ofHive("wow64", R"(HKLM\\SOFTWARE\\V(\\.*)?)", R"(HKLM\\SOFTWARE\\(WOW6432Node\\)?V(\\.*)?)"),
@@ -142,6 +163,9 @@ std::vector<Case> cases()
         ofHive("explosive", R"(HKLM\\Counted\\(.*a){12})", R"(HKLM\\Counted\\.*a.*)"),
         ofKey("explosive", "proc", "(a|aa)+b", "a+b"),
         ofKey("explosive", "proc", R"((\w+\s?)+$)", R"([\w\s]+$)"),
+        ofKey("explosive", "proc", R"((.*a){12})", R"(a.*a.*a)"),
+        ofKey("explosive", "proc", R"((.*)*\.exe)", R"(.*\.exe)"),
+        ofHive("explosive", R"(HKLM\\Nested\\([^\\]+\\?)+$)", R"(HKLM\\Nested\\([^\\]+\\)+$)"),
     };
 }
 
@@ -275,7 +299,7 @@ TEST_F(VelmoxdCheckTest, SaysItAsCompilersDo)
     home_.writeFile(kLocal, "[WinRegMon://run-keys]\nhive = hklm\\\\(run\n");
     EXPECT_THAT(run("check", 2),
                 ::testing::StartsWith(pathOf(kLocal) + ":2: error: [WinRegMon://run-keys] hive: missing ) at "
-                                                       "character 10 of \"hklm\\\\(run\""));
+                                                       "character 9 of \"hklm\\\\(run\""));
     home_.writeFile(kLocal, "[WinRegMon://a]\nproc = x\n");
     run("check", 0);
     EXPECT_EQ(run("check --strict WinRegMon", 1),
