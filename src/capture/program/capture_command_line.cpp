@@ -51,6 +51,14 @@ public:
         return take();
     }
 
+    /// As the monitor takes it: without quotes that the caller's shell has left.
+    Str takeUnquoted()
+    {
+        Str value = takeValue();
+        value.unquote('"');
+        return value;
+    }
+
     std::uint64_t takeNumber()
     {
         const std::string option = front();
@@ -90,10 +98,10 @@ bool takeReplayOption(Words &words, CaptureCommandLine &line)
         words.take();
         line.isPaced = true;
     } else if (words.front() == "-index") {
-        const Str index = words.takeValue();
+        const Str index = words.takeUnquoted();
         line.defaults.index = index.empty() ? Str("default") : index;
     } else if (words.front() == "-inclusive") {
-        line.defaults.inclusive = words.takeValue() != "0";
+        line.defaults.inclusive = words.takeUnquoted() != "0";
     } else {
         return false;
     }

@@ -74,10 +74,7 @@ std::string_view operationName(const MonitorRecord &fields)
 class Counter
 {
 public:
-    Counter(CaptureCounts &counts, CaptureWalk &walk, bool hasStanzas)
-        : counts_(counts), walk_(walk), hasStanzas_(hasStanzas)
-    {
-    }
+    Counter(CaptureCounts &counts, CaptureWalk &walk) : counts_(counts), walk_(walk) {}
 
     void take(WalkedRecord &record);
     void finish();
@@ -92,10 +89,9 @@ private:
 
     CaptureCounts &counts_;
     CaptureWalk &walk_;
-    bool hasStanzas_;
     std::unordered_map<std::string, KeyCounts> keys_;
-    /// By the stanza's name.
-    std::map<Str, Tally> stanzas_;
+    /// What carries a stanza's name, of which there may be two of one name.
+    std::map<const SystemMonitoringConfig *, Tally> stanzas_;
 };
 
 /// The path as events have it, which end it at a NUL.
@@ -127,11 +123,8 @@ void Counter::take(WalkedRecord &record)
     if (ofKey.filterPath.empty()) {
         ofKey.filterPath = record.texts.keyPath().c_str();
     }
-    if (record.eventBytes > 0 && hasStanzas_) {
-        const SystemMonitoringConfig *const config = walk_.group().stanzaOf(record.texts.foldedName());
-        if (config != nullptr) {
-            stanzas_[config->name] += tally;
-        }
+    if (record.eventBytes > 0) {
+        stanzas_[walk_.group().stanzaOf(record.texts.foldedName())] += tally;
     }
 }
 
@@ -140,7 +133,7 @@ void Counter::finish()
     for (const auto &[path, key] : keys_) {
         counts_.keys.add(path, key.filterPath, key);
     }
-    if (!hasStanzas_) {
+    if (!walk_.replay().hasStanzas()) {
         return;
     }
     MonitorFilterGroup &group = walk_.group();
@@ -148,22 +141,11 @@ void Counter::finish()
     // Both are in the order of the headers.
     auto config = group.configs.begin();
     for (const auto &[header, filter] : group.filters->byName()) {
-        const Tally &carried = stanzas_[config->name];
+        const Tally &carried = stanzas_[&*config];
         counts_.stanzas.push_back(
             {config->name, header, filter->checks, filter->hits, carried.events, carried.bytes});
         ++config;
     }
-}
-
-/// A document's stanzas, or one that matches nothing: processes are named by the replay of a document.
-const Stanzas &stanzasOrNone(const Stanzas &stanzas)
-{
-    static const Stanzas kNone = [] {
-        Stanzas none;
-        none["WinRegMon://none"].set("hive", R"(HKLM\\(?!))");
-        return none;
-    }();
-    return stanzas.empty() ? kNone : stanzas;
 }
 
 } // namespace
@@ -263,14 +245,14 @@ std::uint64_t CaptureWalk::streamBytes() const
 CaptureCounts countCapture(const OpenCapture &open, const Stanzas &stanzas)
 {
     CaptureCounts counts;
-    CaptureWalk walk(open, stanzasOrNone(stanzas));
-    Counter counter(counts, walk, !stanzas.empty());
+    CaptureWalk walk(open, stanzas);
+    Counter counter(counts, walk);
     walk.run([&](WalkedRecord &record) { counter.take(record); });
     counter.finish();
     counts.lostReads = walk.lostReads();
     counts.streamBytes = walk.streamBytes();
     counts.isCut = walk.reader().isCut();
-    counts.isIncomplete = !stanzas.empty() && walk.replay().isIncomplete();
+    counts.isIncomplete = walk.replay().isIncomplete();
     return counts;
 }
 

@@ -89,6 +89,7 @@ public:
 
     void run(const OnRecord &onRecord);
 
+    /// Only with an enabled stanza.
     MonitorFilterGroup &group() { return *replay_.rules().registryGroup(); }
     CaptureReplay &replay() { return replay_; }
 
@@ -156,7 +157,7 @@ struct CaptureCounts
     std::vector<StanzaCounts> stanzas;
 };
 
-/// Replays the capture and counts. Without stanzas nothing is accepted. Throws as `CaptureWalk` does.
+/// Replays the capture and counts. Without enabled stanzas nothing is accepted. Throws as `CaptureWalk` does.
 CaptureCounts countCapture(const OpenCapture &open, const Stanzas &stanzas);
 
 /// Replays the capture, and returns the events of its stream with their bytes and the frame's.

@@ -310,11 +310,13 @@ void silenceLog()
 CaptureSummary summarizeCapture(const OpenCapture &open, const Stanzas &stanzas, SummaryForm form)
 {
     CaptureCounts counts = countCapture(open, stanzas);
+    const bool hasStanzas = !counts.stanzas.empty();
     if (form == SummaryForm::Json) {
-        return {jsonOf(counts), counts.isCut};
+        return {jsonOf(counts), counts.isCut, hasStanzas};
     }
     silenceLog();
-    return {textOf(counts, stanzas.empty() ? Noise() : findNoise(open, stanzas, counts)), counts.isCut};
+    return {textOf(counts, hasStanzas ? findNoise(open, stanzas, counts) : Noise()), counts.isCut,
+            hasStanzas};
 }
 
 } // namespace velmox
