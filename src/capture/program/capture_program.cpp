@@ -234,7 +234,7 @@ void summarize(const CaptureCommandLine &line)
         file = openCapture(line.file);
         return sourceOf(file.get());
     };
-    const CaptureSummary summary = summarizeCapture(open, stanzas.value_or(Stanzas()),
+    const CaptureSummary summary = summarizeCapture(open, {stanzas.value_or(Stanzas()), line.defaults},
                                                     line.isJson ? SummaryForm::Json : SummaryForm::Text);
     if (stanzas && !summary.hasStanzas) {
         tellOfNoStanza();

@@ -198,8 +198,8 @@ std::vector<const PathNode *> PathTree::loudest(std::size_t most) const
     return nodes;
 }
 
-CaptureWalk::CaptureWalk(const OpenCapture &open, const Stanzas &stanzas)
-    : reader_(open()), replay_(reader_.start(), stanzas, {"default", true}, nullptr),
+CaptureWalk::CaptureWalk(const OpenCapture &open, const MonitorSettings &settings)
+    : reader_(open()), replay_(reader_.start(), settings.stanzas, settings.defaults, nullptr),
       processes_(replay_.machine().drives()), texts_(replay_.hiveNames(), processes_)
 {
 }
@@ -242,10 +242,10 @@ std::uint64_t CaptureWalk::streamBytes() const
     return written == 0 ? 0 : written + kStreamEnd.size();
 }
 
-CaptureCounts countCapture(const OpenCapture &open, const Stanzas &stanzas)
+CaptureCounts countCapture(const OpenCapture &open, const MonitorSettings &settings)
 {
     CaptureCounts counts;
-    CaptureWalk walk(open, stanzas);
+    CaptureWalk walk(open, settings);
     Counter counter(counts, walk);
     walk.run([&](WalkedRecord &record) { counter.take(record); });
     counter.finish();
@@ -256,9 +256,9 @@ CaptureCounts countCapture(const OpenCapture &open, const Stanzas &stanzas)
     return counts;
 }
 
-Tally countStream(const OpenCapture &open, const Stanzas &stanzas)
+Tally countStream(const OpenCapture &open, const MonitorSettings &settings)
 {
-    CaptureWalk walk(open, stanzas);
+    CaptureWalk walk(open, settings);
     Tally tally;
     walk.run([&](WalkedRecord &record) { tally += {1, record.eventBytes > 0 ? 1U : 0U, 0}; });
     tally.bytes = walk.streamBytes();

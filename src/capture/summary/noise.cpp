@@ -62,7 +62,7 @@ public:
     Probe(CaptureCounts &counts, MonitorFilterGroup &group, std::vector<Candidate> &processes,
           std::vector<Candidate> &keys)
         : counts_(counts), processes_(processes), keys_(keys), spent_(counts.stanzas.size()),
-          askedTimes_(counts.stanzas.size())
+          askedTimes_(counts.stanzas.size()), isInclusive_(group.inclusive)
     {
         for (const auto &[header, filter] : group.filters->byName()) {
             filters_.push_back(filter);
@@ -89,6 +89,7 @@ private:
     std::vector<AbstractFilter<SysMonFilterableEvent> *> filters_;
     std::vector<Clock::duration> spent_;
     std::vector<std::uint64_t> askedTimes_;
+    bool isInclusive_;
     std::uint64_t stride_;
     std::uint64_t number_ = 0;
 };
@@ -137,7 +138,7 @@ void Probe::time(const SysMonFilterableEvent &event, bool isLetPass)
         spent_[at] += Clock::now() - begin;
         ++askedTimes_[at];
         StanzaCounts &stanza = counts_.stanzas[at];
-        if (isMatch && stanza.matched == 0) {
+        if (isMatch && stanza.matched == 0 && isInclusive_) {
             (isLetPass ? stanza.isHidden : stanza.isUnasked) = true;
         }
     }
@@ -169,22 +170,22 @@ void Probe::finish()
 /// Makes a source of each candidate: its settings by `quieter`, of a stanza and a candidate, and the stream
 /// with them.
 template <class Quieter>
-std::vector<NoiseSource> sourcesOf(const OpenCapture &open, const Stanzas &stanzas,
+std::vector<NoiseSource> sourcesOf(const OpenCapture &open, const MonitorSettings &settings,
                                    const CaptureCounts &counts, const std::vector<Candidate> &candidates,
                                    const char *key, Quieter quieter)
 {
     std::vector<NoiseSource> sources;
     for (const Candidate &candidate : candidates) {
         NoiseSource source{candidate.name, candidate.tally, {}, {}, {}};
-        Stanzas changed = stanzas;
+        MonitorSettings changed = settings;
         for (const std::size_t at : candidate.stanzas) {
             const Str &header = counts.stanzas[at].header;
-            const std::optional<Str> value = quieter(stanzas.at(header).get(key), candidate);
+            const std::optional<Str> value = quieter(settings.stanzas.at(header).get(key), candidate);
             if (!value) {
                 source.unchanged.push_back(header);
                 continue;
             }
-            changed[header].set(key, *value);
+            changed.stanzas[header].set(key, *value);
             source.settings.push_back({header, key, *value});
         }
         if (!source.settings.empty()) {
@@ -197,14 +198,18 @@ std::vector<NoiseSource> sourcesOf(const OpenCapture &open, const Stanzas &stanz
 
 } // namespace
 
-Noise findNoise(const OpenCapture &open, const Stanzas &stanzas, CaptureCounts &counts)
+Noise findNoise(const OpenCapture &open, const MonitorSettings &settings, CaptureCounts &counts)
 {
-    std::vector<Candidate> processes = loudestProcesses(counts);
-    std::vector<Candidate> keys = loudestKeys(counts);
+    std::vector<Candidate> processes;
+    std::vector<Candidate> keys;
+    if (settings.defaults.inclusive) {
+        processes = loudestProcesses(counts);
+        keys = loudestKeys(counts);
+    }
     HiveNames hiveNames;
     DriveMap drives{DriveMappings()};
     {
-        CaptureWalk walk(open, stanzas);
+        CaptureWalk walk(open, settings);
         Probe probe(counts, walk.group(), processes, keys);
         walk.run([&](WalkedRecord &record) { probe.take(record); });
         probe.finish();
@@ -212,12 +217,12 @@ Noise findNoise(const OpenCapture &open, const Stanzas &stanzas, CaptureCounts &
         drives = walk.replay().machine().drives();
     }
     Noise noise;
-    noise.processes =
-        sourcesOf(open, stanzas, counts, processes, "proc", [&](const Str &proc, const Candidate &candidate) {
+    noise.processes = sourcesOf(
+        open, settings, counts, processes, "proc", [&](const Str &proc, const Candidate &candidate) {
             return std::optional(procWithout(proc, {candidate.filterText, candidate.name}, drives));
         });
     noise.keys =
-        sourcesOf(open, stanzas, counts, keys, "hive", [&](const Str &hive, const Candidate &candidate) {
+        sourcesOf(open, settings, counts, keys, "hive", [&](const Str &hive, const Candidate &candidate) {
             return hiveWithout(hive, candidate.filterText, candidate.name, hiveNames);
         });
     return noise;

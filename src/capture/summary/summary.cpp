@@ -307,15 +307,15 @@ void silenceLog()
 
 } // namespace
 
-CaptureSummary summarizeCapture(const OpenCapture &open, const Stanzas &stanzas, SummaryForm form)
+CaptureSummary summarizeCapture(const OpenCapture &open, const MonitorSettings &settings, SummaryForm form)
 {
-    CaptureCounts counts = countCapture(open, stanzas);
+    CaptureCounts counts = countCapture(open, settings);
     const bool hasStanzas = !counts.stanzas.empty();
     if (form == SummaryForm::Json) {
         return {jsonOf(counts), counts.isCut, hasStanzas};
     }
     silenceLog();
-    return {textOf(counts, hasStanzas ? findNoise(open, stanzas, counts) : Noise()), counts.isCut,
+    return {textOf(counts, hasStanzas ? findNoise(open, settings, counts) : Noise()), counts.isCut,
             hasStanzas};
 }
 

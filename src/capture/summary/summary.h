@@ -26,8 +26,8 @@ struct CaptureSummary
 /// it and where most of that comes from. A name can neither end a line nor speak to a terminal.
 ///
 /// It replays the capture once, and for people once more for each of up to twenty sources of noise. Throws
-/// CaptureException for a capture that can't be read, RegexException for a pattern that does not compile; what
-/// `open` throws passes through.
-CaptureSummary summarizeCapture(const OpenCapture &open, const Stanzas &stanzas, SummaryForm form);
+/// CaptureException for a capture that can't be read, RegexException for a pattern that does not compile;
+/// what `open` throws passes through.
+CaptureSummary summarizeCapture(const OpenCapture &open, const MonitorSettings &settings, SummaryForm form);
 
 } // namespace velmox

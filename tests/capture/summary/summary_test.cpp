@@ -80,12 +80,12 @@ Sample makeSample(unsigned count)
 }
 
 /// The stream of a replay, cut into its events.
-std::vector<std::string> eventsOf(const Sample &sample, const Stanzas &stanzas)
+std::vector<std::string> eventsOf(const Sample &sample, const MonitorSettings &settings)
 {
     const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::tmpfile(), std::fclose);
     {
         CaptureReader reader(sample.open()());
-        CaptureReplay replay(reader.start(), stanzas, {"default", true}, file.get());
+        CaptureReplay replay(reader.start(), settings.stanzas, settings.defaults, file.get());
         for (CapturedBuffer buffer; reader.next(buffer);) {
             replay.take(buffer);
         }
@@ -122,42 +122,47 @@ TEST(Summary, CountsWhatACaptureHoldsAndWhatItsStreamSays)
                                  {"long", R"(HKLM\\SOFTWARE\\Vendor\\Noisy\.App\\.*)", ".*", "delete"},
                                  {"never", R"(HKLM\\SYSTEM\\Nothing)", ".*", "set"}});
     stanzas["winregmon:a"].set("hive", R"(HKLM\\SOFTWARE\\Vendor\\NoisyXApp.*)"); // the same name in events
-    const auto json = nlohmann::json::parse(summarizeCapture(sample.open(), stanzas, SummaryForm::Json).text);
-    EXPECT_EQ(json["records"], 2002);
-    EXPECT_EQ(json["lost_reads"], 5);
-    EXPECT_EQ(json["operations"].get<Counts>(), sample.operations);
-    EXPECT_EQ(json["processes"].get<Counts>(), sample.processes);
-    EXPECT_EQ(json["keys"].get<Counts>(), sample.keys);
+    for (const bool inclusive : {true, false}) {
+        SCOPED_TRACE(inclusive);
+        const MonitorSettings settings = {stanzas, {"a<b", inclusive}};
+        const auto json =
+            nlohmann::json::parse(summarizeCapture(sample.open(), settings, SummaryForm::Json).text);
+        EXPECT_EQ(json["records"], 2002);
+        EXPECT_EQ(json["lost_reads"], 5);
+        EXPECT_EQ(json["operations"].get<Counts>(), sample.operations);
+        EXPECT_EQ(json["processes"].get<Counts>(), sample.processes);
+        EXPECT_EQ(json["keys"].get<Counts>(), sample.keys);
 
-    const std::vector<std::string> events = eventsOf(sample, stanzas);
-    std::uint64_t matched = 0;
-    std::map<std::string, std::pair<std::uint64_t, std::uint64_t>> carried;
-    for (const auto &stanza : json["stanzas"]) {
-        const std::string name = stanza["name"];
-        EXPECT_GE(stanza["tried"], stanza["matched"]) << name;
-        EXPECT_EQ(stanza["matched"] == 0, name == "never") << name;
-        matched += stanza["matched"].get<std::uint64_t>();
-        carried[name].first += stanza["accepted"].get<std::uint64_t>();
-        carried[name].second += stanza["bytes"].get<std::uint64_t>();
-    }
-    for (const auto &[name, counts] : carried) {
-        std::uint64_t accepted = 0;
-        std::uint64_t bytes = 0;
-        for (const std::string &event : events) {
-            if (event.starts_with("<event stanza=\"" + name + "\"")) {
-                ++accepted;
-                bytes += event.size();
-            }
+        const std::vector<std::string> events = eventsOf(sample, settings);
+        std::uint64_t matched = 0;
+        std::map<std::string, std::pair<std::uint64_t, std::uint64_t>> carried;
+        for (const auto &stanza : json["stanzas"]) {
+            const std::string name = stanza["name"];
+            EXPECT_GE(stanza["tried"], stanza["matched"]) << name;
+            EXPECT_EQ(stanza["matched"] == 0, name == "never") << name;
+            matched += stanza["matched"].get<std::uint64_t>();
+            carried[name].first += stanza["accepted"].get<std::uint64_t>();
+            carried[name].second += stanza["bytes"].get<std::uint64_t>();
         }
-        EXPECT_EQ(counts, std::pair(accepted, bytes)) << name;
+        for (const auto &[name, counts] : carried) {
+            std::uint64_t accepted = 0;
+            std::uint64_t bytes = 0;
+            for (const std::string &event : events) {
+                if (event.starts_with("<event stanza=\"" + name + "\"")) {
+                    ++accepted;
+                    bytes += event.size();
+                }
+            }
+            EXPECT_EQ(counts, std::pair(accepted, bytes)) << name;
+        }
+        EXPECT_EQ(json["stanzas"].size(), 4U);
+        EXPECT_EQ(matched, inclusive ? events.size() : 2000 - events.size());
     }
-    EXPECT_EQ(json["stanzas"].size(), 4U);
-    EXPECT_EQ(matched, events.size());
 
     Stanzas disabled;
     disabled["WinRegMon://a"].set("disabled", "1");
     const auto without =
-        nlohmann::json::parse(summarizeCapture(sample.open(), disabled, SummaryForm::Json).text);
+        nlohmann::json::parse(summarizeCapture(sample.open(), {disabled}, SummaryForm::Json).text);
     EXPECT_EQ(without["processes"].get<Counts>(), sample.processes);
     EXPECT_EQ(without["stanzas"].size(), 0U);
 }
@@ -180,9 +185,9 @@ TEST(Summary, GivesStanzasThatLeaveOutASourceOfNoiseAndNothingElse)
             // What the second one lets pass, the first one has to give up as well.
             const Stanzas stanzas = stanzasOf(
                 {{"a", hive, proc, "set|create|delete"}, {"b", R"(HKLM\\SOFTWARE\\.*)", "one", "create"}});
-            CaptureCounts counts = countCapture(sample.open(), stanzas);
-            const Noise noise = findNoise(sample.open(), stanzas, counts);
-            EXPECT_EQ(counts.all.events, eventsOf(sample, stanzas).size());
+            CaptureCounts counts = countCapture(sample.open(), {stanzas});
+            const Noise noise = findNoise(sample.open(), {stanzas}, counts);
+            EXPECT_EQ(counts.all.events, eventsOf(sample, {stanzas}).size());
             EXPECT_FALSE(noise.processes.empty() || noise.keys.empty());
             for (const std::vector<NoiseSource> *sources : {&noise.processes, &noise.keys}) {
                 for (const NoiseSource &source : *sources) {
@@ -197,7 +202,7 @@ TEST(Summary, GivesStanzasThatLeaveOutASourceOfNoiseAndNothingElse)
                     }
                     EXPECT_EQ(source.streamWithout.events, counts.all.events - source.tally.events)
                         << source.name;
-                    EXPECT_EQ(source.streamWithout.events, eventsOf(sample, changed).size()) << source.name;
+                    EXPECT_EQ(source.streamWithout.events, eventsOf(sample, {changed}).size()) << source.name;
                 }
             }
         }
@@ -229,7 +234,7 @@ TEST(Summary, ReadsAsText)
     const Stanzas stanzas =
         stanzasOf({{"a", R"(HKLM\\SOFTWARE\\Vendor\\.*)", ".*", "set|create|delete"},
                    {"b", R"(HKLM\\SOFTWARE\\Vendor\\NoisyX.*)", ".*", "set|create|delete"}});
-    const std::string text = summarizeCapture(sample.open(), stanzas, SummaryForm::Text).text;
+    const std::string text = summarizeCapture(sample.open(), {stanzas}, SummaryForm::Text).text;
     for (const char *const wanted :
          {"102 records from 2020-01-01 00:00:00 to 2020-", "; 5 reads lost", "  HKLM\n",
           "  SYSTEM\\ControlSet001\\Services\\x\n",
@@ -240,7 +245,7 @@ TEST(Summary, ReadsAsText)
     }
     const std::string unasked =
         summarizeCapture(sample.open(),
-                         stanzasOf({{"a", R"((\\REGISTRY\\USER|.*SOFTWARE)\\.*)", ".*", "set"}}),
+                         {stanzasOf({{"a", R"((\\REGISTRY\\USER|.*SOFTWARE)\\.*)", ".*", "set"}})},
                          SummaryForm::Text)
             .text;
     EXPECT_NE(unasked.find("never matched: a; the driver is not asked for what it would match\n"),
