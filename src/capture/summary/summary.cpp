@@ -72,6 +72,7 @@ template <class Map>
 void appendRanking(const Map &tallies, std::size_t most, std::string &out)
 {
     std::vector<std::pair<std::uint64_t, std::string_view>> ranking;
+    ranking.reserve(tallies.size());
     for (const auto &[name, tally] : tallies) {
         ranking.emplace_back(tally.records, name);
     }
