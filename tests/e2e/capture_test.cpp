@@ -92,8 +92,10 @@ TEST_F(CaptureTest, ReplaysTheMonitorsStreamToTheByte)
         recorder.pressCtrlC();
         ASSERT_EQ(recorder.exitCode(), 0u);
 
-        const Str document = documentOf(input.stanzas()).text();
-        const char *options = input.below(3) == 0 ? "-inclusive 0 -index a<b" : "";
+        Str document = documentOf(input.stanzas()).text();
+        // Read as a text stream: behind Ctrl-Z nothing counts.
+        document.replaceAll("</configuration>", "\x1a<fault/>");
+        const char *options = input.below(3) == 0 ? R"(-inclusive \"0\" -index \"a<b\")" : "";
         const Replay replayed = replay(document, options);
         EXPECT_EQ(replayed.exitCode, 0u) << replayed.errors.c_str();
         const std::size_t count = occurrences(replayed.output, "</event>");
@@ -168,6 +170,37 @@ TEST_F(CaptureTest, KilledLeavesWhatWasRecorded)
     EXPECT_EQ(damaged.exitCode, 2u);
     EXPECT_TRUE(damaged.errors.contains("is damaged: its check sum is wrong")) << damaged.errors.c_str();
     EXPECT_TRUE(cut.output.startsWith(damaged.output) && !damaged.output.contains("</stream>"));
+}
+
+TEST_F(CaptureTest, PacesItsReplayAndEndsWithItsReader)
+{
+    push({testbed::recordBuffer({{}, {.operation = 15}})});
+    ChildProcess recorder(recording("--share --seconds 1"), {}, Streams::Apart);
+    recorder.closeInput();
+    ASSERT_TRUE(recorder.waitForEnd());
+    const Str document = everything().text();
+    const Replay once = replay(document);
+    EXPECT_EQ(occurrences(once.output, "</event>"), 2u);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(replay(document, "--pace").output, once.output);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(900));
+
+    ChildProcess unread(installed(kProgram, Str::fromFormat("replay %s", kFile)), {}, Streams::Unread);
+    unread.closeOutput();
+    unread.write(document);
+    unread.closeInput();
+    EXPECT_TRUE(unread.waitForEnd());
+    EXPECT_EQ(unread.exitCode(), 1u);
+    EXPECT_TRUE(unread.errorBytes().contains("velmox-capture: standard output: "))
+        << unread.errorBytes().c_str();
+
+    const Replay misread = replay("no document");
+    EXPECT_EQ(misread.exitCode, 2u);
+    EXPECT_EQ(misread.errors, "velmox-capture: standard input: is no input document in UTF-8\r\n");
+    const Replay disabled = replay(InputDocument().stanza("WinRegMon://a", {{"disabled", "1"}}).text());
+    EXPECT_EQ(disabled.exitCode, 0u);
+    EXPECT_EQ(disabled.output, "");
+    EXPECT_TRUE(disabled.errors.contains("no enabled stanza"));
 }
 
 // By scripts/check-disk, on a disk of a megabyte.

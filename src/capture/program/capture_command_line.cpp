@@ -9,7 +9,7 @@ namespace velmox {
 const char *const kCaptureUsage =
     "usage: velmox-capture record FILE [--seconds N] [--megabytes N] [--share] [< DOCUMENT]\n"
     "       velmox-capture replay FILE [--pace] [-index NAME] [-inclusive 0] < DOCUMENT\n"
-    "       velmox-capture summary FILE [--json] [< DOCUMENT]\n"
+    "       velmox-capture summary FILE [--json] [-index NAME] [-inclusive 0] [< DOCUMENT]\n"
     "\n"
     "  record       writes what the driver reports into FILE until Ctrl-C: all of it, or what the\n"
     "               input document on standard input asks for. An earlier capture is replaced, any other\n"
@@ -23,7 +23,7 @@ const char *const kCaptureUsage =
     "  --pace       takes as much time as the recording\n"
     "  -index, -inclusive  as for velmox-regmon\n"
     "  summary      counts what FILE holds; with DOCUMENT also what its stanzas make of that, and which\n"
-    "               change of a stanza would leave out most, for a monitor without -index and -inclusive\n"
+    "               change of a stanza would leave out most\n"
     "  --json       counts as one object of JSON\n"
     "\n"
     "  velmox-capture record monday.vcap --seconds 60\n"
@@ -51,6 +51,14 @@ public:
         return take();
     }
 
+    /// As the monitor takes it: without quotes that the caller's shell has left.
+    Str takeUnquoted()
+    {
+        Str value = takeValue();
+        value.unquote('"');
+        return value;
+    }
+
     std::uint64_t takeNumber()
     {
         const std::string option = front();
@@ -70,45 +78,40 @@ private:
     std::vector<std::string>::const_iterator end_;
 };
 
+bool takeSwitch(Words &words, const char *name, bool &isOn)
+{
+    if (words.front() != name) {
+        return false;
+    }
+    words.take();
+    isOn = true;
+    return true;
+}
+
 bool takeRecordOption(Words &words, RecordOptions &options)
 {
     if (words.front() == "--seconds") {
         options.seconds = words.takeNumber();
     } else if (words.front() == "--megabytes") {
         options.megabytes = words.takeNumber();
-    } else if (words.front() == "--share") {
-        words.take();
-        options.isShared = true;
     } else {
-        return false;
+        return takeSwitch(words, "--share", options.isShared);
     }
     return true;
 }
 
-bool takeReplayOption(Words &words, CaptureCommandLine &line)
+/// Those of the monitor.
+bool takeStanzaOption(Words &words, StanzaDefaults &defaults)
 {
-    if (words.front() == "--pace") {
-        words.take();
-        line.isPaced = true;
-    } else if (words.front() == "-index") {
-        const Str index = words.takeValue();
+    if (words.front() == "-index") {
+        const Str index = words.takeUnquoted();
         // As the monitor reads them.
-        line.defaults.index = index.empty() ? Str("default") : index;
+        defaults.index = index.empty() ? Str("default") : index;
     } else if (words.front() == "-inclusive") {
-        line.defaults.inclusive = words.takeValue() != "0";
+        defaults.inclusive = words.takeUnquoted() != "0";
     } else {
         return false;
     }
-    return true;
-}
-
-bool takeSummaryOption(Words &words, CaptureCommandLine &line)
-{
-    if (words.front() != "--json") {
-        return false;
-    }
-    words.take();
-    line.isJson = true;
     return true;
 }
 
@@ -118,9 +121,9 @@ bool takeOption(Words &words, CaptureCommandLine &line)
     case CaptureCommand::Record:
         return takeRecordOption(words, line.record);
     case CaptureCommand::Replay:
-        return takeReplayOption(words, line);
+        return takeSwitch(words, "--pace", line.isPaced) || takeStanzaOption(words, line.defaults);
     case CaptureCommand::Summary:
-        return takeSummaryOption(words, line);
+        return takeSwitch(words, "--json", line.isJson) || takeStanzaOption(words, line.defaults);
     case CaptureCommand::Help:
         break;
     }

@@ -24,7 +24,7 @@ struct CaptureCommandLine
     CaptureCommand command = CaptureCommand::Help;
     Str file;
     RecordOptions record;
-    /// What a replay's stanzas have in common.
+    /// What the stanzas of a replay or summary have in common.
     StanzaDefaults defaults = {"default", true};
     /// Whether a summary is for programs.
     bool isJson = false;

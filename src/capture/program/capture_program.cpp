@@ -6,14 +6,17 @@
 #include "pipeline/input/xml/config_xml_streaming_parser.h"
 #include "util/log/log_system.h"
 #include "util/log/logger.h"
+#include "util/match/regex.h"
 #include "util/system/program_entry.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 #include <unistd.h>
@@ -61,23 +64,73 @@ CaptureReader::Source sourceOf(std::FILE *file)
     };
 }
 
-/// Feeds standard input to the parser as the monitor gets it. There it is a text stream, from which Windows
-/// takes the CR in front of each LF; here it passes bytes as they are.
-void readDocument(ConfigXmlStreamingParser &parser)
+/// What stands on standard input can't be used.
+class DocumentException : public BaseException
 {
-    std::string document;
+public:
+    using BaseException::BaseException;
+};
+
+/// Notes whether it met a document at all.
+class DocumentParser : public ConfigXmlStreamingParser
+{
+public:
+    void startElement(const Str &name) override
+    {
+        isDocument_ = isDocument_ || name == "input";
+        ConfigXmlStreamingParser::startElement(name);
+    }
+    bool isDocument() const { return isDocument_; }
+
+private:
+    bool isDocument_ = false;
+};
+
+/// Standard input as the monitor reads it, which is a text stream there: Ctrl-Z ends it, and a CR before an
+/// LF does not count. Empty where there is none.
+std::string readText()
+{
+    std::string text;
     char bytes[8192];
     while (const std::size_t count = std::fread(bytes, 1, sizeof bytes, stdin)) {
-        document.append(bytes, count);
+        text.append(bytes, count);
     }
+    if (std::ferror(stdin) != 0 && errno != EBADF) {
+        throw DocumentException(std::strerror(errno));
+    }
+    text.resize(std::min(text.find('\x1a'), text.size()));
     // In place, as the kept bytes never overtake those that are looked at.
     std::size_t kept = 0;
-    for (std::size_t at = 0; at < document.size(); ++at) {
-        if (!document.substr(at, 2).starts_with("\r\n")) {
-            document[kept++] = document[at];
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (!std::string_view(text).substr(at).starts_with("\r\n")) {
+            text[kept++] = text[at];
         }
     }
-    parser.feed(document.data(), kept);
+    text.resize(kept);
+    return text;
+}
+
+/// The stanzas of the document on standard input; nothing where that is a terminal, or blank.
+std::optional<Stanzas> readStanzas()
+{
+    // The monitor reads as much at a time, which decides at what length a token without an end is dropped.
+    constexpr std::size_t kPiece = 8192;
+    const std::string text = isatty(STDIN_FILENO) == 0 ? readText() : std::string();
+    if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
+        return std::nullopt;
+    }
+    DocumentParser parser;
+    try {
+        for (std::size_t at = 0; at < text.size(); at += kPiece) {
+            parser.feed(text.data() + at, std::min(kPiece, text.size() - at));
+        }
+    } catch (const BaseException &exception) {
+        throw DocumentException(exception.what());
+    }
+    if (!parser.isDocument()) {
+        throw DocumentException("is no input document in UTF-8");
+    }
+    return parser.stanzas();
 }
 
 /// Lets as much time pass as did while it was recorded. By the time at which each buffer is due, and not from
@@ -107,19 +160,26 @@ void tellOfCut(const CaptureCommandLine &line)
     complain(std::string(line.file.view()) + ": cut off; read up to its last whole block");
 }
 
-/// Tells of what a reader can't see in the stream.
-void tellOfLoss(const CaptureCommandLine &line, const CaptureReader &reader, std::uint64_t lostReads)
+void tellOfNoStanza()
+{
+    complain("standard input: no enabled stanza in the document");
+}
+
+/// Tells of what the driver may have kept back.
+void tellOfAsked(const CaptureCommandLine &line, const CaptureReader &reader, CaptureReplay &replay)
 {
     const std::string file(line.file.view());
-    if (reader.isCut()) {
-        tellOfCut(line);
-    }
-    if (lostReads != 0) {
-        complain(file + ": " + std::to_string(lostReads) + " reads were lost while it was recorded");
+    if (!replay.hasStanzas()) {
+        tellOfNoStanza();
+    } else if (reader.start().filter.events == 0) {
+        complain(file + ": recorded beside a monitor; it is not known what the driver was asked for");
+    } else if (replay.isIncomplete()) {
+        complain(file + ": does not hold all that the document asks for");
     }
 }
 
-void replayBuffers(const CaptureCommandLine &line, CaptureReader &reader, CaptureReplay &replay)
+/// Returns the reads that were lost.
+std::uint64_t replayBuffers(const CaptureCommandLine &line, CaptureReader &reader, CaptureReplay &replay)
 {
     Pace pace(reader.start().time);
     std::uint64_t lostReads = 0;
@@ -137,7 +197,56 @@ void replayBuffers(const CaptureCommandLine &line, CaptureReader &reader, Captur
     if (line.isPaced && std::ferror(stdout) == 0) {
         pace.waitFor(reader.end().time);
     }
-    tellOfLoss(line, reader, std::max(lostReads, reader.end().lostReads));
+    return std::max(lostReads, reader.end().lostReads);
+}
+
+// What is wrong with a file is all that is said of it, so the rest is told behind its end.
+void replay(const CaptureCommandLine &line)
+{
+    const std::optional<Stanzas> stanzas = readStanzas();
+    if (!stanzas) {
+        throw DocumentException("an input document is needed");
+    }
+    const auto file = openCapture(line.file);
+    CaptureReader reader(sourceOf(file.get()));
+    const bool hasStart = !reader.isCut();
+    CaptureReplay stream(reader.start(), *stanzas, line.defaults, stdout);
+    std::uint64_t lostReads = 0;
+    try {
+        lostReads = replayBuffers(line, reader, stream);
+    } catch (...) {
+        stream.leaveOpen();
+        throw;
+    }
+    if (hasStart) {
+        tellOfAsked(line, reader, stream);
+    }
+    if (reader.isCut()) {
+        tellOfCut(line);
+    }
+    if (lostReads != 0) {
+        complain(std::string(line.file.view()) + ": " + std::to_string(lostReads) +
+                 " reads were lost while it was recorded");
+    }
+}
+
+void summarize(const CaptureCommandLine &line)
+{
+    const std::optional<Stanzas> stanzas = readStanzas();
+    std::unique_ptr<std::FILE, FileCloser> file;
+    const auto open = [&] {
+        file = openCapture(line.file);
+        return sourceOf(file.get());
+    };
+    const CaptureSummary summary = summarizeCapture(open, {stanzas.value_or(Stanzas()), line.defaults},
+                                                    line.isJson ? SummaryForm::Json : SummaryForm::Text);
+    if (stanzas && !summary.hasStanzas) {
+        tellOfNoStanza();
+    }
+    if (summary.isCut) {
+        tellOfCut(line);
+    }
+    std::fwrite(summary.text.data(), 1, summary.text.size(), stdout);
 }
 
 int endOutput()
@@ -149,74 +258,26 @@ int endOutput()
     return 0;
 }
 
-/// Tells of what the driver may have kept back.
-void tellOfAsked(const CaptureCommandLine &line, const CaptureReader &reader, const CaptureReplay &replay)
+int refuse(const std::string &source, const std::exception &exception)
 {
-    if (reader.isCut()) {
-        return;
-    }
-    const std::string file(line.file.view());
-    if (reader.start().filter.events == 0) {
-        complain(file + ": recorded beside a monitor; it is not known what the driver was asked for");
-    } else if (replay.isIncomplete()) {
-        complain(file + ": does not hold all that the document asks for");
-    }
+    complain(source + ": " + exception.what());
+    return kUnreadable;
 }
 
-int replay(const CaptureCommandLine &line)
+/// Writes what a command makes of a capture, or tells what it cannot read.
+int carryOut(void (*command)(const CaptureCommandLine &), const CaptureCommandLine &line)
 {
+    constexpr char kDocument[] = "standard input";
     try {
-        const auto file = openCapture(line.file);
-        CaptureReader reader(sourceOf(file.get()));
-        ConfigXmlStreamingParser parser;
-        readDocument(parser);
-        CaptureReplay stream(reader.start(), parser.stanzas(), line.defaults, stdout);
-        tellOfAsked(line, reader, stream);
-        try {
-            replayBuffers(line, reader, stream);
-        } catch (...) {
-            // A damaged capture: without `</stream>` a reader sees that the stream is not whole.
-            stream.leaveOpen();
-            throw;
-        }
+        command(line);
+        return endOutput();
+    } catch (const DocumentException &exception) {
+        return refuse(kDocument, exception);
+    } catch (const RegexException &exception) {
+        return refuse(kDocument, exception);
     } catch (const std::exception &exception) {
-        complain(std::string(line.file.view()) + ": " + exception.what());
-        return kUnreadable;
+        return refuse(std::string(line.file.view()), exception);
     }
-    return endOutput();
-}
-
-/// The stanzas of the document on standard input; none where that is a terminal, or empty.
-Stanzas readStanzas()
-{
-    ConfigXmlStreamingParser parser;
-    if (isatty(STDIN_FILENO) == 0) {
-        readDocument(parser);
-    }
-    return parser.stanzas();
-}
-
-int summarize(const CaptureCommandLine &line)
-{
-    std::unique_ptr<std::FILE, FileCloser> file;
-    // Each opening ends the one before: a summary reads the file once more for each replay, one after the
-    // other.
-    const auto open = [&] {
-        file = openCapture(line.file);
-        return sourceOf(file.get());
-    };
-    try {
-        const CaptureSummary summary =
-            summarizeCapture(open, readStanzas(), line.isJson ? SummaryForm::Json : SummaryForm::Text);
-        if (summary.isCut) {
-            tellOfCut(line);
-        }
-        std::fwrite(summary.text.data(), 1, summary.text.size(), stdout);
-    } catch (const std::exception &exception) {
-        complain(std::string(line.file.view()) + ": " + exception.what());
-        return kUnreadable;
-    }
-    return endOutput();
 }
 
 int recordToFile(const RecordOptions &options)
@@ -244,6 +305,10 @@ int recordToFile(const RecordOptions &options)
 /// begun or read.
 int runProgram(const std::vector<std::string> &words)
 {
+#ifndef _WIN32
+    // A reader that goes away makes writes fail, as it does on Windows.
+    std::signal(SIGPIPE, SIG_IGN);
+#endif
     openTerminal();
     CaptureCommandLine line;
     try {
@@ -261,12 +326,12 @@ int runProgram(const std::vector<std::string> &words)
     case CaptureCommand::Record:
         return recordToFile(line.record);
     case CaptureCommand::Replay:
-        return replay(line);
+        return carryOut(replay, line);
     case CaptureCommand::Summary:
-        return summarize(line);
+        return carryOut(summarize, line);
     case CaptureCommand::Help:
         std::fputs(kCaptureUsage, stdout);
-        return 0;
+        return endOutput();
     }
     return kUsage;
 }

@@ -76,11 +76,11 @@ MonitorFilterConfig CaptureReplay::configure(const CaptureStart &start, const St
     hiveNames_.setActiveControlSet(start.controlSet);
     std::unique_ptr<MonitorFilterGroup> group =
         makeFilterGroup(stanzas, defaults, hiveNames_, machine_.drives());
-    if (!group) {
-        throw CaptureException("no enabled stanza in the document on standard input");
+    MonitorFilterConfig block = {};
+    if (group) {
+        block = makeFilterBlock(*group, hiveNames_, registryOperationMasks());
+        rules_.insert(kRegmonFilters, std::move(group));
     }
-    const MonitorFilterConfig block = makeFilterBlock(*group, hiveNames_, registryOperationMasks());
-    rules_.insert(kRegmonFilters, std::move(group));
     return block;
 }
 

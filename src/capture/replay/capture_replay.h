@@ -40,13 +40,13 @@ private:
 /// Writes the stream that the monitor would have written, had it read a capture's buffers and been given
 /// these stanzas. It has no baseline, which is no matter of the driver.
 ///
-/// One at a time in a process, as there is one table of processes. The stream ends with the object, unless it
-/// is left open.
+/// Without an enabled stanza that is nothing. One at a time in a process, as there is one table of processes.
+/// The stream ends with the object, unless it is left open.
 class CaptureReplay
 {
 public:
     /// `out` passes bytes as they are and is not closed; null for a stream that is counted alone. Throws
-    /// RegexException for a pattern that does not compile, and CaptureException without an enabled stanza.
+    /// RegexException for a pattern that does not compile.
     CaptureReplay(const CaptureStart &start, const Stanzas &stanzas, const StanzaDefaults &defaults,
                   std::FILE *out);
     ~CaptureReplay();
@@ -61,6 +61,7 @@ public:
     /// The stream is not to end as if it were whole.
     void leaveOpen() { emitter_.leaveOpen(); }
 
+    bool hasStanzas() { return rules_.registryGroup() != nullptr; }
     /// Whether the stanzas ask for operations or hives that were not recorded.
     bool isIncomplete() const { return asked_.isIncomplete(); }
     /// Bytes of the stream so far.

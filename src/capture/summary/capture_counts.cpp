@@ -79,10 +79,7 @@ std::string_view operationName(const MonitorRecord &fields)
 class Counter
 {
 public:
-    Counter(CaptureCounts &counts, CaptureWalk &walk, bool hasStanzas)
-        : counts_(counts), walk_(walk), hasStanzas_(hasStanzas)
-    {
-    }
+    Counter(CaptureCounts &counts, CaptureWalk &walk) : counts_(counts), walk_(walk) {}
 
     void take(WalkedRecord &record);
     void finish();
@@ -97,10 +94,9 @@ private:
 
     CaptureCounts &counts_;
     CaptureWalk &walk_;
-    bool hasStanzas_;
     std::unordered_map<std::string, KeyCounts> keys_;
-    /// By the stanza's name.
-    std::map<Str, Tally> stanzas_;
+    /// What carries a stanza's name, of which there may be two of one name.
+    std::map<const SystemMonitoringConfig *, Tally> stanzas_;
 };
 
 /// The path as events have it, which end it at a NUL.
@@ -134,11 +130,8 @@ void Counter::take(WalkedRecord &record)
     }
     // Asked once more, for the emitter does not tell which stanza it named the event by; the group's answer
     // is the same.
-    if (record.eventBytes > 0 && hasStanzas_) {
-        const SystemMonitoringConfig *const config = walk_.group().stanzaOf(record.texts.foldedName());
-        if (config != nullptr) {
-            stanzas_[config->name] += tally;
-        }
+    if (record.eventBytes > 0) {
+        stanzas_[walk_.group().stanzaOf(record.texts.foldedName())] += tally;
     }
 }
 
@@ -147,7 +140,7 @@ void Counter::finish()
     for (const auto &[path, key] : keys_) {
         counts_.keys.add(path, key.filterPath, key);
     }
-    if (!hasStanzas_) {
+    if (!walk_.replay().hasStanzas()) {
         return;
     }
     MonitorFilterGroup &group = walk_.group();
@@ -155,23 +148,11 @@ void Counter::finish()
     // Both are in the order of the headers.
     auto config = group.configs.begin();
     for (const auto &[header, filter] : group.filters->byName()) {
-        const Tally &carried = stanzas_[config->name];
+        const Tally &carried = stanzas_[&*config];
         counts_.stanzas.push_back(
             {config->name, header, filter->checks, filter->hits, carried.events, carried.bytes});
         ++config;
     }
-}
-
-/// A document's stanzas, or one that matches nothing: a summary without a document names processes as well,
-/// and it is the replay of a document that learns them.
-const Stanzas &stanzasOrNone(const Stanzas &stanzas)
-{
-    static const Stanzas kNone = [] {
-        Stanzas none;
-        none["WinRegMon://none"].set("hive", R"(HKLM\\(?!))");
-        return none;
-    }();
-    return stanzas.empty() ? kNone : stanzas;
 }
 
 } // namespace
@@ -225,8 +206,8 @@ std::vector<const PathNode *> PathTree::loudest(std::size_t most) const
     return nodes;
 }
 
-CaptureWalk::CaptureWalk(const OpenCapture &open, const Stanzas &stanzas)
-    : reader_(open()), replay_(reader_.start(), stanzas, {"default", true}, nullptr),
+CaptureWalk::CaptureWalk(const OpenCapture &open, const MonitorSettings &settings)
+    : reader_(open()), replay_(reader_.start(), settings.stanzas, settings.defaults, nullptr),
       processes_(replay_.machine().drives()), texts_(replay_.hiveNames(), processes_)
 {
 }
@@ -273,23 +254,23 @@ std::uint64_t CaptureWalk::streamBytes() const
     return written == 0 ? 0 : written + kStreamEnd.size();
 }
 
-CaptureCounts countCapture(const OpenCapture &open, const Stanzas &stanzas)
+CaptureCounts countCapture(const OpenCapture &open, const MonitorSettings &settings)
 {
     CaptureCounts counts;
-    CaptureWalk walk(open, stanzasOrNone(stanzas));
-    Counter counter(counts, walk, !stanzas.empty());
+    CaptureWalk walk(open, settings);
+    Counter counter(counts, walk);
     walk.run([&](WalkedRecord &record) { counter.take(record); });
     counter.finish();
     counts.lostReads = walk.lostReads();
     counts.streamBytes = walk.streamBytes();
     counts.isCut = walk.reader().isCut();
-    counts.isIncomplete = !stanzas.empty() && walk.replay().isIncomplete();
+    counts.isIncomplete = walk.replay().isIncomplete();
     return counts;
 }
 
-Tally countStream(const OpenCapture &open, const Stanzas &stanzas)
+Tally countStream(const OpenCapture &open, const MonitorSettings &settings)
 {
-    CaptureWalk walk(open, stanzas);
+    CaptureWalk walk(open, settings);
     Tally tally;
     walk.run([&](WalkedRecord &record) { tally += {1, record.eventBytes > 0 ? 1U : 0U, 0}; });
     tally.bytes = walk.streamBytes();

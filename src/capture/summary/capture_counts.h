@@ -61,6 +61,13 @@ private:
     PathNode root_;
 };
 
+/// What a monitor is given: the stanzas of a document, and what its options say of them.
+struct MonitorSettings
+{
+    Stanzas stanzas;
+    StanzaDefaults defaults = {"default", true};
+};
+
 /// Opens the capture once more, from its beginning.
 using OpenCapture = std::function<CaptureReader::Source()>;
 
@@ -86,10 +93,11 @@ public:
     using OnRecord = std::function<void(WalkedRecord &record)>;
 
     /// What the constructors of reader and replay throw passes through.
-    CaptureWalk(const OpenCapture &open, const Stanzas &stanzas);
+    CaptureWalk(const OpenCapture &open, const MonitorSettings &settings);
 
     void run(const OnRecord &onRecord);
 
+    /// Only with an enabled stanza.
     MonitorFilterGroup &group() { return *replay_.rules().registryGroup(); }
     CaptureReplay &replay() { return replay_; }
 
@@ -157,10 +165,10 @@ struct CaptureCounts
     std::vector<StanzaCounts> stanzas;
 };
 
-/// Replays the capture and counts. Without stanzas nothing is accepted. Throws as `CaptureWalk` does.
-CaptureCounts countCapture(const OpenCapture &open, const Stanzas &stanzas);
+/// Replays the capture and counts. Without enabled stanzas nothing is accepted. Throws as `CaptureWalk` does.
+CaptureCounts countCapture(const OpenCapture &open, const MonitorSettings &settings);
 
 /// Replays the capture, and returns the events of its stream with their bytes and the frame's.
-Tally countStream(const OpenCapture &open, const Stanzas &stanzas);
+Tally countStream(const OpenCapture &open, const MonitorSettings &settings);
 
 } // namespace velmox

@@ -63,7 +63,7 @@ public:
     Probe(CaptureCounts &counts, MonitorFilterGroup &group, std::vector<Candidate> &processes,
           std::vector<Candidate> &keys)
         : counts_(counts), processes_(processes), keys_(keys), spent_(counts.stanzas.size()),
-          askedTimes_(counts.stanzas.size())
+          askedTimes_(counts.stanzas.size()), isInclusive_(group.inclusive)
     {
         for (const auto &[header, filter] : group.filters->byName()) {
             filters_.push_back(filter);
@@ -91,6 +91,7 @@ private:
     std::vector<AbstractFilter<SysMonFilterableEvent> *> filters_;
     std::vector<Clock::duration> spent_;
     std::vector<std::uint64_t> askedTimes_;
+    bool isInclusive_;
     std::uint64_t stride_;
     std::uint64_t number_ = 0;
 };
@@ -142,7 +143,7 @@ void Probe::time(const SysMonFilterableEvent &event, bool isLetPass)
         StanzaCounts &stanza = counts_.stanzas[at];
         // A stanza that never was the one to match can still match, if another was asked before it, or if the
         // monitor never got to see the record.
-        if (isMatch && stanza.matched == 0) {
+        if (isMatch && stanza.matched == 0 && isInclusive_) {
             (isLetPass ? stanza.isHidden : stanza.isUnasked) = true;
         }
     }
@@ -174,24 +175,24 @@ void Probe::finish()
 /// Makes a source of each candidate: its settings by `quieter`, of a stanza and a candidate, and the stream
 /// with them.
 template <class Quieter>
-std::vector<NoiseSource> sourcesOf(const OpenCapture &open, const Stanzas &stanzas,
+std::vector<NoiseSource> sourcesOf(const OpenCapture &open, const MonitorSettings &settings,
                                    const CaptureCounts &counts, const std::vector<Candidate> &candidates,
                                    const char *key, Quieter quieter)
 {
     std::vector<NoiseSource> sources;
     for (const Candidate &candidate : candidates) {
         NoiseSource source{candidate.name, candidate.tally, {}, {}, {}};
-        Stanzas changed = stanzas;
         // Each stanza that lets it pass has to leave it out: where one alone does, the next one lets it pass
         // instead.
+        MonitorSettings changed = settings;
         for (const std::size_t at : candidate.stanzas) {
             const Str &header = counts.stanzas[at].header;
-            const std::optional<Str> value = quieter(stanzas.at(header).get(key), candidate);
+            const std::optional<Str> value = quieter(settings.stanzas.at(header).get(key), candidate);
             if (!value) {
                 source.unchanged.push_back(header);
                 continue;
             }
-            changed[header].set(key, *value);
+            changed.stanzas[header].set(key, *value);
             source.settings.push_back({header, key, *value});
         }
         if (!source.settings.empty()) {
@@ -204,15 +205,19 @@ std::vector<NoiseSource> sourcesOf(const OpenCapture &open, const Stanzas &stanz
 
 } // namespace
 
-Noise findNoise(const OpenCapture &open, const Stanzas &stanzas, CaptureCounts &counts)
+Noise findNoise(const OpenCapture &open, const MonitorSettings &settings, CaptureCounts &counts)
 {
-    std::vector<Candidate> processes = loudestProcesses(counts);
-    std::vector<Candidate> keys = loudestKeys(counts);
+    std::vector<Candidate> processes;
+    std::vector<Candidate> keys;
+    if (settings.defaults.inclusive) {
+        processes = loudestProcesses(counts);
+        keys = loudestKeys(counts);
+    }
     HiveNames hiveNames;
     DriveMap drives{DriveMappings()};
     {
         // In a block of its own: there is one table of processes, and the replays below need it.
-        CaptureWalk walk(open, stanzas);
+        CaptureWalk walk(open, settings);
         Probe probe(counts, walk.group(), processes, keys);
         walk.run([&](WalkedRecord &record) { probe.take(record); });
         probe.finish();
@@ -220,12 +225,12 @@ Noise findNoise(const OpenCapture &open, const Stanzas &stanzas, CaptureCounts &
         drives = walk.replay().machine().drives();
     }
     Noise noise;
-    noise.processes =
-        sourcesOf(open, stanzas, counts, processes, "proc", [&](const Str &proc, const Candidate &candidate) {
+    noise.processes = sourcesOf(
+        open, settings, counts, processes, "proc", [&](const Str &proc, const Candidate &candidate) {
             return std::optional(procWithout(proc, {candidate.filterText, candidate.name}, drives));
         });
     noise.keys =
-        sourcesOf(open, stanzas, counts, keys, "hive", [&](const Str &hive, const Candidate &candidate) {
+        sourcesOf(open, settings, counts, keys, "hive", [&](const Str &hive, const Candidate &candidate) {
             return hiveWithout(hive, candidate.filterText, candidate.name, hiveNames);
         });
     return noise;

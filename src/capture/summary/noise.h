@@ -34,7 +34,8 @@ struct Noise
 };
 
 /// Finds the ten processes and the ten keys that make most of the stream, and replays the capture without
-/// each. On the way the stanzas of `counts` get their times, and it becomes known which of them are hidden.
-Noise findNoise(const OpenCapture &open, const Stanzas &stanzas, CaptureCounts &counts);
+/// each; none where what stanzas match is left out, which takes another stanza and no other pattern. On the
+/// way the stanzas of `counts` get their times, and it becomes known which of them are hidden.
+Noise findNoise(const OpenCapture &open, const MonitorSettings &settings, CaptureCounts &counts);
 
 } // namespace velmox

@@ -125,6 +125,24 @@ bool beginsWithRoot(std::string_view pattern, const HiveNames &hiveNames)
     return translated != wide;
 }
 
+/// A pattern for components from `first` on. The kernel's root is spelt so that it is none to the monitor,
+/// which asks the driver for the hives whose roots stand in a pattern, wherever.
+Str patternOf(const Components &names, std::size_t first)
+{
+    constexpr std::size_t kRoot = 2;
+    Str out;
+    for (std::size_t at = first; at < names.size(); ++at) {
+        const std::string &name = names[at];
+        out << (at == first ? "" : "\\\\");
+        if (first == 0 && at == kRoot && !name.empty()) {
+            out << '[' << name.front() << ']' << escaped(std::string_view(name).substr(1));
+        } else {
+            out << escaped(name);
+        }
+    }
+    return out;
+}
+
 /// One alternative, with an assertion in it that no match goes on with the path from there.
 ///
 /// The assertion stands as far behind as it can, at the last separator of the literal beginning that lies
@@ -148,13 +166,10 @@ std::optional<Str> alternativeWithout(std::string_view pattern, bool isAtFront, 
             if (cuts.back().at == 0 && isAtFront && beginsWithRoot(pattern, hiveNames)) {
                 return std::nullopt;
             }
-            Str rest;
-            for (std::size_t at = before.size(); at < path.size(); ++at) {
-                rest << (at == before.size() ? "" : "\\\\") << escaped(names[at]);
-            }
             Str out(pattern.substr(0, cuts.back().at));
             // Up to the end of a component: a key beside it whose name goes on is another one.
-            out << "(?!" << rest << "(\\\\|\\z))" << pattern.substr(cuts.back().at);
+            out << "(?!" << patternOf(names, before.size()) << "(\\\\|\\z))"
+                << pattern.substr(cuts.back().at);
             return out;
         }
     }

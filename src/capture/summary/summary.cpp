@@ -73,6 +73,7 @@ template <class Map>
 void appendRanking(const Map &tallies, std::size_t most, std::string &out)
 {
     std::vector<std::pair<std::uint64_t, std::string_view>> ranking;
+    ranking.reserve(tallies.size());
     for (const auto &[name, tally] : tallies) {
         ranking.emplace_back(tally.records, name);
     }
@@ -313,14 +314,16 @@ void silenceLog()
 
 } // namespace
 
-CaptureSummary summarizeCapture(const OpenCapture &open, const Stanzas &stanzas, SummaryForm form)
+CaptureSummary summarizeCapture(const OpenCapture &open, const MonitorSettings &settings, SummaryForm form)
 {
-    CaptureCounts counts = countCapture(open, stanzas);
+    CaptureCounts counts = countCapture(open, settings);
+    const bool hasStanzas = !counts.stanzas.empty();
     if (form == SummaryForm::Json) {
-        return {jsonOf(counts), counts.isCut};
+        return {jsonOf(counts), counts.isCut, hasStanzas};
     }
     silenceLog();
-    return {textOf(counts, stanzas.empty() ? Noise() : findNoise(open, stanzas, counts)), counts.isCut};
+    return {textOf(counts, hasStanzas ? findNoise(open, settings, counts) : Noise()), counts.isCut,
+            hasStanzas};
 }
 
 } // namespace velmox

@@ -42,10 +42,13 @@ Sample makeSample(unsigned count)
                                     {12, "c:\\Windows\\(two) +.exe"},
                                     {16, "N/A"},
                                     {20, "c:\\x\\Windows\\one.exe"}};
-    const std::u16string kRoot = u"\\REGISTRY\\MACHINE\\";
-    const std::u16string kKeys[] = {
-        u"SOFTWARE\\Vendor", u"SOFTWARE\\Vendor\\Noisy.App\\V1", u"SOFTWARE\\Vendor\\NoisyXApp",
-        u"SOFTWARE\\Vendor\\Noisy.App [a|b]\\\u00e4", u"SYSTEM\\ControlSet001\\Services\\x"};
+    const std::u16string kRoot = u"\\REGISTRY\\";
+    const std::u16string kKeys[] = {u"MACHINE\\SOFTWARE\\Vendor",
+                                    u"MACHINE\\SOFTWARE\\Vendor\\Noisy.App\\V1",
+                                    u"MACHINE\\SOFTWARE\\Vendor\\NoisyXApp",
+                                    u"MACHINE\\SOFTWARE\\Vendor\\Noisy.App [a|b]\\\u00e4",
+                                    u"MACHINE\\SYSTEM\\ControlSet001\\Services\\x",
+                                    u"USER\\.DEFAULT\\x"};
     Sample sample;
     CaptureWriter writer([&](std::string_view bytes) { sample.file += bytes; });
     writer.write({.filter = {7, 0x17, 127, 3},
@@ -66,7 +69,10 @@ Sample makeSample(unsigned count)
                                        .data = testbed::textData(std::u16string(random() % 50, u'<'))});
         ++sample.operations[operation.name];
         ++sample.processes[process.name];
-        ++sample.keys["HKLM\\" + std::string(Str::fromUtf16(key).view())];
+        Str shown = Str::fromUtf16(key);
+        shown.replaceAll("MACHINE", "HKLM");
+        shown.replaceAll("USER", "HKU");
+        ++sample.keys[std::string(shown.view())];
     }
     writer.write({.lostReads = 2, .offsets = {{13'222'310'400, 0}}, .statuses = {{0, "(0)Success."}}},
                  buffer);
@@ -80,12 +86,12 @@ Sample makeSample(unsigned count)
 }
 
 /// The stream of a replay, cut into its events.
-std::vector<std::string> eventsOf(const Sample &sample, const Stanzas &stanzas)
+std::vector<std::string> eventsOf(const Sample &sample, const MonitorSettings &settings)
 {
     const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::tmpfile(), std::fclose);
     {
         CaptureReader reader(sample.open()());
-        CaptureReplay replay(reader.start(), stanzas, {"default", true}, file.get());
+        CaptureReplay replay(reader.start(), settings.stanzas, settings.defaults, file.get());
         for (CapturedBuffer buffer; reader.next(buffer);) {
             replay.take(buffer);
         }
@@ -118,38 +124,52 @@ Stanzas stanzasOf(std::initializer_list<std::array<const char *, 4>> rows)
 TEST(Summary, CountsWhatACaptureHoldsAndWhatItsStreamSays)
 {
     const Sample sample = makeSample(2000);
-    const Stanzas stanzas = stanzasOf({{"a", R"(HKLM\\SOFTWARE\\Vendor.*)", ".*", "set|create"},
-                                       {"long", R"(HKLM\\SOFTWARE\\Vendor\\Noisy\.App\\.*)", ".*", "delete"},
-                                       {"never", R"(HKLM\\SYSTEM\\Nothing)", ".*", "set"}});
-    const auto json = nlohmann::json::parse(summarizeCapture(sample.open(), stanzas, SummaryForm::Json).text);
-    EXPECT_EQ(json["records"], 2002);
-    EXPECT_EQ(json["lost_reads"], 5);
-    EXPECT_EQ(json["operations"].get<Counts>(), sample.operations);
-    EXPECT_EQ(json["processes"].get<Counts>(), sample.processes);
-    EXPECT_EQ(json["keys"].get<Counts>(), sample.keys);
+    Stanzas stanzas = stanzasOf({{"a", R"(HKLM\\SOFTWARE\\Vendor.*)", ".*", "set|create"},
+                                 {"long", R"(HKLM\\SOFTWARE\\Vendor\\Noisy\.App\\.*)", ".*", "delete"},
+                                 {"never", R"(HKLM\\SYSTEM\\Nothing)", ".*", "set"}});
+    stanzas["winregmon:a"].set("hive", R"(HKLM\\SOFTWARE\\Vendor\\NoisyXApp.*)"); // the same name in events
+    for (const bool inclusive : {true, false}) {
+        SCOPED_TRACE(inclusive);
+        const MonitorSettings settings = {stanzas, {"a<b", inclusive}};
+        const auto json =
+            nlohmann::json::parse(summarizeCapture(sample.open(), settings, SummaryForm::Json).text);
+        EXPECT_EQ(json["records"], 2002);
+        EXPECT_EQ(json["lost_reads"], 5);
+        EXPECT_EQ(json["operations"].get<Counts>(), sample.operations);
+        EXPECT_EQ(json["processes"].get<Counts>(), sample.processes);
+        EXPECT_EQ(json["keys"].get<Counts>(), sample.keys);
 
-    const std::vector<std::string> events = eventsOf(sample, stanzas);
-    std::uint64_t matched = 0;
-    for (const auto &stanza : json["stanzas"]) {
-        const std::string tag = "<event stanza=\"" + stanza["name"].get<std::string>() + "\"";
-        std::uint64_t accepted = 0;
-        std::uint64_t bytes = 0;
-        for (const std::string &event : events) {
-            if (event.starts_with(tag)) {
-                ++accepted;
-                bytes += event.size();
-            }
+        const std::vector<std::string> events = eventsOf(sample, settings);
+        std::uint64_t matched = 0;
+        std::map<std::string, std::pair<std::uint64_t, std::uint64_t>> carried;
+        for (const auto &stanza : json["stanzas"]) {
+            const std::string name = stanza["name"];
+            EXPECT_GE(stanza["tried"], stanza["matched"]) << name;
+            EXPECT_EQ(stanza["matched"] == 0, name == "never") << name;
+            matched += stanza["matched"].get<std::uint64_t>();
+            carried[name].first += stanza["accepted"].get<std::uint64_t>();
+            carried[name].second += stanza["bytes"].get<std::uint64_t>();
         }
-        EXPECT_EQ(stanza["accepted"], accepted) << tag;
-        EXPECT_EQ(stanza["bytes"], bytes) << tag;
-        EXPECT_GE(stanza["tried"], stanza["matched"]) << tag;
-        EXPECT_EQ(stanza["matched"] == 0, stanza["name"] == "never") << tag;
-        matched += stanza["matched"].get<std::uint64_t>();
+        for (const auto &[name, counts] : carried) {
+            std::uint64_t accepted = 0;
+            std::uint64_t bytes = 0;
+            for (const std::string &event : events) {
+                if (event.starts_with("<event stanza=\"" + name + "\"")) {
+                    ++accepted;
+                    bytes += event.size();
+                }
+            }
+            EXPECT_EQ(counts, std::pair(accepted, bytes)) << name;
+        }
+        EXPECT_EQ(json["stanzas"].size(), 4U);
+        const std::uint64_t asked = 2000 - sample.keys.at("HKU\\.DEFAULT\\x");
+        EXPECT_EQ(matched, inclusive ? events.size() : asked - events.size());
     }
-    EXPECT_EQ(json["stanzas"].size(), 3U);
-    EXPECT_EQ(matched, events.size());
 
-    const auto without = nlohmann::json::parse(summarizeCapture(sample.open(), {}, SummaryForm::Json).text);
+    Stanzas disabled;
+    disabled["WinRegMon://a"].set("disabled", "1");
+    const auto without =
+        nlohmann::json::parse(summarizeCapture(sample.open(), {disabled}, SummaryForm::Json).text);
     EXPECT_EQ(without["processes"].get<Counts>(), sample.processes);
     EXPECT_EQ(without["stanzas"].size(), 0U);
 }
@@ -172,9 +192,9 @@ TEST(Summary, GivesStanzasThatLeaveOutASourceOfNoiseAndNothingElse)
             // What the second one lets pass, the first one has to give up as well.
             const Stanzas stanzas = stanzasOf(
                 {{"a", hive, proc, "set|create|delete"}, {"b", R"(HKLM\\SOFTWARE\\.*)", "one", "create"}});
-            CaptureCounts counts = countCapture(sample.open(), stanzas);
-            const Noise noise = findNoise(sample.open(), stanzas, counts);
-            EXPECT_EQ(counts.all.events, eventsOf(sample, stanzas).size());
+            CaptureCounts counts = countCapture(sample.open(), {stanzas});
+            const Noise noise = findNoise(sample.open(), {stanzas}, counts);
+            EXPECT_EQ(counts.all.events, eventsOf(sample, {stanzas}).size());
             EXPECT_FALSE(noise.processes.empty() || noise.keys.empty());
             for (const std::vector<NoiseSource> *sources : {&noise.processes, &noise.keys}) {
                 for (const NoiseSource &source : *sources) {
@@ -189,7 +209,7 @@ TEST(Summary, GivesStanzasThatLeaveOutASourceOfNoiseAndNothingElse)
                     }
                     EXPECT_EQ(source.streamWithout.events, counts.all.events - source.tally.events)
                         << source.name;
-                    EXPECT_EQ(source.streamWithout.events, eventsOf(sample, changed).size()) << source.name;
+                    EXPECT_EQ(source.streamWithout.events, eventsOf(sample, {changed}).size()) << source.name;
                 }
             }
         }
@@ -221,7 +241,7 @@ TEST(Summary, ReadsAsText)
     const Stanzas stanzas =
         stanzasOf({{"a", R"(HKLM\\SOFTWARE\\Vendor\\.*)", ".*", "set|create|delete"},
                    {"b", R"(HKLM\\SOFTWARE\\Vendor\\NoisyX.*)", ".*", "set|create|delete"}});
-    const std::string text = summarizeCapture(sample.open(), stanzas, SummaryForm::Text).text;
+    const std::string text = summarizeCapture(sample.open(), {stanzas}, SummaryForm::Text).text;
     for (const char *const wanted :
          {"102 records from 2020-01-01 00:00:00 to 2020-", "; 5 reads lost", "  HKLM\n",
           "  SYSTEM\\ControlSet001\\Services\\x\n",
@@ -232,7 +252,7 @@ TEST(Summary, ReadsAsText)
     }
     const std::string unasked =
         summarizeCapture(sample.open(),
-                         stanzasOf({{"a", R"((\\REGISTRY\\USER|.*SOFTWARE)\\.*)", ".*", "set"}}),
+                         {stanzasOf({{"a", R"((\\REGISTRY\\USER\\no|.*SOFTWARE)\\.*)", ".*", "set"}})},
                          SummaryForm::Text)
             .text;
     EXPECT_NE(unasked.find("never matched: a; the driver is not asked for what it would match\n"),
