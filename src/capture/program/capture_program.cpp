@@ -1,9 +1,9 @@
 #include "capture/file/capture_reader.h"
 #include "capture/program/capture_command_line.h"
+#include "capture/program/given_document.h"
 #include "capture/replay/capture_replay.h"
 #include "capture/summary/summary.h"
 #include "companion/events/terminal.h"
-#include "pipeline/input/xml/config_xml_streaming_parser.h"
 #include "util/log/log_system.h"
 #include "util/log/logger.h"
 #include "util/match/regex.h"
@@ -19,7 +19,6 @@
 #include <optional>
 #include <stdexcept>
 #include <thread>
-#include <unistd.h>
 
 #ifdef _WIN32
 #include "util/system/windows_api.h"
@@ -32,6 +31,7 @@ namespace {
 constexpr int kEndedEarly = 1;
 constexpr int kUnreadable = 2;
 constexpr int kUsage = 2;
+constexpr char kDocument[] = "standard input";
 
 void complain(const std::string &text)
 {
@@ -62,75 +62,6 @@ CaptureReader::Source sourceOf(std::FILE *file)
         }
         return count;
     };
-}
-
-/// What stands on standard input can't be used.
-class DocumentException : public BaseException
-{
-public:
-    using BaseException::BaseException;
-};
-
-/// Notes whether it met a document at all.
-class DocumentParser : public ConfigXmlStreamingParser
-{
-public:
-    void startElement(const Str &name) override
-    {
-        isDocument_ = isDocument_ || name == "input";
-        ConfigXmlStreamingParser::startElement(name);
-    }
-    bool isDocument() const { return isDocument_; }
-
-private:
-    bool isDocument_ = false;
-};
-
-/// Standard input as the monitor reads it, which is a text stream there: Ctrl-Z ends it, and a CR before an
-/// LF does not count. Empty where there is none.
-std::string readText()
-{
-    std::string text;
-    char bytes[8192];
-    while (const std::size_t count = std::fread(bytes, 1, sizeof bytes, stdin)) {
-        text.append(bytes, count);
-    }
-    if (std::ferror(stdin) != 0 && errno != EBADF) {
-        throw DocumentException(std::strerror(errno));
-    }
-    text.resize(std::min(text.find('\x1a'), text.size()));
-    // In place, as the kept bytes never overtake those that are looked at.
-    std::size_t kept = 0;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        if (!std::string_view(text).substr(at).starts_with("\r\n")) {
-            text[kept++] = text[at];
-        }
-    }
-    text.resize(kept);
-    return text;
-}
-
-/// The stanzas of the document on standard input; nothing where that is a terminal, or blank.
-std::optional<Stanzas> readStanzas()
-{
-    // The monitor reads as much at a time, which decides at what length a token without an end is dropped.
-    constexpr std::size_t kPiece = 8192;
-    const std::string text = isatty(STDIN_FILENO) == 0 ? readText() : std::string();
-    if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
-        return std::nullopt;
-    }
-    DocumentParser parser;
-    try {
-        for (std::size_t at = 0; at < text.size(); at += kPiece) {
-            parser.feed(text.data() + at, std::min(kPiece, text.size() - at));
-        }
-    } catch (const BaseException &exception) {
-        throw DocumentException(exception.what());
-    }
-    if (!parser.isDocument()) {
-        throw DocumentException("is no input document in UTF-8");
-    }
-    return parser.stanzas();
 }
 
 /// Lets as much time pass as did while it was recorded. By the time at which each buffer is due, and not from
@@ -267,7 +198,6 @@ int refuse(const std::string &source, const std::exception &exception)
 /// Writes what a command makes of a capture, or tells what it cannot read.
 int carryOut(void (*command)(const CaptureCommandLine &), const CaptureCommandLine &line)
 {
-    constexpr char kDocument[] = "standard input";
     try {
         command(line);
         return endOutput();
@@ -280,15 +210,27 @@ int carryOut(void (*command)(const CaptureCommandLine &), const CaptureCommandLi
     }
 }
 
-int recordToFile(const RecordOptions &options)
+/// The program says what is wrong with its files and its document itself, and no more; of the monitor's log a
+/// recording shows what keeps it from its driver, on standard error.
+void showLog(LogLevel threshold)
+{
+    LogSystem::instance().categories().root().threshold = threshold;
+    Logger::bindAll();
+}
+
+int recordToFile([[maybe_unused]] RecordOptions options)
 {
 #ifdef _WIN32
     try {
+        options.stanzas = readStanzas();
+        showLog(LogLevel::Error);
         record(options);
         return 0;
     } catch (const RecordingFailure &exception) {
         complain(exception.what());
         return kEndedEarly;
+    } catch (const DocumentException &exception) {
+        return refuse(kDocument, exception);
     } catch (const std::exception &exception) {
         complain(exception.what());
         return kUnreadable;
@@ -317,11 +259,7 @@ int runProgram(const std::vector<std::string> &words)
         complain(std::string(exception.what()) + "\n" + kCaptureUsage);
         return kUsage;
     }
-    // Of the monitor's log a recording shows what keeps it from its driver, on standard error. A replay and a
-    // summary say what is wrong with their file themselves, and no more.
-    LogSystem::instance().categories().root().threshold =
-        line.command == CaptureCommand::Record ? LogLevel::Error : LogLevel::Emerg;
-    Logger::bindAll();
+    showLog(LogLevel::Emerg);
     switch (line.command) {
     case CaptureCommand::Record:
         return recordToFile(line.record);

@@ -7,8 +7,6 @@
 #include "pipeline/input/events/process_enumeration.h"
 #include "pipeline/input/rules/filter_block.h"
 #include "pipeline/input/rules/registry_operations.h"
-#include "pipeline/input/rules/stanza_configuration.h"
-#include "pipeline/input/xml/config_xml_streaming_parser.h"
 #include "util/process/parent_watch.h"
 #include "util/thread/thread.h"
 
@@ -44,46 +42,13 @@ MonitorFilterConfig everything()
     return block;
 }
 
-/// Notes what there was: a document without a stanza, text that is none, or nothing at all. The parser takes
-/// all three for no stanzas.
-class DocumentParser : public ConfigXmlStreamingParser
-{
-public:
-    void startElement(const Str &name) override
-    {
-        hasElements_ = true;
-        ConfigXmlStreamingParser::startElement(name);
-    }
-    void characters(const Str &piece) override
-    {
-        hasText_ = hasText_ ||
-                   std::ranges::any_of(piece.view(), [](char byte) { return !kWhiteSpace.contains(byte); });
-        ConfigXmlStreamingParser::characters(piece);
-    }
-    bool hasElements() const { return hasElements_; }
-    /// Anything but white space.
-    bool hasText() const { return hasText_; }
-
-private:
-    bool hasElements_ = false;
-    bool hasText_ = false;
-};
-
 /// What to ask the driver for.
-MonitorFilterConfig readFilter(HiveNames &hiveNames)
+MonitorFilterConfig filterOf(const std::optional<Stanzas> &stanzas, HiveNames &hiveNames)
 {
-    DocumentParser parser;
-    // A program that is started without a console and without pipes has no standard input at all.
-    if (GetStdHandle(STD_INPUT_HANDLE) != nullptr && _isatty(_fileno(stdin)) == 0) {
-        readXmlFromStdin(parser);
-    }
-    if (!parser.hasElements()) {
-        if (parser.hasText()) {
-            throw ComponentException("what stands on standard input is no input document");
-        }
+    if (!stanzas) {
         return everything();
     }
-    const auto group = makeFilterGroup(parser.stanzas(), {}, hiveNames);
+    const auto group = makeFilterGroup(*stanzas, {}, hiveNames);
     if (!group) {
         throw ComponentException("no enabled stanza in the document on standard input");
     }
@@ -378,13 +343,13 @@ void recordUntilStopped(const RecordOptions &options, ReadThread &reader, const 
 void record(const RecordOptions &options)
 {
     // In this order, so that nothing is touched before it is known to be wanted, and everything is undone in
-    // reverse: foreign files and wrong documents are refused before a driver is installed, Ctrl-C is caught
+    // reverse: foreign files and wrong stanzas are refused before a driver is installed, Ctrl-C is caught
     // before, and an earlier capture is emptied only once the device is open.
     const EmptyMainThread mainThread;
     CaptureOutput::refuseForeignFile(options.file);
     HiveNames hiveNames;
     hiveNames.initHiveNameKeyMap();
-    const MonitorFilterConfig filter = readFilter(hiveNames);
+    const MonitorFilterConfig filter = filterOf(options.stanzas, hiveNames);
     StopFlag stopFlag;
     const ConsoleWatch watch(stopFlag);
     const RecordedDevice device(options.isShared, filter);
