@@ -1,23 +1,15 @@
 #include "companion/events/terminal.h"
+#include "util/system/console_output.h"
 #include "util/system/owned_handle.h"
 #include "util/system/windows_api.h"
 #include "util/text/wide_str.h"
 
-#include <cstdlib>
 #include <fcntl.h>
 #include <io.h>
 
 namespace velmox {
 
 namespace {
-
-// At file scope, as a function for `atexit` takes no argument.
-UINT formerCodePage = 0;
-
-void restoreCodePage()
-{
-    SetConsoleOutputCP(formerCodePage);
-}
 
 /// Asks for what tells one file from all others: the volume's serial number and the file's index on it. False
 /// for what is no file on a disk.
@@ -60,11 +52,7 @@ Terminal openTerminal()
     if (GetConsoleMode(console, &mode) == FALSE || GetConsoleScreenBufferInfo(console, &info) == FALSE) {
         return terminal;
     }
-    formerCodePage = GetConsoleOutputCP();
-    // The code page belongs to the console, which outlives the program: the shell gets back its own.
-    if (SetConsoleOutputCP(CP_UTF8) != FALSE) {
-        std::atexit(restoreCodePage);
-    }
+    showUtf8OnConsole();
     terminal.width = static_cast<unsigned>(info.srWindow.Right - info.srWindow.Left + 1);
     // A console wraps as soon as the last column is filled: a line as wide as the window would be followed by
     // an empty one.

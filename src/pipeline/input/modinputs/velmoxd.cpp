@@ -12,6 +12,7 @@
 #include "util/crash/crash_log.h"
 #include "util/log/logger.h"
 #include "util/process/loader_info.h"
+#include "util/system/console_output.h"
 #include "util/system/environment.h"
 #include "util/system/program_version.h"
 #include "util/system/windows_api.h"
@@ -108,6 +109,7 @@ ModularInputsHost serverHost(const LoaderInfo &loader)
 /// To the byte as a script gets it, without line ends of this system's own.
 int writeOut(const Str &document)
 {
+    showUtf8OnConsole();
     // What was printed before keeps its line ends.
     std::fflush(stdout);
     _setmode(_fileno(stdout), _O_BINARY);
@@ -167,6 +169,7 @@ std::optional<int> checkConfiguration(const Invocation &invocation)
                  .c_str());
         return kUnusable;
     }
+    showUtf8OnConsole();
     return runCheck(*options, std::move(request));
 }
 
@@ -185,6 +188,7 @@ std::optional<int> writeAnswer(const std::optional<ExplainAnswer> &answer)
     if (!answer) {
         return std::nullopt;
     }
+    showUtf8OnConsole();
     std::fputs(answer->remarks.c_str(), stderr);
     return writeOut(answer->output) == kSuccess ? answer->exitCode : kUnusable;
 }
