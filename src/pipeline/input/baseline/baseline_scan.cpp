@@ -190,6 +190,7 @@ void BaselineScan::walkFrom(const StartPath &path, RegexFilterList &filters)
     if (start.hive != nullptr) {
         context_.hive = *start.hive;
         context_.hive.basePath = WideStr::fromUtf8(start.root);
+        context_.keyPrefix = Str::concat(start.root, "\\");
     }
     // Nothing to walk from: no root in this path, and none in those before it.
     if (context_.hive.basePath.empty()) {
@@ -235,8 +236,8 @@ void BaselineScan::onValue(const char16_t *path, const char16_t *, DWORD, DWORD 
 void BaselineScan::processBaselineEvt(const char16_t *path, DWORD valueType, const BYTE *data,
                                       DWORD dataLength, const FILETIME &lastWriteTime)
 {
-    Str keyPath = Str::fromUtf16(context_.hive.basePath);
-    keyPath += "\\";
+    Str &keyPath = context_.keyPath;
+    keyPath = context_.keyPrefix;
     keyPath.appendUtf16(path);
     // Before the value is rendered, as most values of a walk are dropped here.
     if (!context_.filters->matches(keyPath)) {
@@ -249,9 +250,10 @@ void BaselineScan::processBaselineEvt(const char16_t *path, DWORD valueType, con
     // The stanza is found anew: the filter that let the value pass may be another one's.
     Str stanza;
     const Str index = rules_.getIndexAndStanzaForRegmon(keyPath, stanza);
-    const Str text =
-        Str::fromFormat("registry_type=\"baseline\"\nkey_path=\"%s\"\ndata_type=\"%s\"\ndata=\"%s\"\n",
-                        keyPath.c_str(), dataTypeName(kBaselineOperation, valueType), dataText.c_str());
+    // The data end at their first NUL, as everywhere.
+    Str text;
+    text << "registry_type=\"baseline\"\nkey_path=\"" << keyPath << "\"\ndata_type=\""
+         << dataTypeName(kBaselineOperation, valueType) << "\"\ndata=\"" << dataText.c_str() << "\"\n";
     emitter_.emitEvent(text, index, stanza, eventTime(lastWriteTime));
 }
 

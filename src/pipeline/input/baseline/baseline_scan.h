@@ -85,6 +85,10 @@ private:
         BaselineScan *scan = nullptr;
         RegexFilterList *filters = nullptr;
         HiveKeyInfo hive;
+        /// The root's path and a separator, with which the path of each value begins.
+        Str keyPrefix;
+        /// Of the value at hand. Keeps its memory: allocating it anew took as long as to match it.
+        Str keyPath;
     };
 
     /// Reports what stands below a start path, and notes that it was done.
