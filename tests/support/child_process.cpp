@@ -46,8 +46,12 @@ KernelHandle startProcess(const Str &commandLine, const StrVector &environment, 
         variables.emplace_back(wide.substr(0, equals), wide.substr(equals + 1));
     }
     PROCESS_INFORMATION process = {};
-    if (!CreateProcessW(nullptr, reinterpret_cast<wchar_t *>(command.data()), nullptr, nullptr, inherits,
-                        flags, nullptr, nullptr, &startup, &process)) {
+    const auto start = [&] {
+        return CreateProcessW(nullptr, reinterpret_cast<wchar_t *>(command.data()), nullptr, nullptr,
+                              inherits, flags, nullptr, nullptr, &startup, &process) != FALSE;
+    };
+    // Wine loses a process while it starts, one in thousands.
+    if (!start() && (GetLastError() != ERROR_INTERNAL_ERROR || !start())) {
         throw std::runtime_error(Str::fromLastErrorFormat("%s: %m", commandLine.c_str()).c_str());
     }
     CloseHandle(process.hThread);
