@@ -40,38 +40,12 @@ void dropCharacter(Str &text)
     text.resize(end);
 }
 
-/// Behind the class that begins at `at`. A closing bracket that is the first member does not close it.
-std::size_t endOfClass(std::string_view pattern, std::size_t at)
-{
-    ++at;
-    at += pattern.substr(at).starts_with('^') ? 1 : 0;
-    at += pattern.substr(at).starts_with(']') ? 1 : 0;
-    while (at < pattern.size() && pattern[at] != ']') {
-        at += pattern[at] == '\\' ? 2 : 1;
-    }
-    return at + 1;
-}
-
-/// Whether the pattern has alternatives outside of groups and classes: then no text begins every match.
-bool hasTopLevelBar(std::string_view pattern)
-{
-    int depth = 0;
-    for (std::size_t at = 0; at < pattern.size();) {
-        const char c = pattern[at];
-        if (c == '|' && depth == 0) {
-            return true;
-        }
-        depth += c == '(' ? 1 : c == ')' ? -1 : 0;
-        at = c == '[' ? endOfClass(pattern, at) : at + (c == '\\' ? 2 : 1);
-    }
-    return false;
-}
-
 /// The text that any match of the whole begins with.
 Str literalBeginning(std::string_view pattern)
 {
     Str literal;
-    if (hasTopLevelBar(pattern)) {
+    // With alternatives no text begins every match.
+    if (alternativesOf(pattern).size() > 1) {
         return literal;
     }
     for (std::size_t at = 0; at < pattern.size(); ++at) {
