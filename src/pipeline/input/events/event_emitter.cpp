@@ -25,18 +25,12 @@ void formatLocalTime(Timeval local, Str &out)
                ofDay / 3600, ofDay / 60 % 60, ofDay % 60);
 }
 
-/// Appends a number that is not negative, with zeros in front up to a width.
-void appendPadded(Str &out, unsigned number, std::size_t width)
+/// Appends a number below a thousand by three digits.
+void appendMilliseconds(Str &out, unsigned number)
 {
-    char digits[16];
-    char *first = digits + sizeof digits;
-    do {
-        *--first = static_cast<char>('0' + number % 10);
-        number /= 10;
-    } while (number != 0);
-    const auto count = static_cast<std::size_t>(digits + sizeof digits - first);
-    out.append(width > count ? width - count : 0, '0');
-    out.append(first, count);
+    const char digits[] = {static_cast<char>('0' + number / 100), static_cast<char>('0' + number / 10 % 10),
+                           static_cast<char>('0' + number % 10)};
+    out.append(digits, sizeof digits);
 }
 
 } // namespace
@@ -70,7 +64,7 @@ void EventEmitter::setTime(Timeval time)
         event_.time.format("%lld", isDate ? static_cast<long long>(time.toUnixSeconds()) : 0LL);
     }
     event_.data.assign(lastLocalText_);
-    appendPadded(event_.data, milliseconds, 3);
+    appendMilliseconds(event_.data, milliseconds);
 }
 
 void EventEmitter::emitEvent(const Str &text, const Str &index, const Str &stanza, Timeval time)

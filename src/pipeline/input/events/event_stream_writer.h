@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <vector>
 
 namespace velmox {
 
@@ -33,6 +35,56 @@ enum class LineEnds
     CrLf,
 };
 
+/// A text of a few bytes, copied with all its room by one move of the machine. Calls of the C library for
+/// the sixty short pieces of an event took an eighth of all the time that an accepted record costs.
+template <std::size_t Room>
+struct ShortText
+{
+    char text[Room - 1];
+    std::uint8_t length;
+};
+
+/// Copies the text to `out`, where there is room for all of `text`, and returns where the copy ends.
+template <std::size_t Room>
+char *copyShort(const ShortText<Room> &text, char *out)
+{
+    static_assert(sizeof text == Room);
+    std::memcpy(out, &text, Room);
+    return out + text.length;
+}
+
+/// The bytes of an event, put one behind the other. Keeps its memory from event to event.
+class EventBytes
+{
+public:
+    const char *data() const { return bytes_.data(); }
+    std::size_t size() const { return size_; }
+
+    void clear() { size_ = 0; }
+    template <std::size_t Room>
+    void put(const ShortText<Room> &text)
+    {
+        setEnd(copyShort(text, room(Room)));
+    }
+    /// Room for so many bytes behind those that stand; it holds until more is asked for.
+    char *room(std::size_t count)
+    {
+        if (bytes_.size() - size_ < count) {
+            grow(count);
+        }
+        return bytes_.data() + size_;
+    }
+    /// Says how far the room was filled.
+    void setEnd(const char *end) { size_ = static_cast<std::size_t>(end - bytes_.data()); }
+
+private:
+    void grow(std::size_t count);
+
+    /// All the room there is.
+    std::vector<char> bytes_;
+    std::size_t size_ = 0;
+};
+
 /// Writes events as one XML stream to standard output and flushes each, so that the server sees it at once.
 ///
 /// Without a C stream the bytes are counted alone. The stream's opening tag goes with the first event, its
@@ -58,8 +110,9 @@ public:
     std::uint64_t writtenBytes() const { return writtenBytes_; }
 
 private:
-    void append(const InputEvent &event);
-    void appendStart(const InputEvent &event);
+    void put(const InputEvent &event);
+    void putLine(const ShortText<16> &tag);
+    void putEscaped(const Str &text);
     void flush();
 
     bool started_ = false;
@@ -67,8 +120,8 @@ private:
     std::uint64_t writtenBytes_ = 0;
     const LineEnds lineEnds_;
     std::FILE *out_;
-    // What is yet to be written; it keeps its memory.
-    Str text_;
+    // What is yet to be written.
+    EventBytes text_;
 };
 
 } // namespace velmox
