@@ -245,16 +245,16 @@ void BaselineScan::processBaselineEvt(const char16_t *path, DWORD valueType, con
                          "WinRegistryMonitor::processBaselineEvt", keyPath.c_str());
         return;
     }
-    Str dataText;
-    renderValueData(kBaselineOperation, valueType, data, dataLength, dataText);
+    renderValueData(kBaselineOperation, valueType, data, dataLength, context_.dataText);
     // The stanza is found anew: the filter that let the value pass may be another one's.
-    Str stanza;
-    const Str index = rules_.getIndexAndStanzaForRegmon(keyPath, stanza);
+    context_.stanza.clear();
+    const Str index = rules_.getIndexAndStanzaForRegmon(keyPath, context_.stanza);
+    Str &body = context_.body;
+    body.assign("registry_type=\"baseline\"\nkey_path=\"");
     // The data end at their first NUL, as everywhere.
-    Str text;
-    text << "registry_type=\"baseline\"\nkey_path=\"" << keyPath << "\"\ndata_type=\""
-         << dataTypeName(kBaselineOperation, valueType) << "\"\ndata=\"" << dataText.c_str() << "\"\n";
-    emitter_.emitEvent(text, index, stanza, eventTime(lastWriteTime));
+    body << keyPath << "\"\ndata_type=\"" << dataTypeName(kBaselineOperation, valueType) << "\"\ndata=\""
+         << context_.dataText.c_str() << "\"\n";
+    emitter_.emitEvent(body, index, context_.stanza, eventTime(lastWriteTime));
 }
 
 } // namespace velmox

@@ -87,8 +87,12 @@ private:
         HiveKeyInfo hive;
         /// The root's path and a separator, with which the path of each value begins.
         Str keyPrefix;
-        /// Of the value at hand. Keeps its memory: allocating it anew took as long as to match it.
+        /// Of the value at hand. They keep their memory: allocating the path anew took as long as to match
+        /// it, the rest as long as to write it.
         Str keyPath;
+        Str dataText;
+        Str stanza;
+        Str body;
     };
 
     /// Reports what stands below a start path, and notes that it was done.

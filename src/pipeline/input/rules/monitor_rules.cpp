@@ -67,7 +67,9 @@ Str MonitorRules::getIndexAndStanzaForRegmon(const Str &keyPath, Str &stanza)
                          "WinRegistryMonitor::getIndexAndStanzaForRegmon", kRegmonFilters);
         return {};
     }
-    const SystemMonitoringConfig *config = found->stanzaOf(keyPath.lowered());
+    foldedPath_.clear();
+    keyPath.toLower(foldedPath_);
+    const SystemMonitoringConfig *config = found->stanzaOf(foldedPath_);
     if (config == nullptr) {
         return {};
     }

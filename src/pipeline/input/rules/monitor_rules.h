@@ -79,6 +79,8 @@ private:
     std::map<Str, std::unique_ptr<MonitorFilterGroup>> filterGroups_;
     // The one that every record asks for, once it is there.
     MonitorFilterGroup *registryGroup_ = nullptr;
+    // Of the event at hand. Keeps its memory.
+    Str foldedPath_;
 };
 
 } // namespace velmox
