@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <pcre.h>
+#include <vector>
 
 namespace velmox {
 
@@ -17,6 +18,9 @@ constexpr int kMatchOptions = PCRE_NO_UTF8_CHECK;
 // Of PCRE's output vector two thirds hold the offset pairs of the groups, the rest is its work space.
 constexpr int kVectorSize = 1024;
 constexpr int kPairs = kVectorSize / 3;
+
+// Where no groups are asked for: room for the match and nine of them.
+constexpr int kSmallVectorSize = 30;
 
 Logger &regexLog()
 {
@@ -108,14 +112,14 @@ void Regex::readGroupNames()
 }
 
 // The result of PCRE, which is an error or no match where the whole subject does not match as asked.
-int Regex::exec(StrSegment subject, int options, bool fullMatch, int *offsets) const
+int Regex::exec(StrSegment subject, int options, bool fullMatch, std::span<int> offsets) const
 {
     const RegexProgram *program = fullMatch && fullCompiled_ ? fullCompiled_.get() : compiled_.get();
     if (program == nullptr) {
         return PCRE_ERROR_NOMATCH;
     }
-    const int result =
-        program->exec(orEmpty(subject.data()), subject.size(), kMatchOptions | options, offsets, kVectorSize);
+    const int result = program->exec(orEmpty(subject.data()), subject.size(), kMatchOptions | options,
+                                     offsets.data(), static_cast<int>(offsets.size()));
     // Asked also of the wrapped pattern's match: \K can move its start.
     const bool spans =
         hasMatched(result) && static_cast<std::size_t>(offsets[1] - offsets[0]) == subject.size();
@@ -175,7 +179,11 @@ bool Regex::partialMatch(const Str &subject, RegexMatch *out) const
 
 int Regex::findAt(const char *subject, unsigned length, bool anchoredHere, bool fullMatch) const
 {
-    int offsets[kVectorSize];
+    int small[kSmallVectorSize];
+    // PCRE makes room for groups that a pattern refers back to, but not for those whose shared name a
+    // condition asks for: without room they count as not set.
+    std::vector<int> large(captureCount_ < kSmallVectorSize / 3 ? 0 : kVectorSize);
+    const std::span<int> offsets = large.empty() ? std::span<int>(small) : std::span<int>(large);
     const int options = anchoredHere ? PCRE_ANCHORED : 0;
     return hasMatched(exec(StrSegment(subject, length), options, fullMatch, offsets)) ? offsets[0] : -1;
 }

@@ -6,6 +6,7 @@
 
 #include <map>
 #include <memory>
+#include <span>
 
 namespace velmox {
 
@@ -56,8 +57,8 @@ public:
 
     /// The two questions of the filters: whether something in the subject matches, and whether all of it
     /// does.
-    bool finds(const Str &subject) const { return match(subject); }
-    bool matchesAll(const Str &subject) const { return match(subject, nullptr, false, true); }
+    bool finds(const Str &subject) const { return holdsMatch(subject, false); }
+    bool matchesAll(const Str &subject) const { return holdsMatch(subject, true); }
 
     /// Offset of a match, in bytes, or -1. With `anchoredHere` only a match at the start counts.
     int findAt(const char *subject, unsigned length, bool anchoredHere, bool fullMatch) const;
@@ -74,9 +75,13 @@ public:
     const std::map<Str, unsigned> &groupNames() const { return groupNames_; }
 
 private:
+    bool holdsMatch(const Str &subject, bool fullMatch) const
+    {
+        return findAt(subject.data(), static_cast<unsigned>(subject.size()), false, fullMatch) >= 0;
+    }
     void readAnchored();
     void readGroupNames();
-    int exec(StrSegment subject, int options, bool fullMatch, int *offsets) const;
+    int exec(StrSegment subject, int options, bool fullMatch, std::span<int> offsets) const;
     void fill(RegexMatch &out, const char *subject, const int *offsets, int filledPairs) const;
 
     std::shared_ptr<const RegexProgram> compiled_;

@@ -12,7 +12,7 @@ RegexStringFilter::RegexStringFilter(const Str &name, const Str &pattern)
 
 bool RegexStringFilter::matches(const Str &text)
 {
-    return regex_.match(text);
+    return regex_.finds(text);
 }
 
 StringPrefixFilter::StringPrefixFilter(const Str &name, const Str &prefix)

@@ -33,6 +33,9 @@ TEST(Regex, SearchesAndMatchesWholeSubjects)
         {"abc # trailing", PCRE_EXTENDED, "abcd", true, false},
         {"abc|abcd # trailing", PCRE_EXTENDED, "abcd", true, false},
         {"\\Qa.b", 0, "a.b", true, true},
+        // Whether a group took part counts though nobody asks for it, as far behind as it may stand.
+        {"(a)(b)(c)(d)(e)(f)(g)(h)(i)(j)(k)\\11", 0, "abcdefghijkk", true, true},
+        {"(?J)(?<n>a)?(b)(c)(d)(e)(f)(g)(h)(i)(j)(?<n>k)(?(<n>)X|Y)", 0, "bcdefghijkX", true, true},
         // An exhausted limit reads as no match.
         {"(*LIMIT_RECURSION=100)((a|b)*)*", 0, Str(1000, 'a'), false, false},
         {"(*LIMIT_MATCH=1000)(a+)+b", 0, Str(40, 'a'), false, false},
@@ -43,6 +46,8 @@ TEST(Regex, SearchesAndMatchesWholeSubjects)
         const Regex regex = compiled(pattern, flags);
         const auto size = static_cast<unsigned>(subject.size());
         EXPECT_EQ(regex.match(subject), found) << pattern << " on " << subject.c_str();
+        EXPECT_EQ(regex.finds(subject), found) << pattern << " on " << subject.c_str();
+        EXPECT_EQ(regex.match(subject, nullptr, false, true), full) << pattern << " on " << subject.c_str();
         EXPECT_EQ(regex.matchesAll(subject), full) << pattern << " on " << subject.c_str();
         EXPECT_EQ(regex.findAt(subject.data(), size, false, true), full ? 0 : -1) << pattern;
     }
