@@ -171,7 +171,6 @@ private:
 std::size_t alignedRecords(std::size_t bytes)
 {
     constexpr std::size_t kAlignment = 8;
-    static_assert(kBlockHeadBytes % kAlignment == 0);
     return (bytes + kAlignment - 1) / kAlignment * kAlignment;
 }
 
@@ -271,13 +270,14 @@ void decode(std::string_view bytes, CaptureStart &start)
 
 void encode(const BufferFacts &facts, std::string &out)
 {
+    const std::size_t start = out.size();
     put(out, facts.time);
     put(out, facts.tickCount);
     put(out, facts.lostReads);
     put(out, facts.offsets);
     put(out, facts.statuses);
     put(out, facts.created);
-    out.resize(alignedRecords(out.size()), '\0');
+    out.resize(start + alignedRecords(out.size() - start), '\0');
 }
 
 void decode(std::string_view bytes, CapturedBuffer &buffer)

@@ -45,8 +45,8 @@ std::array<char, kBlockHeadBytes> encode(const BlockHead &head);
 /// Nothing if the head is damaged, or says what no head can say.
 std::optional<BlockHead> decodeHead(std::string_view bytes);
 
-// Contents. Those of a buffer leave out the records, which stand behind them up to the block's end. To decode
-// throws CaptureException where the bytes are no such contents.
+// Contents, put behind what stands. Those of a buffer leave out the records, which come behind them up to the
+// block's end. To decode throws CaptureException where the bytes are no such contents.
 void encode(const CaptureStart &start, std::string &out);
 void encode(const BufferFacts &facts, std::string &out);
 void encode(const CaptureEnd &end, std::string &out);

@@ -62,8 +62,8 @@ void CaptureReader::readFileHead()
     }
 }
 
-// False at the end of what is whole. Bytes that are missing are no damage: who records writes a block with
-// one call, and can be killed between any two, or within one.
+// False at the end of what is whole. Bytes that are missing are no damage: who records writes some blocks
+// with one call, and can be killed between any two, or within one.
 bool CaptureReader::readBlock(BlockKind &kind)
 {
     ++number_;

@@ -7,8 +7,7 @@
 
 namespace velmox {
 
-/// Writes a capture, each block with one call, so that a file which ends anywhere still has all blocks
-/// before.
+/// Writes a capture. Whole blocks go out, so that a file which ends anywhere still has all blocks before.
 ///
 /// For one thread. What the sink throws passes through; nothing should be written then any more.
 class CaptureWriter
@@ -17,7 +16,16 @@ public:
     /// Takes bytes for the end of the file.
     using Sink = std::function<void(std::string_view bytes)>;
 
-    explicit CaptureWriter(Sink sink) : sink_(std::move(sink)) {}
+    /// Hands blocks on when there are `gatheredBytes` of them: a call of the system for each made a recording
+    /// slower than the monitor. With 0 each block goes out at once.
+    explicit CaptureWriter(Sink sink, std::size_t gatheredBytes = 0)
+        : sink_(std::move(sink)), gatheredBytes_(gatheredBytes)
+    {
+    }
+    /// Hands on what was gathered, as far as the sink takes it.
+    ~CaptureWriter();
+    CaptureWriter(const CaptureWriter &) = delete;
+    CaptureWriter &operator=(const CaptureWriter &) = delete;
 
     /// The first to be called, once.
     void write(const CaptureStart &start);
@@ -25,21 +33,26 @@ public:
     void write(const BufferFacts &facts, std::span<const unsigned char> records);
     /// The last one.
     void write(const CaptureEnd &end);
+    /// Hands on all that was gathered.
+    void flush();
 
-    /// How long the file is by now.
-    std::uint64_t bytes() const { return bytes_; }
+    /// How long the file is with what was gathered.
+    std::uint64_t bytes() const { return handedOn_ + wholeBytes_; }
 
 private:
-    // Into `block_`, with room for the head.
+    // Begins a block behind those that were gathered, with room for its head.
     template <class Contents>
-    void gather(const Contents &contents);
-    // Puts the head in front of what was gathered, and hands on both at once.
-    void flush(capture_format::BlockKind kind);
+    void begin(const Contents &contents);
+    // Puts the head in front of the block's contents.
+    void end(capture_format::BlockKind kind);
 
     Sink sink_;
-    std::uint64_t bytes_ = 0;
-    // The block at hand, its head in front; keeps its memory.
-    std::string block_;
+    std::size_t gatheredBytes_;
+    std::uint64_t handedOn_ = 0;
+    // Blocks, and the one at hand; keeps its memory.
+    std::string blocks_;
+    // Of those that are whole.
+    std::size_t wholeBytes_ = 0;
 };
 
 } // namespace velmox

@@ -7,9 +7,6 @@ namespace velmox {
 
 namespace {
 
-constexpr std::size_t kMostBytes = 65'536;
-constexpr auto kLongest = std::chrono::milliseconds(250);
-
 [[noreturn]] void failWithLastError(const Str &path)
 {
     const DWORD error = GetLastError();
@@ -54,27 +51,9 @@ CaptureOutput::CaptureOutput(const Str &path)
     }
 }
 
-CaptureOutput::~CaptureOutput()
-{
-    file_.write(gathered_.data(), gathered_.size());
-}
-
 void CaptureOutput::write(std::string_view bytes)
 {
-    gathered_.append(bytes);
-    if (gathered_.size() >= kMostBytes || Clock::now() - flushed_ >= kLongest) {
-        flush();
-    }
-}
-
-void CaptureOutput::flush()
-{
-    const std::ptrdiff_t written = file_.write(gathered_.data(), gathered_.size());
-    const bool isWritten = written == static_cast<std::ptrdiff_t>(gathered_.size());
-    // Also behind a failure: half of it is there already.
-    gathered_.clear();
-    flushed_ = Clock::now();
-    if (!isWritten) {
+    if (file_.write(bytes.data(), bytes.size()) != static_cast<std::ptrdiff_t>(bytes.size())) {
         failWithLastError(path_);
     }
 }

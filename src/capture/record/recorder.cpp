@@ -20,12 +20,16 @@ namespace velmox {
 namespace {
 
 constexpr std::uint64_t kMegabyte = 1'000'000;
+// Blocks are written so many at a time: by pieces of 64 KiB the system took a third longer for the file.
+constexpr std::size_t kGatheredBytes = 262'144;
 // How long the main thread waits for a buffer before it looks at the clock and the stop flag; how soon a
 // recording ends.
 constexpr DWORD kQueueMilliseconds = 250;
-/// The line of progress is written at most this often.
+/// The line of progress is written at most this often. Blocks wait for this long and the time above at most.
 constexpr auto kBetween = std::chrono::milliseconds(250);
 constexpr std::size_t kBarWidth = 20;
+
+using Clock = std::chrono::steady_clock;
 
 [[noreturn]] void failWithLastError(const Str &what)
 {
@@ -235,8 +239,6 @@ public:
     std::uint64_t seconds() const;
 
 private:
-    using Clock = std::chrono::steady_clock;
-
     double doneShare(const Figures &figures) const;
     void write(const Figures &figures, const char *lineEnd);
 
@@ -298,7 +300,7 @@ void Progress::write(const Figures &figures, const char *lineEnd)
 }
 
 void recordUntilStopped(const RecordOptions &options, ReadThread &reader, const StopFlag &stopFlag,
-                        Recording &recording, const CaptureWriter &writer, CaptureOutput &output)
+                        Recording &recording, CaptureWriter &writer)
 {
     Progress progress(options.seconds, options.megabytes * kMegabyte);
     const auto figures = [&] {
@@ -318,10 +320,13 @@ void recordUntilStopped(const RecordOptions &options, ReadThread &reader, const 
         return (options.seconds != 0 && progress.seconds() >= options.seconds) ||
                (options.megabytes != 0 && writer.bytes() >= options.megabytes * kMegabyte);
     };
+    Clock::time_point flushed = Clock::now();
     while (!stopFlag.isSet() && !isAtEnd()) {
         // A look at the queue before each wait, to flush when it is empty, cost a tenth of the speed.
-        if (!takeNext(kQueueMilliseconds)) {
-            output.flush();
+        const bool isTaken = takeNext(kQueueMilliseconds);
+        if (const Clock::time_point now = Clock::now(); !isTaken || now - flushed >= kBetween) {
+            writer.flush();
+            flushed = now;
         }
         progress.show(figures());
     }
@@ -330,7 +335,7 @@ void recordUntilStopped(const RecordOptions &options, ReadThread &reader, const 
     while (takeNext(0)) {
     }
     recording.end(newlyLost());
-    output.flush();
+    writer.flush();
     progress.end(figures());
     // Behind the totals. What came before the failure is a whole recording.
     if (reader.hasFailed()) {
@@ -354,7 +359,7 @@ void record(const RecordOptions &options)
     const ConsoleWatch watch(stopFlag);
     const RecordedDevice device(options.isShared, filter);
     CaptureOutput output(options.file);
-    CaptureWriter writer([&output](std::string_view bytes) { output.write(bytes); });
+    CaptureWriter writer([&output](std::string_view bytes) { output.write(bytes); }, kGatheredBytes);
     StatusTexts statusTexts;
     statusTexts.setMapping(statusMapping());
     Recording recording(systemMachine(), statusTexts, writer);
@@ -362,7 +367,7 @@ void record(const RecordOptions &options)
         // Processes that run already are noted before the first record can name one.
         writer.write(askMachine(device.isOwn() ? filter : MonitorFilterConfig{}, hiveNames));
         ReadThread reader(device.channel(), stopFlag);
-        recordUntilStopped(options, reader, stopFlag, recording, writer, output);
+        recordUntilStopped(options, reader, stopFlag, recording, writer);
     } catch (const std::exception &exception) {
         throw RecordingFailure(exception.what());
     }

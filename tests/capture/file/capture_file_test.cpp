@@ -17,11 +17,11 @@ CaptureReader::Source sourceOf(std::string_view bytes)
 const testbed::Bytes kFirst = testbed::recordBuffer({{.data = {1, 2, 3}}, {.operation = 15}});
 const testbed::Bytes kSecond = testbed::recordBuffer({testbed::processCreated(7, 4, u"user"), {}});
 
-/// A capture with all that one can hold, and where its blocks end.
-std::string sample(std::set<std::size_t> &ends)
+/// A capture with all that one can hold, and where its blocks end if none are gathered.
+std::string sample(std::set<std::size_t> &ends, std::size_t gatheredBytes = 0)
 {
     std::string file;
-    CaptureWriter writer([&file](std::string_view bytes) { file += bytes; });
+    CaptureWriter writer([&file](std::string_view bytes) { file += bytes; }, gatheredBytes);
     writer.write({.time = 5,
                   .filter = {7, 0x17, 127, 3},
                   .userPath = u"\\REGISTRY\\USER\\S-1",
@@ -38,6 +38,7 @@ std::string sample(std::set<std::size_t> &ends)
     writer.write({.time = 7, .lostReads = 3, .created = {{7, u"a.exe"}}}, kSecond);
     ends.insert(file.size());
     writer.write({.time = 8, .records = 4, .lostReads = 3});
+    writer.flush();
     EXPECT_EQ(writer.bytes(), file.size());
     return file;
 }
@@ -74,6 +75,44 @@ TEST(CaptureFile, GivesBackWhatWasWritten)
     EXPECT_FALSE(reader.next(buffer));
     EXPECT_FALSE(reader.isCut());
     EXPECT_EQ(reader.end().records, 4u);
+}
+
+TEST(CaptureFile, IsTheSameHoweverManyBlocksGoOutAtOnce)
+{
+    std::set<std::size_t> ends;
+    const std::string file = sample(ends);
+    for (std::size_t gathered = 1; gathered < 2 * file.size(); gathered += 7) {
+        EXPECT_EQ(sample(ends, gathered), file) << gathered;
+    }
+}
+
+TEST(CaptureFile, HasWhatWasGatheredBeforeAFailureAndOnlyOnce)
+{
+    const auto recorded = [](std::size_t room) {
+        std::string file;
+        const auto sink = [&file, room](std::string_view bytes) {
+            file += bytes.substr(0, room);
+            if (bytes.size() > room) {
+                throw CaptureException("the disk is full");
+            }
+        };
+        {
+            CaptureWriter writer(sink, 1'000'000);
+            writer.write(CaptureStart());
+            writer.write(BufferFacts{.offsets = {{13'222'310'400, 0}}, .statuses = {{0, ""}}}, kFirst);
+            EXPECT_THROW(writer.write(BufferFacts(), {kFirst.data(), file.max_size()}), std::length_error);
+            EXPECT_EQ(file, "");
+            if (room == 50) {
+                EXPECT_THROW(writer.flush(), CaptureException);
+            }
+        }
+        return file;
+    };
+    const std::string file = recorded(1'000'000);
+    CaptureReader reader(sourceOf(file));
+    EXPECT_EQ(countBuffers(reader), 1u);
+    EXPECT_TRUE(reader.isCut());
+    EXPECT_EQ(recorded(50), file.substr(0, 50));
 }
 
 TEST(CaptureFile, IsReadUpToItsLastWholeBlockWhereverItIsCut)
