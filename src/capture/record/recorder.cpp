@@ -22,6 +22,10 @@ namespace {
 constexpr std::uint64_t kMegabyte = 1'000'000;
 // Blocks are written so many at a time: by pieces of 64 KiB the system took a third longer for the file.
 constexpr std::size_t kGatheredBytes = 262'144;
+// Twice what the monitor begins with. What a recorder has read needs no verdict, so that in a flood it is the
+// reads that decide what is lost; a buffer that has few records in it takes all its room in the queue,
+// though.
+constexpr DWORD kReadBytes = 2 * DriverReader::kFirstSize;
 // How long the main thread waits for a buffer before it looks at the clock and the stop flag; how soon a
 // recording ends.
 constexpr DWORD kQueueMilliseconds = 250;
@@ -174,7 +178,7 @@ public:
 protected:
     void main() override
     {
-        DriverReader(device_, queue_, stopFlag_).run();
+        DriverReader(device_, queue_, stopFlag_, kReadBytes).run();
         // Where nobody asked the reader to end, it ends only when it can't go on. The flag is set behind the
         // look at it, and the main thread woken, which would else wait for the next buffer.
         hasFailed_ = !stopFlag_.isSet();

@@ -15,8 +15,12 @@ namespace velmox {
 class DriverReader
 {
 public:
-    DriverReader(const DeviceChannel &device, BufferQueue &queue, const StopFlag &stop)
-        : device_(device), queue_(queue), stop_(stop)
+    /// The size of the monitor's first reads, in bytes.
+    static constexpr DWORD kFirstSize = 8192;
+
+    DriverReader(const DeviceChannel &device, BufferQueue &queue, const StopFlag &stop,
+                 DWORD firstSize = kFirstSize)
+        : device_(device), queue_(queue), stop_(stop), size_(firstSize)
     {
     }
 
@@ -52,7 +56,7 @@ private:
     // Empty after it was handed over, and where the last read asked for a larger one.
     EventBuffer buffer_;
     // Of the next buffer, in bytes.
-    DWORD size_ = 8192;
+    DWORD size_;
     // A failure ends the loop at the end of the pass. A failed read sets none: that is tried again.
     HRESULT result_ = 0;
     // What may still be queued before the working set has to be asked for again, in bytes.
