@@ -4,14 +4,15 @@
 #include "tests/e2e/input_document.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
+#include <vector>
 
 namespace velmox::bench {
 
 namespace {
 
 constexpr char kOutputFile[] = "C:\\bench-output.txt";
+constexpr char kEventFile[] = "C:\\bench-event.txt";
 
 Str baselineOf(const char *hive)
 {
@@ -21,16 +22,25 @@ Str baselineOf(const char *hive)
         .text();
 }
 
-/// The mean length of the events that the monitor left in the output file, in bytes.
-std::size_t eventBytes()
+/// Keeps one event of those that the monitor left in the output file, of their mean length.
+void keepMeanEvent()
 {
-    std::size_t events = 0;
+    std::vector<std::string> events(1);
+    std::size_t bytes = 0;
     std::ifstream file(kOutputFile);
     for (std::string line; std::getline(file, line);) {
-        events += line == "</event>" ? 1 : 0;
+        bytes += line.size() + 1;
+        events.back() += line + '\n';
+        if (line == "</event>") {
+            events.emplace_back();
+        }
     }
-    return static_cast<std::size_t>(std::filesystem::file_size(kOutputFile)) /
-           std::max<std::size_t>(events, 1);
+    events.pop_back();
+    const std::size_t mean = bytes / std::max<std::size_t>(events.size(), 1);
+    const auto distance = [mean](const std::string &event) {
+        return std::max(event.size(), mean) - std::min(event.size(), mean);
+    };
+    std::ofstream(kEventFile) << *std::ranges::min_element(events, {}, distance);
 }
 
 // From the start of the program to its first poll of the device, which comes behind the baseline.
@@ -59,22 +69,22 @@ Str exportCommand()
     return "reg export HKLM C:\\bench-export.reg /y";
 }
 
-Str walkCommand(std::size_t writtenBytes)
+Str walkCommand(const char *writtenFile)
 {
-    return neighbourCommand("bench_reference",
-                            Str::fromFormat("walk %u", static_cast<unsigned>(writtenBytes)));
+    return neighbourCommand("bench_reference", Str::concat("walk ", writtenFile));
 }
 
 Figures measureBaseline(const Options &options)
 {
     constexpr Goal kGoal = {0.85, 0.95};
     Figure all("baseline of HKLM, every value accepted, into a file",
-               "bare walk of the same keys and values, each written and flushed", kGoal, "s");
+               "bare walk of the same keys and values, an event written and flushed for each", kGoal, "s");
     Figure few("baseline of HKLM, 1 value in 1000 accepted", "bare walk of the same keys and values", kGoal,
                "s");
     for (unsigned round = 0; round < options.rounds; ++round) {
         const double everything = monitorSeconds(baselineOf("HKLM\\\\.*"));
-        const double written = programSeconds(walkCommand(eventBytes()));
+        keepMeanEvent();
+        const double written = programSeconds(walkCommand(kEventFile));
         all.add(written / everything, everything);
         const double walked = programSeconds(walkCommand());
         const double one = monitorSeconds(baselineOf("HKLM\\\\.*\\\\\\{000214[ef][^\\\\]*\\\\.*"));

@@ -7,8 +7,8 @@ namespace velmox::bench {
 /// How long a program runs from its start to its end, with its output in a file.
 double programSeconds(const Str &commandLine);
 Str exportCommand();
-/// The bare walk of HKLM, which writes so many bytes for each value.
-Str walkCommand(std::size_t writtenBytes = 0);
+/// The bare walk of HKLM, which writes the text of a file for each value.
+Str walkCommand(const char *writtenFile = "");
 
 /// How fast a baseline of HKLM is taken when every value is accepted, and when 1 in 1000 is.
 Figures measureBaseline(const Options &options);

@@ -1,14 +1,15 @@
 // What the monitor's figures are measured by.
 //
 //     bench_reference events FILE     writes the events of a file one by one, each flushed
-//     bench_reference walk BYTES      reads every key and value of HKEY_LOCAL_MACHINE, and writes so many
-//                                     bytes for each value, flushed
+//     bench_reference walk [FILE]     reads every key and value of HKEY_LOCAL_MACHINE, and writes the text of
+//                                     the file for each value, flushed
 
 #include "util/system/owned_handle.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -76,8 +77,13 @@ int main(int count, char **arguments)
     if (count == 3 && std::strcmp(arguments[1], "events") == 0) {
         return writeEvents(arguments[2]);
     }
-    if (count == 3 && std::strcmp(arguments[1], "walk") == 0) {
-        walk(HKEY_LOCAL_MACHINE, std::string(static_cast<std::size_t>(std::atoi(arguments[2])), 'x'));
+    if (count >= 2 && std::strcmp(arguments[1], "walk") == 0) {
+        std::string text;
+        if (count == 3) {
+            std::ifstream file(arguments[2]);
+            text.assign(std::istreambuf_iterator<char>(file), {});
+        }
+        walk(HKEY_LOCAL_MACHINE, text);
         return 0;
     }
     return 2;
