@@ -110,10 +110,11 @@ void EventStreamWriter::write(const InputEvent &event)
     text_.clear();
     if (!started_) {
         putLine(tag("<stream>"));
-        started_ = true;
     }
     put(event);
     flush();
+    // Only now: an event that found no memory has opened nothing that would have to be closed.
+    started_ = true;
     if (out_ != nullptr) {
         // What the C library kept back would stay away for as long as nothing else happens.
         std::fflush(out_);
@@ -156,7 +157,8 @@ void EventStreamWriter::putLine(const Tag &tag)
 /// difference either.
 void EventStreamWriter::putEscaped(const Str &text)
 {
-    // So that room of many times a text's length is made for a short one alone.
+    // Room is made for a piece as if each of its bytes had the longest escape. For a long text at once that
+    // would be eight times its length.
     constexpr std::size_t kPieceBytes = 1024;
     const Escapes &escapes = kEscapes[static_cast<std::size_t>(lineEnds_)];
     const std::string_view all = text;

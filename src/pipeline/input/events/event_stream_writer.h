@@ -44,7 +44,7 @@ struct ShortText
     std::uint8_t length;
 };
 
-/// Copies the text to `out`, where there is room for all of `text`, and returns where the copy ends.
+/// Copies the text to `out`, where there must be `Room` bytes, and returns where the text ends there.
 template <std::size_t Room>
 char *copyShort(const ShortText<Room> &text, char *out)
 {
@@ -66,7 +66,7 @@ public:
     {
         setEnd(copyShort(text, room(Room)));
     }
-    /// Room for so many bytes behind those that stand; it holds until more is asked for.
+    /// Room for so many bytes behind those that stand; the next call may move them, and the room with them.
     char *room(std::size_t count)
     {
         if (bytes_.size() - size_ < count) {

@@ -3,19 +3,18 @@
 namespace velmox {
 namespace {
 
-/// What the writer puts into its stream from its making to its end.
-std::string written(const std::function<void(EventStreamWriter &)> &use)
+/// What the writer puts into its stream from its making to its end. The file takes bytes as they are.
+std::string written(const std::function<void(EventStreamWriter &)> &use,
+                    LineEnds lineEnds = LineEnds::OfTheStream)
 {
     std::FILE *file = std::tmpfile();
     {
-        EventStreamWriter writer(file);
+        EventStreamWriter writer(file, lineEnds);
         use(writer);
     }
+    std::string bytes(static_cast<std::size_t>(std::ftell(file)), '\0');
     std::rewind(file);
-    std::string bytes;
-    for (int byte = std::fgetc(file); byte != EOF; byte = std::fgetc(file)) {
-        bytes += static_cast<char>(byte);
-    }
+    EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), file), bytes.size());
     std::fclose(file);
     return bytes;
 }
@@ -76,13 +75,49 @@ TEST(EventStreamWriter, EscapesEveryByteWithoutASeam)
                                                            : std::string(1, text[1]);
         EXPECT_EQ(escaped({text, sizeof text}), "a" + shown + "b") << byte;
     }
-    EXPECT_EQ(escaped(std::string_view("a\0b", 3)), "a");
-    // Around the size of the pieces that are written.
-    for (std::size_t length = 500; length < 520; ++length) {
-        const std::string plain(length, 'p');
-        EXPECT_EQ(escaped(plain), plain);
-        EXPECT_EQ(escaped(plain + "\"\x01" + plain), plain + "&quot;\\x01" + plain) << length;
+    // Around the ends of the pieces in which a text is escaped.
+    for (const std::size_t middle : {1024, 2048}) {
+        for (std::size_t length = middle - 3; length < middle + 3; ++length) {
+            const std::string plain(length, 'p');
+            EXPECT_EQ(escaped(plain + "\"\x01" + plain), plain + "&quot;\\x01" + plain) << length;
+            EXPECT_EQ(escaped(plain + '\0' + plain), plain) << length;
+        }
     }
+}
+
+TEST(EventStreamWriter, TakesALargeEventBetweenSmallOnes)
+{
+    constexpr std::size_t kCount = 5'000'000;
+    const std::string small = "<event>\n<data>s</data>\n</event>\n";
+    std::string expected = "<stream>\n" + small + "<event>\n<data>";
+    for (std::size_t i = 0; i < kCount; ++i) {
+        expected += "&quot;";
+    }
+    expected += "</data>\n</event>\n" + small + "</stream>\n";
+    const std::string bytes = written([](EventStreamWriter &writer) {
+        writer.write({.data = "s"});
+        writer.write({.data = Str(kCount, '"')});
+        writer.write({.data = "s"});
+    });
+    EXPECT_TRUE(bytes == expected) << "not printed: 30 MB";
+}
+
+TEST(EventStreamWriter, MakesLineEndsAndCanStayOpen)
+{
+    const auto write = [](EventStreamWriter &writer) {
+        writer.write({.data = "a\r\nb\nc\rd", .stanza = "e\n", .done = true});
+    };
+    const std::string open = "<stream>\r\n<event stanza=\"e\r\n\">\r\n<data>a\r\r\nb\r\nc\rd</data>\r\n"
+                             "<done/>\r\n</event>\r\n";
+    EXPECT_EQ(written(write, LineEnds::CrLf), open + "</stream>\r\n");
+    const auto leave = [&](EventStreamWriter &writer) {
+        write(writer);
+        writer.leaveOpen();
+        EXPECT_EQ(writer.writtenBytes(), open.size());
+    };
+    EXPECT_EQ(written(leave, LineEnds::CrLf), open);
+    EventStreamWriter counter(nullptr, LineEnds::CrLf);
+    leave(counter);
 }
 
 } // namespace
