@@ -24,7 +24,7 @@ public:
     /// Signalled when the process itself has ended, whatever it has started. Owned by this object.
     HANDLE handle() const { return process_.get(); }
     /// Ends the process if it still runs, and everything that it started; waits at most 10 s for its end.
-    /// Keeps the last error.
+    /// Keeps the last error. Several threads may call it at once.
     void end();
     /// After the end.
     DWORD exitStatus() const;

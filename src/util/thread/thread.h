@@ -111,6 +111,9 @@ protected:
     /// The body, on the new thread.
     virtual void main() = 0;
 
+    /// Signalled once the body has ended; null for the main thread. Stays this object's own.
+    HANDLE handle() const { return handle_.get(); }
+
     /// The main thread's form. The calling thread is the main thread from then on.
     Thread();
 

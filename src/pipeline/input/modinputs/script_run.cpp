@@ -6,10 +6,10 @@
 #include "util/thread/thread.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstddef>
 #include <exception>
 #include <iterator>
+#include <mutex>
 #include <vector>
 
 namespace velmox {
@@ -106,7 +106,7 @@ public:
 
     /// Signalled when the script itself has ended.
     HANDLE handle() const { return process_.handle(); }
-    /// Ends the script if it still runs, and everything that it started.
+    /// Ends the script if it still runs, and everything that it started. For any thread.
     void end() { process_.end(); }
     /// After the end.
     int exitStatus() const { return static_cast<int>(process_.exitStatus()); }
@@ -161,9 +161,8 @@ ScriptProcess::ScriptProcess(const Str &label, const Str &commandLine)
 class StreamThread : public Thread
 {
 public:
-    StreamThread(const char *name, ScriptProcess &process, std::function<void()> body)
-        : Thread("%s", name), process_(process), body_(std::move(body)),
-          done_(CreateEventW(nullptr, TRUE, FALSE, nullptr))
+    StreamThread(const char *name, ScriptProcess &process, std::function<void(StreamThread &)> body)
+        : Thread("%s", name), process_(process), body_(std::move(body))
     {
         start();
     }
@@ -172,40 +171,50 @@ public:
         process_.end();
         // Where there is no job, what the script has started runs on, and may hold the pipe open: a call on
         // the pipe then waits without end, and has to be cancelled. (At a pipe that nobody holds any more it
-        // ends by itself.) A call that begins right after one cancellation is met by the next. So is a line
-        // of the log whose writing takes longer than the interval; that line is lost.
-        while (WaitForSingleObject(done_.get(), kCancelMs) == WAIT_TIMEOUT) {
-            CancelSynchronousIo(self_.load());
+        // ends by itself.) A call that begins right after one cancellation is met by the next.
+        while (WaitForSingleObject(handle(), kCancelMs) == WAIT_TIMEOUT) {
+            const std::lock_guard guard(lock_);
+            if (isInCall_) {
+                CancelSynchronousIo(handle());
+            }
         }
         joinOrCancel();
-        CloseHandle(self_.load());
+    }
+
+    /// For the body: makes a call on the pipe, and keeps the last error that it leaves. No other call is
+    /// cancelled, as a line of the log that takes long would be lost.
+    template <class Call>
+    BOOL callPipe(const Call &call)
+    {
+        setInCall(true);
+        const BOOL result = call();
+        const LastErrorKeeper keeper;
+        setInCall(false);
+        return result;
     }
 
 private:
-    void main() override
+    void main() override { body_(*this); }
+    void setInCall(bool isInCall)
     {
-        // The right that CancelSynchronousIo asks for. Opened by the thread itself, as no other has its
-        // number before it runs.
-        self_ = OpenThread(THREAD_TERMINATE, FALSE, GetCurrentThreadId());
-        body_();
-        SetEvent(done_.get());
+        const std::lock_guard guard(lock_);
+        isInCall_ = isInCall;
     }
 
     ScriptProcess &process_;
-    std::function<void()> body_;
-    const KernelHandle done_;
-    /// With the right to cancel its calls; null until it runs.
-    std::atomic<HANDLE> self_ = nullptr;
+    std::function<void(StreamThread &)> body_;
+    std::mutex lock_;
+    bool isInCall_ = false; // under lock_
 };
 
 /// Reads up to the moment when all writers have closed the pipe, or those that are left count no more; false,
 /// with the reason in the last error, if something else ended it.
-bool readPipe(HANDLE pipe, const Sink &sink)
+bool readPipe(StreamThread &thread, HANDLE pipe, const Sink &sink)
 {
     char piece[kPieceBytes];
     DWORD count = 0;
     // A read may bring no bytes: a writer wrote none. That is no end.
-    while (ReadFile(pipe, piece, sizeof piece, &count, nullptr)) {
+    while (thread.callPipe([&] { return ReadFile(pipe, piece, sizeof piece, &count, nullptr); })) {
         sink({piece, count});
     }
     const DWORD error = GetLastError();
@@ -214,12 +223,12 @@ bool readPipe(HANDLE pipe, const Sink &sink)
 
 /// Writes as much as the script takes; one that ends or closes its input early has all it wants. The pipe is
 /// closed behind, which is how the script sees the end of its input.
-void writePipe(KernelHandle pipe, std::string_view text)
+void writePipe(StreamThread &thread, KernelHandle pipe, std::string_view text)
 {
     while (!text.empty()) {
         DWORD written = 0;
         const DWORD length = static_cast<DWORD>(std::min<std::size_t>(text.size(), kPieceBytes));
-        if (!WriteFile(pipe.get(), text.data(), length, &written, nullptr)) {
+        if (!thread.callPipe([&] { return WriteFile(pipe.get(), text.data(), length, &written, nullptr); })) {
             return;
         }
         text.remove_prefix(written);
@@ -278,8 +287,7 @@ class ScriptRun
 {
 public:
     ScriptRun(const Str &label, const Str &commandLine, const ScriptLimits &limits)
-        : label_(label), limits_(limits), process_(label, commandLine),
-          stop_(CreateEventW(nullptr, TRUE, FALSE, nullptr))
+        : label_(label), limits_(limits), process_(label, commandLine)
     {
     }
 
@@ -288,14 +296,12 @@ public:
 private:
     void serveStreams(std::string_view input, const Sink &onOutput);
     void waitForEnd();
-    void readOutput(const Sink &onOutput);
-    void logErrors();
+    void readOutput(StreamThread &thread, const Sink &onOutput);
+    void logErrors(StreamThread &thread);
 
     const Str &label_;
     const ScriptLimits &limits_;
     ScriptProcess process_;
-    /// Signalled by the output thread when it gives up.
-    KernelHandle stop_;
     bool outOfTime_ = false;
     /// Of the output thread, until it has been joined.
     std::exception_ptr outputFailure_;
@@ -317,28 +323,31 @@ int ScriptRun::run(std::string_view input, const Sink &onOutput)
 
 void ScriptRun::serveStreams(std::string_view input, const Sink &onOutput)
 {
-    // Destroyed in the opposite order, each with the script ended first: a thread may sit in a call on a pipe
-    // that only the script's end interrupts.
-    const StreamThread writer("ScriptInput", process_,
-                              [&] { writePipe(std::move(process_.input()), input); });
-    const StreamThread reader("ScriptOutput", process_, [&] { readOutput(onOutput); });
-    const StreamThread logger("ScriptErrors", process_, [&] { logErrors(); });
-    waitForEnd();
+    try {
+        // Destroyed in the opposite order, each with the script ended first: a thread may sit in a call on a
+        // pipe that only the script's end interrupts.
+        const StreamThread writer("ScriptInput", process_, [&](StreamThread &thread) {
+            writePipe(thread, std::move(process_.input()), input);
+        });
+        const StreamThread reader("ScriptOutput", process_,
+                                  [&](StreamThread &thread) { readOutput(thread, onOutput); });
+        const StreamThread logger("ScriptErrors", process_, [&](StreamThread &thread) { logErrors(thread); });
+        waitForEnd();
+    } catch (const ThreadException &exception) {
+        raiseScriptFailed(label_, exception.message());
+    }
 }
 
 void ScriptRun::waitForEnd()
 {
-    // The script's own end, or a failure of the output that makes the rest pointless.
-    const HANDLE either[] = {process_.handle(), stop_.get()};
-    const DWORD result = WaitForMultipleObjects(static_cast<DWORD>(std::size(either)), either, FALSE,
-                                                static_cast<DWORD>(limits_.time.count()));
+    const DWORD result = WaitForSingleObject(process_.handle(), static_cast<DWORD>(limits_.time.count()));
     if (result == WAIT_FAILED) {
         raiseScriptFailed(label_, Str::fromLastErrorFormat("%m"));
     }
     outOfTime_ = result == WAIT_TIMEOUT;
 }
 
-void ScriptRun::readOutput(const Sink &onOutput)
+void ScriptRun::readOutput(StreamThread &thread, const Sink &onOutput)
 {
     std::uint64_t total = 0;
     const auto take = [&](std::string_view piece) {
@@ -351,21 +360,22 @@ void ScriptRun::readOutput(const Sink &onOutput)
         onOutput(piece);
     };
     try {
-        if (!readPipe(process_.output(), take)) {
+        if (!readPipe(thread, process_.output(), take)) {
             ModularInputsException::raise("%s: error reading from pipe: %m", label_.c_str());
         }
     } catch (...) {
         // Must not leave the thread; the run throws it again once all three are joined.
         outputFailure_ = std::current_exception();
-        SetEvent(stop_.get());
+        // Its output is of no use any more.
+        process_.end();
     }
 }
 
-void ScriptRun::logErrors()
+void ScriptRun::logErrors(StreamThread &thread)
 {
     ErrorLog log(label_, limits_);
     LineSplitter lines([&log](const Str &line) { log.add(line); });
-    if (!readPipe(process_.errors(), [&lines](std::string_view piece) { lines.feed(piece); })) {
+    if (!readPipe(thread, process_.errors(), [&lines](std::string_view piece) { lines.feed(piece); })) {
         modularInputsLog.warn("%s: error reading from pipe: %m", label_.c_str());
     }
     lines.finish();

@@ -99,6 +99,27 @@ TEST_F(ScriptRunTest, AFailureIsToldAndEndsTheScript)
     FailingCall unreadable("ReadFile", FALSE, ERROR_NOT_ENOUGH_MEMORY, 0, 2);
     unreadable.onAnyThread();
     EXPECT_TRUE(run("--scheme hang -").startsWith("Label: error reading from pipe: "));
+    // With a thread or two that serve it already, too.
+    const std::pair<Fault, const char *> faults[] = {
+        {{"CreatePipe", FALSE, ERROR_NO_SYSTEM_RESOURCES, 2}, "Label: pipe setup fail: "},
+        {{"_beginthreadex", 0, ERROR_NO_SYSTEM_RESOURCES}, "Label: script running failed (Main Thread: "},
+        {{"_beginthreadex", 0, ERROR_NO_SYSTEM_RESOURCES, 2}, "Label: script running failed (Main Thread: "},
+    };
+    for (const auto &[fault, told] : faults) {
+        const Str failure = whileFailing(fault, [this] { return run("--scheme hang -"); });
+        EXPECT_TRUE(failure.startsWith(told)) << failure.c_str();
+    }
+}
+
+// Only the reading and writing of pipes: a line of the log that takes long would be lost.
+TEST_F(ScriptRunTest, NothingButCallsOnPipesIsCancelled)
+{
+    const Pathname script = home_.addScript("slow.exe", "--scheme print x");
+    const FailingCall cancelled("CancelSynchronousIo", TRUE, 0, 0, 0);
+    const auto takeLong = [](std::string_view) { Sleep(1500); };
+    EXPECT_EQ(
+        runScript("Label", Str::fromFormat("\"%s\" --scheme", script.toStr().c_str()), {}, takeLong, {}), 0);
+    EXPECT_EQ(cancelled.calls(), 0);
 }
 
 TEST(LineSplitter, HandsOnLinesWhateverThePieces)
