@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace velmox {
 
@@ -56,21 +57,24 @@ void note(const Pathname &sentinel, const Str &purpose)
 
 } // namespace
 
+// By way of the empty scope, so that the destructor takes the lock off also when what follows it finds no
+// memory.
 SentinelScope::SentinelScope(const BundlesSetup &setup, const ConfSettings &settings, const Str &purpose)
+    : SentinelScope()
 {
     if (!settings.isSharedStorageMode()) {
         return;
     }
-    const Pathname sentinel = setup.sentinelFile();
+    Pathname sentinel = setup.sentinelFile();
     // The outer scope keeps it; this one must not let go of it.
     if (held.contains(sentinel)) {
         return;
     }
     lock(setup, sentinel, settings.lockTimeoutMs());
-    locked_ = sentinel;
-    held.add(sentinel);
+    locked_ = std::move(sentinel);
+    held.add(locked_);
     if (settings.lockLogging()) {
-        note(sentinel, purpose);
+        note(locked_, purpose);
     }
 }
 
@@ -79,8 +83,11 @@ SentinelScope::~SentinelScope()
     if (locked_.empty()) {
         return;
     }
-    // First, so that the thread never takes the file for locked when it is not.
-    held.remove(locked_);
+    // First, so that the thread never takes the file for locked when it is not. Where there was no memory for
+    // it, it is not in the list.
+    if (held.contains(locked_)) {
+        held.remove(locked_);
+    }
     if (lockFileRelease(locked_) != LockRelease::Done) {
         log.warn("Cannot release the lock of %s: %m", locked_.toStr().c_str());
     }

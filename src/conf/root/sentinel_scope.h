@@ -21,6 +21,8 @@ public:
     ~SentinelScope();
 
 private:
+    SentinelScope() = default;
+
     Pathname locked_; ///< empty when nothing is
 };
 

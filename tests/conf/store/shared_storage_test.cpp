@@ -62,6 +62,28 @@ TEST(SentinelScope, LocksSharedStorageAlone)
     EXPECT_EQ(lockFileRelease(sentinel), LockRelease::Done);
 }
 
+TEST(SentinelScope, LocksNothingWhenItFindsNoMemory)
+{
+    const ConfRoot root;
+    shareStorage(root, "lock.logging = 1\n");
+    const BundlesSetup setup = root.setup();
+    const ConfSettings &settings = root.shared().settings();
+    bool isExhausted = true;
+    for (int passed = 0; isExhausted; ++passed) {
+        std::optional<SentinelScope> scope;
+        {
+            const FailingCall noMemory("malloc", 0, ERROR_NOT_ENOUGH_MEMORY, passed);
+            try {
+                scope.emplace(setup, settings, "in vain");
+            } catch (const std::bad_alloc &) {
+            }
+            isExhausted = noMemory.failed() != 0;
+        }
+        EXPECT_EQ(lockFileExists(setup.sentinelFile()), scope ? LockState::Exists : LockState::Absent)
+            << passed;
+    }
+}
+
 TEST(UsernameMapper, MakesSafeNames)
 {
     for (const char *const name : {"anna", "Anna B", "a.b"}) {
