@@ -14,8 +14,9 @@ constexpr int kNewlines = PCRE_NEWLINE_ANY | PCRE_BSR_UNICODE;
 
 constexpr std::size_t kMiB = 1024 * 1024;
 
-// What the interpreter may use of a thread's stack. Programs for Windows are linked with 128 MiB for each
-// thread, the others have some 8 MiB.
+// What the interpreter may use of a thread's stack. Programs for Windows are linked with 128 MiB, the others
+// have some 8 MiB. On Windows a `Thread` has less unless it asks for as much as the main thread has: one that
+// matches patterns, or reads the configuration store, which does, has to ask.
 #ifdef _WIN32
 constexpr std::size_t kInterpreterStack = 96 * kMiB;
 #else

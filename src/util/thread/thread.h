@@ -49,6 +49,9 @@ class Thread
 {
 public:
     static constexpr std::size_t kDefaultStackSize = 2u << 20;
+    /// As large as that of the main thread, for a thread that matches patterns: the interpreter of regular
+    /// expressions counts on it (regex_program.cpp). The system takes 0 for what the program was linked with.
+    static constexpr std::size_t kMainStackSize = 0;
 
     /// The name is formatted; log lines show it.
     explicit Thread(const char *fmt, ...) VELMOX_PRINTF(2, 3);

@@ -240,7 +240,8 @@ InputDocument ModularInputs::document(const Str &scheme, Stanzas stanzas) const
 
 ModinputsHelperThread::ModinputsHelperThread(const ModularInputs &inputs, const Str &scheme,
                                              const std::optional<Str> &stanza)
-    : Thread("ModinputsHelperThread"), inputs_(inputs), scheme_(scheme), stanza_(stanza)
+    // The store matches paths with patterns of its settings.
+    : Thread(kMainStackSize, "ModinputsHelperThread"), inputs_(inputs), scheme_(scheme), stanza_(stanza)
 {
 }
 

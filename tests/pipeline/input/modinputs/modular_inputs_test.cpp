@@ -3,6 +3,7 @@
 #include "pipeline/input/modinputs/scheme_files.h"
 #include "tests/pipeline/input/modinputs/scheme_home.h"
 #include "util/files/file_system.h"
+#include "util/match/regex.h"
 
 namespace velmox {
 namespace {
@@ -215,6 +216,22 @@ TEST_F(PrintConfigTest, TellsWhatIsWrong)
     testing::writeWhole(home_.path("db\\modinputs\\all"), "a file where the folder should be");
     EXPECT_THAT(print("all"), HasSubstr("No configuration for scheme \"all\""));
     expectLogged({"ERROR Error generating configuration arguments for scheme \"all\""});
+}
+
+// The store asks patterns of its settings about paths, and the interpreter goes as deep as a path is long.
+TEST_F(PrintConfigTest, HasTheStackForAnyPattern)
+{
+    ModularInputsHost host = home_.host();
+    host.enabledStanzas = [stanzas = host.enabledStanzas](const Str &prefix) {
+        EXPECT_TRUE(Regex("(?:a(?=.)|b)*", true, 0).finds(Str(32'000, 'a')));
+        return stanzas(prefix);
+    };
+    ModularInputs inputs(std::move(host));
+    inputs.initializeSchemes();
+    ModinputsHelperThread helper(inputs, "all", {});
+    helper.start();
+    helper.join();
+    EXPECT_TRUE(helper.document().has_value()) << helper.error().c_str();
 }
 
 } // namespace
