@@ -9,13 +9,13 @@
 namespace velmox::fuzz {
 namespace {
 
-Str streamOf(const std::vector<InputEvent> &events)
+Str streamOf(const std::vector<InputEvent> &events, LineEnds lineEnds = LineEnds::OfTheStream)
 {
     std::size_t size = 0;
     char *bytes = nullptr;
     std::FILE *file = open_memstream(&bytes, &size);
     {
-        EventStreamWriter writer(file);
+        EventStreamWriter writer(file, lineEnds);
         for (const InputEvent &event : events) {
             writer.write(event);
         }
@@ -122,7 +122,7 @@ InputEvent rawEvent(const std::vector<Str> &fields)
 } // namespace
 
 /// No text makes a strict reader see anything but the events that were written, with the texts that the
-/// escaping promises. The first byte separates the fields.
+/// escaping promises, whatever the line ends. The first byte separates the fields.
 VELMOX_FUZZ_TARGET(event_stream)
 {
     if (bytes.empty()) {
@@ -132,6 +132,9 @@ VELMOX_FUZZ_TARGET(event_stream)
     StrSegment(bytes.substr(1)).splitInto(fields, Str(1, bytes.front()).c_str());
     const std::vector<InputEvent> events = {rawEvent(fields), recordEvent(fields), rawEvent({})};
     const Str stream = streamOf(events);
+    Str withCrLf = stream;
+    withCrLf.replaceAll("\n", "\r\n");
+    require(streamOf(events, LineEnds::CrLf) == withCrLf, "nothing but the line ends differs");
 
     std::vector<JudgedEvent> seen;
     require(judgeStream(presentable(stream), seen), "a strict reader takes the stream");
