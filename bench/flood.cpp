@@ -97,6 +97,14 @@ double drainSeconds(const Flood &flood, const Str &command, std::string_view inp
     return secondsBetween(driver.state().firstDeliveryTicks, ticksNow());
 }
 
+/// Fails for a recording that cannot be read.
+void summarise(const Str &capture)
+{
+    const FileHandle output = createOutputFile("C:\\summary.txt");
+    Program(Str::concat("\"C:\\velmox\\bin\\velmox-capture.exe\" summary ", capture), output.get())
+        .waitForEnd();
+}
+
 void compare(Figure &figure, const Flood &small, const Flood &large)
 {
     const double reference = runMonitor(small).seconds;
@@ -165,6 +173,7 @@ Figures measureFlood(const Options &options)
     for (unsigned round = 0; round < options.rounds; ++round) {
         const double drained = drainSeconds(flood, monitorCommand(), watchedKeys(flood.stanzas));
         const double seconds = drainSeconds(flood, recorder, {});
+        summarise("C:\\flood.vcap");
         recorded.add(drained / seconds, flood.records() / seconds / 1e6);
         const double bare = bareSeconds(flood);
         const MonitorResult monitor = runMonitor(flood);
