@@ -137,9 +137,11 @@ void checkSingleBackslash(const StanzaAtHand &at, Report &report)
         const Str pattern = at.value(key);
         for (const LetterEscape &escape : letterEscapes(pattern)) {
             if (isLikelySeparator(pattern, escape, at.all.hiveNames)) {
-                report.add(key, Str() << "\"" << shortened(escapedWord(pattern, escape))
-                                      << "\" is no separator: one backslash gives the letter behind it "
-                                         "another meaning; write two");
+                report.add(key, Str()
+                                    << "\"" << shortened(escapedWord(pattern, escape))
+                                    << "\" is no separator: one backslash gives the letter behind it "
+                                       "another meaning; write two"
+                                    << (escape.letter == 'b' ? ", or \\b(...) for the edge of a word" : ""));
                 break;
             }
         }
@@ -151,7 +153,7 @@ void checkFoldedEscape(const StanzaAtHand &at, Report &report)
     for (const char *key : {"hive", "proc", "type"}) {
         const Str pattern = at.value(key);
         for (const LetterEscape &escape : letterEscapes(pattern)) {
-            const char *const instead = insteadOfFolded(escape.letter);
+            const char *const instead = insteadOfFolded(escape);
             if (instead != nullptr && (!isLikelySeparator(pattern, escape, at.all.hiveNames) ||
                                        isPerhapsMeant(pattern, escape, at.all.hiveNames))) {
                 Str message;

@@ -12,6 +12,10 @@ struct LetterEscape
     /// Of the backslash.
     std::size_t position;
     char letter;
+    /// Between brackets, where nothing separates.
+    bool isInClass;
+    /// Whether a name stands before, and not another escape's letter.
+    bool followsName;
 };
 
 /// In their order, without doubled backslashes.
@@ -31,8 +35,8 @@ bool isPerhapsMeant(const Str &pattern, const LetterEscape &escape, const HiveNa
 /// The escape with the word that follows, to be shown.
 Str escapedWord(const Str &pattern, const LetterEscape &escape);
 
-/// What to write for an escape in a capital letter that the fold makes into another one; null for a letter
-/// that is none.
-const char *insteadOfFolded(char letter);
+/// What to write for an escape in a capital letter that the fold makes into another one; null for one that it
+/// does not.
+const char *insteadOfFolded(const LetterEscape &escape);
 
 } // namespace velmox

@@ -78,10 +78,21 @@ TEST(RawEscapes, GuessWhatABackslashWasMeantFor)
           R"(.*\regedit\.exe)", R"(A\\.*\services)", R"(\system32\\.*)", R"(A (x86)\7-Zip)"}) {
         EXPECT_TRUE(isSlip(slip)) << slip;
     }
+    for (const char *slip :
+         {R"(.*\bash.exe)", R"(.*\bash\.exe$)", R"(.*\bcdedit.exe)", R"(A\\.*\bin\\.*)", R"((A|B)\boot\\.*)",
+          R"([^\\]+\browser_agent\.exe)", R"(.*\sc\.exe)", R"(.*\x64\\.*)"}) {
+        EXPECT_TRUE(isSlip(slip)) << slip;
+    }
     for (const char *meant :
          {R"(A\\ControlSet\d+)", R"(\bcmd\b)", R"(Internet\sExplorer\\.*)", R"(A\\\x41b)", R"((a)\1)",
           R"((a)b\1)", R"(A\\\p{L}+)", R"(A\\\QX.Y\E)", R"(A\\\S+)", R"(cmd\.exe$)", R"(.*\d{4}\.exe)",
           R"(A\\.*\bfoo)", R"(A\\.*\sFiles)", R"(\QC:\Windows\E)"}) {
+        EXPECT_FALSE(isSlip(meant)) << meant;
+    }
+    for (const char *meant :
+         {R"(.*\bcmd\.exe)", R"(.*\bedge\b\.exe)", R"(.*\b(explorer)\.exe)", R"(\bexplorer\.exe)",
+          R"(A\\.*\bRun\\.*)", R"(.*\bin.*)", R"([\s\S]*)", R"(.*\d.exe)", R"(.*\d1\.exe)", R"(\d\dab\.exe)",
+          R"([]a\dbc]+)", R"(Internet\sExplorer)"}) {
         EXPECT_FALSE(isSlip(meant)) << meant;
     }
 }
