@@ -1,6 +1,7 @@
 #include "pipeline/input/check/pattern_samples.h"
 #include "pipeline/input/check/raw_escapes.h"
 #include "pipeline/input/check/stanza_checks.h"
+#include "util/match/regex.h"
 #include "util/text/str_segment.h"
 
 #include <algorithm>
@@ -70,6 +71,48 @@ bool hasDeliberateEnd(const Str &hive)
         return !isEscaped(text.substr(0, text.size() - 1));
     }
     return (text.ends_with('z') || text.ends_with('Z')) && isEscaped(text.substr(0, text.size() - 1));
+}
+
+/// The single part of a sequence of one, as groups and alternatives are.
+const PatternPart &innermost(const PatternPart &part)
+{
+    const bool isWrapped =
+        part.kind == PatternPart::Kind::Sequence && part.parts.size() == 1 && part.least <= 1;
+    return isWrapped ? innermost(part.parts.front()) : part;
+}
+
+/// Whether the part goes on in anything, as `.*` and `(.|\n)*` do.
+bool isAnything(const PatternPart &part)
+{
+    const auto isAny = [](const PatternPart &one) { return innermost(one).kind == PatternPart::Kind::Any; };
+    return part.isRepeated() && (isAny(part) || (part.kind == PatternPart::Kind::Choice &&
+                                                 std::ranges::any_of(part.parts, isAny)));
+}
+
+bool isDotOfOneLine(const PatternPart &part)
+{
+    return part.kind == PatternPart::Kind::Any && !part.meetsLineEnds;
+}
+
+/// Whether the part may be a line feed alone: the only character that a dot leaves out.
+bool takesLineFeed(const PatternPart &part)
+{
+    // No class fails to compile by itself, as the pattern around it does not.
+    return part.least <= 1 &&
+           (part.kind == PatternPart::Kind::Class ? Regex(part.text, false, 0).matchesAll("\n")
+                                                  : part.text == "\n");
+}
+
+/// Whether a dot leaves out line ends that nothing beside it takes, as in `(.|\n)*`.
+bool stopsAtLineEnd(const PatternPart &part)
+{
+    const bool isChoice = part.kind == PatternPart::Kind::Choice;
+    const bool isMadeUpFor = isChoice && std::ranges::any_of(part.parts, [](const PatternPart &child) {
+                                 return takesLineFeed(innermost(child));
+                             });
+    return isDotOfOneLine(part) || std::ranges::any_of(part.parts, [&](const PatternPart &child) {
+               return !(isMadeUpFor && isDotOfOneLine(innermost(child))) && stopsAtLineEnd(child);
+           });
 }
 
 /// Whether the part ends in what goes on up to the next backslash, as `[^\\]+` does. Whoever writes that has
@@ -205,11 +248,8 @@ void checkPlainPath(const StanzaAtHand &at, Report &report)
 
 void checkLineEnd(const StanzaAtHand &at, Report &report)
 {
-    const auto meetsNoLineEnd = [](const PatternPart &part) {
-        return part.kind == PatternPart::Kind::Any && !part.meetsLineEnds;
-    };
     const std::optional<PatternPart> &parts = at.rules().hiveParts();
-    if (!at.value("hive").empty() && parts && anyPart(*parts, meetsNoLineEnd)) {
+    if (!at.value("hive").empty() && parts && stopsAtLineEnd(*parts)) {
         report.add("hive", "a dot meets no line end: a key or value whose name holds one passes unseen; "
                            "(?s:.*) sees it");
     }
@@ -224,7 +264,7 @@ void checkKeyItself(const StanzaAtHand &at, Report &report)
     const PatternPart *const last = lastPart(*parts);
     // A separator and then anything: `X\\.*`.
     const PatternPart *const before = secondLastPart(*parts);
-    if (last != nullptr && before != nullptr && last->kind == PatternPart::Kind::Any && last->isRepeated() &&
+    if (last != nullptr && before != nullptr && isAnything(*last) &&
         before->kind == PatternPart::Kind::Text && before->text == "\\") {
         report.add("hive", "the key itself is left out: its creation, deletion and renaming pass unseen; "
                            "(\\\\.*)? at the end takes it in");
