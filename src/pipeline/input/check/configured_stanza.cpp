@@ -69,6 +69,28 @@ std::optional<Str> swallowedIn(const Str &line)
     return std::nullopt;
 }
 
+/// Keeps quiet what the reader of lines has to say: the store has read the file already, and said it.
+class QuietReading
+{
+public:
+    QuietReading() { Logger::setThreshold(iniLog.name(), LogLevel::Emerg); }
+    ~QuietReading() { Logger::setThreshold(iniLog.name(), before_); }
+    QuietReading(const QuietReading &) = delete;
+    QuietReading &operator=(const QuietReading &) = delete;
+
+private:
+    static LogLevel threshold()
+    {
+        int level = static_cast<int>(LogLevel::Debug);
+        while (level < static_cast<int>(LogLevel::Emerg) && !iniLog.isEnabled(static_cast<LogLevel>(level))) {
+            ++level;
+        }
+        return static_cast<LogLevel>(level);
+    }
+
+    const LogLevel before_ = threshold();
+};
+
 /// Of a key that stands twice in a file the last line counts, as for the store. Of a header the first: it is
 /// what people find. Settings above all headers make a section as well, though no line says so.
 void readLines(ConfLineReader &reader, Lines &lines)
@@ -133,6 +155,7 @@ Places readPlaces(const Str &type)
         const Pathname file = mapper->confFile(type);
         Lines lines;
         if (!file.empty() && isRead(*mapper, type, services.applications())) {
+            const QuietReading quiet;
             readConfLines(file, [&](ConfLineReader &reader) { readLines(reader, lines); });
         }
         ++layer;

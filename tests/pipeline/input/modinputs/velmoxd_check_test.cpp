@@ -328,6 +328,15 @@ TEST_F(VelmoxdCheckTest, SaysItAsCompilersDo)
     EXPECT_THAT(run("--help", 0), HasSubstr("velmoxd check --strict WinRegMon"));
 }
 
+// The store and the search for lines both read the file.
+TEST_F(VelmoxdCheckTest, TellsOnceWhatCannotBeRead)
+{
+    home_.writeFile(kLocal, "[WinRegMon://a]\nhive = HKLM\\\\A(\\\\.*)?\nnot a setting\n");
+    EXPECT_THAT(run("check", 0), ::testing::StartsWith("0 errors, 0 warnings"));
+    EXPECT_EQ(errors_, "WARN IniFile - " + pathOf(kLocal) +
+                           ", line 3: Cannot parse into key-value pair: not a setting\r\n");
+}
+
 // Of another scheme's stanzas only the settings are known; its patterns may be none.
 TEST_F(VelmoxdCheckTest, ChecksTheSettingsOfAnyScheme)
 {
