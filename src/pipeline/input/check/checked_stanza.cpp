@@ -14,12 +14,12 @@ const StanzaDefaults kDefaults{"default", true};
 
 // The filters have `type` as a whole; only what the driver is asked for goes by its pieces. So a piece that
 // does not compile shows here first.
-std::uint32_t askedFor(const MonitorFilterGroup &group, const HiveNames &hiveNames)
+MonitorFilterConfig askedFor(const MonitorFilterGroup &group, const HiveNames &hiveNames)
 {
     try {
-        return makeFilterBlock(group, hiveNames, registryOperationMasks()).ops;
+        return makeFilterBlock(group, hiveNames, registryOperationMasks());
     } catch (const RegexException &) {
-        return 0;
+        return {};
     }
 }
 
@@ -42,8 +42,8 @@ std::unique_ptr<StanzaRules> StanzaRules::make(const ConfiguredStanza &stanza, c
 }
 
 StanzaRules::StanzaRules(std::unique_ptr<MonitorFilterGroup> group, HiveNames hiveNames)
-    : group_(std::move(group)), hiveNames_(std::move(hiveNames)),
-      operationsAsked_(askedFor(*group_, hiveNames_)), hiveParts_(parsePattern(config().hive.pattern()))
+    : group_(std::move(group)), hiveNames_(std::move(hiveNames)), filterBlock_(askedFor(*group_, hiveNames_)),
+      hiveParts_(parsePattern(config().hive.pattern()))
 {
     if (!hiveParts_) {
         return;

@@ -2,6 +2,7 @@
 
 #include "pipeline/input/check/configured_stanza.h"
 #include "pipeline/input/check/pattern_syntax.h"
+#include "pipeline/input/driver/driver_protocol.h"
 #include "pipeline/input/rules/hive_names.h"
 #include "pipeline/input/rules/monitor_rules.h"
 
@@ -20,8 +21,8 @@ public:
 
     const SystemMonitoringConfig &config() const { return group_->configs.front(); }
     const RegMonEventFilter &filter() const;
-    /// The operations that the driver is asked for; none when a piece of `type` does not compile.
-    std::uint32_t operationsAsked() const { return operationsAsked_; }
+    /// What the driver is asked for; nothing when a piece of `type` does not compile.
+    const MonitorFilterConfig &filterBlock() const { return filterBlock_; }
 
     /// Whether the stanza makes all stanzas see the current control set in the place of a numbered one.
     bool namesCurrentControlSet() const { return !currentControlSetPath().empty(); }
@@ -39,7 +40,7 @@ private:
 
     std::unique_ptr<MonitorFilterGroup> group_;
     HiveNames hiveNames_;
-    std::uint32_t operationsAsked_ = 0;
+    MonitorFilterConfig filterBlock_;
     std::optional<PatternPart> hiveParts_;
     StrVector samplePaths_;
 };

@@ -158,6 +158,52 @@ Str spellingOfRoot(const Str &hive, const HiveNames &hiveNames)
     return found.empty() ? Str("HKLM\\\\, HKU\\\\, HKCU\\\\ or HKCC\\\\") : Str::concat(found, "\\\\");
 }
 
+/// A part of the registry that the driver reports or leaves out as a whole.
+struct ReportedRoot
+{
+    const char *name;
+    std::string_view path;
+    std::uint32_t hives;
+};
+
+constexpr ReportedRoot kReportedRoots[] = {
+    {"HKLM", "\\registry\\machine", kMachineHives},
+    {"HKU", "\\registry\\user", kUserHives},
+};
+
+/// Whether the stanza is known to accept a path below the root: one of its samples, with the root in front or
+/// in the place of another.
+bool accepts(const StanzaRules &rules, const ReportedRoot &root)
+{
+    constexpr std::string_view kRegistry = "\\registry\\";
+    return std::ranges::any_of(rules.samplePaths(), [&](const Str &path) {
+        const Str below = path.startsWith(kRegistry) ? path.substr(nameEnd(path, kRegistry.size()))
+                                                     : Str::concat(path.startsWith("\\") ? "" : "\\", path);
+        // One that has a root behind something else, `.*\\registry\\machine\\.*`, is not about other roots.
+        return !below.contains(Str(kRegistry)) && rules.filter().matchesKey(Str::concat(root.path, below));
+    });
+}
+
+/// A root that is named anywhere in a hive, be it in the name of a key, is all that the driver is asked for.
+void checkUnreportedRoots(const StanzaAtHand &at, Report &report)
+{
+    std::uint32_t hives = at.rules().filterBlock().hives;
+    if (hives == 0) {
+        return;
+    }
+    for (const CheckedStanza &other : at.all.stanzas) {
+        hives |= other.isInForce() ? other.rules->filterBlock().hives : 0;
+    }
+    for (const ReportedRoot &root : kReportedRoots) {
+        if ((hives & root.hives) == 0 && accepts(at.rules(), root)) {
+            report.add("hive",
+                       Str() << "matches nothing below " << root.name
+                             << ": another root is named in it, so that the driver is asked for that alone; "
+                                "write a stanza for each root, or HK[L]M where HKLM is part of a name");
+        }
+    }
+}
+
 /// The components of a pattern's literal beginning.
 ResolvedStart startOf(const StanzaAtHand &at)
 {
@@ -318,7 +364,7 @@ void checkTypeCase(const StanzaAtHand &at, Report &report)
 {
     StrVector lost;
     for (const auto &[word, mask] : registryOperationMasks()) {
-        if (at.rules().filter().matchesType(word) && (at.rules().operationsAsked() & mask) == 0) {
+        if (at.rules().filter().matchesType(word) && (at.rules().filterBlock().ops & mask) == 0) {
             lost.push_back(word);
         }
     }
@@ -382,6 +428,7 @@ void checkMatchesNothing(const StanzaAtHand &at, Report &report)
 {
     checkTypeWords(at, report);
     checkPaths(at, report);
+    checkUnreportedRoots(at, report);
     if (std::ranges::any_of(at.rules().samplePaths(), isBelowUsersClasses)) {
         report.add("hive", "matches no live event: the kernel reports a user's classes elsewhere; write "
                            "HKU\\\\[^\\\\]+_Classes\\\\.*");

@@ -328,6 +328,26 @@ TEST_F(VelmoxdCheckTest, SaysItAsCompilersDo)
     EXPECT_THAT(run("--help", 0), HasSubstr("velmoxd check --strict WinRegMon"));
 }
 
+// Which roots the driver is asked for is up to all stanzas together.
+TEST_F(VelmoxdCheckTest, FindsRootsThatNoStanzaHasTheDriverReport)
+{
+    const auto unreported = [&](const char *hive, const char *other = "") {
+        home_.writeFile(kLocal, Str::fromFormat("[WinRegMon://a]\nhive = %s\n%s", hive, other).c_str());
+        const std::string text = run("check", 0);
+        const std::size_t below = text.find("matches nothing below ");
+        return below == text.npos ? "" : text.substr(below + 22, text.find(':', below) - below - 22);
+    };
+    EXPECT_EQ(unreported(R"(.*\\HKLM_backup\\.*)"), "HKU");
+    EXPECT_EQ(unreported(R"(.*\\HK[L]M_backup\\.*)"), "");
+    EXPECT_EQ(unreported(R"(HKLM\\A\\HKU_backup\\.*)"), "HKLM");
+    EXPECT_EQ(unreported(R"(HKLM\\A\\HK[U]_backup\\.*)"), "");
+    EXPECT_EQ(unreported(R"((\\REGISTRY\\MACHINE\\A|\\REGISTRY\\USER\\B)\\.*)"), "HKU");
+    EXPECT_EQ(unreported(R"(\\REGISTRY\\(MACHINE\\A|USER\\B)\\.*)"), "");
+    EXPECT_EQ(unreported(R"(.*\\REGISTRY\\MACHINE\\A\\.*)"), "");
+    EXPECT_EQ(unreported(R"(.*hklm.*)", "[WinRegMon://b]\nhive = HKU\\\\B\\\\.*\n"), "");
+    EXPECT_EQ(unreported(R"(.*hklm.*)", "[WinRegMon://b]\nhive = HKU\\\\B\\\\.*\ndisabled = 1\n"), "HKU");
+}
+
 // The store and the search for lines both read the file.
 TEST_F(VelmoxdCheckTest, TellsOnceWhatCannotBeRead)
 {
