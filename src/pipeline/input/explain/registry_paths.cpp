@@ -165,20 +165,31 @@ bool beginsWith(const StrVector &names, std::initializer_list<const char *> want
     return std::ranges::all_of(wanted, [&](const char *name) { return isName(names, at++, name); });
 }
 
-// A name as a pattern that matches it alone. Two kinds of characters are put into brackets, where they are no
-// literal text that somebody might take for something else: control characters, and a sign behind a blank,
-// which looks like the beginning of a remark.
+/// Whether a root's name stands in front, be it of the name of a key.
+bool startsAsRoot(std::string_view text)
+{
+    return std::ranges::any_of(kRegistryRoots, [&](const RegistryRoot &root) {
+        return startsCaseless(text, Str::fromUtf16(root.shortName).view()) ||
+               startsCaseless(text, Str::fromUtf16(root.longName).view());
+    });
+}
+
+// A name as a pattern that matches it alone. Three kinds of characters are put into brackets, where they are
+// no literal text that somebody might take for something else: control characters, a sign behind a blank,
+// which looks like the beginning of a remark, and the first letter of a root's name, as the driver is asked
+// for any root that a pattern names.
 Str escaped(const Str &name)
 {
     static constexpr CharSet kSpecial("\\^$.|?*+()[]{}");
     Str pattern;
-    for (const char c : name) {
+    for (std::size_t at = 0; at < name.size(); ++at) {
+        const char c = name[at];
         const auto byte = static_cast<unsigned char>(c);
         if (byte < 0x20 || byte == 0x7F) {
             pattern.appendFormat("[\\x%02x]", byte);
             continue;
         }
-        if ((c == '#' || c == ';') && pattern.endsWith(" ")) {
+        if (((c == '#' || c == ';') && pattern.endsWith(" ")) || startsAsRoot(name.view().substr(at))) {
             pattern << '[' << c << ']';
             continue;
         }

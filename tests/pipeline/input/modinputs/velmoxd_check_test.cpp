@@ -387,8 +387,9 @@ TEST(VelmoxdPattern, PrintsWhatCheckHasNothingToWarnOf)
             const char next = kCharacters[dice() % kCharacters.size()];
             path << (next == '\\' && path.endsWith("\\") ? 'b' : next);
         }
-        // Names that could be taken for remarks are rare among these.
-        path << (round % 3 == 0 ? " # b" : round % 3 == 1 ? " ; b" : " #x");
+        // Names that could be taken for remarks, or for roots, are rare among these.
+        constexpr const char *kEnds[] = {" # b", " ; b", " #x", "_hklm", "_hkey_usersHKCU"};
+        path << kEnds[dice() % std::size(kEnds)];
         ConfiguredStanza stanza;
         stanza.name = "WinRegMon://x";
         stanza.properties.set("hive", hivePattern(readWrittenPath(path), round % 2 == 0, "S-1-5-21-7").hive);
