@@ -76,34 +76,6 @@ bool needsEmptyName(const StanzaRules &rules)
            std::ranges::all_of(rules.samplePaths(), [](const Str &path) { return path.contains("\\\\"); });
 }
 
-/// One pattern for alternatives that each begin with the same root: the root in front, behind it what they
-/// differ in, then what all end in. Empty when the roots differ, or an alternative has nothing between: then
-/// there is no single pattern to advise.
-Str unitedAlternatives(const std::vector<std::string_view> &alternatives)
-{
-    constexpr std::string_view kRootEnd = "\\\\";
-    const std::size_t rootEnd = alternatives.front().find(kRootEnd);
-    if (rootEnd == std::string_view::npos) {
-        return {};
-    }
-    const std::string_view root = alternatives.front().substr(0, rootEnd + kRootEnd.size());
-    // The longer one first, as it ends in what looks like the shorter one.
-    std::string_view tail;
-    for (const std::string_view one : {"(\\\\.*)?", "\\\\.*"}) {
-        const bool isOfAll =
-            std::ranges::all_of(alternatives, [&](std::string_view a) { return a.ends_with(one); });
-        tail = tail.empty() && isOfAll ? one : tail;
-    }
-    StrVector middles;
-    for (const std::string_view one : alternatives) {
-        if (!one.starts_with(root) || one.size() <= root.size() + tail.size()) {
-            return {};
-        }
-        middles.emplace_back(one.substr(root.size(), one.size() - root.size() - tail.size()));
-    }
-    return Str() << root << '(' << joined(middles, "|") << ')' << tail;
-}
-
 /// Alternatives that no path begins like, in a hive of which another one can match. A root is replaced at the
 /// very front alone, so `HKLM\\A|HKLM\\B` has a second half that matches nothing.
 void checkAlternatives(const StanzaAtHand &at, Report &report)

@@ -356,6 +356,31 @@ std::optional<PatternPart> parsePattern(const Str &pattern)
     return Parser(pattern.c_str()).parse();
 }
 
+Str unitedAlternatives(const std::vector<std::string_view> &alternatives)
+{
+    constexpr std::string_view kRootEnd = "\\\\";
+    const std::size_t rootEnd = alternatives.front().find(kRootEnd);
+    if (rootEnd == std::string_view::npos) {
+        return {};
+    }
+    const std::string_view root = alternatives.front().substr(0, rootEnd + kRootEnd.size());
+    // The longer one first, as it ends in what looks like the shorter one.
+    std::string_view tail;
+    for (const std::string_view one : {"(\\\\.*)?", "\\\\.*"}) {
+        const bool isOfAll =
+            std::ranges::all_of(alternatives, [&](std::string_view a) { return a.ends_with(one); });
+        tail = tail.empty() && isOfAll ? one : tail;
+    }
+    StrVector middles;
+    for (const std::string_view one : alternatives) {
+        if (!one.starts_with(root) || one.size() <= root.size() + tail.size()) {
+            return {};
+        }
+        middles.emplace_back(one.substr(root.size(), one.size() - root.size() - tail.size()));
+    }
+    return Str() << root << '(' << joined(middles, "|") << ')' << tail;
+}
+
 const PatternPart *lastPart(const PatternPart &whole)
 {
     return fromEnd(whole, 0);

@@ -51,6 +51,11 @@ Str patternFault(const Str &pattern);
 /// those no conclusions are drawn. The pattern must be one that compiles, and folded as the monitor does.
 std::optional<PatternPart> parsePattern(const Str &pattern);
 
+/// One pattern for alternatives that each begin with the same root: the root in front, behind it what they
+/// differ in, then what all end in. Empty when the roots differ, or an alternative has nothing between: then
+/// there is no single pattern to advise.
+Str unitedAlternatives(const std::vector<std::string_view> &alternatives);
+
 /// The last part that every match ends in, inside of groups too; null when there is no single one.
 const PatternPart *lastPart(const PatternPart &whole);
 /// The same for the part before the last.
