@@ -265,7 +265,7 @@ void checkKeyItself(const StanzaAtHand &at, Report &report)
     // A separator and then anything: `X\\.*`.
     const PatternPart *const before = secondLastPart(*parts);
     if (last != nullptr && before != nullptr && isAnything(*last) &&
-        before->kind == PatternPart::Kind::Text && before->text == "\\") {
+        before->kind == PatternPart::Kind::Text && before->text == "\\" && before->least > 0) {
         report.add("hive", "the key itself is left out: its creation, deletion and renaming pass unseen; "
                            "(\\\\.*)? at the end takes it in");
     }

@@ -175,8 +175,10 @@ bool isPerhapsMeant(const Str &pattern, const LetterEscape &escape, const HiveNa
     const auto separators = std::ranges::count_if(letterEscapes(pattern), [&](const LetterEscape &other) {
         return isLikelySeparator(pattern, other, hiveNames);
     });
-    return kUsual.contains(escape.letter) && (escape.letter == 'B' || !escape.followsName) &&
-           separators == 1 && !before.ends_with(':') && !followsRoot(before, hiveNames);
+    // \A is of use in front of all.
+    const bool isUsual = kUsual.contains(escape.letter) || (escape.letter == 'A' && before.empty());
+    return isUsual && (escape.letter == 'B' || !escape.followsName) && separators == 1 &&
+           !before.ends_with(':') && !followsRoot(before, hiveNames);
 }
 
 Str escapedWord(const Str &pattern, const LetterEscape &escape)

@@ -129,7 +129,13 @@ std::size_t findRemark(const Str &value, bool mayHoldNames = true)
 bool isQuoted(const Str &value)
 {
     const std::string_view text = trimmedView(value.view().substr(0, findRemark(value)));
-    return text.size() > 1 && (text.front() == '"' || text.front() == '\'') && text.back() == text.front();
+    // Those of word processors too, which come along when a pattern is copied.
+    static constexpr std::pair<std::string_view, std::string_view> kQuotes[] = {
+        {"\"", "\""}, {"'", "'"}, {"\u201C", "\u201D"}, {"\u2018", "\u2019"}, {"\u201E", "\u201C"}};
+    return std::ranges::any_of(kQuotes, [&](const auto &quotes) {
+        return text.size() > quotes.first.size() && text.starts_with(quotes.first) &&
+               text.ends_with(quotes.second);
+    });
 }
 
 Str nameFault(const Str &name)
