@@ -1,6 +1,7 @@
 #include "bench/flood.h"
 
 #include "bench/program.h"
+#include "pipeline/input/driver/driver_reader.h"
 #include "tests/e2e/input_document.h"
 
 #include <memory>
@@ -14,8 +15,8 @@ using testbed::Bytes;
 using testbed::RecordFields;
 using testbed::TestDriver;
 
-// The size of the monitor's first reads.
-constexpr DWORD kReadSize = 8192;
+// As the monitor begins.
+constexpr DWORD kReadSize = DriverReader::kFirstSize;
 constexpr unsigned kThousand = 1000;
 // 2 microseconds from record to record.
 constexpr std::uint64_t kTicksBetween = 20;
