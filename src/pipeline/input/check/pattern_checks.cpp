@@ -1,7 +1,6 @@
 #include "pipeline/input/check/pattern_samples.h"
 #include "pipeline/input/check/raw_escapes.h"
 #include "pipeline/input/check/stanza_checks.h"
-#include "util/match/regex.h"
 #include "util/text/str_segment.h"
 
 #include <algorithm>
@@ -87,32 +86,6 @@ bool isAnything(const PatternPart &part)
     const auto isAny = [](const PatternPart &one) { return innermost(one).kind == PatternPart::Kind::Any; };
     return part.isRepeated() && (isAny(part) || (part.kind == PatternPart::Kind::Choice &&
                                                  std::ranges::any_of(part.parts, isAny)));
-}
-
-bool isDotOfOneLine(const PatternPart &part)
-{
-    return part.kind == PatternPart::Kind::Any && !part.meetsLineEnds;
-}
-
-/// Whether the part may be a line feed alone: the only character that a dot leaves out.
-bool takesLineFeed(const PatternPart &part)
-{
-    // No class fails to compile by itself, as the pattern around it does not.
-    return part.least <= 1 &&
-           (part.kind == PatternPart::Kind::Class ? Regex(part.text, false, 0).matchesAll("\n")
-                                                  : part.text == "\n");
-}
-
-/// Whether a dot leaves out line ends that nothing beside it takes, as in `(.|\n)*`.
-bool stopsAtLineEnd(const PatternPart &part)
-{
-    const bool isChoice = part.kind == PatternPart::Kind::Choice;
-    const bool isMadeUpFor = isChoice && std::ranges::any_of(part.parts, [](const PatternPart &child) {
-                                 return takesLineFeed(innermost(child));
-                             });
-    return isDotOfOneLine(part) || std::ranges::any_of(part.parts, [&](const PatternPart &child) {
-               return !(isMadeUpFor && isDotOfOneLine(innermost(child))) && stopsAtLineEnd(child);
-           });
 }
 
 /// Whether the part ends in what goes on up to the next backslash, as `[^\\]+` does. Whoever writes that has
@@ -248,8 +221,12 @@ void checkPlainPath(const StanzaAtHand &at, Report &report)
 
 void checkLineEnd(const StanzaAtHand &at, Report &report)
 {
+    // Also in `(.|\n)*`: a dot leaves out the seven line ends that Unicode knows, not the line feed alone.
+    const auto meetsNoLineEnd = [](const PatternPart &part) {
+        return part.kind == PatternPart::Kind::Any && !part.meetsLineEnds;
+    };
     const std::optional<PatternPart> &parts = at.rules().hiveParts();
-    if (!at.value("hive").empty() && parts && stopsAtLineEnd(*parts)) {
+    if (!at.value("hive").empty() && parts && anyPart(*parts, meetsNoLineEnd)) {
         report.add("hive", "a dot meets no line end: a key or value whose name holds one passes unseen; "
                            "(?s:.*) sees it");
     }
